@@ -1,0 +1,119 @@
+/*
+ * Queries of the board as a whole: reference counter, connectors, custom calls.
+ */
+#ifndef VT_BOARD_H
+#define VT_BOARD_H
+
+#include "VtTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Kind of a connector. */
+typedef enum VtBoard_ConnectorType
+{
+    VtBoard_ConnectorType_UNKNOWN = 0,
+    VtBoard_ConnectorType_SDI = 1,
+    VtBoard_ConnectorType_HDMI = 2,
+    VtBoard_ConnectorType_DISPLAYPORT = 3,
+    VtBoard_ConnectorType_DVI = 4,
+    VtBoard_ConnectorType_VGA = 5,
+    VtBoard_ConnectorType_FORCE32 = 0x7FFFFFFF
+} VtBoard_ConnectorType;
+
+/* One physical connector, 100 bytes. An index counts only when the flag of its kind is set. */
+typedef struct VtBoard_ConnectorInfo
+{
+    uint32_t uiSize; /* set by the caller to sizeof(VtBoard_ConnectorInfo) */
+    VtBoard_ConnectorType eType;
+    char szName[VtTextSize_CONNECTOR_NAME]; /* always terminated */
+    uint32_t bVideoInput : 1;
+    uint32_t bVideoOutput : 1;
+    uint32_t bAudioInput : 1;
+    uint32_t bAudioOutput : 1;
+    uint32_t uiReserved1 : 28;
+    uint32_t bDdc : 1;
+    uint32_t bHpd : 1;
+    uint32_t bEdid1024Support : 1;
+    uint32_t uiReserved2 : 29;
+    uint32_t uiVideoInIndex;
+    uint32_t uiVideoOutIndex;
+    uint32_t uiAudioInIndex;
+    uint32_t uiAudioOutIndex;
+    uint32_t uiFpgaPortIndex;
+} VtBoard_ConnectorInfo;
+
+/* Numbers that VtBoard_CustomCall takes. */
+typedef enum VtBoard_CustomCallId
+{
+    VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT = 9,
+    VtBoard_CustomCallId_FORCE32 = 0x7FFFFFFF
+} VtBoard_CustomCallId;
+
+/* Input block of GET_CAPTURE_SKIP_BUFFER_COUNT, 4 bytes. */
+typedef struct VtBoard_CaptureSkipBufferCountIn
+{
+    uint32_t uiCaptureIndex; /* index of the video input */
+} VtBoard_CaptureSkipBufferCountIn;
+
+/* Output block of GET_CAPTURE_SKIP_BUFFER_COUNT, 16 bytes. */
+typedef struct VtBoard_CaptureSkipBufferCountOut
+{
+    uint64_t uiSkipBuffCnt; /* fields captured into no buffer since the capture began */
+    uint64_t uiBuffCnt;     /* buffers filled since the capture began */
+} VtBoard_CaptureSkipBufferCountOut;
+
+/*
+ * Reads the frequency of the reference counter behind every timestamp of the chip.
+ *   hDev        in   the chip
+ *   puiFreqHz   out  ticks a second
+ * VtStatus_OK; VtStatus_INVALID_PARAM; VtStatus_FAIL. Thread-safe, does not block.
+ */
+VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz);
+
+/*
+ * Counts the connectors.
+ *   hDev      in   the chip
+ *   puiCount  out  number of connectors
+ * VtStatus_OK; VtStatus_INVALID_PARAM; VtStatus_FAIL. Thread-safe, does not block.
+ */
+VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount);
+
+/*
+ * Describes one connector.
+ *   hDev              in      the chip
+ *   uiConnectorIndex  in      0 to the count - 1
+ *   poConnectorInfo   in/out  the caller sets uiSize; the rest is filled
+ * VtStatus_OK; VtStatus_INVALID_PARAM for an index that does not exist or a wrong uiSize; VtStatus_FAIL.
+ * Thread-safe, does not block.
+ */
+VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
+                                  VtBoard_ConnectorInfo* poConnectorInfo);
+
+/*
+ * Board-specific requests by number, with an input and an output block.
+ *   hDev         in   the chip
+ *   uiCall       in   a VtBoard_CustomCallId
+ *   pvIn         in   input block
+ *   uiInSize     in   its size, bytes
+ *   pvOut        out  output block
+ *   uiOutSize    in   its size, bytes
+ * VtStatus_OK; VtStatus_UNSUPPORTED for a number that the board does not know; VtStatus_INVALID_PARAM for a null
+ * block, a wrong size or an index that does not exist; VtStatus_FAIL. Thread-safe, does not block.
+ */
+VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
+                            uint32_t uiOutSize);
+
+#ifdef __cplusplus
+} /* extern "C" */
+static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
+static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
+              "the blocks of the skip count are 4 and 16 bytes");
+#else
+_Static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
+_Static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
+               "the blocks of the skip count are 4 and 16 bytes");
+#endif
+
+#endif

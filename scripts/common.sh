@@ -1,0 +1,75 @@
+# Shared by ./run, ./test and .ci/run: what is missing gets installed, what is out of date gets built.
+# Everything said here goes to standard error; standard output belongs to the program that is started.
+
+szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+aszRunPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev libdrm-dev libudev-dev libtracefs-dev)
+aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev)
+aszBenchmarkPackages=(libbenchmark-dev)
+aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)
+
+say() { printf '%s: %s\n' "${szProgram:-build}" "$*" >&2; }
+die() { say "$*"; exit "${iDieStatus:-1}"; }
+
+# Installs those of the named Debian packages that are missing.
+ensure_packages() {
+    local szPackage szLog
+    local -a aszMissing=() aszSudo=()
+    command -v dpkg-query >/dev/null || die "this is no Debian system; install by hand what stands for: $*"
+    for szPackage in "$@"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$szPackage" 2>/dev/null)" = installed ] || aszMissing+=("$szPackage")
+    done
+    [ ${#aszMissing[@]} -eq 0 ] && return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || die "packages are missing (${aszMissing[*]}); run as root, or install sudo"
+        aszSudo=(sudo)
+    fi
+    say "installing ${aszMissing[*]}"
+    szLog=$(mktemp)
+    if ! "${aszSudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+            "${aszMissing[@]}" >"$szLog" 2>&1 </dev/null; then
+        # The package lists may be old or not there at all: fetch them once, then try again.
+        "${aszSudo[@]}" apt-get update -q >>"$szLog" 2>&1 </dev/null
+        if ! "${aszSudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+                "${aszMissing[@]}" >>"$szLog" 2>&1 </dev/null; then
+            grep -E '^(E:|sudo:)' "$szLog" | tail -n 3 >&2
+            rm -f "$szLog"
+            die "cannot install ${aszMissing[*]} (no network, or no right to install?)"
+        fi
+    fi
+    rm -f "$szLog"
+}
+
+require_compiler() {
+    local szCompiler=${CXX:-g++} iMajor
+    iMajor=$("$szCompiler" -dumpversion 2>/dev/null | cut -d. -f1)
+    [ -n "$iMajor" ] || die "no C++ compiler named $szCompiler"
+    case $("$szCompiler" --version | head -n 1) in
+        *clang*) ;;
+        *) [ "$iMajor" -ge 12 ] || die "$szCompiler $iMajor is too old: version 12 or newer is needed" ;;
+    esac
+}
+
+# build_preset <preset> <target or all> [configure arguments...]
+# Quiet when nothing is out of date; otherwise shows the build's own progress.
+build_preset() {
+    local szPreset=$1 szTarget=$2 szLog
+    shift 2
+    local szDir="$szRoot/build/$szPreset"
+    szLog=$(mktemp)
+    if [ ! -f "$szDir/build.ninja" ] || [ $# -gt 0 ]; then
+        [ -f "$szDir/build.ninja" ] || say "configuring ($szPreset)"
+        if ! (cd "$szRoot" && cmake --preset "$szPreset" "$@") >"$szLog" 2>&1; then
+            grep -vE '^(--|$)' "$szLog" | head -n 20 >&2
+            rm -f "$szLog"
+            die "the build could not be configured"
+        fi
+    fi
+    if (cd "$szDir" && ninja -n "$szTarget" >"$szLog" 2>&1 && grep -q 'no work to do' "$szLog"); then
+        rm -f "$szLog"
+        return 0
+    fi
+    rm -f "$szLog"
+    say "building ($szPreset)"
+    ninja -C "$szDir" "$szTarget" >&2 || die "the build failed"
+}
