@@ -51,8 +51,7 @@ VtStatus VtVideoOut_ReleaseHandle(VtVideoOut_Handle hVideoOut);
  * VtStatus_INVALID_PARAM; any other status when the device is gone. Blocks. Per handle.
  */
 VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,
-                                      uint64_t* puiSetBufferCounter, uint64_t* puiTickRefCounter,
-                                      VtBool* pbIsTopField);
+                                      uint64_t* puiSetBufferCounter, uint64_t* puiTickRefCounter, VtBool* pbIsTopField);
 
 /*
  * Reads the timings that the output sends now; all fields 0 when it sends none.
