@@ -1,0 +1,11 @@
+#include "AssertReport.h"
+
+#include "KrvTools.h"
+#include "OsServices.h"
+
+void ReportFailedAssert(const char* pszSourcePath, uint32_t uiLine)
+{
+    OsServices::WriteErrorMsg("%s(%d) Assertion failed\n", OsServices::GetFileNameOnlySubSring(pszSourcePath),
+                              static_cast<int32_t>(uiLine));
+    KrvTools_Assert(0, pszSourcePath, uiLine);
+}

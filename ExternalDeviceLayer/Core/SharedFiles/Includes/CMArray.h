@@ -1,0 +1,435 @@
+// Growable array: one block of elements, a size, a capacity and a growth step. One thread at a time.
+// Elements are moved by raw copy when the block grows, so their type must bear being relocated (no pointers into
+// itself). Sizes and indexes are in elements. A failed check is reported and execution goes on: a bad index reaches a
+// zeroed scratch element instead of the block, a bad size changes nothing.
+#ifndef CM_ARRAY_H
+#define CM_ARRAY_H
+
+#include "CMAllocator.h"
+#include "CMArrayElements.h"
+#include "KrvTypes.h"
+
+#include <algorithm>
+#include <concepts>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+// What may index an array besides the two types of the virtual operations.
+template <class INDEX>
+concept CMArrayIndex = std::integral<INDEX> || std::is_enum_v<INDEX>;
+
+// TYPE is the element, ARG_TYPE is how one is passed (TYPE itself, or a constant reference to it).
+template <class TYPE, class ARG_TYPE> class CMArray
+{
+public:
+    CMArray() = default;
+    CMArray(const CMArray& roOther) { Copy(roOther); }
+    CMArray(const TYPE* paoElements, int32_t iCount) { CopyElements(paoElements, iCount); }
+    CMArray(const TYPE* paoElements, uint32_t uiCount) { CopyElements(paoElements, static_cast<int32_t>(uiCount)); }
+
+    // The order of the virtual operations is part of the interface.
+    virtual ~CMArray() { FreeAll(); }
+    // iGrowBy: -1 keeps the growth step, 0 makes it automatic, anything else replaces it. Size 0 frees the block.
+    virtual void SetSize(int32_t iNewSize, int32_t iGrowBy = -1);
+    virtual void SetCount(uint32_t uiNewCount, int32_t iGrowBy = -1)
+    {
+        SetSize(static_cast<int32_t>(uiNewCount), iGrowBy);
+    }
+    // Gives back the capacity that is not in use.
+    virtual void FreeExtra();
+    // Assigns at the index, growing up to it if it is beyond the end.
+    virtual void SetAtGrow(int32_t iIndex, ARG_TYPE oValue);
+    virtual void SetAtGrow(uint32_t uiIndex, ARG_TYPE oValue) { SetAtGrow(static_cast<int32_t>(uiIndex), oValue); }
+    template <CMArrayIndex INDEX> void SetAtGrow(INDEX iIndex, ARG_TYPE oValue)
+    {
+        const auto iWideIndex = static_cast<int64_t>(iIndex);
+        SetAtGrow(iWideIndex <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(iWideIndex) : -1, oValue);
+    }
+
+    int32_t GetSize() const { return m_iSize; }
+    uint32_t GetCount() const { return static_cast<uint32_t>(m_iSize); }
+    int32_t GetAllocSize() const { return m_iMaxSize; }
+    uint32_t GetAllocCount() const { return static_cast<uint32_t>(m_iMaxSize); }
+    int32_t GetUpperBound() const { return m_iSize - 1; }
+    uint32_t GetUpperBoundU() const { return static_cast<uint32_t>(m_iSize) - 1; }
+    Bool32 IsEmpty() const { return m_iSize == 0 ? 1 : 0; }
+    void RemoveAll() { SetSize(0, -1); }
+
+    TYPE* GetData() { return m_poData; }
+    const TYPE* GetData() const { return m_poData; }
+    TYPE* Begin() { return m_poData; }
+    const TYPE* Begin() const { return m_poData; }
+    TYPE* End() { return m_poData + m_iSize; }
+    const TYPE* End() const { return m_poData + m_iSize; }
+
+    template <CMArrayIndex INDEX> TYPE& ElementAt(INDEX iIndex)
+    {
+        return IsInside(iIndex) ? m_poData[static_cast<uint64_t>(iIndex)] : BadElement();
+    }
+    template <CMArrayIndex INDEX> const TYPE& ElementAt(INDEX iIndex) const
+    {
+        return IsInside(iIndex) ? m_poData[static_cast<uint64_t>(iIndex)] : BadElement();
+    }
+    template <CMArrayIndex INDEX> TYPE& operator[](INDEX iIndex) { return ElementAt(iIndex); }
+    template <CMArrayIndex INDEX> const TYPE& operator[](INDEX iIndex) const { return ElementAt(iIndex); }
+    template <CMArrayIndex INDEX> const TYPE& GetAt(INDEX iIndex) const { return ElementAt(iIndex); }
+    template <CMArrayIndex INDEX> void SetAt(INDEX iIndex, ARG_TYPE oValue) { ElementAt(iIndex) = oValue; }
+
+    // Returns the index of the new element.
+    int32_t Add(ARG_TYPE oValue)
+    {
+        const int32_t iIndex = m_iSize;
+        SetAtGrow(iIndex, oValue);
+        return iIndex;
+    }
+    // 1 if it was not there and has been added.
+    Bool32 AddIfNotPresent(ARG_TYPE oValue);
+    // Returns the index of the first element appended.
+    int32_t Append(const CMArray& roOther);
+    void Copy(const CMArray& roOther);
+
+    // Inserting beyond the end grows up to it, as SetAtGrow does.
+    void InsertAt(int32_t iIndex, ARG_TYPE oValue, int32_t iCount = 1);
+    void InsertAt(int32_t iIndex, const CMArray& roOther);
+    void RemoveAt(int32_t iIndex, int32_t iCount = 1);
+    // Keeps the first of equal elements.
+    void RemoveDuplicates();
+    void SortElements() { std::sort(Begin(), End()); }
+
+    // Index of the first equal element from iStart on, or -1.
+    int32_t Find(ARG_TYPE oValue, int32_t iStart = 0) const;
+    Bool32 IsPresent(ARG_TYPE oValue) const { return Find(oValue) >= 0 ? 1 : 0; }
+
+    CMArray& operator=(const CMArray& roOther)
+    {
+        Copy(roOther);
+        return *this;
+    }
+    bool operator==(const CMArray& roOther) const { return std::equal(Begin(), End(), roOther.Begin(), roOther.End()); }
+    bool operator!=(const CMArray& roOther) const { return !(*this == roOther); }
+    // Keeps what is in both; adds what is only in the other.
+    CMArray& operator&=(const CMArray& roOther);
+    CMArray& operator|=(const CMArray& roOther);
+
+protected:
+    template <CMArrayIndex INDEX> bool IsInside(INDEX iIndex) const
+    {
+        return static_cast<uint64_t>(iIndex) < static_cast<uint64_t>(m_iSize); // a negative index comes out huge
+    }
+    [[gnu::cold]] static TYPE& BadElement()
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_BAD_INDEX);
+        return CMScratchElement<TYPE>::Renewed();
+    }
+    static TYPE* Allocate(int32_t iCount)
+    {
+        static_assert(alignof(TYPE) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "blocks are aligned as new aligns bytes");
+        return static_cast<TYPE*>(CMAllocator::AllocBlock(static_cast<uint64_t>(iCount) * sizeof(TYPE)));
+    }
+    void CopyElements(const TYPE* paoElements, int32_t iCount);
+    int32_t OwnIndexOf(ARG_TYPE oValue) const;
+    void FreeAll();
+    void AllocateFirst(int32_t iNewSize);
+    void ResizeInPlace(int32_t iNewSize);
+    void Grow(int32_t iNewSize);
+    void MoveToBlock(TYPE* poNewData, int32_t iNewMaxSize);
+
+    TYPE* m_poData = nullptr;
+    int32_t m_iSize = 0;
+    int32_t m_iMaxSize = 0;
+    int32_t m_iGrowBy = 0;
+    [[maybe_unused]] const uint32_t mc_uiPadding1 = 0;
+};
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
+{
+    if (iNewSize < 0)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NEGATIVE_SIZE);
+        return;
+    }
+    if (iGrowBy != -1)
+    {
+        m_iGrowBy = iGrowBy;
+    }
+    if (iNewSize == 0)
+    {
+        FreeAll();
+    }
+    else if (m_poData == nullptr)
+    {
+        AllocateFirst(iNewSize);
+    }
+    else if (iNewSize <= m_iMaxSize)
+    {
+        ResizeInPlace(iNewSize);
+    }
+    else
+    {
+        Grow(iNewSize);
+    }
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeAll()
+{
+    MDestructElements(m_poData, m_iSize);
+    CMAllocator::FreeBlock(m_poData);
+    m_poData = nullptr;
+    m_iSize = 0;
+    m_iMaxSize = 0;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::AllocateFirst(int32_t iNewSize)
+{
+    m_poData = Allocate(iNewSize);
+    MConstructElements(m_poData, iNewSize);
+    m_iMaxSize = iNewSize;
+    m_iSize = iNewSize;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::ResizeInPlace(int32_t iNewSize)
+{
+    if (iNewSize > m_iSize)
+    {
+        MConstructElements(m_poData + m_iSize, iNewSize - m_iSize);
+    }
+    else
+    {
+        MDestructElements(m_poData + iNewSize, m_iSize - iNewSize);
+    }
+    m_iSize = iNewSize;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Grow(int32_t iNewSize)
+{
+    constexpr int32_t iSmallestStep = 4;
+    constexpr int32_t iLargestStep = 1024;
+    if (m_iGrowBy == 0)
+    {
+        // Computed at the first automatic growth and frozen from then on.
+        m_iGrowBy = std::clamp(m_iSize / 8, iSmallestStep, iLargestStep);
+    }
+    const int64_t iStepped = static_cast<int64_t>(m_iMaxSize) + m_iGrowBy;
+    const int32_t iNewMaxSize =
+        iStepped > std::numeric_limits<int32_t>::max() ? iNewSize : std::max(static_cast<int32_t>(iStepped), iNewSize);
+    if (iNewMaxSize < m_iMaxSize)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_CAPACITY_OVERFLOW);
+        return;
+    }
+    if (iNewSize <= m_iSize)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NO_GROWTH);
+        return;
+    }
+    const int32_t iOldSize = m_iSize;
+    MoveToBlock(Allocate(iNewMaxSize), iNewMaxSize);
+    MConstructElements(m_poData + iOldSize, iNewSize - iOldSize);
+    m_iSize = iNewSize;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::MoveToBlock(TYPE* poNewData, int32_t iNewMaxSize)
+{
+    // By raw copy: the old block is freed without destroying what moved out of it.
+    std::memcpy(static_cast<void*>(poNewData), static_cast<const void*>(m_poData),
+                static_cast<uint64_t>(m_iSize) * sizeof(TYPE));
+    CMAllocator::FreeBlock(m_poData);
+    m_poData = poNewData;
+    m_iMaxSize = iNewMaxSize;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeExtra()
+{
+    if (m_iSize == m_iMaxSize)
+    {
+        return;
+    }
+    if (m_iSize == 0)
+    {
+        FreeAll();
+        return;
+    }
+    MoveToBlock(Allocate(m_iSize), m_iSize);
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAtGrow(int32_t iIndex, ARG_TYPE oValue)
+{
+    if (iIndex < 0)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NEGATIVE_INDEX);
+    }
+    else if (iIndex >= m_iSize)
+    {
+        // The value may be an element of this very array, which growing moves away.
+        const int32_t iOwnIndex = OwnIndexOf(oValue);
+        SetSize(iIndex < std::numeric_limits<int32_t>::max() ? iIndex + 1 : -1, -1);
+        if (iOwnIndex >= 0)
+        {
+            ElementAt(iIndex) = m_poData[iOwnIndex];
+            return;
+        }
+    }
+    ElementAt(iIndex) = oValue;
+}
+
+template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::OwnIndexOf(ARG_TYPE oValue) const
+{
+    if constexpr (std::is_reference_v<ARG_TYPE> && std::is_same_v<std::remove_cvref_t<ARG_TYPE>, TYPE>)
+    {
+        const TYPE* const poValue = std::addressof(oValue);
+        if (!std::less<>{}(poValue, Begin()) && std::less<>{}(poValue, End()))
+        {
+            return static_cast<int32_t>(poValue - Begin());
+        }
+    }
+    return -1;
+}
+
+template <class TYPE, class ARG_TYPE>
+void CMArray<TYPE, ARG_TYPE>::CopyElements(const TYPE* paoElements, int32_t iCount)
+{
+    CMArray::SetSize(iCount, -1); // also from constructors, where nothing is overridden yet
+    if (iCount > 0)
+    {
+        std::copy_n(paoElements, iCount, m_poData);
+    }
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Copy(const CMArray& roOther)
+{
+    if (this != &roOther)
+    {
+        CopyElements(roOther.m_poData, roOther.m_iSize);
+    }
+}
+
+template <class TYPE, class ARG_TYPE> Bool32 CMArray<TYPE, ARG_TYPE>::AddIfNotPresent(ARG_TYPE oValue)
+{
+    if (IsPresent(oValue))
+    {
+        return 0;
+    }
+    Add(oValue);
+    return 1;
+}
+
+template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Append(const CMArray& roOther)
+{
+    const int32_t iOldSize = m_iSize;
+    const int32_t iCount = roOther.m_iSize; // the other may be this array
+    if (iCount > std::numeric_limits<int32_t>::max() - iOldSize)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NEGATIVE_SIZE);
+        return iOldSize;
+    }
+    SetSize(iOldSize + iCount, -1);
+    std::copy_n(roOther.Begin(), iCount, Begin() + iOldSize);
+    return iOldSize;
+}
+
+template <class TYPE, class ARG_TYPE>
+void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, ARG_TYPE oValue, int32_t iCount)
+{
+    const int64_t iNewSize = std::max<int64_t>(iIndex, m_iSize) + static_cast<int64_t>(iCount);
+    if (iIndex < 0 || iCount < 0 || iNewSize > std::numeric_limits<int32_t>::max())
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_BAD_INDEX);
+        return;
+    }
+    const int32_t iOldSize = m_iSize;
+    TYPE oCopy{};
+    oCopy = oValue; // the value may be an element of this very array
+    SetSize(static_cast<int32_t>(iNewSize), -1);
+    std::fill(End() - iCount, End(), oCopy);
+    if (iIndex < iOldSize)
+    {
+        std::rotate(Begin() + iIndex, Begin() + iOldSize, End());
+    }
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, const CMArray& roOther)
+{
+    const CMArray oCopy(roOther); // the other may be this array
+    if (oCopy.m_iSize == 0)
+    {
+        return;
+    }
+    const int32_t iOldSize = m_iSize;
+    InsertAt(iIndex, oCopy.m_poData[0], oCopy.m_iSize);
+    if (m_iSize > iOldSize)
+    {
+        std::copy(oCopy.Begin(), oCopy.End(), Begin() + iIndex);
+    }
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveAt(int32_t iIndex, int32_t iCount)
+{
+    if (iIndex < 0 || iCount < 0 || iIndex > m_iSize || iCount > m_iSize - iIndex)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_BAD_INDEX);
+        return;
+    }
+    if (iCount > 0)
+    {
+        std::move(Begin() + iIndex + iCount, End(), Begin() + iIndex);
+        SetSize(m_iSize - iCount, -1);
+    }
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveDuplicates()
+{
+    int32_t iKept = 0;
+    for (int32_t iElement = 0; iElement < m_iSize; ++iElement)
+    {
+        if (std::find(Begin(), Begin() + iKept, m_poData[iElement]) != Begin() + iKept)
+        {
+            continue;
+        }
+        if (iKept != iElement)
+        {
+            m_poData[iKept] = m_poData[iElement];
+        }
+        ++iKept;
+    }
+    SetSize(iKept, -1);
+}
+
+template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Find(ARG_TYPE oValue, int32_t iStart) const
+{
+    for (int32_t iElement = std::max(iStart, 0); iElement < m_iSize; ++iElement)
+    {
+        if (m_poData[iElement] == oValue)
+        {
+            return iElement;
+        }
+    }
+    return -1;
+}
+
+template <class TYPE, class ARG_TYPE>
+CMArray<TYPE, ARG_TYPE>& CMArray<TYPE, ARG_TYPE>::operator&=(const CMArray& roOther)
+{
+    if (this == &roOther)
+    {
+        return *this;
+    }
+    const auto IsMissing = [&roOther](const TYPE& roElement)
+    { return std::find(roOther.Begin(), roOther.End(), roElement) == roOther.End(); };
+    const auto poKeptEnd = std::remove_if(Begin(), End(), IsMissing);
+    SetSize(static_cast<int32_t>(poKeptEnd - Begin()), -1);
+    return *this;
+}
+
+template <class TYPE, class ARG_TYPE>
+CMArray<TYPE, ARG_TYPE>& CMArray<TYPE, ARG_TYPE>::operator|=(const CMArray& roOther)
+{
+    for (int32_t iElement = 0; iElement < roOther.m_iSize; ++iElement)
+    {
+        AddIfNotPresent(roOther.m_poData[iElement]);
+    }
+    return *this;
+}
+
+#endif
