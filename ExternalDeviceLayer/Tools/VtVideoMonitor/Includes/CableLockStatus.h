@@ -1,0 +1,34 @@
+/*
+ * The cable-lock test: shows that for a given number of seconds all streams of one direction stay on one cable clock.
+ * Main thread only; blocks for its length.
+ */
+#ifndef CABLE_LOCK_STATUS_H
+#define CABLE_LOCK_STATUS_H
+
+#include <cstdint>
+
+#include "GenLockProcess.h"
+#include "KrvTypes.h"
+#include "MonitorUserData.h"
+
+// Newest timestamps further apart than this many ticks come from different counters.
+constexpr uint64_t CABLE_LOCK_TIME_STAMP_MASK = 0x8000000;
+
+/*
+ * Runs the test for g_uiCableLockDurationSec seconds, a sample a second, and reports through Log and, but for the rows
+ * of timestamps, the SDK's debug channel. uiNbOfVideo          in  number of streams paoVideoMonitorData  in  their
+ * records hDev                 in  the board, for the debug channel
+ */
+void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData, VtDevice_Handle hDev);
+
+/*
+ * Judges one second: 1 when every stream has delivered fields, every pair was measured and stays within one line of its
+ * first stream, and no two newest timestamps are further apart than CABLE_LOCK_TIME_STAMP_MASK. At least two streams.
+ *   rdaoFrameLockVideoData  in      the measurement of the second
+ *   rdaoFrameLockPairData   in      its pairs
+ *   pauiVideoLastTimeStamp  in      newest timestamp of each stream
+ */
+Bool32 IsCableLocked(const CFrameLockVideoArray& rdaoFrameLockVideoData,
+                     const CFrameLockPairArray& rdaoFrameLockPairData, const uint64_t* pauiVideoLastTimeStamp);
+
+#endif

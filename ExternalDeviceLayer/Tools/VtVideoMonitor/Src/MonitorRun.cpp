@@ -1,0 +1,275 @@
+#include "MonitorRun.h"
+
+#include <cstdio>
+#include <memory>
+#include <span>
+
+#include "AssertReport.h"
+#include "CableLockStatus.h"
+#include "ConsoleLog.h"
+#include "FrameLockStatus.h"
+#include "KeyCommands.h"
+#include "KrvTools.h"
+#include "MonitorGlobals.h"
+#include "StatusScreen.h"
+#include "Terminal.h"
+#include "Veltrano.h"
+#include "VideoInMonitor.h"
+#include "VideoOutMonitor.h"
+
+namespace
+{
+
+constexpr uint32_t START_PAUSE_MS = 200;
+constexpr uint32_t LOOP_PAUSE_MS = 10;
+constexpr uint64_t REDRAW_PERIOD_MS = 2000;
+
+// The memory behind the streams of one direction.
+struct SStreamMemory
+{
+    std::unique_ptr<SMonitorUserData[]> paoVideoMonitorData;
+    std::unique_ptr<uint64_t[]> pauiVideoLastTimeStamp;
+};
+
+SStreamMemory AllocateStreams(SMonitorStreams& roStreams, std::vector<HCpuThread>& rdahThread)
+{
+    rdahThread.assign(roStreams.uiNbOfVideo, nullptr);
+    SStreamMemory oMemory = {std::make_unique<SMonitorUserData[]>(roStreams.uiNbOfVideo),
+                             std::make_unique<uint64_t[]>(roStreams.uiNbOfVideo)};
+    roStreams.pahVideoMonitorThread = rdahThread.data();
+    roStreams.paoVideoMonitorData = oMemory.paoVideoMonitorData.get();
+    roStreams.pauiVideoLastTimeStamp = oMemory.pauiVideoLastTimeStamp.get();
+    return oMemory;
+}
+
+void StartThreads(SMonitorRun& roRun, SMonitorStreams& roStreams)
+{
+    CreateThreads(roRun.hDev, roStreams.uiNbOfVideo, roStreams.pahVideoMonitorThread, roStreams.paoVideoMonitorData,
+                  roStreams.pThreadFunc, roStreams.szEmptyLine);
+}
+
+// A trigger is lost for a thread that comes to its wait later. On a loaded machine one may; it gets another one.
+void ReleaseLateThreads(SMonitorRun& roRun)
+{
+    for (const SMonitorStreams* poStreams : {&roRun.oVideoOut, &roRun.oVideoIn})
+    {
+        for (const SMonitorUserData& roData : std::span(poStreams->paoVideoMonitorData, poStreams->uiNbOfVideo))
+        {
+            if (!roData.bFirstPassDone)
+            {
+                g_oOsServices.Signal_Trigger(g_hStartSig);
+                return;
+            }
+        }
+    }
+}
+
+void ReleaseThreads(SMonitorRun& roRun)
+{
+    g_oOsServices.SleepMilliSeconds(START_PAUSE_MS);
+    g_oOsServices.Signal_Trigger(g_hStartSig);
+    g_oOsServices.SleepMilliSeconds(START_PAUSE_MS);
+    ReleaseLateThreads(roRun);
+}
+
+void RaiseStopSignal(SMonitorStreams& roStreams)
+{
+    for (SMonitorUserData& roData : std::span(roStreams.paoVideoMonitorData, roStreams.uiNbOfVideo))
+    {
+        roData.bStopSignal = 1;
+    }
+}
+
+void JoinThreads(SMonitorStreams& roStreams)
+{
+    for (HCpuThread& rhThread : std::span(roStreams.pahVideoMonitorThread, roStreams.uiNbOfVideo))
+    {
+        g_oOsServices.CpuThread_Join(rhThread);
+        g_oOsServices.CpuThread_Destroy(rhThread);
+        // A restart may fail before it comes to this entry; the next stop must not find the old handle.
+        rhThread = nullptr;
+    }
+}
+
+void RunLockTests(SMonitorRun& roRun)
+{
+    const SMonitorStreams& roIn = roRun.oVideoIn;
+    const SMonitorStreams& roOut = roRun.oVideoOut;
+    if (g_bFrameLockStatus)
+    {
+        if (roIn.uiNbOfVideo > 0)
+        {
+            FrameLockStatus(roIn.uiNbOfVideo, roIn.paoVideoMonitorData, roRun.hDev);
+        }
+        if (roOut.uiNbOfVideo > 0)
+        {
+            FrameLockStatus(roOut.uiNbOfVideo, roOut.paoVideoMonitorData, roRun.hDev);
+        }
+    }
+    if (g_bCableLockStatus)
+    {
+        if (roIn.uiNbOfVideo > 0)
+        {
+            CableLockStatus(roIn.uiNbOfVideo, roIn.paoVideoMonitorData, roRun.hDev);
+        }
+        if (roOut.uiNbOfVideo > 0)
+        {
+            CableLockStatus(roOut.uiNbOfVideo, roOut.paoVideoMonitorData, roRun.hDev);
+        }
+    }
+}
+
+void RedrawWhenDue(SMonitorRun& roRun)
+{
+    if (g_bMonitor)
+    {
+        return;
+    }
+    roRun.uiEnd = g_oOsServices.GetTimeInMs();
+    if (roRun.uiEnd - roRun.uiStart < REDRAW_PERIOD_MS)
+    {
+        return;
+    }
+    RedrawStatusScreen(roRun);
+    roRun.uiStart = roRun.uiEnd;
+}
+
+int32_t RunCommandLoop(SMonitorRun& roRun)
+{
+    int32_t iRet = -1;
+    Bool32 bQuit = 0;
+    while (!bQuit)
+    {
+        g_oOsServices.SleepMilliSeconds(LOOP_PAUSE_MS);
+        ReleaseLateThreads(roRun);
+        const char cCommand = static_cast<char>(getch());
+        if (IsQuitKey(cCommand) || roRun.bStopSignal)
+        {
+            puts(" >>> Stopping...");
+            iRet = 0;
+            bQuit = 1;
+        }
+        DispatchKey(cCommand, roRun);
+        RedrawWhenDue(roRun);
+    }
+    return iRet;
+}
+
+// The part of the run between a known number of outputs and the end of all threads.
+int32_t MonitorStreams(SMonitorRun& roRun)
+{
+    const SStreamMemory oOutMemory = AllocateStreams(roRun.oVideoOut, g_dahVideoOutMonitorThread);
+    StartThreads(roRun, roRun.oVideoOut);
+
+    if (VtVideoIn_GetCount(roRun.hDev, &roRun.oVideoIn.uiNbOfVideo) < 0)
+    {
+        puts("Error : VtVideoIn_GetCount()");
+        ReportFailedAssert();
+        // The output threads are blocked on the start signal with records that are about to be freed: end them first.
+        roRun.oVideoIn.uiNbOfVideo = 0;
+        StopMonitorThreads(roRun);
+        return -1;
+    }
+    const SStreamMemory oInMemory = AllocateStreams(roRun.oVideoIn, g_dahVideoInMonitorThread);
+    StartThreads(roRun, roRun.oVideoIn);
+    ReleaseThreads(roRun);
+    roRun.uiStart = g_oOsServices.GetTimeInMs();
+    GetTimeString(roRun.szStartTime);
+
+    int32_t iRet = -1;
+    if (g_bFrameLockStatus || g_bCableLockStatus)
+    {
+        RunLockTests(roRun);
+    }
+    else
+    {
+        iRet = RunCommandLoop(roRun);
+    }
+    StopMonitorThreads(roRun);
+    return iRet;
+}
+
+int32_t OpenAndMonitor(SMonitorRun& roRun)
+{
+    Veltrano_LoadLite();
+    static_cast<void>(Veltrano_Version());
+    roRun.hDev = Veltrano_GetDevice(g_uiSelectedGpu);
+    if (roRun.hDev == nullptr)
+    {
+        puts("Error : Veltrano_GetDevice, hdev is null");
+        return -1;
+    }
+    if (VtVideoOut_GetCount(roRun.hDev, &roRun.oVideoOut.uiNbOfVideo) < 0)
+    {
+        puts("Error : VtVideoOut_GetCount()");
+        ReportFailedAssert();
+        return -1;
+    }
+    return MonitorStreams(roRun);
+}
+
+} // namespace
+
+int32_t RunTest()
+{
+    SMonitorRun oRun = {};
+    oRun.oVideoOut.pThreadFunc = VtVideoOutMonitorThreadFunc;
+    oRun.oVideoOut.szEmptyLine = EMPTY_LINE_VIDEO_OUT;
+    oRun.oVideoIn.bIsVideoIn = 1;
+    oRun.oVideoIn.pThreadFunc = VtVideoInMonitorThreadFunc;
+    oRun.oVideoIn.szEmptyLine = EMPTY_LINE_VIDEO_IN;
+
+    g_oOsServices.Signal_Create(g_hStartSig);
+    g_bExtendVidTimingDetails = g_bExtendedTimingStart;
+    const int32_t iRet = OpenAndMonitor(oRun);
+    g_oOsServices.Signal_Destroy(g_hStartSig);
+    g_hStartSig = nullptr;
+    Veltrano_UnLoad();
+    puts("Stopped!");
+    return iRet;
+}
+
+Bool32 CreateThreads(VtDevice_Handle hDev, uint32_t uiNbOfVideo, HCpuThread* pahVideoMonitorThread,
+                     SMonitorUserData* paoVideoMonitorData, PfnCpuThreadFunction pThreadFunc, const char* szEmptyLine)
+{
+    for (uint32_t uiVideoIndex = 0; uiVideoIndex < uiNbOfVideo; ++uiVideoIndex)
+    {
+        SMonitorUserData& roData = paoVideoMonitorData[uiVideoIndex];
+        roData.hDev = hDev;
+        roData.uiInOutIndex = uiVideoIndex;
+        roData.bStopSignal = 0;
+        roData.bShowExtraData = 1;
+        roData.bShowDetailedTiming = 0;
+        roData.bOnlyShowError = g_bFilterError;
+        roData.uiTickRefFreq = 1;
+        roData.bFirstPassDone = 0;
+        KrvTools_strcpy_s(roData.szStatusData, sizeof(roData.szStatusData), szEmptyLine);
+        KrvTools_strcpy_s(roData.szFpsData, sizeof(roData.szFpsData),
+                          "--------  --------------- --------------- --------------- -------");
+        KrvTools_memset(roData.auiTickRefCounter, 0, sizeof(roData.auiTickRefCounter));
+        if (!g_oOsServices.CpuThread_Create(pThreadFunc, &roData, pahVideoMonitorThread[uiVideoIndex]))
+        {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+void StartMonitorThreads(SMonitorRun& roRun)
+{
+    g_oOsServices.Signal_Activate(g_hStartSig);
+    StartThreads(roRun, roRun.oVideoOut);
+    StartThreads(roRun, roRun.oVideoIn);
+    ReleaseThreads(roRun);
+}
+
+void StopMonitorThreads(SMonitorRun& roRun)
+{
+    RaiseStopSignal(roRun.oVideoIn);
+    RaiseStopSignal(roRun.oVideoOut);
+    // A thread that missed the trigger would wait for ever, and the join with it. A cancelled signal lets it through,
+    // also when it comes to its wait only now.
+    g_oOsServices.Signal_Cancel(g_hStartSig);
+    JoinThreads(roRun.oVideoIn);
+    JoinThreads(roRun.oVideoOut);
+}
