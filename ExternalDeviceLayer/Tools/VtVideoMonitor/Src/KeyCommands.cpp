@@ -4,6 +4,7 @@
 
 #include "ConsoleLog.h"
 #include "KrvMFCTypes.h"
+#include "KrvTools.h"
 #include "MonitorGlobals.h"
 #include "Terminal.h"
 
