@@ -1,0 +1,259 @@
+// See Board.h.
+#include "Board.h"
+
+#include "ScenarioSource.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+namespace
+{
+
+// Everything that lives as long as the library is loaded. Never destroyed: threads may still be inside at exit.
+struct SRuntime
+{
+    std::mutex oMutex;
+    std::shared_ptr<CBoard> poBoard; // guarded by oMutex
+    CHandleTable oHandles;
+    std::array<std::atomic<uint64_t>, gc_uiOperations> auiCalls{};
+};
+
+SRuntime& GetRuntime()
+{
+    static SRuntime& roRuntime = *new SRuntime;
+    return roRuntime;
+}
+
+// The truth file that a scenario asks for; false when it cannot be written.
+bool OpenTruth(const SScenario& roScenario, std::unique_ptr<CTruthFile>& rpoTruth)
+{
+    if (roScenario.szTruthFile.empty())
+    {
+        return true;
+    }
+    rpoTruth = CTruthFile::Open(roScenario.szTruthFile);
+    if (rpoTruth == nullptr)
+    {
+        (void)std::fprintf(stderr, "%s:1: cannot be written: %s\n", roScenario.szTruthFile.c_str(),
+                           std::generic_category().message(errno).c_str());
+    }
+    return rpoTruth != nullptr;
+}
+
+} // namespace
+
+CChip::CChip(const SChip& roChip, uint32_t uiIndex, const SScenario& roScenario, int64_t iStartNs, CTruthFile* pTruth,
+             CFaults& roFaults)
+    : m_oSpec(roChip),
+      m_uiIndex(uiIndex),
+      m_eTimeMode(roScenario.eTimeMode),
+      m_roFaults(roFaults),
+      m_oClock(iStartNs, roScenario.flScale, roChip.uiTickFreqHz, roChip.uiTickStart),
+      m_uiRemovalTicks(roChip.uiRemovalTicks.value_or(gc_uiForEver))
+{
+    SStreamSetup oSetup{.uiChip = uiIndex,
+                        .eTimeMode = roScenario.eTimeMode,
+                        .bHold = roScenario.bHold,
+                        .poClock = &m_oClock,
+                        .puiRemovalTicks = &m_uiRemovalTicks,
+                        .pTruth = pTruth};
+    for (const SStream& roInput : roChip.aoInputs)
+    {
+        m_aoInputs.emplace_back(roInput, oSetup);
+        ++oSetup.uiIndex;
+    }
+    oSetup.uiIndex = 0;
+    for (const SStream& roOutput : roChip.aoOutputs)
+    {
+        m_aoOutputs.emplace_back(roOutput, oSetup);
+        ++oSetup.uiIndex;
+    }
+}
+
+bool CChip::IsGone() const
+{
+    const uint64_t uiRemoval = m_uiRemovalTicks.load(std::memory_order_acquire);
+    if (uiRemoval == gc_uiForEver || uiRemoval <= m_oSpec.uiTickStart)
+    {
+        return uiRemoval != gc_uiForEver;
+    }
+    if (m_eTimeMode == ETimeMode::REAL)
+    {
+        return m_oClock.ToTicks(MonotonicClock_GetNs()) >= uiRemoval;
+    }
+    const auto fnIsGone = [](const CStream& roStream) { return roStream.IsGone(); };
+    return std::ranges::any_of(m_aoInputs, fnIsGone) || std::ranges::any_of(m_aoOutputs, fnIsGone);
+}
+
+CBoard::CBoard(const SScenario& roScenario, std::unique_ptr<CTruthFile> poTruth)
+    : m_eTimeMode(roScenario.eTimeMode), m_poTruth(std::move(poTruth)), m_oFaults(roScenario.aoFaults)
+{
+    const int64_t iStartNs = MonotonicClock_GetNs();
+    for (const SChip& roChip : roScenario.aoChips)
+    {
+        m_aoChips.emplace_back(roChip, static_cast<uint32_t>(m_aoChips.size()), roScenario, iStartNs, m_poTruth.get(),
+                               m_oFaults);
+    }
+}
+
+bool CBoard::FlushTruth()
+{
+    for (CChip& roChip : m_aoChips)
+    {
+        for (const EDirection eDirection : {EDirection::INPUT, EDirection::OUTPUT})
+        {
+            for (CStream& roStream : roChip.GetStreams(eDirection))
+            {
+                roStream.FlushTruth();
+            }
+        }
+    }
+    return m_poTruth == nullptr || m_poTruth->Flush();
+}
+
+void Board_Load()
+{
+    SRuntime& roRuntime = GetRuntime();
+    const std::lock_guard oGuard(roRuntime.oMutex);
+    if (roRuntime.poBoard != nullptr)
+    {
+        return;
+    }
+    for (std::atomic<uint64_t>& ruiCalls : roRuntime.auiCalls)
+    {
+        ruiCalls.store(0, std::memory_order_relaxed);
+    }
+    SScenario oScenario;
+    std::unique_ptr<CTruthFile> poTruth;
+    if (ScenarioSource_Load(oScenario) && OpenTruth(oScenario, poTruth))
+    {
+        roRuntime.poBoard = std::make_shared<CBoard>(oScenario, std::move(poTruth));
+    }
+}
+
+void Board_UnLoad()
+{
+    SRuntime& roRuntime = GetRuntime();
+    std::shared_ptr<CBoard> poBoard;
+    {
+        const std::lock_guard oGuard(roRuntime.oMutex);
+        poBoard.swap(roRuntime.poBoard);
+    }
+    roRuntime.oHandles.CloseAll();
+    if (poBoard == nullptr)
+    {
+        return;
+    }
+    for (CChip& roChip : poBoard->GetChips())
+    {
+        for (const EDirection eDirection : {EDirection::INPUT, EDirection::OUTPUT})
+        {
+            for (const CStream& roStream : roChip.GetStreams(eDirection))
+            {
+                for (size_t uiOperation = 0; uiOperation < gc_uiOperations; ++uiOperation)
+                {
+                    roRuntime.auiCalls[uiOperation].fetch_add(roStream.GetCalls(uiOperation));
+                }
+            }
+        }
+    }
+}
+
+std::shared_ptr<CBoard> Board_Get()
+{
+    SRuntime& roRuntime = GetRuntime();
+    const std::lock_guard oGuard(roRuntime.oMutex);
+    return roRuntime.poBoard;
+}
+
+CHandleTable& Board_GetHandles()
+{
+    return GetRuntime().oHandles;
+}
+
+void Board_CountCall(EOperation eOperation)
+{
+    GetRuntime().auiCalls[static_cast<size_t>(eOperation)].fetch_add(1, std::memory_order_relaxed);
+}
+
+uint64_t Board_GetCalls(size_t uiOperation)
+{
+    uint64_t uiCalls = GetRuntime().auiCalls[uiOperation].load();
+    const std::shared_ptr<CBoard> poBoard = Board_Get();
+    if (poBoard == nullptr)
+    {
+        return uiCalls;
+    }
+    for (CChip& roChip : poBoard->GetChips())
+    {
+        for (const EDirection eDirection : {EDirection::INPUT, EDirection::OUTPUT})
+        {
+            for (const CStream& roStream : roChip.GetStreams(eDirection))
+            {
+                uiCalls += roStream.GetCalls(uiOperation);
+            }
+        }
+    }
+    return uiCalls;
+}
+
+CDeviceCall::CDeviceCall(VtDevice_Handle hDev, EOperation eOperation, std::optional<uint32_t> uiStreamIndex)
+    : m_poSlot(Board_GetHandles().Enter(reinterpret_cast<uintptr_t>(hDev), EHandleKind::DEVICE))
+{
+    Board_CountCall(eOperation);
+    if (m_poSlot == nullptr)
+    {
+        return;
+    }
+    CChip& roChip = GetChip();
+    if (const auto eInjected = roChip.GetFaults().Count(eOperation, roChip.GetIndex(), uiStreamIndex))
+    {
+        m_bInjected = true;
+        m_eStatus = *eInjected;
+        return;
+    }
+    m_bRefused = roChip.IsGone();
+    m_eStatus = m_bRefused ? VtStatus_FAIL : VtStatus_OK;
+}
+
+CDeviceCall::~CDeviceCall()
+{
+    if (m_poSlot != nullptr)
+    {
+        CHandleTable::Leave(*m_poSlot);
+    }
+}
+
+CStreamCall::CStreamCall(const void* hStream, EHandleKind eKind, EOperation eOperation)
+    : m_poSlot(Board_GetHandles().Enter(reinterpret_cast<uintptr_t>(hStream), eKind))
+{
+    if (m_poSlot == nullptr)
+    {
+        Board_CountCall(eOperation);
+        return;
+    }
+    CStream& roStream = GetStream();
+    roStream.CountCall(eOperation);
+    if (const auto eInjected = m_poSlot->poChip->GetFaults().Count(eOperation, roStream.GetChip(), roStream.GetIndex()))
+    {
+        m_eStatus = *eInjected;
+        return;
+    }
+    m_bRefused = roStream.IsGone();
+    m_eStatus = m_bRefused ? VtStatus_FAIL : VtStatus_OK;
+}
+
+CStreamCall::~CStreamCall()
+{
+    if (m_poSlot != nullptr)
+    {
+        CHandleTable::Leave(*m_poSlot);
+    }
+}
+
+uint64_t CStreamCall::GetCurrentField() const
+{
+    const uint64_t uiNext = m_poSlot->oReader.uiNext.load(std::memory_order_relaxed);
+    return GetStream().GetCurrentField(uiNext > 0 ? uiNext - 1 : 0);
+}

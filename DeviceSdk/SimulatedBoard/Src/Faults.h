@@ -1,0 +1,30 @@
+// Failing calls: which call of which operation returns a status instead of doing its work. Thread-safe.
+#ifndef SIMULATED_BOARD_FAULTS_H
+#define SIMULATED_BOARD_FAULTS_H
+
+#include "Scenario.h"
+
+#include <atomic>
+#include <deque>
+
+class CFaults
+{
+public:
+    explicit CFaults(const std::vector<SFaultRule>& raoRules);
+
+    // Counts a call and tells whether it fails. Costs next to nothing for an operation without rules.
+    std::optional<VtStatus> Count(EOperation eOperation, std::optional<uint32_t> uiChip,
+                                  std::optional<uint32_t> uiIndex);
+
+private:
+    struct SRule
+    {
+        explicit SRule(const SFaultRule& roFaultRule) : oRule(roFaultRule) {}
+        SFaultRule oRule;
+        std::atomic<uint64_t> uiCalls{0};
+    };
+
+    std::array<std::deque<SRule>, gc_uiOperations> m_aaoRules;
+};
+
+#endif

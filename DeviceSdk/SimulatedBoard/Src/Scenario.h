@@ -1,0 +1,146 @@
+// A scenario as plain data, ready to run: everything that a scenario text says, with names resolved, defaults filled in
+// and times turned into field numbers. Built by the scenario reader, then never changed.
+#ifndef SIMULATED_BOARD_SCENARIO_H
+#define SIMULATED_BOARD_SCENARIO_H
+
+#include "Operations.h"
+#include "Schedule.h"
+#include "TickMath.h"
+#include "VideoTiming.h"
+
+#include <Veltrano.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+enum class EDirection : uint8_t
+{
+    INPUT,
+    OUTPUT
+};
+
+enum class ETimeMode : uint8_t
+{
+    REAL,    // the monotonic clock, scaled or not
+    STEPPED, // a wait returns the next field at once
+    GRANTED  // a wait returns the next field when a test grants it
+};
+
+enum class EEventKind : uint8_t
+{
+    SIGNAL_LOSS,
+    FORMAT_CHANGE,
+    MISSED_FIELD,
+    DOUBLED_FIELD,
+    COUNTER_JUMP,
+    SKIPPED_BUFFERS,
+    BUFFERS_RUN_OUT,
+    PHASE_STEP,
+    LOCK_LOST,
+    POWER_STATE,
+    HANG,
+    COUNT
+};
+
+// One event of a stream. Which of the later members count depends on the kind.
+struct SEvent
+{
+    EEventKind eKind = EEventKind::SIGNAL_LOSS;
+    SSchedule oWhen;
+    SVideoTiming oTiming;                                    // FORMAT_CHANGE
+    int64_t iJump = 0;                                       // COUNTER_JUMP, counter units (16 a field)
+    uint64_t uiCount = 0;                                    // SKIPPED_BUFFERS
+    FixedTicks iStep = 0;                                    // PHASE_STEP
+    int64_t iDriftPpt = 0;                                   // LOCK_LOST, parts in 10^12 faster than while locked
+    uint32_t uiHangMs = 0;                                   // HANG
+    VtVideoOut_PowerState ePower{VtVideoOut_PowerState_OFF}; // POWER_STATE
+    uint32_t uiLine = 0;                                     // where the scenario says so
+};
+
+struct SStream
+{
+    EDirection eDirection = EDirection::INPUT;
+    SVideoTiming oTiming;
+    VtVideo_VidParam oColour{}; // only the colour flags count
+    int64_t iRatePpt = 0;       // parts in 10^12 above the nominal rate
+    double flWanderTicks = 0.0; // amplitude
+    double flWanderPeriodS = 60.0;
+    uint64_t uiWanderKey = 0;   // streams with the same key wander together
+    double flJitterTicks = 0.0; // sigma
+    uint64_t uiKey = 0;         // of the stream's own random draws
+    FixedTicks iOrigin = 0;     // when field 0 starts, by the chip's counter
+    uint32_t uiTickFreqHz = 0;  // of the chip
+    uint64_t uiFieldCounterStart = 0;
+    std::vector<SEvent> aoEvents;
+
+    VtPixelFormat ePixelFormat = VtPixelFormat_YUV422_UYVY;
+    uint32_t uiWidth = 0; // 0: the active size of the signal
+    uint32_t uiHeight = 0;
+
+    VtVideoIn_State eCaptureState = VtVideoIn_State_STARTED;
+    uint32_t uiBuffers = 8;
+    uint32_t uiReady = 1;
+    uint32_t uiReadySpread = 0;
+    uint32_t uiLoan = 2;
+    uint32_t uiLoanSpread = 0;
+    uint64_t uiSkipCountStart = 0;
+
+    VtVideoOut_PowerState ePowerState = VtVideoOut_PowerState_ON;
+    uint64_t uiSetBufferStart = 0;
+    std::vector<uint32_t> auiSetBufferPattern{1}; // buffers set in successive fields, repeated
+    uint64_t uiLuidStart = 0x1000;
+};
+
+// A failure on purpose: calls of an operation that return a status instead of doing their work.
+struct SFaultRule
+{
+    EOperation eOperation = EOperation::COUNT;
+    std::optional<uint32_t> uiChip;
+    std::optional<uint32_t> uiIndex; // of the stream
+    uint64_t uiFirstCall = 1;
+    uint64_t uiTimes = 1;  // successive calls
+    uint64_t uiPeriod = 0; // calls, 0: once
+    VtStatus eStatus = VtStatus_FAIL;
+};
+
+struct SChip
+{
+    uint32_t uiTickFreqHz = 0;
+    uint64_t uiTickStart = 0;
+    std::optional<uint64_t> uiRemovalTicks; // counter value at which the device goes away
+    std::vector<VtBoard_ConnectorInfo> aoConnectors;
+    std::vector<SStream> aoInputs;
+    std::vector<SStream> aoOutputs;
+};
+
+struct SScenario
+{
+    std::string szName;
+    ETimeMode eTimeMode = ETimeMode::REAL;
+    double flScale = 1.0; // board seconds a real second
+    bool bHold = false;   // granted: a wait without a grant has no time-out
+    std::string szTruthFile;
+    std::vector<SChip> aoChips;
+    std::vector<SFaultRule> aoFaults;
+};
+
+// Why a scenario is refused. The first fault found stands.
+struct SScenarioFault
+{
+    uint32_t uiLine = 0;
+    std::string szText; // empty: none
+
+    bool IsSet() const { return !szText.empty(); }
+    void Set(uint32_t uiAtLine, std::string szWhat)
+    {
+        if (!IsSet())
+        {
+            uiLine = uiAtLine;
+            szText = std::move(szWhat);
+        }
+    }
+};
+
+#endif

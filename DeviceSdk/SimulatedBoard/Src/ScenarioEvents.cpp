@@ -1,0 +1,325 @@
+// See ScenarioReader.h. Here: the events of a stream and the failing calls.
+//
+// The limits keep the stamps from ever going back: jitter of both neighbours, a step back and lock regained may each
+// take a sixteenth of a field, and a doubled start stands a quarter behind the true one.
+#include "ScenarioNames.h"
+#include "ScenarioReader.h"
+#include "StreamModel.h"
+
+#include <cmath>
+
+namespace
+{
+
+constexpr size_t gc_uiEventLimit = 64;
+constexpr double gc_flSecondsLimit = 1e8;
+
+enum class ELength : uint8_t
+{
+    POINT,    // happens at a field
+    ONE,      // lasts, one field unless told
+    FOR_EVER, // lasts, for ever unless told
+};
+
+enum class EOverlap : uint8_t
+{
+    FREE,
+    DISJOINT,  // their effects are added up, so they must not meet
+    SUCCESSIVE // each ends where the next begins
+};
+
+struct SEventKind
+{
+    EEventKind eKind;
+    std::string_view szName;
+    ELength eLength;
+    EOverlap eOverlap;
+};
+
+constexpr std::array<SEventKind, static_cast<size_t>(EEventKind::COUNT)> gc_aoKinds = {{
+    {EEventKind::SIGNAL_LOSS, "signal_loss", ELength::FOR_EVER, EOverlap::FREE},
+    {EEventKind::FORMAT_CHANGE, "format_change", ELength::FOR_EVER, EOverlap::SUCCESSIVE},
+    {EEventKind::MISSED_FIELD, "missed_field", ELength::ONE, EOverlap::FREE},
+    {EEventKind::DOUBLED_FIELD, "doubled_field", ELength::POINT, EOverlap::DISJOINT},
+    {EEventKind::COUNTER_JUMP, "counter_jump", ELength::POINT, EOverlap::FREE},
+    {EEventKind::SKIPPED_BUFFERS, "skipped_buffers", ELength::POINT, EOverlap::FREE},
+    {EEventKind::BUFFERS_RUN_OUT, "buffers_run_out", ELength::ONE, EOverlap::DISJOINT},
+    {EEventKind::PHASE_STEP, "phase_step", ELength::POINT, EOverlap::FREE},
+    {EEventKind::LOCK_LOST, "lock_lost", ELength::FOR_EVER, EOverlap::DISJOINT},
+    {EEventKind::POWER_STATE, "power_state", ELength::FOR_EVER, EOverlap::FREE},
+    {EEventKind::HANG, "hang", ELength::POINT, EOverlap::FREE},
+}};
+
+FixedTicks FieldTicks(const SStream& roStream)
+{
+    return VideoTiming_GetFieldTicks(roStream.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt);
+}
+
+// Reads "<name>_fields" or "<name>_s"; seconds become fields by the stream's first format.
+//   iBefore  in  what is taken off a time before it is turned into fields
+//   bUp      in  to the next field, instead of to the nearest
+bool ReadFields(CScenarioSection& roSection, std::string_view szName, int64_t iMin, const SStream& roStream,
+                FixedTicks iBefore, bool bUp, uint64_t& ruiFields)
+{
+    const std::string szFields = std::string(szName) + "_fields";
+    const std::string szSeconds = std::string(szName) + "_s";
+    int64_t iFields = 0;
+    const bool bFields =
+        roSection.ReadInteger(szFields, iMin, static_cast<int64_t>(CStreamModel::msc_uiFieldLimit) - 1, iFields);
+    double flSeconds = 0.0;
+    const bool bSeconds = roSection.ReadFloat(szSeconds, 0.0, gc_flSecondsLimit, flSeconds);
+    if (bFields && bSeconds)
+    {
+        roSection.Refuse(szSeconds, "either " + szFields + " or " + szSeconds);
+    }
+    if (bSeconds)
+    {
+        const FixedTicks iField = FieldTicks(roStream);
+        const FixedTicks iTicks = FixedTicks_FromDouble(flSeconds * roStream.uiTickFreqHz) - iBefore;
+        const FixedTicks iRounded = (std::max<FixedTicks>(iTicks, 0) + (bUp ? iField - 1 : iField / 2)) / iField;
+        iFields = std::max(iMin, static_cast<int64_t>(iRounded));
+    }
+    ruiFields = bFields || bSeconds ? static_cast<uint64_t>(iFields) : ruiFields;
+    return bFields || bSeconds;
+}
+
+void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChipContext& roContext,
+              const SStream& roStream, SSchedule& roWhen)
+{
+    const FixedTicks iPhase = roStream.iOrigin - FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * gc_iOneTick;
+    const int64_t iFirst = roKind.eKind == EEventKind::DOUBLED_FIELD ? 1 : 0;
+    const std::string szKind(roKind.szName);
+    if (!ReadFields(roSection, "at", iFirst, roStream, iPhase, true, roWhen.uiFirst))
+    {
+        roSection.Require(roSection.Has("at_s") ? "at_s" : "at_field");
+    }
+    const bool bPeriodic = ReadFields(roSection, "every", 2, roStream, 0, false, roWhen.uiPeriod);
+    roWhen.uiLength = roKind.eLength == ELength::FOR_EVER ? gc_uiForEver : 1;
+    if (roKind.eLength == ELength::POINT)
+    {
+        return;
+    }
+    const bool bLength = ReadFields(roSection, "for", 1, roStream, 0, false, roWhen.uiLength);
+    if (bPeriodic && !bLength && roKind.eLength == ELength::FOR_EVER)
+    {
+        roSection.Refuse("kind", "a periodic " + szKind + " needs for_fields or for_s");
+    }
+    else if (bPeriodic && roWhen.uiLength >= roWhen.uiPeriod)
+    {
+        roSection.Refuse(roSection.Has("for_s") ? "for_s" : "for_fields", "must be shorter than the period");
+    }
+}
+
+void ReadDrift(CScenarioSection& roSection, SEvent& roEvent)
+{
+    double flPpm = 0.0;
+    roSection.Require("ppm");
+    (void)roSection.ReadFloat("ppm", -50000.0, 50000.0, flPpm);
+    roEvent.iDriftPpt = std::llround(flPpm * 1e6);
+    const double flLateFields = -flPpm * 1e-6 * static_cast<double>(roEvent.oWhen.uiLength);
+    if (roEvent.oWhen.uiLength != gc_uiForEver && flLateFields > 1.0 / 16.0)
+    {
+        roSection.Refuse("ppm", "the stream would jump back by more than 1/16 field when lock is regained");
+    }
+}
+
+// What only this kind of event has.
+void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& roEvent, SScenarioFault& roFault)
+{
+    int64_t iCount = 1;
+    switch (roEvent.eKind)
+    {
+    case EEventKind::FORMAT_CHANGE:
+        ScenarioTiming_Read(roSection, roStream.uiTickFreqHz, roFault, roEvent.oTiming);
+        break;
+    case EEventKind::COUNTER_JUMP:
+        roSection.Require("jump");
+        (void)roSection.ReadInteger("jump", INT64_MIN, INT64_MAX, roEvent.iJump);
+        break;
+    case EEventKind::SKIPPED_BUFFERS:
+        (void)roSection.ReadInteger("count", 1, 1'000'000, iCount);
+        roEvent.uiCount = static_cast<uint64_t>(iCount);
+        break;
+    case EEventKind::PHASE_STEP:
+        roEvent.iStep = ScenarioTicks_Read(roSection, "step", roStream.oTiming, roStream.uiTickFreqHz);
+        break;
+    case EEventKind::LOCK_LOST:
+        ReadDrift(roSection, roEvent);
+        break;
+    case EEventKind::POWER_STATE:
+        roSection.Require("state");
+        (void)roSection.ReadName<VtVideoOut_PowerState>("state", gc_aoPowerStates, roEvent.ePower);
+        if (roStream.eDirection == EDirection::INPUT)
+        {
+            roSection.Refuse("kind", "inputs have no power state");
+        }
+        break;
+    case EEventKind::HANG:
+        roSection.Require("ms");
+        (void)roSection.Read("ms", 1U, 60000U, roEvent.uiHangMs);
+        break;
+    default:
+        break;
+    }
+}
+
+void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStream& roStream, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    std::string szKind;
+    oSection.Require("kind");
+    if (!oSection.ReadText("kind", 64, szKind))
+    {
+        return;
+    }
+    const auto itKind = std::ranges::find(gc_aoKinds, szKind, &SEventKind::szName);
+    if (itKind == gc_aoKinds.end())
+    {
+        oSection.Refuse("kind", "\"" + szKind + "\" is none of its names");
+        return;
+    }
+    SEvent oEvent;
+    oEvent.eKind = itKind->eKind;
+    oEvent.uiLine = roTable.uiLine;
+    ReadWhen(oSection, *itKind, roContext, roStream, oEvent.oWhen);
+    ReadDetails(oSection, roStream, oEvent, roFault);
+    oSection.Finish();
+    roStream.aoEvents.push_back(oEvent);
+}
+
+bool Meet(const SEvent& roFirst, const SEvent& roSecond, EOverlap eOverlap)
+{
+    const uint64_t uiGap = roSecond.oWhen.uiFirst - roFirst.oWhen.uiFirst;
+    if (roFirst.oWhen.uiPeriod != 0 || roSecond.oWhen.uiPeriod != 0)
+    {
+        return true; // whether they ever meet is not worth the search
+    }
+    if (roFirst.eKind == EEventKind::DOUBLED_FIELD)
+    {
+        return uiGap < 2;
+    }
+    return eOverlap == EOverlap::SUCCESSIVE ? uiGap == 0 : uiGap < roFirst.oWhen.uiLength;
+}
+
+void CheckOverlaps(const SStream& roStream, const SEventKind& roKind, SScenarioFault& roFault)
+{
+    std::vector<SEvent> aoEvents;
+    std::ranges::copy_if(roStream.aoEvents, std::back_inserter(aoEvents),
+                         [&roKind](const SEvent& roEvent) { return roEvent.eKind == roKind.eKind; });
+    std::ranges::stable_sort(aoEvents, {}, [](const SEvent& roEvent) { return roEvent.oWhen.uiFirst; });
+    for (size_t uiEvent = 1; uiEvent < aoEvents.size(); ++uiEvent)
+    {
+        const SEvent& roFirst = aoEvents[uiEvent - 1];
+        const SEvent& roSecond = aoEvents[uiEvent];
+        if (Meet(roFirst, roSecond, roKind.eOverlap))
+        {
+            roFault.Set(std::max(roFirst.uiLine, roSecond.uiLine),
+                        "meets the " + std::string(roKind.szName) + " of line " +
+                            std::to_string(std::min(roFirst.uiLine, roSecond.uiLine)));
+        }
+    }
+}
+
+void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
+{
+    FixedTicks iBack = 0;
+    FixedTicks iShortest = FieldTicks(roStream);
+    bool bFormats = false;
+    for (const SEvent& roEvent : roStream.aoEvents)
+    {
+        if (roEvent.eKind == EEventKind::FORMAT_CHANGE)
+        {
+            bFormats = true;
+            iShortest = std::min(iShortest,
+                                 VideoTiming_GetFieldTicks(roEvent.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt));
+        }
+    }
+    if (roStream.flJitterTicks * 128.0 > FixedTicks_ToDouble(iShortest))
+    {
+        roFault.Set(roStream.aoEvents.front().uiLine, "jitter_ticks is more than 1/128 of the shortest field");
+    }
+    for (const SEvent& roEvent : roStream.aoEvents)
+    {
+        iBack += std::min<FixedTicks>(roEvent.iStep, 0);
+        if (-iBack > iShortest / 16)
+        {
+            roFault.Set(roEvent.uiLine, "steps back must stay within 1/16 field together");
+        }
+        if (bFormats && roEvent.eKind == EEventKind::DOUBLED_FIELD)
+        {
+            roFault.Set(roEvent.uiLine, "a stream has either doubled_field or format_change events");
+        }
+    }
+}
+
+bool IsStreamOperation(EOperation eOperation)
+{
+    return eOperation >= EOperation::IN_OPEN && eOperation != EOperation::OUT_COUNT;
+}
+
+} // namespace
+
+std::string_view EventKind_GetName(EEventKind eKind)
+{
+    return gc_aoKinds[static_cast<size_t>(eKind)].szName;
+}
+
+void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
+                         SScenarioFault& roFault)
+{
+    for (const SScenarioNode& roEvent : roStreamSection.ReadTables("event", gc_uiEventLimit))
+    {
+        ReadEvent(roEvent, roContext, roStream, roFault);
+    }
+    for (const SEventKind& roKind : gc_aoKinds)
+    {
+        if (roKind.eOverlap != EOverlap::FREE)
+        {
+            CheckOverlaps(roStream, roKind, roFault);
+        }
+    }
+    if (!roStream.aoEvents.empty())
+    {
+        CheckTogether(roStream, roFault);
+    }
+}
+
+void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    SFaultRule oRule;
+    std::string szOperation;
+    oSection.Require("operation");
+    if (oSection.ReadText("operation", 64, szOperation))
+    {
+        oRule.eOperation = Operation_Find(szOperation);
+        if (oRule.eOperation == EOperation::COUNT)
+        {
+            oSection.Refuse("operation", "there is no operation \"" + szOperation + "\"");
+        }
+        else if (oRule.eOperation == EOperation::LOAD || oRule.eOperation == EOperation::UNLOAD)
+        {
+            oSection.Refuse("operation", "returns nothing that could fail");
+        }
+    }
+    oSection.Require("status");
+    (void)oSection.ReadName<VtStatus>("status", gc_aoStatuses, oRule.eStatus);
+    int64_t iFirstCall = 1;
+    int64_t iTimes = 1;
+    int64_t iPeriod = 0;
+    (void)oSection.ReadInteger("call", 1, INT64_MAX, iFirstCall);
+    (void)oSection.ReadInteger("times", 0, INT64_MAX, iTimes);
+    (void)oSection.ReadInteger("every", 1, INT64_MAX, iPeriod);
+    oRule.uiFirstCall = static_cast<uint64_t>(iFirstCall);
+    oRule.uiTimes = iTimes == 0 ? gc_uiForEver : static_cast<uint64_t>(iTimes);
+    oRule.uiPeriod = static_cast<uint64_t>(iPeriod);
+    uint32_t uiFilter = 0;
+    oRule.uiChip = oSection.Read("chip", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
+    oRule.uiIndex = oSection.Read("index", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
+    if (oRule.uiIndex && !IsStreamOperation(oRule.eOperation))
+    {
+        oSection.Refuse("index", "goes with operations on one input or output alone");
+    }
+    oSection.Finish();
+    roScenario.aoFaults.push_back(oRule);
+}

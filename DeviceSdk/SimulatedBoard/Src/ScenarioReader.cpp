@@ -1,0 +1,181 @@
+// See ScenarioReader.h. Here: the scenario as a whole, its chips, lock groups and connectors.
+#include "ScenarioReader.h"
+
+#include "Noise.h"
+#include "ScenarioNames.h"
+
+#include <cmath>
+#include <numbers>
+
+namespace
+{
+
+constexpr size_t gc_uiChipLimit = 8;
+constexpr size_t gc_uiStreamLimit = 32;
+constexpr size_t gc_uiLockGroupLimit = 32;
+constexpr size_t gc_uiConnectorLimit = 128;
+constexpr size_t gc_uiFaultLimit = 256;
+constexpr uint32_t gc_uiDefaultTickFreqHz = 100'000'000;
+
+constexpr std::array gc_aoTimeModes = {
+    SNamedValue<ETimeMode>{"real", ETimeMode::REAL},
+    SNamedValue<ETimeMode>{"scaled", ETimeMode::REAL},
+    SNamedValue<ETimeMode>{"stepped", ETimeMode::STEPPED},
+    SNamedValue<ETimeMode>{"granted", ETimeMode::GRANTED},
+};
+
+void ReadTime(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    std::string szMode = "real";
+    (void)oSection.ReadName<ETimeMode>("mode", gc_aoTimeModes, roScenario.eTimeMode);
+    (void)oSection.ReadText("mode", 64, szMode);
+    const bool bScale = oSection.ReadFloat("scale", 0.001, 1000.0, roScenario.flScale);
+    if (bScale != (szMode == "scaled"))
+    {
+        oSection.Refuse("scale", "goes with mode = \"scaled\", and with that alone");
+    }
+    if (oSection.ReadBoolean("hold", roScenario.bHold) && roScenario.eTimeMode != ETimeMode::GRANTED)
+    {
+        oSection.Refuse("hold", "goes with mode = \"granted\" alone");
+    }
+    oSection.Finish();
+}
+
+void ReadTruth(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    oSection.Require("file");
+    (void)oSection.ReadText("file", 4096, roScenario.szTruthFile);
+    oSection.Finish();
+}
+
+void ReadLockGroup(const SScenarioNode& roTable, SChipContext& roContext, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    SLockGroup oGroup;
+    oSection.Require("name");
+    (void)oSection.ReadText("name", 64, oGroup.szName);
+    if (std::ranges::find(roContext.aoLockGroups, oGroup.szName, &SLockGroup::szName) != roContext.aoLockGroups.end())
+    {
+        oSection.Refuse("name", "there is a lock group of that name already");
+    }
+    ScenarioClock_Read(oSection, roContext.uiTickFreqHz, oGroup.iRatePpt, oGroup.flWanderTicks, oGroup.flWanderPeriodS);
+    oGroup.uiKey = Noise_Hash(roContext.uiSeed ^ 0x6C6F636B, (roContext.uiChip << 8) + roContext.aoLockGroups.size());
+    oSection.Finish();
+    roContext.aoLockGroups.push_back(std::move(oGroup));
+}
+
+void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenario, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    SChip oChip;
+    SChipContext oContext;
+    oContext.uiSeed = uiSeed;
+    oContext.uiChip = static_cast<uint32_t>(roScenario.aoChips.size());
+    oChip.uiTickFreqHz = gc_uiDefaultTickFreqHz;
+    (void)oSection.Read("tick_frequency_hz", 1000U, 4'000'000'000U, oChip.uiTickFreqHz);
+    auto iTickStart = static_cast<int64_t>(oChip.uiTickFreqHz); // switched on a second ago
+    (void)oSection.ReadInteger("tick_start", 1, int64_t{1} << 61, iTickStart);
+    oChip.uiTickStart = static_cast<uint64_t>(iTickStart);
+    oContext.uiTickFreqHz = oChip.uiTickFreqHz;
+    oContext.uiTickStart = oChip.uiTickStart;
+    double flRemovalS = 0.0;
+    if (oSection.ReadFloat("removal_at_s", 0.0, 1e8, flRemovalS))
+    {
+        oChip.uiRemovalTicks = oChip.uiTickStart + static_cast<uint64_t>(std::llround(flRemovalS * oChip.uiTickFreqHz));
+    }
+    for (const SScenarioNode& roGroup : oSection.ReadTables("lock_group", gc_uiLockGroupLimit))
+    {
+        ReadLockGroup(roGroup, oContext, roFault);
+    }
+    for (const SScenarioNode& roConnector : oSection.ReadTables("connector", gc_uiConnectorLimit))
+    {
+        ScenarioConnector_Read(roConnector, oChip, roFault);
+    }
+    for (const SScenarioNode& roInput : oSection.ReadTables("input", gc_uiStreamLimit))
+    {
+        const auto uiIndex = static_cast<uint32_t>(oChip.aoInputs.size());
+        ScenarioStream_Read(roInput, oContext, EDirection::INPUT, uiIndex, oChip, roFault);
+    }
+    for (const SScenarioNode& roOutput : oSection.ReadTables("output", gc_uiStreamLimit))
+    {
+        const auto uiIndex = static_cast<uint32_t>(oChip.aoOutputs.size());
+        ScenarioStream_Read(roOutput, oContext, EDirection::OUTPUT, uiIndex, oChip, roFault);
+    }
+    oSection.Finish();
+    roScenario.aoChips.push_back(std::move(oChip));
+}
+
+} // namespace
+
+void ScenarioClock_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, int64_t& riRatePpt, double& rflWanderTicks,
+                        double& rflWanderPeriodS)
+{
+    double flPpm = 0.0;
+    (void)roSection.ReadFloat("ppm", -50000.0, 50000.0, flPpm);
+    riRatePpt = std::llround(flPpm * 1e6);
+    (void)roSection.ReadFloat("wander_ticks", 0.0, 1e12, rflWanderTicks);
+    (void)roSection.ReadFloat("wander_period_s", 1.0, 1e7, rflWanderPeriodS);
+    if (rflWanderTicks * 2.0 * std::numbers::pi > 0.001 * rflWanderPeriodS * uiTickFreqHz)
+    {
+        roSection.Refuse("wander_ticks", "changes the rate by more than 1000 ppm over wander_period_s");
+    }
+}
+
+void ScenarioConnector_Read(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    VtBoard_ConnectorInfo oConnector{};
+    oConnector.uiSize = sizeof(oConnector);
+    std::string szName;
+    oSection.Require("name");
+    (void)oSection.ReadText("name", sizeof(oConnector.szName) - 1, szName);
+    szName.copy(oConnector.szName, szName.size());
+    (void)oSection.ReadName<VtBoard_ConnectorType>("type", gc_aoConnectorTypes, oConnector.eType);
+    oConnector.bVideoInput = oSection.Read("video_in", 0U, UINT32_MAX, oConnector.uiVideoInIndex) ? 1U : 0U;
+    oConnector.bVideoOutput = oSection.Read("video_out", 0U, UINT32_MAX, oConnector.uiVideoOutIndex) ? 1U : 0U;
+    oConnector.bAudioInput = oSection.Read("audio_in", 0U, UINT32_MAX, oConnector.uiAudioInIndex) ? 1U : 0U;
+    oConnector.bAudioOutput = oSection.Read("audio_out", 0U, UINT32_MAX, oConnector.uiAudioOutIndex) ? 1U : 0U;
+    (void)oSection.Read("fpga_port", 0U, UINT32_MAX, oConnector.uiFpgaPortIndex);
+    bool bFlag = false;
+    oConnector.bDdc = oSection.ReadBoolean("ddc", bFlag) && bFlag ? 1U : 0U;
+    oConnector.bHpd = oSection.ReadBoolean("hpd", bFlag) && bFlag ? 1U : 0U;
+    oConnector.bEdid1024Support = oSection.ReadBoolean("edid_1024", bFlag) && bFlag ? 1U : 0U;
+    oSection.Finish();
+    roChip.aoConnectors.push_back(oConnector);
+}
+
+bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault)
+{
+    roScenario = {};
+    SScenarioNode oRoot;
+    if (!ScenarioTree_Parse(szText, oRoot, roFault))
+    {
+        return false;
+    }
+    oRoot.uiLine = 1;
+    CScenarioSection oSection(oRoot, roFault);
+    uint64_t uiSeed = 1;
+    (void)oSection.ReadText("name", 64, roScenario.szName);
+    (void)oSection.ReadCounter("seed", uiSeed);
+    if (const SScenarioNode* poTime = oSection.ReadTable("time"))
+    {
+        ReadTime(*poTime, roScenario, roFault);
+    }
+    if (const SScenarioNode* poTruth = oSection.ReadTable("truth"))
+    {
+        ReadTruth(*poTruth, roScenario, roFault);
+    }
+    oSection.Require("chip");
+    for (const SScenarioNode& roChip : oSection.ReadTables("chip", gc_uiChipLimit))
+    {
+        ReadChip(roChip, uiSeed, roScenario, roFault);
+    }
+    for (const SScenarioNode& roFaultRule : oSection.ReadTables("fault", gc_uiFaultLimit))
+    {
+        ScenarioFaultRule_Read(roFaultRule, roScenario, roFault);
+    }
+    oSection.Finish();
+    return !roFault.IsSet();
+}

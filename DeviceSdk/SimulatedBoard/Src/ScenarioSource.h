@@ -1,0 +1,25 @@
+// Where the scenario comes from: a test, the file that the environment names, or the built-in default. Thread-safe.
+#ifndef SIMULATED_BOARD_SCENARIO_SOURCE_H
+#define SIMULATED_BOARD_SCENARIO_SOURCE_H
+
+#include "Scenario.h"
+
+#include <optional>
+#include <string>
+
+// The text of the built-in default, generated from Scenarios/Default.toml.
+extern const char* const g_szDefaultScenario;
+
+// Overrides the environment from the next load on; nullopt ends that.
+void ScenarioSource_Override(std::optional<std::string> szText);
+
+// Finds and reads the scenario, and says on standard error which one runs, or "<file>:<line>: <fault>" and why none
+// does. False when there is none. A test's own scenario is not announced.
+bool ScenarioSource_Load(SScenario& roScenario);
+
+// "<file>:<line>: <fault>" in one line.
+std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault);
+
+inline constexpr const char* gc_szOverrideName = "scenario text";
+
+#endif

@@ -1,0 +1,269 @@
+// See ScenarioReader.h. Here: one input or output, without its events.
+#include "Noise.h"
+#include "ScenarioNames.h"
+#include "ScenarioReader.h"
+
+#include <cmath>
+
+namespace
+{
+
+constexpr uint32_t gc_uiPixelLimit = 16384;
+
+void ReadTimingTable(const SScenarioNode& roTable, SScenarioFault& roFault, SVideoTiming& roTiming)
+{
+    CScenarioSection oSection(roTable, roFault);
+    for (const char* szKey : {"h_active", "v_active", "pixel_clock_hz"})
+    {
+        oSection.Require(szKey);
+    }
+    (void)oSection.Read("h_active", 1U, gc_uiPixelLimit, roTiming.uiHActive);
+    (void)oSection.Read("h_front_porch", 0U, gc_uiPixelLimit, roTiming.uiHFPorch);
+    (void)oSection.Read("h_sync", 0U, gc_uiPixelLimit, roTiming.uiHSync);
+    (void)oSection.Read("h_back_porch", 0U, gc_uiPixelLimit, roTiming.uiHBPorch);
+    (void)oSection.Read("v_active", 1U, gc_uiPixelLimit, roTiming.uiVActive);
+    (void)oSection.Read("v_front_porch", 0U, gc_uiPixelLimit, roTiming.uiVFPorch);
+    (void)oSection.Read("v_sync", 0U, gc_uiPixelLimit, roTiming.uiVSync);
+    (void)oSection.Read("v_back_porch", 0U, gc_uiPixelLimit, roTiming.uiVBPorch);
+    int64_t iPixelClockHz = 0;
+    (void)oSection.ReadInteger("pixel_clock_hz", 1000, 10'000'000'000, iPixelClockHz);
+    roTiming.uiPixelClockHz = static_cast<uint64_t>(iPixelClockHz);
+    (void)oSection.ReadBoolean("clock_by_1001", roTiming.bClockBy1001);
+    (void)oSection.ReadBoolean("interlaced", roTiming.bInterlaced);
+    (void)oSection.ReadBoolean("bottom_field_first", roTiming.bBottomFieldFirst);
+    (void)oSection.ReadBoolean("h_sync_positive", roTiming.bHSyncPositive);
+    (void)oSection.ReadBoolean("v_sync_positive", roTiming.bVSyncPositive);
+    oSection.Finish();
+}
+
+void ReadColour(CScenarioSection& roSection, VtVideo_VidParam& roColour)
+{
+    bool bYuv = true;
+    bool bLevelB = false;
+    uint32_t uiColorSpace = 0;
+    uint32_t uiSubSampling = 0;
+    uint32_t uiDepth = 0;
+    (void)roSection.ReadBoolean("yuv", bYuv);
+    (void)roSection.Read("color_space", 0U, 15U, uiColorSpace);
+    (void)roSection.Read("chroma_subsampling", 0U, 3U, uiSubSampling);
+    (void)roSection.Read("color_depth", 0U, 3U, uiDepth);
+    (void)roSection.ReadBoolean("level_b", bLevelB);
+    roColour.bIsYuv = bYuv ? 1U : 0U;
+    roColour.fColorSpace = uiColorSpace & 15U;
+    roColour.fChromaSubSampling = uiSubSampling & 3U;
+    roColour.fColorDepth = uiDepth & 3U;
+    roColour.fIs3GLevelB = bLevelB ? 1U : 0U;
+}
+
+// Rate and wander: from the lock group, or the stream's own.
+void ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStream& roStream)
+{
+    std::string szGroup;
+    roStream.uiWanderKey = ~roStream.uiKey;
+    if (!roSection.ReadText("lock_group", 64, szGroup))
+    {
+        ScenarioClock_Read(roSection, roContext.uiTickFreqHz, roStream.iRatePpt, roStream.flWanderTicks,
+                           roStream.flWanderPeriodS);
+        return;
+    }
+    const auto itGroup = std::ranges::find(roContext.aoLockGroups, szGroup, &SLockGroup::szName);
+    if (itGroup == roContext.aoLockGroups.end())
+    {
+        roSection.Refuse("lock_group", "there is no lock group \"" + szGroup + "\"");
+        return;
+    }
+    for (const char* szKey : {"ppm", "wander_ticks", "wander_period_s"})
+    {
+        if (roSection.Has(szKey))
+        {
+            roSection.Refuse(szKey, "is the lock group's matter");
+        }
+    }
+    roStream.iRatePpt = itGroup->iRatePpt;
+    roStream.flWanderTicks = itGroup->flWanderTicks;
+    roStream.flWanderPeriodS = itGroup->flWanderPeriodS;
+    roStream.uiWanderKey = itGroup->uiKey;
+}
+
+void ReadPhase(CScenarioSection& roSection, const SChipContext& roContext, SStream& roStream)
+{
+    const FixedTicks iPhase = ScenarioTicks_Read(roSection, "phase", roStream.oTiming, roContext.uiTickFreqHz);
+    const double flFieldTicks =
+        FixedTicks_ToDouble(VideoTiming_GetFieldTicks(roStream.oTiming, roContext.uiTickFreqHz, roStream.iRatePpt));
+    (void)roSection.ReadFloat("jitter_ticks", 0.0, flFieldTicks / 128.0, roStream.flJitterTicks);
+    roStream.iOrigin = FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * gc_iOneTick + iPhase;
+    const double flEarliest =
+        FixedTicks_ToDouble(roStream.iOrigin) - 4.0 * roStream.flJitterTicks - roStream.flWanderTicks;
+    if (flEarliest < 1.0)
+    {
+        roSection.Refuse("phase_ticks", "field 0 would start before tick 1");
+    }
+}
+
+void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
+{
+    std::string szName;
+    if (roSection.ReadText("pixel_format", 64, szName))
+    {
+        const auto itName = std::ranges::find(gc_aszPixelFormats, std::string(gc_szPixelFormatPrefix) + szName);
+        if (itName == gc_aszPixelFormats.end())
+        {
+            roSection.Refuse("pixel_format", "\"" + szName + "\" is none of its names");
+            return;
+        }
+        roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - gc_aszPixelFormats.begin());
+    }
+    (void)roSection.Read("width", 1U, 65536U, roStream.uiWidth);
+    (void)roSection.Read("height", 1U, 65536U, roStream.uiHeight);
+}
+
+void ReadInput(CScenarioSection& roSection, SStream& roStream)
+{
+    (void)roSection.ReadName<VtVideoIn_State>("capture_state", gc_aoCaptureStates, roStream.eCaptureState);
+    (void)roSection.Read("buffers", 0U, 1024U, roStream.uiBuffers);
+    roStream.uiReady = std::min(roStream.uiReady, roStream.uiBuffers);
+    roStream.uiLoan = std::min(roStream.uiLoan, roStream.uiBuffers - roStream.uiReady);
+    (void)roSection.Read("ready", 0U, 1024U, roStream.uiReady);
+    (void)roSection.Read("ready_spread", 0U, 1024U, roStream.uiReadySpread);
+    (void)roSection.Read("loan", 0U, 1024U, roStream.uiLoan);
+    (void)roSection.Read("loan_spread", 0U, 1024U, roStream.uiLoanSpread);
+    (void)roSection.ReadCounter("skip_count_start", roStream.uiSkipCountStart);
+    const uint32_t uiMost = roStream.uiReady + roStream.uiReadySpread + roStream.uiLoan + roStream.uiLoanSpread;
+    if (uiMost > roStream.uiBuffers)
+    {
+        roSection.Refuse("buffers", "fewer than ready, loan and their spreads together");
+    }
+}
+
+void ReadOutput(CScenarioSection& roSection, SStream& roStream)
+{
+    (void)roSection.ReadName<VtVideoOut_PowerState>("power_state", gc_aoPowerStates, roStream.ePowerState);
+    (void)roSection.ReadCounter("set_buffer_start", roStream.uiSetBufferStart);
+    (void)roSection.ReadIntegers("set_buffer_pattern", 1000, 64, roStream.auiSetBufferPattern);
+    (void)roSection.ReadCounter("luid_start", roStream.uiLuidStart);
+}
+
+// The connector that a stream names for itself.
+void ReadConnector(CScenarioSection& roSection, EDirection eDirection, uint32_t uiIndex, SChip& roChip)
+{
+    VtBoard_ConnectorInfo oConnector{};
+    oConnector.uiSize = sizeof(oConnector);
+    oConnector.eType = VtBoard_ConnectorType_SDI;
+    const bool bType =
+        roSection.ReadName<VtBoard_ConnectorType>("connector_type", gc_aoConnectorTypes, oConnector.eType);
+    std::string szName;
+    if (!roSection.ReadText("connector", sizeof(oConnector.szName) - 1, szName))
+    {
+        if (bType)
+        {
+            roSection.Refuse("connector_type", "goes with connector alone");
+        }
+        return;
+    }
+    szName.copy(oConnector.szName, szName.size());
+    oConnector.bVideoInput = eDirection == EDirection::INPUT ? 1U : 0U;
+    oConnector.bVideoOutput = eDirection == EDirection::OUTPUT ? 1U : 0U;
+    oConnector.uiVideoInIndex = eDirection == EDirection::INPUT ? uiIndex : 0;
+    oConnector.uiVideoOutIndex = eDirection == EDirection::OUTPUT ? uiIndex : 0;
+    oConnector.uiFpgaPortIndex = static_cast<uint32_t>(roChip.aoConnectors.size());
+    roChip.aoConnectors.push_back(oConnector);
+}
+
+} // namespace
+
+FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szName, const SVideoTiming& roTiming,
+                              uint32_t uiTickFreqHz)
+{
+    const std::string szPrefix(szName);
+    constexpr double flLimitTicks = 1e15;
+    double flTicks = 0.0;
+    int iRead = roSection.ReadFloat(szPrefix + "_ticks", -flLimitTicks, flLimitTicks, flTicks) ? 1 : 0;
+    double flUs = 0.0;
+    if (roSection.ReadFloat(szPrefix + "_us", -1e9, 1e9, flUs))
+    {
+        flTicks = flUs * 1e-6 * uiTickFreqHz;
+        ++iRead;
+    }
+    double flLines = 0.0;
+    if (roSection.ReadFloat(szPrefix + "_lines", -1e5, 1e5, flLines))
+    {
+        flTicks = flLines * FixedTicks_ToDouble(VideoTiming_GetLineTicks(roTiming, uiTickFreqHz));
+        ++iRead;
+    }
+    if (iRead > 1)
+    {
+        roSection.Refuse(szPrefix + (roSection.Has(szPrefix + "_lines") ? "_lines" : "_us"),
+                         "only one of " + szPrefix + "_ticks, " + szPrefix + "_us and " + szPrefix + "_lines");
+    }
+    return FixedTicks_FromDouble(flTicks);
+}
+
+void ScenarioTiming_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, SScenarioFault& roFault,
+                         SVideoTiming& roTiming)
+{
+    // Whatever is wrong, what goes on from here calculates with timings that make sense.
+    roTiming = *VideoStandard_Find("1080p60");
+    std::string szStandard;
+    const bool bStandard = roSection.ReadText("standard", 64, szStandard);
+    const SScenarioNode* poTable = roSection.ReadTable("timing");
+    const SVideoTiming* poStandard = VideoStandard_Find(szStandard);
+    if (bStandard && poTable != nullptr)
+    {
+        roSection.Refuse("timing", "either standard or timing");
+    }
+    else if (bStandard && poStandard == nullptr)
+    {
+        roSection.Refuse("standard", "there is no standard \"" + szStandard + "\"");
+    }
+    else if (bStandard)
+    {
+        roTiming = *poStandard;
+    }
+    else if (poTable == nullptr)
+    {
+        roSection.Require(roSection.Has("timing") ? "timing" : "standard");
+    }
+    else
+    {
+        SVideoTiming oTiming;
+        ReadTimingTable(*poTable, roFault, oTiming);
+        roTiming = roFault.IsSet() ? roTiming : oTiming;
+    }
+    const double flFieldTicks = FixedTicks_ToDouble(VideoTiming_GetFieldTicks(roTiming, uiTickFreqHz, 0));
+    if (flFieldTicks < 64.0 || flFieldTicks > 10.0 * uiTickFreqHz)
+    {
+        roSection.Refuse(bStandard ? "standard" : "timing", "a field must last 64 ticks to 10 seconds");
+    }
+}
+
+void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roContext, EDirection eDirection,
+                         uint32_t uiIndex, SChip& roChip, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    SStream oStream;
+    oStream.eDirection = eDirection;
+    oStream.uiTickFreqHz = roContext.uiTickFreqHz;
+    oStream.uiKey = Noise_Hash(roContext.uiSeed, (uint64_t{roContext.uiChip} << 16) +
+                                                     (eDirection == EDirection::OUTPUT ? 256U : 0U) + uiIndex);
+    ScenarioTiming_Read(oSection, roContext.uiTickFreqHz, roFault, oStream.oTiming);
+    ReadColour(oSection, oStream.oColour);
+    ReadLock(oSection, roContext, oStream);
+    ReadPhase(oSection, roContext, oStream);
+    (void)oSection.ReadCounter("field_counter_start", oStream.uiFieldCounterStart);
+    ReadPixelFormat(oSection, oStream);
+    if (eDirection == EDirection::INPUT)
+    {
+        ReadInput(oSection, oStream);
+    }
+    else
+    {
+        ReadOutput(oSection, oStream);
+    }
+    ReadConnector(oSection, eDirection, uiIndex, roChip);
+    if (!roFault.IsSet())
+    {
+        ScenarioEvents_Read(oSection, roContext, oStream, roFault);
+        oSection.Finish();
+    }
+    (eDirection == EDirection::INPUT ? roChip.aoInputs : roChip.aoOutputs).push_back(std::move(oStream));
+}

@@ -1,0 +1,114 @@
+// What a stream does, as a function of the field number: when each field starts, what its counters say, what is lost.
+//
+// Knows no clock, no caller and no lock: everything is a function of the scenario and of the field number alone, so any
+// field can be asked for without those before it. Times are ticks of the chip's counter. Immutable after construction,
+// so any number of threads may ask at once.
+#ifndef SIMULATED_BOARD_STREAM_MODEL_H
+#define SIMULATED_BOARD_STREAM_MODEL_H
+
+#include "Scenario.h"
+
+enum class EFieldFate : uint8_t
+{
+    STARTED,
+    LOST,  // no signal: a wait is cancelled
+    MISSED // the board never reports it
+};
+
+struct SFieldStart
+{
+    uint64_t uiField = 0;
+    EFieldFate eFate = EFieldFate::STARTED;
+    uint64_t uiStamp = 0;
+    uint64_t uiFieldCounter = 0;
+    uint64_t uiSetBufferCounter = 0;
+    bool bIsTopField = false;
+};
+
+struct SCaptureState
+{
+    uint32_t uiTotal = 0;
+    uint32_t uiReady = 0;
+    uint32_t uiLoan = 0;
+    uint32_t uiInternal = 0;
+};
+
+class CStreamModel
+{
+public:
+    // Field numbers of 2^40 and above are beyond what the arithmetic carries.
+    static constexpr uint64_t msc_uiFieldLimit = uint64_t{1} << 40;
+
+    explicit CStreamModel(const SStream& roStream);
+
+    // The start of a field without jitter.
+    FixedTicks GetExactTicks(uint64_t uiField) const;
+    // The start of a field as the board stamps it.
+    uint64_t GetStamp(uint64_t uiField) const;
+    EFieldFate GetFate(uint64_t uiField) const;
+    SFieldStart GetField(uint64_t uiField) const;
+
+    // First field from uiFrom on whose stamp is after uiTicks.
+    uint64_t FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const;
+    // First field from uiFrom on that is not missed; stops at uiEnd.
+    uint64_t FindReported(uint64_t uiFrom, uint64_t uiEnd) const;
+    // One behind the last field of uiFrom to uiEnd - 1 that is not missed; uiFrom when there is none.
+    uint64_t FindLastReported(uint64_t uiFrom, uint64_t uiEnd) const;
+
+    // Timings at a field; all 0 when it is lost.
+    VtVideo_VidParam GetVidParam(uint64_t uiField) const;
+    VtVideoOut_PowerState GetPowerState(uint64_t uiField) const;
+    SCaptureState GetCaptureState(uint64_t uiField) const;
+    uint64_t GetSkipCount(uint64_t uiField) const;
+    uint64_t GetFilledCount(uint64_t uiField) const;
+    uint64_t GetSetBufferCount(uint64_t uiField) const;
+    void GetBufferSize(uint64_t uiField, uint32_t& ruiWidth, uint32_t& ruiHeight) const;
+    // How long the wait that delivers a field hangs, milliseconds.
+    uint32_t GetHangMs(uint64_t uiField) const;
+
+    const SStream& GetStream() const { return m_oStream; }
+    FixedTicks GetFieldTicks() const { return m_iFieldTicks; }
+
+private:
+    struct SFormat
+    {
+        SSchedule oWhen;
+        SVideoTiming oTiming;
+        VtVideo_VidParam oVidParam{};
+        FixedTicks iFieldTicks = 0;
+    };
+
+    SFormat MakeFormat(const SSchedule& roWhen, const SVideoTiming& roTiming) const;
+    void AddEvent(const SEvent& roEvent);
+    void EndFormatsWhereTheNextBegins();
+    const SFormat& GetFormat(uint64_t uiField) const;
+    FixedTicks GetEventTicks(uint64_t uiField) const;
+    double GetWander(uint64_t uiField) const;
+    uint64_t GetPatternSum(uint64_t uiFields) const;
+
+    const SStream m_oStream;
+    SFormat m_oFormat; // the stream's first; its schedule does not count
+    FixedTicks m_iFieldTicks = 0;
+    uint64_t m_uiWanderStart = 0;           // of 2^64, a turn
+    uint64_t m_uiWanderIncrement = 0;       // a field
+    std::vector<uint64_t> m_auiPatternSums; // buffers set in the first k fields of the pattern
+
+    std::vector<SFormat> m_aoFormats;
+    std::vector<SSchedule> m_aoLosses;
+    std::vector<SSchedule> m_aoMissed;
+    std::vector<SSchedule> m_aoDoubled;
+    std::vector<SSchedule> m_aoRunOuts;
+    std::vector<SEvent> m_aoJumps;
+    std::vector<SEvent> m_aoSkips;
+    std::vector<SEvent> m_aoSteps;
+    std::vector<SEvent> m_aoPowers;
+    std::vector<SEvent> m_aoHangs;
+    struct SDrift
+    {
+        SSchedule oWhen;
+        FixedTicks iTicksAField = 0;
+    };
+    std::vector<SDrift> m_aoDrifts;
+};
+
+#endif

@@ -1,0 +1,170 @@
+// The SDK's operations on the library, the device, the board and its debug channel. See Veltrano.h and VtBoard.h.
+#include "Veltrano.h"
+
+#include "Board.h"
+#include "DebugChannel.h"
+#include "PixelFormatNames.h"
+
+#include <cstring>
+
+namespace
+{
+
+constexpr uint64_t MakeVersion(uint64_t uiMajor, uint64_t uiMinor, uint64_t uiPatch, uint64_t uiBuild)
+{
+    return uiMajor << 48 | uiMinor << 32 | uiPatch << 16 | uiBuild;
+}
+
+// A failure that the scenario wants of an operation that has no device handle.
+std::optional<VtStatus> CountLibraryCall(EOperation eOperation, std::optional<uint32_t> uiChip = std::nullopt)
+{
+    Board_CountCall(eOperation);
+    const std::shared_ptr<CBoard> poBoard = Board_Get();
+    return poBoard == nullptr ? std::nullopt : poBoard->GetFaults().Count(eOperation, uiChip, std::nullopt);
+}
+
+VtStatus GetCaptureSkipCount(CChip& roChip, const void* pvIn, void* pvOut)
+{
+    VtBoard_CaptureSkipBufferCountIn oIn{};
+    std::memcpy(&oIn, pvIn, sizeof(oIn));
+    std::deque<CStream>& roaoInputs = roChip.GetStreams(EDirection::INPUT);
+    if (oIn.uiCaptureIndex >= roaoInputs.size())
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    const CStream& roStream = roaoInputs[oIn.uiCaptureIndex];
+    const uint64_t uiField = roStream.GetLatestField();
+    const VtBoard_CaptureSkipBufferCountOut oOut{.uiSkipBuffCnt = roStream.GetModel().GetSkipCount(uiField),
+                                                 .uiBuffCnt = roStream.GetModel().GetFilledCount(uiField)};
+    std::memcpy(pvOut, &oOut, sizeof(oOut));
+    return VtStatus_OK;
+}
+
+} // namespace
+
+void Veltrano_LoadLite(void)
+{
+    Board_Load();
+    Board_CountCall(EOperation::LOAD);
+    DebugChannel_Clear();
+}
+
+uint64_t Veltrano_Version(void)
+{
+    return CountLibraryCall(EOperation::VERSION) ? 0 : MakeVersion(1, 0, 0, 0);
+}
+
+VtDevice_Handle Veltrano_GetDevice(uint32_t uiChipIndex)
+{
+    const std::shared_ptr<CBoard> poBoard = Board_Get();
+    if (CountLibraryCall(EOperation::GET_DEVICE, uiChipIndex) || poBoard == nullptr ||
+        uiChipIndex >= poBoard->GetChips().size() || poBoard->GetChips()[uiChipIndex].IsGone())
+    {
+        return nullptr;
+    }
+    CChip& roChip = poBoard->GetChips()[uiChipIndex];
+    uint64_t uiHandle = roChip.GetHandle().load();
+    if (uiHandle == 0)
+    {
+        uiHandle = Board_GetHandles().Open(EHandleKind::DEVICE, &roChip, nullptr, false);
+        roChip.GetHandle().store(uiHandle);
+    }
+    return reinterpret_cast<VtDevice_Handle>(uiHandle);
+}
+
+void Veltrano_UnLoad(void)
+{
+    Board_CountCall(EOperation::UNLOAD);
+    Board_UnLoad();
+}
+
+VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
+{
+    const CDeviceCall oCall(hDev, EOperation::DEBUG_WRITE);
+    if (oCall.IsRefused())
+    {
+        return oCall.GetStatus();
+    }
+    if (szMsg == nullptr)
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    DebugChannel_Add(std::string(szMsg, strnlen(szMsg, VtTextSize_DEBUG_MSG - 1)));
+    return VtStatus_OK;
+}
+
+VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName)
+{
+    if (const auto eInjected = CountLibraryCall(EOperation::PIXEL_FORMAT_NAME))
+    {
+        return *eInjected;
+    }
+    if (szName == nullptr)
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    const auto uiFormat = static_cast<uint32_t>(ePixelFormat);
+    const std::string_view szKnown = gc_aszPixelFormats[uiFormat < gc_aszPixelFormats.size() ? uiFormat : 0];
+    szName[szKnown.copy(szName, VtTextSize_PIXEL_FORMAT_NAME - 1)] = '\0';
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz)
+{
+    const CDeviceCall oCall(hDev, EOperation::TICK_FREQUENCY);
+    if (oCall.IsRefused() || puiFreqHz == nullptr)
+    {
+        return oCall.IsRefused() ? oCall.GetStatus() : VtStatus_INVALID_PARAM;
+    }
+    *puiFreqHz = oCall.GetChip().GetSpec().uiTickFreqHz;
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
+{
+    const CDeviceCall oCall(hDev, EOperation::CONNECTOR_COUNT);
+    if (oCall.IsRefused() || puiCount == nullptr)
+    {
+        return oCall.IsRefused() ? oCall.GetStatus() : VtStatus_INVALID_PARAM;
+    }
+    *puiCount = static_cast<uint32_t>(oCall.GetChip().GetSpec().aoConnectors.size());
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
+                                  VtBoard_ConnectorInfo* poConnectorInfo)
+{
+    const CDeviceCall oCall(hDev, EOperation::CONNECTOR_INFO);
+    if (oCall.IsRefused())
+    {
+        return oCall.GetStatus();
+    }
+    const std::vector<VtBoard_ConnectorInfo>& raoConnectors = oCall.GetChip().GetSpec().aoConnectors;
+    if (poConnectorInfo == nullptr || poConnectorInfo->uiSize != sizeof(VtBoard_ConnectorInfo) ||
+        uiConnectorIndex >= raoConnectors.size())
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    *poConnectorInfo = raoConnectors[uiConnectorIndex];
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
+                            uint32_t uiOutSize)
+{
+    const CDeviceCall oCall(hDev, EOperation::CUSTOM_CALL);
+    if (oCall.IsRefused())
+    {
+        return oCall.GetStatus();
+    }
+    if (uiCall != VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT)
+    {
+        return VtStatus_UNSUPPORTED;
+    }
+    if (pvIn == nullptr || uiInSize != sizeof(VtBoard_CaptureSkipBufferCountIn) || pvOut == nullptr ||
+        uiOutSize != sizeof(VtBoard_CaptureSkipBufferCountOut))
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    return GetCaptureSkipCount(oCall.GetChip(), pvIn, pvOut);
+}
