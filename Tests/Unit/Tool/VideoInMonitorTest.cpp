@@ -31,7 +31,7 @@ struct SCase
 
 const SCase CASES[] = {
     // The buffers that ran out in fields 0 to 4 count in the second pass too: counts come from the arrays' start.
-    {"Progressive", PROGRESSIVE + Event("\"buffers_run_out\"\nat_field = 0\nfor_fields = 5"), 60, "",
+    {"Progressive", PROGRESSIVE + Event("\"buffers_run_out\"\nat_fields = 0\nfor_fields = 5"), 60, "",
      "[IN_00]    60.00  60.00  60.00    0.83      1      0    3.00      8      2         5        0        0       59",
      "[IN_00] 60.000000 60.000000 60.000000 59", DESCRIPTION, ""},
     {"TimeOutsChangeNothing", PROGRESSIVE, 33,
@@ -43,7 +43,7 @@ const SCase CASES[] = {
      "[IN_00] 50.000000 25.000000 25.000000 49",
      "[IN_00] - SDI A - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY, NumBuf=8", ""},
     // A pass of 125 fields: the ring holds the last 120, and the pass rate spans what its slots say.
-    {"HighRate", CLOCK + "618750000 }\n" + Event("\"buffers_run_out\"\nat_field = 5\nfor_fields = 5"), 125, "",
+    {"HighRate", CLOCK + "618750000 }\n" + Event("\"buffers_run_out\"\nat_fields = 5\nfor_fields = 5"), 125, "",
      "[IN_00]   250.00 250.00 250.00    0.96      1      0    2.25      8      2         5        0        0        4",
      "[IN_00] 250.000000 250.000000 250.000000 4",
      "[IN_00] - SDI A - 1920 x 1080p @250 Hz (YUV) VtPixelFormat_YUV422_UYVY, NumBuf=8", ""},
@@ -57,15 +57,15 @@ const SCase CASES[] = {
      "[IN_00] 0.000000 0.000000 0.000000 0",
      "[IN_00] - SDI A - 1920 x 1080p @  1 Hz (YUV) VtPixelFormat_YUV422_UYVY, NumBuf=8", ""},
     // No timings at start: the nominal rate stays 0, and every interval counts as doubled.
-    {"SignalComesLate", PROGRESSIVE + Event("\"signal_loss\"\nat_field = 0\nfor_fields = 1"), 31, "",
+    {"SignalComesLate", PROGRESSIVE + Event("\"signal_loss\"\nat_fields = 0\nfor_fields = 1"), 31, "",
      "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0       29       29",
      "[IN_00] 60.000000 60.000000 60.000000 29", DESCRIPTION, ""},
     // Interval 150000 ticks is not missed, 150001 is; a quarter of a field is doubled; 17 counts are still measured.
     {"Intervals",
-     PROGRESSIVE + "field_counter_start = \"0xFFFFFFFF00000000\"\n" + Event("\"missed_field\"\nat_field = 10") +
-         Event("\"counter_jump\"\nat_field = 15\njump = 1") +
-         Event("\"phase_step\"\nat_field = 20\nstep_ticks = 50000") +
-         Event("\"phase_step\"\nat_field = 22\nstep_ticks = 50001") + Event("\"doubled_field\"\nat_field = 25"),
+     PROGRESSIVE + "field_counter_start = \"0xFFFFFFFF00000000\"\n" + Event("\"missed_field\"\nat_fields = 10") +
+         Event("\"counter_jump\"\nat_fields = 15\njump = 1") +
+         Event("\"phase_step\"\nat_fields = 20\nstep_ticks = 50000") +
+         Event("\"phase_step\"\nat_fields = 22\nstep_ticks = 50001") + Event("\"doubled_field\"\nat_fields = 25"),
      30, "",
      "[IN_00]    60.12 240.00  40.00    1.00      1      1    2.00      2      2         0        2        1       30",
      "[IN_00] 60.124980 60.124980 60.124980 30", DESCRIPTION,
@@ -73,13 +73,13 @@ const SCase CASES[] = {
      "\033[K[IN_00] Abnormal FieldCounter increment detected from 0xe0 to 0xF1\n"},
     // Half of the nominal interval: doubled, for the threshold is the single-precision 0.5 / 60, a little above.
     {"NominalRateStaysThatOfTheStart",
-     PROGRESSIVE + "[[chip.input.event]]\nkind = \"format_change\"\nat_field = 1\n" + CLOCK + "297000000 }", 30, "",
+     PROGRESSIVE + "[[chip.input.event]]\nkind = \"format_change\"\nat_fields = 1\n" + CLOCK + "297000000 }", 30, "",
      "[IN_00]   116.00 120.00  60.00    1.00      1      1    2.00      2      2         0        0       28       29",
      "[IN_00] 116.000000 116.000000 116.000000 29", DESCRIPTION, ""},
     {"CounterWraps", PROGRESSIVE + "field_counter_start = \"0xFFFFFFFFFFFFFFB0\"", 30, "",
      "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0        0       29",
      "[IN_00] 60.000000 60.000000 60.000000 29", DESCRIPTION, ""},
-    {"LostAndRegained", PROGRESSIVE + Event("\"signal_loss\"\nat_field = 35\nfor_fields = 2"), 67, "",
+    {"LostAndRegained", PROGRESSIVE + Event("\"signal_loss\"\nat_fields = 35\nfor_fields = 2"), 67, "",
      "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0        0       58",
      "[IN_00] 60.000000 60.000000 60.000000 58", DESCRIPTION, ""},
     {"SkipCountFails", PROGRESSIVE + "skip_count_start = 9", 60,
@@ -163,7 +163,7 @@ TEST(VideoInMonitorThread, LosesTheSlotOfACanceledWait)
 {
     SMonitorScript oScript("In", VtVideoInMonitorThreadFunc);
     oScript.oData.auiTickRefCounter[4] = oScript.oData.auiTickRefCounter[5] = 77;
-    oScript.Run(PROGRESSIVE + Event("\"signal_loss\"\nat_field = 5"), 6);
+    oScript.Run(PROGRESSIVE + Event("\"signal_loss\"\nat_fields = 5"), 6);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[4], 6000000U + 4 * 100000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[5], 0U);
 }

@@ -45,7 +45,7 @@ const SCase CASES[] = {
      "[OUT_00] - SDI A - 1920 x 1080p @250 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
     // The parameters of field 1 are read at field 1: the rate is that of the pass, and so is its length.
     {"FollowsTheFormat",
-     PROGRESSIVE + Event("\"format_change\"\nat_field = 1\n" + std::string(TIMING_OF_CLOCK) + "297000000 }"), 60, "",
+     PROGRESSIVE + Event("\"format_change\"\nat_fields = 1\n" + std::string(TIMING_OF_CLOCK) + "297000000 }"), 60, "",
      "[OUT_00]  118.00 120.00  60.00  118.00 120.00  60.00         0       59        0       59",
      "[OUT_00] 118.000000 118.000000 118.000000 59 (0.000000 ==>  0.0 ppm)", DESCRIPTION},
     // Until the parameters can be read, the refresh is tried again at every wait.
@@ -56,7 +56,7 @@ const SCase CASES[] = {
          FailingCall("VtVideoOut_GetPowerState", "VtStatus_FAIL", "times = 0"),
      ROW, RATES, "[OUT_00] - SDI A - 1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_OFF"},
     // The pixel format is forgotten with the signal; the second refresh cannot find it again.
-    {"PowerLostAndRegained", PROGRESSIVE + Event("\"power_state\"\nstate = \"STANDBY\"\nat_field = 5\nfor_fields = 2"),
+    {"PowerLostAndRegained", PROGRESSIVE + Event("\"power_state\"\nstate = \"STANDBY\"\nat_fields = 5\nfor_fields = 2"),
      37, FailingCall("VtVideoOut_GetBufferAttributes", "VtStatus_FAIL", "call = 2"), ROW, RATES,
      "[OUT_00] - SDI A - 1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_ON"},
 };
@@ -116,7 +116,7 @@ TEST(VideoOutMonitorThread, LeavesTheSlotOfACanceledWait)
 {
     SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
     oScript.oData.auiTickRefCounter[4] = oScript.oData.auiTickRefCounter[5] = 77;
-    oScript.Run(PROGRESSIVE + Event("\"signal_loss\"\nat_field = 5"), 6);
+    oScript.Run(PROGRESSIVE + Event("\"signal_loss\"\nat_fields = 5"), 6);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[4], 6000000U + 4 * 100000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[5], 77U);
 }

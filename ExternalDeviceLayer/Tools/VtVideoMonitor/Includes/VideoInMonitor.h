@@ -94,8 +94,10 @@ void VideoInMonitor_Refresh(SVideoInMonitor& roMonitor);
 void VideoInMonitor_Close(SVideoInMonitor& roMonitor);
 
 /*
- * Nominal rate of signal timings: 1000 x pixel clock in kHz / pixels a frame, in single precision; 0.0 when there are
- * no pixels. roVidParam            in   the timings ruiTotalScreenPixels  out  pixels a frame, blanking included
+ * Nominal rate of signal timings, in single precision: 1000 x pixel clock in kHz / pixels a frame; 0.0 when there are
+ * no pixels.
+ *   roVidParam            in   the timings
+ *   ruiTotalScreenPixels  out  pixels a frame, blanking included
  */
 double ComputeNominalRate(const VtVideo_VidParam& roVidParam, uint32_t& ruiTotalScreenPixels);
 
