@@ -1,0 +1,89 @@
+/*
+ * From the frames that a capture queue delivers to field starts: one 64-bit field counter out of 32-bit sequences,
+ * gaps counted from the sequence or, where a driver counts delivered buffers only, from the stamps. No clock is read
+ * here; the owner is one input handle, used by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ */
+#ifndef LINUX_BOARD_FIELD_TRACKER_H
+#define LINUX_BOARD_FIELD_TRACKER_H
+
+#include "FieldStart.h"
+
+#include <cstdint>
+
+namespace LinuxBoard
+{
+
+enum class EFieldParity : uint8_t
+{
+    None, /* the buffer holds a whole frame */
+    Top,
+    Bottom
+};
+
+/* One captured buffer, as the queue's owner or the kernel's trace reports it. */
+struct SCapturedFrame
+{
+    uint32_t uiSequence = 0;
+    uint64_t uiStampNs = 0;
+    EFieldParity eParity = EFieldParity::None;
+};
+
+class CFieldTracker
+{
+public:
+    /*
+     * The signal: the time of one field (0 when unknown), whether a whole frame in one buffer is two fields, and which
+     * field is the frame's first as long as the sequence has not shown it.
+     */
+    void SetSignal(uint64_t uiFieldPeriodNs, bool bInterlaced, EFieldParity eFirstParity);
+
+    /* Takes a captured buffer; false when its stamp does not increase and it was dropped. */
+    bool Accept(const SCapturedFrame& roFrame);
+
+    /*
+     * Delivers the newest field start that was not delivered yet and has begun by uiNowNs; false when there is none.
+     * A frame that holds both fields gives its second half a field time later, by reckoning.
+     */
+    bool Take(uint64_t uiNowNs, SFieldStart& roField);
+
+    /* When a field start that is known already becomes due; 0 when none is. */
+    uint64_t NextDueNs() const;
+
+    /* Forgets what came before, as after a lost signal: the next frame begins anew. The counter goes on. */
+    void Interrupt();
+
+    uint64_t SkippedFields() const { return m_uiSkipped; } /* fields that went into no buffer */
+    uint64_t Buffers() const { return m_uiBuffers; }       /* buffers taken */
+
+private:
+    int64_t StepInFields(const SCapturedFrame& roFrame);
+    int64_t StepOfAlternating(const SCapturedFrame& roFrame, int64_t iSequences);
+    int64_t LateGap(const SCapturedFrame& roFrame, int64_t iStep);
+    int64_t FieldsBetween(uint64_t uiFromNs, uint64_t uiToNs) const;
+    int64_t NormalStep(const SCapturedFrame& roFrame) const;
+    bool IsSecond(EFieldParity eParity) const { return eParity != m_eFirstParity; }
+
+    uint64_t m_uiPeriodNs = 0;
+    bool m_bInterlaced = false;
+    EFieldParity m_eFirstParity = EFieldParity::Top;
+    bool m_bFirstParityKnown = false;
+
+    bool m_bStarted = false;
+    bool m_bRunning = false;      /* the frame before is of the same uninterrupted run */
+    bool m_bSequenceGaps = false; /* the driver's sequence is known to show lost frames */
+    SCapturedFrame m_oLast;       /* last frame accepted */
+    int64_t m_iHeldGap = 0;       /* a gap the last stamp hints at, not yet believed */
+    uint64_t m_uiHeldFromNs = 0;  /* stamp before that gap */
+    int64_t m_iHeldStep = 0;      /* what was counted across it */
+    uint64_t m_uiFields = 0;      /* position of m_oLast in fields */
+    uint64_t m_uiSkipped = 0;
+    uint64_t m_uiBuffers = 0;
+
+    bool m_bFirstUnseen = false;  /* the start of m_oLast was not delivered yet */
+    bool m_bSecondUnseen = false; /* nor its second field */
+    uint64_t m_uiDeliveredNs = 0; /* last stamp delivered */
+};
+
+} // namespace LinuxBoard
+
+#endif

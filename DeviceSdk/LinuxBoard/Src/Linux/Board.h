@@ -1,0 +1,58 @@
+/*
+ * The board as a whole: the one chip, its streams, and the tables of open handles. Loading, opening the chip and
+ * unloading belong to the main thread; everything else may be asked by any thread and takes no lock.
+ */
+#ifndef LINUX_BOARD_BOARD_H
+#define LINUX_BOARD_BOARD_H
+
+#include "../HandleTable.h"
+#include "DeviceList.h"
+#include "InputStream.h"
+#include "OutputStream.h"
+#include "VtBoard.h"
+
+#include <array>
+
+namespace LinuxBoard
+{
+
+class CChip
+{
+public:
+    CChip(SDeviceList oDevices, bool bOwnInputs) : m_oDevices(std::move(oDevices)), m_bOwnInputs(bOwnInputs) {}
+
+    const SDeviceList& Devices() const { return m_oDevices; }
+    bool OwnsInputs() const { return m_bOwnInputs; }
+    SInputCounters& Counters(uint32_t uiInput) { return m_aoCounters[uiInput]; }
+
+private:
+    const SDeviceList m_oDevices;
+    const bool m_bOwnInputs;
+    std::array<SInputCounters, uiMaxStreams> m_aoCounters;
+};
+
+class CBoard
+{
+public:
+    /* The one board of the process. */
+    static CBoard& Get();
+
+    void Load() { m_bLoaded = true; }
+    void Unload();
+
+    /* Null when nothing is there to be watched; then one line on standard error says what was looked for. */
+    VtDevice_Handle OpenChip();
+
+    CHandleTable<VtDevice_Handle, CChip> m_oChips;
+    CHandleTable<VtVideoIn_Handle, CInputStream> m_oInputs;
+    CHandleTable<VtVideoOut_Handle, COutputStream> m_oOutputs;
+
+private:
+    bool m_bLoaded = false;
+    bool m_bScanned = false;
+    VtDevice_Handle m_hChip = nullptr;
+};
+
+} // namespace LinuxBoard
+
+#endif

@@ -1,0 +1,48 @@
+/*
+ * Which streams this machine has, found once when the chip is opened: through sysfs and udev as far as they tell, by
+ * opening a device only where they do not. Called on one thread.
+ */
+#ifndef LINUX_BOARD_DEVICE_LIST_H
+#define LINUX_BOARD_DEVICE_LIST_H
+
+#include "VtBoard.h"
+
+#include <string>
+#include <vector>
+
+namespace LinuxBoard
+{
+
+/* The interface promises no more streams than this in a direction. */
+inline constexpr size_t uiMaxStreams = 32;
+
+struct SOutputSource
+{
+    std::string szCardNode;  /* "/dev/dri/card0" */
+    std::string szConnector; /* "HDMI-A-1" */
+    std::string szName;      /* as the interface delivers it */
+    VtBoard_ConnectorType eType = VtBoard_ConnectorType_UNKNOWN;
+};
+
+struct SInputSource
+{
+    std::string szNode;  /* "/dev/video0" */
+    std::string szVideo; /* "video0" */
+    std::string szName;  /* as the interface delivers it */
+    VtBoard_ConnectorType eType = VtBoard_ConnectorType_UNKNOWN;
+};
+
+struct SDeviceList
+{
+    std::vector<SOutputSource> aoOutputs;
+    std::vector<SInputSource> aoInputs;
+    std::vector<std::string> aszRefused; /* "/dev/dri/card0: Permission denied" */
+    std::vector<std::string> aszLong;    /* what did not fit into a name */
+};
+
+/* bOwnInputs: idle inputs are going to be streamed by us. */
+SDeviceList DeviceList_Scan(bool bOwnInputs);
+
+} // namespace LinuxBoard
+
+#endif

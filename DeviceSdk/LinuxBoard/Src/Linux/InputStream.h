@@ -1,0 +1,77 @@
+/*
+ * One open input handle: a capture node, where its frames come from (the kernel's trace, or our own queue), its signal
+ * and the wait for its field starts. Used by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ */
+#ifndef LINUX_BOARD_INPUT_STREAM_H
+#define LINUX_BOARD_INPUT_STREAM_H
+
+#include "../FieldStart.h"
+#include "../FieldTracker.h"
+#include "OwnedCapture.h"
+#include "TraceFeed.h"
+#include "V4l2Node.h"
+#include "VtVideoIn.h"
+
+#include <atomic>
+#include <poll.h>
+#include <string>
+
+namespace LinuxBoard
+{
+
+/* Counts of one input, written by the first of its open handles, read by any thread. */
+struct SInputCounters
+{
+    std::atomic<const void*> pvWriter{nullptr};
+    std::atomic<uint64_t> uiSkippedFields{0};
+    std::atomic<uint64_t> uiBuffers{0};
+};
+
+class CInputStream
+{
+public:
+    explicit CInputStream(SInputCounters& roCounters) : m_roCounters(roCounters), m_oOwned(m_oNode) {}
+    ~CInputStream();
+    CInputStream(const CInputStream&) = delete;
+    CInputStream& operator=(const CInputStream&) = delete;
+
+    /*
+     * szVideo: "video0". bOwn: stream the input if nobody else does.
+     * VtStatus_OK; VtStatus_ACCESS_DENIED; VtStatus_RESOURCES_BUSY; VtStatus_FAIL.
+     */
+    VtStatus Open(const std::string& szNode, const std::string& szVideo, bool bOwn);
+
+    VtStatus WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField);
+    VtStatus ReadDetectedParameters(VtVideo_VidParam& roParam);
+    VtStatus ReadCaptureState(VtVideoIn_State& reState, SBufferCensus& roCensus);
+    VtStatus ReadBufferAttributes(SInputFormat& roFormat, uint32_t& ruiBuffers);
+
+private:
+    void CheckSignal();
+    void ReadFrames();
+    void FetchOwned();
+    void Accept(SCapturedFrame oFrame);
+    void Sleep(uint64_t uiDeadlineNs);
+    void HeedNode(short iEvents);
+    uint64_t NextMomentNs(uint64_t uiDeadlineNs) const;
+    void PublishCounters() const;
+
+    SInputCounters& m_roCounters;
+    CV4l2Node m_oNode;
+    CTraceFeed m_oTrace;
+    COwnedCapture m_oOwned;
+    CFieldTracker m_oTracker;
+    bool m_bOwn = false;        /* we stream this input, or will when it lets us */
+    bool m_bTold = false;       /* the driver tells of changes of the signal */
+    bool m_bPollNode = true;    /* off after an error, which would end every sleep at once */
+    bool m_bHalfFrames = false; /* only one field of each frame is captured: its parity numbers nothing */
+    EInputSignal m_eSignal = EInputSignal::Present;
+    SSignal m_oSignal;
+    uint64_t m_uiNextCheckNs = 0;   /* when the signal is looked at next */
+    uint64_t m_uiNextStartNs = 0;   /* when our own stream may be started again */
+    uint64_t m_uiLastArrivalNs = 0; /* when the last frame came in */
+};
+
+} // namespace LinuxBoard
+
+#endif

@@ -1,0 +1,231 @@
+#include "OutputStream.h"
+
+#include "../PixelFormatTable.h"
+#include "../VideoTimings.h"
+#include "MonotonicClock.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace LinuxBoard
+{
+
+namespace
+{
+
+/* How often an output that is off is asked whether it is on again. */
+constexpr uint64_t uiOffPauseNs = 10 * uiNsPerMs;
+
+} // namespace
+
+VtStatus COutputStream::Open(const std::string& szCardNode, const std::string& szConnector)
+{
+    const int iError = m_oCard.Open(szCardNode);
+    if (iError != 0)
+        return iError == -EACCES || iError == -EPERM ? VtStatus_ACCESS_DENIED : VtStatus_FAIL;
+    m_uiConnectorId = m_oCard.FindConnector(szConnector);
+    return m_uiConnectorId != 0 ? VtStatus_OK : VtStatus_FAIL;
+}
+
+void COutputStream::SetSignal(int iError)
+{
+    switch (iError)
+    {
+    case 0:
+        m_eSignal = ESignal::Running;
+        break;
+    case -EOPNOTSUPP:
+        m_eSignal = ESignal::NoVblank;
+        break;
+    case -ENODEV:
+    case -ENXIO:
+        m_eSignal = ESignal::Gone;
+        break;
+    default: // -EINVAL: the CRTC is off, or in the middle of a change of mode
+        m_eSignal = ESignal::Off;
+        break;
+    }
+}
+
+/* Whose numbering counts may change while the output is off: another CRTC, or the same one begun anew. */
+void COutputStream::FollowNumbering()
+{
+    uint64_t uiSequence = 0;
+    uint64_t uiStampNs = 0;
+    const uint32_t uiCrtcBefore = m_uiCrtcId;
+    SetSignal(m_oCard.ReadCrtcOf(m_uiConnectorId, m_uiCrtcId));
+    if (m_eSignal != ESignal::Running)
+        return;
+    if (m_uiCrtcId == 0)
+    {
+        m_eSignal = ESignal::Off;
+        m_uiCrtcId = uiCrtcBefore;
+        return;
+    }
+    SetSignal(m_oCard.ReadSequence(m_uiCrtcId, uiSequence, uiStampNs));
+    if (m_eSignal != ESignal::Running)
+        return;
+    if (!m_oTracker.IsStarted() || m_uiCrtcId != uiCrtcBefore || uiSequence < m_oTracker.LastSequence())
+        m_oTracker.Start(uiSequence);
+}
+
+void COutputStream::FindSignal()
+{
+    FollowNumbering();
+    SCrtcView oView;
+    if (m_eSignal == ESignal::Off || m_eSignal == ESignal::Gone || m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+        return;
+    m_uiFieldPeriodNs = VideoTimings_FromMode(oView.oMode).uiFieldPeriodNs;
+    // Without vertical blanks nothing else would tell that the output is dark.
+    if (m_eSignal == ESignal::NoVblank &&
+        (!oView.bModeValid || m_oCard.ReadPower(m_uiConnectorId) != VtVideoOut_PowerState_ON))
+        m_eSignal = ESignal::Off;
+}
+
+void COutputStream::KeepQueueFull()
+{
+    for (uint64_t uiNext = m_oTracker.NextToQueue(); uiNext != 0; uiNext = m_oTracker.NextToQueue())
+    {
+        const int iError = m_oCard.QueueSequence(m_uiCrtcId, uiNext);
+        if (iError == -ENOMEM || iError == -EBUSY) // the card's event space is full: what is queued must do
+            return;
+        SetSignal(iError);
+        if (iError != 0)
+            return;
+        m_oTracker.Queued(uiNext);
+    }
+}
+
+void COutputStream::SampleBuffer()
+{
+    SCrtcView oView;
+    m_uiSampledStampNs = m_oTracker.LastStampNs();
+    if (m_oCard.ReadCrtc(m_uiCrtcId, oView) == 0)
+    {
+        m_oSetBuffers.Sample(oView.uiFramebufferId);
+        m_uiFieldPeriodNs = VideoTimings_FromMode(oView.oMode).uiFieldPeriodNs;
+    }
+}
+
+bool COutputStream::TakeField(SFieldStart& roField, uint64_t& ruiSetBuffers)
+{
+    if (!m_oTracker.Take(roField))
+        return false;
+    ruiSetBuffers = m_oSetBuffers.Count();
+    return true;
+}
+
+uint64_t COutputStream::NextMomentNs(uint64_t uiDeadlineNs) const
+{
+    const uint64_t uiStampNs = m_oTracker.LastStampNs();
+    if (uiStampNs == 0 || uiStampNs == m_uiSampledStampNs)
+        return uiDeadlineNs;
+    return std::min(uiDeadlineNs, CSetBufferEstimate::SampleMomentNs(uiStampNs, m_uiFieldPeriodNs));
+}
+
+void COutputStream::ReadFields()
+{
+    m_oCard.ReadEvents(m_oTracker);
+    uint64_t uiSequence = 0;
+    uint64_t uiStampNs = 0;
+    // Away for longer than the queue reaches: the newest field is not among the events.
+    if (m_oTracker.IsQueueSpent() && m_oTracker.LastStampNs() != 0 &&
+        m_oCard.ReadSequence(m_uiCrtcId, uiSequence, uiStampNs) == 0)
+        m_oTracker.Accept(uiSequence, uiStampNs);
+    KeepQueueFull();
+}
+
+/* Long silence with everything queued: the CRTC may have been switched off without a word. */
+VtStatus COutputStream::TimedOut(uint64_t uiNowNs)
+{
+    uint64_t uiSequence = 0;
+    uint64_t uiStampNs = 0;
+    if (m_eSignal == ESignal::Running && uiNowNs > m_oTracker.LastStampNs() + 4 * m_uiFieldPeriodNs)
+        SetSignal(m_oCard.ReadSequence(m_uiCrtcId, uiSequence, uiStampNs));
+    return VtStatus_TIMEOUT;
+}
+
+VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField, uint64_t& ruiSetBuffers)
+{
+    const uint64_t uiStartNs = MonotonicClock_NowNs();
+    const uint64_t uiDeadlineNs = uiStartNs + uiTimeOutMs * uiNsPerMs;
+    if (m_eSignal == ESignal::Off)
+        MonotonicClock_PollUntil({}, std::min(uiDeadlineNs, uiStartNs + uiOffPauseNs));
+    if (m_eSignal != ESignal::Running)
+        FindSignal();
+    for (;;)
+    {
+        if (m_eSignal == ESignal::Running)
+            ReadFields();
+        if (m_eSignal == ESignal::Gone)
+            return VtStatus_CONNECTION_LOST;
+        if (m_eSignal == ESignal::Off)
+            return VtStatus_CANCELED;
+        if (TakeField(roField, ruiSetBuffers))
+            return VtStatus_OK;
+        const uint64_t uiNowNs = MonotonicClock_NowNs();
+        if (uiNowNs >= uiDeadlineNs)
+            return TimedOut(uiNowNs);
+        if (m_eSignal == ESignal::NoVblank)
+        {
+            MonotonicClock_PollUntil({}, uiDeadlineNs);
+            continue;
+        }
+        if (NextMomentNs(uiDeadlineNs) <= uiNowNs)
+            SampleBuffer();
+        std::array<pollfd, 1> aoPolled = {{{m_oCard.Fd(), POLLIN, 0}}};
+        if (MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs)) && (aoPolled[0].revents & POLLIN) == 0)
+            m_eSignal = ESignal::Gone;
+    }
+}
+
+VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
+{
+    if (m_eSignal == ESignal::Unknown)
+        FindSignal();
+    SCrtcView oView;
+    roParam = {};
+    if (m_eSignal == ESignal::Off)
+        return VtStatus_OK;
+    if (m_eSignal == ESignal::Gone || m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+        return VtStatus_FAIL;
+    if (oView.bModeValid)
+        roParam = VideoTimings_FromMode(oView.oMode).oVidParam;
+    return VtStatus_OK;
+}
+
+VtStatus COutputStream::ReadBufferAttributes(VtPixelFormat& rePixelFormat, uint32_t& ruiWidth, uint32_t& ruiHeight,
+                                             uint64_t& ruiLuid)
+{
+    if (m_eSignal == ESignal::Unknown)
+        FindSignal();
+    SCrtcView oView;
+    SFramebufferView oFramebuffer;
+    if (m_eSignal == ESignal::Gone)
+        return VtStatus_FAIL;
+    if (m_eSignal != ESignal::Off && m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+        return VtStatus_FAIL;
+    // The framebuffer may be freed between the two questions; then there is none to describe.
+    if (oView.uiFramebufferId == 0 || !m_oCard.ReadFramebuffer(oView.uiFramebufferId, oFramebuffer))
+        oView.uiFramebufferId = 0;
+    rePixelFormat = PixelFormat_FromDrm(oFramebuffer.uiFourCc);
+    ruiWidth = oFramebuffer.uiWidth;
+    ruiHeight = oFramebuffer.uiHeight;
+    ruiLuid = oView.uiFramebufferId;
+    return VtStatus_OK;
+}
+
+VtStatus COutputStream::ReadPowerState(VtVideoOut_PowerState& rePowerState)
+{
+    if (m_eSignal == ESignal::Gone)
+        return VtStatus_FAIL;
+    uint32_t uiCrtcId = 0;
+    const int iError = m_oCard.ReadCrtcOf(m_uiConnectorId, uiCrtcId);
+    if (iError != 0)
+        return VtStatus_FAIL;
+    rePowerState = uiCrtcId == 0 ? VtVideoOut_PowerState_DISABLED : m_oCard.ReadPower(m_uiConnectorId);
+    return VtStatus_OK;
+}
+
+} // namespace LinuxBoard

@@ -1,0 +1,223 @@
+#include "OwnedCapture.h"
+
+#include "MonotonicClock.h"
+
+#include <array>
+#include <cerrno>
+
+namespace LinuxBoard
+{
+
+namespace
+{
+
+constexpr uint32_t uiBuffersWanted = 4;
+constexpr uint32_t uiFormatsTried = 64;
+
+uint32_t ImageSize(const v4l2_format& roFormat)
+{
+    if (roFormat.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+        return roFormat.fmt.pix.sizeimage;
+    uint32_t uiSize = 0;
+    for (uint32_t uiPlane = 0; uiPlane < roFormat.fmt.pix_mp.num_planes && uiPlane < VIDEO_MAX_PLANES; uiPlane++)
+        uiSize += roFormat.fmt.pix_mp.plane_fmt[uiPlane].sizeimage;
+    return uiSize;
+}
+
+/* The least that the driver makes of one pixel of this layout; fields one by one where the signal has them. */
+v4l2_format SmallestRequest(const v4l2_format& roBefore, uint32_t uiFourCc)
+{
+    v4l2_format oRequest{};
+    oRequest.type = roBefore.type;
+    if (roBefore.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+    {
+        oRequest.fmt.pix.width = oRequest.fmt.pix.height = 1;
+        oRequest.fmt.pix.pixelformat = uiFourCc;
+        oRequest.fmt.pix.field = roBefore.fmt.pix.field == V4L2_FIELD_NONE ? V4L2_FIELD_NONE : V4L2_FIELD_ALTERNATE;
+        return oRequest;
+    }
+    oRequest.fmt.pix_mp.width = oRequest.fmt.pix_mp.height = 1;
+    oRequest.fmt.pix_mp.pixelformat = uiFourCc;
+    oRequest.fmt.pix_mp.field =
+        roBefore.fmt.pix_mp.field == V4L2_FIELD_NONE ? __u8{V4L2_FIELD_NONE} : __u8{V4L2_FIELD_ALTERNATE};
+    return oRequest;
+}
+
+bool IsSameTimings(const v4l2_bt_timings& roOne, const v4l2_bt_timings& roOther)
+{
+    const auto TotalOf = [](const v4l2_bt_timings& roTimings)
+    {
+        return std::array<uint64_t, 5>{roTimings.width, roTimings.height, roTimings.interlaced, roTimings.pixelclock,
+                                       uint64_t{roTimings.hfrontporch} + roTimings.hsync + roTimings.hbackporch};
+    };
+    return TotalOf(roOne) == TotalOf(roOther);
+}
+
+} // namespace
+
+bool COwnedCapture::HasOtherTimings(v4l2_dv_timings& roDetected, v4l2_dv_timings& roSet) const
+{
+    return m_roNode.IsDigital() && V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QUERY_DV_TIMINGS, &roDetected) == 0 &&
+           V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_DV_TIMINGS, &roSet) == 0 && !IsSameTimings(roDetected.bt, roSet.bt);
+}
+
+bool COwnedCapture::IsOutdated() const
+{
+    v4l2_dv_timings oDetected{};
+    v4l2_dv_timings oSet{};
+    return m_bStreaming && HasOtherTimings(oDetected, oSet);
+}
+
+/* A digital input streams what it is set to, so it has to be set to what it detects. */
+int COwnedCapture::FollowTimings()
+{
+    v4l2_dv_timings oDetected{};
+    if (!HasOtherTimings(oDetected, m_oTimingsBefore))
+        return 0;
+    const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &oDetected);
+    m_bTimingsChanged = iError == 0;
+    return iError;
+}
+
+int COwnedCapture::ChooseFormat()
+{
+    v4l2_format oBefore{};
+    oBefore.type = m_roNode.BufferType();
+    int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oBefore);
+    if (iError != 0)
+        return iError;
+    v4l2_format oSmallest = oBefore;
+    for (uint32_t uiIndex = 0; uiIndex < uiFormatsTried; uiIndex++)
+    {
+        v4l2_fmtdesc oDescription{};
+        oDescription.index = uiIndex;
+        oDescription.type = oBefore.type;
+        if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_ENUM_FMT, &oDescription) != 0)
+            break;
+        v4l2_format oTried = SmallestRequest(oBefore, oDescription.pixelformat);
+        if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_TRY_FMT, &oTried) == 0 && ImageSize(oTried) < ImageSize(oSmallest))
+            oSmallest = oTried;
+    }
+    if (ImageSize(oSmallest) == ImageSize(oBefore))
+        return 0;
+    iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &oSmallest);
+    m_bFormatChanged = iError == 0;
+    return iError;
+}
+
+int COwnedCapture::QueueBuffer(uint32_t uiIndex) const
+{
+    std::array<v4l2_plane, VIDEO_MAX_PLANES> aoPlanes{};
+    v4l2_buffer oBuffer{};
+    oBuffer.index = uiIndex;
+    oBuffer.type = m_roNode.BufferType();
+    oBuffer.memory = V4L2_MEMORY_MMAP;
+    if (oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE)
+    {
+        oBuffer.m.planes = aoPlanes.data();
+        oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
+    }
+    return V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QBUF, &oBuffer);
+}
+
+int COwnedCapture::RequestBuffers(uint32_t uiCount, uint32_t& ruiGiven) const
+{
+    v4l2_requestbuffers oRequest{};
+    oRequest.count = uiCount;
+    oRequest.type = m_roNode.BufferType();
+    oRequest.memory = V4L2_MEMORY_MMAP;
+    const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_REQBUFS, &oRequest);
+    ruiGiven = iError == 0 ? oRequest.count : 0;
+    return iError;
+}
+
+SBufferCensus COwnedCapture::TryBuffers(const CV4l2Node& roNode)
+{
+    COwnedCapture oCapture(roNode);
+    uint32_t uiGiven = 0;
+    oCapture.m_bBuffers = oCapture.RequestBuffers(1, uiGiven) == 0;
+    return oCapture.m_bBuffers ? roNode.CountBuffers() : SBufferCensus{};
+}
+
+int COwnedCapture::QueueAll()
+{
+    uint32_t uiGiven = 0;
+    int iError = RequestBuffers(uiBuffersWanted, uiGiven);
+    if (iError != 0)
+        return iError;
+    m_bBuffers = true;
+    for (uint32_t uiIndex = 0; uiIndex < uiGiven && iError == 0; uiIndex++)
+        iError = QueueBuffer(uiIndex);
+    return iError;
+}
+
+int COwnedCapture::Start()
+{
+    // Buffers of another program: hands off, even where the driver would let us.
+    if (m_roNode.CountBuffers().uiTotal != 0)
+        return -EBUSY;
+    m_oFormatBefore = {};
+    m_oFormatBefore.type = m_roNode.BufferType();
+    int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &m_oFormatBefore);
+    if (iError == 0)
+        iError = FollowTimings();
+    if (iError == 0)
+        iError = ChooseFormat();
+    if (iError == 0)
+        iError = QueueAll();
+    auto uiType = static_cast<int>(m_roNode.BufferType());
+    if (iError == 0)
+        iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMON, &uiType);
+    m_bStreaming = iError == 0;
+    if (iError != 0)
+        Stop();
+    return iError;
+}
+
+void COwnedCapture::Stop()
+{
+    auto uiType = static_cast<int>(m_roNode.BufferType());
+    if (m_bStreaming)
+        V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMOFF, &uiType);
+    uint32_t uiGiven = 0;
+    if (m_bBuffers)
+        RequestBuffers(0, uiGiven);
+    if (m_bTimingsChanged)
+        V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &m_oTimingsBefore);
+    // New timings bring a new format with them.
+    if (m_bFormatChanged || m_bTimingsChanged)
+        V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &m_oFormatBefore);
+    m_bStreaming = m_bBuffers = m_bTimingsChanged = m_bFormatChanged = false;
+}
+
+EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
+{
+    std::array<v4l2_plane, VIDEO_MAX_PLANES> aoPlanes{};
+    v4l2_buffer oBuffer{};
+    oBuffer.type = m_roNode.BufferType();
+    oBuffer.memory = V4L2_MEMORY_MMAP;
+    if (oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE)
+    {
+        oBuffer.m.planes = aoPlanes.data();
+        oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
+    }
+    const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_DQBUF, &oBuffer);
+    if (iError == -EAGAIN)
+        return EFetch::Nothing;
+    if (iError != 0)
+        return iError == -ENODEV ? EFetch::Gone : EFetch::Failed;
+    const bool bMonotonic = (oBuffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
+    roFrame.uiSequence = oBuffer.sequence;
+    // A stamp of another clock compares with nothing: the time of arrival does.
+    roFrame.uiStampNs = bMonotonic ? static_cast<uint64_t>(oBuffer.timestamp.tv_sec) * 1000000000ULL +
+                                         static_cast<uint64_t>(oBuffer.timestamp.tv_usec) * 1000ULL
+                                   : MonotonicClock_NowNs();
+    roFrame.eParity = oBuffer.field == V4L2_FIELD_TOP      ? EFieldParity::Top
+                      : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom
+                                                           : EFieldParity::None;
+    // A buffer that cannot be queued again is found out by the next fetch.
+    QueueBuffer(oBuffer.index);
+    return EFetch::Frame;
+}
+
+} // namespace LinuxBoard

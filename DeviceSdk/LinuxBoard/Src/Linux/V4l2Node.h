@@ -1,0 +1,92 @@
+/*
+ * One open video capture node, for watching only: nothing here sets, claims or starts anything, so that whoever uses
+ * the node never notices. Insulates the rest from the ioctls. Belongs to one thread at a time. Operations answer 0 or
+ * a negative errno.
+ */
+#ifndef LINUX_BOARD_V4L2_NODE_H
+#define LINUX_BOARD_V4L2_NODE_H
+
+#include "../FieldTracker.h"
+#include "../VideoTimings.h"
+#include "FileDescriptor.h"
+#include "VtVideoIn.h"
+
+#include <cstdint>
+#include <linux/videodev2.h>
+#include <string>
+
+namespace LinuxBoard
+{
+
+/* ioctl without interruptions by signals; 0 or a negative errno. */
+int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument);
+
+struct SInputFormat
+{
+    uint32_t uiWidth = 0;
+    uint32_t uiHeight = 0;
+    uint32_t uiFourCc = 0;
+    v4l2_field eField = V4L2_FIELD_NONE;
+};
+
+/* Where the buffers of the queue are, whoever owns it. */
+struct SBufferCensus
+{
+    uint32_t uiTotal = 0;
+    uint32_t uiReady = 0;  /* filled, not fetched yet */
+    uint32_t uiLoaned = 0; /* in the owner's hands */
+    uint32_t uiQueued = 0; /* in the driver's hands */
+    uint32_t uiFlags = 0;  /* of the first buffer, V4L2_BUF_FLAG_... */
+};
+
+enum class EInputSignal
+{
+    Present,
+    Lost,
+    Gone /* the device itself went away */
+};
+
+class CV4l2Node
+{
+public:
+    /* iMode: O_RDONLY to watch, O_RDWR to own. */
+    int Open(const std::string& szNode, int iMode);
+    int Fd() const { return m_oFd.Get(); }
+    uint32_t Minor() const { return m_uiMinor; }
+
+    bool IsCapture() const { return m_uiBufferType != 0; } /* a video capture node whose queue can stream */
+    bool IsDigital() const { return m_bDigital; }          /* its input has digital timings */
+    uint32_t BufferType() const { return m_uiBufferType; }
+    const std::string& Driver() const { return m_szDriver; }
+    const std::string& InputName() const { return m_szInput; } /* of the selected input, may be empty */
+
+    int ReadFormat(SInputFormat& roFormat) const;
+
+    /* roSignal: timings and field period, all 0 unless the signal is present. */
+    EInputSignal DetectSignal(SSignal& roSignal) const;
+
+    /* All 0 when there are no buffers or the driver tells only their owner. */
+    SBufferCensus CountBuffers() const;
+
+    /* True when the driver tells of changes of the signal. */
+    bool Subscribe() const;
+    /* Fetches what the driver told; true when a change of the signal was among it. */
+    bool ReadEvents() const;
+
+private:
+    void ReadFacts();
+    int ReadDigitalTimings(v4l2_dv_timings& roTimings) const;
+
+    CFileDescriptor m_oFd;
+    uint32_t m_uiMinor = 0;
+    uint32_t m_uiBufferType = 0;
+    uint32_t m_uiInput = 0;
+    bool m_bHasInputs = false;
+    bool m_bDigital = false;
+    std::string m_szDriver;
+    std::string m_szInput;
+};
+
+} // namespace LinuxBoard
+
+#endif

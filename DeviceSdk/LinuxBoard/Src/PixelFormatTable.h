@@ -1,0 +1,27 @@
+/*
+ * Buffer layouts: the kernel's four-character codes, the interface's values and their names, all from one table.
+ * Entered by any thread, keeps nothing.
+ */
+#ifndef LINUX_BOARD_PIXEL_FORMAT_TABLE_H
+#define LINUX_BOARD_PIXEL_FORMAT_TABLE_H
+
+#include "VtVideoTypes.h"
+
+#include <cstdint>
+
+namespace LinuxBoard
+{
+
+/* VtPixelFormat_UNKOWN for a code that the interface has no value for. */
+VtPixelFormat PixelFormat_FromV4l2(uint32_t uiFourCc);
+VtPixelFormat PixelFormat_FromDrm(uint32_t uiFourCc);
+
+/* Luma and chroma, or RGB. */
+bool PixelFormat_IsYuv(VtPixelFormat ePixelFormat);
+
+/* Never null. */
+const char* PixelFormat_Name(VtPixelFormat ePixelFormat);
+
+} // namespace LinuxBoard
+
+#endif

@@ -1,0 +1,80 @@
+/*
+ * Queries of the board: connectors are the outputs, then the inputs.
+ */
+#include "SdkExport.h"
+
+#include "FieldStart.h"
+#include "Linux/Board.h"
+
+#include <cstdio>
+
+using namespace LinuxBoard;
+
+VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz)
+{
+    if (CBoard::Get().m_oChips.Find(hDev) == nullptr || puiFreqHz == nullptr)
+        return VtStatus_INVALID_PARAM;
+    *puiFreqHz = uiTickFreqHz;
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
+{
+    const CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    if (poChip == nullptr || puiCount == nullptr)
+        return VtStatus_INVALID_PARAM;
+    *puiCount = static_cast<uint32_t>(poChip->Devices().aoOutputs.size() + poChip->Devices().aoInputs.size());
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
+                                  VtBoard_ConnectorInfo* poConnectorInfo)
+{
+    const CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    if (poChip == nullptr || poConnectorInfo == nullptr || poConnectorInfo->uiSize != sizeof(VtBoard_ConnectorInfo))
+        return VtStatus_INVALID_PARAM;
+    const SDeviceList& roDevices = poChip->Devices();
+    const size_t uiOutputs = roDevices.aoOutputs.size();
+    if (uiConnectorIndex >= uiOutputs + roDevices.aoInputs.size())
+        return VtStatus_INVALID_PARAM;
+    const auto Fill = [poConnectorInfo](const auto& roSource)
+    {
+        *poConnectorInfo = {};
+        poConnectorInfo->uiSize = sizeof(VtBoard_ConnectorInfo);
+        poConnectorInfo->eType = roSource.eType;
+        std::snprintf(poConnectorInfo->szName, sizeof(poConnectorInfo->szName), "%s", roSource.szName.c_str());
+    };
+    if (uiConnectorIndex < uiOutputs)
+    {
+        Fill(roDevices.aoOutputs[uiConnectorIndex]);
+        poConnectorInfo->bVideoOutput = 1;
+        poConnectorInfo->uiVideoOutIndex = uiConnectorIndex;
+        return VtStatus_OK;
+    }
+    const auto uiInput = static_cast<uint32_t>(uiConnectorIndex - uiOutputs);
+    Fill(roDevices.aoInputs[uiInput]);
+    poConnectorInfo->bVideoInput = 1;
+    poConnectorInfo->uiVideoInIndex = uiInput;
+    return VtStatus_OK;
+}
+
+VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
+                            uint32_t uiOutSize)
+{
+    CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    if (poChip == nullptr)
+        return VtStatus_INVALID_PARAM;
+    if (uiCall != VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT)
+        return VtStatus_UNSUPPORTED;
+    if (pvIn == nullptr || uiInSize != sizeof(VtBoard_CaptureSkipBufferCountIn) || pvOut == nullptr ||
+        uiOutSize != sizeof(VtBoard_CaptureSkipBufferCountOut))
+        return VtStatus_INVALID_PARAM;
+    const uint32_t uiInput = static_cast<const VtBoard_CaptureSkipBufferCountIn*>(pvIn)->uiCaptureIndex;
+    if (uiInput >= poChip->Devices().aoInputs.size())
+        return VtStatus_INVALID_PARAM;
+    const SInputCounters& roCounters = poChip->Counters(uiInput);
+    *static_cast<VtBoard_CaptureSkipBufferCountOut*>(pvOut) = {
+        roCounters.uiSkippedFields.load(std::memory_order_relaxed),
+        roCounters.uiBuffers.load(std::memory_order_relaxed)};
+    return VtStatus_OK;
+}

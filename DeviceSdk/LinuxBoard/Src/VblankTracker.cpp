@@ -1,0 +1,67 @@
+#include "VblankTracker.h"
+
+#include <algorithm>
+
+namespace LinuxBoard
+{
+
+void CVblankTracker::Start(uint64_t uiSequence)
+{
+    if (m_bStarted)
+        m_uiOffset += m_uiSequence - uiSequence;
+    m_bStarted = true;
+    m_bUnseen = false;
+    m_uiSequence = uiSequence;
+    m_uiNextToQueue = 0;
+}
+
+bool CVblankTracker::Accept(uint64_t uiSequence, uint64_t uiStampNs)
+{
+    if (!m_bStarted || uiSequence <= m_uiSequence || uiStampNs <= m_uiStampNs)
+        return false;
+    m_bUnseen = true;
+    m_uiSequence = uiSequence;
+    m_uiStampNs = uiStampNs;
+    return true;
+}
+
+bool CVblankTracker::Take(SFieldStart& roField)
+{
+    if (!m_bUnseen)
+        return false;
+    m_bUnseen = false;
+    roField = {(m_uiSequence + m_uiOffset) * uiCounterPerField, m_uiStampNs, false};
+    return true;
+}
+
+uint64_t CVblankTracker::NextToQueue() const
+{
+    const uint64_t uiNext = std::max(m_uiNextToQueue, m_uiSequence + 1);
+    return uiNext > m_uiSequence + msc_uiQueueDepth ? 0 : uiNext;
+}
+
+void CVblankTracker::Queued(uint64_t uiSequence)
+{
+    m_uiNextToQueue = uiSequence + 1;
+    m_uiOutstanding++;
+}
+
+void CVblankTracker::EventCame(uint64_t uiAskedSequence, uint64_t uiSequence)
+{
+    if (m_uiOutstanding > 0)
+        m_uiOutstanding--;
+    if (uiSequence < uiAskedSequence)
+        m_uiNextToQueue = std::min(m_uiNextToQueue, uiAskedSequence);
+}
+
+void CSetBufferEstimate::Sample(uint32_t uiFramebufferId)
+{
+    // Going dark sets no buffer.
+    if (uiFramebufferId == m_uiFramebufferId || uiFramebufferId == 0)
+        return;
+    if (m_uiFramebufferId != 0)
+        m_uiCount++;
+    m_uiFramebufferId = uiFramebufferId;
+}
+
+} // namespace LinuxBoard

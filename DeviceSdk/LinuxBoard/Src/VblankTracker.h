@@ -1,0 +1,83 @@
+/*
+ * From the kernel's vertical blank events to field starts: drops what does not increase, keeps the newest, and knows
+ * which sequences are still to be queued. Also the estimate of the set-buffer counter. No clock is read here; the
+ * owner is one output handle, used by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ */
+#ifndef LINUX_BOARD_VBLANK_TRACKER_H
+#define LINUX_BOARD_VBLANK_TRACKER_H
+
+#include "FieldStart.h"
+
+#include <cstdint>
+
+namespace LinuxBoard
+{
+
+class CVblankTracker
+{
+public:
+    /* Sequences that stay queued ahead: a caller that comes this many fields late still finds its event. */
+    static constexpr uint64_t msc_uiQueueDepth = 16;
+
+    /*
+     * The CRTC's numbering stands at uiSequence: at the start, and again when another CRTC, or the same one with its
+     * count begun anew, takes over. Our own counter goes on from where it was. Its stamp may be stale, so no field
+     * start comes of it.
+     */
+    void Start(uint64_t uiSequence);
+
+    /* Takes an event or the answer of a later sequence query; false when it is old news and was dropped. */
+    bool Accept(uint64_t uiSequence, uint64_t uiStampNs);
+
+    /* Delivers the newest field start that was not delivered yet; false when there is none. */
+    bool Take(SFieldStart& roField);
+
+    bool IsStarted() const { return m_bStarted; }
+    uint64_t LastSequence() const { return m_uiSequence; }
+    uint64_t LastStampNs() const { return m_uiStampNs; } /* 0 before the first event */
+
+    /* The next sequence to queue, 0 when enough are queued. */
+    uint64_t NextToQueue() const;
+    void Queued(uint64_t uiSequence);
+
+    /*
+     * The event asked for at uiAskedSequence came as uiSequence. It comes before its time when the mode is changed;
+     * then it has to be asked for again.
+     */
+    void EventCame(uint64_t uiAskedSequence, uint64_t uiSequence);
+
+    /* Everything that was queued has come: the caller was away for longer than the queue reaches. */
+    bool IsQueueSpent() const { return m_uiOutstanding == 0; }
+
+private:
+    bool m_bStarted = false;
+    bool m_bUnseen = false;
+    uint64_t m_uiSequence = 0;
+    uint64_t m_uiStampNs = 0;
+    uint64_t m_uiOffset = 0; /* from the CRTC's numbering to ours, modulo 2^64 */
+    uint64_t m_uiNextToQueue = 0;
+    uint64_t m_uiOutstanding = 0;
+};
+
+/*
+ * Counts buffers from the framebuffer that is shown, looked at once a field. An estimate: an application that draws
+ * into one framebuffer all the time shows no change.
+ */
+class CSetBufferEstimate
+{
+public:
+    /* When to look in the field that began at uiStampNs: late enough for the application, early enough for the kernel.
+     */
+    static uint64_t SampleMomentNs(uint64_t uiStampNs, uint64_t uiPeriodNs) { return uiStampNs + uiPeriodNs / 10 * 6; }
+
+    void Sample(uint32_t uiFramebufferId);
+    uint64_t Count() const { return m_uiCount; }
+
+private:
+    uint32_t m_uiFramebufferId = 0;
+    uint64_t m_uiCount = 0;
+};
+
+} // namespace LinuxBoard
+
+#endif
