@@ -3,7 +3,8 @@
 
 szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-aszRunPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev libdrm-dev libudev-dev libtracefs-dev)
+aszRunPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev libdrm-dev libudev-dev libtracefs-dev
+    libtraceevent-dev)
 aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev)
 aszBenchmarkPackages=(libbenchmark-dev)
 aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)
