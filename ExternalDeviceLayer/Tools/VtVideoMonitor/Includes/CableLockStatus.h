@@ -14,10 +14,19 @@
 // Newest timestamps further apart than this many ticks come from different counters.
 constexpr uint64_t CABLE_LOCK_TIME_STAMP_MASK = 0x8000000;
 
+// What the test has found so far. All zero at start.
+struct SCableLockResult
+{
+    uint32_t uiSecondsGood;
+    uint32_t uiWorstTicks; // worst difference of any pair in any second
+};
+
 /*
  * Runs the test for g_uiCableLockDurationSec seconds, a sample a second, and reports through Log and, but for the rows
- * of timestamps, the SDK's debug channel. uiNbOfVideo          in  number of streams paoVideoMonitorData  in  their
- * records hDev                 in  the board, for the debug channel
+ * of timestamps, the SDK's debug channel.
+ *   uiNbOfVideo          in  number of streams
+ *   paoVideoMonitorData  in  their records
+ *   hDev                 in  the board, for the debug channel
  */
 void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData, VtDevice_Handle hDev);
 
@@ -30,5 +39,15 @@ void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
  */
 Bool32 IsCableLocked(const CFrameLockVideoArray& rdaoFrameLockVideoData,
                      const CFrameLockPairArray& rdaoFrameLockPairData, const uint64_t* pauiVideoLastTimeStamp);
+
+/*
+ * Begin of the second that follows the one planned for uiPlannedMs, when it is uiNowMs: a second later, so that hours
+ * of seconds do not drift. After a stall that leaves less than half a second till then (the process was stopped, say)
+ * whole seconds are passed over, for streams that got no time to deliver anything would look lost.
+ */
+uint64_t GetNextCableLockSecond(uint64_t uiPlannedMs, uint64_t uiNowMs);
+
+/* The text of the verdict, without a line end. A duration of 0 proves nothing: "Failed". */
+void FormatCableLockVerdict(const SCableLockResult& roResult, uint32_t uiDurationSec, CMString& rszLogMsg);
 
 #endif

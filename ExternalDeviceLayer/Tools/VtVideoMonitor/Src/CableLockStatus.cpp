@@ -12,14 +12,9 @@ namespace
 {
 
 constexpr uint32_t uiDelayMs = 1000;
+constexpr uint32_t SHORTEST_DELAY_MS = uiDelayMs / 2;
 constexpr uint64_t US_PER_MS = 1000;
 constexpr char TABLE_RULE[] = "------------------\n";
-
-struct SCableLockResult
-{
-    uint32_t uiSecondsGood;
-    uint32_t uiWorstTicks;
-};
 
 void DisplaySecond(uint32_t uiSecond, std::span<const SFrameLockVideoData> aoVideo,
                    const uint64_t* pauiVideoLastTimeStamp)
@@ -61,7 +56,6 @@ uint64_t GetMonotonicTimeInMs()
     return uiTimeUs / US_PER_MS;
 }
 
-// Sleeps until a moment that was fixed at the begin, so that hours of seconds do not drift.
 void SleepUntil(uint64_t uiTimeMs)
 {
     const uint64_t uiNowMs = GetMonotonicTimeInMs();
@@ -82,18 +76,17 @@ void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
     szLogMsg.Format("Cable Lock Testing begin (%d seconds) ... ", LowInt(uiDurationSec));
     ReportLockText(hDev, szLogMsg);
     Log("%s", TABLE_RULE);
-    const uint64_t uiBeginMs = GetMonotonicTimeInMs();
+    uint64_t uiSecondMs = GetMonotonicTimeInMs();
     for (uint32_t uiSecond = 1; uiSecond <= uiDurationSec; ++uiSecond)
     {
         MeasureSecond(uiSecond, uiNbOfVideo, paoVideoMonitorData, pauiVideoLastTimeStamp.get(), oResult);
-        SleepUntil(uiBeginMs + uint64_t{uiSecond} * uiDelayMs);
+        uiSecondMs = GetNextCableLockSecond(uiSecondMs, GetMonotonicTimeInMs());
+        SleepUntil(uiSecondMs);
     }
     Log("%s", TABLE_RULE);
     szLogMsg.Format("Cable Lock Testing done ... ");
     ReportLockText(hDev, szLogMsg);
-    const bool bIsLocked = uiDurationSec > 0 && oResult.uiSecondsGood == uiDurationSec;
-    szLogMsg.Format(" %s (%d of %d seconds locked, biggest difference : %d ticks)", bIsLocked ? "Success" : "Failed",
-                    LowInt(oResult.uiSecondsGood), LowInt(uiDurationSec), LowInt(oResult.uiWorstTicks));
+    FormatCableLockVerdict(oResult, uiDurationSec, szLogMsg);
     ReportLockText(hDev, szLogMsg);
 }
 
@@ -114,4 +107,18 @@ Bool32 IsCableLocked(const CFrameLockVideoArray& rdaoFrameLockVideoData,
     const auto [puiOldest, puiNewest] =
         std::minmax_element(pauiVideoLastTimeStamp, pauiVideoLastTimeStamp + aoVideo.size());
     return bAllWithinLine && *puiNewest - *puiOldest <= CABLE_LOCK_TIME_STAMP_MASK ? 1 : 0;
+}
+
+uint64_t GetNextCableLockSecond(uint64_t uiPlannedMs, uint64_t uiNowMs)
+{
+    const uint64_t uiLatestMs = uiNowMs + SHORTEST_DELAY_MS;
+    const uint64_t uiPassedMs = uiLatestMs > uiPlannedMs ? uiLatestMs - uiPlannedMs - 1 : 0;
+    return uiPlannedMs + (uiPassedMs / uiDelayMs + 1) * uiDelayMs;
+}
+
+void FormatCableLockVerdict(const SCableLockResult& roResult, uint32_t uiDurationSec, CMString& rszLogMsg)
+{
+    const bool bIsLocked = uiDurationSec > 0 && roResult.uiSecondsGood == uiDurationSec;
+    rszLogMsg.Format(" %s (%u of %u seconds locked, biggest difference : %u ticks)", bIsLocked ? "Success" : "Failed",
+                     roResult.uiSecondsGood, uiDurationSec, roResult.uiWorstTicks);
 }

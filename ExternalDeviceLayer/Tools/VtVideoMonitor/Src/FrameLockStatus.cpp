@@ -1,8 +1,9 @@
 #include "FrameLockStatus.h"
 
+#include <algorithm>
 #include <memory>
+#include <span>
 
-#include "GenLockProcess.h"
 #include "LockReport.h"
 #include "MonitorGlobals.h"
 
@@ -12,13 +13,6 @@ namespace
 constexpr uint32_t uiDurationMs = 3000;
 constexpr uint32_t uiDelayMs = 500;
 
-// Worst difference so far, and one line of the first pair's first stream, in ticks.
-struct SFrameLockVerdict
-{
-    uint32_t uiMaxDiff;
-    uint32_t uiMaxAllowed;
-};
-
 void MeasureCycle(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData, uint64_t* pauiVideoLastTimeStamp,
                   SFrameLockVerdict& roVerdict)
 {
@@ -27,18 +21,7 @@ void MeasureCycle(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorD
     if (ProcessGenLock(uiNbOfVideo, paoVideoMonitorData, pauiVideoLastTimeStamp, daoFrameLockVideoData,
                        daoFrameLockPairData))
     {
-        for (int32_t iPair = 0; iPair < daoFrameLockPairData.GetSize(); ++iPair)
-        {
-            const SFrameLockPairData& roPair = daoFrameLockPairData[iPair];
-            if (roPair.uiDeltaAbs > roVerdict.uiMaxDiff)
-            {
-                roVerdict.uiMaxDiff = roPair.uiDeltaAbs;
-            }
-            if (iPair == 0)
-            {
-                roVerdict.uiMaxAllowed = TicksPerLine(daoFrameLockVideoData[roPair.uiVideoIndexA]);
-            }
-        }
+        JudgeFrameLockCycle(daoFrameLockVideoData, daoFrameLockPairData, roVerdict);
     }
     g_oOsServices.SleepMilliSeconds(uiDelayMs);
 }
@@ -56,9 +39,27 @@ void FrameLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
     {
         MeasureCycle(uiNbOfVideo, paoVideoMonitorData, pauiVideoLastTimeStamp.get(), oVerdict);
     }
-    // The blank in front is kept, although the verdict stands on a line of its own.
-    szLogMsg.Format(" %s (biggest difference : %d ticks, max allowed : %llu ticks)",
-                    oVerdict.uiMaxDiff < oVerdict.uiMaxAllowed ? "Success" : "Failed", LowInt(oVerdict.uiMaxDiff),
-                    static_cast<unsigned long long>(oVerdict.uiMaxAllowed));
+    FormatFrameLockVerdict(oVerdict, szLogMsg);
     ReportLockText(hDev, szLogMsg);
+}
+
+void JudgeFrameLockCycle(const CFrameLockVideoArray& rdaoFrameLockVideoData,
+                         const CFrameLockPairArray& rdaoFrameLockPairData, SFrameLockVerdict& roVerdict)
+{
+    for (const SFrameLockPairData& roPair : std::span(rdaoFrameLockPairData.Begin(), rdaoFrameLockPairData.GetCount()))
+    {
+        roVerdict.uiMaxDiff = std::max(roVerdict.uiMaxDiff, roPair.uiDeltaAbs);
+    }
+    if (!rdaoFrameLockPairData.IsEmpty())
+    {
+        roVerdict.uiMaxAllowed = TicksPerLine(rdaoFrameLockVideoData[rdaoFrameLockPairData[0].uiVideoIndexA]);
+    }
+}
+
+void FormatFrameLockVerdict(const SFrameLockVerdict& roVerdict, CMString& rszLogMsg)
+{
+    // The blank in front is kept, although the verdict stands on a line of its own.
+    rszLogMsg.Format(" %s (biggest difference : %d ticks, max allowed : %llu ticks)",
+                     roVerdict.uiMaxDiff < roVerdict.uiMaxAllowed ? "Success" : "Failed", LowInt(roVerdict.uiMaxDiff),
+                     static_cast<unsigned long long>(roVerdict.uiMaxAllowed));
 }

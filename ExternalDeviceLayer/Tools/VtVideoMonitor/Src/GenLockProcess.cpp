@@ -160,7 +160,8 @@ Bool32 ProcessGenLock(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMoni
 uint32_t Fact(uint32_t uiN)
 {
     uint32_t uiProduct = 1;
-    for (uint32_t uiFactor = 2; uiFactor <= uiN; ++uiFactor)
+    // From 34 on the wrapped product is 0 and stays so.
+    for (uint32_t uiFactor = 2; uiFactor <= uiN && uiProduct != 0; ++uiFactor)
     {
         uiProduct *= uiFactor;
     }
