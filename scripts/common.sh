@@ -14,7 +14,7 @@ die() { say "$*"; exit "${iDieStatus:-1}"; }
 
 # Installs those of the named Debian packages that are missing.
 ensure_packages() {
-    local szPackage szLog
+    local szPackage szLog szReason
     local -a aszMissing=() aszSudo=()
     command -v dpkg-query >/dev/null || die "this is no Debian system; install by hand what stands for: $*"
     for szPackage in "$@"; do
@@ -33,9 +33,9 @@ ensure_packages() {
         "${aszSudo[@]}" apt-get update -q >>"$szLog" 2>&1 </dev/null
         if ! "${aszSudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
                 "${aszMissing[@]}" >>"$szLog" 2>&1 </dev/null; then
-            grep -E '^(E:|sudo:)' "$szLog" | tail -n 3 >&2
+            szReason=$(grep -E '^(E:|sudo:)' "$szLog" | head -n 1)
             rm -f "$szLog"
-            die "cannot install ${aszMissing[*]} (no network, or no right to install?)"
+            die "cannot install ${aszMissing[*]}: ${szReason:-no network, or no right to install}"
         fi
     fi
     rm -f "$szLog"
