@@ -66,11 +66,11 @@ public:
 
     template <CMArrayIndex INDEX> TYPE& ElementAt(INDEX iIndex)
     {
-        return IsInside(iIndex) ? m_poData[static_cast<uint64_t>(iIndex)] : BadElement();
+        return IsInside(iIndex) ? m_poData[static_cast<Unsigned<INDEX>>(iIndex)] : BadElement();
     }
     template <CMArrayIndex INDEX> const TYPE& ElementAt(INDEX iIndex) const
     {
-        return IsInside(iIndex) ? m_poData[static_cast<uint64_t>(iIndex)] : BadElement();
+        return IsInside(iIndex) ? m_poData[static_cast<Unsigned<INDEX>>(iIndex)] : BadElement();
     }
     template <CMArrayIndex INDEX> TYPE& operator[](INDEX iIndex) { return ElementAt(iIndex); }
     template <CMArrayIndex INDEX> const TYPE& operator[](INDEX iIndex) const { return ElementAt(iIndex); }
@@ -114,9 +114,16 @@ public:
     CMArray& operator|=(const CMArray& roOther);
 
 protected:
+    // Unsigned, so that a negative index comes out huge; no wider than the index, which spares a conversion.
+    template <CMArrayIndex INDEX>
+    using Unsigned = std::conditional_t<sizeof(INDEX) <= sizeof(uint32_t), uint32_t, uint64_t>;
     template <CMArrayIndex INDEX> bool IsInside(INDEX iIndex) const
     {
-        return static_cast<uint64_t>(iIndex) < static_cast<uint64_t>(m_iSize); // a negative index comes out huge
+        return static_cast<Unsigned<INDEX>>(iIndex) < static_cast<uint32_t>(m_iSize);
+    }
+    bool IsInCapacity(int32_t iIndex) const
+    {
+        return static_cast<uint32_t>(iIndex) < static_cast<uint32_t>(m_iMaxSize);
     }
     [[gnu::cold]] static TYPE& BadElement()
     {
@@ -131,6 +138,8 @@ protected:
     void CopyElements(const TYPE* paoElements, int32_t iCount);
     int32_t OwnIndexOf(ARG_TYPE oValue) const;
     void FreeAll();
+    [[gnu::noinline, gnu::flatten]] void SetBeyondCapacity(int32_t iIndex, ARG_TYPE oValue);
+    void SetAnySize(int32_t iNewSize, int32_t iGrowBy);
     void AllocateFirst(int32_t iNewSize);
     void ResizeInPlace(int32_t iNewSize);
     void Grow(int32_t iNewSize);
@@ -143,7 +152,18 @@ protected:
     [[maybe_unused]] const uint32_t mc_uiPadding1 = 0;
 };
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
+template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
+{
+    // What Add nearly always comes to, small enough to be compiled in place.
+    if (iGrowBy == -1 && IsInCapacity(iNewSize - 1)) [[likely]]
+    {
+        ResizeInPlace(iNewSize);
+        return;
+    }
+    SetAnySize(iNewSize, iGrowBy);
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAnySize(int32_t iNewSize, int32_t iGrowBy)
 {
     if (iNewSize < 0)
     {
@@ -181,7 +201,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeAll()
     m_iMaxSize = 0;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::AllocateFirst(int32_t iNewSize)
+template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::AllocateFirst(int32_t iNewSize)
 {
     m_poData = Allocate(iNewSize);
     MConstructElements(m_poData, iNewSize);
@@ -189,20 +209,21 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::AllocateFirs
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::ResizeInPlace(int32_t iNewSize)
+template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::ResizeInPlace(int32_t iNewSize)
 {
-    if (iNewSize > m_iSize)
+    const auto iAdded = static_cast<int32_t>(static_cast<uint32_t>(iNewSize) - static_cast<uint32_t>(m_iSize));
+    if (iAdded > 0)
     {
-        MConstructElements(m_poData + m_iSize, iNewSize - m_iSize);
+        MConstructElementsAt(m_poData + static_cast<uint32_t>(m_iSize), iAdded);
     }
     else
     {
-        MDestructElements(m_poData + iNewSize, m_iSize - iNewSize);
+        MDestructElements(m_poData + iNewSize, -iAdded);
     }
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Grow(int32_t iNewSize)
+template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Grow(int32_t iNewSize)
 {
     constexpr int32_t iSmallestStep = 4;
     constexpr int32_t iLargestStep = 1024;
@@ -230,7 +251,8 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Grow(int32_t
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::MoveToBlock(TYPE* poNewData, int32_t iNewMaxSize)
+template <class TYPE, class ARG_TYPE>
+inline void CMArray<TYPE, ARG_TYPE>::MoveToBlock(TYPE* poNewData, int32_t iNewMaxSize)
 {
     // By raw copy: the old block is freed without destroying what moved out of it.
     std::memcpy(static_cast<void*>(poNewData), static_cast<const void*>(m_poData),
@@ -254,22 +276,39 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeExtra()
     MoveToBlock(Allocate(m_iSize), m_iSize);
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAtGrow(int32_t iIndex, ARG_TYPE oValue)
+template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetAtGrow(int32_t iIndex, ARG_TYPE oValue)
 {
-    if (iIndex < 0)
+    if (iIndex >= m_iSize)
+    {
+        if (!IsInCapacity(iIndex)) [[unlikely]]
+        {
+            SetBeyondCapacity(iIndex, oValue);
+            return;
+        }
+        SetSize(iIndex + 1, -1);
+        if (iIndex < m_iSize) [[likely]]
+        {
+            // Written here and not below: next to it, the compiler drops the zero that the element began with.
+            m_poData[static_cast<uint32_t>(iIndex)] = oValue;
+            return;
+        }
+    }
+    else if (iIndex < 0)
     {
         KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NEGATIVE_INDEX);
     }
-    else if (iIndex >= m_iSize)
+    ElementAt(iIndex) = oValue;
+}
+
+template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetBeyondCapacity(int32_t iIndex, ARG_TYPE oValue)
+{
+    // The value may be an element of this very array, which growing moves away.
+    const int32_t iOwnIndex = OwnIndexOf(oValue);
+    SetSize(iIndex < std::numeric_limits<int32_t>::max() ? iIndex + 1 : -1, -1);
+    if (iOwnIndex >= 0)
     {
-        // The value may be an element of this very array, which growing moves away.
-        const int32_t iOwnIndex = OwnIndexOf(oValue);
-        SetSize(iIndex < std::numeric_limits<int32_t>::max() ? iIndex + 1 : -1, -1);
-        if (iOwnIndex >= 0)
-        {
-            ElementAt(iIndex) = m_poData[iOwnIndex];
-            return;
-        }
+        ElementAt(iIndex) = m_poData[iOwnIndex];
+        return;
     }
     ElementAt(iIndex) = oValue;
 }

@@ -2,6 +2,7 @@
 #ifndef CM_ARRAY_ELEMENTS_H
 #define CM_ARRAY_ELEMENTS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -21,22 +22,18 @@ enum EKrvMFCTypesAssert : uint32_t
 [[gnu::cold]] void KrvMFCTypes_ReportAssert(EKrvMFCTypesAssert eAssert);
 
 // Fills iCount elements with zero and then constructs those that have a constructor.
-template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
+template <class TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCount)
 {
-    if (paoElements == nullptr)
+    if constexpr (std::is_scalar_v<TYPE>)
     {
-        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NULL_ELEMENTS);
+        // The same as filling bytes, but the compiler sees what is written and drops it if an assignment follows.
+        std::fill_n(paoElements, iCount, TYPE());
         return;
     }
-    // The runtime's own call, for a block may be longer than 32 bits can say.
-    void* const pvElements = paoElements;
-    if (iCount == 1)
+    if (iCount > 0)
     {
-        std::memset(pvElements, 0, sizeof(TYPE)); // what Add does: short enough to need no call
-    }
-    else if (iCount > 1)
-    {
-        std::memset(pvElements, 0, static_cast<uint64_t>(iCount) * sizeof(TYPE));
+        // The runtime's own call, for a block may be longer than 32 bits can say.
+        std::memset(static_cast<void*>(paoElements), 0, static_cast<uint64_t>(iCount) * sizeof(TYPE));
     }
     if constexpr (!std::is_trivially_default_constructible_v<TYPE>)
     {
@@ -45,6 +42,17 @@ template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
             ::new (static_cast<void*>(paoElements + iElement)) TYPE();
         }
     }
+}
+
+// The same in memory that may not be there.
+template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
+{
+    if (paoElements == nullptr)
+    {
+        KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_NULL_ELEMENTS);
+        return;
+    }
+    MConstructElementsAt(paoElements, iCount);
 }
 
 // Destroys iCount elements that have a destructor; the memory stays.

@@ -33,7 +33,8 @@ namespace
 
 using PfnPosixThreadFunction = void* (*)(void*);
 
-Bool32 AcquireUntil(pthread_mutex_t& roMutex, uint32_t uiTimeOutMs)
+// Kept out of the endless wait, which so stays small enough to disappear into a scoped guard.
+[[gnu::noinline]] Bool32 AcquireUntil(pthread_mutex_t& roMutex, uint32_t uiTimeOutMs)
 {
     const timespec oDeadLine = DeadLine_FromTimeOut(uiTimeOutMs);
     const int iResult = pthread_mutex_timedlock(&roMutex, &oDeadLine);
