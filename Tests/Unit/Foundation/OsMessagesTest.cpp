@@ -1,0 +1,116 @@
+#include "AssertReport.h"
+#include "OsServices.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+class OsMessages : public testing::Test
+{
+protected:
+    ~OsMessages() override
+    {
+        OsServices::SetMsgPrefix("qz2");
+        OsServices::SetMsgReferenceId(0);
+        OsServices::SetMsgLevel(1, 1, 0);
+        OsServices::SetMsgPrefixEnable(1);
+    }
+    template <class WRITE> static std::string Written(WRITE fnWrite)
+    {
+        testing::internal::CaptureStdout();
+        fnWrite();
+        return testing::internal::GetCapturedStdout();
+    }
+    static std::string WrittenByAll()
+    {
+        return Written(
+            []
+            {
+                OsServices::WriteMsg("a%d\n", 1);
+                OsServices::WriteUserMsg("b%d\n", 2);
+                OsServices::WriteErrorMsg("c%d\n", 3);
+            });
+    }
+};
+
+} // namespace
+
+TEST_F(OsMessages, PrefixNamesTheKindTheVersionAndTheReference)
+{
+    EXPECT_EQ(WrittenByAll(), "qz2(4.1.0.146)[0]: (Info) b2\nqz2(4.1.0.146)[0]: (Error) c3\n") << "debug is off";
+    OsServices::SetMsgLevel(1, 1, 1);
+    OsServices::SetMsgPrefix("tool");
+    OsServices::SetMsgReferenceId(0xFFFFFFFFFFFFFFFF);
+    EXPECT_EQ(WrittenByAll(), "tool(4.1.0.146)[18446744073709551615]: (Debug) a1\n"
+                              "tool(4.1.0.146)[18446744073709551615]: (Info) b2\n"
+                              "tool(4.1.0.146)[18446744073709551615]: (Error) c3\n");
+    OsServices::SetMsgPrefix(std::string(70, 'x').c_str());
+    EXPECT_EQ(WrittenByAll().substr(0, 64), std::string(63, 'x') + "(");
+    OsServices::SetMsgPrefixEnable(0);
+    EXPECT_EQ(WrittenByAll(), "a1\nb2\nc3\n");
+}
+
+TEST_F(OsMessages, EachLevelSilencesItsOwnKind)
+{
+    OsServices::SetMsgPrefixEnable(0);
+    for (Bool32 uiBits = 0; uiBits < 8; ++uiBits)
+    {
+        const Bool32 bError = uiBits & 1;
+        const Bool32 bUser = (uiBits >> 1) & 1;
+        const Bool32 bInfo = uiBits >> 2;
+        OsServices::SetMsgLevel(bError, bUser, bInfo);
+        EXPECT_EQ(WrittenByAll(), std::string(bInfo ? "a1\n" : "") + (bUser ? "b2\n" : "") + (bError ? "c3\n" : ""));
+    }
+    OsServices::SetMsgLevel(0, 1, 0);
+    int iError = 9, iUser = 9, iInfo = 9;
+    OsServices::GetMsgLevel(&iError, nullptr, &iInfo);
+    OsServices::GetMsgLevel(nullptr, &iUser, nullptr);
+    EXPECT_EQ(std::tuple(iError, iUser, iInfo), std::tuple(0, 1, 0));
+}
+
+TEST_F(OsMessages, LineIsCutAtTwoHundredAndFiftyFiveCharacters)
+{
+    const std::string szLong(300, 'y');
+    const std::string szPrefix = "qz2(4.1.0.146)[0]: (Error) ";
+    EXPECT_EQ(Written([&] { OsServices::WriteErrorMsg("%s", szLong.c_str()); }),
+              szPrefix + szLong.substr(0, 255 - szPrefix.size()));
+    OsServices::SetMsgPrefixEnable(0);
+    EXPECT_EQ(Written([&] { OsServices::WriteErrorMsg("%s", szLong.c_str()); }), szLong.substr(0, 255));
+    const std::string szSigns(300, '%');
+    EXPECT_EQ(Written([&] { OsServices::WriteErrorMsg("%s", szSigns.c_str()); }), szSigns.substr(0, 128));
+}
+
+TEST_F(OsMessages, SecondFormattingReadsNoArgumentsThatAreNotThere)
+{
+    OsServices::SetMsgPrefixEnable(0);
+    const std::pair<const char*, const char*> apszRows[] = {
+        {"50%", "50%"},         {"50%%", "50%"}, {"%s%n%d", "%s%n%d"},
+        {"%%s", "%s"},          {"%%%d", "%%d"}, {"%1$s%*.*f", "%1$s%*.*f"},
+        {"100% of", "100% of"}, {"", ""},
+    };
+    for (const auto& [pszGiven, pszExpected] : apszRows)
+    {
+        EXPECT_EQ(Written([&, pszGiven = pszGiven] { OsServices::WriteErrorMsg("%s", pszGiven); }), pszExpected);
+    }
+    EXPECT_EQ(Written([] { OsServices::WriteErrorMsg("5%% %d%%%%\n", 6); }), "5% 6%\n");
+}
+
+TEST_F(OsMessages, FailedAssertNamesTheFileAloneAndTheLine)
+{
+    EXPECT_EQ(Written([] { ReportFailedAssert("a\\b/KrvMFCTypes", 4309); }),
+              "qz2(4.1.0.146)[0]: (Error) KrvMFCTypes(4309) Assertion failed\n");
+    OsServices::SetMsgPrefixEnable(0);
+    EXPECT_EQ(Written([] { ReportFailedAssert(); }),
+              "OsMessagesTest.cpp(" + std::to_string(__LINE__ - 1) + ") Assertion failed\n");
+}
+
+TEST_F(OsMessages, FileNameIsWhatFollowsTheLastSeparatorOfEitherKind)
+{
+    const std::pair<const char*, const char*> apszRows[] = {
+        {"a/b\\c.cpp", "c.cpp"}, {"a\\b/c.cpp", "c.cpp"}, {"c.cpp", "c.cpp"}, {"a/", ""}, {"", ""}};
+    for (const auto& [pszPath, pszName] : apszRows)
+    {
+        EXPECT_STREQ(OsServices::GetFileNameOnlySubSring(pszPath), pszName);
+    }
+}
