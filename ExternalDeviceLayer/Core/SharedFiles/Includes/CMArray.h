@@ -102,7 +102,7 @@ public:
     int32_t Find(ARG_TYPE oValue, int32_t iStart = 0) const;
     Bool32 IsPresent(ARG_TYPE oValue) const { return Find(oValue) >= 0 ? 1 : 0; }
 
-    CMArray& operator=(const CMArray& roOther)
+    CMArray& operator=(const CMArray& roOther) // NOLINT(bugprone-unhandled-self-assignment): Copy looks for it
     {
         Copy(roOther);
         return *this;
@@ -121,10 +121,7 @@ protected:
     {
         return static_cast<Unsigned<INDEX>>(iIndex) < static_cast<uint32_t>(m_iSize);
     }
-    bool IsInCapacity(int32_t iIndex) const
-    {
-        return static_cast<uint32_t>(iIndex) < static_cast<uint32_t>(m_iMaxSize);
-    }
+    bool IsInCapacity(uint32_t uiIndex) const { return uiIndex < static_cast<uint32_t>(m_iMaxSize); }
     [[gnu::cold]] static TYPE& BadElement()
     {
         KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_BAD_INDEX);
@@ -149,13 +146,14 @@ protected:
     int32_t m_iSize = 0;
     int32_t m_iMaxSize = 0;
     int32_t m_iGrowBy = 0;
+    // NOLINTNEXTLINE(readability-identifier-naming): the name is fixed, and so is the layout that the word is part of
     [[maybe_unused]] const uint32_t mc_uiPadding1 = 0;
 };
 
 template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
 {
     // What Add nearly always comes to, small enough to be compiled in place.
-    if (iGrowBy == -1 && IsInCapacity(iNewSize - 1)) [[likely]]
+    if (iGrowBy == -1 && IsInCapacity(static_cast<uint32_t>(iNewSize) - 1)) [[likely]]
     {
         ResizeInPlace(iNewSize);
         return;
@@ -280,7 +278,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetAt
 {
     if (iIndex >= m_iSize)
     {
-        if (!IsInCapacity(iIndex)) [[unlikely]]
+        if (!IsInCapacity(static_cast<uint32_t>(iIndex))) [[unlikely]]
         {
             SetBeyondCapacity(iIndex, oValue);
             return;

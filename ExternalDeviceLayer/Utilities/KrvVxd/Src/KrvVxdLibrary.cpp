@@ -31,7 +31,7 @@ MEMHANDLE memMap(uint32_t uiPhysical, uint32_t uiSize)
 {
     for (const uint32_t uiCachingType : {0u, 1u, 6u})
     {
-        MEMHANDLE const hMemory = memMapEx(uiPhysical, uiSize, uiCachingType);
+        const auto hMemory = memMapEx(uiPhysical, uiSize, uiCachingType);
         if (hMemory != nullptr)
         {
             return hMemory;

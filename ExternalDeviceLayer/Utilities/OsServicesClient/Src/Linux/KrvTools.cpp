@@ -122,11 +122,11 @@ int32_t KrvTools_stricmp(const char* pszLeft, const char* pszRight)
 {
     for (;; ++pszLeft, ++pszRight)
     {
-        const int32_t iLeft = static_cast<signed char>(ToLower(*pszLeft));
-        const int32_t iRight = static_cast<signed char>(ToLower(*pszRight));
-        if (iLeft != iRight || *pszLeft == '\0')
+        const auto cLeft = static_cast<signed char>(ToLower(*pszLeft));
+        const auto cRight = static_cast<signed char>(ToLower(*pszRight));
+        if (cLeft != cRight || cLeft == '\0')
         {
-            return iLeft - iRight;
+            return cLeft - cRight;
         }
     }
 }
