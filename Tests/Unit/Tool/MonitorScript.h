@@ -14,74 +14,87 @@
 #include "MonitorUserData.h"
 #include "VtSimulatedBoard.h"
 
-constexpr char TIMING_OF_CLOCK[] =
+// What the process has allocated so far, and how long it has paused, microseconds; a script really does not.
+extern uint64_t g_uiAllocations;
+extern uint64_t g_uiPausedUs;
+
+constexpr char FULL_HD_AT_CLOCK[] =
     "timing = { h_active = 1920, h_front_porch = 88, h_sync = 44, h_back_porch = 148, v_active = 1080, "
     "v_front_porch = 4, v_sync = 5, v_back_porch = 36, pixel_clock_hz = ";
 
-inline std::string FailingCall(const std::string& szOperation, const std::string& szStatus, const std::string& szWhen)
+inline std::string Event(const std::string& szKind, const std::string& szKeys)
 {
-    return "[[fault]]\noperation = \"" + szOperation + "\"\nstatus = \"" + szStatus + "\"\n" + szWhen + "\n";
+    return "[[chip.stream.event]]\nkind = '" + szKind + "'\n" + szKeys + "\n";
 }
 
-// Loads a scenario, which must be right, and opens its chip.
+inline std::string FailingCall(const std::string& szOperation, const std::string& szStatus, const std::string& szWhen)
+{
+    return "[[fault]]\noperation = '" + szOperation + "'\nstatus = 'VtStatus_" + szStatus + "'\n" + szWhen + "\n";
+}
+
+// Loads a scenario, which must be right, in place of the one before, and opens its chip.
 inline VtDevice_Handle LoadScenario(const std::string& szText)
 {
     char szFault[256] = "";
     EXPECT_EQ(VtSim_SetScenario(szText.c_str(), szFault, sizeof(szFault)), VtStatus_OK) << szFault << "\n" << szText;
+    Veltrano_UnLoad();
     Veltrano_LoadLite();
     return Veltrano_GetDevice(0);
 }
 
-// What is printed between the two, without the place of assertion reports.
-inline void BeginPrinted()
+// What a function prints, without the place of assertion reports.
+template <typename TFunction> std::string Printed(TFunction pfnFunction)
 {
     testing::internal::CaptureStdout();
-}
-
-inline std::string EndPrinted()
-{
+    pfnFunction();
     std::fflush(stdout);
     static const std::regex oReport("[^\n]*(Video[A-Za-z]*\\.cpp)\\([0-9]+\\) Assertion failed");
     return std::regex_replace(testing::internal::GetCapturedStdout(), oReport, "$1 Assertion failed");
 }
 
-// One stream at 6 MHz, which makes a field of 1080p60 100000 ticks, and one thread function.
 struct SMonitorScript
 {
-    const char* szDirection; // "In" or "Out"
-    uint32_t (*pfnThread)(void*);
+    const std::string szDirection; // "In" or "Out"
+    uint32_t (*const pfnThread)(void*);
     SMonitorUserData oData = {};
+    std::string szHead;                                 // keys before the tables
+    std::string szChip = "tick_frequency_hz = 6000000"; // a field of 1080p60 lasts 100000 ticks
     uint32_t uiResult = 0;
 
     SMonitorScript(const char* szWay, uint32_t (*pfnFunction)(void*)) : szDirection(szWay), pfnThread(pfnFunction)
     {
         g_bMonitor = g_bStatus = g_bLog = g_bAddTimeStamp = g_bInitialLaunch = g_bExtendVidTimingDetails = 0;
         oData.bShowExtraData = 1;
-        oData.uiTickRefFreq = 1;
         KrvTools_strcpy_s(oData.szStatusData, sizeof(oData.szStatusData), "placeholder");
     }
 
     // What was printed until the last wait; the message of that one is checked and taken off.
-    std::string Run(const std::string& szStream, uint32_t uiWaits, const std::string& szFaults = "")
+    std::string Run(const std::string& szStream, uint64_t uiWaits, const std::string& szFaults = "")
     {
-        const std::string szWait = std::string("VtVideo") + szDirection + "_WaitForFieldStart";
-        const std::string szTable = szDirection == std::string("In") ? "[[chip.input]]" : "[[chip.output]]";
-        oData.hDev = LoadScenario("[time]\nmode = \"stepped\"\n[[chip]]\ntick_frequency_hz = 6000000\n" + szTable +
-                                  "\nconnector = \"SDI A\"\n" + szStream + "\n" + szFaults +
-                                  FailingCall(szWait, "VtStatus_FAIL", "call = " + std::to_string(uiWaits + 1)));
-        BeginPrinted();
-        uiResult = pfnThread(&oData);
-        std::string szPrinted = EndPrinted();
+        const std::string szWait = "VtVideo" + szDirection + "_WaitForFieldStart";
+        const std::string szText = szHead + "[time]\nmode = 'stepped'\n[[chip]]\n" + szChip +
+                                   "\n[[chip.stream]]\nconnector = 'SDI A'\n" + szStream + "\n" + szFaults +
+                                   FailingCall(szWait, "FAIL", "call = " + std::to_string(uiWaits + 1));
+        oData.hDev = LoadScenario(std::regex_replace(szText, std::regex("chip\\.stream"),
+                                                     szDirection == "In" ? "chip.input" : "chip.output"));
+        uint64_t uiAllocations = 0;
+        const auto RunThread = [&]
+        {
+            uiAllocations = g_uiAllocations;
+            uiResult = pfnThread(&oData);
+            uiAllocations = g_uiAllocations - uiAllocations;
+        };
+        std::string szPrinted = Printed(RunThread);
+        EXPECT_EQ(uiAllocations, 0U);
         const std::string szEnd =
             "Error " + szWait + " un-expected return value\nVideo" + szDirection + "Monitor.cpp Assertion failed\n";
         if (szPrinted.ends_with(szEnd))
         {
             EXPECT_EQ(uiResult, 1U);
-            EXPECT_EQ(VtSim_GetCallCount(szWait.c_str()), uiWaits + 1U);
+            EXPECT_EQ(VtSim_GetCallCount(szWait.c_str()), uiWaits + 1);
             szPrinted.resize(szPrinted.size() - szEnd.size());
         }
         EXPECT_EQ(VtSim_GetOpenHandleCount(), 0U);
-        Veltrano_UnLoad();
         return szPrinted;
     }
 };

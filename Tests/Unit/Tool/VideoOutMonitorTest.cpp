@@ -5,60 +5,49 @@
 namespace
 {
 
-const std::string PROGRESSIVE = "standard = \"1080p60\"\n";
-const std::string ALTERNATING = "standard = \"1080i50\"\nset_buffer_pattern = [2, 1, 0, 1]\n";
-constexpr char ROW[] = "[OUT_00]   60.00  60.00  60.00   60.00  60.00  60.00         0       29        0       29";
-constexpr char RATES[] = "[OUT_00] 60.000000 60.000000 60.000000 29 (0.000000 ==>  0.0 ppm)";
-constexpr char DESCRIPTION[] = "[OUT_00] - SDI A - 1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON";
-
-std::string Event(const std::string& szKeys)
-{
-    return "[[chip.output.event]]\nkind = " + szKeys + "\n";
-}
+const std::string FULL_HD = FULL_HD_AT_CLOCK;
+const std::string HD60 = "standard = '1080p60'\n";
+const std::string UNEVEN = "standard = '1080i50'\nset_buffer_pattern = [2, 1, 0, 1]\n";
+const std::string HD60_TEXT = "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON";
+constexpr char ROW60[] = "[OUT_00]   60.00  60.00  60.00   60.00  60.00  60.00         0       29        0       29";
+constexpr char RATES60[] = "60.000000 60.000000 60.000000 29";
 
 struct SCase
 {
     const char* szName;
     std::string szStream;
     uint32_t uiWaits;
-    std::string szFaults;
-    const char* szStatusData;
-    const char* szFpsData;
-    const char* szVidParam;
+    std::string szStatusData;
+    std::string szRates;
+    std::string szDescription = HD60_TEXT;
+    std::string szFaults = "";
 };
 
 const SCase CASES[] = {
-    {"Progressive", PROGRESSIVE, 30, "", ROW, RATES, DESCRIPTION},
-    {"TimeOutsChangeNothing", PROGRESSIVE, 33,
-     FailingCall("VtVideoOut_WaitForFieldStart", "VtStatus_TIMEOUT", "call = 5\ntimes = 3"), ROW, RATES, DESCRIPTION},
+    {"Progressive", HD60, 30, ROW60, RATES60},
+    {"TimeOutsChangeNothing", HD60, 33, ROW60, RATES60, HD60_TEXT,
+     FailingCall("VtVideoOut_WaitForFieldStart", "TIMEOUT", "call = 5\ntimes = 3")},
     // Frames are halved, set buffers and the long-run average are not.
-    {"InterlacedWithSkippedAndDoubled", ALTERNATING, 50, "",
+    {"InterlacedWithSkippedAndDoubled", UNEVEN, 50,
      "[OUT_00]   25.00  25.00  25.00   50.00 100.00  50.00        12       49       12       49",
-     "[OUT_00] 50.000000 25.000000 25.000000 49 (0.000000 ==>  0.0 ppm)",
-     "[OUT_00] - SDI A - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
-    {"NothingSet", PROGRESSIVE + "set_buffer_pattern = [0]", 30, "",
-     "[OUT_00]   60.00  60.00  60.00    0.00   0.00 999.00         0        0       29       29", RATES, DESCRIPTION},
+     "50.000000 25.000000 25.000000 49", "1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
+    {"NothingSet", HD60 + "set_buffer_pattern = [0]", 30,
+     "[OUT_00]   60.00  60.00  60.00    0.00   0.00 999.00         0        0       29       29", RATES60},
     // A pass of 125 fields: the walk covers the 119 intervals that the ring holds, the pass rate what its slots say.
-    {"HighRate", std::string(TIMING_OF_CLOCK) + "618750000 }\nset_buffer_pattern = [2]", 125, "",
+    {"HighRate", FULL_HD + "618750000 }\nset_buffer_pattern = [2]", 125,
      "[OUT_00]  250.00 250.00 250.00  500.00 500.00 500.00       119        8        0        4",
-     "[OUT_00] 250.000000 250.000000 250.000000 4 (0.000000 ==>  0.0 ppm)",
-     "[OUT_00] - SDI A - 1920 x 1080p @250 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
-    // The parameters of field 1 are read at field 1: the rate is that of the pass, and so is its length.
-    {"FollowsTheFormat",
-     PROGRESSIVE + Event("\"format_change\"\nat_fields = 1\n" + std::string(TIMING_OF_CLOCK) + "297000000 }"), 60, "",
+     "250.000000 250.000000 250.000000 4", "1920 x 1080p @250 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
+    // The parameters are those of the field, and so is the length of the pass.
+    {"FollowsTheFormat", HD60 + Event("format_change", "at_fields = 1\n" + FULL_HD + "297000000 }"), 60,
      "[OUT_00]  118.00 120.00  60.00  118.00 120.00  60.00         0       59        0       59",
-     "[OUT_00] 118.000000 118.000000 118.000000 59 (0.000000 ==>  0.0 ppm)", DESCRIPTION},
-    // Until the parameters can be read, the refresh is tried again at every wait.
-    {"ParametersFail", PROGRESSIVE, 3, FailingCall("VtVideoOut_GetVideoParameters", "VtStatus_FAIL", "times = 0"),
-     "placeholder", "UNUSED", "[OUT_00] - SDI A - No timings detected VtPixelFormat_YUV422_UYVY PowerState_ON"},
-    {"AttributesFail", PROGRESSIVE, 30,
-     FailingCall("VtVideoOut_GetBufferAttributes", "VtStatus_NOTHING_DONE", "times = 0") +
-         FailingCall("VtVideoOut_GetPowerState", "VtStatus_FAIL", "times = 0"),
-     ROW, RATES, "[OUT_00] - SDI A - 1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_OFF"},
+     "118.000000 118.000000 118.000000 59"},
+    {"AttributesFail", HD60, 30, ROW60, RATES60, "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_OFF",
+     FailingCall("VtVideoOut_GetBufferAttributes", "NOTHING_DONE", "times = 0") +
+         FailingCall("VtVideoOut_GetPowerState", "FAIL", "times = 0")},
     // The pixel format is forgotten with the signal; the second refresh cannot find it again.
-    {"PowerLostAndRegained", PROGRESSIVE + Event("\"power_state\"\nstate = \"STANDBY\"\nat_fields = 5\nfor_fields = 2"),
-     37, FailingCall("VtVideoOut_GetBufferAttributes", "VtStatus_FAIL", "call = 2"), ROW, RATES,
-     "[OUT_00] - SDI A - 1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_ON"},
+    {"PowerLostAndRegained", HD60 + Event("power_state", "state = 'STANDBY'\nat_fields = 5\nfor_fields = 2"), 37, ROW60,
+     RATES60, "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_ON",
+     FailingCall("VtVideoOut_GetBufferAttributes", "FAIL", "call = 2")},
 };
 
 class VideoOutMonitor : public testing::TestWithParam<SCase>
@@ -71,52 +60,61 @@ TEST_P(VideoOutMonitor, WritesItsTexts)
     SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
     oScript.oData.bOnlyShowError = 1; // not for outputs
     EXPECT_EQ(oScript.Run(roCase.szStream, roCase.uiWaits, roCase.szFaults), "");
-    EXPECT_STREQ(oScript.oData.szStatusData, roCase.szStatusData);
-    EXPECT_STREQ(oScript.oData.szFpsData, roCase.szFpsData);
-    EXPECT_STREQ(oScript.oData.szVidParam, roCase.szVidParam);
-    const bool bParametersFail = roCase.uiWaits == 3;
-    EXPECT_EQ(oScript.oData.bShowExtraData, bParametersFail ? 1U : 0U);
-    EXPECT_EQ(bParametersFail, VtSim_GetCallCount("VtVideoOut_GetPowerState") == 3);
+    EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
+    EXPECT_EQ(oScript.oData.szFpsData, "[OUT_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
+    EXPECT_EQ(oScript.oData.szVidParam, "[OUT_00] - SDI A - " + roCase.szDescription);
+    EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
     EXPECT_EQ(g_bAddTimeStamp, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, VideoOutMonitor, testing::ValuesIn(CASES),
                          [](const auto& roInfo) { return std::string(roInfo.param.szName); });
 
-TEST(VideoOutMonitorThread, PrintsALineInMonitorMode)
+struct VideoOutMonitorThread : testing::Test
 {
-    SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
+    SMonitorScript oScript{"Out", VtVideoOutMonitorThreadFunc};
+};
+
+TEST_F(VideoOutMonitorThread, PrintsALineInMonitorMode)
+{
     g_bMonitor = 1;
-    EXPECT_EQ(oScript.Run(ALTERNATING, 25),
+    EXPECT_EQ(oScript.Run(UNEVEN, 25),
               "\033[K[SDI A - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY]: FpsAvg=25.00  FpsMax=25.00  "
               "FpsMin=25.00  SetBufAvg=50.00  SetBufMax=100.00  SetBufMin=50.00  FrameSkipped=6  FrameSet=24 "
               "FrameDoubled=6 FrameTotal=24\n");
     EXPECT_STREQ(oScript.oData.szStatusData, "placeholder");
 }
 
-TEST(VideoOutMonitorThread, EndsWithoutAWait)
+TEST_F(VideoOutMonitorThread, TriesARefreshUntilTheParametersCanBeRead)
 {
-    SMonitorScript oStopped("Out", VtVideoOutMonitorThreadFunc);
-    oStopped.oData.bStopSignal = 1;
-    EXPECT_EQ(oStopped.Run(PROGRESSIVE, 1), "");
-    EXPECT_EQ(oStopped.uiResult, 0U);
-    EXPECT_EQ(oStopped.oData.bFirstPassDone, 1U);
-    EXPECT_EQ(VtSim_GetCallCount("VtVideoOut_WaitForFieldStart"), 0U);
-    EXPECT_EQ(VtVideoOutMonitorThreadFunc(nullptr), 1U);
-
-    // Unlike an input, it asks for the tick frequency only after it has its handle.
-    SMonitorScript oRefused("Out", VtVideoOutMonitorThreadFunc);
-    EXPECT_EQ(oRefused.Run(PROGRESSIVE, 1, FailingCall("VtVideoOut_GetHandle", "VtStatus_ACCESS_DENIED", "")),
-              "Error : VtVideoOut_GetHandle failed!\nVideoOutMonitor.cpp Assertion failed\n");
-    EXPECT_EQ(oRefused.uiResult, 1U);
-    EXPECT_EQ(VtSim_GetCallCount("VtBoard_GetTickReferenceFrequency"), 0U);
+    EXPECT_EQ(oScript.Run(HD60, 3, FailingCall("VtVideoOut_GetVideoParameters", "FAIL", "times = 0")), "");
+    EXPECT_STREQ(oScript.oData.szVidParam,
+                 "[OUT_00] - SDI A - No timings detected VtPixelFormat_YUV422_UYVY PowerState_ON");
+    EXPECT_STREQ(oScript.oData.szFpsData, "UNUSED");
+    EXPECT_EQ(oScript.oData.bShowExtraData, 1U);
+    EXPECT_EQ(VtSim_GetCallCount("VtVideoOut_GetPowerState"), 3U);
 }
 
-TEST(VideoOutMonitorThread, LeavesTheSlotOfACanceledWait)
+TEST_F(VideoOutMonitorThread, EndsWithoutAWait)
 {
-    SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
+    oScript.oData.bStopSignal = 1;
+    EXPECT_EQ(oScript.Run(HD60, 1), "");
+    EXPECT_EQ(oScript.uiResult, 0U);
+    EXPECT_EQ(oScript.oData.bFirstPassDone, 1U);
+    EXPECT_EQ(VtSim_GetCallCount("VtVideoOut_WaitForFieldStart"), 0U);
+
+    // Unlike an input, it asks for the tick frequency only after it has its handle.
+    EXPECT_EQ(oScript.Run(HD60, 1, FailingCall("VtVideoOut_GetHandle", "ACCESS_DENIED", "")),
+              "Error : VtVideoOut_GetHandle failed!\nVideoOutMonitor.cpp Assertion failed\n");
+    EXPECT_EQ(oScript.uiResult, 1U);
+    EXPECT_EQ(VtSim_GetCallCount("VtBoard_GetTickReferenceFrequency"), 0U);
+    EXPECT_EQ(VtVideoOutMonitorThreadFunc(nullptr), 1U);
+}
+
+TEST_F(VideoOutMonitorThread, LeavesTheSlotOfACanceledWait)
+{
     oScript.oData.auiTickRefCounter[4] = oScript.oData.auiTickRefCounter[5] = 77;
-    oScript.Run(PROGRESSIVE + Event("\"signal_loss\"\nat_fields = 5"), 6);
+    oScript.Run(HD60 + Event("signal_loss", "at_fields = 5"), 6);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[4], 6000000U + 4 * 100000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[5], 77U);
 }
