@@ -41,7 +41,7 @@ TEST(GenLockDisplay, GroupsUnlockedAndIdleStreamsFillTheirLines)
     SLockTestStreams oStreams({0, 300, 800000, 0});
     oStreams.daoData[3].auiTickRefCounter[0] = 0;
     EXPECT_EQ(Display(oStreams, GENLOCK_THRESHOLD_5, GENLOCK_DISPLAY_DETAILED),
-              TerminalText(R"(|FRAMELOCK SUMMARY (THRESHOLD 5 LINES):
+              R"(|FRAMELOCK SUMMARY (THRESHOLD 5 LINES):
 |    [|IN_00|, IN_01|] Locked : 0.20 line = 3000 ns (threshold 73500 ns)|
 |    [IN_02] Unlocked|
 |    [IN_03] Idle|
@@ -55,10 +55,10 @@ TEST(GenLockDisplay, GroupsUnlockedAndIdleStreamsFillTheirLines)
 |
 |
 |
-)"));
+)");
     // Nobody has delivered anything since.
     EXPECT_EQ(Display(oStreams, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED, 0),
-              TerminalText(R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
+              R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
 |    [OUT_00] Idle|
 |    [OUT_01] Idle|
 |    [OUT_02] Idle|
@@ -73,7 +73,7 @@ TEST(GenLockDisplay, GroupsUnlockedAndIdleStreamsFillTheirLines)
 |
 |
 |
-)"));
+)");
 }
 
 TEST(GenLockDisplay, ChainIsFollowedInOnePass)
@@ -81,14 +81,14 @@ TEST(GenLockDisplay, ChainIsFollowedInOnePass)
     // Neighbours 0 - 3 - 2 - 1 are 1000 ticks apart: pair (1, 2) comes before 2 has joined.
     SLockTestStreams oStreams({0, 3000, 2000, 1000});
     EXPECT_EQ(Display(oStreams, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_SUMMARY),
-              TerminalText(R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
+              R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
 |    [|IN_00|, IN_02|, IN_03|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|
 |    [|IN_01|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|
 |
 |
 |
 |
-)"));
+)");
 }
 
 TEST(GenLockDisplay, ThresholdsPluralsAndGuardsOfTwoStreams)
@@ -130,8 +130,7 @@ TEST(GenLockDisplay, ThresholdsPluralsAndGuardsOfTwoStreams)
             roRow.szVerdict == nullptr ? "|    [IN_00] Unlocked|\n|    [IN_01] Unlocked|\n"
                                        : "|    [|IN_00|, IN_01|] Locked : " + std::string(roRow.szVerdict) + "|\n|\n";
         EXPECT_EQ(Display(oStreams, roRow.uiThresholdMode, GENLOCK_DISPLAY_SUMMARY),
-                  TerminalText("|FRAMELOCK SUMMARY (THRESHOLD " + std::string(roRow.szLines) + "):\n" + szVerdict +
-                               "|\n|\n"));
+                  "|FRAMELOCK SUMMARY (THRESHOLD " + std::string(roRow.szLines) + "):\n" + szVerdict + "|\n|\n");
     }
 }
 
@@ -145,7 +144,7 @@ TEST(GenLockDisplay, DetailsShowSignsUnitsAndGuards)
     // So far off that its line figures wrap, and the nanoseconds of its deltas too.
     oStreams.daoData[3].auiTickRefCounter[0] = 123 * FIELD_TICKS + 300000000;
     const std::string szText = Display(oStreams, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED, 0);
-    EXPECT_EQ(szText.substr(szText.find("FRAMELOCK DETAILS")), TerminalText(R"(FRAMELOCK DETAILS:
+    EXPECT_EQ(szText.substr(szText.find("FRAMELOCK DETAILS")), R"(FRAMELOCK DETAILS:
 |    [OUT_00, OUT_01]   5 samples [-50000 ns,    150 us] :   10.20 lines =   150 us
 |    [OUT_00, OUT_02]   5 samples [-10000 ns, -10000 ns] :    0.68 line  = 10000 ns
 |    [OUT_00, OUT_03]   1 samples [  1294 ms,   1294 ms] : 2481.12 lines =  3000 ms
@@ -153,7 +152,7 @@ TEST(GenLockDisplay, DetailsShowSignsUnitsAndGuards)
 |    [OUT_01, OUT_03]   1 samples [  1094 ms,   1094 ms] : 1522.05 lines =  3200 ms
 |    [OUT_02, OUT_03]   1 samples [     0 ns,      0 ns] :    0.00 line  =     0 ns
 |
-)"));
+)");
 }
 
 TEST(GenLockDisplay, CountsAtTheirLimits)
@@ -162,12 +161,11 @@ TEST(GenLockDisplay, CountsAtTheirLimits)
     EXPECT_EQ(Display(oNone, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED), "");
     SLockTestStreams oOne({0});
     EXPECT_EQ(Display(oOne, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED),
-              TerminalText("|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):\n|    [IN_00] Unlocked|\n|\n|FRAMELOCK DETAILS:\n"
-                           "|   No detailed information to display\n|\n|\n"));
+              "|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):\n|    [IN_00] Unlocked|\n|\n|FRAMELOCK DETAILS:\n"
+              "|   No detailed information to display\n|\n|\n");
     // Every stream but the last has a bit to be grouped by.
     SLockTestStreams oMany(std::vector<uint64_t>(33, 0));
     const std::string szText = Display(oMany, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_SUMMARY);
-    EXPECT_NE(szText.find(TerminalText("|, IN_31|] Locked : 0.00 line = 0 ns (threshold 14700 ns)|\n"
-                                       "|    [IN_32] Unlocked|\n|\n|\n")),
+    EXPECT_NE(szText.find("|, IN_31|] Locked : 0.00 line = 0 ns (threshold 14700 ns)|\n|    [IN_32] Unlocked|\n|\n"),
               std::string::npos);
 }

@@ -2,6 +2,7 @@
 #ifndef LOCK_TEST_STREAMS_H
 #define LOCK_TEST_STREAMS_H
 
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -50,21 +51,12 @@ struct SLockTestMeasurement
     Bool32 bResult;
 };
 
-// A '|' stands for the sequence that erases a line's tail, with which every message begins.
-inline std::string TerminalText(std::string szText)
-{
-    for (size_t uiBar = 0; (uiBar = szText.find('|', uiBar)) != std::string::npos;)
-    {
-        szText.replace(uiBar, 1, "\033[K");
-    }
-    return szText;
-}
-
+// What an action prints, with a '|' for the sequence that erases a line's tail, with which every message begins.
 template <class ACTION> std::string CaptureTerminal(ACTION oAction)
 {
     testing::internal::CaptureStdout();
     oAction();
-    return testing::internal::GetCapturedStdout();
+    return std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("\033\\[K"), "|");
 }
 
 #endif

@@ -1,0 +1,23 @@
+// The two lock tests from switch to exit status: inputs in step, outputs two lines apart.
+#include "ConsoleProcess.h"
+
+#include <regex>
+
+#include <gmock/gmock.h>
+
+TEST(LockSession, BothTestsGiveBothVerdictsAndExit255)
+{
+    CConsoleProcess oTool({.aszArguments = {"-f", "-c", "1"}, .szScenario = Scenario(2, 2) + "phase_us = 222\n"});
+    EXPECT_EQ(oTool.AwaitEnd(), 255);
+    const std::string szFrameLock = "Testing if the system is frame locked \\.\\.\\.\n";
+    const std::string szCableLock =
+        "Cable Lock Testing begin \\(1 seconds\\) \\.\\.\\. \n-{18}\n"
+        "CableLock TS   1 : (0x[0-9A-F]{16} ){2}\n-{18}\nCable Lock Testing done \\.\\.\\. \n";
+    const std::string szText = std::regex_replace(oTool.Output(), std::regex("\033\\[K"), "");
+    EXPECT_THAT(szText,
+                testing::ContainsRegex(
+                    szFrameLock + " Success \\(biggest difference : 0 ticks, max allowed : 11111 ticks\\)\n" +
+                    szFrameLock + " Failed \\(biggest difference : 22200 ticks, max allowed : 11111 ticks\\)\n" +
+                    szCableLock + " Success \\(1 of 1 seconds locked, biggest difference : 0 ticks\\)\n" + szCableLock +
+                    " Failed \\(0 of 1 seconds locked, biggest difference : 22200 ticks\\)\n" + "Stopped!\n$"));
+}
