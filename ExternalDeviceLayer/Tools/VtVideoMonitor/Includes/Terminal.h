@@ -34,9 +34,9 @@ void ClearScreen();
 void SetCursorPosition(uint32_t uiXPos, uint32_t uiYPos);
 
 /*
- * To be called once before the first getch: a signal that ends the process in the middle of a key read then leaves the
- * terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no file opened later
- * is taken for one.
+ * To be called once before the first getch: a signal that ends or stops the process in the middle of a key read then
+ * leaves the terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no file
+ * opened later is taken for one.
  */
 void PrepareTerminal();
 

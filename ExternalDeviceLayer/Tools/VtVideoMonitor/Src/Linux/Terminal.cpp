@@ -40,22 +40,6 @@ void RestoreTerminal()
     }
 }
 
-void EndBySignal(int iSignal)
-{
-    // Only the main thread knows whether it is in the middle of a key read.
-    if (gettid() != getpid())
-    {
-        syscall(SYS_tgkill, getpid(), getpid(), iSignal);
-        return;
-    }
-    if (g_bIsKeyRead)
-    {
-        RestoreTerminal();
-    }
-    signal(iSignal, SIG_DFL);
-    raise(iSignal);
-}
-
 void MakeRaw()
 {
     g_oKeptTerminal.bHasAttributes = tcgetattr(STDIN_FILENO, &g_oKeptTerminal.oAttributes) == 0 ? 1 : 0;
@@ -71,6 +55,36 @@ void MakeRaw()
     {
         fcntl(STDIN_FILENO, F_SETFL, g_oKeptTerminal.iStatusFlags | O_NONBLOCK);
     }
+}
+
+// Does what the signal does by default, on a terminal as it was found. A stopped process comes back from it.
+void HandleSignal(int iSignal)
+{
+    const int iErrno = errno;
+    // Only the main thread knows whether it is in the middle of a key read.
+    if (gettid() != getpid())
+    {
+        syscall(SYS_tgkill, getpid(), getpid(), iSignal);
+        errno = iErrno;
+        return;
+    }
+    const bool bIsKeyRead = g_bIsKeyRead != 0;
+    if (bIsKeyRead)
+    {
+        RestoreTerminal();
+    }
+    signal(iSignal, SIG_DFL);
+    raise(iSignal);
+    sigset_t oSignals;
+    sigemptyset(&oSignals);
+    sigaddset(&oSignals, iSignal);
+    pthread_sigmask(SIG_UNBLOCK, &oSignals, nullptr); // it happens here
+    signal(iSignal, HandleSignal);
+    if (bIsKeyRead)
+    {
+        MakeRaw();
+    }
+    errno = iErrno;
 }
 
 // Waits until standard output takes more. The key read makes the terminal non-blocking for a moment, and standard
@@ -169,10 +183,10 @@ void PrepareTerminal()
             static_cast<void>(open("/dev/null", O_RDWR));
         }
     }
-    for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP})
     {
         // A signal that the caller has had ignored stays ignored.
-        if (signal(iSignal, EndBySignal) == SIG_IGN)
+        if (signal(iSignal, HandleSignal) == SIG_IGN)
         {
             signal(iSignal, SIG_IGN);
         }
