@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 namespace
 {
@@ -15,6 +16,7 @@ struct SRuntime
 {
     std::mutex oMutex;
     std::shared_ptr<CBoard> poBoard; // guarded by oMutex
+    bool bLoaded = false;            // guarded by oMutex; also when the scenario was refused
     CHandleTable oHandles;
     std::array<std::atomic<uint64_t>, gc_uiOperations> auiCalls{};
 };
@@ -116,7 +118,7 @@ void Board_Load()
 {
     SRuntime& roRuntime = GetRuntime();
     const std::lock_guard oGuard(roRuntime.oMutex);
-    if (roRuntime.poBoard != nullptr)
+    if (std::exchange(roRuntime.bLoaded, true))
     {
         return;
     }
@@ -139,6 +141,7 @@ void Board_UnLoad()
     {
         const std::lock_guard oGuard(roRuntime.oMutex);
         poBoard.swap(roRuntime.poBoard);
+        roRuntime.bLoaded = false;
     }
     roRuntime.oHandles.CloseAll();
     if (poBoard == nullptr)

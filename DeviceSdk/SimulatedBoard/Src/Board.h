@@ -65,7 +65,7 @@ private:
     std::deque<CChip> m_aoChips;
 };
 
-// Loads what the environment or VtSim_SetScenario says; does nothing when a board is loaded.
+// Loads what the environment or VtSim_SetScenario says; does nothing when already loaded.
 void Board_Load();
 void Board_UnLoad();
 // The loaded board; null when there is none.

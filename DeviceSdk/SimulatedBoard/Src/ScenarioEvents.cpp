@@ -55,14 +55,12 @@ FixedTicks FieldTicks(const SStream& roStream)
     return VideoTiming_GetFieldTicks(roStream.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt);
 }
 
-// Reads "<name>_fields" or "<name>_s"; seconds become fields by the stream's first format.
+// Reads szFields or szSeconds, two keys for one figure; seconds become fields by the stream's first format.
 //   iBefore  in  what is taken off a time before it is turned into fields
 //   bUp      in  to the next field, instead of to the nearest
-bool ReadFields(CScenarioSection& roSection, std::string_view szName, int64_t iMin, const SStream& roStream,
-                FixedTicks iBefore, bool bUp, uint64_t& ruiFields)
+bool ReadFields(CScenarioSection& roSection, const std::string& szFields, const std::string& szSeconds, int64_t iMin,
+                const SStream& roStream, FixedTicks iBefore, bool bUp, uint64_t& ruiFields)
 {
-    const std::string szFields = std::string(szName) + "_fields";
-    const std::string szSeconds = std::string(szName) + "_s";
     int64_t iFields = 0;
     const bool bFields =
         roSection.ReadInteger(szFields, iMin, static_cast<int64_t>(CStreamModel::msc_uiFieldLimit) - 1, iFields);
@@ -89,17 +87,17 @@ void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChip
     const FixedTicks iPhase = roStream.iOrigin - FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * gc_iOneTick;
     const int64_t iFirst = roKind.eKind == EEventKind::DOUBLED_FIELD ? 1 : 0;
     const std::string szKind(roKind.szName);
-    if (!ReadFields(roSection, "at", iFirst, roStream, iPhase, true, roWhen.uiFirst))
+    if (!ReadFields(roSection, "at_field", "at_s", iFirst, roStream, iPhase, true, roWhen.uiFirst))
     {
         roSection.Require(roSection.Has("at_s") ? "at_s" : "at_field");
     }
-    const bool bPeriodic = ReadFields(roSection, "every", 2, roStream, 0, false, roWhen.uiPeriod);
+    const bool bPeriodic = ReadFields(roSection, "every_fields", "every_s", 2, roStream, 0, false, roWhen.uiPeriod);
     roWhen.uiLength = roKind.eLength == ELength::FOR_EVER ? gc_uiForEver : 1;
     if (roKind.eLength == ELength::POINT)
     {
         return;
     }
-    const bool bLength = ReadFields(roSection, "for", 1, roStream, 0, false, roWhen.uiLength);
+    const bool bLength = ReadFields(roSection, "for_fields", "for_s", 1, roStream, 0, false, roWhen.uiLength);
     if (bPeriodic && !bLength && roKind.eLength == ELength::FOR_EVER)
     {
         roSection.Refuse("kind", "a periodic " + szKind + " needs for_fields or for_s");

@@ -27,11 +27,12 @@ int64_t DeadlineIn(int64_t iNowNs, uint32_t uiTimeOutMs)
     return iNowNs + int64_t{uiTimeOutMs} * 1'000'000;
 }
 
+// Fields that last as long as uiMs.
 uint64_t FieldsIn(uint32_t uiMs, FixedTicks iFieldTicks, uint32_t uiTickFreqHz)
 {
-    const UInt128 uiTicks = (UInt128{uiMs} * uiTickFreqHz << 64) / 1000;
-    const auto uiFieldTicks = static_cast<UInt128>(iFieldTicks);
-    return static_cast<uint64_t>((uiTicks + uiFieldTicks - 1) / uiFieldTicks);
+    // Less a tick, so that a field duration rounded downward does not cost another field.
+    const FixedTicks iTicks = static_cast<FixedTicks>((UInt128{uiMs} * uiTickFreqHz << 64) / 1000) - gc_iOneTick;
+    return static_cast<uint64_t>((std::max<FixedTicks>(iTicks, 0) + iFieldTicks - 1) / iFieldTicks);
 }
 
 } // namespace
@@ -83,17 +84,20 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
             roReader.uiNext.store(uiComing, std::memory_order_relaxed);
             m_uiPosition.store(uiComing, std::memory_order_relaxed);
             m_oTruth.Add(uiUnseen, uiEnd - 1, uiComing);
+            Hang(roReader, uiEnd - 1, iNowNs);
             return Deliver(uiEnd - 1, roField);
         }
     }
     const int64_t iDeadlineNs = DeadlineIn(iNowNs, uiTimeOutMs);
+    const bool bLost = m_oModel.GetFate(uiComing > 0 ? uiComing - 1 : 0) == EFieldFate::LOST;
     uint64_t uiField = uiComing;
     if (m_oModel.GetFate(uiComing) == EFieldFate::MISSED)
     {
         const uint64_t uiEnd = m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(iDeadlineNs), uiComing);
         uiField = m_oModel.FindReported(uiComing, uiEnd);
     }
-    return SleepThenDeliver(roReader, uiUnseen, uiField, iDeadlineNs, roField);
+    const VtStatus eStatus = SleepThenDeliver(roReader, uiUnseen, uiField, iDeadlineNs, roField);
+    return eStatus == VtStatus_TIMEOUT && bLost ? VtStatus_CANCELED : eStatus; // a lost signal is no time-out
 }
 
 VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, uint64_t uiField, int64_t iDeadlineNs,
@@ -116,11 +120,16 @@ VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, uint64_
     roReader.uiNext.store(uiField + 1, std::memory_order_relaxed);
     m_uiPosition.store(uiField + 1, std::memory_order_relaxed);
     m_oTruth.Add(uiUnseen, uiField, uiField + 1);
+    Hang(roReader, uiField, iStartNs);
+    return Deliver(uiField, roField);
+}
+
+void CStream::Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const
+{
     if (const uint32_t uiHangMs = m_oModel.GetHangMs(uiField); uiHangMs > 0)
     {
-        (void)roReader.oSleeper.SleepUntil(iStartNs + m_oSetup.poClock->ToRealNs(uiHangMs));
+        (void)roReader.oSleeper.SleepUntil(iFromNs + m_oSetup.poClock->ToRealNs(uiHangMs));
     }
-    return Deliver(uiField, roField);
 }
 
 // No field comes before iDeadlineNs; at most the device goes away.

@@ -88,6 +88,7 @@ private:
     VtStatus Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);
     VtStatus SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, uint64_t uiField, int64_t iDeadlineNs,
                               SFieldStart& roField);
+    void Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const;
     VtStatus SleepInVain(SReader& roReader, int64_t iDeadlineNs);
     VtStatus Deliver(uint64_t uiField, SFieldStart& roField) const;
     uint64_t GetFieldAfterHang(uint64_t uiField) const;

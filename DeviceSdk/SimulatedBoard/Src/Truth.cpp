@@ -73,12 +73,13 @@ void CTruthRows::AddRow(uint64_t uiField, bool bReported)
 {
     const SFieldStart oField = m_roModel.GetField(uiField);
     const FixedTicks iExact = m_roModel.GetExactTicks(uiField);
-    const auto uiWhole = static_cast<uint64_t>(iExact >> 64);
-    const auto uiMillionths =
-        static_cast<uint64_t>((static_cast<UInt128>(static_cast<uint64_t>(iExact)) * 1'000'000) >> 64);
+    const UInt128 uiRest = static_cast<uint64_t>(iExact);
+    const UInt128 uiMillionths =
+        static_cast<UInt128>(iExact >> 64) * 1'000'000 + ((uiRest * 1'000'000 + (UInt128{1} << 63)) >> 64);
     std::array<char, 128> szRow{};
     (void)std::snprintf(szRow.data(), szRow.size(), ",%" PRIu64 ",%" PRIu64 ".%06" PRIu64 ",%" PRIu64 ",%" PRIu64 ",%s",
-                        uiField, uiWhole, uiMillionths, oField.uiStamp, oField.uiFieldCounter,
+                        uiField, static_cast<uint64_t>(uiMillionths / 1'000'000),
+                        static_cast<uint64_t>(uiMillionths % 1'000'000), oField.uiStamp, oField.uiFieldCounter,
                         FateName(oField.eFate, bReported));
     m_szRows += m_szStream;
     m_szRows += szRow.data();

@@ -1,0 +1,126 @@
+// Handles in every state of misuse, and threads that open, wait and release side by side.
+#include "BoardTest.h"
+
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+class Handles : public CBoardTest
+{
+};
+
+template <typename THandle> THandle Forge(uint64_t uiValue)
+{
+    return reinterpret_cast<THandle>(uiValue);
+}
+
+} // namespace
+
+TEST_F(Handles, NullStaleAndForeignOnesAreRefused)
+{
+    LoadPair("connector = 'A'");
+    const VtVideoIn_Handle hStale = OpenIn();
+    EXPECT_EQ(VtVideoIn_ReleaseHandle(hStale), VtStatus_OK);
+    const VtVideoIn_Handle hReused = OpenIn();
+    EXPECT_NE(hStale, hReused);
+    int iOther = 0;
+    const auto uiIn = reinterpret_cast<uint64_t>(m_hIn);
+    for (const VtVideoIn_Handle hBad :
+         {VtVideoIn_Handle{nullptr}, hStale, Forge<VtVideoIn_Handle>(reinterpret_cast<uint64_t>(m_hOut)),
+          Forge<VtVideoIn_Handle>(reinterpret_cast<uint64_t>(m_hDev)),
+          Forge<VtVideoIn_Handle>(reinterpret_cast<uint64_t>(&iOther)), Forge<VtVideoIn_Handle>(uiIn + 4),
+          Forge<VtVideoIn_Handle>(uiIn | 0x3FFC), Forge<VtVideoIn_Handle>(~uint64_t{0})})
+    {
+        SCOPED_TRACE(testing::Message() << hBad);
+        VtVideo_VidParam oParam{};
+        uint32_t ui = 0;
+        VtVideoIn_State eState = VtVideoIn_State_INVALID;
+        VtPixelFormat eFormat = VtPixelFormat_UNKOWN;
+        EXPECT_EQ(Wait(hBad).eStatus, VtStatus_INVALID_PARAM);
+        EXPECT_EQ(VtVideoIn_GetDetectedVideoParameters(hBad, &oParam), VtStatus_INVALID_PARAM);
+        EXPECT_EQ(VtVideoIn_GetCaptureState(hBad, &eState, &ui, &ui, &ui, &ui), VtStatus_INVALID_PARAM);
+        EXPECT_EQ(VtVideoIn_GetBufferAttributes(hBad, &ui, &ui, &eFormat, &ui), VtStatus_INVALID_PARAM);
+        EXPECT_EQ(VtVideoIn_ReleaseHandle(hBad), VtStatus_INVALID_PARAM);
+        EXPECT_EQ(Wait(Forge<VtVideoOut_Handle>(reinterpret_cast<uint64_t>(
+                           hBad == Forge<VtVideoIn_Handle>(reinterpret_cast<uint64_t>(m_hOut)) ? m_hIn : hBad)))
+                      .eStatus,
+                  VtStatus_INVALID_PARAM);
+    }
+    EXPECT_EQ(Wait(hReused).eStatus, VtStatus_OK);
+    Veltrano_UnLoad();
+    EXPECT_EQ(Wait(m_hIn).eStatus, VtStatus_INVALID_PARAM);
+    EXPECT_EQ(VtDebug_WriteMsg(m_hDev, "x"), VtStatus_INVALID_PARAM);
+    EXPECT_EQ(Veltrano_GetDevice(0), nullptr);
+}
+
+TEST_F(Handles, OneWriterBesideReadersAndAnEndToAll)
+{
+    LoadPair("");
+    VtVideoIn_Handle hFirst = nullptr;
+    VtVideoIn_Handle hSecond = m_hIn;
+    EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READWRITE, &hFirst), VtStatus_OK);
+    EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READWRITE, &hSecond), VtStatus_RESOURCES_BUSY);
+    EXPECT_EQ(hSecond, nullptr);
+    EXPECT_EQ(VtVideoIn_ReleaseHandle(hFirst), VtStatus_OK);
+    EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READWRITE, &hFirst), VtStatus_OK);
+    VtStatus eStatus = VtStatus_OK;
+    uint32_t uiOpen = VtSim_GetOpenHandleCount();
+    for (; eStatus == VtStatus_OK && uiOpen < 100'000; ++uiOpen)
+    {
+        eStatus = VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &hSecond);
+    }
+    EXPECT_EQ(eStatus, VtStatus_OUT_OF_RESOURCES);
+    EXPECT_EQ(VtVideoIn_ReleaseHandle(hFirst), VtStatus_OK);
+    EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &hSecond), VtStatus_OK);
+}
+
+TEST_F(Handles, ThreadsOpenWaitAndReleaseSideBySide)
+{
+    LoadPair("", "", "[time]\nmode = 'scaled'\nscale = 1000\n");
+    std::vector<std::thread> aoThreads;
+    for (int iThread = 0; iThread < 6; ++iThread)
+    {
+        aoThreads.emplace_back(
+            [this, iThread]
+            {
+                for (int iTurn = 0; iTurn < 100; ++iTurn)
+                {
+                    const VtVideoIn_Handle hIn = OpenIn();
+                    EXPECT_EQ(WaitTimes(hIn, 3).eStatus, VtStatus_OK);
+                    VtVideo_VidParam oParam{};
+                    EXPECT_EQ(VtVideoIn_GetDetectedVideoParameters(hIn, &oParam), VtStatus_OK);
+                    EXPECT_EQ(VtDebug_WriteMsg(m_hDev, iThread % 2 == 0 ? "even" : "odd"), VtStatus_OK);
+                    EXPECT_EQ(VtVideoIn_ReleaseHandle(hIn), VtStatus_OK);
+                }
+            });
+    }
+    for (std::thread& roThread : aoThreads)
+    {
+        roThread.join();
+    }
+    EXPECT_EQ(VtSim_GetOpenHandleCount(), 2U);
+}
+
+// Not allowed to callers, yet it may not crash: the wait ends when its handle, or the whole board, goes.
+TEST_F(Handles, ReleasingAndUnloadingEndWaitsInProgress)
+{
+    for (const char* szTime : {"[time]\nmode = 'granted'\nhold = true\n", ""})
+    {
+        for (const bool bUnload : {false, true})
+        {
+            LoadPair("phase_us = 1e9", "", szTime);
+            VtStatus eStatus = VtStatus_OK;
+            std::thread oThread([&] { eStatus = Wait(m_hIn, 600'000).eStatus; });
+            while (GetCounts(msc_oInput).uiEntered == 0)
+            {
+                std::this_thread::yield();
+            }
+            bUnload ? Veltrano_UnLoad() : static_cast<void>(VtVideoIn_ReleaseHandle(m_hIn));
+            oThread.join();
+            EXPECT_EQ(eStatus, VtStatus_INVALID_PARAM);
+            Veltrano_UnLoad();
+        }
+    }
+}

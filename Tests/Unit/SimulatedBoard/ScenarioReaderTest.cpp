@@ -1,0 +1,196 @@
+// What the scenario reader takes, what it refuses, and what it says then.
+#include "ScenarioReader.h"
+#include "ScenarioSource.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace
+{
+
+std::string ReadFile(const char* szFile)
+{
+    std::ifstream oFile(szFile);
+    EXPECT_TRUE(oFile.good()) << szFile;
+    std::ostringstream oText;
+    oText << oFile.rdbuf();
+    return oText.str();
+}
+
+// "" when the text is taken, otherwise "<line>: <fault>".
+std::string GetFault(const std::string& rszText)
+{
+    SScenario oScenario;
+    SScenarioFault oFault;
+    return Scenario_Read(rszText, oScenario, oFault) ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
+}
+
+const std::string gc_szInput = "[[chip]]\n[[chip.input]]\nstandard = '1080p60'\n";          // lines 1 to 3
+const std::string gc_szOutput = "[[chip]]\n[[chip.output]]\nstandard = '1080p60'\n";        // lines 1 to 3
+const std::string gc_szEvent = gc_szInput + "[[chip.input.event]]\nat_field = 10\nkind = "; // kind on line 6
+
+} // namespace
+
+// Each row: a text, and the line and the fault that it must give.
+TEST(ScenarioReader, RefusesWithLineAndFault)
+{
+    const std::string szTiming = "[[chip]]\n[[chip.input]]\ntiming = { h_active = 8, v_active = 8, pixel_clock_hz = ";
+    const std::vector<std::pair<std::string, std::string>> aoRows = {
+        {"", "1: chip: missing"},
+        {"seed = 1\nchip = 3", "2: chip: must be an array of tables"},
+        {"chip = [1]", "1: chip: must be an array of tables"},
+        {"\n\nsed = 3\n[[chip]]", "3: unknown key sed"},
+        {"seed = 'x'\n[[chip]]", "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
+        {"seed = -1\n[[chip]]", "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
+        {"seed = '0x10000000000000000'\n[[chip]]",
+         "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
+        {"[[chip]]\nname = 'a'", "2: unknown key name"},
+        {"[[chip]]\ntick_frequency_hz = 0", "2: tick_frequency_hz: must be 1000 to 4000000000"},
+        {"[[chip]]\ntick_frequency_hz = 1e6", "2: tick_frequency_hz: must be an integer"},
+        {"[time]\nmode = 'fast'\n[[chip]]", "2: mode: \"fast\" is none of its names"},
+        {"[time]\nmode = 'scaled'\n[[chip]]", "1: scale: goes with mode = \"scaled\", and with that alone"},
+        {"[time]\nscale = 2\n[[chip]]", "2: scale: goes with mode = \"scaled\", and with that alone"},
+        {"[time]\nmode = 'scaled'\nscale = nan\n[[chip]]", "3: scale: must be 0.001 to 1000"},
+        {"[time]\nmode = 'stepped'\nhold = true\n[[chip]]", "3: hold: goes with mode = \"granted\" alone"},
+        {"[truth]\n[[chip]]", "1: file: missing"},
+        {"[[chip]]\n[[chip.input]]\n", "2: standard: missing"},
+        {"[[chip]]\n[[chip.input]]\nstandard = '1080p61'", "3: standard: there is no standard \"1080p61\""},
+        {gc_szInput + "timing = {}", "4: timing: either standard or timing"},
+        {"[[chip]]\n[[chip.input]]\ntiming = { h_active = 8, v_active = 8 }", "3: pixel_clock_hz: missing"},
+        {szTiming + "10_000_000_000 }", "3: timing: a field must last 64 ticks to 10 seconds"},
+        {szTiming + "1000, v_sync = -1 }", "3: v_sync: must be 0 to 16384"},
+        {gc_szInput + "ppm = inf", "4: ppm: must be -50000 to 50000"},
+        {gc_szInput + "lock_group = 'x'", "4: lock_group: there is no lock group \"x\""},
+        {"[[chip]]\nlock_group = [{ name = 'x' }, { name = 'x' }]",
+         "2: name: there is a lock group of that name already"},
+        {"[[chip]]\nlock_group = [{ name = 'x' }]\n[[chip.input]]\nstandard = '720p50'\nlock_group = 'x'\nppm = 1",
+         "6: ppm: is the lock group's matter"},
+        {gc_szInput + "wander_ticks = 1_000_000",
+         "4: wander_ticks: changes the rate by more than 1000 ppm over wander_period_s"},
+        {gc_szInput + "jitter_ticks = 20_000", "4: jitter_ticks: must be 0 to 13020.8333333333"},
+        {gc_szInput + "phase_ticks = -200_000_000", "4: phase_ticks: field 0 would start before tick 1"},
+        {gc_szInput + "phase_us = 1\nphase_lines = 1",
+         "5: phase_lines: only one of phase_ticks, phase_us and phase_lines"},
+        {gc_szInput + "buffers = 4\nready = 3\nloan = 2",
+         "4: buffers: fewer than ready, loan and their spreads together"},
+        {gc_szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names"},
+        {gc_szInput + "power_state = 'ON'", "4: unknown key power_state"},
+        {gc_szInput + "connector_type = 'SDI'", "4: connector_type: goes with connector alone"},
+        {gc_szInput + "connector = '" + std::string(64, 'x') + "'",
+         "4: connector: must be a text of at most 63 characters"},
+        {gc_szOutput + "set_buffer_pattern = []", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
+        {gc_szOutput + "set_buffer_pattern = [1, -1]", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
+        {gc_szEvent + "'rain'", "6: kind: \"rain\" is none of its names"},
+        {gc_szEvent + "'hang'", "4: ms: missing"},
+        {gc_szEvent + "'hang'\nms = 5\nfor_s = 1", "8: unknown key for_s"},
+        {gc_szEvent + "'hang'\nms = 5\nat_s = 1", "8: at_s: either at_field or at_s"},
+        {gc_szInput + "event = [{ kind = 'missed_field' }]", "4: at_field: missing"},
+        {gc_szEvent + "'signal_loss'\nevery_s = 1", "6: kind: a periodic signal_loss needs for_fields or for_s"},
+        {gc_szEvent + "'signal_loss'\nevery_s = 1\nfor_s = 1", "8: for_s: must be shorter than the period"},
+        {gc_szEvent + "'power_state'\nstate = 'OFF'", "6: kind: inputs have no power state"},
+        {gc_szEvent + "'lock_lost'\nppm = -50\nfor_s = 30",
+         "7: ppm: the stream would jump back by more than 1/16 field when lock is regained"},
+        {gc_szEvent + "'phase_step'\nstep_lines = -71", "4: steps back must stay within 1/16 field together"},
+        {gc_szEvent +
+             "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",
+         "8: meets the buffers_run_out of line 4"},
+        {gc_szEvent +
+             "'doubled_field'\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\nstandard = '720p50'",
+         "4: a stream has either doubled_field or format_change events"},
+        {"[[chip]]\n[[fault]]\noperation = 'VtNo'\nstatus = 'VtStatus_FAIL'",
+         "3: operation: there is no operation \"VtNo\""},
+        {"[[chip]]\n[[fault]]\noperation = 'Veltrano_UnLoad'\nstatus = 'VtStatus_FAIL'",
+         "3: operation: returns nothing that could fail"},
+        {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'FAIL'",
+         "4: status: \"FAIL\" is none of its names"},
+        {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'VtStatus_FAIL'\nindex = 0",
+         "5: index: goes with operations on one input or output alone"},
+    };
+    for (const auto& [rszText, rszFault] : aoRows)
+    {
+        EXPECT_EQ(GetFault(rszText), rszFault) << rszText;
+    }
+    // The TOML library words its own faults; the line is what counts.
+    EXPECT_EQ(GetFault("seed = 1\nseed = 2\n").substr(0, 3), "2: ");
+    EXPECT_EQ(GetFault("[[chip]]\nx = [1, 2\ny = 3").substr(0, 3), "3: ");
+    EXPECT_EQ(GetFault(std::string((1U << 20) + 1, '\n')), "1: the text is longer than 1 MiB");
+    EXPECT_EQ(GetFault("[[chip]]\nx = " + std::string(40, '[') + std::string(40, ']')), "2: nested too deeply");
+}
+
+TEST(ScenarioReader, RefusesMoreThanTheBoardHolds)
+{
+    std::string szText = "[[chip]]\n";
+    for (int iInput = 0; iInput < 32; ++iInput)
+    {
+        szText += "[[chip.input]]\nstandard = '1080p60'\n[[chip.output]]\nstandard = '1080p60'\n";
+    }
+    EXPECT_EQ(GetFault(szText), "");
+    EXPECT_EQ(GetFault(szText + "[[chip.output]]\nstandard = '1080p60'\n"), "130: output: more than 32");
+}
+
+TEST(ScenarioReader, TurnsTimesIntoFieldsOfTheFirstFormat)
+{
+    SScenario oScenario;
+    SScenarioFault oFault;
+    ASSERT_TRUE(Scenario_Read(gc_szInput + R"(phase_us = 1000
+event = [{ kind = "signal_loss", at_s = 1.0, for_s = 0.5, every_s = 20 },
+         { kind = "hang", ms = 3, at_s = 0.0 }]
+)",
+                              oScenario, oFault))
+        << oFault.szText;
+    const std::vector<SEvent>& raoEvents = oScenario.aoChips[0].aoInputs[0].aoEvents;
+    EXPECT_EQ(raoEvents[0].oWhen.uiFirst, 60U); // field 59 starts at 0.984 s, field 60 at 1.001 s
+    EXPECT_EQ(raoEvents[0].oWhen.uiLength, 30U);
+    EXPECT_EQ(raoEvents[0].oWhen.uiPeriod, 1200U);
+    EXPECT_EQ(raoEvents[1].oWhen.uiFirst, 0U);
+}
+
+// The file in the tree is the text in the library, and holds what it promises.
+TEST(ScenarioReader, DefaultScenarioLooksLikeARack)
+{
+    ASSERT_EQ(ReadFile(VT_DEFAULT_SCENARIO), g_szDefaultScenario);
+    SScenario oScenario;
+    SScenarioFault oFault;
+    ASSERT_TRUE(Scenario_Read(g_szDefaultScenario, oScenario, oFault)) << oFault.uiLine << ": " << oFault.szText;
+    const SChip& roChip = oScenario.aoChips.at(0);
+    ASSERT_EQ(roChip.aoInputs.size(), 4U);
+    ASSERT_EQ(roChip.aoOutputs.size(), 4U);
+    EXPECT_EQ(roChip.aoConnectors.size(), 8U);
+    const double flLineTicks = FixedTicks_ToDouble(VideoTiming_GetLineTicks(roChip.aoInputs[0].oTiming, 100'000'000));
+    const auto fnApart = [flLineTicks](const SStream& roFirst, const SStream& roSecond)
+    {
+        EXPECT_EQ(roFirst.uiWanderKey, roSecond.uiWanderKey);
+        EXPECT_EQ(roFirst.iRatePpt, roSecond.iRatePpt);
+        return std::abs(FixedTicks_ToDouble(roFirst.iOrigin - roSecond.iOrigin)) / flLineTicks;
+    };
+    EXPECT_LT(fnApart(roChip.aoInputs[0], roChip.aoInputs[1]), 0.5);
+    EXPECT_LT(fnApart(roChip.aoOutputs[0], roChip.aoOutputs[1]), 0.5);
+    const double flFew = fnApart(roChip.aoOutputs[0], roChip.aoOutputs[2]);
+    EXPECT_GT(flFew, 1.5);
+    EXPECT_LT(flFew, 5.0);
+    EXPECT_TRUE(roChip.aoInputs[2].oTiming.bInterlaced);
+    EXPECT_EQ(roChip.aoInputs[3].iRatePpt, 4'200'000);
+    ASSERT_EQ(roChip.aoInputs[3].aoEvents.size(), 1U);
+    EXPECT_EQ(roChip.aoInputs[3].aoEvents[0].oWhen.uiLength, 120U);
+    EXPECT_EQ(roChip.aoInputs[3].aoEvents[0].oWhen.uiPeriod, 1200U);
+    EXPECT_EQ(roChip.aoOutputs[2].aoEvents.size(), 2U);
+    EXPECT_EQ(roChip.aoOutputs[3].ePowerState, VtVideoOut_PowerState_OFF);
+}
+
+// Every scenario in the document loads, so the document stays true.
+TEST(ScenarioReader, ScenariosOfTheDocumentLoad)
+{
+    const std::string szDocument = ReadFile(VT_SCENARIO_DOCUMENT);
+    const std::string szBegin = "```toml\n";
+    int iScenarios = 0;
+    for (size_t uiAt = szDocument.find(szBegin); uiAt != std::string::npos; uiAt = szDocument.find(szBegin, uiAt))
+    {
+        uiAt += szBegin.size();
+        EXPECT_EQ(GetFault(szDocument.substr(uiAt, szDocument.find("```", uiAt) - uiAt)), "")
+            << szDocument.substr(uiAt, 80);
+        ++iScenarios;
+    }
+    EXPECT_GE(iScenarios, 3);
+}

@@ -1,0 +1,157 @@
+// The model against times worked out by hand, over 30 days; noise; stamps that never go back.
+#include "StreamModel.h"
+#include "ScenarioReader.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace
+{
+
+SScenario Read(const std::string& rszText)
+{
+    SScenario oScenario;
+    SScenarioFault oFault;
+    EXPECT_TRUE(Scenario_Read(rszText, oScenario, oFault)) << oFault.uiLine << ": " << oFault.szText;
+    return oScenario;
+}
+
+// A chip of one input with these keys.
+CStreamModel MakeModel(const std::string& rszKeys, const std::string& rszTop = "", const std::string& rszChip = "")
+{
+    const SScenario oScenario = Read(rszTop + "\n[[chip]]\n" + rszChip + "\n[[chip.input]]\n" + rszKeys);
+    return CStreamModel(oScenario.aoChips.at(0).aoInputs.at(0));
+}
+
+} // namespace
+
+// Field n starts n * numerator / denominator ticks after field 0, to half a tick for 30 days.
+TEST(StreamModel, StampsAreExactOver30Days)
+{
+    struct SRow
+    {
+        const char* szKeys;
+        uint32_t uiFreqHz;
+        uint64_t uiNumerator, uiDenominator;
+        uint64_t uiFieldsOf30Days;
+    };
+    const std::array aoRows = {
+        SRow{"standard = '1080p60'", 100'000'000, 5'000'000, 3, 155'520'000},
+        SRow{"standard = '1080p59.94'", 100'000'000, 5'005'000, 3, 155'364'635},
+        SRow{"standard = '1080p59.94'", 27'000'000, 450'450, 1, 155'364'635},
+        SRow{"standard = '1080p23.98'", 100'000'000, 12'512'500, 3, 62'145'854},
+        SRow{"standard = '1080i50'", 90'000, 1800, 1, 129'600'000},
+        SRow{"standard = '480i59.94'", 100'000'000, 5'005'000, 3, 155'364'635},
+        SRow{"standard = '1080p60'\nppm = 4.2", 100'000'000, 50'000'000'000'000, 30'000'126, 155'520'653},
+        SRow{"standard = '1080p60'\nppm = -1000", 4'000'000'000, 200'000'000'000, 2'997, 155'364'480},
+    };
+    for (const SRow& roRow : aoRows)
+    {
+        SCOPED_TRACE(roRow.szKeys);
+        const CStreamModel oModel =
+            MakeModel(roRow.szKeys, "", "tick_start = 7\ntick_frequency_hz = " + std::to_string(roRow.uiFreqHz));
+        uint64_t uiBad = 0;
+        const auto fnCheck = [&](uint64_t uiField)
+        {
+            const UInt128 uiScaled = UInt128{uiField} * roRow.uiNumerator;
+            const auto uiTicks =
+                static_cast<uint64_t>((2 * uiScaled + roRow.uiDenominator) / (2 * UInt128{roRow.uiDenominator}));
+            uiBad += oModel.GetStamp(uiField) == 7 + uiTicks ? 0U : 1U;
+        };
+        for (uint64_t uiStep = 0; uiStep < 20'000; ++uiStep)
+        {
+            fnCheck(uiStep);
+            fnCheck(roRow.uiFieldsOf30Days - uiStep);
+            fnCheck(uiStep * 7'699 % roRow.uiFieldsOf30Days);
+        }
+        EXPECT_EQ(uiBad, 0U);
+    }
+}
+
+TEST(StreamModel, JitterIsGaussianAndAFunctionOfSeedAndField)
+{
+    const std::string szKeys = "standard = '1080p60'\njitter_ticks = 50";
+    const CStreamModel oModel = MakeModel(szKeys, "seed = 5");
+    const CStreamModel oSame = MakeModel(szKeys, "seed = 5");
+    const CStreamModel oOther = MakeModel(szKeys, "seed = 6");
+    constexpr int iFields = 100'000;
+    double flSum = 0.0;
+    double flSquares = 0.0;
+    int iEqual = 0;
+    int iWithinSigma = 0;
+    for (uint64_t uiField = iFields; uiField-- > 0;) // backwards: no field needs those before it
+    {
+        const uint64_t uiStamp = oModel.GetStamp(uiField);
+        ASSERT_EQ(uiStamp, oSame.GetStamp(uiField));
+        iEqual += uiStamp == oOther.GetStamp(uiField) ? 1 : 0;
+        const double flError = static_cast<double>(uiStamp) - FixedTicks_ToDouble(oModel.GetExactTicks(uiField));
+        flSum += flError;
+        flSquares += flError * flError;
+        iWithinSigma += std::abs(flError) < 50.0 ? 1 : 0;
+    }
+    EXPECT_NEAR(flSum / iFields, 0.0, 0.6);
+    EXPECT_NEAR(std::sqrt(flSquares / iFields), 50.0, 0.5);
+    EXPECT_NEAR(iWithinSigma / static_cast<double>(iFields), 0.6827, 0.006);
+    EXPECT_LT(iEqual, iFields / 100);
+}
+
+TEST(StreamModel, StreamsOfALockGroupWanderTogether)
+{
+    const SScenario oScenario = Read(R"(
+[[chip]]
+lock_group = [{ name = "house", ppm = 3.0, wander_ticks = 500, wander_period_s = 20 }]
+input = [{ standard = "1080p60", lock_group = "house" }, { standard = "1080i50", lock_group = "house" },
+         { standard = "1080p60", ppm = 3.0, wander_ticks = 500, wander_period_s = 20 }]
+)");
+    const CStreamModel oFast(oScenario.aoChips[0].aoInputs[0]);
+    const CStreamModel oSlow(oScenario.aoChips[0].aoInputs[1]);
+    const CStreamModel oAlone(oScenario.aoChips[0].aoInputs[2]);
+    double flLargest = 0.0;
+    double flApart = 0.0;
+    for (uint64_t uiSecond = 0; uiSecond < 1000; ++uiSecond) // both start a field at every tenth of a second
+    {
+        const double flIdeal = 1e8 + static_cast<double>(uiSecond) * 1e7 / 1.000003;
+        const double flFast = FixedTicks_ToDouble(oFast.GetExactTicks(uiSecond * 6)) - flIdeal;
+        const double flSlow = FixedTicks_ToDouble(oSlow.GetExactTicks(uiSecond * 5)) - flIdeal;
+        const double flAlone = FixedTicks_ToDouble(oAlone.GetExactTicks(uiSecond * 6)) - flIdeal;
+        ASSERT_NEAR(flFast, flSlow, 1e-3) << uiSecond;
+        flLargest = std::max(flLargest, std::abs(flFast));
+        flApart = std::max(flApart, std::abs(flFast - flAlone));
+    }
+    EXPECT_NEAR(flLargest, 500.0, 5.0);
+    EXPECT_GT(flApart, 50.0);
+}
+
+// Everything that pulls stamps backwards at once, each at its limit.
+TEST(StreamModel, StampsNeverGoBack)
+{
+    const CStreamModel oModel = MakeModel(R"(
+standard = "1080p60"
+jitter_ticks = 13020
+wander_ticks = 15900
+wander_period_s = 1
+event = [
+    { kind = "doubled_field", at_field = 100, every_fields = 2 },
+    { kind = "phase_step", at_field = 100, every_fields = 4, step_ticks = -104166 },
+    { kind = "lock_lost", at_field = 90, for_fields = 10, every_fields = 20, ppm = -6250 },
+    { kind = "counter_jump", at_field = 50, every_fields = 7, jump = 5 },
+]
+)",
+                                          "seed = 99", "tick_start = 100_000_000_000");
+    uint64_t uiBack = 0;
+    for (uint64_t uiField = 1; uiField < 300'000; ++uiField)
+    {
+        uiBack += oModel.GetStamp(uiField) <= oModel.GetStamp(uiField - 1) ? 1U : 0U;
+    }
+    EXPECT_EQ(uiBack, 0U);
+    for (const uint64_t uiFrom : {0U, 77U, 5000U})
+    {
+        for (const uint64_t uiField : {77U, 78U, 99U, 5000U, 5001U, 123'456U})
+        {
+            const uint64_t uiStamp = oModel.GetStamp(uiField);
+            EXPECT_EQ(oModel.FindFirstAfter(uiStamp, uiFrom), std::max(uiFrom, uiField + 1));
+            EXPECT_EQ(oModel.FindFirstAfter(uiStamp - 1, uiFrom), std::max(uiFrom, uiField));
+        }
+    }
+}

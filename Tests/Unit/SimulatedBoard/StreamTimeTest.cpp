@@ -1,0 +1,161 @@
+// How time goes on: stepped and granted time, late callers, the truth file.
+#include "BoardTest.h"
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+class StreamTime : public CBoardTest
+{
+public:
+    static constexpr const char* msc_szGranted = "[time]\nmode = 'granted'\nhold = true\n";
+
+    static uint64_t GetPosition(VtSim_Stream oStream)
+    {
+        uint64_t uiPosition = 0;
+        EXPECT_EQ(VtSim_GetPosition(oStream, &uiPosition), VtStatus_OK);
+        return uiPosition;
+    }
+};
+
+} // namespace
+
+TEST_F(StreamTime, SteppedStreamsAreIndependentAndAgreeWithTheTruth)
+{
+    LoadPair("jitter_ticks = 20\nfield_counter_start = 1000", "ppm = 20\nset_buffer_pattern = [2, 0]");
+    for (uint64_t uiField = 0; uiField < 200; ++uiField)
+    {
+        const SWaited oIn = Wait(m_hIn);
+        const VtSim_Field oTruth = GetTruth(msc_oInput, uiField);
+        EXPECT_EQ(oIn.uiTicks, oTruth.uiTickRefCounter);
+        EXPECT_EQ(oIn.uiField, oTruth.uiFieldCounter);
+        EXPECT_LE(oIn.uiTicks > oTruth.uiExactTicks ? oIn.uiTicks - oTruth.uiExactTicks
+                                                    : oTruth.uiExactTicks - oIn.uiTicks,
+                  81U); // four sigma
+    }
+    EXPECT_EQ(GetPosition(msc_oInput), 200U);
+    EXPECT_EQ(GetPosition(msc_oOutput), 0U);
+    EXPECT_EQ(Wait(m_hOut).uiSet, GetTruth(msc_oOutput, 0).uiSetBufferCounter);
+    VtSim_Field oField{};
+    EXPECT_EQ(VtSim_GetField(msc_oInput, uint64_t{1} << 40, &oField), VtStatus_INVALID_PARAM);
+    EXPECT_EQ(VtSim_GetField({0, VtSim_Direction_INPUT, 1}, 0, &oField), VtStatus_INVALID_PARAM);
+    EXPECT_EQ(VtSim_Grant(msc_oInput, 1), VtStatus_UNSUPPORTED);
+}
+
+TEST_F(StreamTime, ALateCallerGetsTheNewestFieldOnce)
+{
+    LoadPair("event = [{ kind = 'signal_loss', at_field = 20, for_fields = 5 },"
+             "{ kind = 'missed_field', at_field = 40, for_fields = 2 }]");
+    EXPECT_EQ(Wait(m_hIn).uiField, 0U);
+    EXPECT_EQ(VtSim_StepOver(msc_oInput, 9), VtStatus_OK);
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 9);
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 10);
+    EXPECT_EQ(VtSim_StepOver(msc_oInput, 10), VtStatus_OK);
+    EXPECT_EQ(Wait(m_hIn).eStatus, VtStatus_CANCELED); // field 20
+    EXPECT_EQ(VtSim_StepOver(msc_oInput, 21), VtStatus_OK);
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 39); // 40 and 41 are never reported
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 42);
+    // Another handle begins here, and each sees what the other made happen.
+    const VtVideoIn_Handle hOther = OpenIn();
+    EXPECT_EQ(Wait(hOther).uiField, 16U * 43);
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 43);
+    EXPECT_EQ(Wait(m_hIn).uiField, 16U * 44);
+}
+
+TEST_F(StreamTime, GrantsDriveARealThread)
+{
+    LoadPair("event = [{ kind = 'signal_loss', at_field = 5, for_fields = 2 }]", "", msc_szGranted);
+    std::atomic<bool> bStop{false};
+    std::vector<SWaited> aoWaited; // the thread's, read while it is known to wait
+    std::thread oThread(
+        [&]
+        {
+            while (!bStop.load())
+            {
+                aoWaited.push_back(Wait(m_hIn, 1));
+            }
+        });
+    EXPECT_EQ(VtSim_AwaitIdle(msc_oInput, msc_uiTestTimeOutMs), VtStatus_OK);
+    EXPECT_TRUE(aoWaited.empty()); // holds far beyond its time-out
+    EXPECT_EQ(VtSim_Grant(msc_oInput, 4), VtStatus_OK);
+    EXPECT_EQ(VtSim_AwaitIdle(msc_oInput, msc_uiTestTimeOutMs), VtStatus_OK);
+    ASSERT_EQ(aoWaited.size(), 4U);
+    EXPECT_EQ(aoWaited[3].uiField, 48U);
+    EXPECT_EQ(VtSim_GrantTimeOuts(msc_oInput, 2), VtStatus_OK);
+    EXPECT_EQ(VtSim_Grant(msc_oInput, 4), VtStatus_OK); // a field, two cancelled waits, a field
+    EXPECT_EQ(VtSim_AwaitIdle(msc_oInput, msc_uiTestTimeOutMs), VtStatus_OK);
+    ASSERT_EQ(aoWaited.size(), 10U);
+    EXPECT_EQ(aoWaited[9].uiField, 16U * 7);
+    const VtSim_WaitCounts oCounts = GetCounts(msc_oInput);
+    EXPECT_EQ(oCounts.uiEntered, 11U);
+    EXPECT_EQ(oCounts.uiOk, 6U);
+    EXPECT_EQ(oCounts.uiCanceled, 2U);
+    EXPECT_EQ(oCounts.uiTimedOut, 2U);
+    bStop.store(true);
+    EXPECT_EQ(VtSim_GrantTimeOuts(msc_oInput, 1), VtStatus_OK);
+    oThread.join();
+    EXPECT_EQ(VtSim_AwaitIdle(msc_oInput, 0), VtStatus_TIMEOUT);
+    EXPECT_EQ(VtSim_AwaitIdle({3, VtSim_Direction_INPUT, 0}, 0), VtStatus_INVALID_PARAM);
+}
+
+TEST_F(StreamTime, AllStreamsAreGrantedTogetherAndTimeOutsAreReal)
+{
+    LoadPair("", "", "[time]\nmode = 'granted'\n");
+    EXPECT_EQ(Wait(m_hIn, 1).eStatus, VtStatus_TIMEOUT); // nobody grants
+    std::atomic<bool> bStop{false};
+    const auto fnLoop = [&bStop](auto hStream)
+    {
+        while (!bStop.load())
+        {
+            (void)Wait(hStream, 5);
+        }
+    };
+    std::thread oInThread(fnLoop, m_hIn);
+    std::thread oOutThread(fnLoop, m_hOut);
+    EXPECT_EQ(VtSim_GrantAll(500), VtStatus_OK);
+    EXPECT_EQ(VtSim_AwaitAllIdle(msc_uiTestTimeOutMs), VtStatus_OK);
+    EXPECT_EQ(GetPosition(msc_oInput), 500U);
+    EXPECT_EQ(GetPosition(msc_oOutput), 500U);
+    const uint64_t uiEntered = GetCounts(msc_oOutput).uiEntered;
+    EXPECT_EQ(VtSim_AwaitEntered(msc_oOutput, uiEntered + 2, msc_uiTestTimeOutMs), VtStatus_OK);
+    EXPECT_GE(GetCounts(msc_oOutput).uiTimedOut, 1U);
+    EXPECT_EQ(GetPosition(msc_oOutput), 500U);
+    bStop.store(true);
+    EXPECT_EQ(VtSim_GrantTimeOutsAll(1), VtStatus_OK);
+    oInThread.join();
+    oOutThread.join();
+}
+
+TEST_F(StreamTime, TruthFileHasARowForEveryField)
+{
+    const std::string szFile =
+        (std::filesystem::temp_directory_path() / ("truth-" + std::to_string(getpid()) + ".csv")).string();
+    LoadPair(
+        "event = [{ kind = 'signal_loss', at_field = 2 , for_fields = 1 }, { kind = 'missed_field', at_field = 3 },"
+        "{ kind = 'phase_step', at_field = 4, step_ticks = 1 }]",
+        "", "[time]\nmode = 'stepped'\n[truth]\nfile = '" + szFile + "'\n");
+    EXPECT_EQ(WaitTimes(m_hIn, 4).eStatus, VtStatus_OK);
+    EXPECT_EQ(VtSim_StepOver(msc_oInput, 2), VtStatus_OK);
+    EXPECT_EQ(Wait(m_hIn).eStatus, VtStatus_OK);
+    EXPECT_EQ(Wait(m_hOut).eStatus, VtStatus_OK);
+    EXPECT_EQ(VtSim_FlushTruth(), VtStatus_OK);
+    std::ifstream oFile(szFile);
+    std::ostringstream oText;
+    oText << oFile.rdbuf();
+    EXPECT_EQ(oText.str(), "chip,direction,index,field,exact_ticks,stamp,field_counter,event\n"
+                           "0,in,0,0,100000000.000000,100000000,0,delivered\n"
+                           "0,in,0,1,101666666.666667,101666667,16,delivered\n"
+                           "0,in,0,2,103333333.333333,103333333,32,lost+signal_loss\n"
+                           "0,in,0,3,105000000.000000,105000000,48,missed+missed_field\n"
+                           "0,in,0,4,106666667.666667,106666668,64,delivered+phase_step\n"
+                           "0,in,0,5,108333334.333333,108333334,80,unseen\n"
+                           "0,in,0,6,110000001.000000,110000001,96,delivered\n"
+                           "0,out,0,0,100000000.000000,100000000,0,delivered\n");
+    std::filesystem::remove(szFile);
+}
