@@ -1,0 +1,127 @@
+// CPU time of 64 threads that wait for 60 fields a second each, beside 64 that do nothing but sleep until the same
+// moments. Measured in turns, so that what else the machine does falls on both.
+//   RealTimeCost [seconds a turn] [pairs]
+#include <VtSimulatedBoard.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+constexpr int gc_iStreams = 64;
+constexpr int64_t gc_iNsPerSecond = 1'000'000'000;
+
+int64_t GetNs(clockid_t iClock)
+{
+    timespec oNow{};
+    (void)clock_gettime(iClock, &oNow);
+    return oNow.tv_sec * gc_iNsPerSecond + oNow.tv_nsec;
+}
+
+// Fields start evenly spread over a field's time, in both kinds of turn.
+int64_t GetPhaseNs(int iStream)
+{
+    return gc_iNsPerSecond / 60 * iStream / gc_iStreams;
+}
+
+void Sleep(int iStream, int iFields, int64_t iStartNs)
+{
+    for (int64_t iField = 1; iField <= iFields; ++iField)
+    {
+        const int64_t iNs = iStartNs + GetPhaseNs(iStream) + iField * gc_iNsPerSecond / 60;
+        const timespec oUntil{.tv_sec = iNs / gc_iNsPerSecond, .tv_nsec = iNs % gc_iNsPerSecond};
+        (void)clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &oUntil, nullptr);
+    }
+}
+
+void Watch(int iStream, int iFields, std::atomic<uint64_t>& ruiDelivered)
+{
+    VtVideoIn_Handle hIn = nullptr;
+    VtVideoOut_Handle hOut = nullptr;
+    const VtDevice_Handle hDev = Veltrano_GetDevice(0);
+    const auto uiIndex = static_cast<uint32_t>(iStream / 2);
+    if ((iStream % 2 == 0 ? VtVideoIn_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &hIn)
+                          : VtVideoOut_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &hOut)) != VtStatus_OK)
+    {
+        std::abort();
+    }
+    for (int iField = 0; iField < iFields; ++iField)
+    {
+        uint64_t uiField = 0;
+        uint64_t uiSet = 0;
+        uint64_t uiTicks = 0;
+        VtBool bTop = 0;
+        const VtStatus eStatus = hIn != nullptr
+                                     ? VtVideoIn_WaitForFieldStart(hIn, 50, &uiField, &uiTicks, &bTop)
+                                     : VtVideoOut_WaitForFieldStart(hOut, 50, &uiField, &uiSet, &uiTicks, &bTop);
+        ruiDelivered.fetch_add(eStatus == VtStatus_OK ? 1 : 0, std::memory_order_relaxed);
+    }
+}
+
+// CPU time of one turn of 64 threads, in seconds.
+template <typename TBody> double Measure(TBody fnBody)
+{
+    const int64_t iBefore = GetNs(CLOCK_PROCESS_CPUTIME_ID);
+    std::vector<std::thread> aoThreads;
+    for (int iStream = 0; iStream < gc_iStreams; ++iStream)
+    {
+        aoThreads.emplace_back(fnBody, iStream);
+    }
+    for (std::thread& roThread : aoThreads)
+    {
+        roThread.join();
+    }
+    return static_cast<double>(GetNs(CLOCK_PROCESS_CPUTIME_ID) - iBefore) / gc_iNsPerSecond;
+}
+
+void Load()
+{
+    std::string szText = "[[chip]]\n";
+    for (int iStream = 0; iStream < gc_iStreams; ++iStream)
+    {
+        szText += std::string("[[chip.") + (iStream % 2 == 0 ? "input" : "output") +
+                  "]]\nstandard = '1080p60'\njitter_ticks = 3\nphase_us = " +
+                  std::to_string(static_cast<double>(GetPhaseNs(iStream)) / 1000.0) + "\n";
+    }
+    if (VtSim_SetScenario(szText.c_str(), nullptr, 0) != VtStatus_OK)
+    {
+        std::abort();
+    }
+    Veltrano_LoadLite();
+}
+
+} // namespace
+
+int main(int iArguments, char** pszArguments)
+{
+    const int iSeconds = std::max(iArguments > 1 ? std::atoi(pszArguments[1]) : 5, 1);
+    const int iPairs = std::max(iArguments > 2 ? std::atoi(pszArguments[2]) : 5, 1);
+    const int iFields = iSeconds * 60;
+    std::vector<double> aflRatios;
+    for (int iPair = 0; iPair < iPairs; ++iPair)
+    {
+        const int64_t iStartNs = GetNs(CLOCK_MONOTONIC);
+        const double flSleep = Measure([&](int iStream) { Sleep(iStream, iFields, iStartNs); });
+        std::atomic<uint64_t> uiDelivered{0};
+        Load();
+        const double flWait = Measure([&](int iStream) { Watch(iStream, iFields, uiDelivered); });
+        Veltrano_UnLoad();
+        const double flWakes = gc_iStreams * static_cast<double>(iFields);
+        aflRatios.push_back(flWait / flSleep);
+        (void)std::printf(
+            "sleep %.2f us a wake, %.2f %% of a core; wait %.2f us, %.2f %%; ratio %.3f; %.0f %% delivered\n",
+            flSleep / flWakes * 1e6, flSleep / iSeconds * 100.0, flWait / flWakes * 1e6, flWait / iSeconds * 100.0,
+            aflRatios.back(), static_cast<double>(uiDelivered.load()) / flWakes * 100.0);
+    }
+    std::sort(aflRatios.begin(), aflRatios.end());
+    (void)std::printf("median ratio %.3f\n", aflRatios[aflRatios.size() / 2]);
+    return 0;
+}
