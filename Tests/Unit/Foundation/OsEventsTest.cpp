@@ -3,79 +3,53 @@
 #include "PlatformSeams.h"
 
 #include <cerrno>
+#include <future>
 #include <gtest/gtest.h>
-#include <thread>
-#include <vector>
 
 namespace
 {
 
 // The two objects under one set of names.
-struct SEvent
+struct SEvent : OsServices
 {
-    SEvent() { oOsServices.Event_Create(hObject); }
-    ~SEvent() { oOsServices.Event_Destroy(hObject); }
-    VtStatus Wait(uint32_t uiTimeOutMs) { return oOsServices.Event_Wait(hObject, uiTimeOutMs); }
-    Bool32 Trigger() { return oOsServices.Event_Trigger(hObject); }
-    Bool32 Cancel() { return oOsServices.Event_Cancel(hObject); }
-    Bool32 Activate() { return oOsServices.Event_Activate(hObject); }
-
-    OsServices oOsServices;
+    SEvent() { Event_Create(hObject); }
+    ~SEvent() override { Event_Destroy(hObject); }
+    VtStatus Wait(uint32_t uiTimeOutMs) { return Event_Wait(hObject, uiTimeOutMs); }
+    Bool32 Trigger() { return Event_Trigger(hObject); }
+    Bool32 Cancel() { return Event_Cancel(hObject); }
+    Bool32 Activate() { return Event_Activate(hObject); }
     HEvent hObject = nullptr;
 };
 
-struct SSignal
+struct SSignal : OsServices
 {
-    SSignal() { oOsServices.Signal_Create(hObject); }
-    ~SSignal() { oOsServices.Signal_Destroy(hObject); }
-    VtStatus Wait(uint32_t uiTimeOutMs) { return oOsServices.Signal_Wait(hObject, uiTimeOutMs, 7); }
-    Bool32 Trigger() { return oOsServices.Signal_Trigger(hObject); }
-    Bool32 Cancel() { return oOsServices.Signal_Cancel(hObject); }
-    Bool32 Activate() { return oOsServices.Signal_Activate(hObject); }
-
-    OsServices oOsServices;
+    SSignal() { Signal_Create(hObject); }
+    ~SSignal() override { Signal_Destroy(hObject); }
+    VtStatus Wait(uint32_t uiTimeOutMs) { return Signal_Wait(hObject, uiTimeOutMs, 7); }
+    Bool32 Trigger() { return Signal_Trigger(hObject); }
+    Bool32 Cancel() { return Signal_Cancel(hObject); }
+    Bool32 Activate() { return Signal_Activate(hObject); }
     HSignal hObject = nullptr;
 };
 
-// Threads that wait for ever; constructed, they all are inside the wait.
-template <class OBJECT> class CWaiters
+template <class OBJECT> struct OsEventsAndSignals : testing::Test
 {
-public:
-    CWaiters(OBJECT& roObject, int iCount) : m_aeStatuses(static_cast<size_t>(iCount))
+    // Two threads that wait for ever, and are inside the wait when this returns.
+    std::pair<std::future<VtStatus>, std::future<VtStatus>> StartWaits()
     {
-        for (VtStatus& reStatus : m_aeStatuses)
-        {
-            m_aoThreads.emplace_back(
-                [&]
-                {
-                    reStatus = roObject.Wait(OsServices_INFINITE);
-                    ++iReturned;
-                    iReturned.notify_all();
-                });
-        }
-        AwaitValue(g_oSeams.iInWait, iCount);
+        const auto Wait = [this] { return oObject.Wait(OsServices_INFINITE); };
+        std::pair oWaits(std::async(std::launch::async, Wait), std::async(std::launch::async, Wait));
+        AwaitValue(g_oSeams.iInWait, 2);
+        return oWaits;
     }
-    std::vector<VtStatus> Join()
-    {
-        for (std::thread& roThread : m_aoThreads)
-        {
-            roThread.join();
-        }
-        return m_aeStatuses;
-    }
-
-    std::atomic<int> iReturned = 0;
-
-private:
-    std::vector<VtStatus> m_aeStatuses;
-    std::vector<std::thread> m_aoThreads;
+    SSeamsReset oReset;
+    OBJECT oObject;
 };
-
-template <class OBJECT> class OsEventsAndSignals : public testing::Test
+struct OsEvent : OsEventsAndSignals<SEvent>
 {
-protected:
-    CSeamsReset m_oReset;
-    OBJECT m_oObject;
+};
+struct OsSignal : OsEventsAndSignals<SSignal>
+{
 };
 using Objects = testing::Types<SEvent, SSignal>;
 TYPED_TEST_SUITE(OsEventsAndSignals, Objects);
@@ -84,135 +58,98 @@ TYPED_TEST_SUITE(OsEventsAndSignals, Objects);
 
 TYPED_TEST(OsEventsAndSignals, CancelEndsAllWaitsAndOnlyActivateMakesThemWaitAgain)
 {
-    CWaiters oWaiters(this->m_oObject, 2);
-    EXPECT_EQ(this->m_oObject.Cancel(), 1u);
-    EXPECT_EQ(oWaiters.Join(), (std::vector{VtStatus_CANCELED, VtStatus_CANCELED}));
-
-    EXPECT_EQ(this->m_oObject.Cancel(), 0u);
-    EXPECT_EQ(this->m_oObject.Trigger(), 0u);
-    g_oSeams.iCondWaitResult = EPERM; // a wait that blocked would fail
-    EXPECT_EQ(this->m_oObject.Wait(OsServices_INFINITE), VtStatus_CANCELED);
-    EXPECT_EQ(this->m_oObject.Activate(), 1u);
-    EXPECT_EQ(this->m_oObject.Wait(0), VtStatus_TIMEOUT);
+    auto [oFirst, oSecond] = this->StartWaits();
+    EXPECT_EQ(this->oObject.Cancel(), 1u);
+    EXPECT_EQ(oFirst.get(), VtStatus_CANCELED);
+    EXPECT_EQ(oSecond.get(), VtStatus_CANCELED);
+    EXPECT_EQ(this->oObject.Cancel(), 0u);
+    EXPECT_EQ(this->oObject.Trigger(), 0u);
+    EXPECT_EQ(this->oObject.Wait(OsServices_INFINITE), VtStatus_CANCELED) << "without blocking";
+    EXPECT_EQ(this->oObject.Activate(), 1u);
+    EXPECT_EQ(this->oObject.Wait(0), VtStatus_TIMEOUT);
 }
 
-TYPED_TEST(OsEventsAndSignals, ResultsOfTheSystemBecomeTheseStatuses)
+TYPED_TEST(OsEventsAndSignals, ResultsOfTheSystemBecomeTheseStatusesAndOneIsPrinted)
 {
-    const struct
-    {
-        int iResult;
-        VtStatus eTimedStatus;
-    } aoRows[] = {{ETIMEDOUT, VtStatus_TIMEOUT}, {EINVAL, VtStatus_TIMEOUT}, {EPERM, VtStatus_FAIL}};
-    for (const auto& roRow : aoRows)
-    {
-        g_oSeams.iCondTimedWaitResult = roRow.iResult;
-        EXPECT_EQ(this->m_oObject.Wait(10), roRow.eTimedStatus);
-    }
-    g_oSeams.iCondWaitResult = EPERM;
-    EXPECT_EQ(this->m_oObject.Wait(OsServices_INFINITE), VtStatus_CANCELED);
-}
-
-TYPED_TEST(OsEventsAndSignals, DeadlineIsTheWallClockPlusTheTimeOut)
-{
-    g_oSeams.iCondTimedWaitResult = ETIMEDOUT;
-    g_oSeams.pfnClock = [](timespec& roNow)
-    {
-        roNow = {100, 999'999'999};
-        return 0;
-    };
-    const struct
-    {
-        uint32_t uiTimeOutMs;
-        int64_t iSeconds, iNanoSeconds;
-    } aoRows[] = {
-        {0, 100, 999'999'999}, {1, 101, 999'999}, {1500, 102, 499'999'999}, {0xFFFFFFFE, 4295068, 293'999'999}};
-    for (const auto& roRow : aoRows)
-    {
-        this->m_oObject.Wait(roRow.uiTimeOutMs);
-        EXPECT_EQ(g_oSeams.oDeadLine.tv_sec, roRow.iSeconds);
-        EXPECT_EQ(g_oSeams.oDeadLine.tv_nsec, roRow.iNanoSeconds);
-    }
-}
-
-TYPED_TEST(OsEventsAndSignals, RefusedDeadlineIsPrintedWithTheClock)
-{
-    g_oSeams.iCondTimedWaitResult = EINVAL;
-    g_oSeams.pfnClock = [](timespec& roNow)
-    {
-        roNow = {7, 8};
-        return 0;
-    };
+    StopClock(7, 8);
     testing::internal::CaptureStdout();
-    this->m_oObject.Wait(1);
+    for (const auto& [iResult, eStatus] :
+         {std::pair{ETIMEDOUT, VtStatus_TIMEOUT}, {EINVAL, VtStatus_TIMEOUT}, {EPERM, VtStatus_FAIL}})
+    {
+        g_oSeams.iCondTimedWait = iResult;
+        EXPECT_EQ(this->oObject.Wait(1), eStatus);
+    }
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "pthread_cond_timedwait returned 22 INVALID\n"
               "TimeOut occurs Req timespec.tv_sec=7,timespec.tv_nsec=1000008, Now "
               "timespec.tv_sec=7,timespec.tv_nsec=8\n");
+    g_oSeams.iCondWait = EPERM;
+    EXPECT_EQ(this->oObject.Wait(OsServices_INFINITE), VtStatus_CANCELED);
 }
 
-TEST(OsEvent, TriggerWakesOneWaiterAndLeavesTheOther)
+TYPED_TEST(OsEventsAndSignals, DeadlineIsTheWallClockPlusTheTimeOut)
 {
-    const CSeamsReset oReset;
-    SEvent oEvent;
-    CWaiters oWaiters(oEvent, 2);
-    EXPECT_EQ(oEvent.Trigger(), 1u);
-    AwaitValue(oWaiters.iReturned, 1);
-    EXPECT_EQ(g_oSeams.iInWait, 1);
-    EXPECT_EQ(oEvent.Trigger(), 1u);
-    EXPECT_EQ(oWaiters.Join(), (std::vector{VtStatus_OK, VtStatus_OK}));
+    g_oSeams.iCondTimedWait = ETIMEDOUT;
+    StopClock(100, 999'999'999);
+    const int64_t aaiRows[][3] = {
+        {0, 100, 999'999'999}, {1, 101, 999'999}, {1500, 102, 499'999'999}, {0xFFFFFFFE, 4295068, 293'999'999}};
+    for (const auto& [iTimeOutMs, iSeconds, iNanoSeconds] : aaiRows)
+    {
+        this->oObject.Wait(static_cast<uint32_t>(iTimeOutMs));
+        EXPECT_EQ(g_oSeams.oDeadLine.tv_sec, iSeconds);
+        EXPECT_EQ(g_oSeams.oDeadLine.tv_nsec, iNanoSeconds);
+    }
 }
 
-TEST(OsSignal, TriggerWakesAllWaiters)
+TEST_F(OsEvent, TriggerWakesOneWaiterAndLeavesTheOther)
 {
-    const CSeamsReset oReset;
-    SSignal oSignal;
-    CWaiters oWaiters(oSignal, 2);
-    EXPECT_EQ(oSignal.Trigger(), 1u);
-    EXPECT_EQ(oWaiters.Join(), (std::vector{VtStatus_OK, VtStatus_OK}));
+    auto [oFirst, oSecond] = StartWaits();
+    EXPECT_EQ(oObject.Trigger(), 1u);
+    AwaitValue(g_oSeams.iInWait, 1);
+    EXPECT_EQ(oObject.Trigger(), 1u);
+    EXPECT_EQ(oFirst.get(), VtStatus_OK);
+    EXPECT_EQ(oSecond.get(), VtStatus_OK);
 }
 
-TEST(OsEvent, TriggersWithoutWaiterAreRememberedAsOne)
+TEST_F(OsSignal, TriggerWakesAllWaitersAndIsLostWithoutOne)
 {
-    SEvent oEvent;
-    EXPECT_EQ(oEvent.Trigger(), 1u);
-    EXPECT_EQ(oEvent.Trigger(), 1u);
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_OK);
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_TIMEOUT);
-
-    oEvent.Trigger();
-    EXPECT_EQ(oEvent.oOsServices.Event_Reset(oEvent.hObject), 1u);
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_TIMEOUT);
-
-    oEvent.Cancel();
-    oEvent.Activate();
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_OK) << "what the cancel set survives the activation";
-    oEvent.Cancel();
-    oEvent.Wait(0);
-    oEvent.Activate();
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_TIMEOUT) << "unless a wait used it up";
+    auto [oFirst, oSecond] = StartWaits();
+    EXPECT_EQ(oObject.Trigger(), 1u);
+    EXPECT_EQ(oFirst.get(), VtStatus_OK);
+    EXPECT_EQ(oSecond.get(), VtStatus_OK);
+    EXPECT_EQ(oObject.Trigger(), 1u);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT);
 }
 
-TEST(OsSignal, TriggerWithoutWaiterIsLost)
+TEST_F(OsEvent, TriggersWithoutWaiterAreRememberedAsOne)
 {
-    SSignal oSignal;
-    EXPECT_EQ(oSignal.Trigger(), 1u);
-    EXPECT_EQ(oSignal.Wait(0), VtStatus_TIMEOUT);
+    EXPECT_EQ(oObject.Trigger() + oObject.Trigger(), 2u);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_OK);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT);
+    oObject.Trigger();
+    EXPECT_EQ(oObject.Event_Reset(oObject.hObject), 1u);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT);
+    oObject.Cancel();
+    oObject.Activate();
+    EXPECT_EQ(oObject.Wait(0), VtStatus_OK) << "what the cancel set survives the activation";
 }
 
-TEST(OsEvent, FailedWakeUpIsTakenBack)
+TEST_F(OsEvent, FailedWakeUpIsTakenBackAndFailedCancelStillCancels)
 {
-    const CSeamsReset oReset;
-    SEvent oEvent;
-    SSignal oSignal;
-    g_oSeams.iCondSignalResult = EINVAL;
-    EXPECT_EQ(oEvent.Trigger(), 0u);
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_TIMEOUT);
-    g_oSeams.iCondBroadcastResult = EINVAL;
-    EXPECT_EQ(oSignal.Trigger(), 0u);
-    EXPECT_EQ(oSignal.Cancel(), 0u);
-    EXPECT_EQ(oSignal.Wait(0), VtStatus_CANCELED);
-    EXPECT_EQ(oEvent.Cancel(), 0u);
-    EXPECT_EQ(oEvent.Trigger(), 0u) << "cancelled all the same";
-    oEvent.Activate();
-    EXPECT_EQ(oEvent.Wait(0), VtStatus_TIMEOUT);
+    g_oSeams.iCondSignal = EINVAL;
+    EXPECT_EQ(oObject.Trigger(), 0u);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT);
+    g_oSeams.iCondBroadcast = EINVAL;
+    EXPECT_EQ(oObject.Cancel(), 0u);
+    g_oSeams.iCondSignal = 0;
+    EXPECT_EQ(oObject.Trigger(), 0u);
+    oObject.Activate();
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT);
+}
+
+TEST_F(OsSignal, FailedWakeUpIsReportedAndFailedCancelStillCancels)
+{
+    g_oSeams.iCondBroadcast = EINVAL;
+    EXPECT_EQ(oObject.Trigger() + oObject.Cancel(), 0u);
+    EXPECT_EQ(oObject.Wait(0), VtStatus_CANCELED);
 }

@@ -56,17 +56,15 @@ TEST_F(OsMessages, EachLevelSilencesItsOwnKind)
     OsServices::SetMsgPrefixEnable(0);
     for (Bool32 uiBits = 0; uiBits < 8; ++uiBits)
     {
-        const Bool32 bError = uiBits & 1;
-        const Bool32 bUser = (uiBits >> 1) & 1;
-        const Bool32 bInfo = uiBits >> 2;
-        OsServices::SetMsgLevel(bError, bUser, bInfo);
-        EXPECT_EQ(WrittenByAll(), std::string(bInfo ? "a1\n" : "") + (bUser ? "b2\n" : "") + (bError ? "c3\n" : ""));
+        OsServices::SetMsgLevel(uiBits & 1, uiBits & 2, uiBits & 4);
+        EXPECT_EQ(WrittenByAll(),
+                  std::string(uiBits & 4 ? "a1\n" : "") + (uiBits & 2 ? "b2\n" : "") + (uiBits & 1 ? "c3\n" : ""));
     }
-    OsServices::SetMsgLevel(0, 1, 0);
+    OsServices::SetMsgLevel(0, 1, 2);
     int iError = 9, iUser = 9, iInfo = 9;
     OsServices::GetMsgLevel(&iError, nullptr, &iInfo);
     OsServices::GetMsgLevel(nullptr, &iUser, nullptr);
-    EXPECT_EQ(std::tuple(iError, iUser, iInfo), std::tuple(0, 1, 0));
+    EXPECT_EQ(std::tuple(iError, iUser, iInfo), std::tuple(0, 1, 2));
 }
 
 TEST_F(OsMessages, LineIsCutAtTwoHundredAndFiftyFiveCharacters)
@@ -98,19 +96,14 @@ TEST_F(OsMessages, SecondFormattingReadsNoArgumentsThatAreNotThere)
 
 TEST_F(OsMessages, FailedAssertNamesTheFileAloneAndTheLine)
 {
-    EXPECT_EQ(Written([] { ReportFailedAssert("a\\b/KrvMFCTypes", 4309); }),
-              "qz2(4.1.0.146)[0]: (Error) KrvMFCTypes(4309) Assertion failed\n");
     OsServices::SetMsgPrefixEnable(0);
-    EXPECT_EQ(Written([] { ReportFailedAssert(); }),
-              "OsMessagesTest.cpp(" + std::to_string(__LINE__ - 1) + ") Assertion failed\n");
-}
-
-TEST_F(OsMessages, FileNameIsWhatFollowsTheLastSeparatorOfEitherKind)
-{
     const std::pair<const char*, const char*> apszRows[] = {
-        {"a/b\\c.cpp", "c.cpp"}, {"a\\b/c.cpp", "c.cpp"}, {"c.cpp", "c.cpp"}, {"a/", ""}, {"", ""}};
+        {"a/b\\c.cpp", "c.cpp"}, {"a\\b/c.cpp", "c.cpp"}, {"KrvMFCTypes", "KrvMFCTypes"}, {"a/", ""}, {"", ""}};
     for (const auto& [pszPath, pszName] : apszRows)
     {
-        EXPECT_STREQ(OsServices::GetFileNameOnlySubSring(pszPath), pszName);
+        const std::string szWritten = Written([pszPath = pszPath] { ReportFailedAssert(pszPath, 4309); });
+        EXPECT_EQ(szWritten, std::string(pszName) + "(4309) Assertion failed\n");
     }
+    const std::string szHere = Written([] { ReportFailedAssert(); });
+    EXPECT_EQ(szHere, "OsMessagesTest.cpp(" + std::to_string(__LINE__ - 1) + ") Assertion failed\n");
 }

@@ -2,8 +2,6 @@
 
 #include "KrvVxd.h"
 
-#include <cerrno>
-#include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -13,10 +11,15 @@
 
 SPlatformSeams g_oSeams;
 
-CSeamsReset::~CSeamsReset()
+SSeamsReset::~SSeamsReset()
 {
     std::destroy_at(&g_oSeams);
     std::construct_at(&g_oSeams);
+}
+
+void StopClock(int64_t iSeconds, int64_t iNanoSeconds)
+{
+    g_oSeams.pfnClock = [=](timespec& roNow) { return (roNow = {iSeconds, iNanoSeconds}, 0); };
 }
 
 void AwaitValue(const std::atomic<int>& roCounter, int iValue)
@@ -27,58 +30,45 @@ void AwaitValue(const std::atomic<int>& roCounter, int iValue)
     }
 }
 
-namespace
+static void CountInWait(int iStep)
 {
-
-template <class CALL> int InWait(CALL fnCall)
-{
-    ++g_oSeams.iInWait;
+    g_oSeams.iInWait += iStep;
     g_oSeams.iInWait.notify_all();
-    const int iResult = fnCall();
-    --g_oSeams.iInWait;
-    g_oSeams.iInWait.notify_all();
-    return iResult;
 }
 
-} // namespace
-
-extern "C" {
+// The linker sends calls of a name to __wrap_ and gives the thing itself the name __real_.
 #define SEAM(type, name, ...)                                                                                          \
     type __real_##name(__VA_ARGS__);                                                                                   \
     type __wrap_##name(__VA_ARGS__);                                                                                   \
     type __wrap_##name(__VA_ARGS__)
 
+// One that only ever replaces the result.
+#define SEAM_RESULT(result, name, arguments, ...)                                                                      \
+    SEAM(int, name, __VA_ARGS__)                                                                                       \
+    {                                                                                                                  \
+        return g_oSeams.result ? g_oSeams.result : __real_##name arguments;                                            \
+    }
+
+extern "C" {
 SEAM(int, pthread_cond_wait, pthread_cond_t* poCond, pthread_mutex_t* poMutex)
 {
-    return g_oSeams.iCondWaitResult != 0 ? g_oSeams.iCondWaitResult
-                                         : InWait([=] { return __real_pthread_cond_wait(poCond, poMutex); });
+    CountInWait(1);
+    const int iResult = g_oSeams.iCondWait ? g_oSeams.iCondWait : __real_pthread_cond_wait(poCond, poMutex);
+    CountInWait(-1);
+    return iResult;
 }
 SEAM(int, pthread_cond_timedwait, pthread_cond_t* poCond, pthread_mutex_t* poMutex, const timespec* poUntil)
 {
     g_oSeams.oDeadLine = *poUntil;
-    return g_oSeams.iCondTimedWaitResult != 0
-               ? g_oSeams.iCondTimedWaitResult
-               : InWait([=] { return __real_pthread_cond_timedwait(poCond, poMutex, poUntil); });
+    return g_oSeams.iCondTimedWait ? g_oSeams.iCondTimedWait : __real_pthread_cond_timedwait(poCond, poMutex, poUntil);
 }
-SEAM(int, pthread_cond_signal, pthread_cond_t* poCond)
-{
-    return g_oSeams.iCondSignalResult != 0 ? g_oSeams.iCondSignalResult : __real_pthread_cond_signal(poCond);
-}
-SEAM(int, pthread_cond_broadcast, pthread_cond_t* poCond)
-{
-    return g_oSeams.iCondBroadcastResult != 0 ? g_oSeams.iCondBroadcastResult : __real_pthread_cond_broadcast(poCond);
-}
-SEAM(int, pthread_mutex_init, pthread_mutex_t* poMutex, const pthread_mutexattr_t* poAttributes)
-{
-    return g_oSeams.iMutexInitResult != 0 ? g_oSeams.iMutexInitResult
-                                          : __real_pthread_mutex_init(poMutex, poAttributes);
-}
-SEAM(int, pthread_mutex_timedlock, pthread_mutex_t* poMutex, const timespec* poUntil)
-{
-    g_oSeams.oDeadLine = *poUntil;
-    return g_oSeams.iMutexTimedLockResult != 0 ? g_oSeams.iMutexTimedLockResult
-                                               : __real_pthread_mutex_timedlock(poMutex, poUntil);
-}
+SEAM_RESULT(iCondSignal, pthread_cond_signal, (poCond), pthread_cond_t* poCond)
+SEAM_RESULT(iCondBroadcast, pthread_cond_broadcast, (poCond), pthread_cond_t* poCond)
+SEAM_RESULT(iMutexDestroy, pthread_mutex_destroy, (poMutex), pthread_mutex_t* poMutex)
+SEAM_RESULT(iMutexInit, pthread_mutex_init, (poMutex, poType), pthread_mutex_t* poMutex,
+            const pthread_mutexattr_t* poType)
+SEAM_RESULT(iMutexTimedLock, pthread_mutex_timedlock, (poMutex, poUntil), pthread_mutex_t* poMutex,
+            const timespec* poUntil)
 SEAM(int, clock_gettime, clockid_t iClock, timespec* poNow)
 {
     return g_oSeams.pfnClock ? g_oSeams.pfnClock(*poNow) : __real_clock_gettime(iClock, poNow);
@@ -86,16 +76,10 @@ SEAM(int, clock_gettime, clockid_t iClock, timespec* poNow)
 SEAM(int, usleep, useconds_t uiSleepUs)
 {
     g_oSeams.iSleptUs = uiSleepUs;
-    return g_oSeams.bIsSleeping ? __real_usleep(uiSleepUs) : 0;
+    return 0;
 }
-int __real_open(const char* pszPath, int iFlags, ...);
-int __wrap_open(const char* pszPath, int iFlags, ...);
-int __wrap_open(const char* pszPath, int iFlags, ...)
+SEAM(int, open, const char* pszPath, int iFlags, mode_t uiMode)
 {
-    va_list oArguments;
-    va_start(oArguments, iFlags);
-    const auto uiMode = (iFlags & O_CREAT) != 0 ? va_arg(oArguments, mode_t) : 0;
-    va_end(oArguments);
     const bool bIsReplaced = !g_oSeams.szDevMem.empty() && std::strcmp(pszPath, "/dev/mem") == 0;
     return __real_open(bIsReplaced ? g_oSeams.szDevMem.c_str() : pszPath, iFlags, uiMode);
 }
@@ -123,5 +107,4 @@ SEAM(Bool32, _Z14InitKRVLibraryv, void)
 {
     return g_oSeams.bIsInitFailing ? 0 : __real__Z14InitKRVLibraryv();
 }
-#undef SEAM
 }

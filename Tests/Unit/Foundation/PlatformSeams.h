@@ -1,4 +1,5 @@
-// What the tests make of the platform beneath the code that they test. A result of 0 means: make the real call.
+// What the tests make of the platform beneath the code that they test. Every seam goes through to the real call until
+// a test says otherwise: a result other than 0 is returned instead of making the call.
 #ifndef PLATFORM_SEAMS_H
 #define PLATFORM_SEAMS_H
 
@@ -15,18 +16,18 @@ extern "C" {
 struct SPlatformSeams
 {
     std::atomic<int> iInWait = 0; // threads inside a condition wait; counted while they hold the mutex
-    int iCondWaitResult = 0;      // results of the calls, without making them
-    int iCondTimedWaitResult = 0;
-    int iCondSignalResult = 0;
-    int iCondBroadcastResult = 0;
-    int iMutexInitResult = 0;
-    int iMutexTimedLockResult = 0;
+    int iCondWait = 0;
+    int iCondTimedWait = 0;
+    int iCondSignal = 0;
+    int iCondBroadcast = 0;
+    int iMutexDestroy = 0;
+    int iMutexInit = 0;
+    int iMutexTimedLock = 0;
     bool bIsInitFailing = false;
     std::function<int(timespec&)> pfnClock; // instead of the clocks
     timespec oDeadLine = {};                // of the last timed wait
-    int64_t iSleptUs = -1;                  // asked of usleep, which then returns at once
-    bool bIsSleeping = true;                // false: as above
-    std::string szDevMem;                   // file in the place of /dev/mem; "-" cannot be opened
+    int64_t iSleptUs = -1;                  // asked of usleep, which returns at once
+    std::string szDevMem;                   // file in the place of /dev/mem
     uint64_t uiMapOffset = 0;               // of the last mapping
     uint64_t uiMapLength = 0;
     uint64_t uiUnmapLength = 0;
@@ -35,14 +36,13 @@ struct SPlatformSeams
 extern SPlatformSeams g_oSeams;
 
 // Sets all back when a test ends.
-class CSeamsReset
+struct SSeamsReset
 {
-public:
-    CSeamsReset() = default;
-    ~CSeamsReset();
-    CSeamsReset(const CSeamsReset&) = delete;
-    CSeamsReset& operator=(const CSeamsReset&) = delete;
+    ~SSeamsReset();
 };
+
+// The clocks stand still at this moment.
+void StopClock(int64_t iSeconds, int64_t iNanoSeconds);
 
 // Returns when the counter has this value.
 void AwaitValue(const std::atomic<int>& roCounter, int iValue);
