@@ -1,5 +1,6 @@
 #include "ConsoleProcess.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -22,8 +23,55 @@ namespace
 
 constexpr std::chrono::seconds DEADLINE{30};
 constexpr std::string_view HOME = "\033[1;1H";
+constexpr std::string_view ERASE = "\033[K";
+constexpr std::string_view TIME_FORM = "xxx xxx #d dd:dd:dd dddd";
+
+// Eight fields a second: a busy machine does not make the tool miss one.
+constexpr char STREAM[] = "lock_group = \"all\"\ntiming = { h_active = 1920, h_front_porch = 88, h_sync = 44, "
+                          "h_back_porch = 148, v_active = 1080, v_front_porch = 4, v_sync = 5, v_back_porch = 36, "
+                          "pixel_clock_hz = 19800000, h_sync_positive = true }\nconnector = \"";
+constexpr char BLANKED_LATER[] = "[[chip.output.event]]\nkind = \"power_state\"\nat_s = 1.5\nstate = \"BLANKED\"\n";
+
+bool FitsTime(char cByte, char cForm)
+{
+    const bool bIsDigit = cByte >= '0' && cByte <= '9';
+    const bool bIsLetter = (cByte >= 'A' && cByte <= 'Z') || (cByte >= 'a' && cByte <= 'z');
+    return cForm == 'd'   ? bIsDigit
+           : cForm == 'x' ? bIsLetter
+           : cForm == '#' ? bIsDigit || cByte == ' '
+                          : cByte == cForm;
+}
 
 } // namespace
+
+std::string Scenario(int iNbOfInputs, int iNbOfOutputs)
+{
+    std::string szScenario = "[[chip]]\n[[chip.lock_group]]\nname = \"all\"\n";
+    for (int iIn = 0; iIn < iNbOfInputs; ++iIn)
+    {
+        szScenario += std::string("[[chip.input]]\n") + STREAM + "IN%n%s " + std::to_string(iIn) + "\"\n";
+    }
+    for (int iOut = 0; iOut < iNbOfOutputs; ++iOut)
+    {
+        szScenario += std::string("[[chip.output]]\n") + STREAM + "OUT%n%s " + std::to_string(iOut) + "\"\n" +
+                      (iOut == 0 ? BLANKED_LATER : "");
+    }
+    return szScenario;
+}
+
+std::string Plain(const std::string& szOutput)
+{
+    std::string szPlain;
+    for (std::string_view szRest = szOutput; !szRest.empty();)
+    {
+        const std::string_view szHead = szRest.substr(0, TIME_FORM.size());
+        const bool bIsTime = std::ranges::equal(szHead, TIME_FORM, FitsTime);
+        const bool bIsErase = szRest.starts_with(ERASE);
+        szPlain += bIsTime ? "<time>" : bIsErase ? "" : szRest.substr(0, 1);
+        szRest.remove_prefix(bIsTime ? TIME_FORM.size() : bIsErase ? ERASE.size() : 1);
+    }
+    return szPlain;
+}
 
 CConsoleProcess::CConsoleProcess(const SConsoleSetup& roSetup)
     : m_poEmulator(vterm_new(roSetup.uiRows, roSetup.uiColumns))

@@ -15,6 +15,13 @@
 
 #include <vterm.h>
 
+// A simulated board of streams in lock, with connectors that no format may swallow: "IN%n%s 0", "OUT%n%s 0" and so on.
+// Ends in the table of the last stream.
+std::string Scenario(int iNbOfInputs, int iNbOfOutputs);
+
+// What was printed, without the erasing of line ends, and with "<time>" in the place of every time.
+std::string Plain(const std::string& szOutput);
+
 struct SConsoleSetup
 {
     std::vector<std::string> aszArguments{};
