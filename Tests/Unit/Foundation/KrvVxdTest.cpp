@@ -21,32 +21,15 @@ struct STemporaryFolder
     std::filesystem::path oPath;
 };
 
-void WriteFile(const std::filesystem::path& roPath, const std::string& roText)
-{
-    std::filesystem::create_directories(roPath.parent_path());
-    std::ofstream(roPath) << roText;
-}
-
-// A bus of functions as the kernel shows them.
-void WriteBus(const std::filesystem::path& roPath, std::initializer_list<const char*> apszFunctions)
-{
-    for (const std::string szFunction : apszFunctions)
-    {
-        for (const char* pszFile : {"irq", "vendor", "device", "class", "resource"})
-        {
-            WriteFile(roPath / "devices" / szFunction / pszFile, "0x0 0x0 0x0\n");
-        }
-    }
-}
-
+// A bus whose functions are the names in this folder.
 auto UsingBus(const std::filesystem::path& roPath)
 {
-    return [szPath = roPath.string()](pci_access& roAccess)
+    return [szPath = roPath.string()](pci_access& roAccess) mutable
     {
-        roAccess.method = PCI_ACCESS_SYS_BUS_PCI;
         char szName[] = "sysfs.path";
-        std::string szValue = szPath;
-        pci_set_param(&roAccess, szName, szValue.data());
+        pci_set_param(&roAccess, szName, szPath.data());
+        roAccess.method = PCI_ACCESS_SYS_BUS_PCI;
+        roAccess.buscentric = 1;
     };
 }
 
@@ -61,7 +44,8 @@ TEST(KrvVxdPci, HandleFindsItsFunctionInAnyDomainAndNullWhereThereIsNoBus)
     g_oSeams.pfnPciAlloc = UsingBus(oFolder.oPath); // cannot read the bus
     EXPECT_EQ(KrvVxdPciLibConvertHandle(0xFFFF), nullptr);
 
-    WriteBus(oFolder.oPath, {"0000:03:02.1", "0001:ff:1f.7"});
+    std::filesystem::create_directories(oFolder.oPath / "devices/0000:03:02.1");
+    std::filesystem::create_directories(oFolder.oPath / "devices/0001:ff:1f.7");
     const pci_dev* const poDevice = KrvVxdPciLibConvertHandle((3 << 8) | (2 << 3) | 1);
     ASSERT_NE(poDevice, nullptr) << "the next call tries again";
     EXPECT_EQ(poDevice->bus, 3);
@@ -78,7 +62,7 @@ TEST(KrvVxdMemory, MappingReachesTheAddressAndIsRoundedUp)
     const STemporaryFolder oFolder;
     g_oSeams.szDevMem = oFolder.oPath / "mem";
     EXPECT_EQ(memMap(0x1000, 1), nullptr) << "it cannot be opened";
-    WriteFile(g_oSeams.szDevMem, std::string(0x1800, 'a') + std::string(0x1800, 'b'));
+    std::ofstream(g_oSeams.szDevMem) << std::string(0x1800, 'a') + std::string(0x1800, 'b');
     EXPECT_EQ(memMap64(0x1000, 0, 0), nullptr) << "there is nothing to map";
 
     auto* const pcOther = static_cast<char*>(memMap(0x17FF, 1));

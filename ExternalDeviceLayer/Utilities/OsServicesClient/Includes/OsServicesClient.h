@@ -25,7 +25,7 @@ using HNonPagedMem = struct SNonPagedMemHandle*;
 using PfnCpuThreadFunction = uint32_t (*)(void* pvUserData);
 
 // The time-out that never ends.
-constexpr uint32_t OsServices_INFINITE = 0xFFFFFFFFu;
+inline constexpr uint32_t OsServices_INFINITE = 0xFFFFFFFFu;
 
 // ---- the layer below
 Bool32 OsServices_Initialize();

@@ -55,12 +55,15 @@ void OsServices_GetProcessName(int iPid, char* pszName, uint32_t uiSize)
     }
 }
 
-// Returns the length of the line, also of what found no room.
-uint32_t WriteProcessLine(int iPid, char* pszDest, uint32_t uiDestSize)
+// Appends the name as a line behind uiLength characters, as far as there is room. Returns the length that the text
+// would have with all of it.
+uint32_t AppendProcessLine(int iPid, char* pszText, uint32_t uiTextSize, uint32_t uiLength)
 {
     char szName[uiNameSize + 1] = {}; // the last one stays the terminator of a name that fills the rest
     OsServices_GetProcessName(iPid, szName, uiNameSize);
-    return static_cast<uint32_t>(std::snprintf(pszDest, uiDestSize, "%s\n", szName));
+    const uint32_t uiRoom = uiLength < uiTextSize ? uiTextSize - uiLength : 0;
+    char* const pszDest = uiRoom > 0 ? pszText + uiLength : nullptr;
+    return uiLength + static_cast<uint32_t>(std::snprintf(pszDest, uiRoom, "%s\n", szName));
 }
 
 } // namespace
@@ -72,11 +75,11 @@ VtStatus OsServices_GetProcessStack(char* pszProcessStack, uint32_t uiBufferSize
         return VtStatus_INVALID_PARAM;
     }
     int iPid = getpid();
-    uint32_t uiLength = WriteProcessLine(iPid, pszProcessStack, uiBufferSize);
-    while (iPid >= 2 && uiLength + 1 < uiBufferSize)
+    uint32_t uiLength = AppendProcessLine(iPid, pszProcessStack, uiBufferSize, 0);
+    do
     {
         iPid = OsServices_GetParentPid(iPid);
-        uiLength += WriteProcessLine(iPid, pszProcessStack + uiLength, uiBufferSize - uiLength);
-    }
+        uiLength = AppendProcessLine(iPid, pszProcessStack, uiBufferSize, uiLength);
+    } while (iPid >= 2 && uiLength + 1 < uiBufferSize);
     return VtStatus_INVALID_PARAM; // so also when all went well
 }
