@@ -1,0 +1,79 @@
+# Makes the guest's kernel out of Debian's packages: the image and the modules as they are, vkms (which no Debian kernel
+# has) twice, under two names, out of the matching source. Nothing of it is committed; everything is kept in build/guest.
+
+# Prints the dependencies of a package that match a pattern, one a line.
+dependencies() { apt-cache depends "$1" 2>/dev/null | sed -n "s/^ *Depends: \($2\)\$/\1/p"; }
+
+# Downloads the packages of the kernel that the distribution has now into szArchives. All must be of one version.
+download_kernel() {
+    local szHeaders szPackage
+    szHeaders=$(dependencies linux-headers-amd64 'linux-headers-.*')
+    for szPackage in "$szImage" "$szHeaders" "$(dependencies "$szHeaders" 'linux-headers-.*-common')" \
+            "$(dependencies "$szHeaders" 'linux-kbuild-.*')" "$(dependencies linux-source 'linux-source-.*')"; do
+        [ -n "$szPackage" ] || return 1
+        (cd "$szArchives" && apt-get download -q "$szPackage=$szVersion" >/dev/null 2>&1) || return 1
+    done
+}
+
+# build_vkms <module name> <folder of the headers>: builds the driver so that it comes up under that name.
+build_vkms() {
+    local szName=$1 szDir="$szWork/$1"
+    cp -r "$szWork"/linux-source-*/drivers/gpu/drm/vkms "$szDir"
+    sed -i "s/^#define DRIVER_NAME.*/#define DRIVER_NAME \"$szName\"/" "$szDir/vkms_drv.c"
+    sed -i "s/vkms-y/$szName-y/; s/vkms\.o/$szName.o/" "$szDir/Makefile"
+    nice make -C "$2" "M=$szDir" CONFIG_DRM_VKMS=m modules >"$szWork/$szName.log" 2>&1 || return 1
+    strip --strip-debug "$szDir/$szName.ko"
+    cp "$szDir/$szName.ko" "$szKernel/"
+}
+
+# Unpacks image, headers and the one folder of the source, and leaves kernel, modules and load orders in szKernel.
+unpack_kernel() {
+    local szPackage szHeaders szName
+    for szPackage in "$szArchives"/linux-{image,headers,kbuild}*.deb; do
+        dpkg -x "$szPackage" "$szWork/root" || return 1
+    done
+    dpkg --fsys-tarfile "$szArchives"/linux-source-*.deb | tar -xO --wildcards '*/linux-source-*.tar.xz' |
+        tar -xJ -C "$szWork" --wildcards 'linux-source-*/drivers/gpu/drm/vkms/*' || return 1
+    szHeaders=$(find "$szWork/root/usr/src" -maxdepth 1 -name 'linux-headers-*' ! -name '*-common')
+    # The headers point at each other by absolute paths, as if they were installed.
+    sed -i "s#\(/usr/\(src\|lib\)/linux-\)#$szWork/root\1#g" "$szHeaders/Makefile"
+    build_vkms vkms "$szHeaders" && build_vkms vkms2 "$szHeaders" || return 1
+    cp "$szWork"/root/boot/vmlinuz-* "$szKernel/vmlinuz"
+    pack_modules
+}
+
+# Copies what the drivers need, and writes for each driver the order in which its modules are loaded.
+pack_modules() {
+    local szTree=$szWork/root szRelease szDriver szFile
+    [ -d "$szTree/lib" ] || szTree=$szWork/root/usr
+    szRelease=$(basename "$szTree"/lib/modules/*)
+    depmod -b "$szTree" "$szRelease" 2>/dev/null
+    for szDriver in vivid bochs drm_shmem_helper drm_kms_helper; do
+        modprobe -d "$szTree" -S "$szRelease" --show-depends "$szDriver" | sed -n 's/^insmod \([^ ]*\).*/\1/p' |
+            while read -r szFile; do
+                cp -n "$szFile" "$szKernel/" && basename "$szFile"
+            done >"$szKernel/$szDriver.order"
+        [ -s "$szKernel/$szDriver.order" ] || return 1
+    done
+}
+
+# Leaves the kernel in szKernel, from the cache if it is there. Returns 1 when the archive does not give it.
+prepare_kernel() {
+    szImage=$(dependencies linux-image-amd64 'linux-image-.*')
+    szVersion=$(apt-cache policy "${szImage:-none}" 2>/dev/null | sed -n 's/^ *Candidate: //p')
+    if [ -z "$szVersion" ] || [ "$szVersion" = "(none)" ]; then
+        return 1
+    fi
+    szKernel="$szCache/$szVersion"
+    [ -f "$szKernel/complete" ] && return 0
+    szArchives="$szCache/archives"
+    szWork="$szCache/work"
+    rm -rf "$szWork" "$szArchives" "$szKernel"
+    mkdir -p "$szWork" "$szArchives" "$szKernel"
+    say "downloading the kernel ($szVersion)"
+    download_kernel || return 1
+    say "building vkms"
+    unpack_kernel || die "vkms could not be built; see $szWork"
+    rm -rf "$szWork" "$szArchives"
+    touch "$szKernel/complete"
+}
