@@ -3,7 +3,7 @@
  * one after the other:
  *   node <node>                  opens a capture node; later orders are for it
  *   timings <w> <h> <p|i> <hz>   sets the digital timings that the driver lists under this size and field rate
- *   field <none|alternate>       sets how fields come
+ *   field <none|alternate|interlaced>  sets how fields come
  *   control <name> <value>       sets a control by its name
  *   stream <ms> <hold ms>        captures, keeping each buffer for a while, and prints what came
  *   format                       prints the format
@@ -85,7 +85,9 @@ void PrintFormat()
 void SetField(const std::string& rszField)
 {
     v4l2_format oFormat = Format();
-    oFormat.fmt.pix.field = rszField == "alternate" ? V4L2_FIELD_ALTERNATE : V4L2_FIELD_NONE;
+    oFormat.fmt.pix.field = rszField == "alternate"    ? V4L2_FIELD_ALTERNATE
+                            : rszField == "interlaced" ? V4L2_FIELD_INTERLACED
+                                                       : V4L2_FIELD_NONE;
     Do(VIDIOC_S_FMT, &oFormat, "VIDIOC_S_FMT");
     PrintFormat();
 }

@@ -108,7 +108,9 @@ bool HasVblank(const CKmsCard& roCard, const std::string& szConnector)
 void AddOutput(SDeviceList& roList, udev_device* poDevice)
 {
     udev_device* poCard = udev_device_get_parent(poDevice); // owned by poDevice
-    if (!Has(poDevice, "status", "connected") || !Has(poDevice, "enabled", "enabled") || poCard == nullptr)
+    const bool bActive =
+        Has(poDevice, "status", "connected") && Has(poDevice, "enabled", "enabled") && Has(poDevice, "dpms", "On");
+    if (!bActive || poCard == nullptr)
         return;
     const std::string szSysName = udev_device_get_sysname(poDevice);
     SOutputSource oSource;

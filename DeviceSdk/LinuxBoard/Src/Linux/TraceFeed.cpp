@@ -61,7 +61,6 @@ bool CTraceFeed::OpenOwn(const std::string& szVideo)
 {
     if (!IsPossible(szVideo))
         return false;
-    TraceInstance_RemoveAbandoned();
     int iPipe = -1;
     m_poInstance = TraceInstance_Create(szVideo.c_str(), m_uiMinor, &iPipe);
     m_oPipe = CFileDescriptor(iPipe);

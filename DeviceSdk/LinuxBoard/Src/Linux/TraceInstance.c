@@ -3,8 +3,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
-#include <stdatomic.h>
 #include <stdio.h>
 #include <string.h>
 #include <tracefs.h>
@@ -16,13 +16,19 @@ enum
     uiNameSize = 128
 };
 
+/* libtracefs keeps what it has found in variables of its own and promises nothing for several threads. */
+static pthread_mutex_t g_oMutex = PTHREAD_MUTEX_INITIALIZER;
+
 const char* TraceInstance_Directory(void)
 {
     const char* szDirectory = NULL;
-    return tracefs_tracing_dir_is_mounted(false, &szDirectory) > 0 ? szDirectory : NULL;
+    pthread_mutex_lock(&g_oMutex);
+    const int iMounted = tracefs_tracing_dir_is_mounted(false, &szDirectory);
+    pthread_mutex_unlock(&g_oMutex);
+    return iMounted > 0 ? szDirectory : NULL;
 }
 
-void TraceInstance_Destroy(struct tracefs_instance* poInstance)
+static void Destroy(struct tracefs_instance* poInstance)
 {
     if (poInstance == NULL)
         return;
@@ -31,13 +37,12 @@ void TraceInstance_Destroy(struct tracefs_instance* poInstance)
     tracefs_instance_free(poInstance);
 }
 
-struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe)
+static struct tracefs_instance* Create(const char* szVideo, unsigned int uiMinor, int* piPipe)
 {
-    static atomic_uint s_uiCount;
+    static unsigned int s_uiCount;
     char szName[uiNameSize];
     char szFilter[uiNameSize];
-    snprintf(szName, sizeof(szName), TRACE_INSTANCE_PREFIX "%d-%s-%u", getpid(), szVideo,
-             atomic_fetch_add(&s_uiCount, 1U));
+    snprintf(szName, sizeof(szName), TRACE_INSTANCE_PREFIX "%d-%s-%u", getpid(), szVideo, s_uiCount++);
     snprintf(szFilter, sizeof(szFilter), "minor == %u", uiMinor);
     struct tracefs_instance* poInstance = tracefs_instance_create(szName);
     if (poInstance == NULL)
@@ -53,7 +58,7 @@ struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int 
     if (*piPipe >= 0)
         close(*piPipe);
     *piPipe = -1;
-    TraceInstance_Destroy(poInstance);
+    Destroy(poInstance);
     return NULL;
 }
 
@@ -67,11 +72,22 @@ static int RemoveIfAbandoned(const char* szName, void* pvContext)
     if (kill(iPid, 0) == 0 || errno != ESRCH)
         return 0;
     /* The process may live in a container that counts processes anew; then the kernel refuses, for it is in use. */
-    TraceInstance_Destroy(tracefs_instance_create(szName));
+    Destroy(tracefs_instance_create(szName));
     return 0;
 }
 
-void TraceInstance_RemoveAbandoned(void)
+struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe)
 {
+    pthread_mutex_lock(&g_oMutex);
     tracefs_instances_walk(RemoveIfAbandoned, NULL);
+    struct tracefs_instance* poInstance = Create(szVideo, uiMinor, piPipe);
+    pthread_mutex_unlock(&g_oMutex);
+    return poInstance;
+}
+
+void TraceInstance_Destroy(struct tracefs_instance* poInstance)
+{
+    pthread_mutex_lock(&g_oMutex);
+    Destroy(poInstance);
+    pthread_mutex_unlock(&g_oMutex);
 }

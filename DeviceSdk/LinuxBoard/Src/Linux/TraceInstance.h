@@ -1,36 +1,33 @@
 /*
  * A private instance of the kernel's trace that records the dequeued buffers of one video node. In C, because the
- * header of libtracefs is not C++ everywhere. Entered by any thread; an instance belongs to one thread at a time.
+ * header of libtracefs is not C++ everywhere. Thread-safe; creating and destroying take a lock, reading takes none.
  */
 #ifndef LINUX_BOARD_TRACE_INSTANCE_H
 #define LINUX_BOARD_TRACE_INSTANCE_H
 
 #ifdef __cplusplus
-extern "C"
-{
+extern "C" {
 #endif
 
 #define TRACE_INSTANCE_PREFIX "vtvideomonitor-"
 #define TRACE_INSTANCE_SYSTEM "v4l2"
 #define TRACE_INSTANCE_EVENT "v4l2_dqbuf"
 
-    struct tracefs_instance;
+struct tracefs_instance;
 
-    /* The directory of the trace file system; null when it is not mounted, for mounting it is not ours to do. */
-    const char* TraceInstance_Directory(void);
+/* The directory of the trace file system; null when it is not mounted, for mounting it is not ours to do. */
+const char* TraceInstance_Directory(void);
 
-    /*
-     * Creates "<prefix><process>-<szVideo>-<number>" for the node with this minor number.
-     *   piPipe  out  the instance's pipe of text, to be closed by the caller before the instance is destroyed
-     * Null on failure, with nothing left behind.
-     */
-    struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe);
+/*
+ * Removes what processes that were killed have left behind, and creates "<prefix><process>-<szVideo>-<number>" for the
+ * node with this minor number.
+ *   piPipe  out  the instance's pipe of text, to be closed by the caller before the instance is destroyed
+ * Null on failure, with nothing left behind.
+ */
+struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe);
 
-    /* Removes the instance from the kernel. Null is allowed. */
-    void TraceInstance_Destroy(struct tracefs_instance* poInstance);
-
-    /* Removes what processes that were killed have left behind. */
-    void TraceInstance_RemoveAbandoned(void);
+/* Removes the instance from the kernel. Null is allowed. */
+void TraceInstance_Destroy(struct tracefs_instance* poInstance);
 
 #ifdef __cplusplus
 } /* extern "C" */

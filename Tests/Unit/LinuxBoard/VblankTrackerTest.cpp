@@ -1,0 +1,93 @@
+#include "VblankTracker.h"
+#include "HandleTable.h"
+
+#include <gtest/gtest.h>
+
+using namespace LinuxBoard;
+
+namespace
+{
+
+uint64_t QueueAll(CVblankTracker& roTracker)
+{
+    uint64_t uiLast = 0;
+    for (uint64_t uiNext = roTracker.NextToQueue(); uiNext != 0; uiNext = roTracker.NextToQueue())
+        roTracker.Queued(uiLast = uiNext);
+    return uiLast;
+}
+
+} // namespace
+
+TEST(VblankTracker, KeepsTheQueueFullAndDropsWhatDoesNotIncrease)
+{
+    CVblankTracker oTracker;
+    SFieldStart oField;
+    EXPECT_FALSE(oTracker.Accept(5, 50)) << "before the numbering is known";
+    oTracker.Start(100);
+    EXPECT_GE(QueueAll(oTracker), 108U) << "eight or more ahead";
+    EXPECT_FALSE(oTracker.Take(oField)) << "the start is no field";
+    oTracker.EventCame(101, 101);
+    EXPECT_TRUE(oTracker.Accept(101, 1000));
+    EXPECT_TRUE(oTracker.Accept(102, 2000));
+    EXPECT_FALSE(oTracker.Accept(102, 2500));
+    EXPECT_FALSE(oTracker.Accept(103, 2000));
+    ASSERT_TRUE(oTracker.Take(oField));
+    EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
+    EXPECT_EQ(oField.uiTickNs, 2000U);
+    EXPECT_FALSE(oTracker.Take(oField));
+}
+
+TEST(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
+{
+    CVblankTracker oTracker;
+    oTracker.Start(100);
+    const uint64_t uiLast = QueueAll(oTracker);
+    EXPECT_EQ(oTracker.NextToQueue(), 0U);
+    for (uint64_t uiAsked = 101; uiAsked <= uiLast; uiAsked++)
+        oTracker.EventCame(uiAsked, 100);
+    EXPECT_TRUE(oTracker.IsQueueSpent());
+    EXPECT_EQ(oTracker.NextToQueue(), 101U);
+}
+
+TEST(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
+{
+    CVblankTracker oTracker;
+    SFieldStart oField;
+    oTracker.Start(100);
+    oTracker.Accept(101, 1000);
+    oTracker.Start(7);
+    EXPECT_EQ(oTracker.NextToQueue(), 8U);
+    EXPECT_TRUE(oTracker.Accept(8, 2000));
+    ASSERT_TRUE(oTracker.Take(oField));
+    EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
+}
+
+TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)
+{
+    CSetBufferEstimate oEstimate;
+    for (const uint32_t uiFramebufferId : {3U, 3U, 4U, 0U, 4U, 3U, 3U})
+        oEstimate.Sample(uiFramebufferId);
+    EXPECT_EQ(oEstimate.Count(), 2U);
+    EXPECT_EQ(CSetBufferEstimate::SampleMomentNs(1000, 20000000), 12001000U);
+}
+
+TEST(HandleTable, KnowsNoStaleOrInventedHandle)
+{
+    using CTable = CHandleTable<int*, int>;
+    CTable oTable;
+    auto poFirst = std::make_unique<int>(1);
+    const int* const piFirst = poFirst.get();
+    int* hFirst = oTable.Add(std::move(poFirst));
+    EXPECT_EQ(oTable.Find(hFirst), piFirst);
+    EXPECT_TRUE(oTable.Remove(hFirst));
+    EXPECT_FALSE(oTable.Remove(hFirst));
+    int* hSecond = oTable.Add(std::make_unique<int>(2));
+    EXPECT_NE(hSecond, hFirst);
+    for (int* hBad : {hFirst, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})
+        EXPECT_EQ(oTable.Find(hBad), nullptr);
+    for (size_t uiSlot = 1; uiSlot < CTable::msc_uiSlots; uiSlot++)
+        ASSERT_NE(oTable.Add(std::make_unique<int>(0)), nullptr);
+    EXPECT_EQ(oTable.Add(std::make_unique<int>(0)), nullptr);
+    oTable.Clear();
+    EXPECT_EQ(oTable.Find(hSecond), nullptr);
+}
