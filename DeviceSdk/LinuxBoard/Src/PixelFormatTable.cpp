@@ -12,30 +12,30 @@ namespace
 
 struct SPixelFormat
 {
-    VtPixelFormat eFormat;
     const char* szName;
-    bool bYuv;
+    VtPixelFormat eFormat;
     uint32_t uiV4l2;
     uint32_t uiDrm;
+    bool bYuv;
 };
 
 // The kernel's two sets of codes name RGB from opposite ends: V4L2 in the order of the bytes in memory, DRM in the
 // order of the bits of a little-endian word.
 constexpr SPixelFormat aoPixelFormats[] = {
-    {VtPixelFormat_UNKOWN, "VtPixelFormat_UNKOWN", false, 0, 0},
-    {VtPixelFormat_YUV422_YUYV, "VtPixelFormat_YUV422_YUYV", true, V4L2_PIX_FMT_YUYV, DRM_FORMAT_YUYV},
-    {VtPixelFormat_YUV422_UYVY, "VtPixelFormat_YUV422_UYVY", true, V4L2_PIX_FMT_UYVY, DRM_FORMAT_UYVY},
-    {VtPixelFormat_YUV422_V210, "VtPixelFormat_YUV422_V210", true, v4l2_fourcc('v', '2', '1', '0'), 0},
-    {VtPixelFormat_YUV420_NV12, "VtPixelFormat_YUV420_NV12", true, V4L2_PIX_FMT_NV12, DRM_FORMAT_NV12},
-    {VtPixelFormat_RGB888, "VtPixelFormat_RGB888", false, V4L2_PIX_FMT_BGR24, DRM_FORMAT_RGB888},
-    {VtPixelFormat_BGR888, "VtPixelFormat_BGR888", false, V4L2_PIX_FMT_RGB24, DRM_FORMAT_BGR888},
-    {VtPixelFormat_XRGB8888, "VtPixelFormat_XRGB8888", false, V4L2_PIX_FMT_XBGR32, DRM_FORMAT_XRGB8888},
-    {VtPixelFormat_ARGB8888, "VtPixelFormat_ARGB8888", false, V4L2_PIX_FMT_ABGR32, DRM_FORMAT_ARGB8888},
-    {VtPixelFormat_XBGR8888, "VtPixelFormat_XBGR8888", false, V4L2_PIX_FMT_RGBX32, DRM_FORMAT_XBGR8888},
-    {VtPixelFormat_RGB565, "VtPixelFormat_RGB565", false, V4L2_PIX_FMT_RGB565, DRM_FORMAT_RGB565},
-    {VtPixelFormat_XRGB2101010, "VtPixelFormat_XRGB2101010", false, 0, DRM_FORMAT_XRGB2101010},
-    {VtPixelFormat_GREY8, "VtPixelFormat_GREY8", false, V4L2_PIX_FMT_GREY, DRM_FORMAT_R8},
-    {VtPixelFormat_MJPEG, "VtPixelFormat_MJPEG", true, V4L2_PIX_FMT_MJPEG, 0},
+    {"VtPixelFormat_UNKOWN", VtPixelFormat_UNKOWN, 0, 0, false},
+    {"VtPixelFormat_YUV422_YUYV", VtPixelFormat_YUV422_YUYV, V4L2_PIX_FMT_YUYV, DRM_FORMAT_YUYV, true},
+    {"VtPixelFormat_YUV422_UYVY", VtPixelFormat_YUV422_UYVY, V4L2_PIX_FMT_UYVY, DRM_FORMAT_UYVY, true},
+    {"VtPixelFormat_YUV422_V210", VtPixelFormat_YUV422_V210, v4l2_fourcc('v', '2', '1', '0'), 0, true},
+    {"VtPixelFormat_YUV420_NV12", VtPixelFormat_YUV420_NV12, V4L2_PIX_FMT_NV12, DRM_FORMAT_NV12, true},
+    {"VtPixelFormat_RGB888", VtPixelFormat_RGB888, V4L2_PIX_FMT_BGR24, DRM_FORMAT_RGB888, false},
+    {"VtPixelFormat_BGR888", VtPixelFormat_BGR888, V4L2_PIX_FMT_RGB24, DRM_FORMAT_BGR888, false},
+    {"VtPixelFormat_XRGB8888", VtPixelFormat_XRGB8888, V4L2_PIX_FMT_XBGR32, DRM_FORMAT_XRGB8888, false},
+    {"VtPixelFormat_ARGB8888", VtPixelFormat_ARGB8888, V4L2_PIX_FMT_ABGR32, DRM_FORMAT_ARGB8888, false},
+    {"VtPixelFormat_XBGR8888", VtPixelFormat_XBGR8888, V4L2_PIX_FMT_RGBX32, DRM_FORMAT_XBGR8888, false},
+    {"VtPixelFormat_RGB565", VtPixelFormat_RGB565, V4L2_PIX_FMT_RGB565, DRM_FORMAT_RGB565, false},
+    {"VtPixelFormat_XRGB2101010", VtPixelFormat_XRGB2101010, 0, DRM_FORMAT_XRGB2101010, false},
+    {"VtPixelFormat_GREY8", VtPixelFormat_GREY8, V4L2_PIX_FMT_GREY, DRM_FORMAT_R8, false},
+    {"VtPixelFormat_MJPEG", VtPixelFormat_MJPEG, V4L2_PIX_FMT_MJPEG, 0, true},
 };
 static_assert(std::size(aoPixelFormats) == VtPixelFormat_MJPEG + 1, "one row a format");
 

@@ -29,12 +29,12 @@ using CFramebuffer = CDrmPointer<drmModeFB2, drmModeFreeFB2>;
 using CProperty = CDrmPointer<drmModePropertyRes, drmModeFreeProperty>;
 
 // libdrm hands events to a plain function, whose only argument of ours is a number of 64 bits that we need otherwise.
-thread_local CVblankTracker* t_poTracker = nullptr;
+thread_local CVblankTracker* g_poTracker = nullptr;
 
 void OnSequence(int /*iFd*/, uint64_t uiSequence, uint64_t uiStampNs, uint64_t uiAskedSequence)
 {
-    t_poTracker->EventCame(uiAskedSequence, uiSequence);
-    t_poTracker->Accept(uiSequence, uiStampNs);
+    g_poTracker->EventCame(uiAskedSequence, uiSequence);
+    g_poTracker->Accept(uiSequence, uiStampNs);
 }
 
 } // namespace
@@ -148,14 +148,14 @@ void CKmsCard::ReadEvents(CVblankTracker& roTracker) const
     drmEventContext oContext{};
     oContext.version = 4;
     oContext.sequence_handler = OnSequence;
-    t_poTracker = &roTracker;
+    g_poTracker = &roTracker;
     std::array<pollfd, 1> aoPolled = {{{Fd(), POLLIN, 0}}};
     while (poll(aoPolled.data(), aoPolled.size(), 0) > 0 && (aoPolled[0].revents & POLLIN) != 0)
     {
         if (drmHandleEvent(Fd(), &oContext) != 0)
             break;
     }
-    t_poTracker = nullptr;
+    g_poTracker = nullptr;
 }
 
 } // namespace LinuxBoard
