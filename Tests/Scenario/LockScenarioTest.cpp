@@ -152,9 +152,9 @@ TEST(LockScenario, ReportSaysWhatTheTruthSays)
         {szLocked + "5000", szLocked + "5300",
          // Drifts through the lines of the others, from ahead of them.
          "standard = '1080p60'\nppm = -2\nphase_ticks = 1000",
-         szLocked + "5010\nevent = [{ kind = 'phase_step', at_fields = 600, step_ticks = 2000 }]",
-         szLocked + "4990\nevent = [{ kind = 'lock_lost', at_fields = 200, for_fields = 100, ppm = 40 }]",
-         szLocked + "5000\nevent = [{ kind = 'signal_loss', at_fields = 240, for_fields = 60 }]",
+         szLocked + "5010\nevent = [{ kind = 'phase_step', at_field = 600, step_ticks = 2000 }]",
+         szLocked + "4990\nevent = [{ kind = 'lock_lost', at_field = 200, for_fields = 100, ppm = 40 }]",
+         szLocked + "5000\nevent = [{ kind = 'signal_loss', at_field = 240, for_fields = 60 }]",
          "standard = '1080i60'\nlock_group = 'house'\nphase_ticks = 4700",
          "standard = '1080p30'\nlock_group = 'house'\nphase_ticks = 5000"});
     const struct

@@ -1,39 +1,33 @@
 // The genlock report, block by block and character by character. A line has 1470 ticks of 10 ns.
 #include "GenLockDisplay.h"
 
+#include <regex>
+#include <tuple>
+
 #include "LockTestStreams.h"
 
 namespace
 {
 
+// What the terminal gets, with a '|' for the sequence that erases a line's tail, with which every message begins.
 std::string Display(SLockTestStreams& roStreams, uint32_t uiThresholdMode, uint32_t uiDisplayMode,
                     Bool32 bIsVideoIn = 1)
 {
-    return CaptureTerminal(
-        [&]
-        {
-            DisplayGenLock(roStreams.Count(), bIsVideoIn, uiDisplayMode, uiThresholdMode, roStreams.daoData.data(),
-                           roStreams.dauiLast.data());
-        });
+    testing::internal::CaptureStdout();
+    DisplayGenLock(roStreams.uiCount, bIsVideoIn, uiDisplayMode, uiThresholdMode, roStreams.daoData.data(),
+                   roStreams.dauiLast.data());
+    return std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("\033\\[K"), "|");
 }
-
-} // namespace
 
 TEST(GenLockDisplay, TimesScaleAtTheirBorders)
 {
-    const struct
+    std::string szTexts;
+    for (const int64_t iTimeNs : {0L, 99999L, 100000L, 100999L, 99999999L, 100000000L, -99999L, -100000L, -150999L,
+                                  -99999999L, -100000000L, 4294967296000000L})
     {
-        int64_t iTimeNs;
-        const char* szText;
-    } aoRow[] = {
-        {0, "0 ns"},           {99999, "99999 ns"},      {100999, "100 us"},      {99999999, "99999 us"},
-        {100000000, "100 ms"}, {-99999, "-99999 ns"},    {-100000, "-100 us"},    {-150999, "-150 us"},
-        {100000, "100 us"},    {-99999999, "-99999 us"}, {-100000000, "-100 ms"}, {4294967296000000, "4294967296 ms"},
-    };
-    for (const auto& roRow : aoRow)
-    {
-        EXPECT_EQ(std::to_string(TimeConvertValue(roRow.iTimeNs)) + " " + TimeConvertUnit(roRow.iTimeNs), roRow.szText);
+        szTexts += std::to_string(TimeConvertValue(iTimeNs)) + TimeConvertUnit(iTimeNs) + " ";
     }
+    EXPECT_EQ(szTexts, "0ns 99999ns 100us 100us 99999us 100ms -99999ns -100us -150us -99999us -100ms 4294967296ms ");
 }
 
 TEST(GenLockDisplay, GroupsUnlockedAndIdleStreamsFillTheirLines)
@@ -58,22 +52,9 @@ TEST(GenLockDisplay, GroupsUnlockedAndIdleStreamsFillTheirLines)
 )");
     // Nobody has delivered anything since.
     EXPECT_EQ(Display(oStreams, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED, 0),
-              R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
-|    [OUT_00] Idle|
-|    [OUT_01] Idle|
-|    [OUT_02] Idle|
-|    [OUT_03] Idle|
-|
-|FRAMELOCK DETAILS:
-|   No detailed information to display
-|
-|
-|
-|
-|
-|
-|
-)");
+              "|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):\n|    [OUT_00] Idle|\n|    [OUT_01] Idle|\n|    [OUT_02] Idle|\n"
+              "|    [OUT_03] Idle|\n|\n|FRAMELOCK DETAILS:\n|   No detailed information to display\n"
+              "|\n|\n|\n|\n|\n|\n|\n");
 }
 
 TEST(GenLockDisplay, ChainIsFollowedInOnePass)
@@ -81,56 +62,43 @@ TEST(GenLockDisplay, ChainIsFollowedInOnePass)
     // Neighbours 0 - 3 - 2 - 1 are 1000 ticks apart: pair (1, 2) comes before 2 has joined.
     SLockTestStreams oStreams({0, 3000, 2000, 1000});
     EXPECT_EQ(Display(oStreams, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_SUMMARY),
-              R"(|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):
-|    [|IN_00|, IN_02|, IN_03|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|
-|    [|IN_01|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|
-|
-|
-|
-|
-)");
+              "|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):\n"
+              "|    [|IN_00|, IN_02|, IN_03|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|\n"
+              "|    [|IN_01|] Locked : 0.68 line = 10000 ns (threshold 14700 ns)|\n|\n|\n|\n|\n");
 }
 
 TEST(GenLockDisplay, ThresholdsPluralsAndGuardsOfTwoStreams)
 {
-    const struct
+    constexpr uint32_t MHZ100 = 100000000;
+    // Offset, threshold mode, tick frequency, line frequency; header and verdict.
+    using Row = std::tuple<uint64_t, uint32_t, uint32_t, uint32_t, const char*, std::string>;
+    for (const auto& [uiOffset, uiMode, uiTickRefFreq, uiHRate_KHz, szLines, szVerdict] : std::vector<Row>{
+             {1470, GENLOCK_THRESHOLD_1, MHZ100, 68, "1 LINE", ""},
+             {1469, GENLOCK_THRESHOLD_1, MHZ100, 68, "1 LINE", "0.99 line = 14690 ns (threshold 14700 ns)"},
+             {0, GENLOCK_THRESHOLD_5, MHZ100, 68, "5 LINES", "0.00 line = 0 ns (threshold 73500 ns)"},
+             {2939, GENLOCK_THRESHOLD_5, MHZ100, 68, "5 LINES", "1.99 line = 29390 ns (threshold 73500 ns)"},
+             {2940, GENLOCK_THRESHOLD_5, MHZ100, 68, "5 LINES", "2.00 lines = 29400 ns (threshold 73500 ns)"},
+             {44099, GENLOCK_THRESHOLD_30, MHZ100, 68, "30 LINES", "29.99 lines = 440 us (threshold 441 us)"},
+             {132299, GENLOCK_THRESHOLD_90, MHZ100, 68, "90 LINES", "89.99 lines = 1322 us (threshold 1323 us)"},
+             {1470, GENLOCK_THRESHOLD_COUNT, MHZ100, 68, "1 LINE", ""},
+             {0, GENLOCK_THRESHOLD_90, 0, 68, "90 LINES", ""},     // no tick frequency
+             {0, GENLOCK_THRESHOLD_90, 1, 68, "90 LINES", ""},     // less than a tick a line
+             {0, GENLOCK_THRESHOLD_90, MHZ100, 0, "90 LINES", ""}, // no line frequency
+             // The hundredths wrap.
+             {4294968, GENLOCK_THRESHOLD_90, 2000000000, 20, "90 LINES", "0.00 line = 2147 us (threshold 4500 us)"}})
     {
-        uint64_t uiOffset;
-        uint32_t uiThresholdMode;
-        const char* szLines;
-        const char* szVerdict; // null: unlocked
-        uint32_t uiTickRefFreq = 100000000;
-        uint32_t uiHRate_KHz = 68;
-    } aoRow[] = {
-        {1470, GENLOCK_THRESHOLD_1, "1 LINE", nullptr},
-        {1469, GENLOCK_THRESHOLD_1, "1 LINE", "0.99 line = 14690 ns (threshold 14700 ns)"},
-        {0, GENLOCK_THRESHOLD_5, "5 LINES", "0.00 line = 0 ns (threshold 73500 ns)"},
-        {2939, GENLOCK_THRESHOLD_5, "5 LINES", "1.99 line = 29390 ns (threshold 73500 ns)"},
-        {2940, GENLOCK_THRESHOLD_5, "5 LINES", "2.00 lines = 29400 ns (threshold 73500 ns)"},
-        {44099, GENLOCK_THRESHOLD_30, "30 LINES", "29.99 lines = 440 us (threshold 441 us)"},
-        {132299, GENLOCK_THRESHOLD_90, "90 LINES", "89.99 lines = 1322 us (threshold 1323 us)"},
-        {1469, GENLOCK_THRESHOLD_COUNT, "1 LINE", "0.99 line = 14690 ns (threshold 14700 ns)"},
-        {1470, 0xFFFFFFFF, "1 LINE", nullptr},
-        {0, GENLOCK_THRESHOLD_90, "90 LINES", nullptr, 0},            // no tick frequency
-        {0, GENLOCK_THRESHOLD_90, "90 LINES", nullptr, 1},            // less than a tick a line
-        {0, GENLOCK_THRESHOLD_90, "90 LINES", nullptr, 100000000, 0}, // no line frequency
-        {4294967, GENLOCK_THRESHOLD_90, "90 LINES", "42.94 lines = 2147 us (threshold 4500 us)", 2000000000, 20},
-        {4294968, GENLOCK_THRESHOLD_90, "90 LINES", "0.00 line = 2147 us (threshold 4500 us)", 2000000000, 20}, // wraps
-    };
-    for (const auto& roRow : aoRow)
-    {
-        SLockTestStreams oStreams({0, 0});
-        for (uint32_t uiVideo = 0; uiVideo < 2; ++uiVideo)
+        SLockTestStreams oStreams({0, uiOffset});
+        for (SMonitorUserData& roData : oStreams.daoData)
         {
-            oStreams.daoData[uiVideo].uiTickRefFreq = roRow.uiTickRefFreq;
-            oStreams.daoData[uiVideo].uiHRate_KHz = roRow.uiHRate_KHz;
-            oStreams.Fill(uiVideo, 1 + uiVideo * roRow.uiOffset, 100000000, 0, NB_OF_SAMPLES);
+            roData.uiTickRefFreq = uiTickRefFreq;
+            roData.uiHRate_KHz = uiHRate_KHz;
+            roData.auiTickRefCounter[1] = 0; // a single sample: whatever the offset, none is nearer
         }
-        const std::string szVerdict =
-            roRow.szVerdict == nullptr ? "|    [IN_00] Unlocked|\n|    [IN_01] Unlocked|\n"
-                                       : "|    [|IN_00|, IN_01|] Locked : " + std::string(roRow.szVerdict) + "|\n|\n";
-        EXPECT_EQ(Display(oStreams, roRow.uiThresholdMode, GENLOCK_DISPLAY_SUMMARY),
-                  "|FRAMELOCK SUMMARY (THRESHOLD " + std::string(roRow.szLines) + "):\n" + szVerdict + "|\n|\n");
+        EXPECT_EQ(Display(oStreams, uiMode, GENLOCK_DISPLAY_SUMMARY),
+                  "|FRAMELOCK SUMMARY (THRESHOLD " + std::string(szLines) + "):\n" +
+                      (szVerdict.empty() ? "|    [IN_00] Unlocked|\n|    [IN_01] Unlocked|\n"
+                                         : "|    [|IN_00|, IN_01|] Locked : " + szVerdict + "|\n|\n") +
+                      "|\n|\n");
     }
 }
 
@@ -169,3 +137,5 @@ TEST(GenLockDisplay, CountsAtTheirLimits)
     EXPECT_NE(szText.find("|, IN_31|] Locked : 0.00 line = 0 ns (threshold 14700 ns)|\n|    [IN_32] Unlocked|\n|\n"),
               std::string::npos);
 }
+
+} // namespace

@@ -13,65 +13,48 @@ VtStatus VtDebug_WriteMsg(VtDevice_Handle, const char*)
 namespace
 {
 
-std::string JudgeFrameLock(std::initializer_list<SLockTestStreams*> oCycles)
-{
-    SFrameLockVerdict oVerdict = {};
-    for (SLockTestStreams* poStreams : oCycles)
-    {
-        const SLockTestMeasurement oMeasurement(*poStreams);
-        JudgeFrameLockCycle(oMeasurement.daoVideo, oMeasurement.daoPair, oVerdict);
-    }
-    CMString szVerdict;
-    FormatFrameLockVerdict(oVerdict, szVerdict);
-    return szVerdict.GetString();
-}
-
-} // namespace
-
 TEST(FrameLockStatus, WorstPairOfAllCyclesAgainstTheLineOfTheLast)
 {
+    SFrameLockVerdict oVerdict = {};
+    const auto Judge = [&](SLockTestStreams& roStreams, uint32_t uiHRate_KHz)
+    {
+        roStreams.daoData[0].uiHRate_KHz = uiHRate_KHz;
+        roStreams.Measure();
+        JudgeFrameLockCycle(roStreams.daoVideo, roStreams.daoPair, oVerdict);
+        CMString szVerdict;
+        FormatFrameLockVerdict(oVerdict, szVerdict);
+        return std::string(szVerdict.GetString());
+    };
+    SLockTestStreams oAlone({0});
     SLockTestStreams oNear({0, 12, 1469});
     SLockTestStreams oLineApart({0, 1470});
     SLockTestStreams oLongLine({0, 5});
-    oLongLine.daoData[0].uiHRate_KHz = 50;
     SLockTestStreams oNoLine({0, 5});
-    oNoLine.daoData[0].uiHRate_KHz = 0;
-    SLockTestStreams oAlone({0});
-    EXPECT_EQ(JudgeFrameLock({&oNear}), " Success (biggest difference : 1469 ticks, max allowed : 1470 ticks)");
-    EXPECT_EQ(JudgeFrameLock({&oLineApart}), " Failed (biggest difference : 1470 ticks, max allowed : 1470 ticks)");
-    oLineApart.dauiLast = {0, 0};
-    EXPECT_EQ(JudgeFrameLock({&oLineApart, &oLongLine, &oLongLine}), // which has nothing new the second time
-              " Success (biggest difference : 1470 ticks, max allowed : 2000 ticks)");
-    EXPECT_EQ(JudgeFrameLock({&oNoLine}), " Failed (biggest difference : 5 ticks, max allowed : 0 ticks)");
-    EXPECT_EQ(JudgeFrameLock({&oAlone}), " Failed (biggest difference : 0 ticks, max allowed : 0 ticks)");
+    EXPECT_EQ(Judge(oAlone, 68), " Failed (biggest difference : 0 ticks, max allowed : 0 ticks)");
+    EXPECT_EQ(Judge(oNear, 68), " Success (biggest difference : 1469 ticks, max allowed : 1470 ticks)");
+    EXPECT_EQ(Judge(oLineApart, 68), " Failed (biggest difference : 1470 ticks, max allowed : 1470 ticks)");
+    EXPECT_EQ(Judge(oLongLine, 50), " Success (biggest difference : 1470 ticks, max allowed : 2000 ticks)");
+    EXPECT_EQ(Judge(oNear, 68), " Success (biggest difference : 1470 ticks, max allowed : 2000 ticks)"); // nothing new
+    EXPECT_EQ(Judge(oNoLine, 0), " Failed (biggest difference : 1470 ticks, max allowed : 0 ticks)");
 }
 
 TEST(CableLockStatus, SecondIsGoodWhenAllStreamsAreOnOneClock)
 {
-    const struct
+    const auto IsGood = [](const std::vector<uint64_t>& rdauiOffset, const std::vector<uint64_t>& rdauiNewest)
     {
-        const char* szCase;
-        std::vector<uint64_t> dauiOffset;
-        std::vector<uint64_t> dauiNewest;
-        Bool32 bIsGood;
-    } aoRow[] = {
-        {"within a line", {0, 16, 1469}, {9, 10, 11}, 1},
-        {"a line apart", {0, 16, 1470}, {9, 10, 11}, 0},
-        {"alone", {0}, {9}, 0},
-        {"newest as far as may be", {0, 0}, {1, 0x8000001}, 1},
-        {"on another counter", {0, 0}, {0x8000002, 1}, 0},
-        {"alike in 32 bits", {0, 0}, {1, 0x100000001}, 0},
+        SLockTestStreams oStreams(rdauiOffset);
+        oStreams.Measure();
+        return IsCableLocked(oStreams.daoVideo, oStreams.daoPair, rdauiNewest.data());
     };
-    for (const auto& roRow : aoRow)
-    {
-        SLockTestStreams oStreams(roRow.dauiOffset);
-        const SLockTestMeasurement oMeasurement(oStreams);
-        EXPECT_EQ(IsCableLocked(oMeasurement.daoVideo, oMeasurement.daoPair, roRow.dauiNewest.data()), roRow.bIsGood)
-            << roRow.szCase;
-    }
+    EXPECT_TRUE(IsGood({0, 16, 1469}, {9, 10, 11}));
+    EXPECT_FALSE(IsGood({0, 16, 1470}, {9, 10, 11}));
+    EXPECT_FALSE(IsGood({0}, {9}));
+    EXPECT_TRUE(IsGood({0, 0, 0}, {0x8000001, 1, 5}));
+    EXPECT_FALSE(IsGood({0, 0, 0}, {1, 0x8000002, 5}));
+    EXPECT_FALSE(IsGood({0, 0}, {1, 0x100000001})); // alike in 32 bits
 }
 
-TEST(CableLockStatus, VerdictNeedsEverySecondAndASecondAtLeast)
+TEST(CableLockStatus, VerdictNeedsEverySecondAndSecondsKeepTheirPace)
 {
     CMString szVerdict;
     FormatCableLockVerdict({3600, 12}, 3600, szVerdict);
@@ -80,11 +63,10 @@ TEST(CableLockStatus, VerdictNeedsEverySecondAndASecondAtLeast)
     EXPECT_STREQ(szVerdict.GetString(), " Failed (3599 of 3600 seconds locked, biggest difference : 2147483648 ticks)");
     FormatCableLockVerdict({0, 0}, 0, szVerdict);
     EXPECT_STREQ(szVerdict.GetString(), " Failed (0 of 0 seconds locked, biggest difference : 0 ticks)");
-}
 
-TEST(CableLockStatus, PacesByWholeSecondsAndLeavesTimeToDeliver)
-{
     EXPECT_EQ(GetNextCableLockSecond(10000, 10500), 11000U);
     EXPECT_EQ(GetNextCableLockSecond(10000, 10501), 12000U);
     EXPECT_EQ(GetNextCableLockSecond(10000, 75600), 77000U);
 }
+
+} // namespace

@@ -1,8 +1,8 @@
-// Streams whose timestamp rings a test fills by hand, and what messages look like on the terminal.
+// Streams whose timestamp rings a test fills by hand, and measures.
 #ifndef LOCK_TEST_STREAMS_H
 #define LOCK_TEST_STREAMS_H
 
-#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,9 +16,9 @@ struct SLockTestStreams
 {
     // Fields 50 to 169 of one clock, each stream late by its offset.
     explicit SLockTestStreams(const std::vector<uint64_t>& rdauiOffset)
-        : daoData(rdauiOffset.size()), dauiLast(rdauiOffset.size())
+        : uiCount(static_cast<uint32_t>(rdauiOffset.size())), daoData(uiCount), dauiLast(uiCount)
     {
-        for (uint32_t uiVideo = 0; uiVideo < rdauiOffset.size(); ++uiVideo)
+        for (uint32_t uiVideo = 0; uiVideo < uiCount; ++uiVideo)
         {
             daoData[uiVideo].uiTickRefFreq = 100000000;
             daoData[uiVideo].uiHRate_KHz = 68;
@@ -33,30 +33,30 @@ struct SLockTestStreams
             daoData[uiVideo].auiTickRefCounter[uiField % NB_OF_SAMPLES] = uiStart + uiField * uiStep;
         }
     }
-    uint32_t Count() const { return static_cast<uint32_t>(daoData.size()); }
+    Bool32 Measure()
+    {
+        daoVideo.RemoveAll();
+        daoPair.RemoveAll();
+        return ProcessGenLock(uiCount, daoData.data(), dauiLast.data(), daoVideo, daoPair);
+    }
+    // "A B smallest largest worst samples", a line a pair.
+    std::string Pairs() const { return PairText(daoPair.Begin(), daoPair.End()); }
+    static std::string PairText(const SFrameLockPairData* poPair, const SFrameLockPairData* poEnd)
+    {
+        std::ostringstream oText;
+        for (; poPair != poEnd; ++poPair)
+        {
+            oText << poPair->uiVideoIndexA << " " << poPair->uiVideoIndexB << " " << poPair->iDeltaMin << " "
+                  << poPair->iDeltaMax << " " << poPair->uiDeltaAbs << " " << poPair->uiSampleCount << "\n";
+        }
+        return oText.str();
+    }
 
+    uint32_t uiCount;
     std::vector<SMonitorUserData> daoData;
     std::vector<uint64_t> dauiLast;
-};
-
-struct SLockTestMeasurement
-{
-    explicit SLockTestMeasurement(SLockTestStreams& roStreams)
-        : bResult(
-              ProcessGenLock(roStreams.Count(), roStreams.daoData.data(), roStreams.dauiLast.data(), daoVideo, daoPair))
-    {
-    }
     CFrameLockVideoArray daoVideo;
     CFrameLockPairArray daoPair;
-    Bool32 bResult;
 };
-
-// What an action prints, with a '|' for the sequence that erases a line's tail, with which every message begins.
-template <class ACTION> std::string CaptureTerminal(ACTION oAction)
-{
-    testing::internal::CaptureStdout();
-    oAction();
-    return std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("\033\\[K"), "|");
-}
 
 #endif
