@@ -109,26 +109,27 @@ void DumpTimeStamps(const SMonitorStreams& roStreams)
     using CTimeStamps = CMArray<uint64_t, uint64_t>;
     CMArray<CTimeStamps, const CTimeStamps&> dapoCopyVideoMonitorData;
     dapoCopyVideoMonitorData.SetSize(static_cast<int32_t>(roStreams.uiNbOfVideo), -1);
-    for (uint32_t uiVideo = 0; uiVideo < roStreams.uiNbOfVideo; ++uiVideo)
+    const std::span oCopies(dapoCopyVideoMonitorData.Begin(), dapoCopyVideoMonitorData.End());
+    for (CTimeStamps& roTimeStamps : oCopies)
     {
-        dapoCopyVideoMonitorData[uiVideo].SetSize(NB_OF_SAMPLES, -1);
+        roTimeStamps.SetSize(NB_OF_SAMPLES, -1);
     }
     {
         OsMutexGuard oGuard(g_oMutex, OsServices_INFINITE);
-        for (uint32_t uiVideo = 0; uiVideo < roStreams.uiNbOfVideo; ++uiVideo)
+        const SMonitorUserData* poData = roStreams.paoVideoMonitorData;
+        for (CTimeStamps& roTimeStamps : oCopies)
         {
-            KrvTools_memcpy(dapoCopyVideoMonitorData[uiVideo].GetData(),
-                            roStreams.paoVideoMonitorData[uiVideo].auiTickRefCounter,
-                            sizeof(roStreams.paoVideoMonitorData[uiVideo].auiTickRefCounter));
+            KrvTools_memcpy(roTimeStamps.GetData(), poData->auiTickRefCounter, sizeof(poData->auiTickRefCounter));
+            ++poData;
         }
     }
     Log("\n\nDisplay Raw Data (%s)\n", roStreams.bIsVideoIn ? "VideoIn" : "VideoOut");
     for (uint32_t uiSample = 0; uiSample < NB_OF_SAMPLES; ++uiSample)
     {
         Log("   %03d: ", LowInt(uiSample));
-        for (uint32_t uiVideo = 0; uiVideo < roStreams.uiNbOfVideo; ++uiVideo)
+        for (const CTimeStamps& roTimeStamps : oCopies)
         {
-            Log("0x%016lX ", dapoCopyVideoMonitorData[uiVideo][uiSample]);
+            Log("0x%016lX ", roTimeStamps[uiSample]);
         }
         Log("\n");
     }

@@ -34,8 +34,9 @@ struct SStreamMemory
 SStreamMemory AllocateStreams(SMonitorStreams& roStreams, std::vector<HCpuThread>& rdahThread)
 {
     rdahThread.assign(roStreams.uiNbOfVideo, nullptr);
-    SStreamMemory oMemory = {std::make_unique<SMonitorUserData[]>(roStreams.uiNbOfVideo),
-                             std::make_unique<uint64_t[]>(roStreams.uiNbOfVideo)};
+    SStreamMemory oMemory;
+    oMemory.paoVideoMonitorData = std::make_unique<SMonitorUserData[]>(roStreams.uiNbOfVideo);
+    oMemory.pauiVideoLastTimeStamp = std::make_unique<uint64_t[]>(roStreams.uiNbOfVideo);
     roStreams.pahVideoMonitorThread = rdahThread.data();
     roStreams.paoVideoMonitorData = oMemory.paoVideoMonitorData.get();
     roStreams.pauiVideoLastTimeStamp = oMemory.pauiVideoLastTimeStamp.get();
