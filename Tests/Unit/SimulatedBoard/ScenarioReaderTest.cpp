@@ -196,4 +196,9 @@ TEST(ScenarioReader, ScenariosOfTheDocumentLoad)
         ++iScenarios;
     }
     EXPECT_GE(iScenarios, 3);
+    for (const SVideoStandard& roStandard : VideoStandard_GetAll())
+    {
+        const std::string szName(roStandard.szName);
+        EXPECT_NE(szDocument.find('`' + szName + '`'), std::string::npos) << szName;
+    }
 }
