@@ -133,7 +133,7 @@ FixedTicks VideoTiming_GetFieldTicks(const SVideoTiming& roTiming, uint32_t uiTi
 {
     // At most 32 + 34 + 10 + 40 bits above and 1 + 44 + 41 below.
     constexpr int64_t iUnity = 1'000'000'000'000;
-    const UInt128 uiPixels = VideoTiming_GetHTotal(roTiming) * VideoTiming_GetVTotal(roTiming);
+    const UInt128 uiPixels = UInt128{VideoTiming_GetHTotal(roTiming)} * VideoTiming_GetVTotal(roTiming);
     const UInt128 uiFields = roTiming.bInterlaced ? 2 : 1;
     return FixedTicks_Divide(uiPixels * uiTickFreqHz * ClockDenominator(roTiming) * UInt128{iUnity},
                              uiFields * ClockNumerator(roTiming) * static_cast<UInt128>(iUnity + iRatePpt));
