@@ -19,6 +19,7 @@ struct SSoakStream
     double flFieldRate; // nominal
     std::string szKeys;
     double flPpm = 0.0; // of a stream that runs free: no jitter, no events
+    friend void PrintTo(const SSoakStream& roPrinted, std::ostream* poStream) { *poStream << roPrinted.szName; }
 };
 
 const SSoakStream STREAMS[] = {

@@ -51,7 +51,7 @@ protected:
         EXPECT_EQ(VtSim_GetOpenHandleCount(), 0U);
     }
 
-    void Release()
+    void ReleaseLateThreads()
     {
         for (const SMonitorUserData& roData : aoData)
         {
@@ -93,7 +93,7 @@ TEST_F(MonitorThreads, FillTheirRecordsFieldByField)
     constexpr char IN_B[] = "[IN_01] - IN B - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY, NumBuf=8";
     constexpr char OUT_A[] = "[OUT_00] - OUT A - 1920 x 1080p @ 60 Hz 148500 KHz,  88,  44, 148,   4,   5,  36 (+/+) "
                              "(YUV) VtPixelFormat_YUV422_UYVY PowerState_ON";
-    Release();
+    ReleaseLateThreads();
     Grant(24, 0);
     EXPECT_STREQ(roInB.szStatusData, "empty"); // one field short of a pass
     EXPECT_STREQ(roOutB.szFpsData, "UNUSED");
@@ -123,7 +123,7 @@ TEST_F(MonitorThreads, FillTheirRecordsFieldByField)
 
 TEST_F(MonitorThreads, EndWhenTheDeviceGoesAway)
 {
-    Release();
+    ReleaseLateThreads();
     EXPECT_EQ(VtSim_RemoveDevice(0), VtStatus_OK);
 }
 

@@ -23,6 +23,7 @@ struct SCase
     std::string szTimings = "1920 x 1080p @ 60 Hz (YUV)";
     std::string szFaults = "";
     std::string szPrinted = "";
+    friend void PrintTo(const SCase& roPrinted, std::ostream* poStream) { *poStream << roPrinted.szName; }
 };
 
 const SCase CASES[] = {

@@ -21,6 +21,7 @@ struct SCase
     std::string szRates;
     std::string szDescription = HD60_TEXT;
     std::string szFaults = "";
+    friend void PrintTo(const SCase& roPrinted, std::ostream* poStream) { *poStream << roPrinted.szName; }
 };
 
 const SCase CASES[] = {

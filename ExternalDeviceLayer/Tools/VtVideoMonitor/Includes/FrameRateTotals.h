@@ -9,6 +9,7 @@
 
 #include "KrvTypes.h"
 #include "MonitorUserData.h"
+#include "VtVideoTypes.h"
 
 /* A number of ticks in seconds. */
 inline double TicksToSeconds(uint64_t uiTicks, uint32_t uiTickPerSecond)
@@ -38,6 +39,13 @@ inline uint32_t FieldsInRing(uint32_t uiSampleCount, uint32_t uiLastSampleCount)
 {
     const uint32_t uiFields = uiSampleCount - uiLastSampleCount;
     return uiFields < NB_OF_SAMPLES ? uiFields : static_cast<uint32_t>(NB_OF_SAMPLES);
+}
+
+/* Copies the rates of the current signal into the record, for the analysis of all streams. Unguarded. */
+inline void PublishRates(SMonitorUserData& roData, const VtVideo_VidParam& roVidParam)
+{
+    roData.uiVRate_Hz = roVidParam.uiVRate_Hz;
+    roData.uiHRate_KHz = roVidParam.uiHRate_kHz;
 }
 
 /*

@@ -287,8 +287,7 @@ void VideoInMonitor_ProcessField(SVideoInMonitor& roMonitor)
 {
     SMonitorUserData& roData = *roMonitor.poData;
     Bool32 bIsGood = 1;
-    roData.uiVRate_Hz = roMonitor.oCurrentVidParam.uiVRate_Hz;
-    roData.uiHRate_KHz = roMonitor.oCurrentVidParam.uiHRate_kHz;
+    PublishRates(roData, roMonitor.oCurrentVidParam);
     const uint32_t uiNextCount = roMonitor.uiSampleCount + 1;
     if (uiNextCount % FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz) == 0)
     {

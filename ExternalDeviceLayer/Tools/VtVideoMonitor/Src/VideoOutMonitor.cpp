@@ -181,8 +181,7 @@ void VideoOutMonitor_ProcessField(SVideoOutMonitor& roMonitor)
 {
     SMonitorUserData& roData = *roMonitor.poData;
     static_cast<void>(VtVideoOut_GetVideoParameters(roMonitor.hVideoOutHandle, &roMonitor.oCurrentVidParam));
-    roData.uiVRate_Hz = roMonitor.oCurrentVidParam.uiVRate_Hz;
-    roData.uiHRate_KHz = roMonitor.oCurrentVidParam.uiHRate_kHz;
+    PublishRates(roData, roMonitor.oCurrentVidParam);
     const uint32_t uiNextCount = roMonitor.uiSampleCount + 1;
     if (uiNextCount % FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz) == 0)
     {
