@@ -19,7 +19,7 @@ connector = 'IN A'
 [[chip.input]]
 standard = '1080i50'
 connector = 'IN B'
-event = [{ kind = 'signal_loss', at_fields = 30, for_fields = 2 }]
+event = [{ kind = 'signal_loss', at_field = 30, for_fields = 2 }]
 [[chip.output]]
 standard = '1080p60'
 connector = 'OUT A'
@@ -35,6 +35,7 @@ protected:
     {
         g_oOsServices.Signal_Create(g_hStartSig);
         const VtDevice_Handle hDev = LoadScenario(RACK);
+        ASSERT_NE(hDev, nullptr);
         ASSERT_EQ(CreateThreads(hDev, 2, &ahThread[0], &roOutA, VtVideoOutMonitorThreadFunc, "empty"), 1U);
         ASSERT_EQ(CreateThreads(hDev, 2, &ahThread[2], &roInA, VtVideoInMonitorThreadFunc, "empty"), 1U);
     }

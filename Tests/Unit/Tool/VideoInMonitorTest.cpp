@@ -28,7 +28,7 @@ struct SCase
 
 const SCase CASES[] = {
     // The buffers that ran out in fields 0 to 4 count in the second pass too: counts come from the arrays' start.
-    {"Progressive", HD60 + Event("buffers_run_out", "at_fields = 0\nfor_fields = 5"), 60,
+    {"Progressive", HD60 + Event("buffers_run_out", "at_field = 0\nfor_fields = 5"), 60,
      "[IN_00]    60.00  60.00  60.00    0.83      1      0    3.00      8      2         5        0        0       59",
      "60.000000 60.000000 60.000000 59"},
     {"CounterWraps", HD60 + "field_counter_start = '0xFFFFFFFFFFFFFFB0'", 30, ROW60, RATES60},
@@ -38,7 +38,7 @@ const SCase CASES[] = {
      "[IN_00]    25.00  25.00  25.00    1.00      1      1    2.00      2      2         0        0        0       49",
      "50.000000 25.000000 25.000000 49", "1920 x 1080i @ 50 Hz (YUV)"},
     // A pass of 125 fields: the ring holds the last 120, and the pass rate spans what its slots say.
-    {"HighRate", FULL_HD + "618750000 }\n" + Event("buffers_run_out", "at_fields = 5\nfor_fields = 5"), 125,
+    {"HighRate", FULL_HD + "618750000 }\n" + Event("buffers_run_out", "at_field = 5\nfor_fields = 5"), 125,
      "[IN_00]   250.00 250.00 250.00    0.96      1      0    2.25      8      2         5        0        0        4",
      "250.000000 250.000000 250.000000 4", "1920 x 1080p @250 Hz (YUV)"},
     // A pass of exactly 120 fields begins and ends in the same slot, so it has no rate.
@@ -49,24 +49,24 @@ const SCase CASES[] = {
      "[IN_00]     0.00   0.00 999.00    0.00      0    999    0.00      0    999         0        0        0        0",
      "0.000000 0.000000 0.000000 0", "1920 x 1080p @  1 Hz (YUV)"},
     // No timings at start: the nominal rate stays 0, and every interval counts as doubled.
-    {"SignalComesLate", HD60 + Event("signal_loss", "at_fields = 0\nfor_fields = 1"), 31,
+    {"SignalComesLate", HD60 + Event("signal_loss", "at_field = 0\nfor_fields = 1"), 31,
      "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0       29       29",
      RATES60},
-    {"LostAndRegained", HD60 + Event("signal_loss", "at_fields = 35\nfor_fields = 2"), 67,
+    {"LostAndRegained", HD60 + Event("signal_loss", "at_field = 35\nfor_fields = 2"), 67,
      "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0        0       58",
      "60.000000 60.000000 60.000000 58"},
     // Interval 150000 ticks is not missed, 150001 is; a quarter of a field is doubled; 17 counts are still measured.
     {"Intervals",
-     HD60 + "field_counter_start = '0xFFFFFFFF00000000'\n" + Event("missed_field", "at_fields = 10") +
-         Event("counter_jump", "at_fields = 15\njump = 1") + Event("phase_step", "at_fields = 20\nstep_ticks = 50000") +
-         Event("phase_step", "at_fields = 22\nstep_ticks = 50001") + Event("doubled_field", "at_fields = 25"),
+     HD60 + "field_counter_start = '0xFFFFFFFF00000000'\n" + Event("missed_field", "at_field = 10") +
+         Event("counter_jump", "at_field = 15\njump = 1") + Event("phase_step", "at_field = 20\nstep_ticks = 50000") +
+         Event("phase_step", "at_field = 22\nstep_ticks = 50001") + Event("doubled_field", "at_field = 25"),
      30,
      "[IN_00]    60.12 240.00  40.00    1.00      1      1    2.00      2      2         0        2        1       30",
      "60.124980 60.124980 60.124980 30", "1920 x 1080p @ 60 Hz (YUV)", "",
      "\033[K[IN_00] Abnormal FieldCounter increment detected from 0x90 to 0xB0\n"
      "\033[K[IN_00] Abnormal FieldCounter increment detected from 0xe0 to 0xF1\n"},
     // Half of the nominal interval: doubled, for the threshold is the single-precision 0.5 / 60, a little above.
-    {"NominalRateStaysThatOfTheStart", HD60 + Event("format_change", "at_fields = 1\n" + FULL_HD + "297000000 }"), 30,
+    {"NominalRateStaysThatOfTheStart", HD60 + Event("format_change", "at_field = 1\n" + FULL_HD + "297000000 }"), 30,
      "[IN_00]   116.00 120.00  60.00    1.00      1      1    2.00      2      2         0        0       28       29",
      "116.000000 116.000000 116.000000 29"},
     {"SkipCountFails", HD60 + "skip_count_start = 9", 60,
@@ -153,7 +153,7 @@ TEST_F(VideoInMonitorThread, ClearsTheSlotOfACanceledWait)
 {
     oScript.oData.auiTickRefCounter[4] = oScript.oData.auiTickRefCounter[5] = 77;
     g_uiPausedUs = 0;
-    oScript.Run(HD60 + Event("signal_loss", "at_fields = 5"), 6);
+    oScript.Run(HD60 + Event("signal_loss", "at_field = 5"), 6);
     EXPECT_EQ(g_uiPausedUs, 10000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[4], 6000000U + 4 * 100000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[5], 0U);

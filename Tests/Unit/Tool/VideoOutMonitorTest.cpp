@@ -39,14 +39,14 @@ const SCase CASES[] = {
      "[OUT_00]  250.00 250.00 250.00  500.00 500.00 500.00       119        8        0        4",
      "250.000000 250.000000 250.000000 4", "1920 x 1080p @250 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
     // The parameters are those of the field, and so is the length of the pass.
-    {"FollowsTheFormat", HD60 + Event("format_change", "at_fields = 1\n" + FULL_HD + "297000000 }"), 60,
+    {"FollowsTheFormat", HD60 + Event("format_change", "at_field = 1\n" + FULL_HD + "297000000 }"), 60,
      "[OUT_00]  118.00 120.00  60.00  118.00 120.00  60.00         0       59        0       59",
      "118.000000 118.000000 118.000000 59"},
     {"AttributesFail", HD60, 30, ROW60, RATES60, "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_OFF",
      FailingCall("VtVideoOut_GetBufferAttributes", "NOTHING_DONE", "times = 0") +
          FailingCall("VtVideoOut_GetPowerState", "FAIL", "times = 0")},
     // The pixel format is forgotten with the signal; the second refresh cannot find it again.
-    {"PowerLostAndRegained", HD60 + Event("power_state", "state = 'STANDBY'\nat_fields = 5\nfor_fields = 2"), 37, ROW60,
+    {"PowerLostAndRegained", HD60 + Event("power_state", "state = 'STANDBY'\nat_field = 5\nfor_fields = 2"), 37, ROW60,
      RATES60, "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_ON",
      FailingCall("VtVideoOut_GetBufferAttributes", "FAIL", "call = 2")},
 };
@@ -115,7 +115,7 @@ TEST_F(VideoOutMonitorThread, EndsWithoutAWait)
 TEST_F(VideoOutMonitorThread, LeavesTheSlotOfACanceledWait)
 {
     oScript.oData.auiTickRefCounter[4] = oScript.oData.auiTickRefCounter[5] = 77;
-    oScript.Run(HD60 + Event("signal_loss", "at_fields = 5"), 6);
+    oScript.Run(HD60 + Event("signal_loss", "at_field = 5"), 6);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[4], 6000000U + 4 * 100000U);
     EXPECT_EQ(oScript.oData.auiTickRefCounter[5], 77U);
 }
