@@ -1,6 +1,7 @@
 #include "MonitorScript.h"
 
 #include <cstddef>
+#include <sstream>
 #include <unistd.h>
 
 uint64_t g_uiAllocations = 0;
@@ -23,3 +24,52 @@ extern "C" void* malloc(size_t uiSize) noexcept
     return __libc_malloc(uiSize);
 }
 #endif
+
+std::string WithoutPlaces(const std::string& szPrinted)
+{
+    std::istringstream oLines(szPrinted);
+    std::string szCut;
+    for (std::string szLine; std::getline(oLines, szLine); szCut += szLine + "\n")
+    {
+        const size_t uiPlace = szLine.rfind('(');
+        if (szLine.ends_with(") Assertion failed"))
+        {
+            const size_t uiName = szLine.rfind(' ', uiPlace) + 1;
+            szLine = szLine.substr(uiName, uiPlace - uiName) + " Assertion failed";
+        }
+    }
+    return szCut;
+}
+
+std::string SMonitorScript::Run(const std::string& szStream, uint64_t uiWaits, const std::string& szFaults)
+{
+    const std::string szWait = "VtVideo" + szDirection + "_WaitForFieldStart";
+    const std::string szTable = szDirection == "In" ? "[[chip.input" : "[[chip.output";
+    std::string szText = szHead + "[time]\nmode = 'stepped'\n[[chip]]\n" + szChip + "\n" + szTable +
+                         "]]\nconnector = 'SDI A'\n" + szStream + "\n" + szFaults +
+                         FailingCall(szWait, "FAIL", "call = " + std::to_string(uiWaits + 1));
+    for (size_t uiEvent = 0; (uiEvent = szText.find("[[event", uiEvent)) != std::string::npos;)
+    {
+        szText.replace(uiEvent, 2, szTable + ".");
+    }
+    oData.hDev = LoadScenario(szText);
+    uint64_t uiAllocations = 0;
+    const auto RunThread = [&]
+    {
+        uiAllocations = g_uiAllocations;
+        uiResult = pfnThread(&oData);
+        uiAllocations = g_uiAllocations - uiAllocations;
+    };
+    std::string szPrinted = Printed(RunThread);
+    EXPECT_EQ(uiAllocations, 0U);
+    EXPECT_EQ(VtSim_GetOpenHandleCount(), 0U);
+    const std::string szEnd =
+        "Error " + szWait + " un-expected return value\nVideo" + szDirection + "Monitor.cpp Assertion failed\n";
+    if (szPrinted.ends_with(szEnd))
+    {
+        EXPECT_EQ(uiResult, 1U);
+        EXPECT_EQ(VtSim_GetCallCount(szWait.c_str()), uiWaits + 1);
+        szPrinted.resize(szPrinted.size() - szEnd.size());
+    }
+    return szPrinted;
+}
