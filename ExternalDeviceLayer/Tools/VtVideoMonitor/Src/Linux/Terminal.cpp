@@ -57,6 +57,16 @@ void MakeRaw()
     }
 }
 
+void HandleSignal(int iSignal);
+
+void CatchSignal(int iSignal)
+{
+    struct sigaction oAction = {};
+    oAction.sa_handler = HandleSignal;
+    oAction.sa_flags = SA_RESTART | SA_NODEFER;
+    sigaction(iSignal, &oAction, nullptr);
+}
+
 // Does what the signal does by default, on a terminal as it was found. A stopped process comes back from it.
 void HandleSignal(int iSignal)
 {
@@ -73,13 +83,10 @@ void HandleSignal(int iSignal)
     {
         RestoreTerminal();
     }
+    // The handler does not block its own signal (SA_NODEFER), so this takes effect at once.
     signal(iSignal, SIG_DFL);
     raise(iSignal);
-    sigset_t oSignals;
-    sigemptyset(&oSignals);
-    sigaddset(&oSignals, iSignal);
-    pthread_sigmask(SIG_UNBLOCK, &oSignals, nullptr); // it happens here
-    signal(iSignal, HandleSignal);
+    CatchSignal(iSignal);
     if (bIsKeyRead)
     {
         MakeRaw();
@@ -185,10 +192,11 @@ void PrepareTerminal()
     }
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP})
     {
+        struct sigaction oFound = {};
         // A signal that the caller has had ignored stays ignored.
-        if (signal(iSignal, HandleSignal) == SIG_IGN)
+        if (sigaction(iSignal, nullptr, &oFound) == 0 && oFound.sa_handler != SIG_IGN)
         {
-            signal(iSignal, SIG_IGN);
+            CatchSignal(iSignal);
         }
     }
 }
