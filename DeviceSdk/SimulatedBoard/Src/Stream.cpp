@@ -27,6 +27,12 @@ int64_t DeadlineIn(int64_t iNowNs, uint32_t uiTimeOutMs)
     return iNowNs + int64_t{uiTimeOutMs} * 1'000'000;
 }
 
+// The oldest field that a caller is still told of who has seen those before uiUnseen.
+uint64_t GetOldest(uint64_t uiUnseen, uint64_t uiNext)
+{
+    return std::max(uiUnseen, uiNext - std::min(uiNext, gc_uiLatchFields));
+}
+
 // Fields that last as long as uiMs.
 uint64_t FieldsIn(uint32_t uiMs, FixedTicks iFieldTicks, uint32_t uiTickFreqHz)
 {
@@ -74,54 +80,55 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
         return VtStatus_FAIL;
     }
     const uint64_t uiUnseen = roReader.uiNext.load(std::memory_order_relaxed);
-    const uint64_t uiComing = m_oModel.FindFirstAfter(uiNow, uiUnseen);
-    if (uiComing > uiUnseen)
+    SFieldStart oComing = m_oModel.GetField(uiUnseen);
+    if (oComing.uiStamp <= uiNow)
     {
-        const uint64_t uiOldest = std::max(uiUnseen, uiComing - std::min(uiComing, gc_uiLatchFields));
-        const uint64_t uiEnd = m_oModel.FindLastReported(uiOldest, uiComing);
-        if (uiEnd > uiOldest)
+        const uint64_t uiComing = m_oModel.FindFirstAfter(uiNow, uiUnseen);
+        const uint64_t uiEnd = m_oModel.FindLastReported(GetOldest(uiUnseen, uiComing), uiComing);
+        if (uiEnd > GetOldest(uiUnseen, uiComing))
         {
-            roReader.uiNext.store(uiComing, std::memory_order_relaxed);
-            m_uiPosition.store(uiComing, std::memory_order_relaxed);
-            m_oTruth.Add(uiUnseen, uiEnd - 1, uiComing);
+            Pass(roReader, uiUnseen, uiEnd - 1, uiComing);
             Hang(roReader, uiEnd - 1, iNowNs);
-            return Deliver(uiEnd - 1, roField);
+            return Deliver(m_oModel.GetField(uiEnd - 1), roField);
         }
+        oComing = m_oModel.GetField(uiComing);
     }
     const int64_t iDeadlineNs = DeadlineIn(iNowNs, uiTimeOutMs);
-    const bool bLost = m_oModel.GetFate(uiComing > 0 ? uiComing - 1 : 0) == EFieldFate::LOST;
-    uint64_t uiField = uiComing;
-    if (m_oModel.GetFate(uiComing) == EFieldFate::MISSED)
+    const uint64_t uiCurrent = oComing.uiField > 0 ? oComing.uiField - 1 : 0;
+    if (oComing.eFate == EFieldFate::MISSED)
     {
-        const uint64_t uiEnd = m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(iDeadlineNs), uiComing);
-        uiField = m_oModel.FindReported(uiComing, uiEnd);
+        const uint64_t uiEnd = m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(iDeadlineNs), oComing.uiField);
+        oComing = m_oModel.GetField(m_oModel.FindReported(oComing.uiField, uiEnd));
     }
-    const VtStatus eStatus = SleepThenDeliver(roReader, uiUnseen, uiField, iDeadlineNs, roField);
-    return eStatus == VtStatus_TIMEOUT && bLost ? VtStatus_CANCELED : eStatus; // a lost signal is no time-out
+    const VtStatus eStatus = SleepThenDeliver(roReader, uiUnseen, oComing, iDeadlineNs, roField);
+    // While the signal is lost, nothing to deliver is no time-out.
+    const bool bLost = eStatus == VtStatus_TIMEOUT && m_oModel.GetFate(uiCurrent) == EFieldFate::LOST;
+    return bLost ? VtStatus_CANCELED : eStatus;
 }
 
-VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, uint64_t uiField, int64_t iDeadlineNs,
-                                   SFieldStart& roField)
+VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, const SFieldStart& roComing,
+                                   int64_t iDeadlineNs, SFieldStart& roField)
 {
-    const int64_t iStartNs = m_oSetup.poClock->ToNs(m_oModel.GetStamp(uiField));
-    if (iStartNs > iDeadlineNs)
+    const int64_t iStartNs = m_oSetup.poClock->ToNs(roComing.uiStamp);
+    if (iStartNs > iDeadlineNs || roComing.uiStamp >= GetRemovalTicks())
     {
         return SleepInVain(roReader, iDeadlineNs);
-    }
-    const uint64_t uiRemoval = GetRemovalTicks();
-    if (uiRemoval != gc_uiForEver && m_oSetup.poClock->ToNs(uiRemoval) <= iStartNs)
-    {
-        return SleepInVain(roReader, m_oSetup.poClock->ToNs(uiRemoval));
     }
     if (!roReader.oSleeper.SleepUntil(iStartNs))
     {
         return IsGone() ? VtStatus_FAIL : VtStatus_INVALID_PARAM;
     }
-    roReader.uiNext.store(uiField + 1, std::memory_order_relaxed);
-    m_uiPosition.store(uiField + 1, std::memory_order_relaxed);
-    m_oTruth.Add(uiUnseen, uiField, uiField + 1);
-    Hang(roReader, uiField, iStartNs);
-    return Deliver(uiField, roField);
+    Pass(roReader, uiUnseen, roComing.uiField, roComing.uiField + 1);
+    Hang(roReader, roComing.uiField, iStartNs);
+    return Deliver(roComing, roField);
+}
+
+// Notes that a wait has gone from uiUnseen to uiNext and reports one of the fields between.
+void CStream::Pass(SReader& roReader, uint64_t uiUnseen, uint64_t uiReported, uint64_t uiNext)
+{
+    roReader.uiNext.store(uiNext, std::memory_order_relaxed);
+    m_uiPosition.store(uiNext, std::memory_order_relaxed);
+    m_oTruth.Add(uiUnseen, uiReported, uiNext);
 }
 
 void CStream::Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const
@@ -148,13 +155,13 @@ VtStatus CStream::SleepInVain(SReader& roReader, int64_t iDeadlineNs)
     return bReached ? VtStatus_TIMEOUT : VtStatus_INVALID_PARAM;
 }
 
-VtStatus CStream::Deliver(uint64_t uiField, SFieldStart& roField) const
+VtStatus CStream::Deliver(const SFieldStart& roReported, SFieldStart& roField)
 {
-    if (m_oModel.GetFate(uiField) == EFieldFate::LOST)
+    if (roReported.eFate == EFieldFate::LOST)
     {
         return VtStatus_CANCELED;
     }
-    roField = m_oModel.GetField(uiField);
+    roField = roReported;
     return VtStatus_OK;
 }
 
@@ -166,13 +173,12 @@ VtStatus CStream::Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roF
     {
         if (uiUnseen < uiPosition)
         {
-            const uint64_t uiOldest = std::max(uiUnseen, uiPosition - std::min(uiPosition, gc_uiLatchFields));
-            const uint64_t uiEnd = m_oModel.FindLastReported(uiOldest, uiPosition);
-            if (uiEnd > uiOldest)
+            const uint64_t uiEnd = m_oModel.FindLastReported(GetOldest(uiUnseen, uiPosition), uiPosition);
+            if (uiEnd > GetOldest(uiUnseen, uiPosition))
             {
                 roReader.uiNext.store(uiPosition, std::memory_order_relaxed);
                 m_oTruth.Add(uiUnseen, uiEnd - 1, uiPosition);
-                return Deliver(uiEnd - 1, roField);
+                return Deliver(m_oModel.GetField(uiEnd - 1), roField);
             }
         }
         uint64_t uiField = uiPosition;
@@ -193,7 +199,7 @@ VtStatus CStream::Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roF
         {
             roReader.uiNext.store(bReported ? uiField + 1 : uiNext, std::memory_order_relaxed);
             m_oTruth.Add(uiUnseen, bReported ? uiField : gc_uiForEver, bReported ? uiField + 1 : uiNext);
-            return bReported ? Deliver(uiField, roField) : VtStatus_TIMEOUT;
+            return bReported ? Deliver(m_oModel.GetField(uiField), roField) : VtStatus_TIMEOUT;
         }
     }
     return VtStatus_FAIL;

@@ -86,11 +86,12 @@ private:
     VtStatus WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);
     VtStatus WaitGranted(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);
     VtStatus Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);
-    VtStatus SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, uint64_t uiField, int64_t iDeadlineNs,
+    VtStatus SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, const SFieldStart& roComing, int64_t iDeadlineNs,
                               SFieldStart& roField);
+    void Pass(SReader& roReader, uint64_t uiUnseen, uint64_t uiReported, uint64_t uiNext);
     void Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const;
     VtStatus SleepInVain(SReader& roReader, int64_t iDeadlineNs);
-    VtStatus Deliver(uint64_t uiField, SFieldStart& roField) const;
+    static VtStatus Deliver(const SFieldStart& roReported, SFieldStart& roField);
     uint64_t GetFieldAfterHang(uint64_t uiField) const;
     void CountEntered();
     void CountReturned(VtStatus eStatus);
