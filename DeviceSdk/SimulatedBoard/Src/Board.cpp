@@ -114,13 +114,13 @@ bool CBoard::FlushTruth()
     return m_poTruth == nullptr || m_poTruth->Flush();
 }
 
-void Board_Load()
+bool Board_Load()
 {
     SRuntime& roRuntime = GetRuntime();
     const std::lock_guard oGuard(roRuntime.oMutex);
     if (std::exchange(roRuntime.bLoaded, true))
     {
-        return;
+        return false;
     }
     for (std::atomic<uint64_t>& ruiCalls : roRuntime.auiCalls)
     {
@@ -132,6 +132,7 @@ void Board_Load()
     {
         roRuntime.poBoard = std::make_shared<CBoard>(oScenario, std::move(poTruth));
     }
+    return true;
 }
 
 void Board_UnLoad()

@@ -65,8 +65,8 @@ private:
     std::deque<CChip> m_aoChips;
 };
 
-// Loads what the environment or VtSim_SetScenario says; does nothing when already loaded.
-void Board_Load();
+// Loads what the environment or VtSim_SetScenario says; false, and nothing done, when already loaded.
+bool Board_Load();
 void Board_UnLoad();
 // The loaded board; null when there is none.
 std::shared_ptr<CBoard> Board_Get();

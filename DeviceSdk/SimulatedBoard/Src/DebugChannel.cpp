@@ -17,8 +17,8 @@ struct SDebugChannel
 
 SDebugChannel& GetChannel()
 {
-    static SDebugChannel oChannel;
-    return oChannel;
+    static SDebugChannel& roChannel = *new SDebugChannel; // never destroyed: threads may still write at exit
+    return roChannel;
 }
 
 } // namespace

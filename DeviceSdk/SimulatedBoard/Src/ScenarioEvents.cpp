@@ -250,9 +250,36 @@ void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
     }
 }
 
-bool IsStreamOperation(EOperation eOperation)
+// The operation whose calls fail, and the chip and stream that it must be called on.
+void ReadOperation(CScenarioSection& roSection, SFaultRule& roRule)
 {
-    return eOperation >= EOperation::IN_OPEN && eOperation != EOperation::OUT_COUNT;
+    std::string szOperation;
+    roSection.Require("operation");
+    if (!roSection.ReadText("operation", 64, szOperation))
+    {
+        return;
+    }
+    const EOperation eOperation = roRule.eOperation = Operation_Find(szOperation);
+    if (eOperation == EOperation::COUNT)
+    {
+        roSection.Refuse("operation", "there is no operation \"" + szOperation + "\"");
+    }
+    else if (eOperation == EOperation::LOAD || eOperation == EOperation::UNLOAD)
+    {
+        roSection.Refuse("operation", "returns nothing that could fail");
+    }
+    uint32_t uiFilter = 0;
+    roRule.uiChip = roSection.Read("chip", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
+    if (roRule.uiChip && (eOperation == EOperation::VERSION || eOperation == EOperation::PIXEL_FORMAT_NAME))
+    {
+        roSection.Refuse("chip", "goes with operations on a chip alone");
+    }
+    const bool bOnStream = eOperation >= EOperation::IN_OPEN && eOperation != EOperation::OUT_COUNT;
+    roRule.uiIndex = roSection.Read("index", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
+    if (roRule.uiIndex && !bOnStream)
+    {
+        roSection.Refuse("index", "goes with operations on one input or output alone");
+    }
 }
 
 } // namespace
@@ -286,20 +313,7 @@ void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario,
 {
     CScenarioSection oSection(roTable, roFault);
     SFaultRule oRule;
-    std::string szOperation;
-    oSection.Require("operation");
-    if (oSection.ReadText("operation", 64, szOperation))
-    {
-        oRule.eOperation = Operation_Find(szOperation);
-        if (oRule.eOperation == EOperation::COUNT)
-        {
-            oSection.Refuse("operation", "there is no operation \"" + szOperation + "\"");
-        }
-        else if (oRule.eOperation == EOperation::LOAD || oRule.eOperation == EOperation::UNLOAD)
-        {
-            oSection.Refuse("operation", "returns nothing that could fail");
-        }
-    }
+    ReadOperation(oSection, oRule);
     oSection.Require("status");
     (void)oSection.ReadName<VtStatus>("status", gc_aoStatuses, oRule.eStatus);
     int64_t iFirstCall = 1;
@@ -311,13 +325,6 @@ void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario,
     oRule.uiFirstCall = static_cast<uint64_t>(iFirstCall);
     oRule.uiTimes = iTimes == 0 ? gc_uiForEver : static_cast<uint64_t>(iTimes);
     oRule.uiPeriod = static_cast<uint64_t>(iPeriod);
-    uint32_t uiFilter = 0;
-    oRule.uiChip = oSection.Read("chip", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
-    oRule.uiIndex = oSection.Read("index", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
-    if (oRule.uiIndex && !IsStreamOperation(oRule.eOperation))
-    {
-        oSection.Refuse("index", "goes with operations on one input or output alone");
-    }
     oSection.Finish();
     roScenario.aoFaults.push_back(oRule);
 }

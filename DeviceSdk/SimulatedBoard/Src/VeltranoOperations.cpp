@@ -44,9 +44,11 @@ VtStatus GetCaptureSkipCount(CChip& roChip, const void* pvIn, void* pvOut)
 
 void Veltrano_LoadLite(void)
 {
-    Board_Load();
+    if (Board_Load())
+    {
+        DebugChannel_Clear();
+    }
     Board_CountCall(EOperation::LOAD);
-    DebugChannel_Clear();
 }
 
 uint64_t Veltrano_Version(void)

@@ -107,6 +107,8 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
          "4: status: \"FAIL\" is none of its names"},
         {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'VtStatus_FAIL'\nindex = 0",
          "5: index: goes with operations on one input or output alone"},
+        {"[[chip]]\n[[fault]]\noperation = 'Veltrano_Version'\nstatus = 'VtStatus_FAIL'\nchip = 0",
+         "5: chip: goes with operations on a chip alone"},
     };
     for (const auto& [rszText, rszFault] : aoRows)
     {
