@@ -120,6 +120,7 @@ TEST(CMArrayAccess, BadIndexIsReportedAndReachesOnlyAZeroedScratchElement)
     EXPECT_EQ(Reported([&] { auiArray[uint64_t{1} << 32] = 9; }), "4309 ");
     EXPECT_EQ(Reported([&] { auiArray.SetAtGrow(-1, 9); }), "5051 4309 ");
     EXPECT_EQ(Reported([&] { auiArray.SetAtGrow(0x80000000u, 9); }), "5051 4309 ");
+    EXPECT_EQ(Reported([&] { auiArray.SetAtGrow(int64_t{-1} << 32, 9); }), "5051 4309 ");
     EXPECT_EQ(Reported([&] { auiArray.SetAtGrow(0x7FFFFFFF, 9); }), "4816 4309 ");
     EXPECT_EQ(Reported([&] { auiArray.SetCount(0x80000000u, 3); }), "4816 ");
     EXPECT_EQ(Reported([&] { auiArray.RemoveAt(1, 2); }), "4309 ");

@@ -252,7 +252,7 @@ Bool32 OsServices::WaitMicroSeconds(uint32_t uiWaitUs)
     {
         return OsServices_WaitMicroSeconds(uiWaitUs);
     }
-    const uint32_t uiSleepMs = uiWaitUs / 1000;
+    const uint32_t uiSleepMs = uiWaitUs / 1000; // what is below a millisecond is dropped
     WriteMsg("OsServices::WaitMicroSeconds(%d) with delay greater than %d us isn't reliable, using "
              "SleepMilliSeconds(%d) command instead)\n",
              static_cast<int32_t>(uiWaitUs), static_cast<int32_t>(uiLongestBusyWaitUs),

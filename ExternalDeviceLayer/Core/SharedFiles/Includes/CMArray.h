@@ -44,8 +44,8 @@ public:
     virtual void SetAtGrow(uint32_t uiIndex, ARG_TYPE oValue) { SetAtGrow(static_cast<int32_t>(uiIndex), oValue); }
     template <CMArrayIndex INDEX> void SetAtGrow(INDEX iIndex, ARG_TYPE oValue)
     {
-        const auto iWideIndex = static_cast<int64_t>(iIndex);
-        SetAtGrow(iWideIndex <= std::numeric_limits<int32_t>::max() ? static_cast<int32_t>(iWideIndex) : -1, oValue);
+        constexpr Unsigned<INDEX> uiLargest = std::numeric_limits<int32_t>::max();
+        SetAtGrow(static_cast<Unsigned<INDEX>>(iIndex) <= uiLargest ? static_cast<int32_t>(iIndex) : -1, oValue);
     }
 
     int32_t GetSize() const { return m_iSize; }

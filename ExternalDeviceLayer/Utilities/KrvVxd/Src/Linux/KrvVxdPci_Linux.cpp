@@ -2,9 +2,11 @@
 #include "KrvVxd.h"
 
 #include <csetjmp>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 
-extern "C"
-{
+extern "C" {
 #include <pci/pci.h>
 }
 
@@ -17,22 +19,31 @@ constinit pci_access* g_poKrvVxdPciLibAccess = nullptr;
 // as it would on any machine without PCI; the jump crosses frames of C alone.
 std::jmp_buf g_oPciLibFailure;
 
-[[gnu::noreturn]] void OnPciLibFailure(char*, ...)
+[[gnu::noreturn]] void OnScanFailure(char*, ...)
 {
     std::longjmp(g_oPciLibFailure, 1);
 }
 
-// 0 if no bus can be reached or it could not be read to its end.
-Bool32 ScanBus(pci_access* poAccess)
+// For what callers do with a device after the scan, when there is nowhere to jump to any more.
+[[gnu::noreturn, gnu::format(printf, 1, 2)]] void OnLaterFailure(char* pszFormat, ...)
 {
-    poAccess->error = OnPciLibFailure;
+    va_list oArguments;
+    va_start(oArguments, pszFormat);
+    std::vfprintf(stderr, pszFormat, oArguments);
+    std::abort();
+}
+
+// False if no bus can be reached or it could not be read to its end.
+bool ScanBus(pci_access* poAccess)
+{
+    poAccess->error = OnScanFailure;
     if (setjmp(g_oPciLibFailure) != 0)
     {
-        return 0;
+        return false;
     }
     pci_init(poAccess);
     pci_scan_bus(poAccess);
-    return 1;
+    return true;
 }
 
 bool OpenAccess()
@@ -42,7 +53,9 @@ bool OpenAccess()
     {
         return false;
     }
-    if (!ScanBus(poAccess))
+    const bool bIsScanned = ScanBus(poAccess);
+    poAccess->error = OnLaterFailure;
+    if (!bIsScanned)
     {
         pci_cleanup(poAccess);
         return false;

@@ -58,7 +58,7 @@ VtStatus WaitUntil(pthread_cond_t& roCond, pthread_mutex_t& roMutex, uint32_t ui
         return VtStatus_TIMEOUT;
     case EINVAL:
         DeadLine_ReportInvalid("pthread_cond_timedwait", oDeadLine);
-        return VtStatus_TIMEOUT;
+        return VtStatus_TIMEOUT; // a refused deadline counts as passed
     default:
         return VtStatus_FAIL;
     }
