@@ -233,6 +233,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Grow(
     const int64_t iStepped = static_cast<int64_t>(m_iMaxSize) + m_iGrowBy;
     const int32_t iNewMaxSize =
         iStepped > std::numeric_limits<int32_t>::max() ? iNewSize : std::max(static_cast<int32_t>(iStepped), iNewSize);
+    // The sizes above cannot come to either of these; they stay checked, because all that is copied rests on them.
     if (iNewMaxSize < m_iMaxSize)
     {
         KrvMFCTypes_ReportAssert(KrvMFCTypesAssert_CAPACITY_OVERFLOW);
