@@ -1,6 +1,7 @@
 // What the lock reports say of boards whose truth is known, through the real monitor threads in stepped time.
 #include <algorithm>
 #include <functional>
+#include <regex>
 #include <vector>
 
 #include <unistd.h>
@@ -126,7 +127,9 @@ std::function<void()> g_oDuringPause;
 
 std::string PrintedLines(const std::function<void()>& roFunction)
 {
-    return std::regex_replace(Printed(roFunction), std::regex("\033\\[K"), "");
+    testing::internal::CaptureStdout();
+    roFunction();
+    return std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("\033\\[K"), "");
 }
 
 constexpr char LOCKED[] = "standard = '1080p60'\nlock_group = 'house'\nphase_ticks = ";

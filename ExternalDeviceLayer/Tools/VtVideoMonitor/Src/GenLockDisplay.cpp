@@ -29,7 +29,7 @@ struct SReport
     uint32_t uiThresholdLines;
 };
 
-// A misalignment in the units that are shown.
+// A misalignment in the units that are shown; but for the ticks, 0 when the line is not known.
 struct SDistance
 {
     uint32_t uiTicks;
@@ -64,9 +64,13 @@ int32_t DeltaToNs(int32_t iTicks, uint32_t uiTickFreqHz)
 
 SDistance MeasureDistance(uint32_t uiTicks, const SFrameLockVideoData& roVideo)
 {
+    const uint32_t uiTenLines = TicksPerLine(roVideo) * 10;
+    if (uiTenLines == 0)
+    {
+        return {uiTicks, 0, 0};
+    }
     // Wraps above 4294967 ticks: locked differences are far smaller.
-    const uint32_t uiLine100th = (uiTicks * 1000 + 5) / (TicksPerLine(roVideo) * 10);
-    return {uiTicks, uiLine100th, TicksToNs(uiTicks, roVideo.uiTickFreqHz)};
+    return {uiTicks, (uiTicks * 1000 + 5) / uiTenLines, TicksToNs(uiTicks, roVideo.uiTickFreqHz)};
 }
 
 // Walks the pairs once, on purpose: a pair that links two streams before either has joined is not looked at again.
@@ -159,15 +163,10 @@ void DisplaySummary(const SReport& roReport)
 void DisplayPair(const SReport& roReport, const SFrameLockPairData& roPair)
 {
     const SFrameLockVideoData& roVideo = roReport.aoVideo[roPair.uiVideoIndexA];
-    SDistance oDistance = {};
-    int32_t iTimeMinNs = 0;
-    int32_t iTimeMaxNs = 0;
-    if (TicksPerLine(roVideo) != 0)
-    {
-        oDistance = MeasureDistance(roPair.uiDeltaAbs, roVideo);
-        iTimeMinNs = DeltaToNs(roPair.iDeltaMin, roVideo.uiTickFreqHz);
-        iTimeMaxNs = DeltaToNs(roPair.iDeltaMax, roVideo.uiTickFreqHz);
-    }
+    const SDistance oDistance = MeasureDistance(roPair.uiDeltaAbs, roVideo);
+    const bool bIsLineKnown = TicksPerLine(roVideo) != 0;
+    const int32_t iTimeMinNs = bIsLineKnown ? DeltaToNs(roPair.iDeltaMin, roVideo.uiTickFreqHz) : 0;
+    const int32_t iTimeMaxNs = bIsLineKnown ? DeltaToNs(roPair.iDeltaMax, roVideo.uiTickFreqHz) : 0;
     const int64_t iTimeNs = static_cast<int64_t>(oDistance.uiTimeNs);
     // The blank for the plural keeps the columns aligned; the summary has none.
     Log("    [%s_%02d, %s_%02d] %3d samples [%6d %s, %6d %s] : %4d.%02d line%s = %5d %s\n", roReport.szPrefix,
