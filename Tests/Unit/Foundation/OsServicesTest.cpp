@@ -66,14 +66,16 @@ TEST(OsServicesTime, LongWaitsSleepWholeMillisecondsAndSaySo)
     OsServices::SetMsgLevel(1, 1, 1);
     testing::internal::CaptureStdout();
     EXPECT_EQ(oOsServices.WaitMicroSeconds(0), 1u);
-    EXPECT_EQ(oOsServices.WaitMicroSeconds(100), 1u);
+    g_oSeams.iClock = CLOCK_MONOTONIC;
+    g_oSeams.pfnClock = [iNow = time_t{}](timespec& roNow) mutable { return (roNow = {++iNow, 0}, 0); };
+    EXPECT_EQ(oOsServices.WaitMicroSeconds(100000), 1u);
     EXPECT_EQ(g_oSeams.iSleptUs, -1);
-    EXPECT_EQ(oOsServices.WaitMicroSeconds(101999), 1u);
+    EXPECT_EQ(oOsServices.WaitMicroSeconds(100001), 1u);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "qz2(4.1.0.146)[0]: (Debug) OsServices::WaitMicroSeconds(101999) with delay greater than 100000 us isn't "
-              "reliable, using SleepMilliSeconds(101) command instead)\n");
+              "qz2(4.1.0.146)[0]: (Debug) OsServices::WaitMicroSeconds(100001) with delay greater than 100000 us isn't "
+              "reliable, using SleepMilliSeconds(100) command instead)\n");
     OsServices::SetMsgLevel(1, 1, 0);
-    EXPECT_EQ(g_oSeams.iSleptUs, 101000);
+    EXPECT_EQ(g_oSeams.iSleptUs, 100000);
     oOsServices.SleepMilliSeconds(4294968);
     EXPECT_EQ(g_oSeams.iSleptUs, 704) << "the product is of 32 bits";
 }
@@ -135,6 +137,17 @@ TEST(OsServicesObject, RandomNonZeroNeverGivesZeroAndMixesAsDefined)
         ASSERT_NE(uiOld, 0u);
         ASSERT_EQ(OsServices::GetRandom(), (((uiOld >> 1) | (uiOld << 31)) ^ uiOld) + uiOld);
     }
+}
+
+TEST(OsServicesObject, LastInstanceReleasesTheLayerBelow)
+{
+    g_oSeams.iReleases = 0;
+    {
+        const OsServices oFirst;
+        OsServices();
+        EXPECT_EQ(g_oSeams.iReleases, 0);
+    }
+    EXPECT_EQ(g_oSeams.iReleases, 1);
 }
 
 // Last: it leaves the count of instances one too low, which one more instance that never ends puts right.

@@ -71,7 +71,8 @@ SEAM_RESULT(iMutexTimedLock, pthread_mutex_timedlock, (poMutex, poUntil), pthrea
             const timespec* poUntil)
 SEAM(int, clock_gettime, clockid_t iClock, timespec* poNow)
 {
-    return g_oSeams.pfnClock ? g_oSeams.pfnClock(*poNow) : __real_clock_gettime(iClock, poNow);
+    return g_oSeams.pfnClock && iClock == g_oSeams.iClock ? g_oSeams.pfnClock(*poNow)
+                                                          : __real_clock_gettime(iClock, poNow);
 }
 SEAM(int, usleep, useconds_t uiSleepUs)
 {
@@ -102,6 +103,11 @@ SEAM(pci_access*, pci_alloc, void)
         g_oSeams.pfnPciAlloc(*poAccess);
     }
     return poAccess;
+}
+SEAM(Bool32, _Z17ReleaseKRVLibraryv, void)
+{
+    ++g_oSeams.iReleases;
+    return __real__Z17ReleaseKRVLibraryv();
 }
 SEAM(Bool32, _Z14InitKRVLibraryv, void)
 {

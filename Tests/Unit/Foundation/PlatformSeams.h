@@ -24,7 +24,9 @@ struct SPlatformSeams
     int iMutexInit = 0;
     int iMutexTimedLock = 0;
     bool bIsInitFailing = false;
-    std::function<int(timespec&)> pfnClock; // instead of the clocks
+    int iReleases = 0; // of the library
+    clockid_t iClock = CLOCK_REALTIME;
+    std::function<int(timespec&)> pfnClock; // instead of this clock
     timespec oDeadLine = {};                // of the last timed wait
     int64_t iSleptUs = -1;                  // asked of usleep, which returns at once
     std::string szDevMem;                   // file in the place of /dev/mem
@@ -41,7 +43,7 @@ struct SSeamsReset
     ~SSeamsReset();
 };
 
-// The clocks stand still at this moment.
+// The clock stands still at this moment.
 void StopClock(int64_t iSeconds, int64_t iNanoSeconds);
 
 // Returns when the counter has this value.
