@@ -31,7 +31,6 @@ const SSoakStream STREAMS[] = {
     {"InLosing", VtSim_Direction_INPUT, false, 25, 50,
      "standard = '2160p50'\njitter_ticks = 5000\nskip_count_start = 9\n" +
          Event("signal_loss", "at_s = 70\nevery_s = 181\nfor_fields = 9") +
-         Event("buffers_run_out", "at_field = 600\nevery_fields = 4001\nfor_fields = 7") +
          Event("doubled_field", "at_field = 90\nevery_fields = 2999")},
     {"InBusy", VtSim_Direction_INPUT, false, 30, 60,
      "standard = '1080p60'\nppm = 4\nwander_ticks = 90000\nwander_period_s = 600\njitter_ticks = 8000\n" +

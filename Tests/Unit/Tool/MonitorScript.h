@@ -60,6 +60,7 @@ struct SMonitorScript
     SMonitorUserData oData = {};
     std::string szHead;                                 // keys before the tables
     std::string szChip = "tick_frequency_hz = 6000000"; // a field of 1080p60 lasts 100000 ticks
+    bool bMayAllocate = false;
     uint32_t uiResult = 0;
 
     SMonitorScript(const char* szWay, uint32_t (*pfnFunction)(void*)) : szDirection(szWay), pfnThread(pfnFunction)

@@ -1,5 +1,8 @@
 #include "VideoOutMonitor.h"
 
+#include <fstream>
+
+#include "ConsoleLog.h"
 #include "MonitorScript.h"
 
 namespace
@@ -25,15 +28,12 @@ struct SCase
 };
 
 const SCase CASES[] = {
-    {"Progressive", HD60, 30, ROW60, RATES60},
     {"TimeOutsChangeNothing", HD60, 33, ROW60, RATES60, HD60_TEXT,
      FailingCall("VtVideoOut_WaitForFieldStart", "TIMEOUT", "call = 5\ntimes = 3")},
     // Frames are halved, set buffers and the long-run average are not.
     {"InterlacedWithSkippedAndDoubled", UNEVEN, 50,
      "[OUT_00]   25.00  25.00  25.00   50.00 100.00  50.00        12       49       12       49",
      "50.000000 25.000000 25.000000 49", "1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON"},
-    {"NothingSet", HD60 + "set_buffer_pattern = [0]", 30,
-     "[OUT_00]   60.00  60.00  60.00    0.00   0.00 999.00         0        0       29       29", RATES60},
     // A pass of 125 fields: the walk covers the 119 intervals that the ring holds, the pass rate what its slots say.
     {"HighRate", FULL_HD + "618750000 }\nset_buffer_pattern = [2]", 125,
      "[OUT_00]  250.00 250.00 250.00  500.00 500.00 500.00       119        8        0        4",
@@ -76,14 +76,25 @@ struct VideoOutMonitorThread : testing::Test
     SMonitorScript oScript{"Out", VtVideoOutMonitorThreadFunc};
 };
 
-TEST_F(VideoOutMonitorThread, PrintsALineInMonitorMode)
+TEST_F(VideoOutMonitorThread, PrintsALineWithATimeHeaderInMonitorMode)
 {
-    g_bMonitor = 1;
-    EXPECT_EQ(oScript.Run(UNEVEN, 25),
-              "\033[K[SDI A - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY]: FpsAvg=25.00  FpsMax=25.00  "
-              "FpsMin=25.00  SetBufAvg=50.00  SetBufMax=100.00  SetBufMin=50.00  FrameSkipped=6  FrameSet=24 "
-              "FrameDoubled=6 FrameTotal=24\n");
+    const std::string szLine =
+        "[SDI A - 1920 x 1080i @ 50 Hz (YUV) VtPixelFormat_YUV422_UYVY]: FpsAvg=25.00  FpsMax=25.00  FpsMin=25.00  "
+        "SetBufAvg=50.00  SetBufMax=100.00  SetBufMin=50.00  FrameSkipped=6  FrameSet=24 FrameDoubled=6 "
+        "FrameTotal=24\n";
+    const std::string szFile = testing::TempDir() + "VideoOutMonitorTest.log";
+    g_bMonitor = g_bLog = 1;
+    g_pszLogFileName = szFile.c_str();
+    CreateFile(g_pszLogFileName);
+    oScript.bMayAllocate = true; // the log file
+    EXPECT_EQ(oScript.Run(UNEVEN, 25), "\033[K" + szLine);
     EXPECT_STREQ(oScript.oData.szStatusData, "placeholder");
+    std::ifstream oFile(szFile);
+    std::string szHeader;
+    std::string szLogged;
+    std::getline(std::getline(oFile, szHeader), szLogged);
+    EXPECT_TRUE(szHeader.size() == 32 && szHeader.starts_with("*** ") && szHeader.ends_with(" ***")) << szHeader;
+    EXPECT_EQ(szLogged + "\n", szLine);
 }
 
 TEST_F(VideoOutMonitorThread, TriesARefreshUntilTheParametersCanBeRead)
