@@ -57,12 +57,22 @@ pack_modules() {
     done
 }
 
-# Leaves the kernel in szKernel, from the cache if it is there. Returns 1 when the archive does not give it.
-prepare_kernel() {
+# Sets szImage and szVersion to the kernel that the distribution has now.
+find_kernel() {
     szImage=$(dependencies linux-image-amd64 'linux-image-.*')
     szVersion=$(apt-cache policy "${szImage:-none}" 2>/dev/null | sed -n 's/^ *Candidate: //p')
-    if [ -z "$szVersion" ] || [ "$szVersion" = "(none)" ]; then
-        return 1
+    [ -n "$szVersion" ] && [ "$szVersion" != "(none)" ]
+}
+
+# Leaves the kernel in szKernel, from the cache if it is there. Returns 1 when the archive does not give it.
+prepare_kernel() {
+    local szLatest
+    szLatest=$(ls -td "$szCache"/*/complete 2>/dev/null | head -n 1)
+    if ! find_kernel && ! { apt-get update -q >/dev/null 2>&1 && find_kernel; }; then
+        # Without the archive's lists the last kernel that was made still does.
+        szKernel=$(dirname "${szLatest:-/none/none}")
+        [ -n "$szLatest" ]
+        return
     fi
     szKernel="$szCache/$szVersion"
     [ -f "$szKernel/complete" ] && return 0
@@ -73,7 +83,7 @@ prepare_kernel() {
     say "downloading the kernel ($szVersion)"
     download_kernel || return 1
     say "building vkms"
-    unpack_kernel || die "vkms could not be built; see $szWork"
+    unpack_kernel || die "the guest's kernel could not be made; see $szWork"
     rm -rf "$szWork" "$szArchives"
     touch "$szKernel/complete"
 }

@@ -34,7 +34,7 @@ constexpr SPixelFormat aoPixelFormats[] = {
     {"VtPixelFormat_XBGR8888", VtPixelFormat_XBGR8888, V4L2_PIX_FMT_RGBX32, DRM_FORMAT_XBGR8888, false},
     {"VtPixelFormat_RGB565", VtPixelFormat_RGB565, V4L2_PIX_FMT_RGB565, DRM_FORMAT_RGB565, false},
     {"VtPixelFormat_XRGB2101010", VtPixelFormat_XRGB2101010, 0, DRM_FORMAT_XRGB2101010, false},
-    {"VtPixelFormat_GREY8", VtPixelFormat_GREY8, V4L2_PIX_FMT_GREY, DRM_FORMAT_R8, false},
+    {"VtPixelFormat_GREY8", VtPixelFormat_GREY8, V4L2_PIX_FMT_GREY, DRM_FORMAT_R8, true},
     {"VtPixelFormat_MJPEG", VtPixelFormat_MJPEG, V4L2_PIX_FMT_MJPEG, 0, true},
 };
 static_assert(std::size(aoPixelFormats) == VtPixelFormat_MJPEG + 1, "one row a format");

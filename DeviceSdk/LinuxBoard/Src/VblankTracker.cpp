@@ -11,8 +11,10 @@ void CVblankTracker::Start(uint64_t uiSequence)
         m_uiOffset += m_uiSequence - uiSequence;
     m_bStarted = true;
     m_bUnseen = false;
+    m_uiNumbering++;
     m_uiSequence = uiSequence;
     m_uiNextToQueue = 0;
+    m_uiOutstanding = 0;
 }
 
 bool CVblankTracker::Accept(uint64_t uiSequence, uint64_t uiStampNs)
@@ -46,12 +48,16 @@ void CVblankTracker::Queued(uint64_t uiSequence)
     m_uiOutstanding++;
 }
 
-void CVblankTracker::EventCame(uint64_t uiAskedSequence, uint64_t uiSequence)
+void CVblankTracker::AcceptEvent(uint64_t uiTag, uint64_t uiSequence, uint64_t uiStampNs)
 {
+    const uint64_t uiAskedSequence = uiTag & ((uint64_t{1} << msc_uiSequenceBits) - 1);
+    if (uiTag != TagOf(uiAskedSequence))
+        return;
     if (m_uiOutstanding > 0)
         m_uiOutstanding--;
     if (uiSequence < uiAskedSequence)
         m_uiNextToQueue = std::min(m_uiNextToQueue, uiAskedSequence);
+    Accept(uiSequence, uiStampNs);
 }
 
 void CSetBufferEstimate::Sample(uint32_t uiFramebufferId)

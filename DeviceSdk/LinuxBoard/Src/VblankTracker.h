@@ -38,20 +38,25 @@ public:
 
     /* The next sequence to queue, 0 when enough are queued. */
     uint64_t NextToQueue() const;
+    /* It was queued. Its event has to bring this tag back. */
     void Queued(uint64_t uiSequence);
+    uint64_t TagOf(uint64_t uiSequence) const { return m_uiNumbering << msc_uiSequenceBits | uiSequence; }
 
     /*
-     * The event asked for at uiAskedSequence came as uiSequence. It comes before its time when the mode is changed;
-     * then it has to be asked for again.
+     * An event has come. A change of mode lets it come before its time; then its sequence has to be asked for again.
+     * One of an earlier numbering, of a CRTC that now feeds another output, is nothing to us.
      */
-    void EventCame(uint64_t uiAskedSequence, uint64_t uiSequence);
+    void AcceptEvent(uint64_t uiTag, uint64_t uiSequence, uint64_t uiStampNs);
 
     /* Everything that was queued has come: the caller was away for longer than the queue reaches. */
     bool IsQueueSpent() const { return m_uiOutstanding == 0; }
 
 private:
+    static constexpr uint32_t msc_uiSequenceBits = 48; /* of a tag; thousands of years of fields */
+
     bool m_bStarted = false;
     bool m_bUnseen = false;
+    uint64_t m_uiNumbering = 0; /* counts the numberings that have been followed */
     uint64_t m_uiSequence = 0;
     uint64_t m_uiStampNs = 0;
     uint64_t m_uiOffset = 0; /* from the CRTC's numbering to ours, modulo 2^64 */

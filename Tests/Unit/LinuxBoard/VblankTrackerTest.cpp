@@ -26,8 +26,8 @@ TEST(VblankTracker, KeepsTheQueueFullAndDropsWhatDoesNotIncrease)
     oTracker.Start(100);
     EXPECT_GE(QueueAll(oTracker), 108U) << "eight or more ahead";
     EXPECT_FALSE(oTracker.Take(oField)) << "the start is no field";
-    oTracker.EventCame(101, 101);
-    EXPECT_TRUE(oTracker.Accept(101, 1000));
+    oTracker.AcceptEvent(oTracker.TagOf(101), 101, 1000);
+    EXPECT_EQ(oTracker.LastStampNs(), 1000U);
     EXPECT_TRUE(oTracker.Accept(102, 2000));
     EXPECT_FALSE(oTracker.Accept(102, 2500));
     EXPECT_FALSE(oTracker.Accept(103, 2000));
@@ -44,7 +44,8 @@ TEST(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
     const uint64_t uiLast = QueueAll(oTracker);
     EXPECT_EQ(oTracker.NextToQueue(), 0U);
     for (uint64_t uiAsked = 101; uiAsked <= uiLast; uiAsked++)
-        oTracker.EventCame(uiAsked, 100);
+        oTracker.AcceptEvent(oTracker.TagOf(uiAsked), 100, 1000);
+    EXPECT_EQ(oTracker.LastStampNs(), 0U);
     EXPECT_TRUE(oTracker.IsQueueSpent());
     EXPECT_EQ(oTracker.NextToQueue(), 101U);
 }
@@ -55,8 +56,11 @@ TEST(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
     SFieldStart oField;
     oTracker.Start(100);
     oTracker.Accept(101, 1000);
+    const uint64_t uiOldTag = oTracker.TagOf(102);
     oTracker.Start(7);
     EXPECT_EQ(oTracker.NextToQueue(), 8U);
+    oTracker.AcceptEvent(uiOldTag, 102, 1500);
+    EXPECT_FALSE(oTracker.Take(oField)) << "a field of the CRTC that is another output's now";
     EXPECT_TRUE(oTracker.Accept(8, 2000));
     ASSERT_TRUE(oTracker.Take(oField));
     EXPECT_EQ(oField.uiFieldCounter, 102U * 16);

@@ -1,7 +1,6 @@
 #include "DeviceList.h"
 
 #include "../StreamName.h"
-#include "KmsCard.h"
 #include "OwnedCapture.h"
 #include "TraceFeed.h"
 #include "V4l2Node.h"
@@ -117,14 +116,14 @@ void AddOutput(SDeviceList& roList, udev_device* poDevice)
     oSource.szCardNode = OrEmpty(udev_device_get_devnode(poCard));
     oSource.szConnector = szSysName.substr(szSysName.find('-') + 1);
     oSource.eType = TypeOf(oSource.szConnector);
-    CKmsCard oCard;
-    const int iError = oCard.Open(oSource.szCardNode);
+    CKmsCard& roCard = roList.aoCards[oSource.szCardNode];
+    const int iError = roCard.IsOpen() ? 0 : roCard.Open(oSource.szCardNode);
     if (iError != 0)
     {
         Refuse(roList, oSource.szCardNode, iError);
         return;
     }
-    oSource.szName = Named(roList, szSysName, HasVblank(oCard, oSource.szConnector) ? "" : "no vblank support", "");
+    oSource.szName = Named(roList, szSysName, HasVblank(roCard, oSource.szConnector) ? "" : "no vblank support", "");
     roList.aoOutputs.push_back(oSource);
 }
 

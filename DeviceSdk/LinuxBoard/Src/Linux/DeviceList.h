@@ -5,8 +5,10 @@
 #ifndef LINUX_BOARD_DEVICE_LIST_H
 #define LINUX_BOARD_DEVICE_LIST_H
 
+#include "KmsCard.h"
 #include "VtBoard.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,8 @@ struct SInputSource
 
 struct SDeviceList
 {
+    /* By node. Kept open, because closing a card for the last time lets the kernel set its modes anew. */
+    std::map<std::string, CKmsCard> aoCards;
     std::vector<SOutputSource> aoOutputs;
     std::vector<SInputSource> aoInputs;
     std::vector<std::string> aszRefused; /* "/dev/dri/card0: Permission denied" */

@@ -47,7 +47,6 @@ VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVide
     }
     if (!m_oNode.IsCapture())
         return VtStatus_FAIL;
-    m_bTold = m_oNode.Subscribe();
     m_bOwn = bOwn && m_oOwned.Start() != -EBUSY;
     if (!m_bOwn)
         m_oTrace.Open(szVideo, m_oNode.Minor());
@@ -62,7 +61,7 @@ void CInputStream::CheckSignal()
 {
     const EInputSignal eBefore = m_eSignal;
     m_eSignal = m_oNode.DetectSignal(m_oSignal);
-    m_uiNextCheckNs = MonotonicClock_NowNs() + (m_bTold ? uiCheckToldNs : uiCheckUntoldNs);
+    m_uiNextCheckNs = MonotonicClock_NowNs() + (m_oNode.TellsChanges() ? uiCheckToldNs : uiCheckUntoldNs);
     m_bPollNode = true;
     if (m_eSignal != EInputSignal::Present)
         return;
@@ -84,7 +83,9 @@ void CInputStream::CheckSignal()
 void CInputStream::Accept(SCapturedFrame oFrame)
 {
     m_uiLastArrivalNs = MonotonicClock_NowNs();
-    if (m_eSignal != EInputSignal::Present) // what a device without a signal captures is nobody's field
+    // What a device without a signal captures is nobody's field; and what piled up before the first wait filled the
+    // queue, so that the gap behind it is of our making.
+    if (m_eSignal != EInputSignal::Present || !m_bWaited)
         return;
     if (m_bHalfFrames)
         oFrame.eParity = EFieldParity::None;
@@ -99,6 +100,7 @@ void CInputStream::FetchOwned()
             return;
         m_uiNextStartNs = MonotonicClock_NowNs() + uiRestartPauseNs;
         m_oOwned.Start();
+        m_bPollNode = true;
     }
     SCapturedFrame oFrame;
     EFetch eFetch = EFetch::Nothing;
@@ -160,10 +162,13 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
 {
     uint64_t uiNowNs = MonotonicClock_NowNs();
     const uint64_t uiDeadlineNs = uiNowNs + uiTimeOutMs * uiNsPerMs;
+    if (!m_bWaited)
+        ReadFrames();
+    m_bWaited = true;
     if (m_eSignal == EInputSignal::Lost)
     {
         Sleep(std::min(uiDeadlineNs, uiNowNs + uiLostPauseNs));
-        m_uiNextCheckNs = m_bTold ? m_uiNextCheckNs : std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
+        m_uiNextCheckNs = m_oNode.TellsChanges() ? m_uiNextCheckNs : std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
     }
     for (;;)
     {

@@ -62,7 +62,7 @@ private:
     COwnedCapture m_oOwned;
     CFieldTracker m_oTracker;
     bool m_bOwn = false;        /* we stream this input, or will when it lets us */
-    bool m_bTold = false;       /* the driver tells of changes of the signal */
+    bool m_bWaited = false;     /* somebody has waited for a field */
     bool m_bPollNode = true;    /* off after an error, which would end every sleep at once */
     bool m_bHalfFrames = false; /* only one field of each frame is captured: its parity numbers nothing */
     EInputSignal m_eSignal = EInputSignal::Present;

@@ -31,10 +31,9 @@ using CProperty = CDrmPointer<drmModePropertyRes, drmModeFreeProperty>;
 // libdrm hands events to a plain function, whose only argument of ours is a number of 64 bits that we need otherwise.
 thread_local CVblankTracker* g_poTracker = nullptr;
 
-void OnSequence(int /*iFd*/, uint64_t uiSequence, uint64_t uiStampNs, uint64_t uiAskedSequence)
+void OnSequence(int /*iFd*/, uint64_t uiSequence, uint64_t uiStampNs, uint64_t uiTag)
 {
-    g_poTracker->EventCame(uiAskedSequence, uiSequence);
-    g_poTracker->Accept(uiSequence, uiStampNs);
+    g_poTracker->AcceptEvent(uiTag, uiSequence, uiStampNs);
 }
 
 } // namespace
@@ -138,9 +137,9 @@ int CKmsCard::ReadSequence(uint32_t uiCrtcId, uint64_t& ruiSequence, uint64_t& r
     return drmCrtcGetSequence(Fd(), uiCrtcId, &ruiSequence, &ruiStampNs) == 0 ? 0 : -errno;
 }
 
-int CKmsCard::QueueSequence(uint32_t uiCrtcId, uint64_t uiSequence) const
+int CKmsCard::QueueSequence(uint32_t uiCrtcId, uint64_t uiSequence, uint64_t uiTag) const
 {
-    return drmCrtcQueueSequence(Fd(), uiCrtcId, 0, uiSequence, nullptr, uiSequence) == 0 ? 0 : -errno;
+    return drmCrtcQueueSequence(Fd(), uiCrtcId, 0, uiSequence, nullptr, uiTag) == 0 ? 0 : -errno;
 }
 
 void CKmsCard::ReadEvents(CVblankTracker& roTracker) const

@@ -34,6 +34,7 @@ class CKmsCard
 {
 public:
     int Open(const std::string& szNode);
+    bool IsOpen() const { return m_oFd.IsOpen(); }
     int Fd() const { return m_oFd.Get(); }
 
     /* The connector named as in sysfs without the card ("HDMI-A-1"); 0 when there is none. */
@@ -50,7 +51,7 @@ public:
 
     /* -EINVAL while the CRTC is off, -EOPNOTSUPP when the card has no vertical blank events. */
     int ReadSequence(uint32_t uiCrtcId, uint64_t& ruiSequence, uint64_t& ruiStampNs) const;
-    int QueueSequence(uint32_t uiCrtcId, uint64_t uiSequence) const;
+    int QueueSequence(uint32_t uiCrtcId, uint64_t uiSequence, uint64_t uiTag) const;
 
     /* Hands all events that have come to the tracker, without waiting. */
     void ReadEvents(CVblankTracker& roTracker) const;

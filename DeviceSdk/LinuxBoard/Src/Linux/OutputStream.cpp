@@ -87,7 +87,7 @@ void COutputStream::KeepQueueFull()
 {
     for (uint64_t uiNext = m_oTracker.NextToQueue(); uiNext != 0; uiNext = m_oTracker.NextToQueue())
     {
-        const int iError = m_oCard.QueueSequence(m_uiCrtcId, uiNext);
+        const int iError = m_oCard.QueueSequence(m_uiCrtcId, uiNext, m_oTracker.TagOf(uiNext));
         if (iError == -ENOMEM || iError == -EBUSY) // the card's event space is full: what is queued must do
             return;
         SetSignal(iError);

@@ -80,12 +80,23 @@ void CV4l2Node::ReadFacts()
     else if ((uiCaps & V4L2_CAP_VIDEO_CAPTURE_MPLANE) != 0)
         m_uiBufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
     v4l2_input oInput{};
-    m_bHasInputs = V4l2_Ioctl(Fd(), VIDIOC_G_INPUT, &m_uiInput) == 0;
-    oInput.index = m_uiInput;
-    if (!m_bHasInputs || V4l2_Ioctl(Fd(), VIDIOC_ENUMINPUT, &oInput) != 0)
-        return;
-    m_bDigital = (oInput.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0;
-    m_szInput = Text(oInput.name);
+    if (ReadInput(oInput))
+        m_szInput = Text(oInput.name);
+}
+
+/* Whoever uses the node may select another input at any time. */
+bool CV4l2Node::ReadInput(v4l2_input& roInput)
+{
+    roInput = {};
+    if (V4l2_Ioctl(Fd(), VIDIOC_G_INPUT, &roInput.index) != 0 || V4l2_Ioctl(Fd(), VIDIOC_ENUMINPUT, &roInput) != 0)
+        return false;
+    m_bDigital = (roInput.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0;
+    if (roInput.index != m_uiInput)
+    {
+        m_uiInput = roInput.index;
+        m_bTellsChanges = Subscribe();
+    }
+    return true;
 }
 
 int CV4l2Node::ReadFormat(SInputFormat& roFormat) const
@@ -121,15 +132,14 @@ int CV4l2Node::ReadDigitalTimings(v4l2_dv_timings& roTimings) const
     }
 }
 
-EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal) const
+EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
 {
     roSignal = {};
     SInputFormat oFormat;
     v4l2_input oInput{};
-    oInput.index = m_uiInput;
     if (ReadFormat(oFormat) == -ENODEV)
         return EInputSignal::Gone;
-    if (m_bHasInputs && V4l2_Ioctl(Fd(), VIDIOC_ENUMINPUT, &oInput) == 0 && (oInput.status & uiLostStatus) != 0)
+    if (ReadInput(oInput) && (oInput.status & uiLostStatus) != 0)
         return EInputSignal::Lost;
     if (m_bDigital)
     {

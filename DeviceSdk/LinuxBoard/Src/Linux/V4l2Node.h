@@ -63,25 +63,27 @@ public:
     int ReadFormat(SInputFormat& roFormat) const;
 
     /* roSignal: timings and field period, all 0 unless the signal is present. */
-    EInputSignal DetectSignal(SSignal& roSignal) const;
+    EInputSignal DetectSignal(SSignal& roSignal);
 
     /* All 0 when there are no buffers or the driver tells only their owner. */
     SBufferCensus CountBuffers() const;
 
-    /* True when the driver tells of changes of the signal. */
-    bool Subscribe() const;
+    /* The driver tells of changes of the signal. */
+    bool TellsChanges() const { return m_bTellsChanges; }
     /* Fetches what the driver told; true when a change of the signal was among it. */
     bool ReadEvents() const;
 
 private:
     void ReadFacts();
+    bool ReadInput(v4l2_input& roInput);
+    bool Subscribe() const;
     int ReadDigitalTimings(v4l2_dv_timings& roTimings) const;
 
     CFileDescriptor m_oFd;
     uint32_t m_uiMinor = 0;
     uint32_t m_uiBufferType = 0;
-    uint32_t m_uiInput = 0;
-    bool m_bHasInputs = false;
+    uint32_t m_uiInput = UINT32_MAX; /* none read yet */
+    bool m_bTellsChanges = false;
     bool m_bDigital = false;
     std::string m_szDriver;
     std::string m_szInput;
