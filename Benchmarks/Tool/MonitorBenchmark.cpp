@@ -70,7 +70,7 @@ void BM_InputField(benchmark::State& roState)
             [&]
             {
                 uint64_t uiTick = 0;
-                VtVideoIn_WaitForFieldStart(oMonitor.hVideoInHandle, FIELD_WAIT_TIME_OUT_MS, oMonitor.auiFieldCounter,
+                VtVideoIn_WaitForFieldStart(oMonitor.hVideoInHandle, uiFieldWaitTimeOutMs, oMonitor.auiFieldCounter,
                                             &uiTick, oMonitor.abIsTopField);
                 VtVideoIn_GetCaptureState(oMonitor.hVideoInHandle, &oMonitor.eCaptureState,
                                           &oMonitor.uiTotalBufferCount, oMonitor.auiReadyBufferCount,
@@ -91,7 +91,7 @@ template <typename TMonitor> void FillRing(TMonitor& roMonitor, SMonitorUserData
     for (uint32_t uiSlot = 0; uiSlot < NB_OF_SAMPLES; ++uiSlot)
     {
         roData.auiTickRefCounter[uiSlot] = 1000000 + uiSlot * 833333;
-        roMonitor.auiFieldCounter[uiSlot] = uiSlot * COUNTS_PER_FIELD;
+        roMonitor.auiFieldCounter[uiSlot] = uiSlot * uiCountsPerField;
     }
     roMonitor.uiTickPerSecond = 100000000;
     roMonitor.oCurrentVidParam.uiVRate_Hz = 2;

@@ -67,14 +67,14 @@ SMonitorStreams MakeStreams(Bool32 bIsVideoIn, std::vector<SMonitorUserData>& rd
     {
         snprintf(roData.szVidParam, sizeof(roData.szVidParam), "%-100s", "[IN_00] - SDI IN A - 1920 x 1080p @ 60 Hz");
         snprintf(roData.szVideoState, sizeof(roData.szVideoState), "VtVideoIn_State_STARTED");
-        snprintf(roData.szStatusData, sizeof(roData.szStatusData), "%s", EMPTY_LINE_VIDEO_IN);
+        snprintf(roData.szStatusData, sizeof(roData.szStatusData), "%s", szEmptyLineVideoIn);
         snprintf(roData.szFpsData, sizeof(roData.szFpsData), "[IN_00] 59.999981 59.999977 59.999983 90 (0 ==> 0 ppm)");
     }
     SMonitorStreams oStreams = {};
     oStreams.uiNbOfVideo = STREAMS;
     oStreams.bIsVideoIn = bIsVideoIn;
     oStreams.paoVideoMonitorData = rdaoData.data();
-    oStreams.szEmptyLine = EMPTY_LINE_VIDEO_IN;
+    oStreams.szEmptyLine = szEmptyLineVideoIn;
     return oStreams;
 }
 

@@ -121,7 +121,7 @@ TEST_F(VideoInMonitorThread, ShowsOnlyErrorsWhenAskedTo)
     oScript.oData.fFpsRef = 50.0;
     EXPECT_EQ(oScript.Run(HD60, 60), "");
     EXPECT_STREQ(oScript.oData.szStatusData, "placeholder");
-    EXPECT_EQ(oScript.oData.uiFpsTotalFieldCounter, 59U * COUNTS_PER_FIELD);
+    EXPECT_EQ(oScript.oData.uiFpsTotalFieldCounter, 59U * uiCountsPerField);
 
     oScript.oData.uiFpsTotalFieldCounter = oScript.oData.uiFpsTotalTickRefCounter = 0;
     EXPECT_EQ(oScript.Run(HD60 + "ppm = 40000", 30), "");

@@ -12,7 +12,7 @@
 #include "MonitorUserData.h"
 
 // Newest timestamps further apart than this many ticks come from different counters.
-constexpr uint64_t CABLE_LOCK_TIME_STAMP_MASK = 0x8000000;
+constexpr uint64_t uiCableLockTimeStampMask = 0x8000000;
 
 // What the test has found so far. All zero at start.
 struct SCableLockResult
@@ -32,7 +32,7 @@ void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
 
 /*
  * Judges one second: 1 when every stream has delivered fields, every pair was measured and stays within one line of its
- * first stream, and no two newest timestamps are further apart than CABLE_LOCK_TIME_STAMP_MASK. At least two streams.
+ * first stream, and no two newest timestamps are further apart than uiCableLockTimeStampMask. At least two streams.
  *   rdaoFrameLockVideoData  in      the measurement of the second
  *   rdaoFrameLockPairData   in      its pairs
  *   pauiVideoLastTimeStamp  in      newest timestamp of each stream

@@ -20,7 +20,7 @@ inline double TicksToSeconds(uint64_t uiTicks, uint32_t uiTickPerSecond)
 /* Fields a second of a number of counts in a time; frames a second when interlaced. */
 inline double FieldRate(uint64_t uiCounts, double flSeconds, Bool32 bInterlaced)
 {
-    const double flRate = static_cast<double>(uiCounts) * FIELDS_PER_COUNT / flSeconds;
+    const double flRate = static_cast<double>(uiCounts) * flFieldsPerCount / flSeconds;
     return bInterlaced ? flRate * 0.5 : flRate;
 }
 

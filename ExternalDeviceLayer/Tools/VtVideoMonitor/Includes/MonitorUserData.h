@@ -31,13 +31,13 @@ enum EVideoMonitorConstants : uint32_t
 };
 
 // Field counters of the SDK advance by 16 a field.
-constexpr double FIELDS_PER_COUNT = 0.0625;
-constexpr uint32_t COUNT_TO_FIELD_SHIFT = 4;
-constexpr uint64_t COUNTS_PER_FIELD = 16;
+constexpr double flFieldsPerCount = 0.0625;
+constexpr uint32_t uiCountToFieldShift = 4;
+constexpr uint64_t uiCountsPerField = 16;
 
 // How long a monitor thread waits for a field, and how long it pauses when the signal is lost.
-constexpr uint32_t FIELD_WAIT_TIME_OUT_MS = 50;
-constexpr uint32_t LOST_SIGNAL_PAUSE_MS = 10;
+constexpr uint32_t uiFieldWaitTimeOutMs = 50;
+constexpr uint32_t uiLostSignalPauseMs = 10;
 
 // One flat block: arrays of it are cleared with a single fill and never resized while threads run.
 struct SMonitorUserData

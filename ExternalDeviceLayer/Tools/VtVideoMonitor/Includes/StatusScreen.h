@@ -6,9 +6,9 @@
 
 #include "MonitorRun.h"
 
-inline constexpr char EMPTY_LINE_VIDEO_IN[] =
+inline constexpr char szEmptyLineVideoIn[] =
     "--------  ------ ------ ------  ------ ------ ------  ------ ------ ------  -------- -------- -------- --------";
-inline constexpr char EMPTY_LINE_VIDEO_OUT[] =
+inline constexpr char szEmptyLineVideoOut[] =
     "--------  ------ ------ ------  ------ ------ ------  -------- -------- -------- --------";
 
 /* Logs the two lines that name the product, its version and its build date. */

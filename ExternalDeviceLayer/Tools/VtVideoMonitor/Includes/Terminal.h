@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <initializer_list>
 
-inline constexpr char ERASE_TO_LINE_END[] = "\033[K";
+inline constexpr char szEraseToLineEnd[] = "\033[K";
 
 /*
  * Writes the texts, one behind the other, as one piece to standard output, and waits while the terminal takes no more.

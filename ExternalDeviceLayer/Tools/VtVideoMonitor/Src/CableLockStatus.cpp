@@ -12,9 +12,9 @@ namespace
 {
 
 constexpr uint32_t uiDelayMs = 1000;
-constexpr uint32_t SHORTEST_DELAY_MS = uiDelayMs / 2;
-constexpr uint64_t US_PER_MS = 1000;
-constexpr char TABLE_RULE[] = "------------------\n";
+constexpr uint32_t uiShortestDelayMs = uiDelayMs / 2;
+constexpr uint64_t uiUsPerMs = 1000;
+constexpr char szTableRule[] = "------------------\n";
 
 void DisplaySecond(uint32_t uiSecond, std::span<const SFrameLockVideoData> aoVideo,
                    const uint64_t* pauiVideoLastTimeStamp)
@@ -53,7 +53,7 @@ uint64_t GetMonotonicTimeInMs()
 {
     uint64_t uiTimeUs = 0;
     tmCounter(&uiTimeUs);
-    return uiTimeUs / US_PER_MS;
+    return uiTimeUs / uiUsPerMs;
 }
 
 void SleepUntil(uint64_t uiTimeMs)
@@ -75,7 +75,7 @@ void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
     CMString szLogMsg;
     szLogMsg.Format("Cable Lock Testing begin (%d seconds) ... ", LowInt(uiDurationSec));
     ReportLockText(hDev, szLogMsg);
-    Log("%s", TABLE_RULE);
+    Log("%s", szTableRule);
     uint64_t uiSecondMs = GetMonotonicTimeInMs();
     for (uint32_t uiSecond = 1; uiSecond <= uiDurationSec; ++uiSecond)
     {
@@ -83,7 +83,7 @@ void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonit
         uiSecondMs = GetNextCableLockSecond(uiSecondMs, GetMonotonicTimeInMs());
         SleepUntil(uiSecondMs);
     }
-    Log("%s", TABLE_RULE);
+    Log("%s", szTableRule);
     szLogMsg.Format("Cable Lock Testing done ... ");
     ReportLockText(hDev, szLogMsg);
     FormatCableLockVerdict(oResult, uiDurationSec, szLogMsg);
@@ -106,12 +106,12 @@ Bool32 IsCableLocked(const CFrameLockVideoArray& rdaoFrameLockVideoData,
                                             });
     const auto [puiOldest, puiNewest] =
         std::minmax_element(pauiVideoLastTimeStamp, pauiVideoLastTimeStamp + aoVideo.size());
-    return bAllWithinLine && *puiNewest - *puiOldest <= CABLE_LOCK_TIME_STAMP_MASK ? 1 : 0;
+    return bAllWithinLine && *puiNewest - *puiOldest <= uiCableLockTimeStampMask ? 1 : 0;
 }
 
 uint64_t GetNextCableLockSecond(uint64_t uiPlannedMs, uint64_t uiNowMs)
 {
-    const uint64_t uiLatestMs = uiNowMs + SHORTEST_DELAY_MS;
+    const uint64_t uiLatestMs = uiNowMs + uiShortestDelayMs;
     const uint64_t uiPassedMs = uiLatestMs > uiPlannedMs ? uiLatestMs - uiPlannedMs - 1 : 0;
     return uiPlannedMs + (uiPassedMs / uiDelayMs + 1) * uiDelayMs;
 }

@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr uint32_t uiMessageWarning = 1000;
-constexpr uint32_t TIME_TEXT_LENGTH = 24;
+constexpr uint32_t uiTimeTextLength = 24;
 
 // A time header stands at most once a second, and never because of a bare line end.
 void WriteTimeHeader()
@@ -74,7 +74,7 @@ void Log(const char* pszFormat, ...)
                  "Warning, message length (%d) exceed the maximum expected (%d).\n", LowInt(uiMessageLength),
                  LowInt(uiMessageWarning));
     }
-    PrintToTerminal({g_bStatus ? "" : ERASE_TO_LINE_END, szMessage, szMessageWarning});
+    PrintToTerminal({g_bStatus ? "" : szEraseToLineEnd, szMessage, szMessageWarning});
     if (g_bLog)
     {
         LogToFile(szMessage, uiMessageLength, szMessageWarning);
@@ -91,7 +91,7 @@ void GetTimeString(VTSTR64& szTime)
         return;
     }
     asctime_r(&oLocalTime, szTime);
-    szTime[TIME_TEXT_LENGTH] = '\0';
+    szTime[uiTimeTextLength] = '\0';
 }
 
 Bool32 CreateFile(const char* pszFilePathWithName)

@@ -7,8 +7,8 @@
 namespace
 {
 
-constexpr uint64_t NS_PER_SECOND = 1000000000;
-constexpr uint32_t MAX_GROUP_STREAMS = 32;
+constexpr uint64_t uiNsPerSecond = 1000000000;
+constexpr uint32_t uiMaxGroupStreams = 32;
 
 struct SThreshold
 {
@@ -17,8 +17,8 @@ struct SThreshold
 };
 
 // A row a threshold mode.
-constexpr SThreshold THRESHOLDS[] = {{1, ""}, {5, "S"}, {30, "S"}, {90, "S"}};
-static_assert(std::size(THRESHOLDS) == GENLOCK_THRESHOLD_COUNT);
+constexpr SThreshold aoThresholds[] = {{1, ""}, {5, "S"}, {30, "S"}, {90, "S"}};
+static_assert(std::size(aoThresholds) == GENLOCK_THRESHOLD_COUNT);
 
 // One measurement and how it is to be shown.
 struct SReport
@@ -47,18 +47,18 @@ struct SGroup
 
 uint32_t StreamBit(uint32_t uiVideo)
 {
-    return uiVideo < MAX_GROUP_STREAMS ? 1U << uiVideo : 0;
+    return uiVideo < uiMaxGroupStreams ? 1U << uiVideo : 0;
 }
 
 uint64_t TicksToNs(uint32_t uiTicks, uint32_t uiTickFreqHz)
 {
-    return uiTickFreqHz == 0 ? 0 : uiTicks * NS_PER_SECOND / uiTickFreqHz;
+    return uiTickFreqHz == 0 ? 0 : uiTicks * uiNsPerSecond / uiTickFreqHz;
 }
 
 // Signed nanoseconds, truncated toward zero, of which the low 32 bits are kept.
 int32_t DeltaToNs(int32_t iTicks, uint32_t uiTickFreqHz)
 {
-    const int64_t iTimeNs = int64_t{iTicks} * static_cast<int64_t>(NS_PER_SECOND) / int64_t{uiTickFreqHz};
+    const int64_t iTimeNs = int64_t{iTicks} * static_cast<int64_t>(uiNsPerSecond) / int64_t{uiTickFreqHz};
     return LowInt(static_cast<uint64_t>(iTimeNs));
 }
 
@@ -209,7 +209,7 @@ void DisplayGenLock(uint32_t uiNbOfVideo, Bool32 bIsVideoIn, uint32_t uiDisplayM
         return;
     }
     const SThreshold& roThreshold =
-        THRESHOLDS[uiThresholdMode < GENLOCK_THRESHOLD_COUNT ? uiThresholdMode : uint32_t{GENLOCK_THRESHOLD_1}];
+        aoThresholds[uiThresholdMode < GENLOCK_THRESHOLD_COUNT ? uiThresholdMode : uint32_t{GENLOCK_THRESHOLD_1}];
     const SReport oReport = {
         {daoFrameLockVideoData.GetData(), static_cast<size_t>(daoFrameLockVideoData.GetSize())},
         {daoFrameLockPairData.GetData(), static_cast<size_t>(daoFrameLockPairData.GetSize())},

@@ -9,7 +9,7 @@
 namespace
 {
 
-constexpr uint32_t HZ_PER_KHZ = 1000;
+constexpr uint32_t uiHzPerKHz = 1000;
 
 // Appends a record a stream with its ring, as one consistent moment of all of them. The array grows before the mutex is
 // taken, so that only copies happen under it.
@@ -24,7 +24,7 @@ void TakeSnapshot(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorD
     {
         const SMonitorUserData& roData = paoVideoMonitorData[uiVideo];
         poVideo->uiTickFreqHz = roData.uiTickRefFreq;
-        poVideo->uiLineFreqHz = roData.uiHRate_KHz * HZ_PER_KHZ;
+        poVideo->uiLineFreqHz = roData.uiHRate_KHz * uiHzPerKHz;
         KrvTools_memcpy(poVideo->auiTimeStamp, roData.auiTickRefCounter, sizeof(poVideo->auiTimeStamp));
     }
 }

@@ -11,8 +11,8 @@
 namespace
 {
 
-constexpr uint32_t RESTART_PAUSE_MS = 500;
-constexpr int32_t LINES_AFTER_DUMP = 100;
+constexpr uint32_t uiRestartPauseMs = 500;
+constexpr int32_t iLinesAfterDump = 100;
 
 std::span<SMonitorUserData> Records(const SMonitorStreams& roStreams)
 {
@@ -149,7 +149,7 @@ void DumpRawData(SMonitorRun& roRun)
     if (roRun.oVideoIn.uiNbOfVideo + roRun.oVideoOut.uiNbOfVideo > 0)
     {
         // Pushes the dump up into the scroll-back before the next redraw overwrites the screen.
-        for (int32_t iLine = 0; iLine < LINES_AFTER_DUMP; ++iLine)
+        for (int32_t iLine = 0; iLine < iLinesAfterDump; ++iLine)
         {
             Log("\n");
         }
@@ -159,7 +159,7 @@ void DumpRawData(SMonitorRun& roRun)
 void RestartThreads(SMonitorRun& roRun)
 {
     StopMonitorThreads(roRun);
-    g_oOsServices.SleepMilliSeconds(RESTART_PAUSE_MS);
+    g_oOsServices.SleepMilliSeconds(uiRestartPauseMs);
     StartMonitorThreads(roRun);
 }
 
@@ -169,7 +169,7 @@ struct SKeyCommand
     void (*pfnAction)(SMonitorRun& roRun);
 };
 
-constexpr SKeyCommand KEY_COMMANDS[] = {
+constexpr SKeyCommand aoKeyCommands[] = {
     {'P', RefreshDescriptions}, // the key help keeps quiet about this one
     {'G', CycleGenLockDisplay},    {'L', CycleGenLockThreshold}, {'R', ResetScreen},
     {'F', ToggleFrameRateDetails}, {'1', SetPpmReference},       {'2', ResetFrameRates},
@@ -196,7 +196,7 @@ Bool32 IsQuitKey(char cCommand)
 
 void DispatchKey(char cCommand, SMonitorRun& roRun)
 {
-    for (const SKeyCommand& roCommand : KEY_COMMANDS)
+    for (const SKeyCommand& roCommand : aoKeyCommands)
     {
         if (IsKey(cCommand, roCommand.cKey))
         {

@@ -20,9 +20,9 @@
 namespace
 {
 
-constexpr uint32_t START_PAUSE_MS = 200;
-constexpr uint32_t LOOP_PAUSE_MS = 10;
-constexpr uint64_t REDRAW_PERIOD_MS = 2000;
+constexpr uint32_t uiStartPauseMs = 200;
+constexpr uint32_t uiLoopPauseMs = 10;
+constexpr uint64_t uiRedrawPeriodMs = 2000;
 
 // The memory behind the streams of one direction.
 struct SStreamMemory
@@ -67,9 +67,9 @@ void ReleaseLateThreads(SMonitorRun& roRun)
 
 void ReleaseThreads(SMonitorRun& roRun)
 {
-    g_oOsServices.SleepMilliSeconds(START_PAUSE_MS);
+    g_oOsServices.SleepMilliSeconds(uiStartPauseMs);
     g_oOsServices.Signal_Trigger(g_hStartSig);
-    g_oOsServices.SleepMilliSeconds(START_PAUSE_MS);
+    g_oOsServices.SleepMilliSeconds(uiStartPauseMs);
     ReleaseLateThreads(roRun);
 }
 
@@ -127,7 +127,7 @@ void RedrawWhenDue(SMonitorRun& roRun)
         return;
     }
     roRun.uiEnd = g_oOsServices.GetTimeInMs();
-    if (roRun.uiEnd - roRun.uiStart < REDRAW_PERIOD_MS)
+    if (roRun.uiEnd - roRun.uiStart < uiRedrawPeriodMs)
     {
         return;
     }
@@ -141,7 +141,7 @@ int32_t RunCommandLoop(SMonitorRun& roRun)
     Bool32 bQuit = 0;
     while (!bQuit)
     {
-        g_oOsServices.SleepMilliSeconds(LOOP_PAUSE_MS);
+        g_oOsServices.SleepMilliSeconds(uiLoopPauseMs);
         ReleaseLateThreads(roRun);
         const char cCommand = static_cast<char>(getch());
         if (IsQuitKey(cCommand) || roRun.bStopSignal)
@@ -215,10 +215,10 @@ int32_t RunTest()
 {
     SMonitorRun oRun = {};
     oRun.oVideoOut.pThreadFunc = VtVideoOutMonitorThreadFunc;
-    oRun.oVideoOut.szEmptyLine = EMPTY_LINE_VIDEO_OUT;
+    oRun.oVideoOut.szEmptyLine = szEmptyLineVideoOut;
     oRun.oVideoIn.bIsVideoIn = 1;
     oRun.oVideoIn.pThreadFunc = VtVideoInMonitorThreadFunc;
-    oRun.oVideoIn.szEmptyLine = EMPTY_LINE_VIDEO_IN;
+    oRun.oVideoIn.szEmptyLine = szEmptyLineVideoIn;
 
     g_oOsServices.Signal_Create(g_hStartSig);
     g_bExtendVidTimingDetails = g_bExtendedTimingStart;

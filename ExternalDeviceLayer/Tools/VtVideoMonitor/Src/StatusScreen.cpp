@@ -10,10 +10,10 @@
 namespace
 {
 
-constexpr char NOTICE[] = "Timings, frame rates and genlock of every video stream, live. Build";
-constexpr char BUILD_DATE[] = "2017-09-15";
+constexpr char szNotice[] = "Timings, frame rates and genlock of every video stream, live. Build";
+constexpr char szBuildDate[] = "2017-09-15";
 
-constexpr const char* MENU_OPTIONS[] = {
+constexpr const char* aszMenuOptions[] = {
     "\n",
     "COMMANDS (PRESS KEY):\n",
     "  <i>      Initialize application threads.\n",
@@ -30,13 +30,13 @@ constexpr const char* MENU_OPTIONS[] = {
     "\n",
 };
 
-constexpr const char* HEADINGS_VIDEO_IN[] = {
+constexpr const char* aszHeadingsVideoIn[] = {
     "           FRAMES_PER_SECOND     READIES               LOANS                FRAMES                             ",
     "   ID      Avg    Max    Min     Avg    Max    Min     Avg    Max    Min    Skipped   Missed  Doubled   Total  ",
     "========  ====== ====== ======  ====== ====== ======  ====== ====== ======  ======== ======== ======== ========",
 };
 
-constexpr const char* HEADINGS_VIDEO_OUT[] = {
+constexpr const char* aszHeadingsVideoOut[] = {
     "           FRAMES_PER_SECOND    SETBUFFER_PER_SECOND  FRAMES                             ",
     "   ID      Avg    Max    Min     Avg    Max    Min    Skipped    Set    Doubled   Total  ",
     "========  ====== ====== ======  ====== ====== ======  ======== ======== ======== ========",
@@ -91,7 +91,7 @@ void DisplayStreams(const SMonitorRun& roRun, const SMonitorStreams& roStreams)
         return;
     }
     DisplayStreamList(roStreams);
-    for (const char* szHeading : roStreams.bIsVideoIn ? HEADINGS_VIDEO_IN : HEADINGS_VIDEO_OUT)
+    for (const char* szHeading : roStreams.bIsVideoIn ? aszHeadingsVideoIn : aszHeadingsVideoOut)
     {
         Log("%s\n", szHeading);
     }
@@ -115,12 +115,12 @@ void DisplayStreams(const SMonitorRun& roRun, const SMonitorStreams& roStreams)
 void DisplayBanner()
 {
     Log("%s %d.%d.%d.%d\n", "Korvani VtVideoMonitor - Version", 4, 1, 0, 146);
-    Log("%s %s \n\n", NOTICE, BUILD_DATE);
+    Log("%s %s \n\n", szNotice, szBuildDate);
 }
 
 void DisplayMenuOptions()
 {
-    for (const char* szLine : MENU_OPTIONS)
+    for (const char* szLine : aszMenuOptions)
     {
         Log("%s", szLine);
     }

@@ -19,7 +19,7 @@ template <typename EValue> struct SValueText
 };
 
 // The doubled prefix of the lost connection, and the critical end of stream under the same text, are kept.
-constexpr SValueText<VtStatus> STATUS_TEXTS[] = {
+constexpr SValueText<VtStatus> aoStatusTexts[] = {
     {VtStatus_CRITICAL_END_OF_STREAM, "VtStatus_VtStatus_CONNECTION_LOST"},
     {VtStatus_STREAM_NOT_INITIALIZED, "VtStatus_STREAM_NOT_INITIALIZED"},
     {VtStatus_INCOMPLETE_COMMAND, "VtStatus_INCOMPLETE_COMMAND"},
@@ -46,7 +46,7 @@ constexpr SValueText<VtStatus> STATUS_TEXTS[] = {
     {VtStatus_OK_STREAM_NOT_LOWLATENCY, "VtStatus_OK_STREAM_NOT_LOWLATENCY"},
 };
 
-constexpr SValueText<VtVideoIn_State> VIDEO_IN_STATE_TEXTS[] = {
+constexpr SValueText<VtVideoIn_State> aoVideoInStateTexts[] = {
     {VtVideoIn_State_INVALID, "VtVideoIn_State_INVALID"},
     {VtVideoIn_State_NOT_INITIALIZED, "VtVideoIn_State_NOT_INITIALIZED"},
     {VtVideoIn_State_STARTED, "VtVideoIn_State_STARTED"},
@@ -54,7 +54,7 @@ constexpr SValueText<VtVideoIn_State> VIDEO_IN_STATE_TEXTS[] = {
     {VtVideoIn_State_FORCE32, "VtVideoIn_State_FORCE32"},
 };
 
-constexpr SValueText<VtVideoOut_PowerState> POWER_STATE_TEXTS[] = {
+constexpr SValueText<VtVideoOut_PowerState> aoPowerStateTexts[] = {
     {VtVideoOut_PowerState_DISABLED, "PowerState_DISABLED"}, {VtVideoOut_PowerState_ON, "PowerState_ON"},
     {VtVideoOut_PowerState_BLANKED, "PowerState_BLANKED"},   {VtVideoOut_PowerState_STANDBY, "PowerState_STANDBY"},
     {VtVideoOut_PowerState_SUSPEND, "PowerState_SUSPEND"},   {VtVideoOut_PowerState_OFF, "PowerState_OFF"},
@@ -156,17 +156,17 @@ VtStatus GetVideoNameString(VtDevice_Handle hDev, uint32_t uiVideoIndex, Bool32 
 
 const char* VtStatusToString(VtStatus eStatus)
 {
-    return FindText<VtStatus>(STATUS_TEXTS, eStatus, "Unknown");
+    return FindText<VtStatus>(aoStatusTexts, eStatus, "Unknown");
 }
 
 const char* VtVideoInStateToString(VtVideoIn_State eState)
 {
-    return FindText<VtVideoIn_State>(VIDEO_IN_STATE_TEXTS, eState, "Unknown VtVideoIn_State");
+    return FindText<VtVideoIn_State>(aoVideoInStateTexts, eState, "Unknown VtVideoIn_State");
 }
 
 const char* PowerStateToString(VtVideoOut_PowerState eStatus)
 {
-    return FindText<VtVideoOut_PowerState>(POWER_STATE_TEXTS, eStatus, "Unknown");
+    return FindText<VtVideoOut_PowerState>(aoPowerStateTexts, eStatus, "Unknown");
 }
 
 void GetPixelFormatString(VtPixelFormat ePixelFormat, VTSTR64& szPixelFormat)

@@ -15,9 +15,9 @@
 namespace
 {
 
-constexpr double RATE_MIN_START = 999.0;
-constexpr uint32_t COUNT_MIN_START = 999;
-constexpr double RATE_TOLERANCE = 2.0;
+constexpr double flRateMinStart = 999.0;
+constexpr uint32_t uiCountMinStart = 999;
+constexpr double flRateTolerance = 2.0;
 
 // Field intervals outside of these count as doubled or missed, seconds. Single precision, as the nominal rate.
 struct SIntervalLimits
@@ -69,7 +69,7 @@ Bool32 MeasurePass(SVideoInMonitor& roMonitor, SVideoInPass& roPass)
     }
     const uint64_t uiCounts = roMonitor.auiFieldCounter[uiSlot] - roMonitor.auiFieldCounter[uiLastSlot];
     const uint64_t uiTicks = uiTick1 - uiTick0;
-    roMonitor.uiFrameTotal += uiCounts >> COUNT_TO_FIELD_SHIFT;
+    roMonitor.uiFrameTotal += uiCounts >> uiCountToFieldShift;
     roPass.flFramePerSecondCur =
         FieldRate(uiCounts, TicksToSeconds(uiTicks, roMonitor.uiTickPerSecond), roMonitor.oCurrentVidParam.bInterlaced);
     const Bool32 bIsGood = ReadSkipCount(roMonitor);
@@ -93,7 +93,7 @@ void ScanInterval(SVideoInMonitor& roMonitor, uint32_t uiIndex0, uint32_t uiInde
     const double flRate = FieldRate(uiCounter1 - uiCounter0, flInterval, roMonitor.oCurrentVidParam.bInterlaced);
     roPass.flFramePerSecondMin = std::min(roPass.flFramePerSecondMin, flRate);
     roPass.flFramePerSecondMax = std::max(roPass.flFramePerSecondMax, flRate);
-    if (uiCounter1 - uiCounter0 > COUNTS_PER_FIELD)
+    if (uiCounter1 - uiCounter0 > uiCountsPerField)
     {
         Log("[IN_%02d] Abnormal FieldCounter increment detected from 0x%x to 0x%X\n", LowInt(roMonitor.uiVideoInIndex),
             static_cast<uint32_t>(uiCounter0), static_cast<uint32_t>(uiCounter1));
@@ -138,9 +138,9 @@ void ScanFields(SVideoInMonitor& roMonitor, SVideoInPass& roPass)
 
 bool IsInError(const SVideoInPass& roPass, double flNominalRate)
 {
-    return std::fabs(roPass.flFramePerSecondCur - flNominalRate) > RATE_TOLERANCE ||
-           std::fabs(roPass.flFramePerSecondMin - flNominalRate) > RATE_TOLERANCE ||
-           std::fabs(roPass.flFramePerSecondMax - flNominalRate) > RATE_TOLERANCE;
+    return std::fabs(roPass.flFramePerSecondCur - flNominalRate) > flRateTolerance ||
+           std::fabs(roPass.flFramePerSecondMin - flNominalRate) > flRateTolerance ||
+           std::fabs(roPass.flFramePerSecondMax - flNominalRate) > flRateTolerance;
 }
 
 void LogPass(const SVideoInMonitor& roMonitor, const SVideoInPass& roPass)
@@ -171,9 +171,9 @@ void WriteRow(const SVideoInMonitor& roMonitor, const SVideoInPass& roPass)
 Bool32 MakeStatisticsPass(SVideoInMonitor& roMonitor)
 {
     SVideoInPass oPass = {};
-    oPass.flFramePerSecondMin = RATE_MIN_START;
-    oPass.uiReadyCountMin = COUNT_MIN_START;
-    oPass.uiLoanCountMin = COUNT_MIN_START;
+    oPass.flFramePerSecondMin = flRateMinStart;
+    oPass.uiReadyCountMin = uiCountMinStart;
+    oPass.uiLoanCountMin = uiCountMinStart;
     const Bool32 bIsGood = MeasurePass(roMonitor, oPass);
     ScanFields(roMonitor, oPass);
     roMonitor.uiLastSampleCount = roMonitor.uiSampleCount;
@@ -263,9 +263,9 @@ VtStatus VideoInMonitor_WaitAndStamp(SVideoInMonitor& roMonitor)
     SMonitorUserData& roData = *roMonitor.poData;
     const uint32_t uiSlot = roMonitor.uiSampleCount % NB_OF_SAMPLES;
     uint64_t uiTickRefCounter = 0;
-    const VtStatus eStatus = VtVideoIn_WaitForFieldStart(roMonitor.hVideoInHandle, FIELD_WAIT_TIME_OUT_MS,
-                                                         &roMonitor.auiFieldCounter[uiSlot], &uiTickRefCounter,
-                                                         &roMonitor.abIsTopField[uiSlot]);
+    const VtStatus eStatus =
+        VtVideoIn_WaitForFieldStart(roMonitor.hVideoInHandle, uiFieldWaitTimeOutMs, &roMonitor.auiFieldCounter[uiSlot],
+                                    &uiTickRefCounter, &roMonitor.abIsTopField[uiSlot]);
     {
         OsMutexGuard oGuard(g_oMutex, OsServices_INFINITE);
         roData.auiTickRefCounter[uiSlot] = uiTickRefCounter;
@@ -305,7 +305,7 @@ void VideoInMonitor_ProcessField(SVideoInMonitor& roMonitor)
 
 void VideoInMonitor_RestartSamples(SVideoInMonitor& roMonitor)
 {
-    g_oOsServices.SleepMilliSeconds(LOST_SIGNAL_PAUSE_MS);
+    g_oOsServices.SleepMilliSeconds(uiLostSignalPauseMs);
     roMonitor.uiSampleCount = 0;
     roMonitor.uiLastSampleCount = 0;
     roMonitor.bLastWaitCanceled = 1;

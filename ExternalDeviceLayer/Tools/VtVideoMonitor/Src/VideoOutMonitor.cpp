@@ -13,8 +13,8 @@
 namespace
 {
 
-constexpr double RATE_MIN_START = 999.0;
-constexpr char UNKNOWN_PIXEL_FORMAT[] = "VtPixelFormat_UNKOWN";
+constexpr double flRateMinStart = 999.0;
+constexpr char szUnknownPixelFormat[] = "VtPixelFormat_UNKOWN";
 
 // Rates over the pass and the long-run totals.
 void MeasurePass(SVideoOutMonitor& roMonitor, SVideoOutPass& roPass)
@@ -31,7 +31,7 @@ void MeasurePass(SVideoOutMonitor& roMonitor, SVideoOutPass& roPass)
     const uint64_t uiCounts = roMonitor.auiFieldCounter[uiSlot] - roMonitor.auiFieldCounter[uiLastSlot];
     const uint64_t uiTicks = uiTick1 - uiTick0;
     const double flSeconds = TicksToSeconds(uiTicks, roMonitor.uiTickPerSecond);
-    roMonitor.uiFrameTotal += uiCounts >> COUNT_TO_FIELD_SHIFT;
+    roMonitor.uiFrameTotal += uiCounts >> uiCountToFieldShift;
     roPass.flFramePerSecondCur = FieldRate(uiCounts, flSeconds, roMonitor.oCurrentVidParam.bInterlaced);
 
     const uint64_t uiSetBuffers = roMonitor.auiSetBufferCounter[uiSlot] - roMonitor.auiSetBufferCounter[uiLastSlot];
@@ -103,8 +103,8 @@ void WriteRow(const SVideoOutMonitor& roMonitor, const SVideoOutPass& roPass)
 void MakeStatisticsPass(SVideoOutMonitor& roMonitor)
 {
     SVideoOutPass oPass = {};
-    oPass.flFramePerSecondMin = RATE_MIN_START;
-    oPass.flSetBufferPerSecondMin = RATE_MIN_START;
+    oPass.flFramePerSecondMin = flRateMinStart;
+    oPass.flSetBufferPerSecondMin = flRateMinStart;
     MeasurePass(roMonitor, oPass);
     WalkFields(roMonitor, oPass);
     // Shared with the main thread and the other outputs: their lines may get, or lose, a time header by this.
@@ -154,7 +154,7 @@ Bool32 VideoOutMonitor_Open(SVideoOutMonitor& roMonitor)
     roMonitor.hDev = roData.hDev;
     roMonitor.uiVideoOutIndex = roData.uiInOutIndex;
     roMonitor.ePowerState = VtVideoOut_PowerState_OFF;
-    KrvTools_strcpy_s(roMonitor.szPixelFormat, sizeof(roMonitor.szPixelFormat), UNKNOWN_PIXEL_FORMAT);
+    KrvTools_strcpy_s(roMonitor.szPixelFormat, sizeof(roMonitor.szPixelFormat), szUnknownPixelFormat);
     KrvTools_strcpy_s(roData.szFpsData, sizeof(roData.szFpsData), "UNUSED");
     GetVideoNameString(roMonitor.hDev, roMonitor.uiVideoOutIndex, 0, roMonitor.szVideoName);
     const VtStatus eStatus = VtVideoOut_GetHandle(roMonitor.hDev, roMonitor.uiVideoOutIndex, VtAccessMode_READONLY,
@@ -172,7 +172,7 @@ Bool32 VideoOutMonitor_Open(SVideoOutMonitor& roMonitor)
 VtStatus VideoOutMonitor_WaitAndStamp(SVideoOutMonitor& roMonitor)
 {
     const uint32_t uiSlot = roMonitor.uiSampleCount % NB_OF_SAMPLES;
-    return VtVideoOut_WaitForFieldStart(roMonitor.hVideoOutHandle, FIELD_WAIT_TIME_OUT_MS,
+    return VtVideoOut_WaitForFieldStart(roMonitor.hVideoOutHandle, uiFieldWaitTimeOutMs,
                                         &roMonitor.auiFieldCounter[uiSlot], &roMonitor.auiSetBufferCounter[uiSlot],
                                         &roMonitor.poData->auiTickRefCounter[uiSlot], &roMonitor.abIsTopField[uiSlot]);
 }
@@ -193,7 +193,7 @@ void VideoOutMonitor_ProcessField(SVideoOutMonitor& roMonitor)
     {
         roData.bShowExtraData = 1;
         roData.bShowDetailedTiming = 0;
-        KrvTools_strcpy_s(roMonitor.szPixelFormat, sizeof(roMonitor.szPixelFormat), UNKNOWN_PIXEL_FORMAT);
+        KrvTools_strcpy_s(roMonitor.szPixelFormat, sizeof(roMonitor.szPixelFormat), szUnknownPixelFormat);
         KrvTools_memset(roMonitor.szVideoParam, 0, sizeof(roMonitor.szVideoParam));
         roMonitor.bLastWaitCanceled = 0;
     }
@@ -201,7 +201,7 @@ void VideoOutMonitor_ProcessField(SVideoOutMonitor& roMonitor)
 
 void VideoOutMonitor_RestartSamples(SVideoOutMonitor& roMonitor)
 {
-    g_oOsServices.SleepMilliSeconds(LOST_SIGNAL_PAUSE_MS);
+    g_oOsServices.SleepMilliSeconds(uiLostSignalPauseMs);
     roMonitor.uiSampleCount = 0;
     roMonitor.uiLastSampleCount = 0;
     roMonitor.bLastWaitCanceled = 1;

@@ -110,7 +110,7 @@ struct SSwitch
 };
 
 // In the order in which an argument is compared with them and the help shows them.
-constexpr SSwitch SWITCHES[] = {
+constexpr SSwitch aoSwitches[] = {
     {szSwitch1Help, szSwitch2Help, szDescriptionHelp, [](SParser& roParser, const char*) { roParser.bShowHelp = 1; }},
     {szSwitch1GpuIndex, szSwitch2GpuIndex, szDescriptionGpuIndex, SelectChip},
     {szSwitch1ErrorOnly, szSwitch2ErrorOnly, szDescriptionErrorOnly, [](SParser&, const char*) { g_bFilterError = 1; }},
@@ -127,7 +127,7 @@ constexpr SSwitch SWITCHES[] = {
 void DisplayHelp()
 {
     puts("\nArguments:");
-    for (const SSwitch& roSwitch : SWITCHES)
+    for (const SSwitch& roSwitch : aoSwitches)
     {
         printf("   %-6s | %-18s %s\n", roSwitch.szShort, roSwitch.szLong, roSwitch.szDescription);
     }
@@ -135,7 +135,7 @@ void DisplayHelp()
 
 const SSwitch* FindSwitch(const char* szArgument)
 {
-    for (const SSwitch& roSwitch : SWITCHES)
+    for (const SSwitch& roSwitch : aoSwitches)
     {
         if (KrvTools_strcmp(szArgument, roSwitch.szShort) == 0 || KrvTools_strcmp(szArgument, roSwitch.szLong) == 0)
         {
