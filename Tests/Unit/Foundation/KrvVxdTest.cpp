@@ -5,62 +5,48 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace
 {
 
-struct STemporaryFolder
+// Sets the seams back and takes its folder away when a test ends.
+struct KrvVxd : testing::Test
 {
-    STemporaryFolder()
-    {
-        std::string szName = std::filesystem::temp_directory_path() / "foundation-XXXXXX";
-        oPath = mkdtemp(szName.data());
-    }
-    ~STemporaryFolder() { std::filesystem::remove_all(oPath); }
-
-    std::filesystem::path oPath;
+    KrvVxd() { std::filesystem::create_directories(oPath); }
+    ~KrvVxd() override { std::filesystem::remove_all(oPath); }
+    const SSeamsReset oReset;
+    const std::filesystem::path oPath = testing::TempDir() + "foundation-" + std::to_string(getpid());
 };
-
-// A bus whose functions are the names in this folder.
-auto UsingBus(const std::filesystem::path& roPath)
-{
-    return [szPath = roPath.string()](pci_access& roAccess) mutable
-    {
-        char szName[] = "sysfs.path";
-        pci_set_param(&roAccess, szName, szPath.data());
-        roAccess.method = PCI_ACCESS_SYS_BUS_PCI;
-        roAccess.buscentric = 1;
-    };
-}
 
 } // namespace
 
-TEST(KrvVxdPci, HandleFindsItsFunctionInAnyDomainAndNullWhereThereIsNoBus)
+TEST_F(KrvVxd, HandleFindsItsFunctionInAnyDomainAndNullWhereThereIsNoBus)
 {
-    const SSeamsReset oReset;
-    const STemporaryFolder oFolder;
     g_oSeams.pfnPciAlloc = [](pci_access& roAccess) { roAccess.method = PCI_ACCESS_MAX; }; // cannot start
     EXPECT_EQ(KrvVxdPciLibConvertHandle(0xFFFF), nullptr);
-    g_oSeams.pfnPciAlloc = UsingBus(oFolder.oPath); // cannot read the bus
+    g_oSeams.pfnPciAlloc = [szPath = oPath.string()](pci_access& roAccess) mutable
+    {
+        char szName[] = "sysfs.path";
+        pci_set_param(&roAccess, szName, szPath.data());
+        roAccess.method = PCI_ACCESS_SYS_BUS_PCI; // cannot read the bus, until there is a folder of functions
+        roAccess.buscentric = 1;
+    };
     EXPECT_EQ(KrvVxdPciLibConvertHandle(0xFFFF), nullptr);
 
-    std::filesystem::create_directories(oFolder.oPath / "devices/0000:03:02.1");
-    std::filesystem::create_directories(oFolder.oPath / "devices/0001:ff:1f.7");
+    std::filesystem::create_directories(oPath / "devices/0000:03:02.1");
+    std::filesystem::create_directories(oPath / "devices/0001:ff:1f.7");
     const pci_dev* const poDevice = KrvVxdPciLibConvertHandle((3 << 8) | (2 << 3) | 1);
     ASSERT_NE(poDevice, nullptr) << "the next call tries again";
-    EXPECT_EQ(poDevice->bus, 3);
-    EXPECT_EQ(poDevice->dev, 2);
-    EXPECT_EQ(poDevice->func, 1);
+    EXPECT_EQ(std::tuple(poDevice->bus, poDevice->dev, poDevice->func), std::tuple(3, 2, 1));
     EXPECT_NE(KrvVxdPciLibConvertHandle(0xFFFF), nullptr);
     EXPECT_EQ(KrvVxdPciLibConvertHandle((3 << 8) | (2 << 3)), nullptr);
     EXPECT_EQ(ReleaseKRVLibrary() + ReleaseKRVLibrary(), 2u);
 }
 
-TEST(KrvVxdMemory, MappingReachesTheAddressAndIsRoundedUp)
+TEST_F(KrvVxd, MappingReachesTheAddressAndIsRoundedUp)
 {
-    const SSeamsReset oReset;
-    const STemporaryFolder oFolder;
-    g_oSeams.szDevMem = oFolder.oPath / "mem";
+    g_oSeams.szDevMem = oPath / "mem";
     EXPECT_EQ(memMap(0x1000, 1), nullptr) << "it cannot be opened";
     std::ofstream(g_oSeams.szDevMem) << std::string(0x1800, 'a') + std::string(0x1800, 'b');
     EXPECT_EQ(memMap64(0x1000, 0, 0), nullptr) << "there is nothing to map";
@@ -85,9 +71,8 @@ TEST(KrvVxdMemory, MappingReachesTheAddressAndIsRoundedUp)
     EXPECT_EQ(g_oSeams.uiMapOffset, 0x1234567000u);
 }
 
-TEST(KrvVxdTimer, DelayReadsTheClockUntilTheEndAndCarriesSeconds)
+TEST_F(KrvVxd, DelayReadsTheClockUntilTheEndAndCarriesSeconds)
 {
-    const SSeamsReset oReset;
     g_oSeams.iClock = CLOCK_MONOTONIC;
     int iReads = 0;
     g_oSeams.pfnClock = [&](timespec& roNow)
@@ -104,12 +89,10 @@ TEST(KrvVxdTimer, DelayReadsTheClockUntilTheEndAndCarriesSeconds)
     }
 }
 
-TEST(KrvVxdTimer, CounterIsInMicrosecondsAndFailsWithTheClock)
+TEST_F(KrvVxd, CounterIsInMicrosecondsAndFailsWithTheClock)
 {
-    const SSeamsReset oReset;
     uint64_t uiValue = 0;
-    EXPECT_EQ(tmFrequency(&uiValue), 1u);
-    EXPECT_EQ(uiValue, 1'000'000u);
+    EXPECT_TRUE(tmFrequency(&uiValue) == 1 && uiValue == 1'000'000);
     g_oSeams.iClock = CLOCK_MONOTONIC;
     StopClock(5'000'000'000, 1'999);
     EXPECT_EQ(tmCounter(&uiValue), 1u);

@@ -10,53 +10,35 @@
 namespace
 {
 
-// Whether another thread gets the mutex.
-bool IsFree(OsMutex& roMutex, uint32_t uiTimeOutMs)
+struct OsLocks : testing::Test
 {
-    return std::async(std::launch::async, [&] { return OsMutexGuard(roMutex, uiTimeOutMs).IsLock() == 1; }).get();
-}
-
-struct SShared : OsServices
-{
+    // Whether another thread gets the mutex.
+    bool IsFree(uint32_t uiTimeOutMs)
+    {
+        return std::async(std::launch::async, [=, this] { return OsMutexGuard(oMutex, uiTimeOutMs).IsLock(); }).get();
+    }
+    const SSeamsReset oReset;
+    OsServices oOsServices;
+    OsMutex oMutex{oOsServices};
     HSpinLock hSpinLock = nullptr;
     int iSum = 0;
 };
 
-uint32_t AddOneThousandTimes(void* pvUserData)
-{
-    SShared& roShared = *static_cast<SShared*>(pvUserData);
-    for (int iTurn = 0; iTurn < 1000; ++iTurn)
-    {
-        roShared.SpinLock_Lock(roShared.hSpinLock);
-        ++roShared.iSum;
-        roShared.SpinLock_Unlock(roShared.hSpinLock);
-    }
-    return 0xFFFFFFFF;
-}
-
 } // namespace
 
-TEST(OsMutex, OwnerLocksAgainAndMustReleaseAsOften)
+TEST_F(OsLocks, OwnerLocksAgainAndMustReleaseAsOften)
 {
-    OsServices oOsServices;
-    OsMutex oMutex(oOsServices);
     EXPECT_EQ(oMutex.Acquire(0), 1u);
-    {
-        const OsMutexGuard oGuard(oMutex, 0);
-        EXPECT_EQ(oGuard.IsLock(), 1u);
-    }
-    EXPECT_FALSE(IsFree(oMutex, 0));
-    EXPECT_FALSE(IsFree(oMutex, 1));
+    EXPECT_EQ(OsMutexGuard(oMutex, 0).IsLock(), 1u);
+    EXPECT_FALSE(IsFree(0));
+    EXPECT_FALSE(IsFree(1));
     EXPECT_EQ(oMutex.Release(), 1u);
-    EXPECT_TRUE(IsFree(oMutex, OsServices_INFINITE));
-    EXPECT_TRUE(IsFree(oMutex, 0)) << "the guards have given it back";
+    EXPECT_TRUE(IsFree(OsServices_INFINITE));
+    EXPECT_TRUE(IsFree(0)) << "the guards have given it back";
 }
 
-TEST(OsMutex, RefusedDeadlineIsPrintedAndOtherFailuresAreSilent)
+TEST_F(OsLocks, RefusedDeadlineIsPrintedAndOtherFailuresAreSilent)
 {
-    const SSeamsReset oReset;
-    OsServices oOsServices;
-    OsMutex oMutex(oOsServices);
     StopClock(7, 8);
     testing::internal::CaptureStdout();
     for (const int iResult : {EINVAL, ETIMEDOUT, EAGAIN})
@@ -70,26 +52,30 @@ TEST(OsMutex, RefusedDeadlineIsPrintedAndOtherFailuresAreSilent)
               "timespec.tv_sec=7,timespec.tv_nsec=8\n");
 }
 
-TEST(OsCpuThread, ThreadsRunWithTheirDataUnderASpinLock)
+TEST_F(OsLocks, ThreadsRunWithTheirDataUnderASpinLock)
 {
-    SShared oShared;
-    ASSERT_EQ(oShared.SpinLock_Create(oShared.hSpinLock), 1u);
-    HCpuThread ahThreads[2] = {};
-    for (HCpuThread& rhThread : ahThreads)
+    ASSERT_EQ(oOsServices.SpinLock_Create(hSpinLock), 1u);
+    const auto AddOften = [](void* pvUserData)
     {
-        ASSERT_EQ(oShared.CpuThread_Create(AddOneThousandTimes, &oShared, rhThread), 1u);
-    }
-    for (const HCpuThread& rhThread : ahThreads)
-    {
-        EXPECT_EQ(oShared.CpuThread_Join(rhThread) + oShared.CpuThread_Destroy(rhThread), 2u);
-    }
-    EXPECT_EQ(oShared.iSum, 2000);
-    EXPECT_EQ(oShared.SpinLock_Destroy(oShared.hSpinLock), 1u);
+        OsLocks& roTest = *static_cast<OsLocks*>(pvUserData);
+        for (int iTurn = 0; iTurn < 1000; ++iTurn)
+        {
+            OsServices::SpinLock_Lock(roTest.hSpinLock);
+            ++roTest.iSum;
+            OsServices::SpinLock_Unlock(roTest.hSpinLock);
+        }
+        return 0xFFFFFFFF;
+    };
+    HCpuThread hThread = nullptr;
+    ASSERT_EQ(OsServices::CpuThread_Create(AddOften, this, hThread), 1u);
+    AddOften(this);
+    EXPECT_EQ(OsServices::CpuThread_Join(hThread) + OsServices::CpuThread_Destroy(hThread), 2u);
+    EXPECT_EQ(iSum, 2000);
+    EXPECT_EQ(OsServices::SpinLock_Destroy(hSpinLock), 1u);
 }
 
 TEST(CMStringThreads, CopiesOfOneTextLiveInDifferentThreads)
 {
-    CMString szText("shared");
     const auto CopyOften = [](const CMString& rszText)
     {
         for (int iTurn = 0; iTurn < 1000; ++iTurn)
@@ -97,7 +83,7 @@ TEST(CMStringThreads, CopiesOfOneTextLiveInDifferentThreads)
             EXPECT_EQ(CMString(rszText), "shared");
         }
     };
+    const CMString szText("shared");
     const auto oOther = std::async(std::launch::async, CopyOften, szText);
     CopyOften(szText);
-    szText = nullptr;
 }

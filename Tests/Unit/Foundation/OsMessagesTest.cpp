@@ -54,11 +54,11 @@ TEST_F(OsMessages, PrefixNamesTheKindTheVersionAndTheReference)
 TEST_F(OsMessages, EachLevelSilencesItsOwnKind)
 {
     OsServices::SetMsgPrefixEnable(0);
+    const char* const apszRows[] = {"", "c3\n", "b2\n", "b2\nc3\n", "a1\n", "a1\nc3\n", "a1\nb2\n", "a1\nb2\nc3\n"};
     for (Bool32 uiBits = 0; uiBits < 8; ++uiBits)
     {
         OsServices::SetMsgLevel(uiBits & 1, uiBits & 2, uiBits & 4);
-        EXPECT_EQ(WrittenByAll(),
-                  std::string(uiBits & 4 ? "a1\n" : "") + (uiBits & 2 ? "b2\n" : "") + (uiBits & 1 ? "c3\n" : ""));
+        EXPECT_EQ(WrittenByAll(), apszRows[uiBits]);
     }
     OsServices::SetMsgLevel(0, 1, 2);
     int iError = 9, iUser = 9, iInfo = 9;

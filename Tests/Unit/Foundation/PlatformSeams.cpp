@@ -30,12 +30,6 @@ void AwaitValue(const std::atomic<int>& roCounter, int iValue)
     }
 }
 
-static void CountInWait(int iStep)
-{
-    g_oSeams.iInWait += iStep;
-    g_oSeams.iInWait.notify_all();
-}
-
 // The linker sends calls of a name to __wrap_ and gives the thing itself the name __real_.
 #define SEAM(type, name, ...)                                                                                          \
     type __real_##name(__VA_ARGS__);                                                                                   \
@@ -52,9 +46,11 @@ static void CountInWait(int iStep)
 extern "C" {
 SEAM(int, pthread_cond_wait, pthread_cond_t* poCond, pthread_mutex_t* poMutex)
 {
-    CountInWait(1);
+    ++g_oSeams.iInWait;
+    g_oSeams.iInWait.notify_all();
     const int iResult = g_oSeams.iCondWait ? g_oSeams.iCondWait : __real_pthread_cond_wait(poCond, poMutex);
-    CountInWait(-1);
+    --g_oSeams.iInWait;
+    g_oSeams.iInWait.notify_all();
     return iResult;
 }
 SEAM(int, pthread_cond_timedwait, pthread_cond_t* poCond, pthread_mutex_t* poMutex, const timespec* poUntil)
@@ -64,9 +60,6 @@ SEAM(int, pthread_cond_timedwait, pthread_cond_t* poCond, pthread_mutex_t* poMut
 }
 SEAM_RESULT(iCondSignal, pthread_cond_signal, (poCond), pthread_cond_t* poCond)
 SEAM_RESULT(iCondBroadcast, pthread_cond_broadcast, (poCond), pthread_cond_t* poCond)
-SEAM_RESULT(iMutexDestroy, pthread_mutex_destroy, (poMutex), pthread_mutex_t* poMutex)
-SEAM_RESULT(iMutexInit, pthread_mutex_init, (poMutex, poType), pthread_mutex_t* poMutex,
-            const pthread_mutexattr_t* poType)
 SEAM_RESULT(iMutexTimedLock, pthread_mutex_timedlock, (poMutex, poUntil), pthread_mutex_t* poMutex,
             const timespec* poUntil)
 SEAM(int, clock_gettime, clockid_t iClock, timespec* poNow)

@@ -9,6 +9,8 @@
 #include <functional>
 #include <string>
 
+#include "CMAllocator.h"
+
 extern "C" {
 #include <pci/pci.h>
 }
@@ -20,8 +22,6 @@ struct SPlatformSeams
     int iCondTimedWait = 0;
     int iCondSignal = 0;
     int iCondBroadcast = 0;
-    int iMutexDestroy = 0;
-    int iMutexInit = 0;
     int iMutexTimedLock = 0;
     bool bIsInitFailing = false;
     int iReleases = 0; // of the library
@@ -41,6 +41,17 @@ extern SPlatformSeams g_oSeams;
 struct SSeamsReset
 {
     ~SSeamsReset();
+};
+
+// All blocks come from it while it lives.
+struct SCountingAllocator final : CMAllocator
+{
+    SCountingAllocator() { SetGlobalAllocator(this); }
+    ~SCountingAllocator() override { SetGlobalAllocator(nullptr); }
+    void* Alloc(uint64_t uiSize) override { return CMAllocator::Alloc((++iLive, uiLastSize = uiSize)); }
+    void Free(const void* pvBlock) override { CMAllocator::Free((--iLive, pvBlock)); }
+    int iLive = 0;
+    uint64_t uiLastSize = 0;
 };
 
 // The clock stands still at this moment.
