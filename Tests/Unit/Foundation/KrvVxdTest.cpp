@@ -95,10 +95,8 @@ TEST_F(KrvVxd, CounterIsInMicrosecondsAndFailsWithTheClock)
     EXPECT_TRUE(tmFrequency(&uiValue) == 1 && uiValue == 1'000'000);
     g_oSeams.iClock = CLOCK_MONOTONIC;
     StopClock(5'000'000'000, 1'999);
-    EXPECT_EQ(tmCounter(&uiValue), 1u);
-    EXPECT_EQ(uiValue, 5'000'000'000'000'001u);
+    EXPECT_TRUE(tmCounter(&uiValue) == 1 && uiValue == 5'000'000'000'000'001);
     g_oSeams.pfnClock = [](timespec&) { return -1; };
-    EXPECT_EQ(tmCounter(&uiValue), 0u);
-    EXPECT_EQ(uiValue, 5'000'000'000'000'001u);
+    EXPECT_TRUE(tmCounter(&uiValue) == 0 && uiValue == 5'000'000'000'000'001);
     EXPECT_EQ(tmDelay(1'000'000), 1u);
 }

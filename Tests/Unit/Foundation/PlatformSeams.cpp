@@ -36,19 +36,20 @@ void AwaitValue(const std::atomic<int>& roCounter, int iValue)
     type __wrap_##name(__VA_ARGS__);                                                                                   \
     type __wrap_##name(__VA_ARGS__)
 
-// One that only ever replaces the result.
-#define SEAM_RESULT(result, name, arguments, ...)                                                                      \
+// One that comes down to a result.
+#define SEAM_RESULT(result, name, ...)                                                                                 \
     SEAM(int, name, __VA_ARGS__)                                                                                       \
     {                                                                                                                  \
-        return g_oSeams.result ? g_oSeams.result : __real_##name arguments;                                            \
+        return result;                                                                                                 \
     }
+#define RESULT_OR(result, real) (g_oSeams.result != 0 ? g_oSeams.result : real)
 
 extern "C" {
 SEAM(int, pthread_cond_wait, pthread_cond_t* poCond, pthread_mutex_t* poMutex)
 {
     ++g_oSeams.iInWait;
     g_oSeams.iInWait.notify_all();
-    const int iResult = g_oSeams.iCondWait ? g_oSeams.iCondWait : __real_pthread_cond_wait(poCond, poMutex);
+    const int iResult = RESULT_OR(iCondWait, __real_pthread_cond_wait(poCond, poMutex));
     --g_oSeams.iInWait;
     g_oSeams.iInWait.notify_all();
     return iResult;
@@ -56,22 +57,17 @@ SEAM(int, pthread_cond_wait, pthread_cond_t* poCond, pthread_mutex_t* poMutex)
 SEAM(int, pthread_cond_timedwait, pthread_cond_t* poCond, pthread_mutex_t* poMutex, const timespec* poUntil)
 {
     g_oSeams.oDeadLine = *poUntil;
-    return g_oSeams.iCondTimedWait ? g_oSeams.iCondTimedWait : __real_pthread_cond_timedwait(poCond, poMutex, poUntil);
+    return RESULT_OR(iCondTimedWait, __real_pthread_cond_timedwait(poCond, poMutex, poUntil));
 }
-SEAM_RESULT(iCondSignal, pthread_cond_signal, (poCond), pthread_cond_t* poCond)
-SEAM_RESULT(iCondBroadcast, pthread_cond_broadcast, (poCond), pthread_cond_t* poCond)
-SEAM_RESULT(iMutexTimedLock, pthread_mutex_timedlock, (poMutex, poUntil), pthread_mutex_t* poMutex,
-            const timespec* poUntil)
-SEAM(int, clock_gettime, clockid_t iClock, timespec* poNow)
-{
-    return g_oSeams.pfnClock && iClock == g_oSeams.iClock ? g_oSeams.pfnClock(*poNow)
-                                                          : __real_clock_gettime(iClock, poNow);
-}
-SEAM(int, usleep, useconds_t uiSleepUs)
-{
-    g_oSeams.iSleptUs = uiSleepUs;
-    return 0;
-}
+SEAM_RESULT(RESULT_OR(iCondSignal, __real_pthread_cond_signal(poCond)), pthread_cond_signal, pthread_cond_t* poCond)
+SEAM_RESULT(RESULT_OR(iCondBroadcast, __real_pthread_cond_broadcast(poCond)), pthread_cond_broadcast,
+            pthread_cond_t* poCond)
+SEAM_RESULT(RESULT_OR(iMutexTimedLock, __real_pthread_mutex_timedlock(poMutex, poUntil)), pthread_mutex_timedlock,
+            pthread_mutex_t* poMutex, const timespec* poUntil)
+SEAM_RESULT(g_oSeams.pfnClock&& iClock == g_oSeams.iClock ? g_oSeams.pfnClock(*poNow)
+                                                          : __real_clock_gettime(iClock, poNow),
+            clock_gettime, clockid_t iClock, timespec* poNow)
+SEAM_RESULT((g_oSeams.iSleptUs = uiSleepUs, 0), usleep, useconds_t uiSleepUs)
 SEAM(int, open, const char* pszPath, int iFlags, mode_t uiMode)
 {
     const bool bIsReplaced = !g_oSeams.szDevMem.empty() && std::strcmp(pszPath, "/dev/mem") == 0;

@@ -18,22 +18,16 @@ extern "C" {
 struct SPlatformSeams
 {
     std::atomic<int> iInWait = 0; // threads inside a condition wait; counted while they hold the mutex
-    int iCondWait = 0;
-    int iCondTimedWait = 0;
-    int iCondSignal = 0;
-    int iCondBroadcast = 0;
-    int iMutexTimedLock = 0;
+    int iCondWait = 0, iCondTimedWait = 0, iCondSignal = 0, iCondBroadcast = 0, iMutexTimedLock = 0;
     bool bIsInitFailing = false;
     int iReleases = 0; // of the library
     clockid_t iClock = CLOCK_REALTIME;
-    std::function<int(timespec&)> pfnClock; // instead of this clock
-    timespec oDeadLine = {};                // of the last timed wait
-    int64_t iSleptUs = -1;                  // asked of usleep, which returns at once
-    std::string szDevMem;                   // file in the place of /dev/mem
-    uint64_t uiMapOffset = 0;               // of the last mapping
-    uint64_t uiMapLength = 0;
-    uint64_t uiUnmapLength = 0;
-    std::function<void(pci_access&)> pfnPciAlloc; // changes a new access object
+    std::function<int(timespec&)> pfnClock;                       // instead of this clock
+    timespec oDeadLine = {};                                      // of the last timed wait
+    int64_t iSleptUs = -1;                                        // asked of usleep, which returns at once
+    std::string szDevMem;                                         // file in the place of /dev/mem
+    uint64_t uiMapOffset = 0, uiMapLength = 0, uiUnmapLength = 0; // of the last mapping, and of the last end of one
+    std::function<void(pci_access&)> pfnPciAlloc;                 // changes a new access object
 };
 extern SPlatformSeams g_oSeams;
 
