@@ -8,40 +8,40 @@ using namespace LinuxBoard;
 namespace
 {
 
-uint64_t QueueAll(CVblankTracker& roTracker)
+struct VblankTracker : testing::Test
 {
-    uint64_t uiLast = 0;
-    for (uint64_t uiNext = roTracker.NextToQueue(); uiNext != 0; uiNext = roTracker.NextToQueue())
-        roTracker.Queued(uiLast = uiNext);
-    return uiLast;
-}
+    uint64_t QueueAll()
+    {
+        uint64_t uiLast = 0;
+        for (uint64_t uiNext = oTracker.NextToQueue(); uiNext != 0; uiNext = oTracker.NextToQueue())
+            oTracker.Queued(uiLast = uiNext);
+        return uiLast;
+    }
+    CVblankTracker oTracker;
+    SFieldStart oField;
+};
 
 } // namespace
 
-TEST(VblankTracker, KeepsTheQueueFullAndDropsWhatDoesNotIncrease)
+TEST_F(VblankTracker, KeepsTheQueueFullAndDropsWhatDoesNotIncrease)
 {
-    CVblankTracker oTracker;
-    SFieldStart oField;
     EXPECT_FALSE(oTracker.Accept(5, 50)) << "before the numbering is known";
     oTracker.Start(100);
-    EXPECT_GE(QueueAll(oTracker), 108U) << "eight or more ahead";
+    EXPECT_GE(QueueAll(), 108U) << "eight or more ahead";
     EXPECT_FALSE(oTracker.Take(oField)) << "the start is no field";
     oTracker.AcceptEvent(oTracker.TagOf(101), 101, 1000);
     EXPECT_EQ(oTracker.LastStampNs(), 1000U);
     EXPECT_TRUE(oTracker.Accept(102, 2000));
-    EXPECT_FALSE(oTracker.Accept(102, 2500));
-    EXPECT_FALSE(oTracker.Accept(103, 2000));
+    EXPECT_FALSE(oTracker.Accept(102, 2500) || oTracker.Accept(103, 2000));
     ASSERT_TRUE(oTracker.Take(oField));
-    EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
-    EXPECT_EQ(oField.uiTickNs, 2000U);
+    EXPECT_TRUE(oField.uiFieldCounter == 102 * 16 && oField.uiTickNs == 2000);
     EXPECT_FALSE(oTracker.Take(oField));
 }
 
-TEST(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
+TEST_F(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
 {
-    CVblankTracker oTracker;
     oTracker.Start(100);
-    const uint64_t uiLast = QueueAll(oTracker);
+    const uint64_t uiLast = QueueAll();
     EXPECT_EQ(oTracker.NextToQueue(), 0U);
     for (uint64_t uiAsked = 101; uiAsked <= uiLast; uiAsked++)
         oTracker.AcceptEvent(oTracker.TagOf(uiAsked), 100, 1000);
@@ -50,10 +50,8 @@ TEST(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
     EXPECT_EQ(oTracker.NextToQueue(), 101U);
 }
 
-TEST(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
+TEST_F(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
 {
-    CVblankTracker oTracker;
-    SFieldStart oField;
     oTracker.Start(100);
     oTracker.Accept(101, 1000);
     const uint64_t uiOldTag = oTracker.TagOf(102);
@@ -61,8 +59,7 @@ TEST(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
     EXPECT_EQ(oTracker.NextToQueue(), 8U);
     oTracker.AcceptEvent(uiOldTag, 102, 1500);
     EXPECT_FALSE(oTracker.Take(oField)) << "a field of the CRTC that is another output's now";
-    EXPECT_TRUE(oTracker.Accept(8, 2000));
-    ASSERT_TRUE(oTracker.Take(oField));
+    ASSERT_TRUE(oTracker.Accept(8, 2000) && oTracker.Take(oField));
     EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
 }
 
@@ -79,12 +76,9 @@ TEST(HandleTable, KnowsNoStaleOrInventedHandle)
 {
     using CTable = CHandleTable<int*, int>;
     CTable oTable;
-    auto poFirst = std::make_unique<int>(1);
-    const int* const piFirst = poFirst.get();
-    int* hFirst = oTable.Add(std::move(poFirst));
-    EXPECT_EQ(oTable.Find(hFirst), piFirst);
-    EXPECT_TRUE(oTable.Remove(hFirst));
-    EXPECT_FALSE(oTable.Remove(hFirst));
+    int* hFirst = oTable.Add(std::make_unique<int>(1));
+    EXPECT_NE(oTable.Find(hFirst), nullptr);
+    EXPECT_TRUE(oTable.Remove(hFirst) && !oTable.Remove(hFirst));
     int* hSecond = oTable.Add(std::make_unique<int>(2));
     EXPECT_NE(hSecond, hFirst);
     for (int* hBad : {hFirst, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})

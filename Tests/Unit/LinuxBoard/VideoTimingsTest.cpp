@@ -3,60 +3,49 @@
 
 #include <gtest/gtest.h>
 #include <linux/v4l2-dv-timings.h>
+#include <sstream>
 
 using namespace LinuxBoard;
 
-TEST(VideoTimings, DigitalInput)
+namespace
 {
-    const v4l2_dv_timings oInterlaced = V4L2_DV_BT_CEA_1920X1080I60;
-    SSignal oSignal = VideoTimings_FromDv(oInterlaced.bt);
-    EXPECT_EQ(oSignal.oVidParam.uiVActive, 1080U);
-    EXPECT_EQ(oSignal.oVidParam.uiVRate_Hz, 60U);
-    EXPECT_EQ(oSignal.oVidParam.uiHRate_kHz, 34U); // 33.75
-    EXPECT_EQ(oSignal.oVidParam.uiPixelClock_kHz, 74250U);
-    EXPECT_EQ(oSignal.oVidParam.bInterlaced, 1U);
-    EXPECT_EQ(oSignal.oVidParam.bHorizontalSyncPositive, 1U);
-    EXPECT_EQ(oSignal.uiFieldPeriodNs, 16666666U);
-    // The lines of a field: the frame is both fields and the one line that neither holds.
-    EXPECT_EQ(oSignal.oVidParam.uiVActive +
-                  2 * (oSignal.oVidParam.uiVFPorch + oSignal.oVidParam.uiVSync + oSignal.oVidParam.uiVBPorch) + 1,
-              1125U);
-    v4l2_dv_timings oReduced = V4L2_DV_BT_CEA_1280X720P60;
-    oReduced.bt.flags |= V4L2_DV_FL_REDUCED_FPS;
-    oSignal = VideoTimings_FromDv(oReduced.bt);
-    EXPECT_EQ(oSignal.uiFieldPeriodNs, 16683333U);
-    EXPECT_EQ(oSignal.oVidParam.uiPixelClock_kHz, 74176U);
-    EXPECT_EQ(oSignal.oVidParam.uiVRate_Hz, 60U);
-    EXPECT_EQ(VideoTimings_FromDv({}).oVidParam.uiVRate_Hz, 0U);
+
+std::string Text(const SSignal& roSignal)
+{
+    const VtVideo_VidParam& ro = roSignal.oVidParam;
+    std::ostringstream oText;
+    oText << ro.uiHActive << "x" << ro.uiVActive << (ro.bInterlaced ? "i" : "p") << ro.uiVRate_Hz << " "
+          << ro.uiHRate_kHz << " " << ro.uiPixelClock_kHz << " kHz, " << ro.uiVFPorch << " " << ro.uiVSync << " "
+          << ro.uiVBPorch << (ro.bHorizontalSyncPositive ? " +" : " -") << (ro.bVerticalSyncPositive ? "/+ " : "/- ")
+          << roSignal.uiFieldPeriodNs << " ns";
+    return oText.str();
 }
 
-TEST(VideoTimings, Camera)
+} // namespace
+
+TEST(VideoTimings, InputsAndCameras)
 {
-    SSignal oSignal = VideoTimings_FromFrame(640, 480, {1001, 30000}, false);
-    EXPECT_EQ(oSignal.oVidParam.uiVRate_Hz, 30U);
-    EXPECT_EQ(oSignal.uiFieldPeriodNs, 33366667U);
-    oSignal = VideoTimings_FromFrame(720, 576, {1, 25}, true);
-    EXPECT_EQ(oSignal.oVidParam.uiVRate_Hz, 50U);
-    EXPECT_EQ(oSignal.uiFieldPeriodNs, 20000000U);
-    EXPECT_EQ(oSignal.oVidParam.uiPixelClock_kHz * 1000, 720U * 577 * 25 / 1000 * 1000);
+    const v4l2_dv_timings oInterlaced = V4L2_DV_BT_CEA_1920X1080I60;
+    v4l2_dv_timings oReduced = V4L2_DV_BT_CEA_1280X720P60;
+    oReduced.bt.flags |= V4L2_DV_FL_REDUCED_FPS;
+    // 33.75 kHz; the lines of a field, of which the frame has two sets and the one line that neither holds.
+    EXPECT_EQ(Text(VideoTimings_FromDv(oInterlaced.bt)), "1920x1080i60 34 74250 kHz, 2 5 15 +/+ 16666666 ns");
+    EXPECT_EQ(Text(VideoTimings_FromDv(oReduced.bt)), "1280x720p60 45 74176 kHz, 5 5 20 +/+ 16683333 ns");
+    EXPECT_EQ(Text(VideoTimings_FromDv({})), "0x0p0 0 0 kHz, 0 0 0 -/- 0 ns");
+    EXPECT_EQ(Text(VideoTimings_FromFrame(640, 480, {1001, 30000}, false)),
+              "640x480p30 14 9207 kHz, 0 0 0 -/- 33366667 ns");
+    EXPECT_EQ(Text(VideoTimings_FromFrame(720, 576, {1, 25}, true)), "720x576i50 14 10386 kHz, 0 0 0 -/- 20000000 ns");
     EXPECT_EQ(VideoTimings_FromFrame(640, 480, {0, 0}, false).uiFieldPeriodNs, 0U);
 }
 
-TEST(VideoTimings, DisplayMode)
+TEST(VideoTimings, DisplayModes)
 {
     drmModeModeInfo oMode{};
     oMode.clock = 74250;
     oMode.hdisplay = 1920, oMode.hsync_start = 2008, oMode.hsync_end = 2052, oMode.htotal = 2200;
     oMode.vdisplay = 1080, oMode.vsync_start = 1084, oMode.vsync_end = 1094, oMode.vtotal = 1125;
     oMode.flags = DRM_MODE_FLAG_INTERLACE | DRM_MODE_FLAG_PVSYNC;
-    SSignal oSignal = VideoTimings_FromMode(oMode);
-    EXPECT_EQ(oSignal.oVidParam.uiVRate_Hz, 60U);
-    EXPECT_EQ(oSignal.oVidParam.uiVFPorch, 2U);
-    EXPECT_EQ(oSignal.oVidParam.uiVSync, 5U);
-    EXPECT_EQ(oSignal.oVidParam.uiVBPorch, 15U);
-    EXPECT_EQ(oSignal.oVidParam.bVerticalSyncPositive, 1U);
-    EXPECT_EQ(oSignal.oVidParam.bHorizontalSyncPositive, 0U);
-    EXPECT_EQ(oSignal.uiFieldPeriodNs, 16666666U);
+    EXPECT_EQ(Text(VideoTimings_FromMode(oMode)), "1920x1080i60 34 74250 kHz, 2 5 15 -/+ 16666666 ns");
     oMode.flags = DRM_MODE_FLAG_DBLSCAN;
     EXPECT_EQ(VideoTimings_FromMode(oMode).uiFieldPeriodNs, 66666666U);
     EXPECT_EQ(VideoTimings_FromMode({}).oVidParam.uiHActive, 0U);
