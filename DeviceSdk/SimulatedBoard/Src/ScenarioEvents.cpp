@@ -75,7 +75,13 @@ bool ReadFields(CScenarioSection& roSection, const std::string& szFields, const 
         const FixedTicks iField = FieldTicks(roStream);
         const FixedTicks iTicks = FixedTicks_FromDouble(flSeconds * roStream.uiTickFreqHz) - iBefore;
         const FixedTicks iRounded = (std::max<FixedTicks>(iTicks, 0) + (bUp ? iField - 1 : iField / 2)) / iField;
-        iFields = std::max(iMin, static_cast<int64_t>(iRounded));
+        iFields = bUp ? std::max(iMin, static_cast<int64_t>(iRounded)) : static_cast<int64_t>(iRounded);
+        if (iFields < iMin)
+        {
+            roSection.Refuse(szSeconds,
+                             "must last at least " + std::to_string(iMin) + (iMin == 1 ? " field" : " fields"));
+            iFields = iMin;
+        }
     }
     ruiFields = bFields || bSeconds ? static_cast<uint64_t>(iFields) : ruiFields;
     return bFields || bSeconds;
@@ -108,14 +114,22 @@ void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChip
     }
 }
 
-void ReadDrift(CScenarioSection& roSection, SEvent& roEvent)
+// How far the stream jumps back when lock is regained, or in a field while it is lost: the larger of the two.
+double GetDriftBackTicks(const SStream& roStream, const SEvent& roEvent)
+{
+    const double flDrift = static_cast<double>(roEvent.iDriftPpt) * 1e-12;
+    const double flFieldTicks = FixedTicks_ToDouble(FieldTicks(roStream)) * flDrift / (1.0 + flDrift);
+    const bool bRegained = flDrift < 0.0 && roEvent.oWhen.uiLength != gc_uiForEver;
+    return bRegained ? -flFieldTicks * static_cast<double>(roEvent.oWhen.uiLength) : flFieldTicks;
+}
+
+void ReadDrift(CScenarioSection& roSection, const SStream& roStream, SEvent& roEvent)
 {
     double flPpm = 0.0;
     roSection.Require("ppm");
     (void)roSection.ReadFloat("ppm", -50000.0, 50000.0, flPpm);
     roEvent.iDriftPpt = std::llround(flPpm * 1e6);
-    const double flLateFields = -flPpm * 1e-6 * static_cast<double>(roEvent.oWhen.uiLength);
-    if (roEvent.oWhen.uiLength != gc_uiForEver && flLateFields > 1.0 / 16.0)
+    if (GetDriftBackTicks(roStream, roEvent) > FixedTicks_ToDouble(FieldTicks(roStream)) / 16.0)
     {
         roSection.Refuse("ppm", "the stream would jump back by more than 1/16 field when lock is regained");
     }
@@ -142,7 +156,7 @@ void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& r
         roEvent.iStep = ScenarioTicks_Read(roSection, "step", roStream.oTiming, roStream.uiTickFreqHz);
         break;
     case EEventKind::LOCK_LOST:
-        ReadDrift(roSection, roEvent);
+        ReadDrift(roSection, roStream, roEvent);
         break;
     case EEventKind::POWER_STATE:
         roSection.Require("state");
@@ -242,6 +256,10 @@ void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
         if (-iBack > iShortest / 16)
         {
             roFault.Set(roEvent.uiLine, "steps back must stay within 1/16 field together");
+        }
+        if (GetDriftBackTicks(roStream, roEvent) > FixedTicks_ToDouble(iShortest) / 16.0)
+        {
+            roFault.Set(roEvent.uiLine, "the stream would jump back by more than 1/16 of the shortest field");
         }
         if (bFormats && roEvent.eKind == EEventKind::DOUBLED_FIELD)
         {

@@ -172,6 +172,10 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
     {
         ReadChip(roChip, uiSeed, roScenario, roFault);
     }
+    if (roScenario.aoChips.empty())
+    {
+        oSection.Refuse("chip", "must be 1 to 8 tables");
+    }
     for (const SScenarioNode& roFaultRule : oSection.ReadTables("fault", gc_uiFaultLimit))
     {
         ScenarioFaultRule_Read(roFaultRule, roScenario, roFault);

@@ -175,7 +175,7 @@ FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szNa
                               uint32_t uiTickFreqHz)
 {
     const std::string szPrefix(szName);
-    constexpr double flLimitTicks = 1e15;
+    const double flLimitTicks = 1000.0 * uiTickFreqHz;
     double flTicks = 0.0;
     int iRead = roSection.ReadFloat(szPrefix + "_ticks", -flLimitTicks, flLimitTicks, flTicks) ? 1 : 0;
     double flUs = 0.0;
@@ -189,6 +189,10 @@ FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szNa
     {
         flTicks = flLines * FixedTicks_ToDouble(VideoTiming_GetLineTicks(roTiming, uiTickFreqHz));
         ++iRead;
+    }
+    if (std::abs(flTicks) > flLimitTicks)
+    {
+        roSection.Refuse(szPrefix + "_lines", "must be at most 1000 seconds");
     }
     if (iRead > 1)
     {

@@ -76,6 +76,7 @@ private:
         SVideoTiming oTiming;
         VtVideo_VidParam oVidParam{};
         FixedTicks iFieldTicks = 0;
+        uint64_t uiWanderIncrement = 0; // a field, of 2^64 a turn
     };
 
     SFormat MakeFormat(const SSchedule& roWhen, const SVideoTiming& roTiming) const;
@@ -90,7 +91,6 @@ private:
     SFormat m_oFormat; // the stream's first; its schedule does not count
     FixedTicks m_iFieldTicks = 0;
     uint64_t m_uiWanderStart = 0;           // of 2^64, a turn
-    uint64_t m_uiWanderIncrement = 0;       // a field
     std::vector<uint64_t> m_auiPatternSums; // buffers set in the first k fields of the pattern
 
     std::vector<SFormat> m_aoFormats;

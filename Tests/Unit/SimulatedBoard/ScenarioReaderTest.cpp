@@ -40,6 +40,7 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
     const std::vector<std::pair<std::string, std::string>> aoRows = {
         {"", "1: chip: missing"},
         {"seed = 1\nchip = 3", "2: chip: must be an array of tables"},
+        {"chip = []", "1: chip: must be 1 to 8 tables"},
         {"chip = [1]", "1: chip: must be an array of tables"},
         {"\n\nsed = 3\n[[chip]]", "3: unknown key sed"},
         {"seed = 'x'\n[[chip]]", "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
@@ -71,6 +72,7 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
          "4: wander_ticks: changes the rate by more than 1000 ppm over wander_period_s"},
         {gc_szInput + "jitter_ticks = 20_000", "4: jitter_ticks: must be 0 to 13020.8333333333"},
         {gc_szInput + "phase_ticks = -200_000_000", "4: phase_ticks: field 0 would start before tick 1"},
+        {gc_szInput + "phase_ticks = 1e12", "4: phase_ticks: must be -100000000000 to 100000000000"},
         {gc_szInput + "phase_us = 1\nphase_lines = 1",
          "5: phase_lines: only one of phase_ticks, phase_us and phase_lines"},
         {gc_szInput + "buffers = 4\nready = 3\nloan = 2",
@@ -89,9 +91,14 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
         {gc_szInput + "event = [{ kind = 'missed_field' }]", "4: at_field: missing"},
         {gc_szEvent + "'signal_loss'\nevery_s = 1", "6: kind: a periodic signal_loss needs for_fields or for_s"},
         {gc_szEvent + "'signal_loss'\nevery_s = 1\nfor_s = 1", "8: for_s: must be shorter than the period"},
+        {gc_szEvent + "'signal_loss'\nfor_s = 0.001", "7: for_s: must last at least 1 field"},
+        {gc_szEvent + "'missed_field'\nevery_s = 0", "7: every_s: must last at least 2 fields"},
         {gc_szEvent + "'power_state'\nstate = 'OFF'", "6: kind: inputs have no power state"},
         {gc_szEvent + "'lock_lost'\nppm = -50\nfor_s = 30",
          "7: ppm: the stream would jump back by more than 1/16 field when lock is regained"},
+        {gc_szEvent + "'lock_lost'\nppm = 4000\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\n"
+                      "timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 }",
+         "4: the stream would jump back by more than 1/16 of the shortest field"},
         {gc_szEvent + "'phase_step'\nstep_lines = -71", "4: steps back must stay within 1/16 field together"},
         {gc_szEvent +
              "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",

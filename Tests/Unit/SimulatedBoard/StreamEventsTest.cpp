@@ -152,8 +152,8 @@ TEST_F(StreamEvents, PhaseStepsAndLostLockMoveTheGridAndReturn)
         EXPECT_EQ(Wait(m_hIn).uiTicks, GridTick(uiField) + 1000 * auiSteps[uiField]);
     }
     EXPECT_EQ(WaitTimes(m_hOut, 11).uiTicks, GridTick(10));
-    const uint64_t uiDrifted = WaitTimes(m_hOut, 60).uiTicks; // 60 fields of 166.67 ticks too early each
-    EXPECT_EQ(uiDrifted, GridTick(70) - 10'000);
+    const uint64_t uiDrifted = WaitTimes(m_hOut, 60).uiTicks; // 60 fields of 166.65 ticks too early each
+    EXPECT_EQ(uiDrifted, GridTick(70) - 9'999);
     EXPECT_EQ(WaitTimes(m_hOut, 40).uiTicks, GridTick(110));
 }
 

@@ -123,6 +123,38 @@ input = [{ standard = "1080p60", lock_group = "house" }, { standard = "1080i50",
     EXPECT_GT(flApart, 50.0);
 }
 
+// A reference does not care in which format a stream follows it, nor that a board starts a field twice.
+TEST(StreamModel, WanderFollowsTimeAcrossFormatsAndDoubledFields)
+{
+    const std::string szGroup = "lock_group = [{ name = 'house', wander_ticks = 500, wander_period_s = 20 }]";
+    const std::string szKeys = "standard = '1080p60'\nlock_group = 'house'\nevent = [{ at_field = 60, kind = ";
+    const CStreamModel oPlain = MakeModel("standard = '1080p60'\nlock_group = 'house'", "", szGroup);
+    const CStreamModel oChanged = MakeModel(szKeys + "'format_change', standard = '1080p50' }]", "", szGroup);
+    const CStreamModel oDoubled = MakeModel(szKeys + "'doubled_field', every_fields = 61 }]", "", szGroup);
+    for (uint64_t uiSecond = 2; uiSecond < 100; ++uiSecond)
+    {
+        const double flPlain = FixedTicks_ToDouble(oPlain.GetExactTicks(uiSecond * 60));
+        ASSERT_NEAR(flPlain, FixedTicks_ToDouble(oChanged.GetExactTicks(60 + (uiSecond - 1) * 50)), 1e-3) << uiSecond;
+        ASSERT_NEAR(flPlain, FixedTicks_ToDouble(oDoubled.GetExactTicks(uiSecond * 61)), 1e-3) << uiSecond;
+    }
+}
+
+// Without lock a stream is as fast as one of its own with that rate, for 30 days.
+TEST(StreamModel, DriftIsExactOver30Days)
+{
+    for (const std::string szPpm : {"50000", "-49999.9", "3.7"})
+    {
+        const CStreamModel oDrifting =
+            MakeModel("standard = '1080p59.94'\nevent = [{ kind = 'lock_lost', at_field = 0, ppm = " + szPpm + " }]");
+        const CStreamModel oOwn = MakeModel("standard = '1080p59.94'\nppm = " + szPpm);
+        for (const uint64_t uiField : {1U, 60U, 100'003U, 155'364'635U})
+        {
+            const FixedTicks iApart = oDrifting.GetExactTicks(uiField) - oOwn.GetExactTicks(uiField);
+            EXPECT_LT(std::abs(FixedTicks_ToDouble(iApart)), 1e-9) << szPpm << ", field " << uiField;
+        }
+    }
+}
+
 // Everything that pulls stamps backwards at once, each at its limit.
 TEST(StreamModel, StampsNeverGoBack)
 {
@@ -134,7 +166,7 @@ wander_period_s = 1
 event = [
     { kind = "doubled_field", at_field = 100, every_fields = 2 },
     { kind = "phase_step", at_field = 100, every_fields = 4, step_ticks = -104166 },
-    { kind = "lock_lost", at_field = 90, for_fields = 10, every_fields = 20, ppm = -6250 },
+    { kind = "lock_lost", at_field = 90, for_fields = 10, every_fields = 20, ppm = -6200 },
     { kind = "counter_jump", at_field = 50, every_fields = 7, jump = 5 },
 ]
 )",
