@@ -37,8 +37,8 @@ bool OpenTruth(const SScenario& roScenario, std::unique_ptr<CTruthFile>& rpoTrut
     rpoTruth = CTruthFile::Open(roScenario.szTruthFile);
     if (rpoTruth == nullptr)
     {
-        (void)std::fprintf(stderr, "%s:1: cannot be written: %s\n", roScenario.szTruthFile.c_str(),
-                           std::generic_category().message(errno).c_str());
+        const SScenarioFault oFault{1, "cannot be written: " + std::generic_category().message(errno)};
+        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(roScenario.szTruthFile, oFault).c_str());
     }
     return rpoTruth != nullptr;
 }
@@ -128,8 +128,13 @@ bool Board_Load()
     }
     SScenario oScenario;
     std::unique_ptr<CTruthFile> poTruth;
-    if (ScenarioSource_Load(oScenario) && OpenTruth(oScenario, poTruth))
+    std::string szIntro;
+    if (ScenarioSource_Load(oScenario, szIntro) && OpenTruth(oScenario, poTruth))
     {
+        if (!szIntro.empty())
+        {
+            (void)std::fprintf(stderr, "%s\n", szIntro.c_str());
+        }
         roRuntime.poBoard = std::make_shared<CBoard>(oScenario, std::move(poTruth));
     }
     return true;

@@ -52,14 +52,29 @@ bool ReadFile(const std::string& rszFile, std::string& rszText, SScenarioFault& 
     }
     rszText.resize(gc_uiScenarioTextLimit + 1);
     rszText.resize(std::fread(rszText.data(), 1, rszText.size(), pFile.get()));
+    if (std::ferror(pFile.get()) != 0)
+    {
+        roFault.Set(1, "cannot be read: " + std::generic_category().message(errno));
+        return false;
+    }
     return true;
 }
 
-void Announce(const std::string& rszFile, const SScenario& roScenario)
+// Names come from outside: what would break a line or move a cursor becomes a blank.
+std::string OneLine(std::string szLine)
+{
+    for (char& rcCharacter : szLine)
+    {
+        const auto ucCharacter = static_cast<unsigned char>(rcCharacter);
+        rcCharacter = ucCharacter < 0x20 || ucCharacter == 0x7F ? ' ' : rcCharacter;
+    }
+    return szLine;
+}
+
+std::string FormatIntro(const std::string& rszFile, const SScenario& roScenario)
 {
     const std::string szName = roScenario.szName.empty() ? std::string() : " \"" + roScenario.szName + "\"";
-    (void)std::fprintf(stderr, "libVeltrano: this is a simulated board, scenario%s (%s)\n", szName.c_str(),
-                       rszFile.c_str());
+    return OneLine("libVeltrano: this is a simulated board, scenario" + szName + " (" + rszFile + ")");
 }
 
 } // namespace
@@ -73,16 +88,10 @@ void ScenarioSource_Override(std::optional<std::string> szText)
 
 std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault)
 {
-    std::string szLine = rszFile + ":" + std::to_string(roFault.uiLine) + ": " + roFault.szText;
-    for (char& rcCharacter : szLine)
-    {
-        const auto ucCharacter = static_cast<unsigned char>(rcCharacter);
-        rcCharacter = ucCharacter < 0x20 || ucCharacter == 0x7F ? ' ' : rcCharacter;
-    }
-    return szLine;
+    return OneLine(rszFile + ":" + std::to_string(roFault.uiLine) + ": " + roFault.szText);
 }
 
-bool ScenarioSource_Load(SScenario& roScenario)
+bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro)
 {
     std::string szFile = gc_szOverrideName;
     std::optional<std::string> szText;
@@ -112,9 +121,6 @@ bool ScenarioSource_Load(SScenario& roScenario)
     {
         roScenario.szTruthFile = szTruth;
     }
-    if (!bOverride)
-    {
-        Announce(szFile, roScenario);
-    }
+    rszIntro = bOverride ? std::string() : FormatIntro(szFile, roScenario);
     return true;
 }

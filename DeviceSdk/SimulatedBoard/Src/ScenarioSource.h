@@ -13,9 +13,9 @@ extern const char* const g_szDefaultScenario;
 // Overrides the environment from the next load on; nullopt ends that.
 void ScenarioSource_Override(std::optional<std::string> szText);
 
-// Finds and reads the scenario, and says on standard error which one runs, or "<file>:<line>: <fault>" and why none
-// does. False when there is none. A test's own scenario is not announced.
-bool ScenarioSource_Load(SScenario& roScenario);
+// Finds and reads the scenario. False when there is none, with "<file>:<line>: <fault>" on standard error.
+//   rszIntro  out  what to say once it runs; empty for a test's own scenario
+bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro);
 
 // "<file>:<line>: <fault>" in one line.
 std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault);

@@ -41,7 +41,7 @@ TEST_F(ScenarioSource, SaysWhichScenarioRunsOrWhyNoneDoes)
 {
     const std::string szGood = m_szFolder + "/good.toml";
     const std::string szBad = m_szFolder + "/bad.toml";
-    std::ofstream(szGood) << "name = 'two'\n[[chip]]\n";
+    std::ofstream(szGood) << "name = \"t\\nwo\"\n[[chip]]\n";
     std::ofstream(szBad) << "[[chip]]\n\n\"a\\nb\" = 1\n";
     struct SRow
     {
@@ -51,14 +51,13 @@ TEST_F(ScenarioSource, SaysWhichScenarioRunsOrWhyNoneDoes)
     const std::string szIntro = "libVeltrano: this is a simulated board, scenario ";
     for (const SRow& roRow :
          {SRow{"", "", szIntro + "\"rack\" (built-in default)\n", true},
-          SRow{szGood, m_szFolder + "/truth.csv", szIntro + "\"two\" (" + szGood + ")\n", true},
+          SRow{szGood, m_szFolder + "/truth.csv", szIntro + "\"t wo\" (" + szGood + ")\n", true},
           SRow{szBad, "", szBad + ":3: unknown key a b\n", false},
           SRow{m_szFolder + "/none", "", m_szFolder + "/none:1: cannot be read: No such file or directory\n", false},
           SRow{m_szFolder, "", m_szFolder + ":1: cannot be read: not a regular file\n", false},
           SRow{"", m_szFolder + "/none/truth.csv",
-               szIntro + "\"rack\" (built-in default)\n" + m_szFolder +
-                   "/none/truth.csv:1: cannot be written: No such file or directory\n",
-               false}})
+               m_szFolder + "/none/truth.csv:1: cannot be written: No such file or directory\n", false},
+          SRow{"/proc/self/mem", "", "/proc/self/mem:1: cannot be read: Input/output error\n", false}})
     {
         bool bDevice = false;
         EXPECT_EQ(LoadWith(roRow.szScenario, roRow.szTruth, bDevice), roRow.szSaid);
