@@ -232,20 +232,44 @@ void CheckOverlaps(const SStream& roStream, const SEventKind& roKind, SScenarioF
     }
 }
 
+// Keeps every time that the model works out within its 63 bits of ticks.
+void CheckReach(const SStream& roStream, FixedTicks iLongest, FixedTicks iShortest, SScenarioFault& roFault)
+{
+    double flForward = 0.0; // ticks a field
+    for (const SEvent& roEvent : roStream.aoEvents)
+    {
+        const double flFirst = static_cast<double>(roEvent.oWhen.uiFirst) * FixedTicks_ToDouble(iLongest);
+        if (flFirst > 2.0 * gc_flSecondsLimit * roStream.uiTickFreqHz)
+        {
+            roFault.Set(roEvent.uiLine, "begins later than in 2e8 seconds");
+        }
+        const bool bPeriodic = roEvent.oWhen.uiPeriod != 0;
+        flForward += bPeriodic ? FixedTicks_ToDouble(roEvent.iStep) / static_cast<double>(roEvent.oWhen.uiPeriod) : 0.0;
+        if (flForward > FixedTicks_ToDouble(iShortest))
+        {
+            roFault.Set(roEvent.uiLine, "periodic steps must not take longer than the fields between them");
+        }
+    }
+}
+
 void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
 {
     FixedTicks iBack = 0;
     FixedTicks iShortest = FieldTicks(roStream);
+    FixedTicks iLongest = iShortest;
     bool bFormats = false;
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         if (roEvent.eKind == EEventKind::FORMAT_CHANGE)
         {
             bFormats = true;
-            iShortest = std::min(iShortest,
-                                 VideoTiming_GetFieldTicks(roEvent.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt));
+            const FixedTicks iTicks =
+                VideoTiming_GetFieldTicks(roEvent.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt);
+            iShortest = std::min(iShortest, iTicks);
+            iLongest = std::max(iLongest, iTicks);
         }
     }
+    CheckReach(roStream, iLongest, iShortest, roFault);
     if (roStream.flJitterTicks * 128.0 > FixedTicks_ToDouble(iShortest))
     {
         roFault.Set(roStream.aoEvents.front().uiLine, "jitter_ticks is more than 1/128 of the shortest field");

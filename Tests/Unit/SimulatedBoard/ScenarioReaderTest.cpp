@@ -99,6 +99,10 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
         {gc_szEvent + "'lock_lost'\nppm = 4000\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\n"
                       "timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 }",
          "4: the stream would jump back by more than 1/16 of the shortest field"},
+        {gc_szEvent + "'phase_step'\nstep_us = 33_334\nevery_fields = 2",
+         "4: periodic steps must not take longer than the fields between them"},
+        {gc_szInput + "event = [{ kind = 'hang', ms = 1, at_field = 13_000_000_000 }]",
+         "4: begins later than in 2e8 seconds"},
         {gc_szEvent + "'phase_step'\nstep_lines = -71", "4: steps back must stay within 1/16 field together"},
         {gc_szEvent +
              "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",
