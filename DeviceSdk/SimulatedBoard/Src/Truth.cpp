@@ -2,6 +2,7 @@
 #include "Truth.h"
 
 #include "ScenarioReader.h"
+#include "ScenarioSource.h"
 
 #include <array>
 #include <cinttypes>
@@ -34,9 +35,18 @@ std::unique_ptr<CTruthFile> CTruthFile::Open(const std::string& rszFile)
     {
         return nullptr;
     }
-    std::unique_ptr<CTruthFile> poFile(new CTruthFile(pFile));
+    std::unique_ptr<CTruthFile> poFile(new CTruthFile(rszFile, pFile));
     poFile->Write("chip,direction,index,field,exact_ticks,stamp,field_counter,event\n");
     return poFile;
+}
+
+CTruthFile::~CTruthFile()
+{
+    if (!Flush())
+    {
+        const SScenarioFault oFault{1, "not all rows could be written"};
+        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(m_szFile, oFault).c_str());
+    }
 }
 
 void CTruthFile::Write(const std::string& rszRows)

@@ -18,6 +18,10 @@ class CTruthFile
 public:
     // Null, with errno telling why, when the file cannot be written.
     static std::unique_ptr<CTruthFile> Open(const std::string& rszFile);
+    // Says so on standard error when rows did not reach the file.
+    ~CTruthFile();
+    CTruthFile(const CTruthFile&) = delete;
+    CTruthFile& operator=(const CTruthFile&) = delete;
     void Write(const std::string& rszRows);
     bool Flush();
 
@@ -26,8 +30,9 @@ private:
     {
         void operator()(std::FILE* pFile) const { (void)std::fclose(pFile); }
     };
-    explicit CTruthFile(std::FILE* pFile) : m_pFile(pFile) {}
+    CTruthFile(std::string szFile, std::FILE* pFile) : m_szFile(std::move(szFile)), m_pFile(pFile) {}
 
+    const std::string m_szFile;
     std::mutex m_oMutex;
     std::unique_ptr<std::FILE, SFileCloser> m_pFile;
 };
