@@ -39,7 +39,7 @@ if(VT_SANITIZE)
     add_compile_options(-fsanitize=${VT_SANITIZE} -fno-sanitize-recover=all -g1 -O1)
     add_link_options(-fsanitize=${VT_SANITIZE})
     # gcc's flow analysis sees null dereferences and uninitialised values in the instrumentation itself.
-    add_compile_options(-Wno-null-dereference -Wno-maybe-uninitialized)
+    add_compile_options(-Wno-null-dereference $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 else()
     add_compile_options(-fstack-protector-strong $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
     add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
