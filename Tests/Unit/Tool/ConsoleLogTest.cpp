@@ -11,16 +11,11 @@
 namespace
 {
 
-std::string Captured(void (*pfnPrint)(const std::string&), const std::string& szText = {})
+template <typename TPrint> std::string Captured(TPrint pfnPrint)
 {
     testing::internal::CaptureStdout();
-    pfnPrint(szText);
+    pfnPrint();
     return testing::internal::GetCapturedStdout();
-}
-
-void LogText(const std::string& szText)
-{
-    Log("%s", szText.c_str());
 }
 
 } // namespace
@@ -34,11 +29,10 @@ TEST(ConsoleLog, LongMessagesAreFollowedByAWarningAndCutAtTheBuffer)
     {
         ASSERT_EQ(CreateFile(g_pszLogFileName), 1);
         const size_t uiKept = std::min<size_t>(uiLength, 4095);
-        const std::string szExpected =
-            std::string(uiKept, '%') + (uiKept <= 1000 ? ""
-                                                       : "Warning, message length (" + std::to_string(uiKept) +
-                                                             ") exceed the maximum expected (1000).\n");
-        EXPECT_EQ(Captured(LogText, std::string(uiLength, '%')), "\033[K" + szExpected);
+        const std::string szWarning =
+            "Warning, message length (" + std::to_string(uiKept) + ") exceed the maximum expected (1000).\n";
+        const std::string szExpected = std::string(uiKept, '%') + (uiKept <= 1000 ? "" : szWarning);
+        EXPECT_EQ(Captured([&] { Log("%s", std::string(uiLength, '%').c_str()); }), "\033[K" + szExpected);
         EXPECT_EQ((std::ostringstream() << std::ifstream(szFile).rdbuf()).str(), szExpected);
     }
     g_bLog = 0;
@@ -51,7 +45,7 @@ TEST(ConsoleLog, LongMessagesAreFollowedByAWarningAndCutAtTheBuffer)
 
 TEST(ConsoleLog, TheOneShotReportIsSilentAtFirstAndNeverMovesTheCursor)
 {
-    const auto PrintAll = [](const std::string&)
+    const auto PrintAll = []
     {
         ClearScreen();
         SetCursorPosition(3, 4);

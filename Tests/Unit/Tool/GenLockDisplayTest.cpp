@@ -125,14 +125,12 @@ TEST(GenLockDisplay, DetailsShowSignsUnitsAndGuards)
 
 TEST(GenLockDisplay, CountsAtTheirLimits)
 {
-    SLockTestStreams oNone({});
+    SLockTestStreams oNone({}), oOne({0}), oMany(std::vector<uint64_t>(33, 0));
     EXPECT_EQ(Display(oNone, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED), "");
-    SLockTestStreams oOne({0});
     EXPECT_EQ(Display(oOne, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_DETAILED),
               "|FRAMELOCK SUMMARY (THRESHOLD 1 LINE):\n|    [IN_00] Unlocked|\n|\n|FRAMELOCK DETAILS:\n"
               "|   No detailed information to display\n|\n|\n");
     // Every stream but the last has a bit to be grouped by.
-    SLockTestStreams oMany(std::vector<uint64_t>(33, 0));
     const std::string szText = Display(oMany, GENLOCK_THRESHOLD_1, GENLOCK_DISPLAY_SUMMARY);
     EXPECT_NE(szText.find("|, IN_31|] Locked : 0.00 line = 0 ns (threshold 14700 ns)|\n|    [IN_32] Unlocked|\n|\n"),
               std::string::npos);

@@ -23,7 +23,7 @@ TEST(GenLockProcess, CombinationsWrapAndNeverDivideByZero)
     EXPECT_EQ(Fact(13), 1932053504U);
     EXPECT_EQ(Fact(0xFFFFFFFF), 0U);
     std::string szPairs;
-    for (const uint32_t uiN : std::vector<uint32_t>{0, 1, 2, 3, 4, 12, 13, 14, 15, 21, 22, 28, 31, 32, 34})
+    for (const uint32_t uiN : {0U, 1U, 2U, 3U, 4U, 12U, 13U, 14U, 15U, 21U, 22U, 28U, 31U, 32U, 34U})
     {
         szPairs += std::to_string(NCR(uiN, 2)) + " ";
     }
@@ -96,9 +96,8 @@ TEST(GenLockProcess, PairsOnlyWhatHasDeliveredSinceTheLastLook)
 
     const auto Process = [&](uint32_t uiCount, const SMonitorUserData* paoData, uint64_t* pauiLast)
     { return ProcessGenLock(uiCount, paoData, pauiLast, oStreams.daoVideo, oStreams.daoPair); };
-    EXPECT_FALSE(Process(4, nullptr, oStreams.dauiLast.data()));
-    EXPECT_FALSE(Process(4, oStreams.daoData.data(), nullptr));
-    EXPECT_FALSE(Process(0, oStreams.daoData.data(), oStreams.dauiLast.data()));
+    EXPECT_FALSE(Process(4, nullptr, oStreams.dauiLast.data()) || Process(4, oStreams.daoData.data(), nullptr) ||
+                 Process(0, oStreams.daoData.data(), oStreams.dauiLast.data()));
     EXPECT_EQ(oStreams.daoVideo.GetSize(), 4);
     EXPECT_FALSE(Process(4, oStreams.daoData.data(), oStreams.dauiLast.data())); // not empty
     EXPECT_EQ(oStreams.daoVideo.GetSize(), 8);
@@ -108,18 +107,18 @@ TEST(GenLockProcess, SnapshotIsOneMomentOfAllRings)
 {
     SLockTestStreams oStreams({0, 0});
     std::atomic<bool> bIsDone = false;
-    const auto Write = [&]
-    {
-        for (uint32_t uiField = 170; uiField < 500; ++uiField)
+    std::thread oWriter(
+        [&]
         {
-            OsMutexGuard oGuard(g_oMutex, OsServices_INFINITE);
-            oStreams.Fill(0, FIELD_TICKS, FIELD_TICKS, uiField, uiField + 1);
-            std::this_thread::yield();
-            oStreams.Fill(1, FIELD_TICKS, FIELD_TICKS, uiField, uiField + 1);
-        }
-        bIsDone = true;
-    };
-    std::thread oWriter(Write);
+            for (uint32_t uiField = 170; uiField < 500; ++uiField)
+            {
+                OsMutexGuard oGuard(g_oMutex, OsServices_INFINITE);
+                oStreams.Fill(0, FIELD_TICKS, FIELD_TICKS, uiField, uiField + 1);
+                std::this_thread::yield();
+                oStreams.Fill(1, FIELD_TICKS, FIELD_TICKS, uiField, uiField + 1);
+            }
+            bIsDone = true;
+        });
     bool bIsOneMoment = true;
     while (!bIsDone)
     {
@@ -148,13 +147,6 @@ void FillAtRandom(uint64_t* pauiRing, std::mt19937_64& roRandom)
     }
 }
 
-std::vector<uint64_t> NaiveOrder(const uint64_t* pauiRing, std::ptrdiff_t iSamples)
-{
-    std::vector<uint64_t> dauiStamp(pauiRing, pauiRing + NB_OF_SAMPLES);
-    std::rotate(dauiStamp.begin(), std::min_element(dauiStamp.begin(), dauiStamp.begin() + iSamples), dauiStamp.end());
-    return dauiStamp;
-}
-
 SFrameLockPairData NaivePair(const uint64_t* pauiA, int32_t iCountA, const uint64_t* pauiB, int32_t iCountB)
 {
     const uint64_t uiAnchor = pauiA[iCountA / 2];
@@ -173,12 +165,9 @@ SFrameLockPairData NaivePair(const uint64_t* pauiA, int32_t iCountA, const uint6
     }
     const auto [iMin, iMax] = std::ranges::minmax(daiDelta);
     const auto Abs = [](int64_t iDelta) { return iDelta == -0x80000000LL ? iDelta : std::abs(iDelta); };
-    return {0,
-            0,
-            static_cast<int32_t>(iMin),
-            static_cast<int32_t>(iMax),
-            static_cast<uint32_t>(std::max(Abs(iMin), Abs(iMax))),
-            static_cast<uint32_t>(daiDelta.size())};
+    const auto uiWorst = static_cast<uint32_t>(std::max(Abs(iMin), Abs(iMax)));
+    const auto uiSamples = static_cast<uint32_t>(daiDelta.size());
+    return {0, 1, static_cast<int32_t>(iMin), static_cast<int32_t>(iMax), uiWorst, uiSamples};
 }
 
 TEST(GenLockProcess, AgreesWithThePlainMeasurementOnRandomRings)
@@ -197,16 +186,15 @@ TEST(GenLockProcess, AgreesWithThePlainMeasurementOnRandomRings)
         {
             const uint64_t* pauiRing = oStreams.daoData[uiVideo].auiTickRefCounter;
             aiSamples[uiVideo] = static_cast<int32_t>(std::find(pauiRing, pauiRing + NB_OF_SAMPLES, 0) - pauiRing);
-            adauiStamp[uiVideo] = NaiveOrder(pauiRing, aiSamples[uiVideo]);
+            const uint64_t* puiOldest = std::min_element(pauiRing, pauiRing + aiSamples[uiVideo]);
+            adauiStamp[uiVideo].assign(puiOldest, pauiRing + NB_OF_SAMPLES);
+            adauiStamp[uiVideo].insert(adauiStamp[uiVideo].end(), pauiRing, puiOldest);
             EXPECT_TRUE(std::ranges::equal(oStreams.daoVideo[uiVideo].auiTimeStamp, adauiStamp[uiVideo]));
         }
-        SFrameLockPairData oPair = {};
         const bool bIsPair = aiSamples[0] > 0 && aiSamples[1] > 0;
-        if (bIsPair)
-        {
-            oPair = NaivePair(adauiStamp[0].data(), aiSamples[0], adauiStamp[1].data(), aiSamples[1]);
-            oPair.uiVideoIndexB = 1;
-        }
+        const SFrameLockPairData oPair =
+            bIsPair ? NaivePair(adauiStamp[0].data(), aiSamples[0], adauiStamp[1].data(), aiSamples[1])
+                    : SFrameLockPairData{};
         EXPECT_EQ(oStreams.Pairs(), SLockTestStreams::PairText(&oPair, &oPair + (bIsPair ? 1 : 0)));
     }
 }

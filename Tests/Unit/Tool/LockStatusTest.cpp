@@ -25,11 +25,7 @@ TEST(FrameLockStatus, WorstPairOfAllCyclesAgainstTheLineOfTheLast)
         FormatFrameLockVerdict(oVerdict, szVerdict);
         return std::string(szVerdict.GetString());
     };
-    SLockTestStreams oAlone({0});
-    SLockTestStreams oNear({0, 12, 1469});
-    SLockTestStreams oLineApart({0, 1470});
-    SLockTestStreams oLongLine({0, 5});
-    SLockTestStreams oNoLine({0, 5});
+    SLockTestStreams oAlone({0}), oNear({0, 12, 1469}), oLineApart({0, 1470}), oLongLine({0, 5}), oNoLine({0, 5});
     EXPECT_EQ(Judge(oAlone, 68), " Failed (biggest difference : 0 ticks, max allowed : 0 ticks)");
     EXPECT_EQ(Judge(oNear, 68), " Success (biggest difference : 1469 ticks, max allowed : 1470 ticks)");
     EXPECT_EQ(Judge(oLineApart, 68), " Failed (biggest difference : 1470 ticks, max allowed : 1470 ticks)");

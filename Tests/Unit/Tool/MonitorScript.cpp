@@ -1,7 +1,6 @@
 #include "MonitorScript.h"
 
 #include <cstddef>
-#include <sstream>
 #include <unistd.h>
 
 uint64_t g_uiAllocations = 0;
@@ -24,22 +23,6 @@ extern "C" void* malloc(size_t uiSize) noexcept
     return __libc_malloc(uiSize);
 }
 #endif
-
-std::string WithoutPlaces(const std::string& szPrinted)
-{
-    std::istringstream oLines(szPrinted);
-    std::string szCut;
-    for (std::string szLine; std::getline(oLines, szLine); szCut += szLine + "\n")
-    {
-        const size_t uiPlace = szLine.rfind('(');
-        if (szLine.ends_with(") Assertion failed"))
-        {
-            const size_t uiName = szLine.rfind(' ', uiPlace) + 1;
-            szLine = szLine.substr(uiName, uiPlace - uiName) + " Assertion failed";
-        }
-    }
-    return szCut;
-}
 
 std::string SMonitorScript::Run(const std::string& szStream, uint64_t uiWaits, const std::string& szFaults)
 {

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <regex>
 #include <string>
 
 #include "KrvTools.h"
@@ -41,16 +41,13 @@ inline VtDevice_Handle LoadScenario(const std::string& szText)
     return Veltrano_GetDevice(0);
 }
 
-// Cuts the place off assertion reports: what is left of one is "Source.cpp Assertion failed".
-std::string WithoutPlaces(const std::string& szPrinted);
-
-// What a function prints, without the place of assertion reports.
+// What a function prints. Of an assertion report without the place: "Source.cpp Assertion failed".
 template <typename TFunction> std::string Printed(TFunction pfnFunction)
 {
     testing::internal::CaptureStdout();
     pfnFunction();
-    std::fflush(stdout);
-    return WithoutPlaces(testing::internal::GetCapturedStdout());
+    const std::regex oPlace(R"(.* (.*)\(\d+\) Assertion failed)");
+    return std::regex_replace(testing::internal::GetCapturedStdout(), oPlace, "$1 Assertion failed");
 }
 
 struct SMonitorScript

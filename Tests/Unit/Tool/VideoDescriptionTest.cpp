@@ -10,33 +10,26 @@ constexpr VtVideo_VidParam PROGRESSIVE = {1920, 1080, 60, 67, 148500, 88, 44, 14
                                           0,    0,    0,  0,  0,      0,  0,  0,   0, 0, 0};
 constexpr VtVideo_VidParam INTERLACED = {1920, 1080, 50, 28, 74250, 528, 44, 148, 2, 5, 15,
                                          1,    0,    1,  0,  1,     0,   0,  0,   0, 0, 0};
-constexpr VtVideo_VidParam NO_PIXELS = {0, 1080, 60, 67, 148500, 88, 44, 148, 4, 5, 36,
-                                        0, 0,    0,  0,  0,      0,  0,  0,   0, 0, 0};
-constexpr VtVideo_VidParam NO_LINES = {1920, 0, 60, 67, 148500, 88, 44, 148, 4, 5, 36, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-
 TEST(VideoDescription, DescribesTimings)
 {
-    const struct
-    {
-        const VtVideo_VidParam* poParam;
-        Bool32 bExtended;
-        const char* szText;
-    } aoRows[] = {
+    VtVideo_VidParam oNoPixels = PROGRESSIVE, oNoLines = PROGRESSIVE;
+    oNoPixels.uiHActive = oNoLines.uiVActive = 0;
+    const std::tuple<const VtVideo_VidParam*, Bool32, const char*> aoRows[] = {
         {nullptr, 1, "Invalid timings"},
-        {&NO_PIXELS, 1, "No timings detected"},
-        {&NO_LINES, 0, "No timings detected"},
+        {&oNoPixels, 1, "No timings detected"},
+        {&oNoLines, 0, "No timings detected"},
         {&PROGRESSIVE, 0, "1920 x 1080p @ 60 Hz (RGB)"},
         {&PROGRESSIVE, 1, "1920 x 1080p @ 60 Hz 148500 KHz,  88,  44, 148,   4,   5,  36 (-/-) (RGB)"},
         {&INTERLACED, 0, "1920 x 1080i @ 50 Hz (YUV)"},
         {&INTERLACED, 1, "1920 x 1080i @ 50 Hz  74250 KHz, 528,  44, 148,   2,   5,  15 (+/-) (YUV)"},
     };
-    for (const auto& roRow : aoRows)
+    for (const auto& [poParam, bExtended, pszText] : aoRows)
     {
         VTSTR256 szText;
         KrvTools_memset(szText, 'x', sizeof(szText));
-        g_bExtendVidTimingDetails = roRow.bExtended;
-        GetVideoParamString(roRow.poParam, szText);
-        EXPECT_STREQ(szText, roRow.szText);
+        g_bExtendVidTimingDetails = bExtended;
+        GetVideoParamString(poParam, szText);
+        EXPECT_STREQ(szText, pszText);
         EXPECT_EQ(szText[255], '\0');
     }
     g_bExtendVidTimingDetails = 0;
@@ -99,15 +92,7 @@ TEST(VideoDescription, NamesConnectors)
                                         "[[chip.connector]]\nname = 'Late'\nvideo_in = 1\n";
     const std::string szAssert = "VideoDescription.cpp Assertion failed\n";
     const std::string szInfo = "VtBoard_GetConnectorInfo";
-    const struct
-    {
-        std::string szScenario;
-        Bool32 bIsInput;
-        uint32_t uiIndex;
-        VtStatus eStatus;
-        std::string szName;
-        std::string szPrinted;
-    } aoRows[] = {
+    const std::tuple<std::string, Bool32, uint32_t, VtStatus, std::string, std::string> aoRows[] = {
         {szBoth, 1, 1, VtStatus_OK, "Both", ""},
         {szBoth, 0, 2, VtStatus_OK, "Both", ""},
         {szBoth, 1, 2, VtStatus_OK, "", "\033[KError : Video input [02] does not have name\n"},
@@ -118,16 +103,17 @@ TEST(VideoDescription, NamesConnectors)
         {szBoth + FailingCall("VtBoard_GetConnectorCount", "UNSUPPORTED", ""), 1, 1, VtStatus_FAIL, "", szAssert},
         {szChip, 1, 0, VtStatus_FAIL, "", "\033[KError : No connector found!\n" + szAssert},
     };
-    for (const auto& roRow : aoRows)
+    for (const auto& [szScenario, bIsInput, uiIndex, eExpected, szExpected, szPrinted] : aoRows)
     {
-        SCOPED_TRACE(roRow.szScenario + std::to_string(roRow.uiIndex));
-        const VtDevice_Handle hDev = LoadScenario(roRow.szScenario);
+        SCOPED_TRACE(szScenario + std::to_string(uiIndex));
+        const VtDevice_Handle hDev = LoadScenario(szScenario);
         VTSTR64 szName = "before";
         VtStatus eStatus = VtStatus_FORCE32;
-        EXPECT_EQ(Printed([&] { eStatus = GetVideoNameString(hDev, roRow.uiIndex, roRow.bIsInput, szName); }),
-                  roRow.szPrinted);
-        EXPECT_EQ(eStatus, roRow.eStatus);
-        EXPECT_EQ(szName, roRow.szName);
+        const auto GetName = [&, uiAt = uiIndex, bIn = bIsInput]
+        { eStatus = GetVideoNameString(hDev, uiAt, bIn, szName); };
+        EXPECT_EQ(Printed(GetName), szPrinted);
+        EXPECT_EQ(eStatus, eExpected);
+        EXPECT_EQ(szName, szExpected);
     }
 }
 

@@ -23,7 +23,6 @@ struct SCase
     std::string szTimings = "1920 x 1080p @ 60 Hz (YUV)";
     std::string szFaults = "";
     std::string szPrinted = "";
-    friend void PrintTo(const SCase& roPrinted, std::ostream* poStream) { *poStream << roPrinted.szName; }
 };
 
 const SCase CASES[] = {
@@ -80,25 +79,21 @@ const SCase CASES[] = {
      FailingCall("VtBoard_GetTickReferenceFrequency", "FAIL", "times = 0")},
 };
 
-class VideoInMonitor : public testing::TestWithParam<SCase>
+TEST(VideoInMonitor, WritesItsTexts)
 {
-};
-
-TEST_P(VideoInMonitor, WritesItsTexts)
-{
-    const SCase& roCase = GetParam();
-    SMonitorScript oScript("In", VtVideoInMonitorThreadFunc);
-    EXPECT_EQ(oScript.Run(roCase.szStream, roCase.uiWaits, roCase.szFaults), roCase.szPrinted);
-    EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
-    EXPECT_EQ(oScript.oData.szFpsData, "[IN_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
-    EXPECT_EQ(oScript.oData.szVidParam,
-              "[IN_00] - SDI A - " + roCase.szTimings + " VtPixelFormat_YUV422_UYVY, NumBuf=8");
-    EXPECT_STREQ(oScript.oData.szVideoState, "VtVideoIn_State_STARTED");
-    EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
+    for (const SCase& roCase : CASES)
+    {
+        SCOPED_TRACE(roCase.szName);
+        SMonitorScript oScript("In", VtVideoInMonitorThreadFunc);
+        EXPECT_EQ(oScript.Run(roCase.szStream, roCase.uiWaits, roCase.szFaults), roCase.szPrinted);
+        EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
+        EXPECT_EQ(oScript.oData.szFpsData, "[IN_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
+        EXPECT_EQ(oScript.oData.szVidParam,
+                  "[IN_00] - SDI A - " + roCase.szTimings + " VtPixelFormat_YUV422_UYVY, NumBuf=8");
+        EXPECT_STREQ(oScript.oData.szVideoState, "VtVideoIn_State_STARTED");
+        EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, VideoInMonitor, testing::ValuesIn(CASES),
-                         [](const auto& roInfo) { return std::string(roInfo.param.szName); });
 
 struct VideoInMonitorThread : testing::Test
 {

@@ -24,7 +24,6 @@ struct SCase
     std::string szRates;
     std::string szDescription = HD60_TEXT;
     std::string szFaults = "";
-    friend void PrintTo(const SCase& roPrinted, std::ostream* poStream) { *poStream << roPrinted.szName; }
 };
 
 const SCase CASES[] = {
@@ -51,25 +50,21 @@ const SCase CASES[] = {
      FailingCall("VtVideoOut_GetBufferAttributes", "FAIL", "call = 2")},
 };
 
-class VideoOutMonitor : public testing::TestWithParam<SCase>
+TEST(VideoOutMonitor, WritesItsTexts)
 {
-};
-
-TEST_P(VideoOutMonitor, WritesItsTexts)
-{
-    const SCase& roCase = GetParam();
-    SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
-    oScript.oData.bOnlyShowError = 1; // not for outputs
-    EXPECT_EQ(oScript.Run(roCase.szStream, roCase.uiWaits, roCase.szFaults), "");
-    EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
-    EXPECT_EQ(oScript.oData.szFpsData, "[OUT_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
-    EXPECT_EQ(oScript.oData.szVidParam, "[OUT_00] - SDI A - " + roCase.szDescription);
-    EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
-    EXPECT_EQ(g_bAddTimeStamp, 0U);
+    for (const SCase& roCase : CASES)
+    {
+        SCOPED_TRACE(roCase.szName);
+        SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
+        oScript.oData.bOnlyShowError = 1; // not for outputs
+        EXPECT_EQ(oScript.Run(roCase.szStream, roCase.uiWaits, roCase.szFaults), "");
+        EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
+        EXPECT_EQ(oScript.oData.szFpsData, "[OUT_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
+        EXPECT_EQ(oScript.oData.szVidParam, "[OUT_00] - SDI A - " + roCase.szDescription);
+        EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
+        EXPECT_EQ(g_bAddTimeStamp, 0U);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, VideoOutMonitor, testing::ValuesIn(CASES),
-                         [](const auto& roInfo) { return std::string(roInfo.param.szName); });
 
 struct VideoOutMonitorThread : testing::Test
 {
