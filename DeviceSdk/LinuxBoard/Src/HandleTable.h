@@ -1,7 +1,7 @@
 /*
- * Handles of the interface are tokens that are never reused, not addresses: a null, stale or invented one is told from
- * a good one without touching memory. Looking one up takes no lock; adding and removing do. The interface forbids to
- * release a handle that another thread is using, and only that keeps a found object alive.
+ * Handles of the interface are tokens that are never reused, not addresses: a null, stale or invented one, or one of
+ * another kind, is told from a good one without touching memory. Looking one up takes no lock; adding and removing do.
+ * The interface forbids to release a handle that another thread is using, and only that keeps a found object alive.
  */
 #ifndef LINUX_BOARD_HANDLE_TABLE_H
 #define LINUX_BOARD_HANDLE_TABLE_H
@@ -14,6 +14,9 @@
 
 namespace LinuxBoard
 {
+
+/* Numbers the handles of all tables, so that none is good for two; goes on over unloading and loading. */
+inline std::atomic<uintptr_t> g_uiLastHandle{0};
 
 template <typename THandle, typename TObject> class CHandleTable
 {
@@ -29,7 +32,7 @@ public:
             SSlot& roSlot = m_aoSlots[uiSlot];
             if (roSlot.uiToken.load(std::memory_order_relaxed) != 0)
                 continue;
-            const uintptr_t uiToken = ++m_uiGeneration * msc_uiSlots + uiSlot;
+            const uintptr_t uiToken = ++g_uiLastHandle * msc_uiSlots + uiSlot;
             roSlot.poObject = std::move(poObject);
             roSlot.uiToken.store(uiToken, std::memory_order_release);
             return reinterpret_cast<THandle>(uiToken);
@@ -78,7 +81,6 @@ private:
 
     std::mutex m_oMutex;
     std::array<SSlot, msc_uiSlots> m_aoSlots;
-    uintptr_t m_uiGeneration = 0; /* goes on over unloading and loading */
 };
 
 } // namespace LinuxBoard
