@@ -47,6 +47,7 @@ VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVide
     }
     if (!m_oNode.IsCapture())
         return VtStatus_FAIL;
+    m_szVideo = szVideo;
     m_bOwn = bOwn && m_oOwned.Start() != -EBUSY;
     if (!m_bOwn)
         m_oTrace.Open(szVideo, m_oNode.Minor());
@@ -99,7 +100,9 @@ void CInputStream::FetchOwned()
         if (MonotonicClock_NowNs() < m_uiNextStartNs)
             return;
         m_uiNextStartNs = MonotonicClock_NowNs() + uiRestartPauseNs;
-        m_oOwned.Start();
+        // Another program was faster: what cannot be owned is observed.
+        if (m_oOwned.Start() == -EBUSY && m_oTrace.Open(m_szVideo, m_oNode.Minor()))
+            m_bOwn = false;
         m_bPollNode = true;
     }
     SCapturedFrame oFrame;

@@ -57,6 +57,7 @@ private:
     void PublishCounters() const;
 
     SInputCounters& m_roCounters;
+    std::string m_szVideo; /* "video0" */
     CV4l2Node m_oNode;
     CTraceFeed m_oTrace;
     COwnedCapture m_oOwned;

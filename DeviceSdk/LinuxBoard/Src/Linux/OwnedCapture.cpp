@@ -187,7 +187,7 @@ void COwnedCapture::Stop()
     // New timings bring a new format with them.
     if (m_bFormatChanged || m_bTimingsChanged)
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &m_oFormatBefore);
-    m_bStreaming = m_bBuffers = m_bTimingsChanged = m_bFormatChanged = false;
+    m_bStreaming = m_bBuffers = m_bBufferLost = m_bTimingsChanged = m_bFormatChanged = false;
 }
 
 EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
@@ -201,6 +201,8 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
         oBuffer.m.planes = aoPlanes.data();
         oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
     }
+    if (m_bBufferLost)
+        return EFetch::Failed;
     const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_DQBUF, &oBuffer);
     if (iError == -EAGAIN)
         return EFetch::Nothing;
@@ -215,8 +217,8 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
     roFrame.eParity = oBuffer.field == V4L2_FIELD_TOP      ? EFieldParity::Top
                       : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom
                                                            : EFieldParity::None;
-    // A buffer that cannot be queued again is found out by the next fetch.
-    QueueBuffer(oBuffer.index);
+    // Without its buffers the queue would fall silent for good, and no call would say so.
+    m_bBufferLost = QueueBuffer(oBuffer.index) != 0;
     return EFetch::Frame;
 }
 

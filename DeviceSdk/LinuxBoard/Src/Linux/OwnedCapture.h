@@ -54,6 +54,7 @@ private:
     const CV4l2Node& m_roNode;
     bool m_bStreaming = false;
     bool m_bBuffers = false;
+    bool m_bBufferLost = false; /* one could not be queued again */
     bool m_bFormatChanged = false;
     bool m_bTimingsChanged = false;
     v4l2_format m_oFormatBefore{};
