@@ -44,7 +44,12 @@ int CKmsCard::Open(const std::string& szNode)
     if (!m_oFd.IsOpen())
         return -errno;
     // The kernel makes the first opener master without being asked, and then nobody else can set a mode.
-    drmDropMaster(m_oFd.Get());
+    // Before Linux 5.8 only root could resign: rather no output than a card that nobody else can use.
+    if (drmDropMaster(m_oFd.Get()) != 0 && drmIsMaster(m_oFd.Get()) != 0)
+    {
+        m_oFd.Close();
+        return -EPERM;
+    }
     return 0;
 }
 
