@@ -71,8 +71,13 @@ static int RemoveIfAbandoned(const char* szName, void* pvContext)
         return 0;
     if (kill(iPid, 0) == 0 || errno != ESRCH)
         return 0;
-    /* The process may live in a container that counts processes anew; then the kernel refuses, for it is in use. */
-    Destroy(tracefs_instance_create(szName));
+    /* The process may live in a container that counts processes anew; then the kernel refuses, for it is in use. So
+       nothing is switched off before. */
+    struct tracefs_instance* poInstance = tracefs_instance_create(szName);
+    if (poInstance == NULL)
+        return 0;
+    tracefs_instance_destroy(poInstance);
+    tracefs_instance_free(poInstance);
     return 0;
 }
 
