@@ -11,6 +11,7 @@ void CVblankTracker::Start(uint64_t uiSequence)
         m_uiOffset += m_uiSequence - uiSequence;
     m_bStarted = true;
     m_bUnseen = false;
+    m_bFlushed = false;
     m_uiNumbering++;
     m_uiSequence = uiSequence;
     m_uiNextToQueue = 0;
@@ -56,7 +57,10 @@ void CVblankTracker::AcceptEvent(uint64_t uiTag, uint64_t uiSequence, uint64_t u
     if (m_uiOutstanding > 0)
         m_uiOutstanding--;
     if (uiSequence < uiAskedSequence)
+    {
         m_uiNextToQueue = std::min(m_uiNextToQueue, uiAskedSequence);
+        m_bFlushed = true;
+    }
     Accept(uiSequence, uiStampNs);
 }
 

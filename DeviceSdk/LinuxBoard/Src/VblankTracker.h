@@ -9,6 +9,7 @@
 #include "FieldStart.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace LinuxBoard
 {
@@ -51,11 +52,15 @@ public:
     /* Everything that was queued has come: the caller was away for longer than the queue reaches. */
     bool IsQueueSpent() const { return m_uiOutstanding == 0; }
 
+    /* Once true after events have come before their time: the CRTC has been switched off or given another mode. */
+    bool TakeFlushed() { return std::exchange(m_bFlushed, false); }
+
 private:
     static constexpr uint32_t msc_uiSequenceBits = 48; /* of a tag; thousands of years of fields */
 
     bool m_bStarted = false;
     bool m_bUnseen = false;
+    bool m_bFlushed = false;
     uint64_t m_uiNumbering = 0; /* counts the numberings that have been followed */
     uint64_t m_uiSequence = 0;
     uint64_t m_uiStampNs = 0;

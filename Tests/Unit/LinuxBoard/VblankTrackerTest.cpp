@@ -46,6 +46,7 @@ TEST_F(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
     for (uint64_t uiAsked = 101; uiAsked <= uiLast; uiAsked++)
         oTracker.AcceptEvent(oTracker.TagOf(uiAsked), 100, 1000);
     EXPECT_EQ(oTracker.LastStampNs(), 0U);
+    EXPECT_TRUE(oTracker.TakeFlushed() && !oTracker.TakeFlushed());
     EXPECT_TRUE(oTracker.IsQueueSpent());
     EXPECT_EQ(oTracker.NextToQueue(), 101U);
 }
@@ -72,16 +73,18 @@ TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)
     EXPECT_EQ(CSetBufferEstimate::SampleMomentNs(1000, 20000000), 12001000U);
 }
 
-TEST(HandleTable, KnowsNoStaleOrInventedHandle)
+TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
 {
     using CTable = CHandleTable<int*, int>;
     CTable oTable;
     int* hFirst = oTable.Add(std::make_unique<int>(1));
     EXPECT_NE(oTable.Find(hFirst), nullptr);
     EXPECT_TRUE(oTable.Remove(hFirst) && !oTable.Remove(hFirst));
+    CTable oOtherKind;
+    int* hForeign = oOtherKind.Add(std::make_unique<int>(2));
     int* hSecond = oTable.Add(std::make_unique<int>(2));
     EXPECT_NE(hSecond, hFirst);
-    for (int* hBad : {hFirst, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})
+    for (int* hBad : {hFirst, hForeign, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})
         EXPECT_EQ(oTable.Find(hBad), nullptr);
     for (size_t uiSlot = 1; uiSlot < CTable::msc_uiSlots; uiSlot++)
         ASSERT_NE(oTable.Add(std::make_unique<int>(0)), nullptr);

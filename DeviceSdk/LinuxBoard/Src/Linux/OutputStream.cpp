@@ -127,6 +127,11 @@ uint64_t COutputStream::NextMomentNs(uint64_t uiDeadlineNs) const
 void COutputStream::ReadFields()
 {
     m_oCard.ReadEvents(m_oTracker);
+    // A change of mode may have given the connector another CRTC, and the old one may run on for another connector.
+    if (m_oTracker.TakeFlushed())
+        FindSignal();
+    if (m_eSignal != ESignal::Running)
+        return;
     uint64_t uiSequence = 0;
     uint64_t uiStampNs = 0;
     // Away for longer than the queue reaches: the newest field is not among the events.
@@ -182,7 +187,7 @@ VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roF
 
 VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
 {
-    if (m_eSignal == ESignal::Unknown)
+    if (m_eSignal != ESignal::Running) // nobody may be waiting, and only waits look again otherwise
         FindSignal();
     SCrtcView oView;
     roParam = {};
@@ -198,7 +203,7 @@ VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
 VtStatus COutputStream::ReadBufferAttributes(VtPixelFormat& rePixelFormat, uint32_t& ruiWidth, uint32_t& ruiHeight,
                                              uint64_t& ruiLuid)
 {
-    if (m_eSignal == ESignal::Unknown)
+    if (m_eSignal != ESignal::Running) // nobody may be waiting, and only waits look again otherwise
         FindSignal();
     SCrtcView oView;
     SFramebufferView oFramebuffer;
