@@ -1,6 +1,7 @@
-// CPU time of 64 threads that wait for 60 fields a second each, beside 64 that do nothing but sleep until the same
-// moments. Measured in turns, so that what else the machine does falls on both.
-//   RealTimeCost [seconds a turn] [pairs]
+// CPU time of 64 threads that wait for 60 fields a second each, beside 64 that do nothing but sleep, as often and as
+// evenly spread. Both run at the same time, the moments of one between those of the other, so that what else the
+// machine does falls on both alike.
+//   RealTimeCost [seconds a run] [runs]
 #include <VtSimulatedBoard.h>
 
 #include <algorithm>
@@ -26,17 +27,17 @@ int64_t GetNs(clockid_t iClock)
     return oNow.tv_sec * gc_iNsPerSecond + oNow.tv_nsec;
 }
 
-// Fields start evenly spread over a field's time, in both kinds of turn.
-int64_t GetPhaseNs(int iStream)
+// Fields of the streams start evenly spread over a field's time, sleepers wake in the middles between them.
+int64_t GetPhaseNs(int iStream, bool bSleeper)
 {
-    return gc_iNsPerSecond / 60 * iStream / gc_iStreams;
+    return gc_iNsPerSecond / 60 * (2 * iStream + (bSleeper ? 1 : 0)) / (2 * gc_iStreams);
 }
 
 void Sleep(int iStream, int iFields, int64_t iStartNs)
 {
     for (int64_t iField = 1; iField <= iFields; ++iField)
     {
-        const int64_t iNs = iStartNs + GetPhaseNs(iStream) + iField * gc_iNsPerSecond / 60;
+        const int64_t iNs = iStartNs + GetPhaseNs(iStream, true) + iField * gc_iNsPerSecond / 60;
         const timespec oUntil{.tv_sec = iNs / gc_iNsPerSecond, .tv_nsec = iNs % gc_iNsPerSecond};
         (void)clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &oUntil, nullptr);
     }
@@ -66,20 +67,18 @@ void Watch(int iStream, int iFields, std::atomic<uint64_t>& ruiDelivered)
     }
 }
 
-// CPU time of one turn of 64 threads, in seconds.
-template <typename TBody> double Measure(TBody fnBody)
+// Starts 64 threads that add their CPU time to riCpuNs.
+template <typename TBody> void Start(std::vector<std::thread>& raoThreads, std::atomic<int64_t>& riCpuNs, TBody fnBody)
 {
-    const int64_t iBefore = GetNs(CLOCK_PROCESS_CPUTIME_ID);
-    std::vector<std::thread> aoThreads;
     for (int iStream = 0; iStream < gc_iStreams; ++iStream)
     {
-        aoThreads.emplace_back(fnBody, iStream);
+        raoThreads.emplace_back(
+            [&riCpuNs, fnBody, iStream]
+            {
+                fnBody(iStream);
+                riCpuNs.fetch_add(GetNs(CLOCK_THREAD_CPUTIME_ID));
+            });
     }
-    for (std::thread& roThread : aoThreads)
-    {
-        roThread.join();
-    }
-    return static_cast<double>(GetNs(CLOCK_PROCESS_CPUTIME_ID) - iBefore) / gc_iNsPerSecond;
 }
 
 void Load()
@@ -89,7 +88,7 @@ void Load()
     {
         szText += std::string("[[chip.") + (iStream % 2 == 0 ? "input" : "output") +
                   "]]\nstandard = '1080p60'\njitter_ticks = 3\nphase_us = " +
-                  std::to_string(static_cast<double>(GetPhaseNs(iStream)) / 1000.0) + "\n";
+                  std::to_string(static_cast<double>(GetPhaseNs(iStream, false)) / 1000.0) + "\n";
     }
     if (VtSim_SetScenario(szText.c_str(), nullptr, 0) != VtStatus_OK)
     {
@@ -103,22 +102,31 @@ void Load()
 int main(int iArguments, char** pszArguments)
 {
     const int iSeconds = std::max(iArguments > 1 ? std::atoi(pszArguments[1]) : 5, 1);
-    const int iPairs = std::max(iArguments > 2 ? std::atoi(pszArguments[2]) : 5, 1);
+    const int iRuns = std::max(iArguments > 2 ? std::atoi(pszArguments[2]) : 5, 1);
     const int iFields = iSeconds * 60;
     std::vector<double> aflRatios;
-    for (int iPair = 0; iPair < iPairs; ++iPair)
+    for (int iRun = 0; iRun < iRuns; ++iRun)
     {
-        const int64_t iStartNs = GetNs(CLOCK_MONOTONIC);
-        const double flSleep = Measure([&](int iStream) { Sleep(iStream, iFields, iStartNs); });
+        std::vector<std::thread> aoThreads;
+        std::atomic<int64_t> iSleepNs{0};
+        std::atomic<int64_t> iWaitNs{0};
         std::atomic<uint64_t> uiDelivered{0};
+        const int64_t iStartNs = GetNs(CLOCK_MONOTONIC);
         Load();
-        const double flWait = Measure([&](int iStream) { Watch(iStream, iFields, uiDelivered); });
+        Start(aoThreads, iSleepNs, [=](int iStream) { Sleep(iStream, iFields, iStartNs); });
+        Start(aoThreads, iWaitNs, [=, &uiDelivered](int iStream) { Watch(iStream, iFields, uiDelivered); });
+        for (std::thread& roThread : aoThreads)
+        {
+            roThread.join();
+        }
         Veltrano_UnLoad();
         const double flWakes = gc_iStreams * static_cast<double>(iFields);
-        aflRatios.push_back(flWait / flSleep);
+        const auto flSleepNs = static_cast<double>(iSleepNs.load());
+        const auto flWaitNs = static_cast<double>(iWaitNs.load());
+        aflRatios.push_back(flWaitNs / flSleepNs);
         (void)std::printf(
-            "sleep %.2f us a wake, %.2f %% of a core; wait %.2f us, %.2f %%; ratio %.3f; %.0f %% delivered\n",
-            flSleep / flWakes * 1e6, flSleep / iSeconds * 100.0, flWait / flWakes * 1e6, flWait / iSeconds * 100.0,
+            "sleep %.2f us a wake, %.2f %% of a core; wait %.2f us, %.2f %%; ratio %.3f; %.1f %% delivered\n",
+            flSleepNs / flWakes / 1e3, flSleepNs / iSeconds / 1e7, flWaitNs / flWakes / 1e3, flWaitNs / iSeconds / 1e7,
             aflRatios.back(), static_cast<double>(uiDelivered.load()) / flWakes * 100.0);
     }
     std::sort(aflRatios.begin(), aflRatios.end());

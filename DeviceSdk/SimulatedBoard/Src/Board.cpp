@@ -54,12 +54,13 @@ CChip::CChip(const SChip& roChip, uint32_t uiIndex, const SScenario& roScenario,
       m_oClock(iStartNs, roScenario.flScale, roChip.uiTickFreqHz, roChip.uiTickStart),
       m_uiRemovalTicks(roChip.uiRemovalTicks.value_or(gc_uiForEver))
 {
-    SStreamSetup oSetup{.uiChip = uiIndex,
+    SStreamSetup oSetup{.oClock = m_oClock,
                         .eTimeMode = roScenario.eTimeMode,
                         .bHold = roScenario.bHold,
-                        .poClock = &m_oClock,
-                        .puiRemovalTicks = &m_uiRemovalTicks,
-                        .pTruth = pTruth};
+                        .uiChip = uiIndex,
+                        .pFaults = roScenario.aoFaults.empty() ? nullptr : &roFaults,
+                        .pTruth = pTruth,
+                        .uiRemovalTicks = m_uiRemovalTicks};
     for (const SStream& roInput : roChip.aoInputs)
     {
         m_aoInputs.emplace_back(roInput, oSetup);
@@ -70,6 +71,18 @@ CChip::CChip(const SChip& roChip, uint32_t uiIndex, const SScenario& roScenario,
     {
         m_aoOutputs.emplace_back(roOutput, oSetup);
         ++oSetup.uiIndex;
+    }
+}
+
+void CChip::Remove()
+{
+    m_uiRemovalTicks.store(0, std::memory_order_release);
+    for (const EDirection eDirection : {EDirection::INPUT, EDirection::OUTPUT})
+    {
+        for (CStream& roStream : GetStreams(eDirection))
+        {
+            roStream.Remove();
+        }
     }
 }
 
@@ -244,7 +257,7 @@ CStreamCall::CStreamCall(const void* hStream, EHandleKind eKind, EOperation eOpe
     }
     CStream& roStream = GetStream();
     roStream.CountCall(eOperation);
-    if (const auto eInjected = m_poSlot->poChip->GetFaults().Count(eOperation, roStream.GetChip(), roStream.GetIndex()))
+    if (const auto eInjected = roStream.CountFault(eOperation))
     {
         m_eStatus = *eInjected;
         return;

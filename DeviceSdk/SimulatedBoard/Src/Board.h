@@ -30,7 +30,7 @@ public:
     }
     CFaults& GetFaults() { return m_roFaults; }
     bool IsGone() const;
-    void Remove() { m_uiRemovalTicks.store(0, std::memory_order_release); }
+    void Remove();
     // The device's one handle; 0 until it is opened.
     std::atomic<uint64_t>& GetHandle() { return m_uiHandle; }
 

@@ -1,7 +1,7 @@
 // See Faults.h.
 #include "Faults.h"
 
-CFaults::CFaults(const std::vector<SFaultRule>& raoRules)
+CFaults::CFaults(const std::vector<SFaultRule>& raoRules) : m_bAny(!raoRules.empty())
 {
     for (const SFaultRule& roRule : raoRules)
     {
@@ -9,8 +9,8 @@ CFaults::CFaults(const std::vector<SFaultRule>& raoRules)
     }
 }
 
-std::optional<VtStatus> CFaults::Count(EOperation eOperation, std::optional<uint32_t> uiChip,
-                                       std::optional<uint32_t> uiIndex)
+std::optional<VtStatus> CFaults::CountByRules(EOperation eOperation, std::optional<uint32_t> uiChip,
+                                              std::optional<uint32_t> uiIndex)
 {
     std::optional<VtStatus> eStatus;
     for (SRule& roRule : m_aaoRules[static_cast<size_t>(eOperation)])

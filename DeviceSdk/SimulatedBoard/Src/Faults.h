@@ -12,9 +12,12 @@ class CFaults
 public:
     explicit CFaults(const std::vector<SFaultRule>& raoRules);
 
-    // Counts a call and tells whether it fails. Costs next to nothing for an operation without rules.
+    // Counts a call and tells whether it fails. Costs next to nothing without rules.
     std::optional<VtStatus> Count(EOperation eOperation, std::optional<uint32_t> uiChip,
-                                  std::optional<uint32_t> uiIndex);
+                                  std::optional<uint32_t> uiIndex)
+    {
+        return m_bAny ? CountByRules(eOperation, uiChip, uiIndex) : std::nullopt;
+    }
 
 private:
     struct SRule
@@ -24,6 +27,10 @@ private:
         std::atomic<uint64_t> uiCalls{0};
     };
 
+    std::optional<VtStatus> CountByRules(EOperation eOperation, std::optional<uint32_t> uiChip,
+                                         std::optional<uint32_t> uiIndex);
+
+    const bool m_bAny;
     std::array<std::deque<SRule>, gc_uiOperations> m_aaoRules;
 };
 

@@ -61,18 +61,21 @@ struct SEvent
 
 struct SStream
 {
+    // What every field start is made of stands together, for few cache lines.
     EDirection eDirection = EDirection::INPUT;
+    VtVideoOut_PowerState ePowerState = VtVideoOut_PowerState_ON; // outputs
+    FixedTicks iOrigin = 0;                                       // when field 0 starts, by the chip's counter
+    uint64_t uiKey = 0;                                           // of the stream's own random draws
+    double flJitterTicks = 0.0;                                   // sigma
+    double flWanderTicks = 0.0;                                   // amplitude
+    uint64_t uiFieldCounterStart = 0;
+    uint64_t uiSetBufferStart = 0;
     SVideoTiming oTiming;
     VtVideo_VidParam oColour{}; // only the colour flags count
     int64_t iRatePpt = 0;       // parts in 10^12 above the nominal rate
-    double flWanderTicks = 0.0; // amplitude
     double flWanderPeriodS = 60.0;
-    uint64_t uiWanderKey = 0;   // streams with the same key wander together
-    double flJitterTicks = 0.0; // sigma
-    uint64_t uiKey = 0;         // of the stream's own random draws
-    FixedTicks iOrigin = 0;     // when field 0 starts, by the chip's counter
-    uint32_t uiTickFreqHz = 0;  // of the chip
-    uint64_t uiFieldCounterStart = 0;
+    uint64_t uiWanderKey = 0;  // streams with the same key wander together
+    uint32_t uiTickFreqHz = 0; // of the chip
     std::vector<SEvent> aoEvents;
 
     VtPixelFormat ePixelFormat = VtPixelFormat_YUV422_UYVY;
@@ -87,8 +90,6 @@ struct SStream
     uint32_t uiLoanSpread = 0;
     uint64_t uiSkipCountStart = 0;
 
-    VtVideoOut_PowerState ePowerState = VtVideoOut_PowerState_ON;
-    uint64_t uiSetBufferStart = 0;
     std::vector<uint32_t> auiSetBufferPattern{1}; // buffers set in successive fields, repeated
     uint64_t uiLuidStart = 0x1000;
 };

@@ -46,6 +46,7 @@ uint64_t FieldsIn(uint32_t uiMs, FixedTicks iFieldTicks, uint32_t uiTickFreqHz)
 CStream::CStream(const SStream& roStream, const SStreamSetup& roSetup)
     : m_oModel(roStream),
       m_oSetup(roSetup),
+      m_uiRemovalTicks(roSetup.uiRemovalTicks),
       m_oTruth(roSetup.pTruth, StreamColumns(roSetup, roStream.eDirection), m_oModel)
 {
 }
@@ -74,7 +75,7 @@ VtStatus CStream::Wait(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roF
 VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField)
 {
     const int64_t iNowNs = MonotonicClock_GetNs();
-    const uint64_t uiNow = m_oSetup.poClock->ToTicks(iNowNs);
+    const uint64_t uiNow = m_oSetup.oClock.ToTicks(iNowNs);
     if (uiNow >= GetRemovalTicks())
     {
         return VtStatus_FAIL;
@@ -97,7 +98,7 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
     const uint64_t uiCurrent = oComing.uiField > 0 ? oComing.uiField - 1 : 0;
     if (oComing.eFate == EFieldFate::MISSED)
     {
-        const uint64_t uiEnd = m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(iDeadlineNs), oComing.uiField);
+        const uint64_t uiEnd = m_oModel.FindFirstAfter(m_oSetup.oClock.ToTicks(iDeadlineNs), oComing.uiField);
         oComing = m_oModel.GetField(m_oModel.FindReported(oComing.uiField, uiEnd));
     }
     const VtStatus eStatus = SleepThenDeliver(roReader, uiUnseen, oComing, iDeadlineNs, roField);
@@ -109,7 +110,7 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
 VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, const SFieldStart& roComing,
                                    int64_t iDeadlineNs, SFieldStart& roField)
 {
-    const int64_t iStartNs = m_oSetup.poClock->ToNs(roComing.uiStamp);
+    const int64_t iStartNs = m_oSetup.oClock.ToNs(roComing.uiStamp);
     if (iStartNs > iDeadlineNs || roComing.uiStamp >= GetRemovalTicks())
     {
         return SleepInVain(roReader, iDeadlineNs);
@@ -128,14 +129,17 @@ void CStream::Pass(SReader& roReader, uint64_t uiUnseen, uint64_t uiReported, ui
 {
     roReader.uiNext.store(uiNext, std::memory_order_relaxed);
     m_uiPosition.store(uiNext, std::memory_order_relaxed);
-    m_oTruth.Add(uiUnseen, uiReported, uiNext);
+    if (m_oSetup.pTruth != nullptr)
+    {
+        m_oTruth.Add(uiUnseen, uiReported, uiNext);
+    }
 }
 
 void CStream::Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const
 {
     if (const uint32_t uiHangMs = m_oModel.GetHangMs(uiField); uiHangMs > 0)
     {
-        (void)roReader.oSleeper.SleepUntil(iFromNs + m_oSetup.poClock->ToRealNs(uiHangMs));
+        (void)roReader.oSleeper.SleepUntil(iFromNs + m_oSetup.oClock.ToRealNs(uiHangMs));
     }
 }
 
@@ -145,7 +149,7 @@ VtStatus CStream::SleepInVain(SReader& roReader, int64_t iDeadlineNs)
     const uint64_t uiRemoval = GetRemovalTicks();
     if (uiRemoval != gc_uiForEver)
     {
-        iDeadlineNs = std::min(iDeadlineNs, m_oSetup.poClock->ToNs(uiRemoval));
+        iDeadlineNs = std::min(iDeadlineNs, m_oSetup.oClock.ToNs(uiRemoval));
     }
     const bool bReached = roReader.oSleeper.SleepUntil(iDeadlineNs);
     if (IsGone())
@@ -265,7 +269,7 @@ uint64_t CStream::GetOpeningField() const
     {
         return m_uiPosition.load(std::memory_order_acquire);
     }
-    return m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(MonotonicClock_GetNs()), 0);
+    return m_oModel.FindFirstAfter(m_oSetup.oClock.ToTicks(MonotonicClock_GetNs()), 0);
 }
 
 uint64_t CStream::GetCurrentField(uint64_t uiHint) const
@@ -273,7 +277,7 @@ uint64_t CStream::GetCurrentField(uint64_t uiHint) const
     uint64_t uiNext = m_uiPosition.load(std::memory_order_acquire);
     if (m_oSetup.eTimeMode == ETimeMode::REAL)
     {
-        uiNext = m_oModel.FindFirstAfter(m_oSetup.poClock->ToTicks(MonotonicClock_GetNs()), uiHint);
+        uiNext = m_oModel.FindFirstAfter(m_oSetup.oClock.ToTicks(MonotonicClock_GetNs()), uiHint);
     }
     return uiNext > 0 ? uiNext - 1 : 0;
 }
@@ -293,7 +297,7 @@ bool CStream::IsGone() const
     }
     if (m_oSetup.eTimeMode == ETimeMode::REAL)
     {
-        return m_oSetup.poClock->ToTicks(MonotonicClock_GetNs()) >= uiRemoval;
+        return m_oSetup.oClock.ToTicks(MonotonicClock_GetNs()) >= uiRemoval;
     }
     return m_oModel.GetStamp(m_uiPosition.load(std::memory_order_acquire)) >= uiRemoval;
 }

@@ -7,6 +7,7 @@
 #define SIMULATED_BOARD_STREAM_H
 
 #include "BoardClock.h"
+#include "Faults.h"
 #include "Operations.h"
 #include "StreamModel.h"
 #include "Truth.h"
@@ -24,13 +25,14 @@ struct SReader
 
 struct SStreamSetup
 {
-    uint32_t uiChip = 0;
-    uint32_t uiIndex = 0;
+    CBoardClock oClock;
     ETimeMode eTimeMode = ETimeMode::REAL;
     bool bHold = false;
-    const CBoardClock* poClock = nullptr;
-    const std::atomic<uint64_t>* puiRemovalTicks = nullptr; // when the device goes away
+    uint32_t uiChip = 0;
+    uint32_t uiIndex = 0;
+    CFaults* pFaults = nullptr; // null: no call fails on purpose
     CTruthFile* pTruth = nullptr;
+    uint64_t uiRemovalTicks = gc_uiForEver; // when the device goes away
 };
 
 struct SWaitCounts
@@ -56,6 +58,8 @@ public:
     // The same for a caller without a reader.
     uint64_t GetLatestField() const;
     bool IsGone() const;
+    // The device is gone from now on; wakes nobody.
+    void Remove() { m_uiRemovalTicks.store(0, std::memory_order_release); }
     // Wakes every wait, so that it looks at its reader and at the device again.
     void Wake();
 
@@ -65,6 +69,12 @@ public:
     void CountCall(EOperation eOperation)
     {
         m_auiCalls[static_cast<size_t>(eOperation)].fetch_add(1, std::memory_order_relaxed);
+    }
+    // The status with which a call fails on purpose.
+    std::optional<VtStatus> CountFault(EOperation eOperation)
+    {
+        return m_oSetup.pFaults == nullptr ? std::nullopt
+                                           : m_oSetup.pFaults->Count(eOperation, m_oSetup.uiChip, m_oSetup.uiIndex);
     }
     uint64_t GetCalls(size_t uiOperation) const { return m_auiCalls[uiOperation].load(std::memory_order_relaxed); }
     // Handles open, and those of them that may write.
@@ -95,11 +105,11 @@ private:
     uint64_t GetFieldAfterHang(uint64_t uiField) const;
     void CountEntered();
     void CountReturned(VtStatus eStatus);
-    uint64_t GetRemovalTicks() const { return m_oSetup.puiRemovalTicks->load(std::memory_order_acquire); }
+    uint64_t GetRemovalTicks() const { return m_uiRemovalTicks.load(std::memory_order_acquire); }
 
     const CStreamModel m_oModel;
     const SStreamSetup m_oSetup;
-    CTruthRows m_oTruth;
+    std::atomic<uint64_t> m_uiRemovalTicks;
     std::atomic<uint64_t> m_uiPosition{0}; // stepped: the next field. Real: the field after the last delivered one
     std::atomic<uint32_t> m_uiOpen{0};
     std::atomic<uint32_t> m_uiWriters{0};
@@ -109,6 +119,7 @@ private:
     std::atomic<uint64_t> m_uiCanceled{0};
     std::atomic<uint64_t> m_uiTimedOut{0};
     std::atomic<uint64_t> m_uiOther{0};
+    CTruthRows m_oTruth;
 
     // Granted time only.
     std::mutex m_oMutex;

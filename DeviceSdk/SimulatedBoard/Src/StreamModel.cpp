@@ -49,8 +49,10 @@ FixedTicks DriftTicks(FixedTicks iFieldTicks, int64_t iPpt)
 } // namespace
 
 CStreamModel::CStreamModel(const SStream& roStream)
-    : m_oStream(roStream), m_oFormat(MakeFormat({}, roStream.oTiming)), m_iFieldTicks(m_oFormat.iFieldTicks)
+    : m_bEvents(!roStream.aoEvents.empty()), m_oStream(roStream), m_oFormat(MakeFormat({}, roStream.oTiming))
 {
+    m_iFieldTicks = m_oFormat.iFieldTicks;
+    m_bInterlaced = roStream.oTiming.bInterlaced;
     m_uiWanderStart = Noise_Hash(roStream.uiWanderKey, 0);
     uint64_t uiSum = 0;
     for (const uint32_t uiBuffers : roStream.auiSetBufferPattern)
@@ -59,6 +61,7 @@ CStreamModel::CStreamModel(const SStream& roStream)
         uiSum += uiBuffers;
     }
     m_auiPatternSums.push_back(uiSum);
+    m_uiPatternStep = roStream.auiSetBufferPattern.size() == 1 ? uiSum : 0;
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         AddEvent(roEvent);
@@ -149,6 +152,10 @@ const CStreamModel::SFormat& CStreamModel::GetFormat(uint64_t uiField) const
 FixedTicks CStreamModel::GetEventTicks(uint64_t uiField) const
 {
     FixedTicks iTicks = 0;
+    if (!m_bEvents)
+    {
+        return iTicks;
+    }
     for (const SSchedule& roDoubled : m_aoDoubled)
     {
         iTicks -= m_iFieldTicks * static_cast<int64_t>(roDoubled.Occurrences(uiField));
@@ -210,6 +217,11 @@ uint64_t CStreamModel::GetStamp(uint64_t uiField) const
 
 EFieldFate CStreamModel::GetFate(uint64_t uiField) const
 {
+    if (!m_bEvents)
+    {
+        const bool bLost = m_oStream.eDirection == EDirection::OUTPUT && !HasSignal(m_oStream.ePowerState);
+        return bLost ? EFieldFate::LOST : EFieldFate::STARTED;
+    }
     if (IsActive(m_aoLosses, uiField) ||
         (m_oStream.eDirection == EDirection::OUTPUT && !HasSignal(GetPowerState(uiField))))
     {
@@ -222,16 +234,22 @@ SFieldStart CStreamModel::GetField(uint64_t uiField) const
 {
     SFieldStart oField{.uiField = uiField, .eFate = GetFate(uiField), .uiStamp = GetStamp(uiField)};
     oField.uiFieldCounter = m_oStream.uiFieldCounterStart + uiField * gc_uiCounterUnits;
-    for (const SEvent& roJump : m_aoJumps)
-    {
-        oField.uiFieldCounter += roJump.oWhen.Occurrences(uiField) * static_cast<uint64_t>(roJump.iJump);
-    }
     if (m_oStream.eDirection == EDirection::OUTPUT)
     {
         oField.uiSetBufferCounter = GetSetBufferCount(uiField);
     }
-    const SVideoTiming& roTiming = m_aoFormats.empty() ? m_oFormat.oTiming : GetFormat(uiField).oTiming;
-    oField.bIsTopField = roTiming.bInterlaced && (uiField % 2 == 0) != roTiming.bBottomFieldFirst;
+    if (m_bEvents)
+    {
+        for (const SEvent& roJump : m_aoJumps)
+        {
+            oField.uiFieldCounter += roJump.oWhen.Occurrences(uiField) * static_cast<uint64_t>(roJump.iJump);
+        }
+    }
+    if (m_bEvents || m_bInterlaced)
+    {
+        const SVideoTiming& roTiming = GetFormat(uiField).oTiming;
+        oField.bIsTopField = roTiming.bInterlaced && (uiField % 2 == 0) != roTiming.bBottomFieldFirst;
+    }
     return oField;
 }
 
@@ -330,12 +348,20 @@ uint64_t CStreamModel::GetFilledCount(uint64_t uiField) const
 // Buffers that the pattern sets in the first uiFields fields.
 uint64_t CStreamModel::GetPatternSum(uint64_t uiFields) const
 {
+    if (m_uiPatternStep != 0)
+    {
+        return uiFields * m_uiPatternStep;
+    }
     const size_t uiLength = m_auiPatternSums.size() - 1;
     return uiFields / uiLength * m_auiPatternSums.back() + m_auiPatternSums[uiFields % uiLength];
 }
 
 uint64_t CStreamModel::GetSetBufferCount(uint64_t uiField) const
 {
+    if (!m_bEvents)
+    {
+        return m_oStream.uiSetBufferStart + GetPatternSum(uiField + 1);
+    }
     // While buffers run out the pattern stands still.
     const uint64_t uiFields = GetFilledCount(uiField);
     uint64_t uiCount = m_oStream.uiSetBufferStart + GetPatternSum(uiFields);
@@ -356,6 +382,10 @@ void CStreamModel::GetBufferSize(uint64_t uiField, uint32_t& ruiWidth, uint32_t&
 uint32_t CStreamModel::GetHangMs(uint64_t uiField) const
 {
     uint32_t uiHangMs = 0;
+    if (!m_bEvents)
+    {
+        return uiHangMs;
+    }
     for (const SEvent& roHang : m_aoHangs)
     {
         uiHangMs += roHang.oWhen.IsActive(uiField) ? roHang.uiHangMs : 0;

@@ -87,9 +87,12 @@ private:
     double GetWander(uint64_t uiField) const;
     uint64_t GetPatternSum(uint64_t uiFields) const;
 
-    const SStream m_oStream;
-    SFormat m_oFormat; // the stream's first; its schedule does not count
     FixedTicks m_iFieldTicks = 0;
+    const bool m_bEvents; // false: the vectors of events need no look, and their cache lines none
+    bool m_bInterlaced = false;
+    uint64_t m_uiPatternStep = 0; // buffers set in every field, when the pattern is that simple, else 0
+    const SStream m_oStream;
+    SFormat m_oFormat;                      // the stream's first; its schedule does not count
     uint64_t m_uiWanderStart = 0;           // of 2^64, a turn
     std::vector<uint64_t> m_auiPatternSums; // buffers set in the first k fields of the pattern
 
