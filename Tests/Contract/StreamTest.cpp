@@ -39,15 +39,12 @@ struct SInputs
     {
         uint32_t ui = 0;
         uint64_t u = 0;
-        VtVideoIn_State eState = VtVideoIn_State_INVALID;
         VtPixelFormat eFormat = VtPixelFormat_UNKOWN;
         return {VtVideoIn_WaitForFieldStart(h, 0, nullptr, &u, &ui),
                 VtVideoIn_WaitForFieldStart(h, 0, &u, nullptr, &ui),
                 VtVideoIn_WaitForFieldStart(h, 0, &u, &u, nullptr),
                 VtVideoIn_GetDetectedVideoParameters(h, nullptr),
                 VtVideoIn_GetCaptureState(h, nullptr, &ui, &ui, &ui, &ui),
-                VtVideoIn_GetCaptureState(h, &eState, &ui, &ui, &ui, nullptr),
-                VtVideoIn_GetBufferAttributes(h, nullptr, &ui, &eFormat, &ui),
                 VtVideoIn_GetBufferAttributes(h, &ui, &ui, &eFormat, nullptr)};
     }
     static std::vector<VtStatus> CallAll(THandle h)
@@ -81,9 +78,7 @@ struct SOutputs
         return {VtVideoOut_WaitForFieldStart(h, 0, nullptr, &u, &u, &ui),
                 VtVideoOut_WaitForFieldStart(h, 0, &u, nullptr, &u, &ui),
                 VtVideoOut_WaitForFieldStart(h, 0, &u, &u, nullptr, &ui),
-                VtVideoOut_WaitForFieldStart(h, 0, &u, &u, &u, nullptr),
                 VtVideoOut_GetVideoParameters(h, nullptr),
-                VtVideoOut_GetBufferAttributes(h, nullptr, &ui, &ui, &u),
                 VtVideoOut_GetBufferAttributes(h, &eFormat, &ui, &ui, nullptr),
                 VtVideoOut_GetPowerState(h, nullptr)};
     }
@@ -320,13 +315,10 @@ TEST_F(VideoIn, BuffersAddUp)
         VtVideoIn_State eState = VtVideoIn_State_INVALID;
         std::array<uint32_t, 4> aui{};
         VtPixelFormat eFormat = VtPixelFormat_FORCE32;
-        uint32_t uiBuffers = 0;
-        std::array<uint32_t, 2> auiSize{};
         EXPECT_EQ(VtVideoIn_GetCaptureState(h, &eState, &aui[0], &aui[1], &aui[2], &aui[3]), VtStatus_OK);
-        EXPECT_TRUE(eState == VtVideoIn_State_INVALID || eState == VtVideoIn_State_NOT_INITIALIZED ||
-                    eState == VtVideoIn_State_STARTED || eState == VtVideoIn_State_STOPPED);
+        EXPECT_TRUE(eState <= VtVideoIn_State_STARTED || eState == VtVideoIn_State_STOPPED);
         EXPECT_LE(uint64_t{aui[1]} + aui[2] + aui[3], aui[0]);
-        EXPECT_EQ(VtVideoIn_GetBufferAttributes(h, &auiSize[0], &auiSize[1], &eFormat, &uiBuffers), VtStatus_OK);
+        EXPECT_EQ(VtVideoIn_GetBufferAttributes(h, &aui[0], &aui[1], &eFormat, &aui[2]), VtStatus_OK);
         EXPECT_NE(eFormat, VtPixelFormat_FORCE32);
     }
 }

