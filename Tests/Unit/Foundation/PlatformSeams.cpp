@@ -4,30 +4,15 @@
 
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 SPlatformSeams g_oSeams;
 
-SSeamsReset::~SSeamsReset()
-{
-    std::destroy_at(&g_oSeams);
-    std::construct_at(&g_oSeams);
-}
-
 void StopClock(int64_t iSeconds, int64_t iNanoSeconds)
 {
     g_oSeams.pfnClock = [=](timespec& roNow) { return (roNow = {iSeconds, iNanoSeconds}, 0); };
-}
-
-void AwaitValue(const std::atomic<int>& roCounter, int iValue)
-{
-    for (int iNow = roCounter; iNow != iValue; iNow = roCounter)
-    {
-        roCounter.wait(iNow);
-    }
 }
 
 // The linker sends calls of a name to __wrap_ and gives the thing itself the name __real_.

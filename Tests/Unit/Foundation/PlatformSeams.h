@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "CMAllocator.h"
@@ -34,7 +35,11 @@ extern SPlatformSeams g_oSeams;
 // Sets all back when a test ends.
 struct SSeamsReset
 {
-    ~SSeamsReset();
+    ~SSeamsReset()
+    {
+        std::destroy_at(&g_oSeams);
+        std::construct_at(&g_oSeams);
+    }
 };
 
 // All blocks come from it while it lives.
@@ -50,8 +55,5 @@ struct SCountingAllocator final : CMAllocator
 
 // The clock stands still at this moment.
 void StopClock(int64_t iSeconds, int64_t iNanoSeconds);
-
-// Returns when the counter has this value.
-void AwaitValue(const std::atomic<int>& roCounter, int iValue);
 
 #endif

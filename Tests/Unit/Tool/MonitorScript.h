@@ -17,9 +17,23 @@
 extern uint64_t g_uiAllocations;
 extern uint64_t g_uiPausedUs;
 
-constexpr char FULL_HD_AT_CLOCK[] =
+const std::string HD60 = "standard = '1080p60'\n";
+const std::string FULL_HD = // up to its pixel clock
     "timing = { h_active = 1920, h_front_porch = 88, h_sync = 44, h_back_porch = 148, v_active = 1080, "
     "v_front_porch = 4, v_sync = 5, v_back_porch = 36, pixel_clock_hz = ";
+
+// A stream of one kind or another, and what its monitor makes of it after so many waits.
+struct SMonitorCase
+{
+    const char* szName;
+    std::string szStream;
+    uint32_t uiWaits;
+    std::string szStatusData;
+    std::string szRates;
+    std::string szDescription = "1920 x 1080p @ 60 Hz (YUV)";
+    std::string szFaults = "";
+    std::string szPrinted = "";
+};
 
 inline std::string Event(const std::string& szKind, const std::string& szKeys)
 {

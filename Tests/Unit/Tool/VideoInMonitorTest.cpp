@@ -7,25 +7,11 @@
 namespace
 {
 
-const std::string FULL_HD = FULL_HD_AT_CLOCK;
-const std::string HD60 = "standard = '1080p60'\n";
 const std::string RATES60 = "60.000000 60.000000 60.000000 29";
 constexpr char ROW60[] =
     "[IN_00]    60.00  60.00  60.00    1.00      1      1    2.00      2      2         0        0        0       29";
 
-struct SCase
-{
-    const char* szName;
-    std::string szStream;
-    uint32_t uiWaits;
-    std::string szStatusData;
-    std::string szRates;
-    std::string szTimings = "1920 x 1080p @ 60 Hz (YUV)";
-    std::string szFaults = "";
-    std::string szPrinted = "";
-};
-
-const SCase CASES[] = {
+const SMonitorCase CASES[] = {
     // The buffers that ran out in fields 0 to 4 count in the second pass too: counts come from the arrays' start.
     {"Progressive", HD60 + Event("buffers_run_out", "at_field = 0\nfor_fields = 5"), 60,
      "[IN_00]    60.00  60.00  60.00    0.83      1      0    3.00      8      2         5        0        0       59",
@@ -81,7 +67,7 @@ const SCase CASES[] = {
 
 TEST(VideoInMonitor, WritesItsTexts)
 {
-    for (const SCase& roCase : CASES)
+    for (const SMonitorCase& roCase : CASES)
     {
         SCOPED_TRACE(roCase.szName);
         SMonitorScript oScript("In", VtVideoInMonitorThreadFunc);
@@ -89,7 +75,7 @@ TEST(VideoInMonitor, WritesItsTexts)
         EXPECT_EQ(oScript.oData.szStatusData, roCase.szStatusData);
         EXPECT_EQ(oScript.oData.szFpsData, "[IN_00] " + roCase.szRates + " (0.000000 ==>  0.0 ppm)");
         EXPECT_EQ(oScript.oData.szVidParam,
-                  "[IN_00] - SDI A - " + roCase.szTimings + " VtPixelFormat_YUV422_UYVY, NumBuf=8");
+                  "[IN_00] - SDI A - " + roCase.szDescription + " VtPixelFormat_YUV422_UYVY, NumBuf=8");
         EXPECT_STREQ(oScript.oData.szVideoState, "VtVideoIn_State_STARTED");
         EXPECT_EQ(oScript.oData.bShowExtraData, 0U);
     }

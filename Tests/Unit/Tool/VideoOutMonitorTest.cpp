@@ -8,25 +8,12 @@
 namespace
 {
 
-const std::string FULL_HD = FULL_HD_AT_CLOCK;
-const std::string HD60 = "standard = '1080p60'\n";
 const std::string UNEVEN = "standard = '1080i50'\nset_buffer_pattern = [2, 1, 0, 1]\n";
 const std::string HD60_TEXT = "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_YUV422_UYVY PowerState_ON";
 constexpr char ROW60[] = "[OUT_00]   60.00  60.00  60.00   60.00  60.00  60.00         0       29        0       29";
 constexpr char RATES60[] = "60.000000 60.000000 60.000000 29";
 
-struct SCase
-{
-    const char* szName;
-    std::string szStream;
-    uint32_t uiWaits;
-    std::string szStatusData;
-    std::string szRates;
-    std::string szDescription = HD60_TEXT;
-    std::string szFaults = "";
-};
-
-const SCase CASES[] = {
+const SMonitorCase CASES[] = {
     {"TimeOutsChangeNothing", HD60, 33, ROW60, RATES60, HD60_TEXT,
      FailingCall("VtVideoOut_WaitForFieldStart", "TIMEOUT", "call = 5\ntimes = 3")},
     // Frames are halved, set buffers and the long-run average are not.
@@ -40,7 +27,7 @@ const SCase CASES[] = {
     // The parameters are those of the field, and so is the length of the pass.
     {"FollowsTheFormat", HD60 + Event("format_change", "at_field = 1\n" + FULL_HD + "297000000 }"), 60,
      "[OUT_00]  118.00 120.00  60.00  118.00 120.00  60.00         0       59        0       59",
-     "118.000000 118.000000 118.000000 59"},
+     "118.000000 118.000000 118.000000 59", HD60_TEXT},
     {"AttributesFail", HD60, 30, ROW60, RATES60, "1920 x 1080p @ 60 Hz (YUV) VtPixelFormat_UNKOWN PowerState_OFF",
      FailingCall("VtVideoOut_GetBufferAttributes", "NOTHING_DONE", "times = 0") +
          FailingCall("VtVideoOut_GetPowerState", "FAIL", "times = 0")},
@@ -52,7 +39,7 @@ const SCase CASES[] = {
 
 TEST(VideoOutMonitor, WritesItsTexts)
 {
-    for (const SCase& roCase : CASES)
+    for (const SMonitorCase& roCase : CASES)
     {
         SCOPED_TRACE(roCase.szName);
         SMonitorScript oScript("Out", VtVideoOutMonitorThreadFunc);
