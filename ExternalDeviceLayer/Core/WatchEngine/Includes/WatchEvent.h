@@ -1,0 +1,59 @@
+/*
+ * Something that happened to a stream or a lock group, with its moment. Numbers only: words are made where they are
+ * shown.
+ */
+#ifndef WATCH_EVENT_H
+#define WATCH_EVENT_H
+
+#include <cstdint>
+
+#include "FieldRecord.h"
+
+enum class EWatchEventKind : uint8_t
+{
+    WATCH_BEGAN,         // the stream is watched from here on
+    WATCH_ENDED,         // until here
+    STATE_CHANGED,       // uiBefore, uiAfter: EStreamState
+    SIGNAL_LOST,         // the moment is that of the last field
+    SIGNAL_BACK,         // flSeconds: how long it was away
+    FIELDS_LOST,         // uiCount fields that the board did not deliver to a thread that waited for them
+    FIELDS_UNOBSERVED,   // uiCount fields while the watcher was late; says nothing about the signal
+    COUNTER_REPEATED,    // uiCount fields whose counter did not move
+    COUNTER_BACKWARD,    // uiBefore, uiAfter: field counters
+    FIELD_EARLY,         // uiCount fields; flSeconds: the largest deviation from the grid, negative
+    FIELD_LATE,          // uiCount fields; flSeconds: the largest deviation from the grid
+    PHASE_STEPPED,       // the grid itself moved by flSeconds and stays there
+    TIMINGS_CHANGED,     // flBefore, flAfter: nominal rates, Hz
+    FORMAT_CHANGED,      // uiBefore, uiAfter: VtPixelFormat
+    CAPTURE_CHANGED,     // uiBefore, uiAfter: VtVideoIn_State
+    POWER_CHANGED,       // uiBefore, uiAfter: VtVideoOut_PowerState
+    BUFFERS_SKIPPED,     // uiCount buffers
+    BUFFERS_REPEATED,    // outputs: uiCount fields that showed a buffer once more
+    BUFFERS_OVERWRITTEN, // outputs: uiCount buffers replaced before they were shown
+    LOCK_CHANGED,        // against the direction's reference; uiBefore, uiAfter: ELockState
+    REFERENCE_CHANGED,   // of the direction; uiBefore, uiAfter: indexes
+    GROUP_FORMED,        // uiGroup; uiMembers
+    GROUP_CHANGED,       // uiGroup; uiMembers from here on
+    GROUP_ENDED,         // uiGroup; flSeconds: how long it lasted
+    COUNT
+};
+
+struct SWatchEvent
+{
+    uint64_t uiNumber; // grows by one per event, from 1
+    int64_t iUtcNs;    // when it happened, nanoseconds since 1970-01-01 UTC
+    uint64_t uiTick;   // the same in the board's ticks; 0: not known
+    EWatchEventKind eKind;
+    EStreamDirection eDirection;
+    uint32_t uiIndex; // of the stream; of the first member for groups
+    uint64_t uiCount; // see the kinds; events of one kind that come in bursts are folded into one
+    uint64_t uiBefore;
+    uint64_t uiAfter;
+    double flBefore;
+    double flAfter;
+    double flSeconds;
+    uint32_t uiGroup;   // identity of a lock group, from 1
+    uint32_t uiMembers; // bit i: stream i of the direction
+};
+
+#endif

@@ -1,0 +1,199 @@
+/*
+ * One consistent moment of everything that is known: what the analysis publishes once a second. Plain data; a copy
+ * belongs to whoever holds it. Seconds, hertz and ratios; phases are positive when the stream is later than what it is
+ * compared with, and lie within half a period.
+ */
+#ifndef WATCH_SNAPSHOT_H
+#define WATCH_SNAPSHOT_H
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "FieldRecord.h"
+
+// Most streams that a direction can have.
+constexpr uint32_t uiMaxStreamsPerDirection = 32;
+
+enum class EStreamState : uint8_t
+{
+    RUNNING, // fields come
+    IDLE,    // nothing has come yet, or nothing is meant to come: not started, powered off
+    LOST,    // there was a signal and it went away
+    GONE,    // the device or its handle is no more
+    COUNT
+};
+
+enum class ELockState : uint8_t
+{
+    LOCKED,    // within the threshold, and the drift does not differ from 0 by 3 sigma
+    PASSING,   // within the threshold, but drifting
+    FREE,      // outside the threshold
+    IDLE,      // one of both does not run, or too little is known yet
+    DIFFERENT, // of rates that are no whole multiples of each other
+    COUNT
+};
+
+// A figure and how sure it is. Valid only when enough was seen.
+struct SEstimate
+{
+    double flValue = 0.0;
+    double flStdErr = 0.0;
+    bool bIsValid = false;
+};
+
+enum class ERateWindow : uint8_t
+{
+    SECONDS_1,
+    SECONDS_10,
+    SECONDS_100,
+    SECONDS_1000,
+    COUNT
+};
+constexpr std::array<uint32_t, 4> auiRateWindowSeconds = {1, 10, 100, 1000};
+
+enum class ETdevTime : uint8_t
+{
+    SECONDS_1,
+    SECONDS_10,
+    SECONDS_100,
+    COUNT
+};
+constexpr std::array<uint32_t, 3> auiTdevSeconds = {1, 10, 100};
+
+// Since the watch began; they only grow.
+struct SStreamCounters
+{
+    uint64_t uiFields = 0;           // fields that the signal had while watched: observed + lost + unobserved
+    uint64_t uiFieldsObserved = 0;   // delivered to us
+    uint64_t uiFieldsLost = 0;       // we waited, and the board delivered nothing
+    uint64_t uiFieldsUnobserved = 0; // we were late
+    uint64_t uiFieldsRepeated = 0;   // the counter did not move
+    uint64_t uiCounterBackward = 0;  // the counter went back
+    uint64_t uiFieldsEarly = 0;      // off the grid
+    uint64_t uiFieldsLate = 0;       // off the grid
+    uint64_t uiPhaseSteps = 0;
+    uint64_t uiSignalLosses = 0;
+    uint64_t uiTimingChanges = 0;
+    uint64_t uiFormatChanges = 0;
+    uint64_t uiStateChanges = 0; // capture or power
+    uint64_t uiBuffersSkipped = 0;
+    uint64_t uiBuffersSet = 0;         // outputs
+    uint64_t uiBuffersRepeated = 0;    // outputs: shown twice
+    uint64_t uiBuffersOverwritten = 0; // outputs
+    uint64_t uiWaitTimeOuts = 0;
+    uint64_t uiLateWakes = 0;         // waits that returned to us later than half a field after its start
+    double flSignalLostSeconds = 0.0; // sum of all losses
+    double flRunningSeconds = 0.0;
+    double flWatchedSeconds = 0.0;
+};
+
+// Counts of field intervals by their deviation from the period: bin 0 is everything below -limit, the last one
+// everything above.
+constexpr uint32_t uiIntervalBins = 41;
+struct SIntervalHistogram
+{
+    double flBinSeconds = 0.0; // width of one inner bin; the middle one is centred on the period
+    std::array<uint32_t, uiIntervalBins> auiCounts = {};
+};
+
+// Delivery latency (arrival after the envelope), for the watcher's own account: upper bounds in seconds and counts.
+constexpr std::array<double, 10> aflWakeBoundsSeconds = {50e-6,  100e-6, 250e-6, 500e-6, 1e-3,
+                                                         2.5e-3, 5e-3,   10e-3,  25e-3,  100e-3};
+struct SWakeHistogram
+{
+    std::array<uint64_t, aflWakeBoundsSeconds.size() + 1> auiCounts = {}; // the last one: above all bounds
+    double flSumSeconds = 0.0;
+};
+
+struct SStreamFigures
+{
+    EStreamDirection eDirection = EStreamDirection::INPUT;
+    uint32_t uiIndex = 0;
+    EStreamState eState = EStreamState::IDLE;
+    int64_t iStateSinceUtcNs = 0;
+    SStreamDescription oDescription = {};
+
+    // Nominal rate, fields per second: exact as uiNominalNumerator / uiNominalDenominator; 0 / 1 when not known.
+    uint64_t uiNominalNumerator = 0;
+    uint64_t uiNominalDenominator = 1;
+    double flNominalRateHz = 0.0;
+    double flLineSeconds = 0.0; // duration of one line, 0: not known
+
+    SStreamCounters oCounters;
+    std::array<SEstimate, 4> aoRateHz;      // by ERateWindow
+    std::array<SEstimate, 4> aoRatePpm;     // against the nominal rate
+    double flJitterRmsSeconds = 0.0;        // about the fit of 10 s
+    double flJitterPeakSeconds = 0.0;       // peak to peak of the same
+    std::array<SEstimate, 3> aoTdevSeconds; // by ETdevTime
+    SIntervalHistogram oIntervals;          // of the last 10 s
+    SWakeHistogram oWakes;                  // since the watch began
+
+    // Moment of the field start nearest to the snapshot's instant, relative to it, and the period behind it.
+    SEstimate oGridSeconds;
+    double flPeriodSeconds = 0.0;
+
+    SEstimate oPhaseSeconds; // against the direction's reference stream
+    SEstimate oDriftRatio;   // rate against the reference's, minus 1; positive: slower phase growth, see the docs
+    ELockState eLock = ELockState::IDLE;
+    double flSecondsToThreshold = -1.0; // until the threshold is crossed; negative: not drifting, or not known
+    double flSecondsToSlip = -1.0;      // until a whole field has slipped; likewise
+
+    SEstimate oTaiPhaseSeconds;           // against the grid that starts at 1970-01-01T00:00:00 TAI
+    double flTaiUncertaintySeconds = 0.0; // how closely that grid is known here
+    uint64_t uiLastEvent = 0;             // number of the newest event of this stream, 0: none
+};
+
+// Two streams of one direction; uiFirst < uiSecond.
+struct SPairFigures
+{
+    uint32_t uiFirst = 0;
+    uint32_t uiSecond = 0;
+    SEstimate oOffsetSeconds;   // the second's field start after the first's, within half of the shorter period
+    double flOffsetLines = 0.0; // in lines of the first; 0 when these are not known
+    SEstimate oDriftRatio;      // growth of the offset, seconds per second
+    ELockState eLock = ELockState::IDLE;
+    double flSecondsToThreshold = -1.0;
+    double flSecondsToSlip = -1.0;
+};
+
+struct SLockGroup
+{
+    uint32_t uiGroup = 0;   // identity, kept while the group lasts
+    uint32_t uiMembers = 0; // bit i: stream i of the direction
+    int64_t iSinceUtcNs = 0;
+};
+
+struct SDirectionFigures
+{
+    uint32_t uiReference = 0; // index of the stream that phases are told against
+    bool bHasReference = false;
+    std::vector<SStreamFigures> aoStreams; // by index
+    std::vector<SPairFigures> aoPairs;     // ordered by first, then second
+    std::vector<SLockGroup> aoGroups;      // ordered by identity
+};
+
+// How the clocks hang together at the snapshot's instant.
+struct SClockFigures
+{
+    int64_t iUtcNs = 0;                    // the instant
+    uint64_t uiTick = 0;                   // the same in ticks: a whole second of the chip's clock
+    uint64_t uiMonotonicNs = 0;            // the same by CLOCK_MONOTONIC
+    double flTickUncertaintySeconds = 0.0; // of tick against CLOCK_MONOTONIC
+    bool bTicksAreMonotonic = false;       // the board says so
+    int32_t iTaiOffsetSeconds = 0;         // TAI - UTC by the kernel; 0: the kernel does not know it
+    bool bIsSynchronised = false;          // the kernel's word about CLOCK_REALTIME
+    double flEstimatedErrorSeconds = 0.0;  // the kernel's estimate for it
+};
+
+struct SWatchSnapshot
+{
+    uint64_t uiNumber = 0; // grows by one per snapshot, from 1
+    uint32_t uiTickFrequencyHz = 0;
+    double flThresholdSeconds = 0.0; // of the lock states, unless it is in lines
+    double flThresholdLines = 0.0;
+    SClockFigures oClock;
+    std::array<SDirectionFigures, 2> aoDirections; // by EStreamDirection
+};
+
+#endif
