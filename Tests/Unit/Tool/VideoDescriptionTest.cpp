@@ -1,7 +1,7 @@
 #include "VideoDescription.h"
 
+#include "FieldRates.h"
 #include "MonitorScript.h"
-#include "VideoInMonitor.h"
 
 namespace
 {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "FieldRates.h"
 #include "MonitorScript.h"
 
 namespace

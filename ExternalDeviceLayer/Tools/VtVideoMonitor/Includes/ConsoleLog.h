@@ -9,12 +9,6 @@
 
 #include "KrvTypes.h"
 
-/* The low 32 bits of a count or index, as a "%d" has always shown them. */
-constexpr int32_t LowInt(uint64_t uiValue)
-{
-    return static_cast<int32_t>(static_cast<uint32_t>(uiValue));
-}
-
 /*
  * Formats a message, prints it and appends it to the log file.
  *   pszFormat  in  printf format, then its values; the message is cut at 4095 characters

@@ -7,22 +7,10 @@
 
 #include <cstdint>
 
+#include "FieldRates.h"
 #include "KrvTypes.h"
 #include "MonitorUserData.h"
 #include "VtVideoTypes.h"
-
-/* A number of ticks in seconds. */
-inline double TicksToSeconds(uint64_t uiTicks, uint32_t uiTickPerSecond)
-{
-    return static_cast<double>(uiTicks) / static_cast<double>(uiTickPerSecond);
-}
-
-/* Fields a second of a number of counts in a time; frames a second when interlaced. */
-inline double FieldRate(uint64_t uiCounts, double flSeconds, Bool32 bInterlaced)
-{
-    const double flRate = static_cast<double>(uiCounts) * flFieldsPerCount / flSeconds;
-    return bInterlaced ? flRate * 0.5 : flRate;
-}
 
 /* Fields between two passes: half the vertical rate; 120 when there is none; 1 when half of it is 0. */
 inline uint32_t FieldsPerPass(uint32_t uiVRate_Hz)

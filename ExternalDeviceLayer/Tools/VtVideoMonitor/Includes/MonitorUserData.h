@@ -30,15 +30,6 @@ enum EVideoMonitorConstants : uint32_t
     GENLOCK_THRESHOLD_COUNT = 4
 };
 
-// Field counters of the SDK advance by 16 a field.
-constexpr double flFieldsPerCount = 0.0625;
-constexpr uint32_t uiCountToFieldShift = 4;
-constexpr uint64_t uiCountsPerField = 16;
-
-// How long a monitor thread waits for a field, and how long it pauses when the signal is lost.
-constexpr uint32_t uiFieldWaitTimeOutMs = 50;
-constexpr uint32_t uiLostSignalPauseMs = 10;
-
 // One flat block: arrays of it are cleared with a single fill and never resized while threads run.
 struct SMonitorUserData
 {

@@ -1,5 +1,6 @@
 /*
- * The texts that name and describe streams. No state; called from all monitor threads at once.
+ * Names and descriptions of streams with the settings of the tool: the extended timings, and a line of the log for a
+ * stream without a name. No state; called from all monitor threads at once.
  */
 #ifndef VIDEO_DESCRIPTION_H
 #define VIDEO_DESCRIPTION_H
@@ -7,6 +8,7 @@
 #include <cstdint>
 
 #include "KrvTypes.h"
+#include "VideoTexts.h"
 #include "VtTypes.h"
 #include "VtVideoTypes.h"
 
@@ -28,20 +30,5 @@ void GetVideoParamString(const VtVideo_VidParam* poVideoParam, VTSTR256& szVideo
  * query. A stream without a connector is logged and still gives success, with an empty name.
  */
 VtStatus GetVideoNameString(VtDevice_Handle hDev, uint32_t uiVideoIndex, Bool32 bIsVideoInput, VTSTR64& szVideoName);
-
-/* Name of a status code; "Unknown" for one without a text of its own. */
-const char* VtStatusToString(VtStatus eStatus);
-
-/* Name of a capture state; "Unknown VtVideoIn_State" for an unknown one. */
-const char* VtVideoInStateToString(VtVideoIn_State eState);
-
-/* Name of a power state, without its family prefix; "Unknown" for an unknown one. */
-const char* PowerStateToString(VtVideoOut_PowerState eStatus);
-
-/*
- * Asks the board for the name of a pixel format.
- *   szPixelFormat  in/out  the name, always terminated; unchanged when the board writes none
- */
-void GetPixelFormatString(VtPixelFormat ePixelFormat, VTSTR64& szPixelFormat);
 
 #endif

@@ -93,12 +93,4 @@ void VideoInMonitor_Refresh(SVideoInMonitor& roMonitor);
 /* Releases the handle, if there is one. */
 void VideoInMonitor_Close(SVideoInMonitor& roMonitor);
 
-/*
- * Nominal rate of signal timings, in single precision: 1000 x pixel clock in kHz / pixels a frame; 0.0 when there are
- * no pixels.
- *   roVidParam            in   the timings
- *   ruiTotalScreenPixels  out  pixels a frame, blanking included
- */
-double ComputeNominalRate(const VtVideo_VidParam& roVidParam, uint32_t& ruiTotalScreenPixels);
-
 #endif

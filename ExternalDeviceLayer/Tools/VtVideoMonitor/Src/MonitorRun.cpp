@@ -12,6 +12,7 @@
 #include "KrvTools.h"
 #include "MonitorGlobals.h"
 #include "StatusScreen.h"
+#include "StreamCounts.h"
 #include "Terminal.h"
 #include "Veltrano.h"
 #include "VideoInMonitor.h"
@@ -156,18 +157,38 @@ int32_t RunCommandLoop(SMonitorRun& roRun)
     return iRet;
 }
 
+// Counts the streams of one direction. 0, with a count of 0, after a message.
+Bool32 CountOrReport(VtDevice_Handle hDev, SMonitorStreams& roStreams)
+{
+    const char* szOperation = roStreams.bIsVideoIn ? "VtVideoIn_GetCount()" : "VtVideoOut_GetCount()";
+    const EStreamCount eOutcome = CountStreams(hDev, roStreams.bIsVideoIn, roStreams.uiNbOfVideo);
+    if (eOutcome == EStreamCount::COUNTED)
+    {
+        return 1;
+    }
+    if (eOutcome == EStreamCount::FAILED)
+    {
+        std::printf("Error : %s\n", szOperation);
+        ReportFailedAssert();
+    }
+    else
+    {
+        std::printf("Error : %s gives %u, a board has at most %u\n", szOperation, roStreams.uiNbOfVideo,
+                    uiMaxNbOfVideo);
+    }
+    roStreams.uiNbOfVideo = 0;
+    return 0;
+}
+
 // The part of the run between a known number of outputs and the end of all threads.
 int32_t MonitorStreams(SMonitorRun& roRun)
 {
     const SStreamMemory oOutMemory = AllocateStreams(roRun.oVideoOut, g_dahVideoOutMonitorThread);
     StartThreads(roRun, roRun.oVideoOut);
 
-    if (VtVideoIn_GetCount(roRun.hDev, &roRun.oVideoIn.uiNbOfVideo) < 0)
+    if (!CountOrReport(roRun.hDev, roRun.oVideoIn))
     {
-        puts("Error : VtVideoIn_GetCount()");
-        ReportFailedAssert();
         // The output threads are blocked on the start signal with records that are about to be freed: end them first.
-        roRun.oVideoIn.uiNbOfVideo = 0;
         StopMonitorThreads(roRun);
         return -1;
     }
@@ -200,13 +221,7 @@ int32_t OpenAndMonitor(SMonitorRun& roRun)
         puts("Error : Veltrano_GetDevice, hdev is null");
         return -1;
     }
-    if (VtVideoOut_GetCount(roRun.hDev, &roRun.oVideoOut.uiNbOfVideo) < 0)
-    {
-        puts("Error : VtVideoOut_GetCount()");
-        ReportFailedAssert();
-        return -1;
-    }
-    return MonitorStreams(roRun);
+    return CountOrReport(roRun.hDev, roRun.oVideoOut) ? MonitorStreams(roRun) : -1;
 }
 
 } // namespace

@@ -12,4 +12,10 @@ using VTSTR64 = char[64];
 using VTSTR256 = char[256];
 using VTSTR4096 = char[4096];
 
+// The low 32 bits of a value, as "%d" shows them.
+constexpr int32_t LowInt(uint64_t uiValue)
+{
+    return static_cast<int32_t>(uiValue);
+}
+
 #endif
