@@ -11,7 +11,7 @@ extern "C" {
 #endif
 
 /* Kind of a connector. */
-typedef enum VtBoard_ConnectorType
+typedef enum VtBoard_ConnectorType VT_AS_UINT32
 {
     VtBoard_ConnectorType_UNKNOWN = 0,
     VtBoard_ConnectorType_SDI = 1,
@@ -45,7 +45,7 @@ typedef struct VtBoard_ConnectorInfo
 } VtBoard_ConnectorInfo;
 
 /* Numbers that VtBoard_CustomCall takes. */
-typedef enum VtBoard_CustomCallId
+typedef enum VtBoard_CustomCallId VT_AS_UINT32
 {
     VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT = 9,
     VtBoard_CustomCallId_FORCE32 = 0x7FFFFFFF

@@ -18,6 +18,18 @@
 extern "C" {
 #endif
 
+/*
+ * The range of the interface's enumerations: whatever 32 bits a board delivers may be loaded and compared. C++ needs to
+ * be told the type, or values beyond the listed ones are undefined; C takes the same type by itself.
+ */
+#ifdef __cplusplus
+#define VT_AS_UINT32 : uint32_t
+#define VT_AS_INT32 : int32_t
+#else
+#define VT_AS_UINT32
+#define VT_AS_INT32
+#endif
+
 /* Booleans of the interface are 32 bits wide: 0 is false, 1 is true. */
 typedef uint32_t VtBool;
 
@@ -37,7 +49,7 @@ typedef struct VtVideoIn_Object* VtVideoIn_Handle;
 typedef struct VtVideoOut_Object* VtVideoOut_Handle;
 
 /* Result of an operation, signed 32 bits. Negative is failure; positive is success with a remark. */
-typedef enum VtStatus
+typedef enum VtStatus VT_AS_INT32
 {
     VtStatus_SEIOVERSIZE = -108,
     VtStatus_SEQUENCE_RESET = -107,
@@ -74,7 +86,7 @@ typedef enum VtStatus
 } VtStatus;
 
 /* How a stream handle is opened. A reader may watch a stream that another process drives. */
-typedef enum VtAccessMode
+typedef enum VtAccessMode VT_AS_UINT32
 {
     VtAccessMode_READONLY = 1,
     VtAccessMode_READWRITE = 3,
@@ -83,11 +95,9 @@ typedef enum VtAccessMode
 
 #ifdef __cplusplus
 } /* extern "C" */
-static_assert(sizeof(VtStatus) == 4, "a status is 32 bits wide");
-static_assert(sizeof(VtAccessMode) == 4, "an access mode is 32 bits wide");
 #else
-_Static_assert(sizeof(VtStatus) == 4, "a status is 32 bits wide");
-_Static_assert(sizeof(VtAccessMode) == 4, "an access mode is 32 bits wide");
+_Static_assert(sizeof(VtStatus) == 4 && (VtStatus)-1 < 0, "a status is signed, 32 bits wide");
+_Static_assert(sizeof(VtAccessMode) == 4 && (VtAccessMode)-1 > 0, "an access mode is unsigned, 32 bits wide");
 #endif
 
 #endif

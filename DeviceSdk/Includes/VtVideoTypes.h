@@ -38,7 +38,7 @@ typedef struct VtVideo_VidParam
 } VtVideo_VidParam;
 
 /* Layout of a video buffer. The names are those that VtPixelFormat_GetName delivers. */
-typedef enum VtPixelFormat
+typedef enum VtPixelFormat VT_AS_UINT32
 {
     VtPixelFormat_UNKOWN = 0, /* the misspelt name is the interface's own */
     VtPixelFormat_YUV422_YUYV = 1,
@@ -58,7 +58,7 @@ typedef enum VtPixelFormat
 } VtPixelFormat;
 
 /* Capture state of a video input. */
-typedef enum VtVideoIn_State
+typedef enum VtVideoIn_State VT_AS_UINT32
 {
     VtVideoIn_State_INVALID = 0,
     VtVideoIn_State_NOT_INITIALIZED = 1,
@@ -68,7 +68,7 @@ typedef enum VtVideoIn_State
 } VtVideoIn_State;
 
 /* Power state of a video output. */
-typedef enum VtVideoOut_PowerState
+typedef enum VtVideoOut_PowerState VT_AS_UINT32
 {
     VtVideoOut_PowerState_DISABLED = 0,
     VtVideoOut_PowerState_ON = 1,
@@ -91,13 +91,13 @@ VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName);
 } /* extern "C" */
 static_assert(sizeof(VtVideo_VidParam) == 56 && offsetof(VtVideo_VidParam, uiReserved2) == 48,
               "the timing record is 56 bytes");
-static_assert(sizeof(VtPixelFormat) == 4 && sizeof(VtVideoIn_State) == 4 && sizeof(VtVideoOut_PowerState) == 4,
-              "enumerations of the interface are 32 bits wide");
 #else
 _Static_assert(sizeof(VtVideo_VidParam) == 56 && offsetof(VtVideo_VidParam, uiReserved2) == 48,
                "the timing record is 56 bytes");
 _Static_assert(sizeof(VtPixelFormat) == 4 && sizeof(VtVideoIn_State) == 4 && sizeof(VtVideoOut_PowerState) == 4,
                "enumerations of the interface are 32 bits wide");
+_Static_assert((VtPixelFormat)-1 > 0 && (VtVideoIn_State)-1 > 0 && (VtVideoOut_PowerState)-1 > 0,
+               "and unsigned but for VtStatus");
 #endif
 
 #endif

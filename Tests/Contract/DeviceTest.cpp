@@ -109,7 +109,8 @@ TEST_F(Device, NamesPixelFormatsAndTakesDebugTexts)
     std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
     EXPECT_EQ(VtPixelFormat_GetName(VtPixelFormat_XRGB8888, szName.data()), VtStatus_OK);
     EXPECT_STREQ(szName.data(), "VtPixelFormat_XRGB8888");
-    for (const VtPixelFormat eUnknown : {VtPixelFormat_UNKOWN, static_cast<VtPixelFormat>(9999), VtPixelFormat_FORCE32})
+    for (const VtPixelFormat eUnknown : {VtPixelFormat_UNKOWN, static_cast<VtPixelFormat>(9999), VtPixelFormat_FORCE32,
+                                         static_cast<VtPixelFormat>(0x80000001u)})
     {
         EXPECT_EQ(VtPixelFormat_GetName(eUnknown, szName.data()), VtStatus_OK);
         EXPECT_STREQ(szName.data(), "VtPixelFormat_UNKOWN");

@@ -43,7 +43,7 @@
 extern "C" {
 #endif
 
-typedef enum VtSim_Direction
+typedef enum VtSim_Direction VT_AS_UINT32
 {
     VtSim_Direction_INPUT = 0,
     VtSim_Direction_OUTPUT = 1,
@@ -59,7 +59,7 @@ typedef struct VtSim_Stream
 } VtSim_Stream;
 
 /* What becomes of a field. */
-typedef enum VtSim_Fate
+typedef enum VtSim_Fate VT_AS_UINT32
 {
     VtSim_Fate_STARTED = 0, /* a wait delivers it */
     VtSim_Fate_LOST = 1,    /* no signal: a wait is cancelled */

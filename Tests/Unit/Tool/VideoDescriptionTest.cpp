@@ -1,5 +1,7 @@
 #include "VideoDescription.h"
 
+#include <cstring>
+
 #include "FieldRates.h"
 #include "MonitorScript.h"
 
@@ -63,6 +65,14 @@ std::string Texts(const char* (*pfnText)(EValue), int iFirst, int iLast, const s
     return szTexts;
 }
 
+// A value as a board writes it through a pointer.
+template <typename EValue> EValue FromBoard(uint32_t uiValue)
+{
+    EValue eValue{};
+    std::memcpy(&eValue, &uiValue, sizeof(eValue));
+    return eValue;
+}
+
 TEST(VideoDescription, NamesCodes)
 {
     EXPECT_STREQ(VtVideoInStateToString(VtVideoIn_State_FORCE32), "VtVideoIn_State_FORCE32");
@@ -70,6 +80,13 @@ TEST(VideoDescription, NamesCodes)
               "0 VtVideoIn_State_INVALID, 1 VtVideoIn_State_NOT_INITIALIZED, 2 VtVideoIn_State_STARTED, "
               "4 VtVideoIn_State_STOPPED, ");
     EXPECT_STREQ(PowerStateToString(VtVideoOut_PowerState_FORCE32), "Unknown");
+    for (const uint32_t uiFromBoard : {0x80000000u, UINT32_MAX}) // a sanitizer sees it where loading is undefined
+    {
+        EXPECT_STREQ(VtVideoInStateToString(FromBoard<VtVideoIn_State>(uiFromBoard)), "Unknown VtVideoIn_State");
+        EXPECT_STREQ(PowerStateToString(FromBoard<VtVideoOut_PowerState>(uiFromBoard)), "Unknown");
+    }
+    EXPECT_STREQ(VtStatusToString(FromBoard<VtStatus>(0x80000000u)), "Unknown");
+    EXPECT_LT(FromBoard<VtStatus>(0x80000000u), 0);
     EXPECT_EQ(Texts(PowerStateToString, 0, 32, "Unknown"),
               "0 PowerState_DISABLED, 1 PowerState_ON, 2 PowerState_BLANKED, 4 PowerState_STANDBY, "
               "8 PowerState_SUSPEND, 16 PowerState_OFF, ");
