@@ -48,6 +48,7 @@ typedef struct VtBoard_ConnectorInfo
 typedef enum VtBoard_CustomCallId VT_AS_UINT32
 {
     VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT = 9,
+    VtBoard_CustomCallId_GET_TICK_CLOCK = 0x4C580001, /* far from the makers' own numbers, which count from 0 */
     VtBoard_CustomCallId_FORCE32 = 0x7FFFFFFF
 } VtBoard_CustomCallId;
 
@@ -63,6 +64,25 @@ typedef struct VtBoard_CaptureSkipBufferCountOut
     uint64_t uiSkipBuffCnt; /* fields captured into no buffer since the capture began */
     uint64_t uiBuffCnt;     /* buffers filled since the capture began */
 } VtBoard_CaptureSkipBufferCountOut;
+
+/* Clocks of the machine that a board's reference counter can follow; the numbers are those of the kernel. */
+enum VtBoard_ClockId
+{
+    VtBoard_ClockId_MONOTONIC = 1 /* CLOCK_MONOTONIC */
+};
+
+/*
+ * Output block of GET_TICK_CLOCK, 16 bytes; there is no input block. Only a board whose reference counter follows a
+ * clock of the machine for good, without drift, knows this call. At every tick t of the counter that clock shows
+ * t x 10^9 / frequency + iOffsetNs nanoseconds (VtBoard_GetTickReferenceFrequency). The answer is the same at every
+ * call.
+ */
+typedef struct VtBoard_TickClockOut
+{
+    uint32_t uiClockId;  /* a VtBoard_ClockId */
+    uint32_t uiReserved; /* 0 */
+    int64_t iOffsetNs;   /* what the clock showed at tick 0, ns */
+} VtBoard_TickClockOut;
 
 /*
  * Reads the frequency of the reference counter behind every timestamp of the chip.
@@ -95,8 +115,8 @@ VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorInde
  * Board-specific requests by number, with an input and an output block.
  *   hDev         in   the chip
  *   uiCall       in   a VtBoard_CustomCallId
- *   pvIn         in   input block
- *   uiInSize     in   its size, bytes
+ *   pvIn         in   input block, null for a call that has none
+ *   uiInSize     in   its size, bytes, 0 without one
  *   pvOut        out  output block
  *   uiOutSize    in   its size, bytes
  * VtStatus_OK; VtStatus_UNSUPPORTED for a number that the board does not know; VtStatus_INVALID_PARAM for a null
@@ -110,10 +130,12 @@ VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* p
 static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
 static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
               "the blocks of the skip count are 4 and 16 bytes");
+static_assert(sizeof(VtBoard_TickClockOut) == 16, "the block of the tick clock is 16 bytes");
 #else
 _Static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
 _Static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
                "the blocks of the skip count are 4 and 16 bytes");
+_Static_assert(sizeof(VtBoard_TickClockOut) == 16, "the block of the tick clock is 16 bytes");
 #endif
 
 #endif

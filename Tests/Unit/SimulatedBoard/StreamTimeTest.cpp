@@ -46,6 +46,9 @@ TEST_F(StreamTime, SteppedStreamsAreIndependentAndAgreeWithTheTruth)
     EXPECT_EQ(VtSim_GetField(msc_oInput, uint64_t{1} << 40, &oField), VtStatus_INVALID_PARAM);
     EXPECT_EQ(VtSim_GetField({0, VtSim_Direction_INPUT, 1}, 0, &oField), VtStatus_INVALID_PARAM);
     EXPECT_EQ(VtSim_Grant(msc_oInput, 1), VtStatus_UNSUPPORTED);
+    VtBoard_TickClockOut oClock{};
+    EXPECT_EQ(VtBoard_CustomCall(m_hDev, VtBoard_CustomCallId_GET_TICK_CLOCK, nullptr, 0, &oClock, sizeof(oClock)),
+              VtStatus_UNSUPPORTED);
 }
 
 TEST_F(StreamTime, ALateCallerGetsTheNewestFieldOnce)
