@@ -143,28 +143,41 @@ void ReadOutput(CScenarioSection& roSection, SStream& roStream)
     (void)roSection.ReadCounter("luid_start", roStream.uiLuidStart);
 }
 
-// The connector that a stream names for itself.
+bool HasConnector(const SChip& roChip, EDirection eDirection, uint32_t uiIndex)
+{
+    return std::ranges::any_of(roChip.aoConnectors,
+                               [eDirection, uiIndex](const VtBoard_ConnectorInfo& roConnector)
+                               {
+                                   return eDirection == EDirection::INPUT
+                                              ? roConnector.bVideoInput != 0 && roConnector.uiVideoInIndex == uiIndex
+                                              : roConnector.bVideoOutput != 0 && roConnector.uiVideoOutIndex == uiIndex;
+                               });
+}
+
+// A stream's own connector: under the name that the scenario gives it or, when neither the stream nor the chip names
+// one, under a name that nobody takes for a real one's. An empty name stands for none.
 void ReadConnector(CScenarioSection& roSection, EDirection eDirection, uint32_t uiIndex, SChip& roChip)
 {
     VtBoard_ConnectorInfo oConnector{};
     oConnector.uiSize = sizeof(oConnector);
     oConnector.eType = VtBoard_ConnectorType_SDI;
-    const bool bType =
-        roSection.ReadName<VtBoard_ConnectorType>("connector_type", gc_aoConnectorTypes, oConnector.eType);
-    std::string szName;
-    if (!roSection.ReadText("connector", sizeof(oConnector.szName) - 1, szName))
+    const bool bInput = eDirection == EDirection::INPUT;
+    std::string szName = (bInput ? "Simulated input " : "Simulated output ") + std::to_string(uiIndex);
+    const bool bNamed = roSection.ReadText("connector", sizeof(oConnector.szName) - 1, szName);
+    const bool bNone = szName.empty() || (!bNamed && HasConnector(roChip, eDirection, uiIndex));
+    if (roSection.ReadName<VtBoard_ConnectorType>("connector_type", gc_aoConnectorTypes, oConnector.eType) && bNone)
     {
-        if (bType)
-        {
-            roSection.Refuse("connector_type", "goes with connector alone");
-        }
+        roSection.Refuse("connector_type", "the stream has no connector of its own");
+    }
+    if (bNone)
+    {
         return;
     }
     szName.copy(oConnector.szName, szName.size());
-    oConnector.bVideoInput = eDirection == EDirection::INPUT ? 1U : 0U;
-    oConnector.bVideoOutput = eDirection == EDirection::OUTPUT ? 1U : 0U;
-    oConnector.uiVideoInIndex = eDirection == EDirection::INPUT ? uiIndex : 0;
-    oConnector.uiVideoOutIndex = eDirection == EDirection::OUTPUT ? uiIndex : 0;
+    oConnector.bVideoInput = bInput ? 1U : 0U;
+    oConnector.bVideoOutput = bInput ? 0U : 1U;
+    oConnector.uiVideoInIndex = bInput ? uiIndex : 0;
+    oConnector.uiVideoOutIndex = bInput ? 0 : uiIndex;
     oConnector.uiFpgaPortIndex = static_cast<uint32_t>(roChip.aoConnectors.size());
     roChip.aoConnectors.push_back(oConnector);
 }

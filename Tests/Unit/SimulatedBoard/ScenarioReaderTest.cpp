@@ -74,7 +74,8 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
          "4: buffers: fewer than ready, loan and their spreads together"},
         {gc_szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names"},
         {gc_szInput + "power_state = 'ON'", "4: unknown key power_state"},
-        {gc_szInput + "connector_type = 'SDI'", "4: connector_type: goes with connector alone"},
+        {gc_szInput + "connector = ''\nconnector_type = 'SDI'",
+         "5: connector_type: the stream has no connector of its own"},
         {gc_szInput + "connector = '" + std::string(64, 'x') + "'",
          "4: connector: must be a text of at most 63 characters"},
         {gc_szOutput + "set_buffer_pattern = []", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
@@ -157,6 +158,27 @@ event = [{ kind = "signal_loss", at_s = 1.0, for_s = 0.5, every_s = 20 },
     EXPECT_EQ(raoEvents[1].oWhen.uiFirst, 0U);
 }
 
+TEST(ScenarioReader, StreamsWithoutANameAreCalledSimulated)
+{
+    SScenario oScenario;
+    SScenarioFault oFault;
+    ASSERT_TRUE(Scenario_Read(R"([[chip]]
+connector = [{ name = "both", video_in = 1, video_out = 0 }]
+input = [{ standard = "1080p60", connector_type = "HDMI" }, { standard = "1080p60" },
+         { standard = "1080p60", connector = "" }]
+output = [{ standard = "1080p60" }, { standard = "1080p60" }]
+)",
+                              oScenario, oFault))
+        << oFault.szText;
+    std::string szConnectors;
+    for (const VtBoard_ConnectorInfo& roConnector : oScenario.aoChips.at(0).aoConnectors)
+    {
+        szConnectors += roConnector.szName + std::to_string(roConnector.eType) + (roConnector.bVideoInput ? "i" : "") +
+                        (roConnector.bVideoOutput ? "o" : "") + ",";
+    }
+    EXPECT_EQ(szConnectors, "both0io,Simulated input 02i,Simulated output 11o,");
+}
+
 // The file in the tree is the text in the library, and holds what it promises.
 TEST(ScenarioReader, DefaultScenarioLooksLikeARack)
 {
@@ -167,7 +189,11 @@ TEST(ScenarioReader, DefaultScenarioLooksLikeARack)
     const SChip& roChip = oScenario.aoChips.at(0);
     ASSERT_EQ(roChip.aoInputs.size(), 4U);
     ASSERT_EQ(roChip.aoOutputs.size(), 4U);
-    EXPECT_EQ(roChip.aoConnectors.size(), 8U);
+    ASSERT_EQ(roChip.aoConnectors.size(), 8U);
+    for (const VtBoard_ConnectorInfo& roConnector : roChip.aoConnectors)
+    {
+        EXPECT_TRUE(std::string_view(roConnector.szName).starts_with("Simulated ")) << roConnector.szName;
+    }
     const double flLineTicks = FixedTicks_ToDouble(VideoTiming_GetLineTicks(roChip.aoInputs[0].oTiming, 100'000'000));
     const auto fnApart = [flLineTicks](const SStream& roFirst, const SStream& roSecond)
     {
