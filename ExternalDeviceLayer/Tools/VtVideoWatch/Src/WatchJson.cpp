@@ -1,0 +1,305 @@
+#include "WatchJson.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include "WatchTexts.h"
+
+namespace
+{
+
+// Times that the analysis tells as negative when they are not known.
+CJson FromSecondsTo(double flSeconds)
+{
+    return flSeconds < 0.0 ? CJson() : CJson(flSeconds);
+}
+
+CJson FromCounters(const SStreamCounters& roCounters)
+{
+    return {{"fields", roCounters.uiFields},
+            {"fields_observed", roCounters.uiFieldsObserved},
+            {"fields_lost", roCounters.uiFieldsLost},
+            {"fields_unobserved", roCounters.uiFieldsUnobserved},
+            {"fields_repeated", roCounters.uiFieldsRepeated},
+            {"counter_backward", roCounters.uiCounterBackward},
+            {"fields_early", roCounters.uiFieldsEarly},
+            {"fields_late", roCounters.uiFieldsLate},
+            {"phase_steps", roCounters.uiPhaseSteps},
+            {"signal_losses", roCounters.uiSignalLosses},
+            {"timing_changes", roCounters.uiTimingChanges},
+            {"format_changes", roCounters.uiFormatChanges},
+            {"state_changes", roCounters.uiStateChanges},
+            {"buffers_skipped", roCounters.uiBuffersSkipped},
+            {"buffers_set", roCounters.uiBuffersSet},
+            {"buffers_repeated", roCounters.uiBuffersRepeated},
+            {"buffers_overwritten", roCounters.uiBuffersOverwritten},
+            {"wait_time_outs", roCounters.uiWaitTimeOuts},
+            {"late_wakes", roCounters.uiLateWakes},
+            {"signal_lost_seconds", roCounters.flSignalLostSeconds},
+            {"running_seconds", roCounters.flRunningSeconds},
+            {"watched_seconds", roCounters.flWatchedSeconds}};
+}
+
+CJson FromRates(const SStreamFigures& roStream)
+{
+    CJson oRates = CJson::array();
+    for (size_t i = 0; i < auiRateWindowSeconds.size(); ++i)
+    {
+        const SEstimate& roHz = roStream.aoRateHz[i];
+        const SEstimate& roPpm = roStream.aoRatePpm[i];
+        oRates.push_back({{"window", WatchTexts_GetRateWindow(static_cast<ERateWindow>(i))},
+                          {"hz", roHz.bIsValid ? CJson(roHz.flValue) : CJson()},
+                          {"stderr_hz", roHz.bIsValid ? CJson(roHz.flStdErr) : CJson()},
+                          {"ppm", roPpm.bIsValid ? CJson(roPpm.flValue) : CJson()},
+                          {"stderr_ppm", roPpm.bIsValid ? CJson(roPpm.flStdErr) : CJson()}});
+    }
+    return oRates;
+}
+
+CJson FromTdev(const SStreamFigures& roStream)
+{
+    CJson oTdev = CJson::array();
+    for (size_t i = 0; i < auiTdevSeconds.size(); ++i)
+    {
+        const SEstimate& roTdev = roStream.aoTdevSeconds[i];
+        oTdev.push_back({{"tau_seconds", auiTdevSeconds[i]},
+                         {"seconds", roTdev.bIsValid ? CJson(roTdev.flValue) : CJson()},
+                         {"stderr_seconds", roTdev.bIsValid ? CJson(roTdev.flStdErr) : CJson()}});
+    }
+    return oTdev;
+}
+
+CJson FromNominal(const SStreamFigures& roStream)
+{
+    if (roStream.uiNominalNumerator == 0)
+    {
+        return {};
+    }
+    return {{"numerator", roStream.uiNominalNumerator},
+            {"denominator", roStream.uiNominalDenominator},
+            {"hz", roStream.flNominalRateHz}};
+}
+
+// An offset in seconds with its error, and in lines when their length is known.
+CJson FromOffset(const SEstimate& roSeconds, double flLines, bool bHasLines)
+{
+    CJson oJson = WatchJson_FromEstimate(roSeconds, "seconds", "stderr");
+    if (!oJson.is_null())
+    {
+        oJson["lines"] = bHasLines ? CJson(flLines) : CJson();
+    }
+    return oJson;
+}
+
+CJson FromTai(const SStreamFigures& roStream)
+{
+    CJson oJson = WatchJson_FromEstimate(roStream.oTaiPhaseSeconds, "seconds", "stderr");
+    if (!oJson.is_null())
+    {
+        oJson["uncertainty"] = roStream.flTaiUncertaintySeconds;
+    }
+    return oJson;
+}
+
+const char* GetSetupState(const SStreamFigures& roStream)
+{
+    return roStream.eDirection == EStreamDirection::INPUT
+               ? WatchTexts_GetCaptureState(roStream.oDescription.eCaptureState)
+               : WatchTexts_GetPowerState(roStream.oDescription.ePowerState);
+}
+
+// Who the stream is and what it carries.
+CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
+{
+    return {{"id", WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex)},
+            {"index", roStream.uiIndex},
+            {"direction", WatchTexts_GetDirection(roStream.eDirection)},
+            {"name", roTexts.szName},
+            {"standard", roTexts.szStandard},
+            {"format", roTexts.szFormat},
+            {"setup", GetSetupState(roStream)},
+            {"state", WatchTexts_GetState(roStream.eState)},
+            {"since", WatchTexts_GetUtc(roStream.iStateSinceUtcNs)},
+            {"nominal", FromNominal(roStream)},
+            {"line_seconds", roStream.flLineSeconds > 0.0 ? CJson(roStream.flLineSeconds) : CJson()}};
+}
+
+CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection,
+                    std::span<const SWatchEvent> aoEvents)
+{
+    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
+    CJson oStreams = CJson::array();
+    for (const SStreamFigures& roStream : roFigures.aoStreams)
+    {
+        const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
+        oStreams.push_back(WatchJson_FromStream(roStream, roTexts, aoEvents));
+    }
+    return {{"reference",
+             roFigures.bHasReference ? CJson(WatchTexts_GetStreamId(eDirection, roFigures.uiReference)) : CJson()},
+            {"streams", std::move(oStreams)}};
+}
+
+CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirection)
+{
+    CJson oPairs = CJson::array();
+    for (const SPairFigures& roPair : roFigures.aoPairs)
+    {
+        oPairs.push_back(WatchJson_FromPair(eDirection, roPair));
+    }
+    CJson oGroups = CJson::array();
+    for (const SLockGroup& roGroup : roFigures.aoGroups)
+    {
+        oGroups.push_back(WatchJson_FromGroup(eDirection, roGroup));
+    }
+    return {{"pairs", std::move(oPairs)}, {"groups", std::move(oGroups)}};
+}
+
+CJson FromThreshold(const SWatchSnapshot& roSnapshot)
+{
+    const bool bIsInSeconds = roSnapshot.flThresholdSeconds > 0.0;
+    return {{"seconds", bIsInSeconds ? CJson(roSnapshot.flThresholdSeconds) : CJson()},
+            {"lines", bIsInSeconds ? CJson() : CJson(roSnapshot.flThresholdLines)}};
+}
+
+std::string GetVersionText(uint64_t uiVersion)
+{
+    std::string szText;
+    for (int iShift = 48; iShift >= 0; iShift -= 16)
+    {
+        szText += std::to_string(uiVersion >> iShift & 0xFFFFU);
+        szText += iShift > 0 ? "." : "";
+    }
+    return szText;
+}
+
+} // namespace
+
+CJson WatchJson_FromEstimate(const SEstimate& roEstimate, const char* szValueName, const char* szStdErrName)
+{
+    if (!roEstimate.bIsValid)
+    {
+        return {};
+    }
+    return {{szValueName, roEstimate.flValue}, {szStdErrName, roEstimate.flStdErr}};
+}
+
+CJson WatchJson_FromLastEvent(uint64_t uiNumber, std::span<const SWatchEvent> aoEvents)
+{
+    if (uiNumber == 0)
+    {
+        return {};
+    }
+    const auto oEvent = std::ranges::find(aoEvents, uiNumber, &SWatchEvent::uiNumber);
+    const bool bIsKnown = oEvent != aoEvents.end();
+    return {{"number", uiNumber},
+            {"kind", bIsKnown ? CJson(WatchTexts_GetEventKind(oEvent->eKind)) : CJson()},
+            {"utc", bIsKnown ? CJson(WatchTexts_GetUtc(oEvent->iUtcNs)) : CJson()}};
+}
+
+CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& roTexts,
+                           std::span<const SWatchEvent> aoEvents)
+{
+    const double flLine = roStream.flLineSeconds;
+    CJson oJson = FromIdentity(roStream, roTexts);
+    oJson["counters"] = FromCounters(roStream.oCounters);
+    oJson["rates"] = FromRates(roStream);
+    oJson["period_seconds"] = roStream.flPeriodSeconds > 0.0 ? CJson(roStream.flPeriodSeconds) : CJson();
+    oJson["jitter"] = {{"rms_seconds", roStream.flJitterRmsSeconds}, {"peak_seconds", roStream.flJitterPeakSeconds}};
+    oJson["tdev"] = FromTdev(roStream);
+    oJson["intervals"] = {{"bin_seconds", roStream.oIntervals.flBinSeconds}, {"counts", roStream.oIntervals.auiCounts}};
+    oJson["phase"] =
+        FromOffset(roStream.oPhaseSeconds, flLine > 0.0 ? roStream.oPhaseSeconds.flValue / flLine : 0.0, flLine > 0.0);
+    oJson["drift"] = WatchJson_FromEstimate(roStream.oDriftRatio, "ratio", "stderr");
+    oJson["lock"] = WatchTexts_GetLock(roStream.eLock);
+    oJson["seconds_to_threshold"] = FromSecondsTo(roStream.flSecondsToThreshold);
+    oJson["seconds_to_slip"] = FromSecondsTo(roStream.flSecondsToSlip);
+    oJson["tai"] = FromTai(roStream);
+    oJson["last_event"] = WatchJson_FromLastEvent(roStream.uiLastEvent, aoEvents);
+    return oJson;
+}
+
+CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair)
+{
+    return {{"first", WatchTexts_GetStreamId(eDirection, roPair.uiFirst)},
+            {"second", WatchTexts_GetStreamId(eDirection, roPair.uiSecond)},
+            {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines,
+                                  roPair.flOffsetLines != 0.0 || roPair.oOffsetSeconds.flValue == 0.0)},
+            {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
+            {"lock", WatchTexts_GetLock(roPair.eLock)},
+            {"seconds_to_threshold", FromSecondsTo(roPair.flSecondsToThreshold)},
+            {"seconds_to_slip", FromSecondsTo(roPair.flSecondsToSlip)}};
+}
+
+CJson WatchJson_FromClock(const SClockFigures& roClock)
+{
+    return {{"tick_uncertainty_seconds", roClock.flTickUncertaintySeconds},
+            {"ticks_are_monotonic", roClock.bTicksAreMonotonic},
+            {"tai_offset_seconds", roClock.iTaiOffsetSeconds == 0 ? CJson() : CJson(roClock.iTaiOffsetSeconds)},
+            {"synchronised", roClock.bIsSynchronised},
+            {"estimated_error_seconds", roClock.flEstimatedErrorSeconds}};
+}
+
+CJson WatchJson_FromCosts(const SWatchCosts& roCosts)
+{
+    return {{"ring_overruns", roCosts.uiRingOverruns},
+            {"store_write_failures", roCosts.uiStoreWriteFailures},
+            {"store_rows_waiting", roCosts.uiStoreRowsWaiting},
+            {"store_rows_dropped", roCosts.uiStoreRowsDropped},
+            {"store_failing", roCosts.bStoreIsFailing},
+            {"journal_write_failures", roCosts.uiJournalWriteFailures},
+            {"journal_lines_dropped", roCosts.uiJournalLinesDropped},
+            {"journal_failing", roCosts.bJournalIsFailing},
+            {"analysis_seconds", roCosts.flAnalysisSeconds},
+            {"cpu_seconds", roCosts.flCpuSeconds},
+            {"resident_bytes", roCosts.uiResidentBytes}};
+}
+
+CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot)
+{
+    return {{"number", roSnapshot.uiNumber},
+            {"utc", WatchTexts_GetUtc(roSnapshot.oClock.iUtcNs)},
+            {"tick", roSnapshot.oClock.uiTick},
+            {"tick_frequency_hz", roSnapshot.uiTickFrequencyHz}};
+}
+
+CJson WatchJson_FromStreams(const SWatchPublication& roPublication, std::span<const SWatchEvent> aoEvents)
+{
+    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+            {"host", roPublication.szHost},
+            {"board",
+             {{"library", roPublication.szBoard},
+              {"version", GetVersionText(roPublication.uiBoardVersion)},
+              {"simulated", roPublication.bIsSimulated}}},
+            {"started", WatchTexts_GetUtc(roPublication.iStartUtcNs)},
+            {"clock", WatchJson_FromClock(roPublication.oSnapshot.oClock)},
+            {"threshold", FromThreshold(roPublication.oSnapshot)},
+            {"costs", WatchJson_FromCosts(roPublication.oCosts)},
+            {"directions",
+             {{"input", FromDirection(roPublication, EStreamDirection::INPUT, aoEvents)},
+              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT, aoEvents)}}}};
+}
+
+CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
+{
+    const auto& raoDirections = roPublication.oSnapshot.aoDirections;
+    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+            {"threshold", FromThreshold(roPublication.oSnapshot)},
+            {"directions",
+             {{"input", FromPairsOf(raoDirections[0], EStreamDirection::INPUT)},
+              {"output", FromPairsOf(raoDirections[1], EStreamDirection::OUTPUT)}}}};
+}
+
+const SStreamTexts& WatchJson_GetTexts(const SWatchPublication& roPublication, EStreamDirection eDirection,
+                                       uint32_t uiIndex)
+{
+    static const SStreamTexts oNone;
+    const auto& raoTexts =
+        eDirection == EStreamDirection::INPUT ? roPublication.aoInputTexts : roPublication.aoOutputTexts;
+    return uiIndex < raoTexts.size() ? raoTexts[uiIndex] : oNone;
+}
+
+std::string WatchJson_Print(const CJson& roJson)
+{
+    return roJson.dump(-1, ' ', false, CJson::error_handler_t::replace);
+}
