@@ -65,11 +65,12 @@ std::string Texts(const char* (*pfnText)(EValue), int iFirst, int iLast, const s
     return szTexts;
 }
 
-// A value as a board writes it through a pointer.
+// A value as a board writes it through a pointer: behind the compiler's back, so that it has to be loaded.
 template <typename EValue> EValue FromBoard(uint32_t uiValue)
 {
     EValue eValue{};
-    std::memcpy(&eValue, &uiValue, sizeof(eValue));
+    void* volatile pvValue = &eValue;
+    std::memcpy(pvValue, &uiValue, sizeof(eValue));
     return eValue;
 }
 
