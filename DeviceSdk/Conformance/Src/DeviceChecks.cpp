@@ -1,0 +1,217 @@
+// Promises of the device: loading, connectors, custom calls, names and the debug channel.
+#include "Checks.h"
+
+#include <array>
+#include <cstring>
+
+namespace
+{
+
+void OneHandle(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiChip)
+{
+    roFindings.Expect(Veltrano_GetDevice(uiChip) == hDev,
+                      "Veltrano_GetDevice() gave another handle at its second call");
+    roFindings.Expect(Veltrano_GetDevice(UINT32_MAX) == nullptr, "there is a chip of index 4294967295");
+    const uint64_t uiVersion = Veltrano_Version();
+    roFindings.Expect(Veltrano_Version() == uiVersion, "Veltrano_Version() changes from call to call");
+    Veltrano_UnLoad();
+    uint32_t uiCount = 0;
+    roFindings.Expect(Veltrano_GetDevice(uiChip) == nullptr, "there is a device after Veltrano_UnLoad()");
+    roFindings.ExpectStatus(VtVideoIn_GetCount(hDev, &uiCount), VtStatus_INVALID_PARAM,
+                            "VtVideoIn_GetCount() with a handle from before Veltrano_UnLoad()");
+    Veltrano_LoadLite();
+    roFindings.Expect(Veltrano_GetDevice(uiChip) != nullptr, "the device is gone after loading a second time");
+}
+
+void Frequency(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    uint32_t uiFreqHz = 0;
+    uint32_t uiAgainHz = 0;
+    roFindings.ExpectStatus(VtBoard_GetTickReferenceFrequency(hDev, &uiFreqHz), VtStatus_OK,
+                            "VtBoard_GetTickReferenceFrequency()");
+    roFindings.ExpectStatus(VtBoard_GetTickReferenceFrequency(hDev, &uiAgainHz), VtStatus_OK,
+                            "VtBoard_GetTickReferenceFrequency(), called again,");
+    roFindings.Expect(uiFreqHz > 0 && uiFreqHz == uiAgainHz, "the frequency was %u Hz, then %u Hz", uiFreqHz,
+                      uiAgainHz);
+    roFindings.ExpectStatus(VtBoard_GetTickReferenceFrequency(hDev, nullptr), VtStatus_INVALID_PARAM,
+                            "VtBoard_GetTickReferenceFrequency() without an output");
+}
+
+void Counts(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    const auto Check = [&](VtStatus (*fnCount)(VtDevice_Handle, uint32_t*), const std::string& rsCall)
+    {
+        uint32_t uiCount = 0;
+        roFindings.ExpectStatus(fnCount(hDev, &uiCount), VtStatus_OK, rsCall);
+        roFindings.Expect(uiCount <= 32, "%s says %u, more than 32", rsCall.c_str(), uiCount);
+        roFindings.ExpectStatus(fnCount(nullptr, &uiCount), VtStatus_INVALID_PARAM, rsCall + " of a null device");
+        roFindings.ExpectStatus(fnCount(hDev, nullptr), VtStatus_INVALID_PARAM, rsCall + " without an output");
+    };
+    Check(VtVideoIn_GetCount, "VtVideoIn_GetCount()");
+    Check(VtVideoOut_GetCount, "VtVideoOut_GetCount()");
+}
+
+void Connector(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiConnector)
+{
+    const std::string sCall = "VtBoard_GetConnectorInfo() of connector " + std::to_string(uiConnector);
+    uint32_t uiInputs = 0;
+    uint32_t uiOutputs = 0;
+    roFindings.ExpectStatus(VtVideoIn_GetCount(hDev, &uiInputs), VtStatus_OK, "VtVideoIn_GetCount()");
+    roFindings.ExpectStatus(VtVideoOut_GetCount(hDev, &uiOutputs), VtStatus_OK, "VtVideoOut_GetCount()");
+    VtBoard_ConnectorInfo oInfo;
+    std::memset(&oInfo, 0xEE, sizeof(oInfo));
+    oInfo.uiSize = sizeof(oInfo) - 4;
+    roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnector, &oInfo), VtStatus_INVALID_PARAM,
+                            sCall + " with a wrong uiSize");
+    roFindings.Expect(oInfo.uiFpgaPortIndex == 0xEEEEEEEEU, "%s with a wrong uiSize writes all the same",
+                      sCall.c_str());
+    oInfo.uiSize = sizeof(oInfo);
+    if (!roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnector, &oInfo), VtStatus_OK, sCall))
+    {
+        return;
+    }
+    roFindings.Expect(oInfo.uiSize == sizeof(oInfo), "%s changes uiSize to %u", sCall.c_str(), oInfo.uiSize);
+    roFindings.Expect(std::memchr(oInfo.szName, '\0', sizeof(oInfo.szName)) != nullptr,
+                      "the name of connector %u is not terminated", uiConnector);
+    roFindings.Expect(oInfo.bVideoInput == 0 || oInfo.uiVideoInIndex < uiInputs,
+                      "connector %u belongs to input %u, and there are %u", uiConnector, oInfo.uiVideoInIndex,
+                      uiInputs);
+    roFindings.Expect(oInfo.bVideoOutput == 0 || oInfo.uiVideoOutIndex < uiOutputs,
+                      "connector %u belongs to output %u, and there are %u", uiConnector, oInfo.uiVideoOutIndex,
+                      uiOutputs);
+}
+
+void Connectors(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    uint32_t uiConnectors = 0;
+    roFindings.ExpectStatus(VtBoard_GetConnectorCount(hDev, &uiConnectors), VtStatus_OK, "VtBoard_GetConnectorCount()");
+    for (uint32_t uiConnector = 0; uiConnector < uiConnectors; ++uiConnector)
+    {
+        Connector(roFindings, hDev, uiConnector);
+    }
+    VtBoard_ConnectorInfo oInfo{};
+    oInfo.uiSize = sizeof(oInfo);
+    roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnectors, &oInfo), VtStatus_INVALID_PARAM,
+                            "VtBoard_GetConnectorInfo() beyond the last connector");
+    roFindings.ExpectStatus(VtBoard_GetConnectorInfo(nullptr, 0, &oInfo), VtStatus_INVALID_PARAM,
+                            "VtBoard_GetConnectorInfo() of a null device");
+    roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, 0, nullptr), VtStatus_INVALID_PARAM,
+                            "VtBoard_GetConnectorInfo() without an output");
+    roFindings.ExpectStatus(VtBoard_GetConnectorCount(hDev, nullptr), VtStatus_INVALID_PARAM,
+                            "VtBoard_GetConnectorCount() without an output");
+}
+
+void SkipCount(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiInput)
+{
+    constexpr uint32_t uiSkip = VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT;
+    const std::string sCall = "GET_CAPTURE_SKIP_BUFFER_COUNT of input " + std::to_string(uiInput);
+    VtBoard_CaptureSkipBufferCountIn oIn{uiInput};
+    VtBoard_CaptureSkipBufferCountOut oOut{};
+    VtBoard_CaptureSkipBufferCountOut oLater{};
+    const auto Call = [&](void* pvIn, uint32_t uiInSize, void* pvOut, uint32_t uiOutSize)
+    { return VtBoard_CustomCall(hDev, uiSkip, pvIn, uiInSize, pvOut, uiOutSize); };
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oOut, sizeof(oOut)), VtStatus_OK, sCall);
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oLater, sizeof(oLater)), VtStatus_OK, sCall + ", called again,");
+    roFindings.Expect(oLater.uiSkipBuffCnt >= oOut.uiSkipBuffCnt, "the count of skipped buffers of input %u goes back",
+                      uiInput);
+    roFindings.ExpectStatus(Call(nullptr, sizeof(oIn), &oOut, sizeof(oOut)), VtStatus_INVALID_PARAM,
+                            sCall + " without an input block");
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), nullptr, sizeof(oOut)), VtStatus_INVALID_PARAM,
+                            sCall + " without an output block");
+    roFindings.ExpectStatus(Call(&oIn, 3, &oOut, sizeof(oOut)), VtStatus_INVALID_PARAM,
+                            sCall + " with an input block of 3 bytes");
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oOut, 8), VtStatus_INVALID_PARAM,
+                            sCall + " with an output block of 8 bytes");
+    roFindings.ExpectStatus(VtBoard_CustomCall(nullptr, uiSkip, &oIn, sizeof(oIn), &oOut, sizeof(oOut)),
+                            VtStatus_INVALID_PARAM, sCall + " of a null device");
+}
+
+void CustomCalls(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    uint32_t uiInputs = 0;
+    roFindings.ExpectStatus(VtVideoIn_GetCount(hDev, &uiInputs), VtStatus_OK, "VtVideoIn_GetCount()");
+    for (uint32_t uiInput = 0; uiInput < uiInputs; ++uiInput)
+    {
+        SkipCount(roFindings, hDev, uiInput);
+    }
+    VtBoard_CaptureSkipBufferCountIn oIn{uiInputs};
+    VtBoard_CaptureSkipBufferCountOut oOut{};
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn,
+                                               sizeof(oIn), &oOut, sizeof(oOut)),
+                            VtStatus_INVALID_PARAM, "GET_CAPTURE_SKIP_BUFFER_COUNT beyond the last input");
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, 0xFFFF, &oIn, sizeof(oIn), &oOut, sizeof(oOut)),
+                            VtStatus_UNSUPPORTED, "VtBoard_CustomCall() of the unknown number 65535");
+}
+
+// A board whose ticks follow no clock of the machine does not know the call.
+void TickClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    constexpr uint32_t uiTickClock = VtBoard_CustomCallId_GET_TICK_CLOCK;
+    VtBoard_TickClockOut oFirst{};
+    VtBoard_TickClockOut oAgain{};
+    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, &oFirst, sizeof(oFirst));
+    if (eStatus == VtStatus_UNSUPPORTED)
+    {
+        return;
+    }
+    roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_TICK_CLOCK");
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, &oAgain, sizeof(oAgain)), VtStatus_OK,
+                            "GET_TICK_CLOCK, called again,");
+    roFindings.Expect(oFirst.uiClockId == VtBoard_ClockId_MONOTONIC, "GET_TICK_CLOCK names the clock %u, which is none",
+                      oFirst.uiClockId);
+    roFindings.Expect(std::memcmp(&oFirst, &oAgain, sizeof(oFirst)) == 0,
+                      "GET_TICK_CLOCK answers another clock or offset at its second call");
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, nullptr, sizeof(oFirst)),
+                            VtStatus_INVALID_PARAM, "GET_TICK_CLOCK without an output block");
+}
+
+void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
+{
+    std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
+    const auto Check = [&](VtPixelFormat eFormat, const char* szExpected)
+    {
+        const std::string sCall = "VtPixelFormat_GetName() of " + std::to_string(eFormat);
+        roFindings.ExpectStatus(VtPixelFormat_GetName(eFormat, szName.data()), VtStatus_OK, sCall);
+        szName.back() = '\0';
+        roFindings.Expect(std::strcmp(szName.data(), szExpected) == 0, "%s gives \"%s\", not \"%s\"", sCall.c_str(),
+                          szName.data(), szExpected);
+    };
+    Check(VtPixelFormat_XRGB8888, "VtPixelFormat_XRGB8888");
+    Check(VtPixelFormat_UNKOWN, "VtPixelFormat_UNKOWN");
+    Check(static_cast<VtPixelFormat>(9999), "VtPixelFormat_UNKOWN");
+    Check(VtPixelFormat_FORCE32, "VtPixelFormat_UNKOWN");
+    Check(static_cast<VtPixelFormat>(0x80000001U), "VtPixelFormat_UNKOWN");
+    roFindings.ExpectStatus(VtPixelFormat_GetName(VtPixelFormat_RGB565, nullptr), VtStatus_INVALID_PARAM,
+                            "VtPixelFormat_GetName() without an output");
+}
+
+void DebugChannel(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    const std::string sLong(size_t{3} * VtTextSize_DEBUG_MSG, 'x');
+    roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, "veltrano-conformance: data, never a format: %n%s"), VtStatus_OK,
+                            "VtDebug_WriteMsg() of a text with percent signs");
+    roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, sLong.c_str()), VtStatus_OK,
+                            "VtDebug_WriteMsg() of a text that is too long");
+    roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, nullptr), VtStatus_INVALID_PARAM, "VtDebug_WriteMsg() of no text");
+    roFindings.ExpectStatus(VtDebug_WriteMsg(nullptr, "text"), VtStatus_INVALID_PARAM,
+                            "VtDebug_WriteMsg() of a null device");
+}
+
+} // namespace
+
+std::span<const SCheck> DeviceChecks()
+{
+    static constexpr std::array aoChecks = {
+        SCheck{"a chip has one handle; it ends with unloading, and loading again brings the chip back", OneHandle},
+        SCheck{"the frequency of the ticks is known and steady", Frequency},
+        SCheck{"inputs and outputs are counted, at most 32 of each", Counts},
+        SCheck{"connectors have terminated names and belong to streams that there are", Connectors},
+        SCheck{"custom calls check number, blocks and sizes; the count of skipped buffers never goes back",
+               CustomCalls},
+        SCheck{"the clock that the ticks follow is one that there is, and stays, or the call is unsupported",
+               TickClock},
+        SCheck{"pixel formats have their names, unknown ones too", PixelFormatNames},
+        SCheck{"the debug channel takes any text and never as a format", DebugChannel},
+    };
+    return aoChecks;
+}
