@@ -1,0 +1,43 @@
+// Questions to the watch, and its live stream. Everything comes from where the page came from.
+
+export class CApiError extends Error {}
+
+async function ask(path, query, signal) {
+  const text = new URLSearchParams(query).toString();
+  const answer = await fetch(text ? `${path}?${text}` : path, { signal, cache: "no-store" });
+  const json = await answer.json().catch(() => null);
+  if (!answer.ok) throw new CApiError(json?.error ?? `${path}: ${answer.status}`);
+  return json;
+}
+
+export const askStreams = (signal) => ask("api/v1/streams", {}, signal);
+export const askPairs = (signal) => ask("api/v1/pairs", {}, signal);
+export const askHistory = (query, signal) => ask("api/v1/history", query, signal);
+export const askEvents = (query, signal) => ask("api/v1/events", query, signal);
+
+const lateAfterMs = 3500; // snapshots come once a second
+
+// Listens to the watch for ever. on: { snapshot(json), events(json), link("live" | "late" | "gone", sinceMs) }
+export function listen(on) {
+  let lastMs = Date.now();
+  let state = "";
+  const set = (next) => {
+    if (next !== state) on.link((state = next), lastMs);
+  };
+  const source = new EventSource("api/v1/live");
+  source.addEventListener("snapshot", (event) => {
+    lastMs = Date.now();
+    set("live");
+    on.snapshot(JSON.parse(event.data));
+  });
+  source.addEventListener("events", (event) => on.events(JSON.parse(event.data)));
+  source.addEventListener("error", () => set("gone"));
+  setInterval(() => {
+    if (Date.now() - lastMs <= lateAfterMs) return;
+    set(source.readyState === EventSource.OPEN ? "late" : "gone");
+  }, 1000);
+  // A server that refuses a stream for the moment closes it for good; we ask again.
+  setInterval(() => {
+    if (source.readyState === EventSource.CLOSED) location.reload();
+  }, 15000);
+}
