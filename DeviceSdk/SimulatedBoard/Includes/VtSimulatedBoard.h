@@ -145,8 +145,6 @@ VtStatus VtSim_GetPosition(VtSim_Stream oStream, uint64_t* puiField);
 VtStatus VtSim_GetField(VtSim_Stream oStream, uint64_t uiField, VtSim_Field* poField);
 /* Waits so far. */
 VtStatus VtSim_GetWaitCounts(VtSim_Stream oStream, VtSim_WaitCounts* poCounts);
-/* Writes out the buffered rows of the truth file. VtStatus_OK also when there is none; VtStatus_FAIL. */
-VtStatus VtSim_FlushTruth(void);
 
 /* ---- Calls; these live on after Veltrano_UnLoad, until the next Veltrano_LoadLite ---- */
 

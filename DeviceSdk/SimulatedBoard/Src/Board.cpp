@@ -112,21 +112,6 @@ CBoard::CBoard(const SScenario& roScenario, std::unique_ptr<CTruthFile> poTruth)
     }
 }
 
-bool CBoard::FlushTruth()
-{
-    for (CChip& roChip : m_aoChips)
-    {
-        for (const EDirection eDirection : {EDirection::INPUT, EDirection::OUTPUT})
-        {
-            for (CStream& roStream : roChip.GetStreams(eDirection))
-            {
-                roStream.FlushTruth();
-            }
-        }
-    }
-    return m_poTruth == nullptr || m_poTruth->Flush();
-}
-
 bool Board_Load()
 {
     SRuntime& roRuntime = GetRuntime();

@@ -55,12 +55,10 @@ public:
     std::deque<CChip>& GetChips() { return m_aoChips; }
     CFaults& GetFaults() { return m_oFaults; }
     ETimeMode GetTimeMode() const { return m_eTimeMode; }
-    // Hands over every buffered row of truth.
-    bool FlushTruth();
 
 private:
     const ETimeMode m_eTimeMode;
-    std::unique_ptr<CTruthFile> m_poTruth; // above the chips, whose last rows still go into it
+    std::unique_ptr<CTruthFile> m_poTruth; // above the chips, whose rows go into it
     CFaults m_oFaults;
     std::deque<CChip> m_aoChips;
 };

@@ -229,12 +229,6 @@ VtStatus VtSim_GetWaitCounts(VtSim_Stream oStream, VtSim_WaitCounts* poCounts)
     return VtStatus_OK;
 }
 
-VtStatus VtSim_FlushTruth(void)
-{
-    const std::shared_ptr<CBoard> poBoard = Board_Get();
-    return poBoard == nullptr || poBoard->FlushTruth() ? VtStatus_OK : VtStatus_FAIL;
-}
-
 uint64_t VtSim_GetCallCount(const char* szOperation)
 {
     const EOperation eOperation = szOperation == nullptr ? EOperation::COUNT : Operation_Find(szOperation);

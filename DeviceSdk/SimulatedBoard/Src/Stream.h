@@ -90,7 +90,6 @@ public:
     // Waits that were failed on purpose never reach Wait, but were entered all the same.
     void CountFailedWait();
     SWaitCounts GetWaitCounts() const;
-    void FlushTruth() { m_oTruth.Flush(); }
 
 private:
     VtStatus WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);

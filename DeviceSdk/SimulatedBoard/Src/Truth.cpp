@@ -1,16 +1,19 @@
 // See Truth.h.
 #include "Truth.h"
 
+#include <array>
+#include <cerrno>
+#include <cinttypes>
+#include <system_error>
+
 #include "ScenarioReader.h"
 #include "ScenarioSource.h"
-
-#include <array>
-#include <cinttypes>
 
 namespace
 {
 
-constexpr size_t gc_uiBlockBytes = 1U << 16;
+constexpr const char* gc_szHeader = "chip,direction,index,field,exact_ticks,stamp,field_counter,event\n";
+constexpr size_t gc_uiBlockBytes = 1U << 16; // of a caller who comes very late
 
 const char* FateName(EFieldFate eFate, bool bReported)
 {
@@ -36,29 +39,22 @@ std::unique_ptr<CTruthFile> CTruthFile::Open(const std::string& rszFile)
         return nullptr;
     }
     std::unique_ptr<CTruthFile> poFile(new CTruthFile(rszFile, pFile));
-    poFile->Write("chip,direction,index,field,exact_ticks,stamp,field_counter,event\n");
-    return poFile;
-}
-
-CTruthFile::~CTruthFile()
-{
-    if (!Flush())
-    {
-        const SScenarioFault oFault{1, "not all rows could be written"};
-        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(m_szFile, oFault).c_str());
-    }
+    (void)std::setvbuf(pFile, nullptr, _IONBF, 0);
+    return std::fputs(gc_szHeader, pFile) < 0 ? nullptr : std::move(poFile);
 }
 
 void CTruthFile::Write(const std::string& rszRows)
 {
-    const std::lock_guard oGuard(m_oMutex);
-    (void)std::fwrite(rszRows.data(), 1, rszRows.size(), m_pFile.get());
-}
-
-bool CTruthFile::Flush()
-{
-    const std::lock_guard oGuard(m_oMutex);
-    return std::fflush(m_pFile.get()) == 0 && std::ferror(m_pFile.get()) == 0;
+    if (m_bFailed.load(std::memory_order_relaxed))
+    {
+        return;
+    }
+    const bool bWritten = std::fwrite(rszRows.data(), 1, rszRows.size(), m_pFile.get()) == rszRows.size();
+    if (!bWritten && !m_bFailed.exchange(true))
+    {
+        const SScenarioFault oFault{1, "cannot be written any more: " + std::generic_category().message(errno)};
+        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(m_szFile, oFault).c_str());
+    }
 }
 
 void CTruthRows::Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext)
@@ -68,18 +64,20 @@ void CTruthRows::Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext)
         return;
     }
     const std::lock_guard oGuard(m_oMutex);
+    std::string szRows;
     for (m_uiNext = std::max(m_uiNext, uiFrom); m_uiNext < uiNext; ++m_uiNext)
     {
-        AddRow(m_uiNext, m_uiNext == uiReported);
+        szRows += FormatRow(m_uiNext, m_uiNext == uiReported);
+        if (szRows.size() >= gc_uiBlockBytes)
+        {
+            m_pFile->Write(szRows);
+            szRows.clear();
+        }
     }
-    if (m_szRows.size() >= gc_uiBlockBytes)
-    {
-        m_pFile->Write(m_szRows);
-        m_szRows.clear();
-    }
+    m_pFile->Write(szRows);
 }
 
-void CTruthRows::AddRow(uint64_t uiField, bool bReported)
+std::string CTruthRows::FormatRow(uint64_t uiField, bool bReported) const
 {
     const SFieldStart oField = m_roModel.GetField(uiField);
     const FixedTicks iExact = m_roModel.GetExactTicks(uiField);
@@ -91,26 +89,14 @@ void CTruthRows::AddRow(uint64_t uiField, bool bReported)
                         uiField, static_cast<uint64_t>(uiMillionths / 1'000'000),
                         static_cast<uint64_t>(uiMillionths % 1'000'000), oField.uiStamp, oField.uiFieldCounter,
                         FateName(oField.eFate, bReported));
-    m_szRows += m_szStream;
-    m_szRows += szRow.data();
+    std::string szFormatted = m_szStream + szRow.data();
     for (const SEvent& roEvent : m_roModel.GetStream().aoEvents)
     {
         if (roEvent.oWhen.IsFirstOf(uiField))
         {
-            m_szRows += '+';
-            m_szRows += EventKind_GetName(roEvent.eKind);
+            szFormatted += '+';
+            szFormatted += EventKind_GetName(roEvent.eKind);
         }
     }
-    m_szRows += '\n';
-}
-
-void CTruthRows::Flush()
-{
-    if (m_pFile == nullptr)
-    {
-        return;
-    }
-    const std::lock_guard oGuard(m_oMutex);
-    m_pFile->Write(m_szRows);
-    m_szRows.clear();
+    return szFormatted + '\n';
 }

@@ -1,16 +1,17 @@
 // The file of ground truth: one row for every field delivered, lost, missed or passed over.
 //
-// Each stream collects its rows in a buffer of its own and hands them over a block at a time, so streams do not wait
-// for each other; rows of one stream are in order, blocks of different streams alternate.
+// Rows are in the file before the wait that they tell of returns, so that nothing is missing however the process is
+// ended. They go there whole, never in parts, and rows of one stream in order.
 #ifndef SIMULATED_BOARD_TRUTH_H
 #define SIMULATED_BOARD_TRUTH_H
 
-#include "StreamModel.h"
-
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
+
+#include "StreamModel.h"
 
 // The file. Thread-safe.
 class CTruthFile
@@ -18,12 +19,8 @@ class CTruthFile
 public:
     // Null, with errno telling why, when the file cannot be written.
     static std::unique_ptr<CTruthFile> Open(const std::string& rszFile);
-    // Says so on standard error when rows did not reach the file.
-    ~CTruthFile();
-    CTruthFile(const CTruthFile&) = delete;
-    CTruthFile& operator=(const CTruthFile&) = delete;
+    // Appends whole rows. The first time that this fails it says so on standard error, and nothing is written any more.
     void Write(const std::string& rszRows);
-    bool Flush();
 
 private:
     struct SFileCloser
@@ -33,8 +30,8 @@ private:
     CTruthFile(std::string szFile, std::FILE* pFile) : m_szFile(std::move(szFile)), m_pFile(pFile) {}
 
     const std::string m_szFile;
-    std::mutex m_oMutex;
-    std::unique_ptr<std::FILE, SFileCloser> m_pFile;
+    std::unique_ptr<std::FILE, SFileCloser> m_pFile; // unbuffered: one call, one write
+    std::atomic<bool> m_bFailed{false};
 };
 
 // One stream's rows. Thread-safe.
@@ -46,25 +43,18 @@ public:
         : m_pFile(pFile), m_szStream(std::move(szStream)), m_roModel(roModel)
     {
     }
-    ~CTruthRows() { Flush(); }
-    CTruthRows(const CTruthRows&) = delete;
-    CTruthRows& operator=(const CTruthRows&) = delete;
 
-    bool IsOn() const { return m_pFile != nullptr; }
-    // A wait that began with uiFrom unseen has returned uiReported (gc_uiForEver: none), which leaves uiNext as the
-    // next.
+    // A wait that began with uiFrom unseen returns uiReported (gc_uiForEver: none), which leaves uiNext as the next.
     void Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext);
-    void Flush();
 
 private:
-    void AddRow(uint64_t uiField, bool bReported);
+    std::string FormatRow(uint64_t uiField, bool bReported) const;
 
     CTruthFile* const m_pFile;
     const std::string m_szStream; // first columns
     const CStreamModel& m_roModel;
     std::mutex m_oMutex;
     uint64_t m_uiNext = 0; // fields before have their row
-    std::string m_szRows;
 };
 
 #endif

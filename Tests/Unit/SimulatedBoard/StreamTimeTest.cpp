@@ -2,9 +2,11 @@
 #include "BoardTest.h"
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -135,7 +137,8 @@ TEST_F(StreamTime, AllStreamsAreGrantedTogetherAndTimeOutsAreReal)
     oOutThread.join();
 }
 
-TEST_F(StreamTime, TruthFileHasARowForEveryField)
+// Read while the board runs: nothing is left to be written at its end.
+TEST_F(StreamTime, TruthFileHasARowForEveryFieldAtOnceUntilTheDiskIsFull)
 {
     const std::string szFile =
         (std::filesystem::temp_directory_path() / ("truth-" + std::to_string(getpid()) + ".csv")).string();
@@ -147,7 +150,6 @@ TEST_F(StreamTime, TruthFileHasARowForEveryField)
     EXPECT_EQ(VtSim_StepOver(msc_oInput, 2), VtStatus_OK);
     EXPECT_EQ(Wait(m_hIn).eStatus, VtStatus_OK);
     EXPECT_EQ(Wait(m_hOut).eStatus, VtStatus_OK);
-    EXPECT_EQ(VtSim_FlushTruth(), VtStatus_OK);
     std::ifstream oFile(szFile);
     std::ostringstream oText;
     oText << oFile.rdbuf();
@@ -160,5 +162,15 @@ TEST_F(StreamTime, TruthFileHasARowForEveryField)
                            "0,in,0,5,108333334.333333,108333334,80,unseen\n"
                            "0,in,0,6,110000001.000000,110000001,96,delivered\n"
                            "0,out,0,0,100000000.000000,100000000,0,delivered\n");
+    rlimit oUnlimited{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &oUnlimited), 0);
+    const rlimit oFull{oText.str().size() + 10, oUnlimited.rlim_max};
+    const auto pfnBefore = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &oFull), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(WaitTimes(m_hIn, 3).eStatus, VtStatus_OK);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &oUnlimited), 0);
+    (void)std::signal(SIGXFSZ, pfnBefore);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), szFile + ":1: cannot be written any more: File too large\n");
     std::filesystem::remove(szFile);
 }
