@@ -1,28 +1,36 @@
 #include "FieldTracker.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace LinuxBoard
 {
 
-void CFieldTracker::SetSignal(uint64_t uiFieldPeriodNs, bool bInterlaced, EFieldParity eFirstParity)
+namespace
 {
-    m_uiPeriodNs = uiFieldPeriodNs;
-    m_bInterlaced = bInterlaced;
-    if (!m_bFirstParityKnown)
-        m_eFirstParity = eFirstParity;
+
+/* A stamp that lies further ahead than this is a mistake, not the end of a frame to come. */
+constexpr uint64_t uiMostAheadNs = 200000000;
+
+} // namespace
+
+void CFieldTracker::SetSignal(const SFieldTiming& roTiming)
+{
+    const EFieldParity eFirstParity = m_bFirstParityKnown ? m_oTiming.eFirstParity : roTiming.eFirstParity;
+    m_oTiming = roTiming;
+    m_oTiming.eFirstParity = eFirstParity;
 }
 
 int64_t CFieldTracker::FieldsBetween(uint64_t uiFromNs, uint64_t uiToNs) const
 {
-    if (m_uiPeriodNs == 0)
+    if (m_oTiming.uiFieldPeriodNs == 0)
         return 0;
-    return static_cast<int64_t>((uiToNs - uiFromNs + m_uiPeriodNs / 2) / m_uiPeriodNs);
+    return static_cast<int64_t>((uiToNs - uiFromNs + m_oTiming.uiFieldPeriodNs / 2) / m_oTiming.uiFieldPeriodNs);
 }
 
 int64_t CFieldTracker::NormalStep(const SCapturedFrame& roFrame) const
 {
-    return m_bInterlaced && roFrame.eParity == EFieldParity::None ? 2 : 1;
+    return m_oTiming.bInterlaced && roFrame.eParity == EFieldParity::None ? 2 : 1;
 }
 
 /* Alternating fields: both fields of a frame bear its sequence, so the parity says which half it is. */
@@ -32,7 +40,7 @@ int64_t CFieldTracker::StepOfAlternating(const SCapturedFrame& roFrame, int64_t 
     {
         if (roFrame.eParity != m_oLast.eParity)
         {
-            m_eFirstParity = m_oLast.eParity;
+            m_oTiming.eFirstParity = m_oLast.eParity;
             m_bFirstParityKnown = true;
         }
         return 1;
@@ -43,7 +51,7 @@ int64_t CFieldTracker::StepOfAlternating(const SCapturedFrame& roFrame, int64_t 
     // The first guess may be wrong, and then a step looks two fields too long or too short: the stamps know.
     if (!m_bFirstParityKnown && iHalf != 0 && FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs) == iOther)
     {
-        m_eFirstParity = m_eFirstParity == EFieldParity::Top ? EFieldParity::Bottom : EFieldParity::Top;
+        m_oTiming.eFirstParity = m_oTiming.eFirstParity == EFieldParity::Top ? EFieldParity::Bottom : EFieldParity::Top;
         return iOther;
     }
     return iStep;
@@ -64,6 +72,22 @@ int64_t CFieldTracker::LateGap(const SCapturedFrame& roFrame, int64_t iStep)
     return std::max<int64_t>(0, iGap);
 }
 
+/*
+ * Where we looked away, the sequence says how many fields have been, and how many buffers have been is known or not.
+ * Stamps help a driver that counts neither.
+ */
+int64_t CFieldTracker::StepOverUnseen(const SCapturedFrame& roFrame, int64_t iStep, int64_t iNormal)
+{
+    const uint64_t uiUnseen = std::exchange(m_uiUnseen, 0);
+    m_iHeldGap = 0;
+    const int64_t iMost = iStep / iNormal - 1; // buffers that the sequence has room for
+    if (uiUnseen == msc_uiUnknown || static_cast<int64_t>(uiUnseen) > iMost)
+        m_bLossUnknown = true;
+    else
+        CountSkipped(iStep - iNormal * static_cast<int64_t>(uiUnseen + 1));
+    return iStep > iNormal ? iStep : std::max(iStep, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
+}
+
 int64_t CFieldTracker::StepInFields(const SCapturedFrame& roFrame)
 {
     // Modulo 2^32, so that a wrapped sequence goes on; a step back is a queue that was started anew.
@@ -72,6 +96,7 @@ int64_t CFieldTracker::StepInFields(const SCapturedFrame& roFrame)
     if (iSequences < 0 || !m_bRunning)
     {
         m_iHeldGap = 0;
+        m_uiUnseen = 0;
         return std::max(iNormal, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
     }
     int64_t iStep = iNormal;
@@ -79,33 +104,74 @@ int64_t CFieldTracker::StepInFields(const SCapturedFrame& roFrame)
         iStep = StepOfAlternating(roFrame, iSequences);
     else if (iSequences > 0)
         iStep = iSequences * iNormal;
+    if (m_uiUnseen != 0)
+        return StepOverUnseen(roFrame, iStep, iNormal);
     if (iStep > iNormal)
     {
         m_bSequenceGaps = true;
         m_iHeldGap = 0;
-        m_uiSkipped += static_cast<uint64_t>(iStep - iNormal);
+        CountSkipped(iStep - iNormal);
         return iStep;
     }
-    const int64_t iGap = m_bSequenceGaps ? 0 : LateGap(roFrame, iNormal);
-    m_uiSkipped += static_cast<uint64_t>(iGap);
+    const int64_t iGap = m_bSequenceGaps || !m_oTiming.bGapsInStamps ? 0 : LateGap(roFrame, iNormal);
+    CountSkipped(iGap);
     return iNormal + iGap;
 }
 
-bool CFieldTracker::Accept(const SCapturedFrame& roFrame)
+/*
+ * Nobody can fetch a field before it has started. Stamps of the end of a frame that is still to come are all moved back
+ * alike, so that their distances stay true.
+ */
+uint64_t CFieldTracker::StartedNs(uint64_t uiStampNs, uint64_t uiNowNs)
 {
-    if (m_bStarted && roFrame.uiStampNs <= m_oLast.uiStampNs)
+    m_uiAheadNs = std::max(m_uiAheadNs, uiStampNs - std::min(uiNowNs, uiStampNs));
+    return uiStampNs - std::min(m_uiAheadNs, uiStampNs);
+}
+
+void CFieldTracker::CountSkipped(int64_t iFields)
+{
+    const int64_t iKnown = std::clamp<int64_t>(iFields, 0, m_iUnplaced);
+    m_iUnplaced -= iKnown;
+    m_uiSkipped += static_cast<uint64_t>(std::max<int64_t>(0, iFields - iKnown));
+}
+
+void CFieldTracker::CountError(const SCapturedFrame& roFrame, bool bPlaced)
+{
+    const int64_t iFields = NormalStep(roFrame);
+    m_uiSkipped += static_cast<uint64_t>(iFields);
+    m_iUnplaced += bPlaced ? 0 : iFields;
+}
+
+void CFieldTracker::Unseen(uint64_t uiBuffers)
+{
+    m_uiUnseen = uiBuffers == msc_uiUnknown || m_uiUnseen == msc_uiUnknown ? msc_uiUnknown : m_uiUnseen + uiBuffers;
+}
+
+bool CFieldTracker::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
+{
+    if (oFrame.uiStampNs > uiNowNs + uiMostAheadNs)
+        oFrame.uiStampNs = uiNowNs;
+    const bool bPlaced = !m_bStarted || oFrame.uiStampNs > m_uiLastStampNs;
+    if (oFrame.bError)
+        CountError(oFrame, bPlaced);
+    if (!bPlaced)
         return false;
+    m_uiLastStampNs = oFrame.uiStampNs;
+    oFrame.uiStampNs = StartedNs(oFrame.uiStampNs, uiNowNs);
     if (m_bStarted)
-        m_uiFields += static_cast<uint64_t>(StepInFields(roFrame));
+    {
+        oFrame.uiStampNs = std::max(oFrame.uiStampNs, m_oLast.uiStampNs + 1);
+        m_uiFields += static_cast<uint64_t>(StepInFields(oFrame));
+    }
     else
-        m_uiFields = uint64_t{roFrame.uiSequence} * (m_bInterlaced ? 2U : 1U) +
-                     (roFrame.eParity != EFieldParity::None && IsSecond(roFrame.eParity) ? 1U : 0U);
+        m_uiFields = uint64_t{oFrame.uiSequence} * (m_oTiming.bInterlaced ? 2U : 1U) +
+                     (oFrame.eParity != EFieldParity::None && IsSecond(oFrame.eParity) ? 1U : 0U);
     m_bStarted = true;
     m_bRunning = true;
-    m_oLast = roFrame;
-    m_uiBuffers++;
+    m_oLast = oFrame;
+    m_uiBuffers += oFrame.bError ? 0U : 1U;
     m_bFirstUnseen = true;
-    m_bSecondUnseen = m_uiPeriodNs != 0 && NormalStep(roFrame) == 2;
+    m_bSecondUnseen = m_oTiming.uiFieldPeriodNs != 0 && NormalStep(oFrame) == 2;
     return true;
 }
 
@@ -122,10 +188,10 @@ bool CFieldTracker::Take(uint64_t uiNowNs, SFieldStart& roField)
             return true;
         }
     }
-    if (!m_bSecondUnseen || uiNowNs < m_oLast.uiStampNs + m_uiPeriodNs)
+    if (!m_bSecondUnseen || uiNowNs < m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs)
         return false;
     m_bSecondUnseen = false;
-    m_uiDeliveredNs = m_oLast.uiStampNs + m_uiPeriodNs;
+    m_uiDeliveredNs = m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs;
     roField = {(m_uiFields + 1) * uiCounterPerField, m_uiDeliveredNs, false};
     return true;
 }
@@ -134,7 +200,7 @@ uint64_t CFieldTracker::NextDueNs() const
 {
     if (m_bFirstUnseen)
         return m_oLast.uiStampNs;
-    return m_bSecondUnseen ? m_oLast.uiStampNs + m_uiPeriodNs : 0;
+    return m_bSecondUnseen ? m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs : 0;
 }
 
 void CFieldTracker::Interrupt()
@@ -143,6 +209,7 @@ void CFieldTracker::Interrupt()
     m_bFirstUnseen = false;
     m_bSecondUnseen = false;
     m_iHeldGap = 0;
+    m_uiUnseen = 0;
 }
 
 } // namespace LinuxBoard

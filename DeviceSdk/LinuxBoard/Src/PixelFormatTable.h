@@ -16,8 +16,8 @@ namespace LinuxBoard
 VtPixelFormat PixelFormat_FromV4l2(uint32_t uiFourCc);
 VtPixelFormat PixelFormat_FromDrm(uint32_t uiFourCc);
 
-/* Luma and chroma, or RGB. */
-bool PixelFormat_IsYuv(VtPixelFormat ePixelFormat);
+/* Luma and chroma, or RGB, of any code of V4L2, also one that the interface has no value for. */
+bool PixelFormat_IsYuv(uint32_t uiV4l2FourCc);
 
 /* Never null. */
 const char* PixelFormat_Name(VtPixelFormat ePixelFormat);

@@ -60,7 +60,7 @@ VtStatus VtVideoIn_WaitForFieldStart(VtVideoIn_Handle hVideoIn, uint32_t uiTimeO
     if (eStatus != VtStatus_OK)
         return eStatus;
     *puiFieldCounter = oField.uiFieldCounter;
-    *puiTickRefCounter = oField.uiTickNs;
+    *puiTickRefCounter = Ticks_FromNs(oField.uiStampNs);
     *pbIsTopField = oField.bIsTopField ? 1 : 0;
     return VtStatus_OK;
 }

@@ -19,7 +19,7 @@ VtStatus VtVideoOut_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtVideoOut_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMode eAccessMode,
                               VtVideoOut_Handle* phVideoOut)
 {
-    const CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
     if (phVideoOut != nullptr)
         *phVideoOut = nullptr;
     if (poChip == nullptr || phVideoOut == nullptr || uiIndex >= poChip->Devices().aoOutputs.size())
@@ -27,7 +27,7 @@ VtStatus VtVideoOut_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMo
     if (eAccessMode != VtAccessMode_READONLY) // this board only watches
         return VtStatus_ACCESS_DENIED;
     const SOutputSource& roSource = poChip->Devices().aoOutputs[uiIndex];
-    auto poStream = std::make_unique<COutputStream>();
+    auto poStream = std::make_unique<COutputStream>(poChip->Keeper());
     const VtStatus eStatus = poStream->Open(roSource.szCardNode, roSource.szConnector);
     if (eStatus != VtStatus_OK)
         return eStatus;
@@ -54,7 +54,7 @@ VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTi
         return eStatus;
     *puiFieldCounter = oField.uiFieldCounter;
     *puiSetBufferCounter = uiSetBuffers;
-    *puiTickRefCounter = oField.uiTickNs;
+    *puiTickRefCounter = Ticks_FromNs(oField.uiStampNs);
     *pbIsTopField = oField.bIsTopField ? 1 : 0;
     return VtStatus_OK;
 }

@@ -1,6 +1,7 @@
 #include "TraceLine.h"
 
 #include <charconv>
+#include <string>
 
 namespace LinuxBoard
 {
@@ -41,6 +42,7 @@ bool TraceLine_Parse(std::string_view szLine, STracedBuffer& roBuffer)
     const std::string_view szField = Value(szFields, "field");
     roBuffer.bCapture = szType == "VIDEO_CAPTURE" || szType == "VIDEO_CAPTURE_MPLANE";
     roBuffer.bMonotonicStamp = Value(szFields, "flags").find("TIMESTAMP_MONOTONIC") != std::string_view::npos;
+    roBuffer.oFrame.bError = ("|" + std::string(Value(szFields, "flags")) + "|").find("|ERROR|") != std::string::npos;
     roBuffer.oFrame.eParity = szField == "TOP"      ? EFieldParity::Top
                               : szField == "BOTTOM" ? EFieldParity::Bottom
                                                     : EFieldParity::None;

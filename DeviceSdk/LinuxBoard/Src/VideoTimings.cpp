@@ -76,6 +76,22 @@ SSignal VideoTimings_FromFrame(uint32_t uiWidth, uint32_t uiHeight, const v4l2_f
     return oSignal;
 }
 
+SSignal VideoTimings_FromCamera(uint32_t uiWidth, uint32_t uiHeight, const v4l2_fract& roAgreed, bool bInterlaced)
+{
+    SSignal oSignal = VideoTimings_FromFrame(uiWidth, uiHeight, roAgreed, bInterlaced);
+    oSignal.oVidParam.uiPixelClock_kHz = 0;
+    oSignal.oVidParam.uiHRate_kHz = 0;
+    oSignal.uiFieldPeriodNs = 0;
+    return oSignal;
+}
+
+v4l2_fract VideoTimings_FrameTimeOf(v4l2_std_id uiStandard)
+{
+    if ((uiStandard & V4L2_STD_525_60) != 0)
+        return {1001, 30000};
+    return (uiStandard & V4L2_STD_625_50) != 0 ? v4l2_fract{1, 25} : v4l2_fract{0, 0};
+}
+
 SSignal VideoTimings_FromMode(const drmModeModeInfo& roMode)
 {
     SSignal oSignal;

@@ -44,17 +44,17 @@ TEST(FieldTracker, CountsFieldsThroughEveryFault)
     {
         SCOPED_TRACE(pszFault);
         CFieldTracker oTracker;
-        oTracker.SetSignal(uiPeriodNs, bInterlaced, Top);
+        oTracker.SetSignal({uiPeriodNs, bInterlaced, Top, true});
         uint64_t uiFirst = 0;
         for (const SStep& roStep : aoSteps)
         {
             const auto uiStampNs = static_cast<uint64_t>(1e9 + roStep.flPeriods * uiPeriodNs);
             SFieldStart oField;
-            ASSERT_TRUE(oTracker.Accept({roStep.uiSequence, uiStampNs, roStep.eParity}) &&
+            ASSERT_TRUE(oTracker.Accept({roStep.uiSequence, uiStampNs, roStep.eParity}, uiStampNs) &&
                         oTracker.Take(uiStampNs, oField));
             uiFirst = &roStep == &aoSteps[0] ? oField.uiFieldCounter : uiFirst;
             EXPECT_EQ(oField.uiFieldCounter - uiFirst, roStep.uiFields * 16) << "after " << roStep.flPeriods;
-            EXPECT_EQ(oField.uiTickNs, uiStampNs);
+            EXPECT_EQ(oField.uiStampNs, uiStampNs);
             EXPECT_EQ(oField.bIsTopField, roStep.eParity == Top);
         }
         EXPECT_EQ(oTracker.SkippedFields(), uiSkipped);
@@ -65,33 +65,115 @@ TEST(FieldTracker, CountsFieldsThroughEveryFault)
 TEST(FieldTracker, GivesTheSecondFieldOfAFrameWhenItIsDue)
 {
     CFieldTracker oTracker;
-    oTracker.SetSignal(uiPeriodNs, true, Top);
+    oTracker.SetSignal({uiPeriodNs, true, Top, false});
     SFieldStart oField;
-    ASSERT_TRUE(oTracker.Accept({10, 1000, None}) && oTracker.Take(1000, oField));
+    ASSERT_TRUE(oTracker.Accept({10, 1000, None}, 1000) && oTracker.Take(1000, oField));
     EXPECT_EQ(oField.uiFieldCounter, 20U * 16);
     EXPECT_FALSE(oTracker.Take(1000, oField));
     EXPECT_EQ(oTracker.NextDueNs(), 1000 + uiPeriodNs);
     ASSERT_TRUE(oTracker.Take(1000 + uiPeriodNs, oField));
     EXPECT_EQ(oField.uiFieldCounter, 21U * 16);
-    EXPECT_EQ(oField.uiTickNs, 1000 + uiPeriodNs);
+    EXPECT_EQ(oField.uiStampNs, 1000 + uiPeriodNs);
     // The next frame began before the reckoned field: its own start would go back, its second field does not.
-    ASSERT_TRUE(oTracker.Accept({11, 1000 + uiPeriodNs - 5, None}) && oTracker.Take(1000 + 3 * uiPeriodNs, oField));
+    ASSERT_TRUE(oTracker.Accept({11, 1000 + uiPeriodNs - 5, None}, uiPeriodNs * 2) &&
+                oTracker.Take(1000 + 3 * uiPeriodNs, oField));
     EXPECT_EQ(oField.uiFieldCounter, 23U * 16);
 }
 
 TEST(FieldTracker, DeliversTheNewestAndNothingTwice)
 {
     CFieldTracker oTracker;
-    oTracker.SetSignal(0, false, Top);
+    oTracker.SetSignal({});
     SFieldStart oField;
     EXPECT_FALSE(oTracker.Take(1, oField));
-    EXPECT_TRUE(oTracker.Accept({1, 100, None}) && oTracker.Accept({2, 200, None}));
-    EXPECT_FALSE(oTracker.Accept({3, 200, None})) << "a stamp that does not increase";
-    EXPECT_TRUE(oTracker.Take(1000, oField) && oField.uiTickNs == 200);
+    EXPECT_TRUE(oTracker.Accept({1, 100, None}, 1000) && oTracker.Accept({2, 200, None}, 1000));
+    EXPECT_FALSE(oTracker.Accept({3, 200, None}, 1000)) << "a stamp that does not increase";
+    EXPECT_TRUE(oTracker.Take(1000, oField) && oField.uiStampNs == 200);
     EXPECT_FALSE(oTracker.Take(1000, oField));
-    EXPECT_TRUE(oTracker.Accept({3, 300, None}));
+    EXPECT_TRUE(oTracker.Accept({3, 300, None}, 1000));
     oTracker.Interrupt();
     EXPECT_FALSE(oTracker.Take(1000, oField)) << "a field from before the loss";
-    EXPECT_TRUE(oTracker.Accept({50, 400, None}));
+    EXPECT_TRUE(oTracker.Accept({50, 400, None}, 1000));
     EXPECT_EQ(oTracker.SkippedFields(), 0U) << "what passed without a signal was not lost";
+}
+
+// What went by while we looked away is lost only as far as the sequence lacks it beyond what the owner fetched.
+TEST(FieldTracker, DoesNotBlameTheSignalForWhatWasNotSeen)
+{
+    struct SRow
+    {
+        uint32_t uiSequence; // of the frame that is seen again, ten periods after frame 100
+        uint64_t uiUnseen;
+        uint64_t uiSkipped;
+        uint64_t uiFields; // that the counter advances by
+        bool bUnknown;
+    };
+    const SRow aoRows[] = {
+        {110, 9, 0, 10, false},
+        {110, 7, 2, 10, false},
+        {110, CFieldTracker::msc_uiUnknown, 0, 10, true},
+        {101, 9, 0, 10, true}, // the driver counts nothing
+    };
+    for (const SRow& roRow : aoRows)
+    {
+        CFieldTracker oTracker;
+        oTracker.SetSignal({uiPeriodNs, false, Top, true});
+        oTracker.Accept({100, uiPeriodNs, None}, uiPeriodNs);
+        oTracker.Unseen(roRow.uiUnseen);
+        oTracker.Accept({roRow.uiSequence, 11 * uiPeriodNs, None}, 11 * uiPeriodNs);
+        SFieldStart oField;
+        ASSERT_TRUE(oTracker.Take(11 * uiPeriodNs, oField));
+        EXPECT_EQ(oField.uiFieldCounter, (100 + roRow.uiFields) * 16);
+        EXPECT_EQ(oTracker.SkippedFields(), roRow.uiSkipped) << roRow.uiUnseen;
+        EXPECT_EQ(oTracker.IsLossUnknown(), roRow.bUnknown) << roRow.uiUnseen;
+    }
+}
+
+TEST(FieldTracker, ACameraThatTakesItsTimeLosesNothing)
+{
+    CFieldTracker oTracker;
+    oTracker.SetSignal({0, false, Top, false});
+    for (uint32_t uiFrame = 0; uiFrame < 20; uiFrame++)
+        oTracker.Accept({uiFrame, (uiFrame + 1) * 3 * uiPeriodNs, None}, UINT64_MAX / 2);
+    SFieldStart oField;
+    ASSERT_TRUE(oTracker.Take(UINT64_MAX / 2, oField));
+    EXPECT_EQ(oField.uiFieldCounter, 19U * 16);
+    EXPECT_EQ(oTracker.SkippedFields(), 0U);
+}
+
+TEST(FieldTracker, CountsPicturesWithAnErrorAsSkippedAndOnce)
+{
+    CFieldTracker oTracker;
+    oTracker.SetSignal({uiPeriodNs, false, Top, false});
+    oTracker.Accept({1, 1 * uiPeriodNs, None}, uiPeriodNs);
+    EXPECT_TRUE(oTracker.Accept({2, 2 * uiPeriodNs, None, true}, 2 * uiPeriodNs)) << "its field has been";
+    EXPECT_FALSE(oTracker.Accept({3, 0, None, true}, 3 * uiPeriodNs)) << "one that bears no stamp";
+    EXPECT_EQ(oTracker.SkippedFields(), 2U);
+    oTracker.Accept({4, 4 * uiPeriodNs, None}, 4 * uiPeriodNs);
+    EXPECT_EQ(oTracker.SkippedFields(), 2U) << "the sequence lacks it too";
+    EXPECT_EQ(oTracker.Buffers(), 2U);
+}
+
+TEST(FieldTracker, StampsThatLieAheadLoseNoFieldAndKeepTheirDistances)
+{
+    CFieldTracker oTracker;
+    oTracker.SetSignal({uiPeriodNs, true, Top, false});
+    uint64_t uiFields = 0;
+    uint64_t uiLastNs = 0;
+    // Frames of two fields, stamped with an end that is to come a field and a half later; the first fetched late.
+    for (uint32_t uiFrame = 0; uiFrame < 10; uiFrame++)
+    {
+        const uint64_t uiArrivalNs = (uiFrame + 1) * 2 * uiPeriodNs + (uiFrame == 0 ? 1000 : 0);
+        const uint64_t uiStampNs = (uiFrame + 1) * 2 * uiPeriodNs + uiPeriodNs * 3 / 2;
+        ASSERT_TRUE(oTracker.Accept({uiFrame, uiStampNs, None}, uiArrivalNs));
+        for (SFieldStart oField; oTracker.Take(uiArrivalNs + uiPeriodNs, oField); uiFields++)
+        {
+            EXPECT_LE(oField.uiStampNs, uiArrivalNs + uiPeriodNs);
+            EXPECT_TRUE(uiFrame < 2 || oField.uiStampNs == uiLastNs + uiPeriodNs) << uiFrame;
+            uiLastNs = oField.uiStampNs;
+        }
+    }
+    EXPECT_EQ(uiFields, 20U);
+    EXPECT_TRUE(oTracker.Accept({11, UINT64_MAX, None}, 30 * uiPeriodNs)) << "a stamp that is a mistake";
+    EXPECT_TRUE(oTracker.Accept({12, 32 * uiPeriodNs, None}, 32 * uiPeriodNs));
 }

@@ -1,3 +1,4 @@
+#include "InputRemark.h"
 #include "StreamName.h"
 #include "TraceLine.h"
 
@@ -56,5 +57,24 @@ TEST(StreamName, FitsAndKeepsTheRemark)
         const SStreamName oName = StreamName_Build(szName.c_str(), pszRemark, pszShort);
         EXPECT_EQ(oName.szText, szExpected);
         EXPECT_EQ(oName.bCut, bCut) << szName;
+    }
+}
+
+TEST(InputRemark, NamesWhatLacksAndNothingBesides)
+{
+    const std::tuple<SInputFacts, const char*, const char*> aoRows[] = {
+        {{EFrameSource::Own, true, false, true}, "", ""},
+        {{EFrameSource::Trace, true, false, false}, "end of frame", "end of frame"},
+        {{EFrameSource::Trace, false, true, true},
+         "in use, buffers not told, nominal rate unknown",
+         "in use, rate unknown"},
+        {{EFrameSource::ReadByCalls, false, false, false},
+         "no per-frame data: its owner uses read()",
+         "no per-frame data: read()"},
+    };
+    for (const auto& [oFacts, pszFull, pszShort] : aoRows)
+    {
+        EXPECT_EQ(InputRemark_Of(oFacts).szFull, pszFull);
+        EXPECT_EQ(InputRemark_Of(oFacts).szShort, pszShort);
     }
 }

@@ -34,7 +34,7 @@ TEST_F(VblankTracker, KeepsTheQueueFullAndDropsWhatDoesNotIncrease)
     EXPECT_TRUE(oTracker.Accept(102, 2000));
     EXPECT_FALSE(oTracker.Accept(102, 2500) || oTracker.Accept(103, 2000));
     ASSERT_TRUE(oTracker.Take(oField));
-    EXPECT_TRUE(oField.uiFieldCounter == 102 * 16 && oField.uiTickNs == 2000);
+    EXPECT_TRUE(oField.uiFieldCounter == 102 * 16 && oField.uiStampNs == 2000);
     EXPECT_FALSE(oTracker.Take(oField));
 }
 
@@ -62,6 +62,14 @@ TEST_F(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
     EXPECT_FALSE(oTracker.Take(oField)) << "a field of the CRTC that is another output's now";
     ASSERT_TRUE(oTracker.Accept(8, 2000) && oTracker.Take(oField));
     EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
+}
+
+TEST(Ticks, AreRoundedAndNeverGoBack)
+{
+    EXPECT_EQ(Ticks_FromNs(14), 1U);
+    EXPECT_EQ(Ticks_FromNs(15), 2U);
+    EXPECT_EQ(Ticks_FromNs(UINT64_C(5000000000000000004)), UINT64_C(500000000000000000)); // a century and a half
+    EXPECT_GE(UINT32_MAX / 1000, uiTickFreqHz / 24) << "a phase of 24 Hz in hundredths of lines, in 32 bits";
 }
 
 TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)

@@ -36,6 +36,9 @@ TEST(VideoTimings, InputsAndCameras)
               "640x480p30 14 9207 kHz, 0 0 0 -/- 33366667 ns");
     EXPECT_EQ(Text(VideoTimings_FromFrame(720, 576, {1, 25}, true)), "720x576i50 14 10386 kHz, 0 0 0 -/- 20000000 ns");
     EXPECT_EQ(VideoTimings_FromFrame(640, 480, {0, 0}, false).uiFieldPeriodNs, 0U);
+    EXPECT_EQ(Text(VideoTimings_FromFrame(720, 480, VideoTimings_FrameTimeOf(V4L2_STD_NTSC_M), true)),
+              "720x480i60 14 10379 kHz, 0 0 0 -/- 16683334 ns");
+    EXPECT_EQ(Text(VideoTimings_FromCamera(640, 480, {1, 30}, false)), "640x480p30 0 0 kHz, 0 0 0 -/- 0 ns");
 }
 
 TEST(VideoTimings, DisplayModes)
@@ -55,7 +58,12 @@ TEST(PixelFormatTable, TheTwoKernelsNamesOfOneLayoutMeet)
 {
     EXPECT_EQ(PixelFormat_FromV4l2(V4L2_PIX_FMT_XBGR32), PixelFormat_FromDrm(v4l2_fourcc('X', 'R', '2', '4')));
     EXPECT_EQ(PixelFormat_FromV4l2(V4L2_PIX_FMT_YUYV), VtPixelFormat_YUV422_YUYV);
-    EXPECT_TRUE(PixelFormat_IsYuv(VtPixelFormat_MJPEG));
+    for (const uint32_t uiYuv : {V4L2_PIX_FMT_YUV420, V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_NV21, V4L2_PIX_FMT_NV16,
+                                 V4L2_PIX_FMT_YVYU, V4L2_PIX_FMT_YUV422P, V4L2_PIX_FMT_NV12M, V4L2_PIX_FMT_MJPEG})
+        EXPECT_TRUE(PixelFormat_IsYuv(uiYuv)) << uiYuv;
+    for (const uint32_t uiRgb : {V4L2_PIX_FMT_RGB24, V4L2_PIX_FMT_XBGR32, V4L2_PIX_FMT_SRGGB12, V4L2_PIX_FMT_RGB565X,
+                                 V4L2_PIX_FMT_ARGB555X, 0U})
+        EXPECT_FALSE(PixelFormat_IsYuv(uiRgb)) << uiRgb;
     EXPECT_EQ(PixelFormat_FromDrm(0), VtPixelFormat_UNKOWN);
     EXPECT_STREQ(PixelFormat_Name(VtPixelFormat_FORCE32), "VtPixelFormat_UNKOWN");
 }

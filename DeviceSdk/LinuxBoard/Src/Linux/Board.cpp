@@ -1,6 +1,7 @@
 #include "Board.h"
 
-#include <cstdio>
+#include "Remark.h"
+
 #include <cstdlib>
 #include <string>
 #include <string_view>
@@ -12,11 +13,6 @@ namespace
 {
 
 constexpr const char* szModeVariable = "VELTRANO_INPUT_MODE";
-
-void Say(const std::string& szText)
-{
-    std::fprintf(stderr, "libVeltrano (Linux): %s\n", szText.c_str());
-}
 
 std::string Joined(const std::vector<std::string>& raszTexts)
 {
@@ -33,7 +29,7 @@ bool AsksForOwnInputs()
         return false;
     if (std::string_view(szMode) == "own")
         return true;
-    Say(std::string(szModeVariable) + " takes own or observe, not '" + szMode + "': observing");
+    Remark_Say(std::string(szModeVariable) + " takes own or observe, not '" + szMode + "': observing");
     return false;
 }
 
@@ -42,13 +38,14 @@ void Report(const SDeviceList& roDevices)
     const std::string szRefused =
         roDevices.aszRefused.empty() ? "nothing was refused" : "refused: " + Joined(roDevices.aszRefused);
     if (roDevices.aoInputs.empty() && roDevices.aoOutputs.empty())
-        Say("nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video capture "
+        Remark_Say(
+            "nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video capture "
             "nodes in /sys/class/video4linux; " +
             szRefused);
     else if (!roDevices.aszRefused.empty())
-        Say(szRefused);
+        Remark_Say(szRefused);
     for (const std::string& rszText : roDevices.aszLong)
-        Say(rszText);
+        Remark_Say(rszText);
 }
 
 } // namespace
@@ -65,11 +62,11 @@ VtDevice_Handle CBoard::OpenChip()
     if (!m_bLoaded || m_bScanned)
         return m_hChip;
     m_bScanned = true;
-    const bool bOwnInputs = AsksForOwnInputs();
-    SDeviceList oDevices = DeviceList_Scan(bOwnInputs);
-    Report(oDevices);
-    if (!oDevices.aoInputs.empty() || !oDevices.aoOutputs.empty())
-        m_hChip = m_oChips.Add(std::make_unique<CChip>(std::move(oDevices), bOwnInputs));
+    auto poChip = std::make_unique<CChip>(AsksForOwnInputs());
+    const SDeviceList& roDevices = poChip->Devices();
+    Report(roDevices);
+    if (!roDevices.aoInputs.empty() || !roDevices.aoOutputs.empty())
+        m_hChip = m_oChips.Add(std::move(poChip));
     return m_hChip;
 }
 

@@ -1,5 +1,6 @@
 #include "DeviceList.h"
 
+#include "../InputRemark.h"
 #include "../StreamName.h"
 #include "OwnedCapture.h"
 #include "TraceFeed.h"
@@ -104,7 +105,7 @@ bool HasVblank(const CKmsCard& roCard, const std::string& szConnector)
     return uiCrtcId == 0 || roCard.ReadSequence(uiCrtcId, uiSequence, uiStampNs) != -EOPNOTSUPP;
 }
 
-void AddOutput(SDeviceList& roList, udev_device* poDevice)
+void AddOutput(SDeviceList& roList, udev_device* poDevice, CCardKeeper& roKeeper)
 {
     udev_device* poCard = udev_device_get_parent(poDevice); // owned by poDevice
     const bool bActive =
@@ -116,14 +117,16 @@ void AddOutput(SDeviceList& roList, udev_device* poDevice)
     oSource.szCardNode = OrEmpty(udev_device_get_devnode(poCard));
     oSource.szConnector = szSysName.substr(szSysName.find('-') + 1);
     oSource.eType = TypeOf(oSource.szConnector);
-    CKmsCard& roCard = roList.aoCards[oSource.szCardNode];
-    const int iError = roCard.IsOpen() ? 0 : roCard.Open(oSource.szCardNode);
+    CKmsCard oCard;
+    int iError = roKeeper.Keep(oSource.szCardNode);
+    if (iError == 0)
+        iError = oCard.Open(oSource.szCardNode);
     if (iError != 0)
     {
         Refuse(roList, oSource.szCardNode, iError);
         return;
     }
-    oSource.szName = Named(roList, szSysName, HasVblank(roCard, oSource.szConnector) ? "" : "no vblank support", "");
+    oSource.szName = Named(roList, szSysName, HasVblank(oCard, oSource.szConnector) ? "" : "no vblank support", "");
     roList.aoOutputs.push_back(oSource);
 }
 
@@ -141,9 +144,20 @@ bool StampsFrameStart(const CV4l2Node& roNode, bool bOwnInputs)
     return (oCensus.uiFlags & V4L2_BUF_FLAG_TSTAMP_SRC_MASK) == V4L2_BUF_FLAG_TSTAMP_SRC_SOE;
 }
 
-bool IsIdle(const CV4l2Node& roNode)
+SInputFacts FactsOf(const CV4l2Node& roNode, const std::string& szVideo, bool bOwnInputs)
 {
-    return roNode.CountBuffers().uiTotal == 0;
+    const SBufferCensus oCensus = roNode.CountBuffers();
+    SInputFacts oFacts;
+    oFacts.bHidden = oCensus.bHidden;
+    oFacts.bRateFixed = roNode.IsRateFixed();
+    if (bOwnInputs && oCensus.uiTotal == 0 && !oCensus.bHidden)
+        oFacts.eSource = EFrameSource::Own;
+    else if (!CTraceFeed::IsPossible(szVideo))
+        oFacts.eSource = EFrameSource::NoTrace;
+    else
+        oFacts.eSource = oCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
+    oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::Own);
+    return oFacts;
 }
 
 std::string InputName(SDeviceList& roList, udev_device* poDevice, const CV4l2Node& roNode, bool bOwnInputs)
@@ -152,10 +166,8 @@ std::string InputName(SDeviceList& roList, udev_device* poDevice, const CV4l2Nod
     std::string szName(OrEmpty(udev_device_get_sysattr_value(poDevice, "name")));
     if (szName.empty())
         szName = szVideo;
-    if (!(bOwnInputs && IsIdle(roNode)) && !CTraceFeed::IsPossible(szVideo))
-        return Named(roList, szName, "no per-frame data: not the owner, no trace access",
-                     "no per-frame data: no trace access");
-    return Named(roList, szName, StampsFrameStart(roNode, bOwnInputs) ? "" : "end of frame", "");
+    const SInputRemark oRemark = InputRemark_Of(FactsOf(roNode, szVideo, bOwnInputs));
+    return Named(roList, szName, oRemark.szFull, oRemark.szShort);
 }
 
 void AddInput(SDeviceList& roList, udev_device* poDevice, bool bOwnInputs)
@@ -184,7 +196,7 @@ void AddInput(SDeviceList& roList, udev_device* poDevice, bool bOwnInputs)
 
 } // namespace
 
-SDeviceList DeviceList_Scan(bool bOwnInputs)
+SDeviceList DeviceList_Scan(bool bOwnInputs, CCardKeeper& roKeeper)
 {
     SDeviceList oList;
     const CUdev poUdev(udev_new());
@@ -192,7 +204,7 @@ SDeviceList DeviceList_Scan(bool bOwnInputs)
         return oList;
     for (const CUdevDevice& rpoDevice : Devices(poUdev.get(), "drm", "card*-*"))
         if (oList.aoOutputs.size() < uiMaxStreams)
-            AddOutput(oList, rpoDevice.get());
+            AddOutput(oList, rpoDevice.get(), roKeeper);
     for (const CUdevDevice& rpoDevice : Devices(poUdev.get(), "video4linux", "video*"))
         if (oList.aoInputs.size() < uiMaxStreams)
             AddInput(oList, rpoDevice.get(), bOwnInputs);

@@ -5,10 +5,9 @@
 #ifndef LINUX_BOARD_DEVICE_LIST_H
 #define LINUX_BOARD_DEVICE_LIST_H
 
-#include "KmsCard.h"
+#include "CardKeeper.h"
 #include "VtBoard.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -36,8 +35,6 @@ struct SInputSource
 
 struct SDeviceList
 {
-    /* By node. Kept open, because closing a card for the last time lets the kernel set its modes anew. */
-    std::map<std::string, CKmsCard> aoCards;
     std::vector<SOutputSource> aoOutputs;
     std::vector<SInputSource> aoInputs;
     std::vector<std::string> aszRefused; /* "/dev/dri/card0: Permission denied" */
@@ -45,7 +42,7 @@ struct SDeviceList
 };
 
 /* bOwnInputs: idle inputs are going to be streamed by us. */
-SDeviceList DeviceList_Scan(bool bOwnInputs);
+SDeviceList DeviceList_Scan(bool bOwnInputs, CCardKeeper& roKeeper);
 
 } // namespace LinuxBoard
 

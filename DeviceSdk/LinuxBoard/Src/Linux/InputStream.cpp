@@ -1,11 +1,13 @@
 #include "InputStream.h"
 
 #include "MonotonicClock.h"
+#include "Remark.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <utility>
 
 namespace LinuxBoard
 {
@@ -17,11 +19,16 @@ namespace
  */
 constexpr uint64_t uiCheckToldNs = 1000 * uiNsPerMs;
 constexpr uint64_t uiCheckUntoldNs = 250 * uiNsPerMs;
-/* How often an input without a signal is looked at. */
+/* How often an input without a signal is looked at, and one that is away is looked for. */
 constexpr uint64_t uiLostPauseNs = 10 * uiNsPerMs;
+constexpr uint64_t uiAwayPauseNs = 100 * uiNsPerMs;
 constexpr uint64_t uiRestartPauseNs = 500 * uiNsPerMs;
+/* A person is shown the buffers twice a second. */
+constexpr uint64_t uiCountPauseNs = 500 * uiNsPerMs;
 /* A queue that gave no frame for this long counts as stopped, unless its buffers say otherwise. */
 constexpr uint64_t uiSilenceNs = 1000 * uiNsPerMs;
+/* A sleep that ended sooner than this was none: frames may have piled up. */
+constexpr uint64_t uiNoSleepNs = uiNsPerMs / 20;
 
 } // namespace
 
@@ -33,7 +40,10 @@ CInputStream::~CInputStream()
 
 VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVideo, bool bOwn)
 {
-    switch (m_oNode.Open(szNode, bOwn ? O_RDWR : O_RDONLY))
+    m_szNode = szNode;
+    m_szVideo = szVideo;
+    m_bAskedToOwn = bOwn;
+    switch (OpenNode())
     {
     case 0:
         break;
@@ -42,20 +52,52 @@ VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVide
         return VtStatus_ACCESS_DENIED;
     case -EBUSY:
         return VtStatus_RESOURCES_BUSY;
+    case -ENOENT:
+    case -ENODEV:
+    case -ENXIO:
+        LoseDevice();
+        break;
     default:
         return VtStatus_FAIL;
     }
-    if (!m_oNode.IsCapture())
-        return VtStatus_FAIL;
-    m_szVideo = szVideo;
-    m_bOwn = bOwn && m_oOwned.Start() != -EBUSY;
-    if (!m_bOwn)
-        m_oTrace.Open(szVideo, m_oNode.Minor());
-    CheckSignal();
     const void* pvNobody = nullptr;
     if (m_roCounters.pvWriter.compare_exchange_strong(pvNobody, this))
         PublishCounters();
     return VtStatus_OK;
+}
+
+int CInputStream::OpenNode()
+{
+    const int iError = m_oNode.Open(m_szNode, m_bAskedToOwn ? O_RDWR : O_RDONLY);
+    if (iError != 0)
+        return iError;
+    if (!m_oNode.IsCapture())
+    {
+        m_oNode.Close();
+        return -ENOTTY;
+    }
+    m_uiOpenedNs = MonotonicClock_NowNs();
+    m_bOwn = m_bAskedToOwn && m_oOwned.Start() != -EBUSY;
+    if (!m_bOwn)
+        m_oTrace.Open(m_szVideo, m_oNode.Minor());
+    m_bReadable = true;
+    m_eSignal = EInputSignal::Present;
+    m_uiNextCountNs = 0;
+    CheckSignal();
+    return 0;
+}
+
+/* As long as anybody has it open, the kernel keeps its number, and a returning device would get another one. */
+void CInputStream::LoseDevice()
+{
+    m_eSignal = EInputSignal::Gone;
+    m_oSignal = {};
+    m_oCensus = {};
+    m_oOwned.Forget();
+    m_oTrace.Close();
+    m_oNode.Close();
+    m_oTracker.Interrupt();
+    m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
 }
 
 void CInputStream::CheckSignal()
@@ -64,6 +106,8 @@ void CInputStream::CheckSignal()
     m_eSignal = m_oNode.DetectSignal(m_oSignal);
     m_uiNextCheckNs = MonotonicClock_NowNs() + (m_oNode.TellsChanges() ? uiCheckToldNs : uiCheckUntoldNs);
     m_bPollNode = true;
+    if (m_eSignal == EInputSignal::Gone)
+        LoseDevice();
     if (m_eSignal != EInputSignal::Present)
         return;
     if (m_bOwn && m_oOwned.IsOutdated())
@@ -75,52 +119,66 @@ void CInputStream::CheckSignal()
     m_oNode.ReadFormat(oFormat);
     m_bHalfFrames = oFormat.eField == V4L2_FIELD_TOP || oFormat.eField == V4L2_FIELD_BOTTOM;
     const VtVideo_VidParam& roParam = m_oSignal.oVidParam;
-    m_oTracker.SetSignal(m_oSignal.uiFieldPeriodNs, roParam.bInterlaced != 0,
-                         roParam.bBottomFieldFirst != 0 ? EFieldParity::Bottom : EFieldParity::Top);
+    m_oTracker.SetSignal({m_oSignal.uiFieldPeriodNs, roParam.bInterlaced != 0,
+                          roParam.bBottomFieldFirst != 0 ? EFieldParity::Bottom : EFieldParity::Top,
+                          m_oNode.HasGapsInStamps()});
     if (eBefore == EInputSignal::Lost)
         m_oTracker.Interrupt();
 }
 
-void CInputStream::Accept(SCapturedFrame oFrame)
+void CInputStream::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
 {
-    m_uiLastArrivalNs = MonotonicClock_NowNs();
+    m_uiLastArrivalNs = uiNowNs;
     // What a device without a signal captures is nobody's field; and what piled up before the first wait filled the
     // queue, so that the gap behind it is of our making.
     if (m_eSignal != EInputSignal::Present || !m_bWaited)
         return;
     if (m_bHalfFrames)
         oFrame.eParity = EFieldParity::None;
-    m_oTracker.Accept(oFrame);
+    m_oTracker.Accept(oFrame, uiNowNs);
 }
 
-void CInputStream::FetchOwned()
+void CInputStream::RestartOwned(uint64_t uiNowNs)
+{
+    if (uiNowNs < m_uiNextStartNs)
+        return;
+    m_uiNextStartNs = uiNowNs + uiRestartPauseNs;
+    // Another program was faster: what cannot be owned is observed.
+    if (m_oOwned.Start() == -EBUSY && m_oTrace.Open(m_szVideo, m_oNode.Minor()))
+        m_bOwn = false;
+    m_bPollNode = true;
+}
+
+void CInputStream::FetchOwned(uint64_t uiNowNs)
 {
     if (!m_oOwned.IsRunning())
-    {
-        if (MonotonicClock_NowNs() < m_uiNextStartNs)
-            return;
-        m_uiNextStartNs = MonotonicClock_NowNs() + uiRestartPauseNs;
-        // Another program was faster: what cannot be owned is observed.
-        if (m_oOwned.Start() == -EBUSY && m_oTrace.Open(m_szVideo, m_oNode.Minor()))
-            m_bOwn = false;
-        m_bPollNode = true;
-    }
+        RestartOwned(uiNowNs);
+    // Whoever was woken by a frame finds this one; asking whether there are more would cost as much again.
+    const bool bOnlyOne = m_uiSleptFromNs != 0 && uiNowNs > m_uiSleptFromNs + uiNoSleepNs;
     SCapturedFrame oFrame;
     EFetch eFetch = EFetch::Nothing;
     while (m_oOwned.IsRunning() && (eFetch = m_oOwned.Fetch(oFrame)) == EFetch::Frame)
-        Accept(oFrame);
+    {
+        Accept(oFrame, uiNowNs);
+        if (bOnlyOne)
+            break;
+    }
     if (eFetch == EFetch::Gone)
-        m_eSignal = EInputSignal::Gone;
+        LoseDevice();
     if (eFetch == EFetch::Failed)
         m_oOwned.Stop();
 }
 
-void CInputStream::ReadFrames()
+void CInputStream::ReadFrames(uint64_t uiNowNs)
 {
+    m_bReadable = false;
+    if (m_eSignal == EInputSignal::Gone)
+        return;
     if (m_bOwn)
-        FetchOwned();
+        FetchOwned(uiNowNs);
     else
-        m_oTrace.Read([this](const SCapturedFrame& roFrame) { Accept(roFrame); });
+        m_oTrace.Read([this, uiNowNs](const SCapturedFrame& roFrame) { Accept(roFrame, uiNowNs); });
+    PublishCounters();
 }
 
 void CInputStream::PublishCounters() const
@@ -134,7 +192,7 @@ void CInputStream::PublishCounters() const
 uint64_t CInputStream::NextMomentNs(uint64_t uiDeadlineNs) const
 {
     uint64_t uiMomentNs = std::min(uiDeadlineNs, m_uiNextCheckNs);
-    if (m_bOwn && !m_oOwned.IsRunning())
+    if (m_bOwn && !m_oOwned.IsRunning() && m_eSignal != EInputSignal::Gone)
         uiMomentNs = std::min(uiMomentNs, m_uiNextStartNs);
     const uint64_t uiDueNs = m_oTracker.NextDueNs();
     return uiDueNs != 0 && m_eSignal == EInputSignal::Present ? std::min(uiMomentNs, uiDueNs) : uiMomentNs;
@@ -150,15 +208,32 @@ void CInputStream::HeedNode(short iEvents)
     m_bPollNode = false;
 }
 
-void CInputStream::Sleep(uint64_t uiDeadlineNs)
+void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
 {
     // Never POLLIN on a queue that is not ours: the kernel would take it as the wish to read, and start the stream.
     const bool bOwnFrames = m_bOwn && m_oOwned.IsRunning() && m_eSignal == EInputSignal::Present;
     const auto iNodeEvents = static_cast<short>(bOwnFrames ? POLLPRI | POLLIN : POLLPRI);
     const int iTraceFd = m_eSignal == EInputSignal::Present ? m_oTrace.Fd() : -1;
     std::array<pollfd, 2> aoPolled = {{{m_bPollNode ? m_oNode.Fd() : -1, iNodeEvents, 0}, {iTraceFd, POLLIN, 0}}};
-    if (MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs)))
+    m_uiSleptFromNs = uiNowNs;
+    if (MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
         HeedNode(aoPolled[0].revents);
+    m_bReadable = (aoPolled[0].revents & POLLIN) != 0 || aoPolled[1].revents != 0 || (m_bOwn && !m_oOwned.IsRunning());
+}
+
+void CInputStream::PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs)
+{
+    Sleep(uiNowNs, std::min(uiDeadlineNs, uiNowNs + uiLostPauseNs));
+    m_bReadable = true;
+    if (m_eSignal == EInputSignal::Gone)
+    {
+        if (MonotonicClock_NowNs() < m_uiNextCheckNs)
+            return;
+        m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
+        OpenNode();
+    }
+    else if (!m_oNode.TellsChanges())
+        m_uiNextCheckNs = std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
 }
 
 VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField)
@@ -166,59 +241,88 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
     uint64_t uiNowNs = MonotonicClock_NowNs();
     const uint64_t uiDeadlineNs = uiNowNs + uiTimeOutMs * uiNsPerMs;
     if (!m_bWaited)
-        ReadFrames();
+        ReadFrames(uiNowNs);
     m_bWaited = true;
-    if (m_eSignal == EInputSignal::Lost)
+    if (m_eSignal != EInputSignal::Present)
     {
-        Sleep(std::min(uiDeadlineNs, uiNowNs + uiLostPauseNs));
-        m_uiNextCheckNs = m_oNode.TellsChanges() ? m_uiNextCheckNs : std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
+        PauseWithoutSignal(uiNowNs, uiDeadlineNs);
+        uiNowNs = MonotonicClock_NowNs();
     }
+    // A second field that is due must not hide newer frames from a caller that comes late.
+    m_bReadable = m_bReadable || m_oTracker.NextDueNs() != 0;
+    m_uiSleptFromNs = 0;
     for (;;)
     {
-        uiNowNs = MonotonicClock_NowNs();
-        if (uiNowNs >= m_uiNextCheckNs)
+        if (uiNowNs >= m_uiNextCheckNs && m_eSignal != EInputSignal::Gone)
             CheckSignal();
-        ReadFrames();
-        PublishCounters();
-        if (m_eSignal == EInputSignal::Gone)
-            return VtStatus_CONNECTION_LOST;
-        if (m_eSignal == EInputSignal::Lost)
+        if (m_bReadable)
+            ReadFrames(uiNowNs);
+        if (m_eSignal != EInputSignal::Present)
             return VtStatus_CANCELED;
         if (m_oTracker.Take(uiNowNs, roField))
             return VtStatus_OK;
         if (uiNowNs >= uiDeadlineNs)
             return VtStatus_TIMEOUT;
-        Sleep(uiDeadlineNs);
+        Sleep(uiNowNs, uiDeadlineNs);
+        uiNowNs = MonotonicClock_NowNs();
     }
 }
 
 VtStatus CInputStream::ReadDetectedParameters(VtVideo_VidParam& roParam)
 {
-    CheckSignal();
-    if (m_eSignal == EInputSignal::Gone)
-        return VtStatus_FAIL;
+    if (m_eSignal != EInputSignal::Gone)
+        CheckSignal();
     roParam = m_oSignal.oVidParam;
     return VtStatus_OK;
 }
 
+void CInputStream::SayOnce(bool& rbSaid, const char* szText) const
+{
+    if (!std::exchange(rbSaid, true))
+        Remark_Say(m_szVideo + ": " + szText);
+}
+
+/* Where our own buffers are needs no asking: all of them are the driver's but for the moment of a fetch. */
+void CInputStream::CountBuffers(uint64_t uiNowNs)
+{
+    m_uiNextCountNs = uiNowNs + uiCountPauseNs;
+    m_oCensus = m_bOwn && m_oOwned.IsRunning() ? m_oOwned.Census() : m_oNode.CountBuffers();
+    const bool bSilent = uiNowNs - std::max(m_uiLastArrivalNs, m_uiOpenedNs) > uiSilenceNs;
+    if (bSilent && m_oTrace.Fd() >= 0 && m_oCensus.IsReadByCalls())
+        SayOnce(m_bSaidReading, "its owner fetches pictures by read(), of which the kernel's trace tells nothing: no "
+                                "per-frame data");
+    if (m_oTracker.IsLossUnknown())
+        SayOnce(m_bSaidUnknown, "the trace ran over while this program could not read it: how many fields were skipped "
+                                "meanwhile is unknown, and not counted");
+}
+
 VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus& roCensus)
 {
-    if (m_eSignal == EInputSignal::Gone)
-        return VtStatus_FAIL;
-    roCensus = m_oNode.CountBuffers();
-    const bool bFlowing = m_uiLastArrivalNs != 0 && MonotonicClock_NowNs() - m_uiLastArrivalNs < uiSilenceNs;
-    if (bFlowing || roCensus.uiQueued + roCensus.uiReady != 0)
-        reState = VtVideoIn_State_STARTED;
-    else
-        reState = roCensus.uiTotal != 0 ? VtVideoIn_State_STOPPED : VtVideoIn_State_NOT_INITIALIZED;
+    const uint64_t uiNowNs = MonotonicClock_NowNs();
+    reState = VtVideoIn_State_STOPPED;
+    if (m_eSignal != EInputSignal::Gone)
+    {
+        if (uiNowNs >= m_uiNextCountNs)
+            CountBuffers(uiNowNs);
+        const bool bFlowing = m_uiLastArrivalNs != 0 && uiNowNs - m_uiLastArrivalNs < uiSilenceNs;
+        const bool bQueued = m_oCensus.uiQueued + m_oCensus.uiReady != 0;
+        if (bFlowing || bQueued || (m_oCensus.bHidden && m_oTrace.Fd() < 0))
+            reState = VtVideoIn_State_STARTED;
+        else if (m_oCensus.uiTotal == 0 && !m_oCensus.bHidden)
+            reState = VtVideoIn_State_NOT_INITIALIZED;
+    }
+    roCensus = m_oCensus;
     return VtStatus_OK;
 }
 
 VtStatus CInputStream::ReadBufferAttributes(SInputFormat& roFormat, uint32_t& ruiBuffers)
 {
-    if (m_eSignal == EInputSignal::Gone || m_oNode.ReadFormat(roFormat) != 0)
+    roFormat = {};
+    if (m_eSignal != EInputSignal::Gone && m_oNode.ReadFormat(roFormat) != 0)
         return VtStatus_FAIL;
-    ruiBuffers = m_oNode.CountBuffers().uiTotal;
+    if (m_eSignal != EInputSignal::Gone)
+        CountBuffers(MonotonicClock_NowNs());
+    ruiBuffers = m_oCensus.uiTotal;
     return VtStatus_OK;
 }
 

@@ -1,6 +1,7 @@
 /*
  * One open input handle: a capture node, where its frames come from (the kernel's trace, or our own queue), its signal
- * and the wait for its field starts. Used by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ * and the wait for its field starts. A device that is unplugged is a lost signal until it is back under its path. Used
+ * by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
  */
 #ifndef LINUX_BOARD_INPUT_STREAM_H
 #define LINUX_BOARD_INPUT_STREAM_H
@@ -37,7 +38,7 @@ public:
 
     /*
      * szVideo: "video0". bOwn: stream the input if nobody else does.
-     * VtStatus_OK; VtStatus_ACCESS_DENIED; VtStatus_RESOURCES_BUSY; VtStatus_FAIL.
+     * VtStatus_OK, also for a device that is away; VtStatus_ACCESS_DENIED; VtStatus_RESOURCES_BUSY; VtStatus_FAIL.
      */
     VtStatus Open(const std::string& szNode, const std::string& szVideo, bool bOwn);
 
@@ -47,29 +48,44 @@ public:
     VtStatus ReadBufferAttributes(SInputFormat& roFormat, uint32_t& ruiBuffers);
 
 private:
+    int OpenNode();
     void CheckSignal();
-    void ReadFrames();
-    void FetchOwned();
-    void Accept(SCapturedFrame oFrame);
-    void Sleep(uint64_t uiDeadlineNs);
+    void LoseDevice();
+    void PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs);
+    void ReadFrames(uint64_t uiNowNs);
+    void FetchOwned(uint64_t uiNowNs);
+    void RestartOwned(uint64_t uiNowNs);
+    void Accept(SCapturedFrame oFrame, uint64_t uiNowNs);
+    void Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs);
     void HeedNode(short iEvents);
     uint64_t NextMomentNs(uint64_t uiDeadlineNs) const;
     void PublishCounters() const;
+    void CountBuffers(uint64_t uiNowNs);
+    void SayOnce(bool& rbSaid, const char* szText) const;
 
     SInputCounters& m_roCounters;
+    std::string m_szNode;  /* "/dev/video0" */
     std::string m_szVideo; /* "video0" */
     CV4l2Node m_oNode;
     CTraceFeed m_oTrace;
     COwnedCapture m_oOwned;
     CFieldTracker m_oTracker;
+    bool m_bAskedToOwn = false;
     bool m_bOwn = false;        /* we stream this input, or will when it lets us */
     bool m_bWaited = false;     /* somebody has waited for a field */
     bool m_bPollNode = true;    /* off after an error, which would end every sleep at once */
     bool m_bHalfFrames = false; /* only one field of each frame is captured: its parity numbers nothing */
+    bool m_bReadable = true;    /* frames may be there */
+    bool m_bSaidReading = false;
+    bool m_bSaidUnknown = false;
     EInputSignal m_eSignal = EInputSignal::Present;
     SSignal m_oSignal;
-    uint64_t m_uiNextCheckNs = 0;   /* when the signal is looked at next */
-    uint64_t m_uiNextStartNs = 0;   /* when our own stream may be started again */
+    SBufferCensus m_oCensus;
+    uint64_t m_uiNextCheckNs = 0; /* when the signal is looked at next, or a device that is away is looked for */
+    uint64_t m_uiNextStartNs = 0; /* when our own stream may be started again */
+    uint64_t m_uiNextCountNs = 0; /* when the buffers are counted next */
+    uint64_t m_uiOpenedNs = 0;
+    uint64_t m_uiSleptFromNs = 0;   /* when the last sleep of this wait began, 0 before it */
     uint64_t m_uiLastArrivalNs = 0; /* when the last frame came in */
 };
 

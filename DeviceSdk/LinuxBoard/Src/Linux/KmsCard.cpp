@@ -1,11 +1,9 @@
 #include "KmsCard.h"
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <poll.h>
 #include <xf86drm.h>
 
 namespace LinuxBoard
@@ -153,12 +151,8 @@ void CKmsCard::ReadEvents(CVblankTracker& roTracker) const
     oContext.version = 4;
     oContext.sequence_handler = OnSequence;
     g_poTracker = &roTracker;
-    std::array<pollfd, 1> aoPolled = {{{Fd(), POLLIN, 0}}};
-    while (poll(aoPolled.data(), aoPolled.size(), 0) > 0 && (aoPolled[0].revents & POLLIN) != 0)
-    {
-        if (drmHandleEvent(Fd(), &oContext) != 0)
-            break;
-    }
+    // One call takes more than the queue is deep, and does not wait: the descriptor is not a blocking one.
+    drmHandleEvent(Fd(), &oContext);
     g_poTracker = nullptr;
 }
 

@@ -34,6 +34,7 @@ class CKmsCard
 {
 public:
     int Open(const std::string& szNode);
+    void Close() { m_oFd.Close(); }
     bool IsOpen() const { return m_oFd.IsOpen(); }
     int Fd() const { return m_oFd.Get(); }
 
@@ -53,7 +54,7 @@ public:
     int ReadSequence(uint32_t uiCrtcId, uint64_t& ruiSequence, uint64_t& ruiStampNs) const;
     int QueueSequence(uint32_t uiCrtcId, uint64_t uiSequence, uint64_t uiTag) const;
 
-    /* Hands all events that have come to the tracker, without waiting. */
+    /* Hands the events that have come to the tracker, without waiting. */
     void ReadEvents(CVblankTracker& roTracker) const;
 
 private:

@@ -20,11 +20,10 @@ uint64_t MonotonicClock_NowNs()
     return static_cast<uint64_t>(oNow.tv_sec) * uiNsPerSecond + static_cast<uint64_t>(oNow.tv_nsec);
 }
 
-bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs)
+bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs, uint64_t uiNowNs)
 {
-    for (;;)
+    for (;; uiNowNs = MonotonicClock_NowNs())
     {
-        const uint64_t uiNowNs = MonotonicClock_NowNs();
         const uint64_t uiLeftNs = uiMomentNs > uiNowNs ? uiMomentNs - uiNowNs : 0;
         const timespec oLeft = {static_cast<time_t>(uiLeftNs / uiNsPerSecond),
                                 static_cast<long>(uiLeftNs % uiNsPerSecond)};

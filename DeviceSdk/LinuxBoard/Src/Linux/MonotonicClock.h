@@ -18,9 +18,9 @@ uint64_t MonotonicClock_NowNs();
 
 /*
  * Sleeps until one of the descriptors has something or the moment has come; with none, until the moment. Signals do
- * not end the sleep. True when a descriptor has something.
+ * not end the sleep. uiNowNs: what the clock has just said. True when a descriptor has something.
  */
-bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs);
+bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs, uint64_t uiNowNs);
 
 } // namespace LinuxBoard
 

@@ -16,16 +16,63 @@ namespace
 
 /* How often an output that is off is asked whether it is on again. */
 constexpr uint64_t uiOffPauseNs = 10 * uiNsPerMs;
+/* How often a card that is away is looked for. */
+constexpr uint64_t uiAwayPauseNs = 100 * uiNsPerMs;
 
 } // namespace
 
 VtStatus COutputStream::Open(const std::string& szCardNode, const std::string& szConnector)
 {
-    const int iError = m_oCard.Open(szCardNode);
+    m_szCardNode = szCardNode;
+    m_szConnector = szConnector;
+    switch (OpenCard())
+    {
+    case 0:
+        return VtStatus_OK;
+    case -EACCES:
+    case -EPERM:
+        return VtStatus_ACCESS_DENIED;
+    case -ENOENT:
+    case -ENODEV:
+    case -ENXIO:
+        LoseCard();
+        return VtStatus_OK;
+    default:
+        return VtStatus_FAIL;
+    }
+}
+
+int COutputStream::OpenCard()
+{
+    const int iError = m_oCard.Open(m_szCardNode);
     if (iError != 0)
-        return iError == -EACCES || iError == -EPERM ? VtStatus_ACCESS_DENIED : VtStatus_FAIL;
-    m_uiConnectorId = m_oCard.FindConnector(szConnector);
-    return m_uiConnectorId != 0 ? VtStatus_OK : VtStatus_FAIL;
+        return iError;
+    m_uiConnectorId = m_oCard.FindConnector(m_szConnector);
+    if (m_uiConnectorId == 0)
+    {
+        m_oCard.Close();
+        return -ENOENT;
+    }
+    m_eSignal = ESignal::Unknown;
+    return 0;
+}
+
+void COutputStream::LoseCard()
+{
+    m_eSignal = ESignal::Gone;
+    m_oCard.Close();
+    m_roKeeper.LetGo(m_szCardNode);
+    m_uiCrtcId = 0;
+    m_uiNextLookNs = MonotonicClock_NowNs() + uiAwayPauseNs;
+}
+
+void COutputStream::LookForCard(uint64_t uiNowNs)
+{
+    if (uiNowNs < m_uiNextLookNs)
+        return;
+    m_uiNextLookNs = uiNowNs + uiAwayPauseNs;
+    if (OpenCard() == 0)
+        m_roKeeper.Keep(m_szCardNode);
 }
 
 void COutputStream::SetSignal(int iError)
@@ -40,7 +87,7 @@ void COutputStream::SetSignal(int iError)
         break;
     case -ENODEV:
     case -ENXIO:
-        m_eSignal = ESignal::Gone;
+        LoseCard();
         break;
     default: // -EINVAL: the CRTC is off, or in the middle of a change of mode
         m_eSignal = ESignal::Off;
@@ -76,7 +123,7 @@ void COutputStream::FindSignal()
     SCrtcView oView;
     if (m_eSignal == ESignal::Off || m_eSignal == ESignal::Gone || m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
         return;
-    m_uiFieldPeriodNs = VideoTimings_FromMode(oView.oMode).uiFieldPeriodNs;
+    View(oView, MonotonicClock_NowNs());
     // Without vertical blanks nothing else would tell that the output is dark.
     if (m_eSignal == ESignal::NoVblank &&
         (!oView.bModeValid || m_oCard.ReadPower(m_uiConnectorId) != VtVideoOut_PowerState_ON))
@@ -97,15 +144,21 @@ void COutputStream::KeepQueueFull()
     }
 }
 
-void COutputStream::SampleBuffer()
+void COutputStream::View(const SCrtcView& roView, uint64_t uiNowNs)
+{
+    m_oView = roView;
+    m_uiViewedNs = uiNowNs;
+    m_uiFieldPeriodNs = VideoTimings_FromMode(roView.oMode).uiFieldPeriodNs;
+}
+
+void COutputStream::SampleBuffer(uint64_t uiNowNs)
 {
     SCrtcView oView;
     m_uiSampledStampNs = m_oTracker.LastStampNs();
-    if (m_oCard.ReadCrtc(m_uiCrtcId, oView) == 0)
-    {
-        m_oSetBuffers.Sample(oView.uiFramebufferId);
-        m_uiFieldPeriodNs = VideoTimings_FromMode(oView.oMode).uiFieldPeriodNs;
-    }
+    if (m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+        return;
+    m_oSetBuffers.Sample(oView.uiFramebufferId);
+    View(oView, uiNowNs);
 }
 
 bool COutputStream::TakeField(SFieldStart& roField, uint64_t& ruiSetBuffers)
@@ -151,65 +204,81 @@ VtStatus COutputStream::TimedOut(uint64_t uiNowNs)
     return VtStatus_TIMEOUT;
 }
 
+/* Sleeps until a field has started, the buffer is to be looked at, or the deadline. */
+void COutputStream::SleepInField(uint64_t uiNowNs, uint64_t uiDeadlineNs)
+{
+    if (NextMomentNs(uiDeadlineNs) <= uiNowNs)
+        SampleBuffer(uiNowNs);
+    std::array<pollfd, 1> aoPolled = {{{m_oCard.Fd(), POLLIN, 0}}};
+    if (!MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
+        return;
+    if ((aoPolled[0].revents & POLLIN) == 0)
+        LoseCard();
+    else
+        ReadFields();
+}
+
 VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField, uint64_t& ruiSetBuffers)
 {
-    const uint64_t uiStartNs = MonotonicClock_NowNs();
-    const uint64_t uiDeadlineNs = uiStartNs + uiTimeOutMs * uiNsPerMs;
-    if (m_eSignal == ESignal::Off)
-        MonotonicClock_PollUntil({}, std::min(uiDeadlineNs, uiStartNs + uiOffPauseNs));
-    if (m_eSignal != ESignal::Running)
-        FindSignal();
-    for (;;)
+    uint64_t uiNowNs = MonotonicClock_NowNs();
+    const uint64_t uiDeadlineNs = uiNowNs + uiTimeOutMs * uiNsPerMs;
+    if (m_eSignal == ESignal::Off || m_eSignal == ESignal::Gone)
+        MonotonicClock_PollUntil({}, std::min(uiDeadlineNs, uiNowNs + uiOffPauseNs), uiNowNs);
+    if (m_eSignal == ESignal::Gone)
+        LookForCard(MonotonicClock_NowNs());
+    if (m_eSignal != ESignal::Running && m_eSignal != ESignal::Gone)
     {
+        FindSignal();
         if (m_eSignal == ESignal::Running)
-            ReadFields();
-        if (m_eSignal == ESignal::Gone)
-            return VtStatus_CONNECTION_LOST;
-        if (m_eSignal == ESignal::Off)
+            KeepQueueFull();
+    }
+    for (;; uiNowNs = MonotonicClock_NowNs())
+    {
+        if (m_eSignal == ESignal::Gone || m_eSignal == ESignal::Off)
             return VtStatus_CANCELED;
         if (TakeField(roField, ruiSetBuffers))
             return VtStatus_OK;
-        const uint64_t uiNowNs = MonotonicClock_NowNs();
         if (uiNowNs >= uiDeadlineNs)
             return TimedOut(uiNowNs);
         if (m_eSignal == ESignal::NoVblank)
-        {
-            MonotonicClock_PollUntil({}, uiDeadlineNs);
-            continue;
-        }
-        if (NextMomentNs(uiDeadlineNs) <= uiNowNs)
-            SampleBuffer();
-        std::array<pollfd, 1> aoPolled = {{{m_oCard.Fd(), POLLIN, 0}}};
-        if (MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs)) && (aoPolled[0].revents & POLLIN) == 0)
-            m_eSignal = ESignal::Gone;
+            MonotonicClock_PollUntil({}, uiDeadlineNs, uiNowNs);
+        else
+            SleepInField(uiNowNs, uiDeadlineNs);
     }
 }
 
 VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
 {
-    if (m_eSignal != ESignal::Running) // nobody may be waiting, and only waits look again otherwise
+    // Nobody may be waiting, and only waits look again otherwise.
+    if (m_eSignal != ESignal::Running && m_eSignal != ESignal::Gone)
         FindSignal();
-    SCrtcView oView;
-    roParam = {};
-    if (m_eSignal == ESignal::Off)
+    if (m_eSignal == ESignal::Off || m_eSignal == ESignal::Gone)
+    {
+        roParam = {};
         return VtStatus_OK;
-    if (m_eSignal == ESignal::Gone || m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
-        return VtStatus_FAIL;
-    if (oView.bModeValid)
-        roParam = VideoTimings_FromMode(oView.oMode).oVidParam;
+    }
+    // A reader who asks at every field is told what the look into this field, or the one before, has seen.
+    const uint64_t uiNowNs = MonotonicClock_NowNs();
+    SCrtcView oView = m_oView;
+    if (uiNowNs - m_uiViewedNs > 2 * m_uiFieldPeriodNs)
+    {
+        if (m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+            return VtStatus_FAIL;
+        View(oView, uiNowNs);
+    }
+    roParam = oView.bModeValid ? VideoTimings_FromMode(oView.oMode).oVidParam : VtVideo_VidParam{};
     return VtStatus_OK;
 }
 
 VtStatus COutputStream::ReadBufferAttributes(VtPixelFormat& rePixelFormat, uint32_t& ruiWidth, uint32_t& ruiHeight,
                                              uint64_t& ruiLuid)
 {
-    if (m_eSignal != ESignal::Running) // nobody may be waiting, and only waits look again otherwise
+    if (m_eSignal != ESignal::Running && m_eSignal != ESignal::Gone)
         FindSignal();
     SCrtcView oView;
     SFramebufferView oFramebuffer;
-    if (m_eSignal == ESignal::Gone)
-        return VtStatus_FAIL;
-    if (m_eSignal != ESignal::Off && m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+    const bool bDark = m_eSignal == ESignal::Off || m_eSignal == ESignal::Gone;
+    if (!bDark && m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
         return VtStatus_FAIL;
     // The framebuffer may be freed between the two questions; then there is none to describe.
     if (oView.uiFramebufferId == 0 || !m_oCard.ReadFramebuffer(oView.uiFramebufferId, oFramebuffer))
@@ -223,11 +292,8 @@ VtStatus COutputStream::ReadBufferAttributes(VtPixelFormat& rePixelFormat, uint3
 
 VtStatus COutputStream::ReadPowerState(VtVideoOut_PowerState& rePowerState)
 {
-    if (m_eSignal == ESignal::Gone)
-        return VtStatus_FAIL;
     uint32_t uiCrtcId = 0;
-    const int iError = m_oCard.ReadCrtcOf(m_uiConnectorId, uiCrtcId);
-    if (iError != 0)
+    if (m_eSignal != ESignal::Gone && m_oCard.ReadCrtcOf(m_uiConnectorId, uiCrtcId) != 0)
         return VtStatus_FAIL;
     rePowerState = uiCrtcId == 0 ? VtVideoOut_PowerState_DISABLED : m_oCard.ReadPower(m_uiConnectorId);
     return VtStatus_OK;

@@ -1,12 +1,14 @@
 /*
- * One open output handle: a connector, the CRTC that feeds it, and the wait for its field starts. Used by one thread
- * at a time; owns its own descriptor of the card. Times are nanoseconds of CLOCK_MONOTONIC.
+ * One open output handle: a connector, the CRTC that feeds it, and the wait for its field starts. A card that is pulled
+ * is an output without a signal until it is back under its path. Used by one thread at a time; owns its own descriptor
+ * of the card. Times are nanoseconds of CLOCK_MONOTONIC.
  */
 #ifndef LINUX_BOARD_OUTPUT_STREAM_H
 #define LINUX_BOARD_OUTPUT_STREAM_H
 
 #include "../FieldStart.h"
 #include "../VblankTracker.h"
+#include "CardKeeper.h"
 #include "KmsCard.h"
 #include "VtVideoOut.h"
 
@@ -18,7 +20,9 @@ namespace LinuxBoard
 class COutputStream
 {
 public:
-    /* VtStatus_OK; VtStatus_ACCESS_DENIED; VtStatus_FAIL when the card or the connector is not there. */
+    explicit COutputStream(CCardKeeper& roKeeper) : m_roKeeper(roKeeper) {}
+
+    /* VtStatus_OK, also for a card that is away; VtStatus_ACCESS_DENIED; VtStatus_FAIL. */
     VtStatus Open(const std::string& szCardNode, const std::string& szConnector);
 
     VtStatus WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField, uint64_t& ruiSetBuffers);
@@ -34,19 +38,27 @@ private:
         Running,
         Off,
         NoVblank, /* there is a signal, but the card tells nothing of its fields */
-        Gone
+        Gone      /* the card is away, and closed */
     };
 
+    int OpenCard();
+    void LoseCard();
+    void LookForCard(uint64_t uiNowNs);
     void FindSignal();
+    void View(const SCrtcView& roView, uint64_t uiNowNs);
+    void SleepInField(uint64_t uiNowNs, uint64_t uiDeadlineNs);
     void FollowNumbering();
     void KeepQueueFull();
     void SetSignal(int iError);
-    void SampleBuffer();
+    void SampleBuffer(uint64_t uiNowNs);
     void ReadFields();
     VtStatus TimedOut(uint64_t uiNowNs);
     bool TakeField(SFieldStart& roField, uint64_t& ruiSetBuffers);
     uint64_t NextMomentNs(uint64_t uiDeadlineNs) const;
 
+    CCardKeeper& m_roKeeper;
+    std::string m_szCardNode;
+    std::string m_szConnector;
     CKmsCard m_oCard;
     CVblankTracker m_oTracker;
     CSetBufferEstimate m_oSetBuffers;
@@ -55,6 +67,9 @@ private:
     uint32_t m_uiCrtcId = 0;
     uint64_t m_uiFieldPeriodNs = 0;
     uint64_t m_uiSampledStampNs = 0; /* the field in which the framebuffer was last looked at */
+    SCrtcView m_oView;               /* what was seen then, or when the signal was last found */
+    uint64_t m_uiViewedNs = 0;       /* when */
+    uint64_t m_uiNextLookNs = 0;     /* when a card that is away is looked for next */
 };
 
 } // namespace LinuxBoard

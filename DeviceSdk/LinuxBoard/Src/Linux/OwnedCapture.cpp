@@ -135,8 +135,8 @@ SBufferCensus COwnedCapture::TryBuffers(const CV4l2Node& roNode)
 {
     COwnedCapture oCapture(roNode);
     uint32_t uiGiven = 0;
-    oCapture.m_bBuffers = oCapture.RequestBuffers(1, uiGiven) == 0;
-    return oCapture.m_bBuffers ? roNode.CountBuffers() : SBufferCensus{};
+    oCapture.m_uiBuffers = oCapture.RequestBuffers(1, uiGiven) == 0 ? uiGiven : 0;
+    return oCapture.m_uiBuffers != 0 ? roNode.CountBuffers() : SBufferCensus{};
 }
 
 int COwnedCapture::QueueAll()
@@ -145,7 +145,7 @@ int COwnedCapture::QueueAll()
     int iError = RequestBuffers(uiBuffersWanted, uiGiven);
     if (iError != 0)
         return iError;
-    m_bBuffers = true;
+    m_uiBuffers = uiGiven;
     for (uint32_t uiIndex = 0; uiIndex < uiGiven && iError == 0; uiIndex++)
         iError = QueueBuffer(uiIndex);
     return iError;
@@ -154,7 +154,8 @@ int COwnedCapture::QueueAll()
 int COwnedCapture::Start()
 {
     // Buffers of another program: hands off, even where the driver would let us.
-    if (m_roNode.CountBuffers().uiTotal != 0)
+    const SBufferCensus oCensus = m_roNode.CountBuffers();
+    if (oCensus.uiTotal != 0 || oCensus.bHidden)
         return -EBUSY;
     m_oFormatBefore = {};
     m_oFormatBefore.type = m_roNode.BufferType();
@@ -180,14 +181,28 @@ void COwnedCapture::Stop()
     if (m_bStreaming)
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMOFF, &uiType);
     uint32_t uiGiven = 0;
-    if (m_bBuffers)
+    if (m_uiBuffers != 0)
         RequestBuffers(0, uiGiven);
     if (m_bTimingsChanged)
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &m_oTimingsBefore);
     // New timings bring a new format with them.
     if (m_bFormatChanged || m_bTimingsChanged)
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &m_oFormatBefore);
-    m_bStreaming = m_bBuffers = m_bBufferLost = m_bTimingsChanged = m_bFormatChanged = false;
+    Forget();
+}
+
+void COwnedCapture::Forget()
+{
+    m_bStreaming = m_bBufferLost = m_bTimingsChanged = m_bFormatChanged = false;
+    m_uiBuffers = 0;
+}
+
+SBufferCensus COwnedCapture::Census() const
+{
+    SBufferCensus oCensus;
+    oCensus.uiTotal = oCensus.uiQueued = m_uiBuffers;
+    oCensus.bMapped = true;
+    return oCensus;
 }
 
 EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
@@ -214,6 +229,7 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
     roFrame.uiStampNs = bMonotonic ? static_cast<uint64_t>(oBuffer.timestamp.tv_sec) * 1000000000ULL +
                                          static_cast<uint64_t>(oBuffer.timestamp.tv_usec) * 1000ULL
                                    : MonotonicClock_NowNs();
+    roFrame.bError = (oBuffer.flags & V4L2_BUF_FLAG_ERROR) != 0;
     roFrame.eParity = oBuffer.field == V4L2_FIELD_TOP      ? EFieldParity::Top
                       : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom
                                                            : EFieldParity::None;

@@ -34,7 +34,10 @@ public:
     int Start();
     /* Gives the input back: buffers, format and timings as they were. */
     void Stop();
+    /* The device went away, and everything with it. */
+    void Forget();
     bool IsRunning() const { return m_bStreaming; }
+    SBufferCensus Census() const;
     /* The input detects other timings than it streams: it has to be stopped and started. */
     bool IsOutdated() const;
 
@@ -53,7 +56,7 @@ private:
 
     const CV4l2Node& m_roNode;
     bool m_bStreaming = false;
-    bool m_bBuffers = false;
+    uint32_t m_uiBuffers = 0;
     bool m_bBufferLost = false; /* one could not be queued again */
     bool m_bFormatChanged = false;
     bool m_bTimingsChanged = false;

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace LinuxBoard
 {
@@ -31,10 +32,11 @@ bool IsAllowed(const std::string& szPath, int iMode)
 
 } // namespace
 
-CTraceFeed::~CTraceFeed()
+void CTraceFeed::Close()
 {
     m_oPipe.Close();
-    TraceInstance_Destroy(m_poInstance);
+    TraceInstance_Destroy(std::exchange(m_poInstance, nullptr));
+    m_szText.clear();
 }
 
 bool CTraceFeed::IsPossible(const std::string& szVideo)

@@ -22,7 +22,7 @@ class CTraceFeed
 {
 public:
     CTraceFeed() = default;
-    ~CTraceFeed();
+    ~CTraceFeed() { Close(); }
     CTraceFeed(const CTraceFeed&) = delete;
     CTraceFeed& operator=(const CTraceFeed&) = delete;
 
@@ -31,6 +31,8 @@ public:
 
     /* False when the trace may not be read; the input then has no per-frame data. */
     bool Open(const std::string& szVideo, uint32_t uiMinor);
+
+    void Close();
 
     int Fd() const { return m_oPipe.Get(); } /* -1 without a trace */
 

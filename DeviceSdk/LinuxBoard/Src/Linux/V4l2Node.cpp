@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -16,6 +18,9 @@ namespace LinuxBoard
 
 namespace
 {
+
+/* Drivers whose sequence goes on by one a delivered buffer, whatever was lost between. */
+constexpr std::string_view aszCountBuffers[] = {"cobalt", "cx23885", "cx25821", "cx8800", "saa7134", "tw68", "tw686x"};
 
 constexpr uint32_t uiLostStatus = V4L2_IN_ST_NO_POWER | V4L2_IN_ST_NO_SIGNAL | V4L2_IN_ST_NO_SYNC;
 
@@ -55,6 +60,7 @@ int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument)
 
 int CV4l2Node::Open(const std::string& szNode, int iMode)
 {
+    *this = CV4l2Node();
     m_oFd = CFileDescriptor(open(szNode.c_str(), iMode | O_NONBLOCK | O_CLOEXEC));
     if (!m_oFd.IsOpen())
         return -errno;
@@ -91,6 +97,7 @@ bool CV4l2Node::ReadInput(v4l2_input& roInput)
     if (V4l2_Ioctl(Fd(), VIDIOC_G_INPUT, &roInput.index) != 0 || V4l2_Ioctl(Fd(), VIDIOC_ENUMINPUT, &roInput) != 0)
         return false;
     m_bDigital = (roInput.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0;
+    m_bTelevision = (roInput.capabilities & V4L2_IN_CAP_STD) != 0;
     if (roInput.index != m_uiInput)
     {
         m_uiInput = roInput.index;
@@ -132,6 +139,29 @@ int CV4l2Node::ReadDigitalTimings(v4l2_dv_timings& roTimings) const
     }
 }
 
+void CV4l2Node::ReadFrameSignal(const SInputFormat& roFormat, SSignal& roSignal) const
+{
+    const uint32_t uiLines = roFormat.uiHeight * (IsOneField(roFormat.eField) ? 2 : 1);
+    const bool bInterlaced = IsInterlaced(roFormat.eField);
+    v4l2_std_id uiStandard = 0;
+    if (m_bTelevision && V4l2_Ioctl(Fd(), VIDIOC_G_STD, &uiStandard) == 0)
+    {
+        roSignal = VideoTimings_FromFrame(roFormat.uiWidth, uiLines, VideoTimings_FrameTimeOf(uiStandard), bInterlaced);
+        return;
+    }
+    v4l2_streamparm oParm{};
+    oParm.type = m_uiBufferType;
+    const bool bAgreed = V4l2_Ioctl(Fd(), VIDIOC_G_PARM, &oParm) == 0;
+    roSignal = VideoTimings_FromCamera(roFormat.uiWidth, uiLines,
+                                       bAgreed ? oParm.parm.capture.timeperframe : v4l2_fract{0, 0}, bInterlaced);
+}
+
+bool CV4l2Node::HasGapsInStamps() const
+{
+    return m_bDigital || (m_bTelevision && std::find(std::begin(aszCountBuffers), std::end(aszCountBuffers),
+                                                     m_szDriver) != std::end(aszCountBuffers));
+}
+
 EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
 {
     roSignal = {};
@@ -150,16 +180,9 @@ EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
         roSignal = VideoTimings_FromDv(oTimings.bt);
     }
     else
-    {
-        v4l2_streamparm oParm{};
-        oParm.type = m_uiBufferType;
-        const bool bTimed = V4l2_Ioctl(Fd(), VIDIOC_G_PARM, &oParm) == 0;
-        roSignal = VideoTimings_FromFrame(oFormat.uiWidth, oFormat.uiHeight * (IsOneField(oFormat.eField) ? 2 : 1),
-                                          bTimed ? oParm.parm.capture.timeperframe : v4l2_fract{0, 0},
-                                          IsInterlaced(oFormat.eField));
-    }
+        ReadFrameSignal(oFormat, roSignal);
     VtVideo_VidParam& roParam = roSignal.oVidParam;
-    roParam.bIsYuv = PixelFormat_IsYuv(PixelFormat_FromV4l2(oFormat.uiFourCc)) ? 1 : 0;
+    roParam.bIsYuv = PixelFormat_IsYuv(oFormat.uiFourCc) ? 1 : 0;
     roParam.bBottomFieldFirst = roParam.bInterlaced != 0 && IsBottomFirst(roParam.uiVActive) ? 1 : 0;
     return EInputSignal::Present;
 }
@@ -178,11 +201,15 @@ SBufferCensus CV4l2Node::CountBuffers() const
             oBuffer.m.planes = aoPlanes.data();
             oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
         }
-        if (V4l2_Ioctl(Fd(), VIDIOC_QUERYBUF, &oBuffer) != 0)
+        const int iError = V4l2_Ioctl(Fd(), VIDIOC_QUERYBUF, &oBuffer);
+        oCensus.bHidden = oCensus.bHidden || iError == -EBUSY;
+        if (iError != 0)
             break;
         if (uiIndex == 0)
             oCensus.uiFlags = oBuffer.flags;
         oCensus.uiTotal++;
+        oCensus.bMapped =
+            oCensus.bMapped || (oBuffer.flags & V4L2_BUF_FLAG_MAPPED) != 0 || oBuffer.memory != V4L2_MEMORY_MMAP;
         if ((oBuffer.flags & V4L2_BUF_FLAG_DONE) != 0)
             oCensus.uiReady++;
         else if ((oBuffer.flags & V4L2_BUF_FLAG_QUEUED) != 0)

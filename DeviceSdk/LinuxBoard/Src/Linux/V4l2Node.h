@@ -37,6 +37,11 @@ struct SBufferCensus
     uint32_t uiLoaned = 0; /* in the owner's hands */
     uint32_t uiQueued = 0; /* in the driver's hands */
     uint32_t uiFlags = 0;  /* of the first buffer, V4L2_BUF_FLAG_... */
+    bool bHidden = false;  /* another program has the queue, and the driver tells nobody else of it */
+    bool bMapped = false;  /* somebody has mapped or imported a buffer, so that it fetches them one by one */
+
+    /* Somebody streams and looks into no buffer: read() is used, which takes buffers without the calls of a queue. */
+    bool IsReadByCalls() const { return uiQueued != 0 && !bMapped; }
 };
 
 enum class EInputSignal
@@ -54,8 +59,15 @@ public:
     int Fd() const { return m_oFd.Get(); }
     uint32_t Minor() const { return m_uiMinor; }
 
+    void Close() { m_oFd.Close(); }
+    bool IsOpen() const { return m_oFd.IsOpen(); }
+
     bool IsCapture() const { return m_uiBufferType != 0; } /* a video capture node whose queue can stream */
     bool IsDigital() const { return m_bDigital; }          /* its input has digital timings */
+    /* The signal fixes the rate; a camera merely agrees on one. */
+    bool IsRateFixed() const { return m_bDigital || m_bTelevision; }
+    /* The sequence may count delivered buffers only, so that a gap shows in the stamps alone. */
+    bool HasGapsInStamps() const;
     uint32_t BufferType() const { return m_uiBufferType; }
     const std::string& Driver() const { return m_szDriver; }
     const std::string& InputName() const { return m_szInput; } /* of the selected input, may be empty */
@@ -65,7 +77,7 @@ public:
     /* roSignal: timings and field period, all 0 unless the signal is present. */
     EInputSignal DetectSignal(SSignal& roSignal);
 
-    /* All 0 when there are no buffers or the driver tells only their owner. */
+    /* All 0 when there are no buffers, or hidden ones. */
     SBufferCensus CountBuffers() const;
 
     /* The driver tells of changes of the signal. */
@@ -77,6 +89,7 @@ private:
     void ReadFacts();
     bool ReadInput(v4l2_input& roInput);
     bool Subscribe() const;
+    void ReadFrameSignal(const SInputFormat& roFormat, SSignal& roSignal) const;
     int ReadDigitalTimings(v4l2_dv_timings& roTimings) const;
 
     CFileDescriptor m_oFd;
@@ -85,6 +98,7 @@ private:
     uint32_t m_uiInput = UINT32_MAX; /* none read yet */
     bool m_bTellsChanges = false;
     bool m_bDigital = false;
+    bool m_bTelevision = false; /* its input has a television standard */
     std::string m_szDriver;
     std::string m_szInput;
 };

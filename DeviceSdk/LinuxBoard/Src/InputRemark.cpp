@@ -1,0 +1,41 @@
+#include "InputRemark.h"
+
+namespace LinuxBoard
+{
+
+namespace
+{
+
+void Add(SInputRemark& roRemark, const char* szFull, const char* szShort)
+{
+    roRemark.szFull += (roRemark.szFull.empty() ? "" : ", ") + std::string(szFull);
+    roRemark.szShort += (roRemark.szShort.empty() ? "" : ", ") + std::string(szShort);
+}
+
+} // namespace
+
+SInputRemark InputRemark_Of(const SInputFacts& roFacts)
+{
+    switch (roFacts.eSource)
+    {
+    case EFrameSource::NoTrace:
+        return {"no per-frame data: not the owner, no trace access", "no per-frame data: no trace access"};
+    case EFrameSource::TraceTaken:
+        return {"no per-frame data: another program reads its prepared trace", "no per-frame data: trace taken"};
+    case EFrameSource::ReadByCalls:
+        return {"no per-frame data: its owner uses read()", "no per-frame data: read()"};
+    case EFrameSource::Own:
+    case EFrameSource::Trace:
+        break;
+    }
+    SInputRemark oRemark;
+    if (roFacts.bHidden)
+        Add(oRemark, "in use, buffers not told", "in use");
+    if (!roFacts.bRateFixed)
+        Add(oRemark, "nominal rate unknown", "rate unknown");
+    if (!roFacts.bStampsStart)
+        Add(oRemark, "end of frame", "end of frame");
+    return oRemark;
+}
+
+} // namespace LinuxBoard

@@ -1,0 +1,40 @@
+/*
+ * What the name of an input says of its figures, from what is known of the input. Text only; entered by any thread,
+ * keeps nothing.
+ */
+#ifndef LINUX_BOARD_INPUT_REMARK_H
+#define LINUX_BOARD_INPUT_REMARK_H
+
+#include <string>
+
+namespace LinuxBoard
+{
+
+enum class EFrameSource
+{
+    Own,         /* we stream the input */
+    Trace,       /* the kernel's trace of what its owner fetches */
+    NoTrace,     /* the trace may not be read */
+    TraceTaken,  /* another process reads the prepared trace, which has one reader */
+    ReadByCalls, /* its owner uses read(), which the trace does not record */
+};
+
+struct SInputFacts
+{
+    EFrameSource eSource = EFrameSource::Own;
+    bool bRateFixed = true;    /* by the signal */
+    bool bHidden = false;      /* another program has it, and its driver tells nobody else of the buffers */
+    bool bStampsStart = false; /* stamps mark the start of a frame */
+};
+
+struct SInputRemark
+{
+    std::string szFull;  /* empty when there is nothing to say */
+    std::string szShort; /* for a name that has no room for the full one */
+};
+
+SInputRemark InputRemark_Of(const SInputFacts& roFacts);
+
+} // namespace LinuxBoard
+
+#endif

@@ -1,0 +1,17 @@
+/*
+ * What a person must know and no figure shows: said on standard error, and, because the tool's screen soon overwrites
+ * that, kept in the system's log. Entered by any thread, keeps nothing.
+ */
+#ifndef LINUX_BOARD_REMARK_H
+#define LINUX_BOARD_REMARK_H
+
+#include <string>
+
+namespace LinuxBoard
+{
+
+void Remark_Say(const std::string& szText);
+
+} // namespace LinuxBoard
+
+#endif
