@@ -1,0 +1,123 @@
+#include "BoardSession.h"
+
+#include <chrono>
+#include <thread>
+
+#include "BoardLibrary.h"
+#include "StreamCounts.h"
+
+namespace
+{
+
+constexpr std::chrono::milliseconds STOP_POLL{2};
+
+const char* GetDirectionName(EStreamDirection eDirection)
+{
+    return eDirection == EStreamDirection::INPUT ? "inputs" : "outputs";
+}
+
+} // namespace
+
+bool CBoardSession::Open(const SBoardOptions& roOptions, std::string& rszFault)
+{
+    Veltrano_LoadLite();
+    m_bIsLoaded = true;
+    m_poSetup->eRealTime.store(roOptions.bRealTime ? ERealTime::WANTED : ERealTime::OFF);
+    m_poSetup->hDev = Veltrano_GetDevice(roOptions.uiChip);
+    if (m_poSetup->hDev == nullptr)
+    {
+        rszFault = "no board: " + BoardLibrary_GetFile() + " has no chip " + std::to_string(roOptions.uiChip);
+        return false;
+    }
+    uint32_t uiFrequencyHz = 0;
+    if (VtBoard_GetTickReferenceFrequency(m_poSetup->hDev, &uiFrequencyHz) != VtStatus_OK || uiFrequencyHz == 0)
+    {
+        rszFault = "the board does not tell the frequency of its reference counter";
+        return false;
+    }
+    m_poSetup->uiTickFrequencyHz = uiFrequencyHz;
+    ReadFacts();
+    return CountStreams(rszFault);
+}
+
+void CBoardSession::ReadFacts()
+{
+    m_oFacts.szLibrary = BoardLibrary_GetFile();
+    m_oFacts.uiVersion = Veltrano_Version();
+    m_oFacts.bIsSimulated = BoardLibrary_IsSimulated();
+    m_oFacts.uiTickFrequencyHz = m_poSetup->uiTickFrequencyHz;
+    VtBoard_TickClockOut oClock = {};
+    if (VtBoard_CustomCall(m_poSetup->hDev, VtBoard_CustomCallId_GET_TICK_CLOCK, nullptr, 0, &oClock, sizeof(oClock)) ==
+            VtStatus_OK &&
+        oClock.uiClockId == VtBoard_ClockId_MONOTONIC)
+    {
+        m_oFacts.bTicksAreMonotonic = true;
+        m_oFacts.iTickOffsetNs = oClock.iOffsetNs;
+    }
+}
+
+bool CBoardSession::CountStreams(std::string& rszFault)
+{
+    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    {
+        uint32_t uiCount = 0;
+        const bool bIsInput = eDirection == EStreamDirection::INPUT;
+        switch (::CountStreams(m_poSetup->hDev, bIsInput ? 1 : 0, uiCount))
+        {
+        case EStreamCount::COUNTED:
+            break;
+        case EStreamCount::FAILED:
+            rszFault = std::string("the board cannot count its ") + GetDirectionName(eDirection);
+            return false;
+        case EStreamCount::TOO_MANY:
+            rszFault = std::string("the board says that it has ") + std::to_string(uiCount) + " " +
+                       GetDirectionName(eDirection) + "; there can be " + std::to_string(uiMaxNbOfVideo);
+            return false;
+        }
+        for (uint32_t uiIndex = 0; uiIndex < uiCount; ++uiIndex)
+        {
+            auto poChannel = std::make_shared<SStreamChannel>();
+            poChannel->eDirection = eDirection;
+            poChannel->uiIndex = uiIndex;
+            m_aoChannels[static_cast<size_t>(eDirection)].push_back(std::move(poChannel));
+        }
+    }
+    return true;
+}
+
+bool CBoardSession::Start(std::string& rszFault)
+{
+    for (const StreamChannels& raoChannels : m_aoChannels)
+    {
+        for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoChannels)
+        {
+            if (!StreamThread_Start(m_poSetup, rpoChannel))
+            {
+                rszFault = "the system gives no more threads";
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool CBoardSession::Stop(uint32_t uiTimeOutMs)
+{
+    if (!m_bIsLoaded)
+    {
+        return true;
+    }
+    m_poSetup->bStop.store(true);
+    const auto oDeadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(uiTimeOutMs);
+    while (m_poSetup->uiRunning.load() > 0)
+    {
+        if (std::chrono::steady_clock::now() >= oDeadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(STOP_POLL);
+    }
+    Veltrano_UnLoad();
+    m_bIsLoaded = false;
+    return true;
+}
