@@ -1,0 +1,81 @@
+/*
+ * The store: a SQLite file with the events, a summary per stream and minute, and who watched when. Here is what the
+ * file looks like and how it is opened; who writes it and who reads it stand in StoreWriter.h and StoreReader.h.
+ *
+ * A connection belongs to one thread. Moments are nanoseconds since 1970-01-01 UTC.
+ */
+#ifndef STORE_FILE_H
+#define STORE_FILE_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <sqlite3.h>
+
+// Of the file's layout; a program refuses files of a newer one.
+constexpr int iStoreVersion = 1;
+
+struct SStoreCloser
+{
+    void operator()(sqlite3* poFile) const { sqlite3_close_v2(poFile); }
+    void operator()(sqlite3_stmt* poStatement) const { sqlite3_finalize(poStatement); }
+};
+using StoreFilePtr = std::unique_ptr<sqlite3, SStoreCloser>;
+
+enum class EStoreOpen : uint8_t
+{
+    OPENED,
+    REFUSED, // it cannot be a store, or may not be used: nothing that time would heal
+    FAILED   // the disk is full or gives errors: worth another try
+};
+
+/*
+ * Opens the store for writing and makes what it lacks.
+ *   rszFile   in
+ *   rpoFile   out  the connection; null unless the outcome is OPENED
+ *   rszFault  out  one line that says what is wrong, without a line end
+ */
+EStoreOpen StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault);
+
+/* The same for reading; the file must be a store. */
+EStoreOpen StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault);
+
+// A prepared statement whose values are bound in order. A null or failed statement passes everything over.
+class CStoreStatement
+{
+public:
+    CStoreStatement() = default;
+    CStoreStatement(sqlite3* poFile, const char* szSql);
+
+    CStoreStatement& Bind(int64_t iValue);
+    CStoreStatement& Bind(uint64_t uiValue); // as the signed number of the same bits
+    CStoreStatement& Bind(uint32_t uiValue) { return Bind(static_cast<int64_t>(uiValue)); }
+    CStoreStatement& Bind(double flValue);
+    CStoreStatement& Bind(const std::string& rszValue);
+
+    /* Runs to the end of a statement that gives no rows, and makes it ready for the next values. */
+    bool Run();
+    /* Steps to the next row; false behind the last one, and the statement is ready for the next values. */
+    bool Next();
+
+    // Columns of the row, from the left; each call takes the next one.
+    int64_t GetInt() { return sqlite3_column_int64(m_poStatement.get(), m_iColumn++); }
+    uint64_t GetUint() { return static_cast<uint64_t>(GetInt()); }
+    uint32_t GetUint32() { return static_cast<uint32_t>(GetInt()); }
+    double GetDouble() { return sqlite3_column_double(m_poStatement.get(), m_iColumn++); }
+    bool IsNextNull() const { return sqlite3_column_type(m_poStatement.get(), m_iColumn) == SQLITE_NULL; }
+    std::string GetText();
+
+private:
+    void Reset();
+
+    std::unique_ptr<sqlite3_stmt, SStoreCloser> m_poStatement;
+    int m_iParameter = 0;
+    int m_iColumn = 0;
+};
+
+/* Runs statements that give no rows. */
+bool StoreFile_Run(sqlite3* poFile, const char* szSql);
+
+#endif

@@ -1,0 +1,110 @@
+/*
+ * Writes the store: a thread of its own that commits once a second whatever the watch has handed over. While nothing
+ * can be written, rows wait in bounded memory: events up to uiMostWaitingEvents, minutes up to uiMostWaitingMinutes;
+ * beyond that the oldest are dropped and counted. Whoever hands over never waits for the disk.
+ */
+#ifndef STORE_WRITER_H
+#define STORE_WRITER_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "StoreFile.h"
+#include "WatchRun.h"
+
+constexpr uint32_t uiMostWaitingEvents = 50000;
+constexpr uint32_t uiMostWaitingMinutes = 10000;
+
+// What an earlier run has left.
+struct SStoreRemains
+{
+    uint64_t uiLastEvent = 0;              // number of the last event
+    std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
+};
+
+class CStoreWriter
+{
+public:
+    /*
+     *   szFile      in  the store
+     *   uiKeepDays  in  how long minutes are kept
+     */
+    CStoreWriter(std::string szFile, uint32_t uiKeepDays);
+    ~CStoreWriter() { Close(); }
+    CStoreWriter(const CStoreWriter&) = delete;
+    CStoreWriter& operator=(const CStoreWriter&) = delete;
+
+    /*
+     * Opens the store, tidies up behind a run that was killed, and tells what there is to go on with. FAILED is no
+     * reason not to go on: opening is tried again until it can be.
+     *   iNowUtcNs   in   the begin of this run
+     *   roRemains   out  see there
+     *   rszFault    out  one line without a line end
+     */
+    EStoreOpen Open(int64_t iNowUtcNs, SStoreRemains& roRemains, std::string& rszFault);
+
+    /* Starts the thread. */
+    void Start();
+
+    /* Takes a second over. Thread-safe, does not block. */
+    void Put(const SWatchStep& roStep);
+
+    /* Writes what waits, as far as that can be done, and closes the store. */
+    void Close();
+
+    /* Adds what the store has lost and keeps waiting. Thread-safe. */
+    void AddCosts(SWatchCosts& roCosts);
+
+private:
+    using MinuteKey = std::tuple<int64_t, EStreamDirection, uint32_t>;
+    struct SWaiting
+    {
+        std::deque<SWatchEvent> aoEvents;
+        std::map<MinuteKey, SMinuteSummary> aoMinutes;
+        std::shared_ptr<const SWatchPublication> poLatest;
+        bool bIsLast = false;
+    };
+
+    void Run();
+    void WriteOrKeep(SWaiting& roWaiting);
+    bool Reach(std::string& rszFault);
+    bool Write(const SWaiting& roWaiting);
+    bool WriteEvents(const SWaiting& roWaiting);
+    bool WriteMinutes(const SWaiting& roWaiting);
+    bool WriteRun(const SWaiting& roWaiting);
+    bool WriteStreams(const SWatchPublication& roPublication);
+    bool Prune(int64_t iNowUtcNs);
+    void TakeBack(SWaiting& roWaiting);
+    void Bound();
+    void Say(bool bIsWritten, const std::string& rszFault);
+
+    const std::string m_szFile;
+    const int64_t m_iKeepNs;
+
+    // The writing thread's own, and the opening one's before it starts.
+    StoreFilePtr m_poFile;
+    int64_t m_iRun = 0; // row of this run; 0: not written yet
+    int64_t m_iBeginUtcNs = 0;
+    int64_t m_iNextPruneUtcNs = 0;
+    uint64_t m_uiShift = 0; // added to event numbers when the store was reached too late to be asked for its last one
+    std::vector<SStreamTexts> m_aoWrittenTexts;
+    std::shared_ptr<const SWatchPublication> m_poLatest;
+
+    std::mutex m_oMutex; // guards the rest
+    std::condition_variable m_oMore;
+    SWaiting m_oWaiting;
+    bool m_bHasMore = false;
+    bool m_bIsFailing = false;
+    uint64_t m_uiFailures = 0;
+    uint64_t m_uiDropped = 0;
+    std::thread m_oThread;
+};
+
+#endif

@@ -1,0 +1,212 @@
+#include "EventJournal.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Notice.h"
+#include "WatchJson.h"
+
+namespace
+{
+
+constexpr std::chrono::seconds RETRY{1};
+constexpr mode_t uiFileMode = 0640; // who may read the system's logs may read this one
+
+} // namespace
+
+bool CEventJournal::Open(std::string& rszFault)
+{
+    if (!Reach())
+    {
+        rszFault = "journal " + m_szFile + ": " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+void CEventJournal::Start()
+{
+    m_oThread = std::thread(
+        [this]
+        {
+            pthread_setname_np(pthread_self(), "journal");
+            Run();
+        });
+}
+
+void CEventJournal::Put(std::span<const SWatchEvent> aoEvents)
+{
+    if (aoEvents.empty())
+    {
+        return;
+    }
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        m_aoWaiting.insert(m_aoWaiting.end(), aoEvents.begin(), aoEvents.end());
+        while (m_aoWaiting.size() > uiMostWaitingLines)
+        {
+            // The second one: the first may be half written.
+            m_aoWaiting.erase(m_aoWaiting.begin() + 1);
+            ++m_uiDropped;
+        }
+        m_bHasMore = true;
+    }
+    m_oMore.notify_one();
+}
+
+void CEventJournal::Reopen()
+{
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        m_bIsToReopen = true;
+    }
+    m_oMore.notify_one();
+}
+
+void CEventJournal::Close()
+{
+    if (m_oThread.joinable())
+    {
+        {
+            const std::lock_guard oGuard(m_oMutex);
+            m_bIsToEnd = true;
+        }
+        m_oMore.notify_one();
+        m_oThread.join();
+    }
+    CloseFile();
+}
+
+void CEventJournal::AddCosts(SWatchCosts& roCosts)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    roCosts.uiJournalWriteFailures = m_uiFailures;
+    roCosts.uiJournalLinesDropped = m_uiDropped;
+    roCosts.bJournalIsFailing = m_bIsFailing;
+}
+
+void CEventJournal::Run()
+{
+    bool bIsToEnd = false;
+    while (!bIsToEnd)
+    {
+        {
+            std::unique_lock oLock(m_oMutex);
+            const auto fnHasWork = [this] { return m_bHasMore || m_bIsToReopen || m_bIsToEnd; };
+            if (m_bIsFailing)
+            {
+                m_oMore.wait_for(oLock, RETRY, fnHasWork);
+            }
+            else
+            {
+                m_oMore.wait(oLock, fnHasWork);
+            }
+            m_bHasMore = false;
+            bIsToEnd = m_bIsToEnd;
+            if (m_bIsToReopen)
+            {
+                CloseFile();
+                m_bIsToReopen = false;
+            }
+        }
+        std::string szFault;
+        const bool bIsWritten = WriteWaiting(szFault);
+        Say(bIsWritten, szFault);
+    }
+}
+
+// A file that was moved or removed without a word is opened anew; standard output stays what it is.
+bool CEventJournal::Reach()
+{
+    if (m_szFile == "-")
+    {
+        m_iFile = STDOUT_FILENO;
+        return true;
+    }
+    struct stat oOpen = {};
+    struct stat oNamed = {};
+    if (m_iFile >= 0 && (fstat(m_iFile, &oOpen) != 0 || stat(m_szFile.c_str(), &oNamed) != 0 ||
+                         oOpen.st_ino != oNamed.st_ino || oOpen.st_dev != oNamed.st_dev))
+    {
+        CloseFile();
+    }
+    if (m_iFile < 0)
+    {
+        m_iFile = open(m_szFile.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, uiFileMode);
+    }
+    return m_iFile >= 0;
+}
+
+void CEventJournal::CloseFile()
+{
+    if (m_iFile >= 0 && m_szFile != "-")
+    {
+        close(m_iFile);
+        m_uiLineBytes = 0;
+    }
+    m_iFile = -1;
+}
+
+// What a full disk has cut off is continued, so that the file has whole lines only.
+bool CEventJournal::WriteLine(const std::string& rszLine)
+{
+    while (m_uiLineBytes < rszLine.size())
+    {
+        const ssize_t iWritten = write(m_iFile, rszLine.data() + m_uiLineBytes, rszLine.size() - m_uiLineBytes);
+        if (iWritten < 0 && errno != EINTR)
+        {
+            return false;
+        }
+        m_uiLineBytes += iWritten > 0 ? static_cast<size_t>(iWritten) : 0;
+    }
+    m_uiLineBytes = 0;
+    return true;
+}
+
+bool CEventJournal::WriteWaiting(std::string& rszFault)
+{
+    bool bIsWritten = Reach();
+    while (bIsWritten)
+    {
+        std::string szLine;
+        {
+            const std::lock_guard oGuard(m_oMutex);
+            if (m_aoWaiting.empty())
+            {
+                break;
+            }
+            szLine = WatchJson_Print(WatchJson_FromEvent(m_aoWaiting.front())) + "\n";
+        }
+        bIsWritten = WriteLine(szLine);
+        if (bIsWritten)
+        {
+            const std::lock_guard oGuard(m_oMutex);
+            m_aoWaiting.pop_front();
+        }
+    }
+    if (!bIsWritten)
+    {
+        rszFault = std::strerror(errno);
+    }
+    return bIsWritten;
+}
+
+void CEventJournal::Say(bool bIsWritten, const std::string& rszFault)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    m_uiFailures += bIsWritten ? 0 : 1;
+    if (bIsWritten == m_bIsFailing)
+    {
+        m_bIsFailing = !bIsWritten;
+        Notice_Say(bIsWritten ? "journal " + m_szFile +
+                                    " is written again; lines dropped so far: " + std::to_string(m_uiDropped)
+                              : "journal " + m_szFile + " cannot be written (" + rszFault +
+                                    "); the watch goes on, lines wait in memory");
+    }
+}

@@ -1,0 +1,66 @@
+#include "MinuteSummary.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "WatchClocks.h"
+
+namespace
+{
+
+// Mean of uiCount values out of the mean of one less and a new one.
+void AddToMean(SEstimate& roMean, uint32_t uiCount, double flValue, double flStdErr)
+{
+    const double flCount = uiCount;
+    roMean.flValue += (flValue - roMean.flValue) / flCount;
+    roMean.flStdErr = std::hypot(roMean.flStdErr * (flCount - 1.0), flStdErr) / flCount;
+    roMean.bIsValid = true;
+}
+
+void AddPhase(SMinuteSummary& roSummary, const SEstimate& roPhase, double flPeriodSeconds)
+{
+    SHistoryPoint& roMinute = roSummary.oPoint;
+    double flPhase = roPhase.flValue;
+    if (roSummary.uiPhasePoints > 0 && flPeriodSeconds > 0.0)
+    {
+        flPhase -= flPeriodSeconds * std::round((flPhase - roMinute.oPhaseSeconds.flValue) / flPeriodSeconds);
+    }
+    AddToMean(roMinute.oPhaseSeconds, ++roSummary.uiPhasePoints, flPhase, roPhase.flStdErr);
+    const bool bIsFirst = roSummary.uiPhasePoints == 1;
+    roMinute.flPhaseMinSeconds = bIsFirst ? flPhase : std::min(roMinute.flPhaseMinSeconds, flPhase);
+    roMinute.flPhaseMaxSeconds = bIsFirst ? flPhase : std::max(roMinute.flPhaseMaxSeconds, flPhase);
+}
+
+} // namespace
+
+int64_t MinuteSummary_GetBegin(int64_t iUtcNs)
+{
+    const int64_t iRest = iUtcNs % iNsPerMinute;
+    return iUtcNs - (iRest < 0 ? iRest + iNsPerMinute : iRest);
+}
+
+void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flPeriodSeconds)
+{
+    SHistoryPoint& roMinute = roSummary.oPoint;
+    roMinute.iUtcNs = MinuteSummary_GetBegin(roSecond.iUtcNs);
+    roMinute.uiSeconds = 60;
+    ++roSummary.uiPoints;
+    roMinute.uiFields += roSecond.uiFields;
+    roMinute.uiObserved += roSecond.uiObserved;
+    roMinute.uiLost += roSecond.uiLost;
+    roMinute.uiUnobserved += roSecond.uiUnobserved;
+    roMinute.uiSkipped += roSecond.uiSkipped;
+    roMinute.flRunningSeconds += roSecond.flRunningSeconds;
+    if (roSecond.oRateHz.bIsValid)
+    {
+        AddToMean(roMinute.oRateHz, ++roSummary.uiRatePoints, roSecond.oRateHz.flValue, roSecond.oRateHz.flStdErr);
+    }
+    if (roSecond.oPhaseSeconds.bIsValid)
+    {
+        AddPhase(roSummary, roSecond.oPhaseSeconds, flPeriodSeconds);
+    }
+    roMinute.oDriftRatio = roSecond.oDriftRatio;
+    roMinute.flJitterRmsSeconds = std::max(roMinute.flJitterRmsSeconds, roSecond.flJitterRmsSeconds);
+    roMinute.eLock = roSecond.eLock;
+    roMinute.eState = roSecond.eState;
+}

@@ -1,0 +1,325 @@
+#include "StoreWriter.h"
+
+#include <pthread.h>
+#include <utility>
+
+#include "Notice.h"
+#include "StoreRecovery.h"
+#include "StoreRows.h"
+#include "WatchClocks.h"
+
+namespace
+{
+
+constexpr int64_t iNsPerHour = 60 * iNsPerMinute;
+constexpr int64_t iNsPerDay = 24 * iNsPerHour;
+
+bool HasMoved(sqlite3* poFile)
+{
+    int iHasMoved = 0;
+    return sqlite3_file_control(poFile, "main", SQLITE_FCNTL_HAS_MOVED, &iHasMoved) == SQLITE_OK && iHasMoved != 0;
+}
+
+} // namespace
+
+CStoreWriter::CStoreWriter(std::string szFile, uint32_t uiKeepDays)
+    : m_szFile(std::move(szFile)), m_iKeepNs(uiKeepDays * iNsPerDay)
+{
+}
+
+EStoreOpen CStoreWriter::Open(int64_t iNowUtcNs, SStoreRemains& roRemains, std::string& rszFault)
+{
+    m_iBeginUtcNs = iNowUtcNs;
+    const EStoreOpen eOutcome = StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault);
+    if (eOutcome == EStoreOpen::OPENED && !StoreRecovery_Run(m_poFile.get(), iNowUtcNs, roRemains))
+    {
+        rszFault = "store " + m_szFile + ": " + sqlite3_errmsg(m_poFile.get());
+        return EStoreOpen::FAILED;
+    }
+    return eOutcome;
+}
+
+void CStoreWriter::Start()
+{
+    m_oThread = std::thread(
+        [this]
+        {
+            pthread_setname_np(pthread_self(), "store");
+            Run();
+        });
+}
+
+void CStoreWriter::Put(const SWatchStep& roStep)
+{
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.end(), roStep.aoEvents.begin(), roStep.aoEvents.end());
+        for (const SMinuteSummary& roMinute : roStep.aoMinutes)
+        {
+            m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.eDirection, roMinute.uiIndex}] = roMinute;
+        }
+        m_oWaiting.poLatest = roStep.poPublication;
+        Bound();
+        m_bHasMore = true;
+    }
+    m_oMore.notify_one();
+}
+
+// Under the lock.
+void CStoreWriter::Bound()
+{
+    while (m_oWaiting.aoEvents.size() > uiMostWaitingEvents)
+    {
+        m_oWaiting.aoEvents.pop_front();
+        ++m_uiDropped;
+    }
+    while (m_oWaiting.aoMinutes.size() > uiMostWaitingMinutes)
+    {
+        m_oWaiting.aoMinutes.erase(m_oWaiting.aoMinutes.begin());
+        ++m_uiDropped;
+    }
+}
+
+void CStoreWriter::Close()
+{
+    if (!m_oThread.joinable())
+    {
+        return;
+    }
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        m_oWaiting.bIsLast = true;
+        m_bHasMore = true;
+    }
+    m_oMore.notify_one();
+    m_oThread.join();
+    m_poFile.reset();
+}
+
+void CStoreWriter::AddCosts(SWatchCosts& roCosts)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    roCosts.uiStoreWriteFailures = m_uiFailures;
+    roCosts.uiStoreRowsWaiting = m_bIsFailing ? m_oWaiting.aoEvents.size() + m_oWaiting.aoMinutes.size() : 0;
+    roCosts.uiStoreRowsDropped = m_uiDropped;
+    roCosts.bStoreIsFailing = m_bIsFailing;
+}
+
+void CStoreWriter::Run()
+{
+    bool bIsLast = false;
+    while (!bIsLast)
+    {
+        SWaiting oWaiting;
+        {
+            std::unique_lock oLock(m_oMutex);
+            m_oMore.wait(oLock, [this] { return m_bHasMore; });
+            m_bHasMore = false;
+            std::swap(oWaiting, m_oWaiting);
+        }
+        bIsLast = oWaiting.bIsLast;
+        if (oWaiting.poLatest == nullptr)
+        {
+            oWaiting.poLatest = m_poLatest;
+        }
+        m_poLatest = oWaiting.poLatest;
+        WriteOrKeep(oWaiting);
+    }
+}
+
+void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
+{
+    std::string szFault;
+    const int64_t iRunBefore = m_iRun;
+    const bool bIsWritten = Reach(szFault) && Write(roWaiting);
+    if (!bIsWritten)
+    {
+        if (szFault.empty())
+        {
+            szFault = sqlite3_errmsg(m_poFile.get());
+        }
+        // What the transaction seemed to have written is to be written again.
+        static_cast<void>(StoreFile_Run(m_poFile.get(), "ROLLBACK"));
+        m_iRun = m_poFile == nullptr ? 0 : iRunBefore;
+        m_iNextPruneUtcNs = 0;
+        m_aoWrittenTexts.clear();
+        TakeBack(roWaiting);
+    }
+    Say(bIsWritten, szFault);
+}
+
+// Sees to it that there is a file to write to: the first may have been impossible to open, a later one may be gone.
+bool CStoreWriter::Reach(std::string& rszFault)
+{
+    if (m_poFile != nullptr && HasMoved(m_poFile.get()))
+    {
+        m_poFile.reset();
+    }
+    if (m_poFile != nullptr)
+    {
+        return true;
+    }
+    m_iRun = 0;
+    m_aoWrittenTexts.clear();
+    if (StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault) != EStoreOpen::OPENED)
+    {
+        return false;
+    }
+    SStoreRemains oRemains;
+    static_cast<void>(StoreRecovery_Run(m_poFile.get(), ReadClockNs(CLOCK_REALTIME), oRemains));
+    const std::lock_guard oGuard(m_oMutex);
+    m_uiShift = oRemains.uiLastEvent;
+    return true;
+}
+
+void CStoreWriter::TakeBack(SWaiting& roWaiting)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.begin(), roWaiting.aoEvents.begin(), roWaiting.aoEvents.end());
+    m_oWaiting.aoMinutes.merge(roWaiting.aoMinutes); // what has come since is newer and stays
+    if (m_oWaiting.poLatest == nullptr)
+    {
+        m_oWaiting.poLatest = roWaiting.poLatest;
+    }
+    Bound();
+}
+
+void CStoreWriter::Say(bool bIsWritten, const std::string& rszFault)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    m_uiFailures += bIsWritten ? 0 : 1;
+    if (bIsWritten == m_bIsFailing)
+    {
+        m_bIsFailing = !bIsWritten;
+        Notice_Say(bIsWritten
+                       ? "store " + m_szFile + " is written again; rows dropped so far: " + std::to_string(m_uiDropped)
+                       : "store " + m_szFile + " cannot be written (" + rszFault +
+                             "); the watch goes on, rows wait in memory");
+    }
+}
+
+bool CStoreWriter::Write(const SWaiting& roWaiting)
+{
+    return StoreFile_Run(m_poFile.get(), "BEGIN IMMEDIATE") && WriteRun(roWaiting) && WriteEvents(roWaiting) &&
+           WriteMinutes(roWaiting) &&
+           (roWaiting.poLatest == nullptr ||
+            (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock.iUtcNs))) &&
+           StoreFile_Run(m_poFile.get(), "COMMIT");
+}
+
+bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
+{
+    if (roWaiting.poLatest == nullptr)
+    {
+        return true;
+    }
+    const SWatchPublication& roLatest = *roWaiting.poLatest;
+    if (m_iRun == 0)
+    {
+        CStoreStatement oInsert(m_poFile.get(),
+                                "INSERT INTO runs(begin_ns, end_ns, is_closed, host, board, board_version, inputs, "
+                                "outputs) VALUES (?, 0, 0, ?, ?, ?, ?, ?)");
+        oInsert.Bind(m_iBeginUtcNs).Bind(roLatest.szHost).Bind(roLatest.szBoard).Bind(roLatest.uiBoardVersion);
+        oInsert.Bind(static_cast<uint64_t>(roLatest.aoInputTexts.size()));
+        oInsert.Bind(static_cast<uint64_t>(roLatest.aoOutputTexts.size()));
+        if (!oInsert.Run())
+        {
+            return false;
+        }
+    }
+    const int64_t iRun = m_iRun == 0 ? sqlite3_last_insert_rowid(m_poFile.get()) : m_iRun;
+    CStoreStatement oUpdate(m_poFile.get(), "UPDATE runs SET end_ns = ?, is_closed = ? WHERE id = ?");
+    oUpdate.Bind(roLatest.oSnapshot.oClock.iUtcNs).Bind(static_cast<int64_t>(roWaiting.bIsLast)).Bind(iRun);
+    if (!oUpdate.Run())
+    {
+        return false;
+    }
+    m_iRun = iRun;
+    return true;
+}
+
+bool CStoreWriter::WriteEvents(const SWaiting& roWaiting)
+{
+    const std::string szSql = std::string("INSERT OR REPLACE INTO events(") + szEventColumns + ") VALUES " +
+                              StoreRows_GetPlaces(iEventColumns);
+    CStoreStatement oInsert(m_poFile.get(), szSql.c_str());
+    for (SWatchEvent oEvent : roWaiting.aoEvents)
+    {
+        oEvent.uiNumber += m_uiShift;
+        StoreRows_Bind(oInsert, oEvent);
+        if (!oInsert.Run())
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CStoreWriter::WriteMinutes(const SWaiting& roWaiting)
+{
+    const std::string szValues = std::string("(") + szMinuteColumns + ") VALUES " + StoreRows_GetPlaces(iMinuteColumns);
+    CStoreStatement oComplete(m_poFile.get(), ("INSERT OR REPLACE INTO minutes" + szValues).c_str());
+    CStoreStatement oRunning(m_poFile.get(), ("INSERT OR REPLACE INTO running" + szValues).c_str());
+    for (const auto& [oKey, roMinute] : roWaiting.aoMinutes)
+    {
+        CStoreStatement& roInsert = roMinute.bIsComplete ? oComplete : oRunning;
+        StoreRows_Bind(roInsert, roMinute);
+        if (!roInsert.Run())
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CStoreWriter::WriteStreams(const SWatchPublication& roPublication)
+{
+    std::vector<SStreamTexts> aoTexts = roPublication.aoInputTexts;
+    aoTexts.insert(aoTexts.end(), roPublication.aoOutputTexts.begin(), roPublication.aoOutputTexts.end());
+    m_aoWrittenTexts.resize(aoTexts.size());
+    CStoreStatement oInsert;
+    for (size_t uiStream = 0; uiStream < aoTexts.size(); ++uiStream)
+    {
+        const SStreamTexts& roTexts = aoTexts[uiStream];
+        SStreamTexts& roWritten = m_aoWrittenTexts[uiStream];
+        if (roWritten.szId == roTexts.szId && roWritten.szName == roTexts.szName &&
+            roWritten.szStandard == roTexts.szStandard && roWritten.szFormat == roTexts.szFormat)
+        {
+            continue;
+        }
+        const bool bIsInput = uiStream < roPublication.aoInputTexts.size();
+        oInsert = CStoreStatement(m_poFile.get(), "INSERT OR REPLACE INTO streams(direction, stream, name, standard, "
+                                                  "format) VALUES (?, ?, ?, ?, ?)");
+        oInsert.Bind(static_cast<int64_t>(bIsInput ? 0 : 1));
+        oInsert.Bind(static_cast<uint64_t>(uiStream - (bIsInput ? 0 : roPublication.aoInputTexts.size())));
+        oInsert.Bind(roTexts.szName).Bind(roTexts.szStandard).Bind(roTexts.szFormat);
+        if (!oInsert.Run())
+        {
+            return false;
+        }
+        roWritten = roTexts;
+    }
+    return true;
+}
+
+// Once an hour. Stream by stream, because that is how minutes are ordered.
+bool CStoreWriter::Prune(int64_t iNowUtcNs)
+{
+    if (iNowUtcNs < m_iNextPruneUtcNs)
+    {
+        return true;
+    }
+    CStoreStatement oFind(m_poFile.get(), "SELECT direction, stream FROM streams");
+    CStoreStatement oDelete(m_poFile.get(), "DELETE FROM minutes WHERE direction = ? AND stream = ? AND utc_ns < ?");
+    while (oFind.Next())
+    {
+        const int64_t iDirection = oFind.GetInt();
+        const int64_t iStream = oFind.GetInt();
+        if (!oDelete.Bind(iDirection).Bind(iStream).Bind(iNowUtcNs - m_iKeepNs).Run())
+        {
+            return false;
+        }
+    }
+    m_iNextPruneUtcNs = iNowUtcNs + iNsPerHour;
+    return true;
+}
