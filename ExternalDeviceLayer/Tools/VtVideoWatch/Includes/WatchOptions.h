@@ -1,0 +1,99 @@
+/*
+ * The command line of the watch: a record per subcommand. No state.
+ */
+#ifndef WATCH_OPTIONS_H
+#define WATCH_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "BoardSession.h"
+#include "WatchTexts.h"
+
+// Exit statuses; check has those of monitoring plug-ins (CheckVerdict.h).
+constexpr int iExitOk = 0;
+constexpr int iExitFailure = 1; // something that the program needs is not there; one line on standard error says what
+constexpr int iExitUsage = 2;   // the command line is wrong; likewise
+
+// How close streams in lock are: in lines or, when that is not 0, in seconds.
+struct SLockThreshold
+{
+    double flLines = 1.0;
+    double flSeconds = 0.0;
+};
+
+struct SServeOptions
+{
+    SBoardOptions oBoard;
+    std::string szListen = "127.0.0.1:9843";
+    std::string szStore;   // empty: none
+    std::string szJournal; // empty: none
+    uint32_t uiKeepDays = 35;
+    SLockThreshold oThreshold;
+    std::vector<SStreamKey> aoReferences; // one per direction at most
+};
+
+// A limit whose excess is a warning, and one whose excess is critical.
+template <typename TValue> struct SLimits
+{
+    TValue oWarning = {};
+    TValue oCritical = {};
+};
+
+struct SCheckOptions
+{
+    SBoardOptions oBoard;
+    uint32_t uiSeconds = 10;
+    std::vector<SStreamKey> aoExpected; // empty: whatever runs
+    std::optional<SLimits<double>> oRateWithinPpm;
+    std::optional<SLimits<uint64_t>> oMostLost;
+    std::vector<std::vector<SStreamKey>> aaoLocked; // each of one direction
+    SLockThreshold oThreshold;
+    bool bJson = false;
+};
+
+enum class EReportForm : uint8_t
+{
+    TABLE,
+    CSV,
+    JSON
+};
+
+struct SReportOptions
+{
+    std::string szStore;
+    int64_t iFromUtcNs = 0;
+    int64_t iToUtcNs = 0;
+    EReportForm eForm = EReportForm::TABLE;
+};
+
+enum class EWatchCommand : uint8_t
+{
+    SERVE,
+    CHECK,
+    REPORT
+};
+
+struct SWatchOptions
+{
+    EWatchCommand eCommand = EWatchCommand::SERVE;
+    SServeOptions oServe;
+    SCheckOptions oCheck;
+    SReportOptions oReport;
+};
+
+/*
+ * Reads the command line.
+ *   aszArguments  in   without the program's name
+ *   iNowUtcNs     in   what relative moments count from
+ *   roOptions     out  what it asks for
+ *   rszText       out  what to print when the program ends here: a help on standard output, or one line that says what
+ *                      is wrong
+ * Nothing when the program is to go on, otherwise its exit status.
+ */
+std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArguments, int64_t iNowUtcNs,
+                                      SWatchOptions& roOptions, std::string& rszText);
+
+#endif

@@ -1,0 +1,23 @@
+#include "ProcessCosts.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+#include "WatchClocks.h"
+
+void ProcessCosts_Fill(SWatchCosts& roCosts)
+{
+    roCosts.flCpuSeconds = static_cast<double>(ReadClockNs(CLOCK_PROCESS_CPUTIME_ID)) * 1e-9;
+    std::FILE* poFile = std::fopen("/proc/self/statm", "re");
+    if (poFile == nullptr)
+    {
+        return;
+    }
+    unsigned long uiSize = 0;
+    unsigned long uiResident = 0;
+    if (std::fscanf(poFile, "%lu %lu", &uiSize, &uiResident) == 2)
+    {
+        roCosts.uiResidentBytes = static_cast<uint64_t>(uiResident) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    }
+    std::fclose(poFile);
+}

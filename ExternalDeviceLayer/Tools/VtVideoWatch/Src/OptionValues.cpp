@@ -1,0 +1,146 @@
+#include "OptionValues.h"
+
+#include <charconv>
+#include <cmath>
+#include <span>
+
+#include "WatchClocks.h"
+
+namespace
+{
+
+// A number and what follows it.
+struct SQuantity
+{
+    double flNumber;
+    std::string_view szUnit;
+};
+
+std::optional<SQuantity> FindQuantity(std::string_view szText)
+{
+    SQuantity oQuantity = {};
+    const char* szEnd = szText.data() + szText.size();
+    const auto [szRest, eError] = std::from_chars(szText.data(), szEnd, oQuantity.flNumber);
+    if (eError != std::errc() || !std::isfinite(oQuantity.flNumber))
+    {
+        return std::nullopt;
+    }
+    oQuantity.szUnit = std::string_view(szRest, static_cast<size_t>(szEnd - szRest));
+    return oQuantity;
+}
+
+struct SUnit
+{
+    std::string_view szName;
+    double flSeconds;
+};
+
+constexpr SUnit aoShortUnits[] = {{"ns", 1e-9}, {"us", 1e-6}, {"ms", 1e-3}, {"s", 1.0}};
+constexpr SUnit aoLongUnits[] = {{"s", 1.0}, {"m", 60.0}, {"h", 3600.0}, {"d", 86400.0}};
+
+std::optional<double> ToSeconds(const SQuantity& roQuantity, std::span<const SUnit> aoUnits)
+{
+    for (const SUnit& roUnit : aoUnits)
+    {
+        if (roUnit.szName == roQuantity.szUnit)
+        {
+            return roQuantity.flNumber * roUnit.flSeconds;
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string_view> Split(std::string_view szText)
+{
+    std::vector<std::string_view> aszParts;
+    for (size_t uiFrom = 0; uiFrom <= szText.size();)
+    {
+        const size_t uiComma = std::min(szText.find(',', uiFrom), szText.size());
+        aszParts.push_back(szText.substr(uiFrom, uiComma - uiFrom));
+        uiFrom = uiComma + 1;
+    }
+    return aszParts;
+}
+
+} // namespace
+
+std::optional<SLockThreshold> OptionValues_FindThreshold(std::string_view szText)
+{
+    const std::optional<SQuantity> oQuantity = FindQuantity(szText);
+    if (!oQuantity || oQuantity->flNumber <= 0.0)
+    {
+        return std::nullopt;
+    }
+    if (oQuantity->szUnit == "line" || oQuantity->szUnit == "lines")
+    {
+        return SLockThreshold{oQuantity->flNumber, 0.0};
+    }
+    const std::optional<double> flSeconds = ToSeconds(*oQuantity, aoShortUnits);
+    return flSeconds ? std::optional(SLockThreshold{0.0, *flSeconds}) : std::nullopt;
+}
+
+std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view szText)
+{
+    std::vector<SStreamKey> aoStreams;
+    for (const std::string_view szPart : Split(szText))
+    {
+        const std::optional<SStreamKey> oStream = WatchTexts_FindStream(szPart);
+        if (!oStream)
+        {
+            return std::nullopt;
+        }
+        aoStreams.push_back(*oStream);
+    }
+    return aoStreams;
+}
+
+std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText)
+{
+    std::vector<double> aflLimits;
+    for (const std::string_view szPart : Split(szText))
+    {
+        const std::optional<SQuantity> oQuantity = FindQuantity(szPart);
+        if (!oQuantity || !oQuantity->szUnit.empty() || oQuantity->flNumber < 0.0)
+        {
+            return std::nullopt;
+        }
+        aflLimits.push_back(oQuantity->flNumber);
+    }
+    if (aflLimits.size() > 2 || aflLimits.front() > aflLimits.back())
+    {
+        return std::nullopt;
+    }
+    return SLimits<double>{aflLimits.front(), aflLimits.back()};
+}
+
+std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText)
+{
+    constexpr double flMost = 1e15;
+    const std::optional<SLimits<double>> oLimits = OptionValues_FindLimits(szText);
+    if (!oLimits || oLimits->oCritical > flMost || std::trunc(oLimits->oWarning) != oLimits->oWarning ||
+        std::trunc(oLimits->oCritical) != oLimits->oCritical)
+    {
+        return std::nullopt;
+    }
+    return SLimits<uint64_t>{static_cast<uint64_t>(oLimits->oWarning), static_cast<uint64_t>(oLimits->oCritical)};
+}
+
+std::optional<int64_t> OptionValues_FindMoment(std::string_view szText, int64_t iNowUtcNs)
+{
+    constexpr double flMostSeconds = 1e9;
+    if (szText == "now")
+    {
+        return iNowUtcNs;
+    }
+    if (!szText.starts_with('-'))
+    {
+        return WatchTexts_FindUtc(szText);
+    }
+    const std::optional<SQuantity> oQuantity = FindQuantity(szText);
+    const std::optional<double> flSeconds = oQuantity ? ToSeconds(*oQuantity, aoLongUnits) : std::nullopt;
+    if (!flSeconds || *flSeconds < -flMostSeconds)
+    {
+        return std::nullopt;
+    }
+    return iNowUtcNs + static_cast<int64_t>(*flSeconds * static_cast<double>(iNsPerSecond));
+}

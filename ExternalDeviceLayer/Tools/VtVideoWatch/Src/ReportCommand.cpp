@@ -1,0 +1,5 @@
+#include "ReportCommand.h"
+int ReportCommand_Run(const SReportOptions& /*roOptions*/)
+{
+    return 1;
+}

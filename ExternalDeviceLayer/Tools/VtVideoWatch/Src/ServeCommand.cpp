@@ -1,0 +1,238 @@
+#include "ServeCommand.h"
+
+#include <memory>
+#include <unistd.h>
+
+#include "EventJournal.h"
+#include "Notice.h"
+#include "ServiceNotice.h"
+#include "SignalWatch.h"
+#include "StoreWriter.h"
+#include "WatchClocks.h"
+#include "WatchDataWriter.h"
+#include "WatchRun.h"
+
+namespace
+{
+
+// A second for the whole end; the rest is for the system to take the process away.
+constexpr uint32_t uiEndMs = 850;
+constexpr uint32_t uiThreadsEndMs = 400;
+constexpr uint32_t uiBeatMs = 500;
+
+// Everything that a run needs, in the order in which it is made; it is taken apart in reverse.
+struct SServeRun
+{
+    std::unique_ptr<CEventJournal> poJournal;
+    std::unique_ptr<CStoreWriter> poStore;
+    SStoreRemains oRemains;
+    CBoardSession oSession;
+    WatchDataPtr poData;
+    std::unique_ptr<CWatchRun> poRun;
+    CServiceNotice oNotice;
+};
+
+bool OpenStore(const SServeOptions& roOptions, int64_t iNowUtcNs, SServeRun& roRun, std::string& rszFault)
+{
+    if (roOptions.szStore.empty())
+    {
+        return true;
+    }
+    roRun.poStore = std::make_unique<CStoreWriter>(roOptions.szStore, roOptions.uiKeepDays);
+    return roRun.poStore->Open(iNowUtcNs, roRun.oRemains, rszFault) != EStoreOpen::REFUSED;
+}
+
+bool CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun, std::string& rszFault)
+{
+    for (const SStreamKey& roStream : roOptions.aoReferences)
+    {
+        if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
+        {
+            rszFault = "--reference: the board has no " + WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+            return false;
+        }
+    }
+    return true;
+}
+
+SWatchSettings MakeSettings(const SServeOptions& roOptions)
+{
+    SWatchSettings oSettings;
+    oSettings.flThresholdLines = roOptions.oThreshold.flLines;
+    oSettings.flThresholdSeconds = roOptions.oThreshold.flSeconds;
+    for (const SStreamKey& roStream : roOptions.aoReferences)
+    {
+        int32_t& riReference =
+            roStream.eDirection == EStreamDirection::INPUT ? oSettings.iReferenceInput : oSettings.iReferenceOutput;
+        riReference = static_cast<int32_t>(roStream.uiIndex);
+    }
+    return oSettings;
+}
+
+SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
+{
+    SWatchRunSetup oSetup;
+    oSetup.oSettings = MakeSettings(roOptions);
+    oSetup.uiEventsBefore = roRun.oRemains.uiLastEvent;
+    oSetup.iStartUtcNs = iNowUtcNs;
+    oSetup.fnTake = [&roRun](const SWatchStep& roStep)
+    {
+        if (roRun.poStore)
+        {
+            roRun.poStore->Put(roStep);
+        }
+        if (roRun.poJournal)
+        {
+            roRun.poJournal->Put(roStep.aoEvents);
+        }
+    };
+    oSetup.fnAddCosts = [&roRun](SWatchCosts& roCosts)
+    {
+        if (roRun.poStore)
+        {
+            roRun.poStore->AddCosts(roCosts);
+        }
+        if (roRun.poJournal)
+        {
+            roRun.poJournal->AddCosts(roCosts);
+        }
+    };
+    return oSetup;
+}
+
+bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFault)
+{
+    const int64_t iNowUtcNs = ReadClockNs(CLOCK_REALTIME);
+    if ((roRun.poJournal && !roRun.poJournal->Open(rszFault)) || !OpenStore(roOptions, iNowUtcNs, roRun, rszFault) ||
+        !roRun.oSession.Open(roOptions.oBoard, rszFault) || !CheckReferences(roOptions, roRun, rszFault))
+    {
+        return false;
+    }
+    const std::array<StreamChannels, 2>& raoChannels = roRun.oSession.GetChannels();
+    roRun.poData = WatchData_Create(static_cast<uint32_t>(raoChannels[0].size()),
+                                    static_cast<uint32_t>(raoChannels[1].size()), roOptions.szStore);
+    WatchData_Resume(*roRun.poData, roRun.oRemains.aoRunning);
+    roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, *roRun.poData, MakeRunSetup(roOptions, roRun, iNowUtcNs));
+    if (!roRun.oSession.Start(rszFault))
+    {
+        return false;
+    }
+    if (roRun.poStore)
+    {
+        roRun.poStore->Start();
+    }
+    if (roRun.poJournal)
+    {
+        roRun.poJournal->Start();
+    }
+    roRun.poRun->Start();
+    return true;
+}
+
+std::string MakeStatus(SWatchData& roData)
+{
+    const std::shared_ptr<const SWatchPublication> poLatest = WatchData_GetLatest(roData);
+    if (!poLatest)
+    {
+        return "starting";
+    }
+    std::array<uint32_t, static_cast<size_t>(EStreamState::COUNT)> auiStates = {};
+    for (const SDirectionFigures& roDirection : poLatest->oSnapshot.aoDirections)
+    {
+        for (const SStreamFigures& roFigures : roDirection.aoStreams)
+        {
+            ++auiStates[static_cast<size_t>(roFigures.eState)];
+        }
+    }
+    std::string szStatus = poLatest->bIsSimulated ? "simulated board:" : "streams:";
+    for (size_t uiState = 0; uiState < auiStates.size(); ++uiState)
+    {
+        szStatus += (uiState == 0 ? " " : ", ") + std::to_string(auiStates[uiState]) + " " +
+                    WatchTexts_GetState(static_cast<EStreamState>(uiState));
+    }
+    return szStatus;
+}
+
+void Watch(SServeRun& roRun, CSignalWatch& roSignals)
+{
+    bool bIsReady = false;
+    while (!roSignals.AwaitEnd(uiBeatMs))
+    {
+        const uint64_t uiProgress = roRun.poRun->GetProgress();
+        if (!bIsReady && uiProgress > 0)
+        {
+            bIsReady = true;
+            roRun.oNotice.SayReady(MakeStatus(*roRun.poData));
+            if (roRun.oSession.GetRealTime() == ERealTime::REFUSED)
+            {
+                Notice_Say("no right to real-time priority (see LimitRTPRIO or CAP_SYS_NICE); fields may be seen late");
+            }
+        }
+        roRun.oNotice.SayStatus(MakeStatus(*roRun.poData));
+        roRun.oNotice.SayAlive(uiProgress);
+    }
+}
+
+// What must not be lost first: a board that does not come back ends the process before the rest.
+bool End(SServeRun& roRun)
+{
+    roRun.oNotice.SayStopping();
+    if (roRun.poRun)
+    {
+        roRun.poRun->Stop();
+    }
+    if (roRun.poData)
+    {
+        WatchData_End(*roRun.poData);
+    }
+    if (roRun.poStore)
+    {
+        roRun.poStore->Close();
+    }
+    if (roRun.poJournal)
+    {
+        roRun.poJournal->Close();
+    }
+    return roRun.oSession.Stop(uiThreadsEndMs);
+}
+
+} // namespace
+
+int ServeCommand_Run(const SServeOptions& roOptions)
+{
+    SServeRun oRun;
+    if (!roOptions.szJournal.empty())
+    {
+        oRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal);
+    }
+    CSignalWatch oSignals;
+    oSignals.Start(uiEndMs, iExitOk,
+                   [&oRun]
+                   {
+                       if (oRun.poJournal)
+                       {
+                           oRun.poJournal->Reopen();
+                       }
+                   });
+    std::string szFault;
+    int iStatus = iExitOk;
+    if (Begin(roOptions, oRun, szFault))
+    {
+        if (!szFault.empty())
+        {
+            Notice_Say(szFault);
+        }
+        Watch(oRun, oSignals);
+    }
+    else
+    {
+        Notice_Say(szFault);
+        iStatus = iExitFailure;
+    }
+    if (!End(oRun))
+    {
+        // A thread is inside the board: what it uses stays, and the process goes.
+        _exit(iStatus);
+    }
+    return iStatus;
+}

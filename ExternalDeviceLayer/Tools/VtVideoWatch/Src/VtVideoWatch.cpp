@@ -1,0 +1,39 @@
+/*
+ * Entry of the watch: reads the command line and hands over to the subcommand.
+ */
+#include <cstdio>
+
+#include "CheckCommand.h"
+#include "Notice.h"
+#include "ReportCommand.h"
+#include "ServeCommand.h"
+#include "WatchClocks.h"
+#include "WatchOptions.h"
+
+int main(int argc, char* argv[])
+{
+    SWatchOptions oOptions;
+    std::string szText;
+    const std::vector<std::string> aszArguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const std::optional<int> iStatus = WatchOptions_Parse(aszArguments, ReadClockNs(CLOCK_REALTIME), oOptions, szText);
+    if (iStatus == iExitOk)
+    {
+        std::fputs(szText.c_str(), stdout);
+        return iExitOk;
+    }
+    if (iStatus)
+    {
+        return oOptions.eCommand == EWatchCommand::CHECK ? CheckCommand_RefuseUsage(szText)
+                                                         : (Notice_Say(szText + "; --help tells more"), *iStatus);
+    }
+    switch (oOptions.eCommand)
+    {
+    case EWatchCommand::SERVE:
+        return ServeCommand_Run(oOptions.oServe);
+    case EWatchCommand::CHECK:
+        return CheckCommand_Run(oOptions.oCheck);
+    case EWatchCommand::REPORT:
+        return ReportCommand_Run(oOptions.oReport);
+    }
+    return iExitUsage;
+}

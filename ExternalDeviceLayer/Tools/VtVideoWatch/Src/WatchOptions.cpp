@@ -1,0 +1,201 @@
+#include "WatchOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <sstream>
+
+#include "OptionValues.h"
+#include "WatchData.h"
+
+namespace
+{
+
+// A --option whose text has to be understood by one of OptionValues; szForm says how it is to look.
+template <typename TFind, typename TTake>
+CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, const char* szHelp, TFind fnFind,
+                      TTake fnTake)
+{
+    const std::string szExpected = std::string("expected ") + szForm;
+    const auto fnParse = [=](const CLI::results_t& raszTexts)
+    {
+        for (const std::string& rszText : raszTexts)
+        {
+            const auto oValue = fnFind(rszText);
+            if (!oValue)
+            {
+                throw CLI::ValidationError(szName, "'" + rszText + "': " + szExpected);
+            }
+            fnTake(*oValue);
+        }
+        return true;
+    };
+    return roApp.add_option(szName, fnParse, szHelp)->type_name(szForm)->take_last();
+}
+
+void AddBoardOptions(CLI::App& roApp, SBoardOptions& roBoard)
+{
+    roApp.add_option("-g,--gpu", roBoard.uiChip, "chip of the board, from 0")
+        ->type_name("INDEX")
+        ->capture_default_str();
+    roApp.add_flag(
+        "--no-realtime", [&roBoard](int64_t) { roBoard.bRealTime = false; },
+        "do not ask for real-time priority for the threads that stamp the fields");
+}
+
+void AddThreshold(CLI::App& roApp, SLockThreshold& roThreshold)
+{
+    AddValue(roApp, "--within", "1line|5us", "how close streams in lock are (1line)", OptionValues_FindThreshold,
+             [&roThreshold](const SLockThreshold& roValue) { roThreshold = roValue; });
+}
+
+void AddServe(CLI::App& roApp, SServeOptions& roServe)
+{
+    AddBoardOptions(roApp, roServe.oBoard);
+    roApp.add_option("--listen", roServe.szListen, "where to serve; port 0 takes any free one")
+        ->type_name("ADDRESS:PORT")
+        ->capture_default_str();
+    roApp.add_option("--store", roServe.szStore, "keep history and events in this SQLite file")->type_name("FILE");
+    roApp.add_option("--keep", roServe.uiKeepDays, "how long the store keeps minutes; events stay for ever")
+        ->type_name("DAYS")
+        ->check(CLI::Range(1U, 36500U))
+        ->capture_default_str();
+    roApp.add_option("--journal", roServe.szJournal, "append events to this file as JSON Lines; - is standard output")
+        ->type_name("FILE");
+    AddThreshold(roApp, roServe.oThreshold);
+    AddValue(roApp, "--reference", "IN_00,OUT_00", "streams that phases are told against, one per direction (chosen)",
+             OptionValues_FindStreams,
+             [&roServe](const std::vector<SStreamKey>& raoStreams)
+             { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); })
+        ->take_all();
+    roApp.footer("Without --store the history is kept in memory: ten minutes by the second and a day by the minute,\n"
+                 "2040 points of " +
+                 std::to_string(sizeof(SHistoryPoint)) + " bytes per stream, and the last 10000 events.\n" +
+                 "Exit status: 0 after INT or TERM; 1 when the board, the store, the journal or the address cannot be\n"
+                 "used; 2 for a wrong command line. HUP opens the journal anew.");
+}
+
+void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)
+{
+    AddBoardOptions(roApp, roCheck.oBoard);
+    roApp.add_option("--seconds", roCheck.uiSeconds, "how long to watch")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1U, 86400U))
+        ->capture_default_str();
+    AddValue(roApp, "--expect", "IN_00,OUT_01", "streams that must run (whatever has a signal)",
+             OptionValues_FindStreams,
+             [&roCheck](const std::vector<SStreamKey>& raoStreams)
+             { roCheck.aoExpected.insert(roCheck.aoExpected.end(), raoStreams.begin(), raoStreams.end()); })
+        ->take_all();
+    AddValue(roApp, "--rate-within", "[WARN,]CRIT", "most deviation from the nominal rate, ppm",
+             OptionValues_FindLimits,
+             [&roCheck](const SLimits<double>& roLimits) { roCheck.oRateWithinPpm = roLimits; });
+    AddValue(roApp, "--most-lost", "[WARN,]CRIT", "most lost fields of a stream (any are a warning)",
+             OptionValues_FindCounts, [&roCheck](const SLimits<uint64_t>& roLimits) { roCheck.oMostLost = roLimits; });
+    AddValue(roApp, "--locked", "IN_00,IN_01", "streams that must be in lock with each other; may be repeated",
+             OptionValues_FindStreams,
+             [&roCheck](const std::vector<SStreamKey>& raoStreams) { roCheck.aaoLocked.push_back(raoStreams); })
+        ->take_all();
+    AddThreshold(roApp, roCheck.oThreshold);
+    roApp.add_flag("--json", roCheck.bJson, "print the whole verdict as JSON");
+    roApp.footer("Exit status, as monitoring plug-ins have it: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
+}
+
+void AddReport(CLI::App& roApp, SReportOptions& roReport, int64_t iNowUtcNs)
+{
+    constexpr char szForm[] = "-24h|2026-11-21T22:00:00Z";
+    const auto fnFind = [iNowUtcNs](const std::string& rszText) { return OptionValues_FindMoment(rszText, iNowUtcNs); };
+    roReport.iFromUtcNs = *OptionValues_FindMoment("-24h", iNowUtcNs);
+    roReport.iToUtcNs = iNowUtcNs;
+    roApp.add_option("--store,store", roReport.szStore, "the SQLite file of a watch")->type_name("FILE")->required();
+    AddValue(roApp, "--from", szForm, "begin, UTC or so long ago (-24h)", fnFind,
+             [&roReport](int64_t iUtcNs) { roReport.iFromUtcNs = iUtcNs; });
+    AddValue(roApp, "--to", szForm, "end (now)", fnFind, [&roReport](int64_t iUtcNs) { roReport.iToUtcNs = iUtcNs; });
+    CLI::Option* poCsv = roApp.add_flag(
+        "--csv", [&roReport](int64_t) { roReport.eForm = EReportForm::CSV; }, "a line per stream, for a spreadsheet");
+    roApp
+        .add_flag(
+            "--json", [&roReport](int64_t) { roReport.eForm = EReportForm::JSON; }, "everything as JSON")
+        ->excludes(poCsv);
+    roApp.footer("Exit status: 0; 1 when the store cannot be read; 2 for a wrong command line.");
+}
+
+// What the library does not look at: values that depend on each other. Empty when all is well.
+std::string FindContradiction(const SWatchOptions& roOptions)
+{
+    std::array<int, 2> aiReferences = {};
+    for (const SStreamKey& roStream : roOptions.oServe.aoReferences)
+    {
+        if (++aiReferences[static_cast<size_t>(roStream.eDirection)] > 1)
+        {
+            return "--reference: one stream per direction";
+        }
+    }
+    for (const std::vector<SStreamKey>& raoStreams : roOptions.oCheck.aaoLocked)
+    {
+        for (const SStreamKey& roStream : raoStreams)
+        {
+            if (raoStreams.size() < 2 || roStream.eDirection != raoStreams.front().eDirection)
+            {
+                return "--locked: at least two streams of one direction";
+            }
+        }
+    }
+    if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= roOptions.oReport.iToUtcNs)
+    {
+        return "--from: must be before --to";
+    }
+    return {};
+}
+
+bool IsMainFlag(const std::string& rszArgument)
+{
+    return rszArgument == "-h" || rszArgument == "--help" || rszArgument == "--version";
+}
+
+int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, std::string& rszText)
+{
+    // The library takes them from the back.
+    std::vector<std::string> aszReversed(raszArguments.rbegin(), raszArguments.rend());
+    if (raszArguments.empty() || (raszArguments.front().starts_with('-') && !IsMainFlag(raszArguments.front())))
+    {
+        aszReversed.emplace_back("serve");
+    }
+    try
+    {
+        roApp.parse(aszReversed);
+    }
+    catch (const CLI::ParseError& roError)
+    {
+        std::ostringstream oOut;
+        std::ostringstream oError;
+        const int iStatus = roApp.exit(roError, oOut, oError);
+        rszText = iStatus == 0 ? oOut.str() : roError.what();
+        return iStatus;
+    }
+    return 0;
+}
+
+} // namespace
+
+std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArguments, int64_t iNowUtcNs,
+                                      SWatchOptions& roOptions, std::string& rszText)
+{
+    CLI::App oApp("Watches the video inputs and outputs of a board and keeps what it saw.", "VtVideoWatch");
+    oApp.require_subcommand(1);
+    oApp.set_version_flag("--version", VT_WATCH_VERSION);
+    CLI::App* poServe = oApp.add_subcommand("serve", "watch until ended, and serve what is seen (the default)");
+    CLI::App* poCheck = oApp.add_subcommand("check", "watch for a while, and end with a verdict");
+    CLI::App* poReport = oApp.add_subcommand("report", "sum up what a store holds");
+    AddServe(*poServe, roOptions.oServe);
+    AddCheck(*poCheck, roOptions.oCheck);
+    AddReport(*poReport, roOptions.oReport, iNowUtcNs);
+    const int iStatus = ParseWith(oApp, raszArguments, rszText);
+    roOptions.eCommand = poCheck->parsed()    ? EWatchCommand::CHECK
+                         : poReport->parsed() ? EWatchCommand::REPORT
+                                              : EWatchCommand::SERVE;
+    if (iStatus == 0 && rszText.empty())
+    {
+        rszText = FindContradiction(roOptions);
+        return rszText.empty() ? std::nullopt : std::optional(iExitUsage);
+    }
+    return iStatus == 0 ? iExitOk : iExitUsage;
+}
