@@ -56,7 +56,8 @@ struct SEvent
     int64_t iDriftPpt = 0;                                   // LOCK_LOST, parts in 10^12 faster than while locked
     uint32_t uiHangMs = 0;                                   // HANG
     VtVideoOut_PowerState ePower{VtVideoOut_PowerState_OFF}; // POWER_STATE
-    uint32_t uiLine = 0;                                     // where the scenario says so
+    uint32_t uiLine = 0;                                     // where the scenario says when
+    uint32_t uiValueLine = 0;                                // and how far
 };
 
 struct SStream

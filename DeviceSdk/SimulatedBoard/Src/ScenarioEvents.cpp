@@ -182,17 +182,22 @@ void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStr
     oSection.Require("kind");
     if (!oSection.ReadText("kind", 64, szKind))
     {
+        oSection.Finish(true);
         return;
     }
     const auto itKind = std::ranges::find(gc_aoKinds, szKind, &SEventKind::szName);
     if (itKind == gc_aoKinds.end())
     {
-        oSection.Refuse("kind", "\"" + szKind + "\" is none of its names");
+        std::vector<std::string> aszKinds;
+        std::ranges::transform(gc_aoKinds, std::back_inserter(aszKinds),
+                               [](const SEventKind& roKind) { return std::string(roKind.szName); });
+        oSection.RefuseName("kind", szKind, aszKinds);
         return;
     }
     SEvent oEvent;
     oEvent.eKind = itKind->eKind;
-    oEvent.uiLine = roTable.uiLine;
+    oEvent.uiLine = oSection.GetLine(oSection.FindFirst({"at_field", "at_s"}));
+    oEvent.uiValueLine = oSection.GetLine(oSection.FindFirst({"ppm", "step_ticks", "step_us", "step_lines"}));
     ReadWhen(oSection, *itKind, roContext, roStream, oEvent.oWhen);
     ReadDetails(oSection, roStream, oEvent, roFault);
     oSection.Finish();
@@ -247,12 +252,12 @@ void CheckReach(const SStream& roStream, FixedTicks iLongest, FixedTicks iShorte
         flForward += bPeriodic ? FixedTicks_ToDouble(roEvent.iStep) / static_cast<double>(roEvent.oWhen.uiPeriod) : 0.0;
         if (flForward > FixedTicks_ToDouble(iShortest))
         {
-            roFault.Set(roEvent.uiLine, "periodic steps must not take longer than the fields between them");
+            roFault.Set(roEvent.uiValueLine, "periodic steps must not take longer than the fields between them");
         }
     }
 }
 
-void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
+void CheckTogether(CScenarioSection& roSection, const SStream& roStream, SScenarioFault& roFault)
 {
     FixedTicks iBack = 0;
     FixedTicks iShortest = FieldTicks(roStream);
@@ -272,18 +277,18 @@ void CheckTogether(const SStream& roStream, SScenarioFault& roFault)
     CheckReach(roStream, iLongest, iShortest, roFault);
     if (roStream.flJitterTicks * 128.0 > FixedTicks_ToDouble(iShortest))
     {
-        roFault.Set(roStream.aoEvents.front().uiLine, "jitter_ticks is more than 1/128 of the shortest field");
+        roSection.Refuse("jitter_ticks", "is more than 1/128 of the shortest field");
     }
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         iBack += std::min<FixedTicks>(roEvent.iStep, 0);
         if (-iBack > iShortest / 16)
         {
-            roFault.Set(roEvent.uiLine, "steps back must stay within 1/16 field together");
+            roFault.Set(roEvent.uiValueLine, "steps back must stay within 1/16 field together");
         }
         if (GetDriftBackTicks(roStream, roEvent) > FixedTicks_ToDouble(iShortest) / 16.0)
         {
-            roFault.Set(roEvent.uiLine, "the stream would jump back by more than 1/16 of the shortest field");
+            roFault.Set(roEvent.uiValueLine, "the stream would jump back by more than 1/16 of the shortest field");
         }
         if (bFormats && roEvent.eKind == EEventKind::DOUBLED_FIELD)
         {
@@ -297,16 +302,13 @@ void ReadOperation(CScenarioSection& roSection, SFaultRule& roRule)
 {
     std::string szOperation;
     roSection.Require("operation");
-    if (!roSection.ReadText("operation", 64, szOperation))
-    {
-        return;
-    }
+    const bool bOperation = roSection.ReadText("operation", 64, szOperation);
     const EOperation eOperation = roRule.eOperation = Operation_Find(szOperation);
-    if (eOperation == EOperation::COUNT)
+    if (bOperation && eOperation == EOperation::COUNT)
     {
-        roSection.Refuse("operation", "there is no operation \"" + szOperation + "\"");
+        roSection.RefuseName("operation", szOperation, {gc_aszOperations.begin(), gc_aszOperations.end()});
     }
-    else if (eOperation == EOperation::LOAD || eOperation == EOperation::UNLOAD)
+    if (eOperation == EOperation::LOAD || eOperation == EOperation::UNLOAD)
     {
         roSection.Refuse("operation", "returns nothing that could fail");
     }
@@ -334,7 +336,12 @@ std::string_view EventKind_GetName(EEventKind eKind)
 void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
                          SScenarioFault& roFault)
 {
-    for (const SScenarioNode& roEvent : roStreamSection.ReadTables("event", gc_uiEventLimit))
+    const std::span<const SScenarioNode> aoEvents = roStreamSection.ReadTables("event", gc_uiEventLimit);
+    if (roFault.IsSet())
+    {
+        return; // they are measured by the stream, which has none of its own then
+    }
+    for (const SScenarioNode& roEvent : aoEvents)
     {
         ReadEvent(roEvent, roContext, roStream, roFault);
     }
@@ -347,7 +354,7 @@ void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& 
     }
     if (!roStream.aoEvents.empty())
     {
-        CheckTogether(roStream, roFault);
+        CheckTogether(roStreamSection, roStream, roFault);
     }
 }
 

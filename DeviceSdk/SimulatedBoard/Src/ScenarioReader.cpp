@@ -31,9 +31,13 @@ void ReadTime(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFaul
     (void)oSection.ReadName<ETimeMode>("mode", gc_aoTimeModes, roScenario.eTimeMode);
     (void)oSection.ReadText("mode", 64, szMode);
     const bool bScale = oSection.ReadFloat("scale", 0.001, 1000.0, roScenario.flScale);
-    if (bScale != (szMode == "scaled"))
+    if (!bScale && szMode == "scaled")
     {
-        oSection.Refuse("scale", "goes with mode = \"scaled\", and with that alone");
+        oSection.Refuse(oSection.FindFirst({"scale", "mode"}), "\"scaled\" needs a scale");
+    }
+    if (bScale && szMode != "scaled")
+    {
+        oSection.Refuse("scale", "goes with mode = \"scaled\" alone");
     }
     if (oSection.ReadBoolean("hold", roScenario.bHold) && roScenario.eTimeMode != ETimeMode::GRANTED)
     {

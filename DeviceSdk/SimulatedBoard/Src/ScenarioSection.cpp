@@ -3,6 +3,9 @@
 
 #include <charconv>
 #include <cstdio>
+#include <utility>
+
+#include "ScenarioSpelling.h"
 
 namespace
 {
@@ -23,6 +26,7 @@ template <typename T> std::string FormatRange(T Min, T Max)
 
 const SScenarioNode* CScenarioSection::Take(std::string_view szKey)
 {
+    m_aszAsked.emplace_back(szKey);
     for (size_t uiChild = 0; uiChild < m_roTable.aoChildren.size(); ++uiChild)
     {
         if (m_roTable.aoChildren[uiChild].szKey == szKey)
@@ -92,16 +96,21 @@ bool CScenarioSection::ReadBoolean(std::string_view szKey, bool& rbValue)
     return poNode != nullptr;
 }
 
-bool CScenarioSection::ReadText(std::string_view szKey, size_t uiMaxLength, std::string& rszValue)
+bool CScenarioSection::ReadText(std::string_view szKey, size_t uiMaxBytes, std::string& rszValue)
 {
     const SScenarioNode* poNode = TakeOf(szKey, SScenarioNode::EKind::TEXT, "a text");
     if (poNode == nullptr)
     {
         return false;
     }
-    if (poNode->szText.size() > uiMaxLength || poNode->szText.find('\0') != std::string::npos)
+    if (poNode->szText.size() > uiMaxBytes)
     {
-        Refuse(szKey, "must be a text of at most " + std::to_string(uiMaxLength) + " characters");
+        Refuse(szKey, "must be a text of at most " + std::to_string(uiMaxBytes) + " bytes");
+        return false;
+    }
+    if (poNode->szText.find('\0') != std::string::npos)
+    {
+        Refuse(szKey, "may hold no NUL character");
         return false;
     }
     rszValue = poNode->szText;
@@ -143,6 +152,7 @@ bool CScenarioSection::ReadIntegers(std::string_view szKey, uint32_t uiMax, size
         return false;
     }
     std::vector<uint32_t> auiValues;
+    uint32_t uiLine = poNode->uiLine;
     for (const SScenarioNode& roElement : poNode->aoChildren)
     {
         const bool bRight = roElement.eKind == SScenarioNode::EKind::INTEGER && roElement.iInteger >= 0 &&
@@ -150,13 +160,15 @@ bool CScenarioSection::ReadIntegers(std::string_view szKey, uint32_t uiMax, size
         if (!bRight || auiValues.size() == uiMaxLength)
         {
             auiValues.clear();
+            uiLine = roElement.uiLine;
             break;
         }
         auiValues.push_back(static_cast<uint32_t>(roElement.iInteger));
     }
     if (auiValues.empty())
     {
-        Refuse(szKey, "must be 1 to " + std::to_string(uiMaxLength) + " integers of 0 to " + std::to_string(uiMax));
+        m_roFault.Set(uiLine, std::string(szKey) + ": must be 1 to " + std::to_string(uiMaxLength) +
+                                  " integers of 0 to " + std::to_string(uiMax));
         return false;
     }
     rauiValues = std::move(auiValues);
@@ -203,27 +215,55 @@ uint32_t CScenarioSection::GetLine(std::string_view szKey) const
     return itChild == m_roTable.aoChildren.end() ? m_roTable.uiLine : itChild->uiLine;
 }
 
+std::string_view CScenarioSection::FindFirst(std::initializer_list<std::string_view> aszKeys) const
+{
+    const auto* pszKey = std::ranges::find_if(aszKeys, [this](std::string_view szKey) { return Has(szKey); });
+    return pszKey == aszKeys.end() ? *aszKeys.begin() : *pszKey;
+}
+
 void CScenarioSection::Refuse(std::string_view szKey, std::string_view szWhat)
 {
     m_roFault.Set(GetLine(szKey), std::string(szKey) + ": " + std::string(szWhat));
+}
+
+void CScenarioSection::RefuseName(std::string_view szKey, const std::string& rszName,
+                                  const std::vector<std::string>& raszKnown)
+{
+    Refuse(szKey, "\"" + rszName + "\" is none of its names" + Spelling_Suggest(rszName, raszKnown));
+}
+
+void CScenarioSection::Forbid(std::string_view szKey, std::string_view szWhat)
+{
+    if (Take(szKey) != nullptr)
+    {
+        Refuse(szKey, szWhat);
+    }
 }
 
 void CScenarioSection::Require(std::string_view szKey)
 {
     if (!Has(szKey))
     {
+        m_bMissing = m_bMissing || !m_roFault.IsSet();
         m_roFault.Set(m_roTable.uiLine, std::string(szKey) + ": missing");
     }
 }
 
-void CScenarioSection::Finish()
+void CScenarioSection::Finish(bool bOnlyMisspelt)
 {
     for (size_t uiChild = 0; uiChild < m_abUsed.size(); ++uiChild)
     {
-        if (!m_abUsed[uiChild])
+        const SScenarioNode& roChild = m_roTable.aoChildren[uiChild];
+        const std::string* pszNearest = m_abUsed[uiChild] ? nullptr : Spelling_FindNearest(roChild.szKey, m_aszAsked);
+        if (m_abUsed[uiChild] || (bOnlyMisspelt && pszNearest == nullptr))
         {
-            const SScenarioNode& roChild = m_roTable.aoChildren[uiChild];
-            m_roFault.Set(roChild.uiLine, "unknown key " + roChild.szKey);
+            continue;
         }
+        if (std::exchange(m_bMissing, false))
+        {
+            m_roFault = {};
+        }
+        m_roFault.Set(roChild.uiLine, "unknown key " + roChild.szKey +
+                                          (pszNearest == nullptr ? "" : ": did you mean " + *pszNearest + "?"));
     }
 }

@@ -1,7 +1,8 @@
 // Reads one table of a scenario key by key, checking types and ranges, and in the end that no key was left unread.
 //
 // Every reader returns true when the key was there and right. A wrong value sets the fault, and the caller may go on:
-// the first fault stands, and is asked for once at the end.
+// the first fault stands, and is asked for once at the end. Only a key that nobody reads goes before one that is
+// missing: it is probably the same one, misspelt. So a section reads all its keys, whatever is wrong with some of them.
 #ifndef SIMULATED_BOARD_SCENARIO_SECTION_H
 #define SIMULATED_BOARD_SCENARIO_SECTION_H
 
@@ -30,7 +31,7 @@ public:
     // Integers and floats.
     bool ReadFloat(std::string_view szKey, double flMin, double flMax, double& rflValue);
     bool ReadBoolean(std::string_view szKey, bool& rbValue);
-    bool ReadText(std::string_view szKey, size_t uiMaxLength, std::string& rszValue);
+    bool ReadText(std::string_view szKey, size_t uiMaxBytes, std::string& rszValue);
     // A counter of 64 bits: an integer from 0, or a text "0x..." for what TOML's integers do not reach.
     bool ReadCounter(std::string_view szKey, uint64_t& ruiValue);
     // An array of integers, at least one.
@@ -64,7 +65,12 @@ public:
                 return true;
             }
         }
-        Refuse(szKey, "\"" + szName + "\" is none of its names");
+        std::vector<std::string> aszNames;
+        for (const SNamedValue<T>& roName : aoNames)
+        {
+            aszNames.emplace_back(roName.szName);
+        }
+        RefuseName(szKey, szName, aszNames);
         return false;
     }
 
@@ -72,11 +78,18 @@ public:
     // The line of a key, or of the table when it is not there.
     uint32_t GetLine(std::string_view szKey) const;
     uint32_t GetLine() const { return m_roTable.uiLine; }
+    // The first of several keys that is there, or the first of all.
+    std::string_view FindFirst(std::initializer_list<std::string_view> aszKeys) const;
     // Sets the fault at the line of a key: "<key>: <what>".
     void Refuse(std::string_view szKey, std::string_view szWhat);
+    // The same for a word that is none of the known ones; lists them.
+    void RefuseName(std::string_view szKey, const std::string& rszName, const std::vector<std::string>& raszKnown);
+    // Reads a key that may not be there now.
+    void Forbid(std::string_view szKey, std::string_view szWhat);
     void Require(std::string_view szKey);
-    // Sets the fault when a key has not been read.
-    void Finish();
+    // Sets the fault when a key has not been read. With bOnlyMisspelt, for a section that could not go on: only when it
+    // looks like one that has.
+    void Finish(bool bOnlyMisspelt = false);
 
 private:
     const SScenarioNode* Take(std::string_view szKey);
@@ -85,6 +98,8 @@ private:
     const SScenarioNode& m_roTable;
     SScenarioFault& m_roFault;
     std::vector<bool> m_abUsed;
+    std::vector<std::string> m_aszAsked; // every key that this table may have, as far as was read
+    bool m_bMissing = false;             // the fault that stands is a key missing here
 };
 
 #endif

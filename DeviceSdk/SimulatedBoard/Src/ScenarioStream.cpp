@@ -2,8 +2,10 @@
 #include "Noise.h"
 #include "ScenarioNames.h"
 #include "ScenarioReader.h"
+#include "ScenarioSpelling.h"
 
 #include <cmath>
+#include <iterator>
 
 namespace
 {
@@ -66,18 +68,18 @@ void ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStrea
                            roStream.flWanderPeriodS);
         return;
     }
+    for (const char* szKey : {"ppm", "wander_ticks", "wander_period_s"})
+    {
+        roSection.Forbid(szKey, "is the lock group's matter");
+    }
     const auto itGroup = std::ranges::find(roContext.aoLockGroups, szGroup, &SLockGroup::szName);
     if (itGroup == roContext.aoLockGroups.end())
     {
-        roSection.Refuse("lock_group", "there is no lock group \"" + szGroup + "\"");
+        std::vector<std::string> aszGroups;
+        std::ranges::transform(roContext.aoLockGroups, std::back_inserter(aszGroups), &SLockGroup::szName);
+        roSection.Refuse("lock_group",
+                         "there is no lock group \"" + szGroup + "\"" + Spelling_Suggest(szGroup, aszGroups));
         return;
-    }
-    for (const char* szKey : {"ppm", "wander_ticks", "wander_period_s"})
-    {
-        if (roSection.Has(szKey))
-        {
-            roSection.Refuse(szKey, "is the lock group's matter");
-        }
     }
     roStream.iRatePpt = itGroup->iRatePpt;
     roStream.flWanderTicks = itGroup->flWanderTicks;
@@ -96,7 +98,9 @@ void ReadPhase(CScenarioSection& roSection, const SChipContext& roContext, SStre
         FixedTicks_ToDouble(roStream.iOrigin) - 4.0 * roStream.flJitterTicks - roStream.flWanderTicks;
     if (flEarliest < 1.0)
     {
-        roSection.Refuse("phase_ticks", "field 0 would start before tick 1");
+        roSection.Refuse(
+            roSection.FindFirst({"phase_ticks", "phase_us", "phase_lines", "jitter_ticks", "wander_ticks"}),
+            "field 0 would start before tick 1");
     }
 }
 
@@ -108,10 +112,17 @@ void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
         const auto itName = std::ranges::find(gc_aszPixelFormats, std::string(gc_szPixelFormatPrefix) + szName);
         if (itName == gc_aszPixelFormats.end())
         {
-            roSection.Refuse("pixel_format", "\"" + szName + "\" is none of its names");
-            return;
+            std::vector<std::string> aszNames;
+            for (const std::string_view szFormat : gc_aszPixelFormats)
+            {
+                aszNames.emplace_back(szFormat.substr(gc_szPixelFormatPrefix.size()));
+            }
+            roSection.RefuseName("pixel_format", szName, aszNames);
         }
-        roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - gc_aszPixelFormats.begin());
+        else
+        {
+            roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - gc_aszPixelFormats.begin());
+        }
     }
     (void)roSection.Read("width", 1U, 65536U, roStream.uiWidth);
     (void)roSection.Read("height", 1U, 65536U, roStream.uiHeight);
@@ -131,7 +142,8 @@ void ReadInput(CScenarioSection& roSection, SStream& roStream)
     const uint32_t uiMost = roStream.uiReady + roStream.uiReadySpread + roStream.uiLoan + roStream.uiLoanSpread;
     if (uiMost > roStream.uiBuffers)
     {
-        roSection.Refuse("buffers", "fewer than ready, loan and their spreads together");
+        roSection.Refuse(roSection.FindFirst({"buffers", "ready", "ready_spread", "loan", "loan_spread"}),
+                         "ready, loan and their spreads together are more than the buffers");
     }
 }
 
@@ -230,7 +242,12 @@ void ScenarioTiming_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, SSc
     }
     else if (bStandard && poStandard == nullptr)
     {
-        roSection.Refuse("standard", "there is no standard \"" + szStandard + "\"");
+        std::vector<std::string> aszStandards;
+        for (const SVideoStandard& roStandard : VideoStandard_GetAll())
+        {
+            aszStandards.emplace_back(roStandard.szName);
+        }
+        roSection.RefuseName("standard", szStandard, aszStandards);
     }
     else if (bStandard)
     {
@@ -277,10 +294,7 @@ void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roCon
         ReadOutput(oSection, oStream);
     }
     ReadConnector(oSection, eDirection, uiIndex, roChip);
-    if (!roFault.IsSet())
-    {
-        ScenarioEvents_Read(oSection, roContext, oStream, roFault);
-        oSection.Finish();
-    }
+    ScenarioEvents_Read(oSection, roContext, oStream, roFault);
+    oSection.Finish();
     (eDirection == EDirection::INPUT ? roChip.aoInputs : roChip.aoOutputs).push_back(std::move(oStream));
 }

@@ -33,7 +33,7 @@ const std::string gc_szEvent = gc_szInput + "[[chip.input.event]]\nat_field = 10
 
 } // namespace
 
-// Each row: a text, and the line and the fault that it must give.
+// Each row: a text, and the line and the fault that it must give, or its beginning as far as into a list of names.
 TEST(ScenarioReader, RefusesWithLineAndFault)
 {
     const std::string szTiming = "[[chip]]\n[[chip.input]]\ntiming = { h_active = 8, v_active = 8, pixel_clock_hz = ";
@@ -41,19 +41,24 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
         {"", "1: chip: missing"},
         {"chip = []", "1: chip: must be 1 to 8 tables"},
         {"chip = [1]", "1: chip: must be an array of tables"},
-        {"\n\nsed = 3\n[[chip]]", "3: unknown key sed"},
+        {"\n\nsed = 3\n[[chip]]", "3: unknown key sed: did you mean seed?"},
         {"seed = 'x'\n[[chip]]", "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
         {"seed = '0x10000000000000000'\n[[chip]]",
          "1: seed: must be an integer from 0 or a text \"0x...\" of at most 64 bits"},
         {"[[chip]]\ntick_frequency_hz = 0", "2: tick_frequency_hz: must be 1000 to 4000000000"},
         {"[[chip]]\ntick_frequency_hz = 1e6", "2: tick_frequency_hz: must be an integer"},
-        {"[time]\nmode = 'fast'\n[[chip]]", "2: mode: \"fast\" is none of its names"},
-        {"[time]\nmode = 'scaled'\n[[chip]]", "1: scale: goes with mode = \"scaled\", and with that alone"},
+        {"[time]\nmode = 'fast'\n[[chip]]", "2: mode: \"fast\" is none of its names (real, scaled, stepped, granted)"},
+        {"[time]\nmode = 'scaled'\n[[chip]]", "2: mode: \"scaled\" needs a scale"},
         {"[time]\nmode = 'scaled'\nscale = nan\n[[chip]]", "3: scale: must be 0.001 to 1000"},
         {"[time]\nmode = 'stepped'\nhold = true\n[[chip]]", "3: hold: goes with mode = \"granted\" alone"},
         {"[truth]\n[[chip]]", "1: file: missing"},
         {"[[chip]]\n[[chip.input]]\n", "2: standard: missing"},
-        {"[[chip]]\n[[chip.input]]\nstandard = '1080p61'", "3: standard: there is no standard \"1080p61\""},
+        {"[[chip]]\n[[chip.input]]\nppm = 3\nstandrd = '1080p60'", "4: unknown key standrd: did you mean standard?"},
+        {"[[chip]]\n[[chip.input]]\nevent = [{ kind = 'hang' }]\nstandrad = 3",
+         "4: unknown key standrad: did you mean standard?"},
+        {"[[chip]]\n[[chip.input]]\nlock_group = 'x'\nppm = 1\npixel_format = 'x'\nwidth = 9", "2: standard: missing"},
+        {"[[chip]]\n[[chip.input]]\nstandard = '1080P61'",
+         "3: standard: \"1080P61\" is none of its names; did you mean 1080p60? (480i59.94, "},
         {"[[chip]]\n[[chip.input]]\ntiming = { h_active = 8, v_active = 8 }", "3: pixel_clock_hz: missing"},
         {szTiming + "10_000_000_000 }", "3: timing: a field must last 64 ticks to 10 seconds"},
         {szTiming + "1000, v_sync = -1 }", "3: v_sync: must be 0 to 16384"},
@@ -67,23 +72,25 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
          "4: wander_ticks: changes the rate by more than 1000 ppm over wander_period_s"},
         {gc_szInput + "jitter_ticks = 20_000", "4: jitter_ticks: must be 0 to 13020.8333333333"},
         {gc_szInput + "phase_ticks = -200_000_000", "4: phase_ticks: field 0 would start before tick 1"},
+        {gc_szInput + "phase_us = -2e6", "4: phase_us: field 0 would start before tick 1"},
         {gc_szInput + "phase_ticks = 1e12", "4: phase_ticks: must be -100000000000 to 100000000000"},
         {gc_szInput + "phase_us = 1\nphase_lines = 1",
          "5: phase_lines: only one of phase_ticks, phase_us and phase_lines"},
-        {gc_szInput + "buffers = 4\nready = 3\nloan = 2",
-         "4: buffers: fewer than ready, loan and their spreads together"},
-        {gc_szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names"},
+        {gc_szInput + "ready = 7", "4: ready: ready, loan and their spreads together are more than the buffers"},
+        {gc_szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names (UNKOWN, "},
         {gc_szInput + "power_state = 'ON'", "4: unknown key power_state"},
         {gc_szInput + "connector = ''\nconnector_type = 'SDI'",
          "5: connector_type: the stream has no connector of its own"},
-        {gc_szInput + "connector = '" + std::string(64, 'x') + "'",
-         "4: connector: must be a text of at most 63 characters"},
+        {gc_szInput + "connector = '" + std::string(64, 'x') + "'", "4: connector: must be a text of at most 63 bytes"},
         {gc_szOutput + "set_buffer_pattern = []", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
-        {gc_szOutput + "set_buffer_pattern = [1, -1]", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
-        {gc_szEvent + "'rain'", "6: kind: \"rain\" is none of its names"},
+        {gc_szInput + "connector = \"a\\u0000\"", "4: connector: may hold no NUL character"},
+        {gc_szOutput + "set_buffer_pattern = [1,\n-1]", "5: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
+        {gc_szEvent + "'rain'", "6: kind: \"rain\" is none of its names (signal_loss, "},
         {gc_szEvent + "'hang'", "4: ms: missing"},
         {gc_szEvent + "'hang'\nms = 5\nat_s = 1", "8: at_s: either at_field or at_s"},
         {gc_szInput + "event = [{ kind = 'missed_field' }]", "4: at_field: missing"},
+        {gc_szInput + "event = [{ knid = 'missed_field', at_field = 3 }]", "4: unknown key knid: did you mean kind?"},
+        {gc_szInput + "event = [{ at_field = 3, for_s = 2 }]", "4: kind: missing"},
         {gc_szEvent + "'signal_loss'\nevery_s = 1", "6: kind: a periodic signal_loss needs for_fields or for_s"},
         {gc_szEvent + "'signal_loss'\nevery_s = 1\nfor_s = 1", "8: for_s: must be shorter than the period"},
         {gc_szEvent + "'signal_loss'\nfor_s = 0.001", "7: for_s: must last at least 1 field"},
@@ -93,24 +100,24 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
          "7: ppm: the stream would jump back by more than 1/16 field when lock is regained"},
         {gc_szEvent + "'lock_lost'\nppm = 4000\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\n"
                       "timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 }",
-         "4: the stream would jump back by more than 1/16 of the shortest field"},
+         "7: the stream would jump back by more than 1/16 of the shortest field"},
         {gc_szEvent + "'phase_step'\nstep_us = 33_334\nevery_fields = 2",
-         "4: periodic steps must not take longer than the fields between them"},
+         "7: periodic steps must not take longer than the fields between them"},
         {gc_szInput + "event = [{ kind = 'hang', ms = 1, at_field = 13_000_000_000 }]",
          "4: begins later than in 2e8 seconds"},
-        {gc_szEvent + "'phase_step'\nstep_lines = -71", "4: steps back must stay within 1/16 field together"},
+        {gc_szEvent + "'phase_step'\nstep_lines = -71", "7: steps back must stay within 1/16 field together"},
         {gc_szEvent +
              "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",
-         "8: meets the buffers_run_out of line 4"},
+         "10: meets the buffers_run_out of line 5"},
         {gc_szEvent +
              "'doubled_field'\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\nstandard = '720p50'",
-         "4: a stream has either doubled_field or format_change events"},
+         "5: a stream has either doubled_field or format_change events"},
         {"[[chip]]\n[[fault]]\noperation = 'VtNo'\nstatus = 'VtStatus_FAIL'",
-         "3: operation: there is no operation \"VtNo\""},
+         "3: operation: \"VtNo\" is none of its names (Veltrano_LoadLite, "},
         {"[[chip]]\n[[fault]]\noperation = 'Veltrano_UnLoad'\nstatus = 'VtStatus_FAIL'",
          "3: operation: returns nothing that could fail"},
-        {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'FAIL'",
-         "4: status: \"FAIL\" is none of its names"},
+        {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'VtStatus_FIAL'",
+         "4: status: \"VtStatus_FIAL\" is none of its names; did you mean VtStatus_FAIL? (VtStatus_SEIOVERSIZE, "},
         {"[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetCount'\nstatus = 'VtStatus_FAIL'\nindex = 0",
          "5: index: goes with operations on one input or output alone"},
         {"[[chip]]\n[[fault]]\noperation = 'Veltrano_Version'\nstatus = 'VtStatus_FAIL'\nchip = 0",
@@ -118,7 +125,8 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
     };
     for (const auto& [rszText, rszFault] : aoRows)
     {
-        EXPECT_EQ(GetFault(rszText), rszFault) << rszText;
+        const bool bListFollows = rszFault.ends_with(", ");
+        EXPECT_EQ(GetFault(rszText).substr(0, bListFollows ? rszFault.size() : std::string::npos), rszFault) << rszText;
     }
     // The TOML library words its own faults; the line is what counts.
     EXPECT_EQ(GetFault("seed = 1\nseed = 2\n").substr(0, 3), "2: ");
