@@ -50,6 +50,9 @@ CJson WatchJson_FromPairs(const SWatchPublication& roPublication);
 const SStreamTexts& WatchJson_GetTexts(const SWatchPublication& roPublication, EStreamDirection eDirection,
                                        uint32_t uiIndex);
 
+/* A figure with so many significant digits, for answers that hold many; not finite: unchanged. */
+double WatchJson_Round(double flValue, int iDigits);
+
 /* On one line; bytes that are no UTF-8 come out as U+FFFD. */
 std::string WatchJson_Print(const CJson& roJson);
 

@@ -1,6 +1,8 @@
 #include "WatchJson.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iterator>
 
 #include <nlohmann/json.hpp>
 
@@ -297,6 +299,16 @@ const SStreamTexts& WatchJson_GetTexts(const SWatchPublication& roPublication, E
     const auto& raoTexts =
         eDirection == EStreamDirection::INPUT ? roPublication.aoInputTexts : roPublication.aoOutputTexts;
     return uiIndex < raoTexts.size() ? raoTexts[uiIndex] : oNone;
+}
+
+double WatchJson_Round(double flValue, int iDigits)
+{
+    char szValue[40];
+    const auto oWritten =
+        std::to_chars(std::begin(szValue), std::end(szValue), flValue, std::chars_format::scientific, iDigits - 1);
+    double flRounded = flValue;
+    std::from_chars(std::begin(szValue), oWritten.ptr, flRounded);
+    return flRounded;
 }
 
 std::string WatchJson_Print(const CJson& roJson)

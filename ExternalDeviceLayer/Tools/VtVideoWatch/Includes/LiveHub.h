@@ -1,0 +1,68 @@
+/*
+ * The live stream: every snapshot and the events that came with it, as server-sent events. One thread makes the text
+ * once a second, and only while somebody listens; each listener's own thread sends it. A listener that does not keep up
+ * misses snapshots, never events, and costs the others nothing.
+ */
+#ifndef LIVE_HUB_H
+#define LIVE_HUB_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "HttpServer.h"
+#include "LastEvents.h"
+#include "WatchData.h"
+
+// Listeners at once; the next one is told to come back later.
+constexpr uint32_t uiMostListeners = 8;
+
+// Thread-safe. What it answers must have ended before it is destroyed.
+class CLiveHub
+{
+public:
+    explicit CLiveHub(SWatchData& roData);
+    ~CLiveHub();
+    CLiveHub(const CLiveHub&) = delete;
+    CLiveHub& operator=(const CLiveHub&) = delete;
+
+    SHttpAnswer Answer(const SHttpRequest& roRequest);
+    uint32_t GetListeners() const;
+
+    // Lets every listener go; none comes any more.
+    void End();
+
+private:
+    struct SMessage
+    {
+        uint64_t uiNumber = 0;      // of its snapshot
+        uint64_t uiEventsAfter = 0; // its events are the newer ones
+        uint64_t uiNewestEvent = 0;
+        std::string szSnapshot; // both ready to be sent
+        std::string szEvents;
+    };
+    using MessagePtr = std::shared_ptr<const SMessage>;
+
+    void Run();
+    MessagePtr Make(const SWatchPublication& roPublication, uint64_t uiEventsAfter);
+    MessagePtr AwaitNewer(uint64_t uiKnown);
+    bool Enter();
+    void Leave();
+    void Serve(const HttpWriter& roWriter, std::optional<uint64_t> oAfter);
+    std::string PrintEvents(uint64_t uiAfter, uint64_t& ruiNewest) const;
+
+    SWatchData& m_roData;
+    CLastEvents m_oLastEvents;
+    mutable std::mutex m_oMutex;
+    std::condition_variable m_oChanged;
+    MessagePtr m_poMessage;
+    uint32_t m_uiListeners = 0;
+    bool m_bIsEnding = false;
+    std::thread m_oThread; // the last member: it uses all others
+};
+
+#endif

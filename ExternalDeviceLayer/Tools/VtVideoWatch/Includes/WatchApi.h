@@ -1,0 +1,48 @@
+/*
+ * The answers under /api/v1/ but for the live ones: figures, pairs, history and events as JSON (docs/api/), and whether
+ * the watch is well. Reads through WatchData alone.
+ */
+#ifndef WATCH_API_H
+#define WATCH_API_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "HttpServer.h"
+#include "LastEvents.h"
+#include "WatchData.h"
+
+// Thread-safe.
+class CWatchApi
+{
+public:
+    explicit CWatchApi(SWatchData& roData) : m_roData(roData), m_oLastEvents(roData) {}
+
+    SHttpAnswer AnswerStreams(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerPairs(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerHistory(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerEvents(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerHealth(const SHttpRequest& roRequest);
+
+private:
+    // What was made of the newest snapshot: however many ask, it is made once.
+    struct SMade
+    {
+        std::mutex oMutex;
+        std::shared_ptr<const SWatchPublication> poFrom;
+        std::shared_ptr<const std::string> poText;
+    };
+
+    using MakeText = std::string (CWatchApi::*)(const SWatchPublication& roPublication);
+    SHttpAnswer AnswerMade(const SHttpRequest& roRequest, SMade& roMade, MakeText oMake);
+    std::string MakeStreams(const SWatchPublication& roPublication);
+    std::string MakePairs(const SWatchPublication& roPublication);
+
+    SWatchData& m_roData;
+    CLastEvents m_oLastEvents;
+    SMade m_oStreams;
+    SMade m_oPairs;
+};
+
+#endif

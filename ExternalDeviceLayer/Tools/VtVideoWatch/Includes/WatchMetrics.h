@@ -1,0 +1,29 @@
+/*
+ * The watch's figures in the text format of Prometheus. A scrape tells of one publication, so its figures belong
+ * together. An estimate that is not known is absent: a gap in a graph, and no alarm. Labels are direction and index,
+ * and nothing that grows without bound; names and formats stand in vt_video_stream_info alone.
+ */
+#ifndef WATCH_METRICS_H
+#define WATCH_METRICS_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "HttpServer.h"
+#include "WatchData.h"
+
+// What the serving itself costs.
+struct SServingCosts
+{
+    HttpCounts auiRequests = {};
+    uint32_t uiListeners = 0;
+    uint64_t uiScrapes = 0; // before this one
+    double flScrapeSeconds = 0.0;
+};
+
+/* The whole answer to a scrape; without a publication only what does not need one. Thread-safe. */
+std::string WatchMetrics_Print(const std::shared_ptr<const SWatchPublication>& rpoPublication,
+                               const SServingCosts& roServing);
+
+#endif

@@ -1,0 +1,39 @@
+/*
+ * Everything that the watch serves, on one address: metrics, JSON, the live stream, the page. It reads through
+ * WatchData alone and has threads of its own.
+ *
+ *   /               the page, and its files beside it
+ *   /metrics        for Prometheus
+ *   /api/v1/...     streams, pairs, history, events, live
+ *   /healthz        200 while snapshots come
+ */
+#ifndef WATCH_SERVER_H
+#define WATCH_SERVER_H
+
+#include <memory>
+#include <string>
+
+#include "WatchData.h"
+
+struct SWatchServer;
+void WatchServer_Stop(SWatchServer* poServer);
+struct SWatchServerDeleter
+{
+    void operator()(SWatchServer* poServer) const { WatchServer_Stop(poServer); }
+};
+// Its end sends every client away and waits for the threads: well below a second.
+using WatchServerPtr = std::unique_ptr<SWatchServer, SWatchServerDeleter>;
+
+/*
+ * Starts to serve.
+ *   roData      in   must outlive the server
+ *   szListen    in   ADDRESS:PORT, see HttpServer_Start
+ *   rszProblem  out  one line that says why it could not be
+ * Null when it could not be. One thread at a time, like the end.
+ */
+WatchServerPtr WatchServer_Start(SWatchData& roData, const std::string& szListen, std::string& rszProblem);
+
+/* The address in use, "127.0.0.1:9843". Thread-safe. */
+const std::string& WatchServer_GetAddress(const SWatchServer& roServer);
+
+#endif

@@ -1,0 +1,128 @@
+#include "ApiQuery.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace
+{
+
+// Splits off what stands before a separator, and takes that off the front of the text.
+std::string_view TakePart(std::string_view& rszText, char chSeparator)
+{
+    const size_t uiEnd = std::min(rszText.find(chSeparator), rszText.size());
+    const std::string_view szPart = rszText.substr(0, uiEnd);
+    rszText.remove_prefix(std::min(uiEnd + 1, rszText.size()));
+    return szPart;
+}
+
+bool DecodePercent(std::string_view szText, std::string& rszDecoded)
+{
+    for (size_t i = 0; i < szText.size(); ++i)
+    {
+        if (szText[i] != '%')
+        {
+            rszDecoded += szText[i] == '+' ? ' ' : szText[i];
+            continue;
+        }
+        uint8_t uiByte = 0;
+        const char* pchDigits = szText.data() + i + 1;
+        if (szText.size() - i < 3 || std::from_chars(pchDigits, pchDigits + 2, uiByte, 16).ptr != pchDigits + 2)
+        {
+            return false;
+        }
+        rszDecoded += static_cast<char>(uiByte);
+        i += 2;
+    }
+    return true;
+}
+
+} // namespace
+
+CApiQuery::CApiQuery(std::string_view szQuery, std::span<const char* const> aszNames)
+{
+    while (!szQuery.empty())
+    {
+        std::string_view szPart = TakePart(szQuery, '&');
+        const std::string szName(TakePart(szPart, '='));
+        std::string szValue;
+        const bool bIsKnown = std::ranges::any_of(aszNames, [&](const char* szKnown) { return szName == szKnown; });
+        if (!bIsKnown)
+        {
+            SetProblem("there is no parameter \"" + szName + "\" here");
+        }
+        else if (!DecodePercent(szPart, szValue))
+        {
+            SetProblem("parameter " + szName + ": a percent sign must be followed by two hexadecimal digits");
+        }
+        else if (!m_oValues.emplace(szName, szValue).second)
+        {
+            SetProblem("parameter " + szName + " is given twice");
+        }
+    }
+}
+
+void CApiQuery::SetProblem(const std::string& szProblem)
+{
+    if (m_szProblem.empty())
+    {
+        m_szProblem = szProblem;
+    }
+}
+
+uint64_t CApiQuery::GetNumber(const char* szName, uint64_t uiDefault, uint64_t uiLeast, uint64_t uiMost)
+{
+    const auto oValue = m_oValues.find(szName);
+    if (oValue == m_oValues.end())
+    {
+        return uiDefault;
+    }
+    const char* pchEnd = oValue->second.data() + oValue->second.size();
+    uint64_t uiNumber = 0;
+    const auto oResult = std::from_chars(oValue->second.data(), pchEnd, uiNumber);
+    if (oResult.ec != std::errc() || oResult.ptr != pchEnd || uiNumber < uiLeast || uiNumber > uiMost)
+    {
+        SetProblem("parameter " + std::string(szName) + ": give a number from " + std::to_string(uiLeast) + " to " +
+                   std::to_string(uiMost));
+        return uiDefault;
+    }
+    return uiNumber;
+}
+
+int64_t CApiQuery::GetUtc(const char* szName, int64_t iDefault)
+{
+    const auto oValue = m_oValues.find(szName);
+    if (oValue == m_oValues.end())
+    {
+        return iDefault;
+    }
+    const std::optional<int64_t> iUtcNs = WatchTexts_FindUtc(oValue->second);
+    if (!iUtcNs)
+    {
+        SetProblem("parameter " + std::string(szName) +
+                   ": give milliseconds since 1970 in UTC, or a moment as in 2026-11-21T22:05:37Z");
+    }
+    return iUtcNs.value_or(iDefault);
+}
+
+std::vector<std::string> CApiQuery::GetList(const char* szName) const
+{
+    std::vector<std::string> aszParts;
+    const auto oValue = m_oValues.find(szName);
+    std::string_view szRest = oValue == m_oValues.end() ? std::string_view() : std::string_view(oValue->second);
+    while (!szRest.empty())
+    {
+        aszParts.emplace_back(TakePart(szRest, ','));
+    }
+    return aszParts;
+}
+
+SStreamKey CApiQuery::GetStream(const char* szName)
+{
+    const auto oValue = m_oValues.find(szName);
+    const auto oStream = oValue == m_oValues.end() ? std::nullopt : WatchTexts_FindStream(oValue->second);
+    if (!oStream)
+    {
+        SetProblem("parameter " + std::string(szName) + ": give one stream, as in IN_00 or OUT_03");
+    }
+    return oStream.value_or(SStreamKey());
+}

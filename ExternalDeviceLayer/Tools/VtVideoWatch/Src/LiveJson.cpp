@@ -1,0 +1,124 @@
+#include "LiveJson.h"
+
+#include <nlohmann/json.hpp>
+
+#include "WatchTexts.h"
+
+namespace
+{
+
+constexpr int iRateDigits = 12;
+constexpr int iDigits = 7;
+constexpr int iErrorDigits = 3;
+
+SEstimate Round(const SEstimate& roEstimate, int iKept)
+{
+    return {WatchJson_Round(roEstimate.flValue, iKept), WatchJson_Round(roEstimate.flStdErr, iErrorDigits),
+            roEstimate.bIsValid};
+}
+
+// The window that is steady and yet follows a change, as soon as it is full.
+CJson FromBestRate(const SStreamFigures& roStream)
+{
+    for (const ERateWindow eWindow : {ERateWindow::SECONDS_10, ERateWindow::SECONDS_1})
+    {
+        const auto i = static_cast<size_t>(eWindow);
+        if (roStream.aoRateHz[i].bIsValid)
+        {
+            CJson oJson = WatchJson_FromEstimate(Round(roStream.aoRateHz[i], iRateDigits), "hz", "stderr_hz");
+            const SEstimate oPpm = Round(roStream.aoRatePpm[i], iDigits);
+            oJson["ppm"] = oPpm.bIsValid ? CJson(oPpm.flValue) : CJson();
+            oJson["stderr_ppm"] = oPpm.bIsValid ? CJson(oPpm.flStdErr) : CJson();
+            return oJson;
+        }
+    }
+    return {};
+}
+
+CJson FromPhase(const SStreamFigures& roStream)
+{
+    CJson oJson = WatchJson_FromEstimate(Round(roStream.oPhaseSeconds, iDigits), "seconds", "stderr");
+    if (!oJson.is_null())
+    {
+        const double flLine = roStream.flLineSeconds;
+        oJson["lines"] =
+            flLine > 0.0 ? CJson(WatchJson_Round(roStream.oPhaseSeconds.flValue / flLine, iDigits)) : CJson();
+    }
+    return oJson;
+}
+
+CJson FromSecondsTo(double flSeconds)
+{
+    return flSeconds < 0.0 ? CJson() : CJson(WatchJson_Round(flSeconds, iErrorDigits + 1));
+}
+
+CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts, std::span<const SWatchEvent> aoEvents)
+{
+    return {{"id", WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex)},
+            {"name", roTexts.szName},
+            {"standard", roTexts.szStandard},
+            {"state", WatchTexts_GetState(roStream.eState)},
+            {"since", WatchTexts_GetUtc(roStream.iStateSinceUtcNs)},
+            {"nominal_hz", roStream.uiNominalNumerator == 0 ? CJson() : CJson(roStream.flNominalRateHz)},
+            {"rate", FromBestRate(roStream)},
+            {"phase", FromPhase(roStream)},
+            {"drift", WatchJson_FromEstimate(Round(roStream.oDriftRatio, iDigits), "ratio", "stderr")},
+            {"lock", WatchTexts_GetLock(roStream.eLock)},
+            {"seconds_to_threshold", FromSecondsTo(roStream.flSecondsToThreshold)},
+            {"seconds_to_slip", FromSecondsTo(roStream.flSecondsToSlip)},
+            {"fields_lost", roStream.oCounters.uiFieldsLost},
+            {"fields_unobserved", roStream.oCounters.uiFieldsUnobserved},
+            {"signal_losses", roStream.oCounters.uiSignalLosses},
+            {"last_event", WatchJson_FromLastEvent(roStream.uiLastEvent, aoEvents)}};
+}
+
+CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection,
+                    std::span<const SWatchEvent> aoEvents)
+{
+    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
+    CJson oGroups = CJson::array();
+    for (const SLockGroup& roGroup : roFigures.aoGroups)
+    {
+        oGroups.push_back(WatchJson_FromGroup(eDirection, roGroup));
+    }
+    CJson oStreams = CJson::array();
+    for (const SStreamFigures& roStream : roFigures.aoStreams)
+    {
+        const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
+        oStreams.push_back(FromLiveStream(roStream, roTexts, aoEvents));
+    }
+    return {{"reference",
+             roFigures.bHasReference ? CJson(WatchTexts_GetStreamId(eDirection, roFigures.uiReference)) : CJson()},
+            {"groups", std::move(oGroups)},
+            {"streams", std::move(oStreams)}};
+}
+
+uint64_t CountLateWakes(const SWatchSnapshot& roSnapshot)
+{
+    uint64_t uiLateWakes = 0;
+    for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
+    {
+        for (const SStreamFigures& roStream : roDirection.aoStreams)
+        {
+            uiLateWakes += roStream.oCounters.uiLateWakes;
+        }
+    }
+    return uiLateWakes;
+}
+
+} // namespace
+
+CJson LiveJson_FromPublication(const SWatchPublication& roPublication, std::span<const SWatchEvent> aoEvents)
+{
+    const SWatchCosts& roCosts = roPublication.oCosts;
+    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+            {"host", roPublication.szHost},
+            {"simulated", roPublication.bIsSimulated},
+            {"late_wakes", CountLateWakes(roPublication.oSnapshot)},
+            {"ring_overruns", roCosts.uiRingOverruns},
+            {"store_failing", roCosts.bStoreIsFailing},
+            {"journal_failing", roCosts.bJournalIsFailing},
+            {"directions",
+             {{"input", FromDirection(roPublication, EStreamDirection::INPUT, aoEvents)},
+              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT, aoEvents)}}}};
+}

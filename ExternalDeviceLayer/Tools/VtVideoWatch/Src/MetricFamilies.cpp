@@ -1,0 +1,43 @@
+#include "MetricFamilies.h"
+
+#include <cmath>
+
+#include "WatchTexts.h"
+
+CFamily::CFamily(CFamilies& raoFamilies, const char* szName, const char* szHelp, prometheus::MetricType eType)
+    : m_roFamily(raoFamilies.emplace_back())
+{
+    m_roFamily.name = szName;
+    m_roFamily.help = szHelp;
+    m_roFamily.type = eType;
+}
+
+void CFamily::Add(CLabels oLabels, double flValue)
+{
+    prometheus::ClientMetric& roMetric = m_roFamily.metric.emplace_back();
+    roMetric.label = std::move(oLabels);
+    // The one of both that the family's type takes.
+    roMetric.counter.value = flValue;
+    roMetric.gauge.value = flValue;
+}
+
+void CFamily::AddKnown(CLabels oLabels, bool bIsKnown, double flValue)
+{
+    if (bIsKnown && std::isfinite(flValue))
+    {
+        Add(std::move(oLabels), flValue);
+    }
+}
+
+CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName, const char* szValue)
+{
+    CLabels oLabels;
+    oLabels.reserve(szName == nullptr ? 2 : 3);
+    oLabels.push_back({"direction", WatchTexts_GetDirection(roStream.eDirection)});
+    oLabels.push_back({"index", std::to_string(roStream.uiIndex)});
+    if (szName != nullptr)
+    {
+        oLabels.push_back({szName, szValue});
+    }
+    return oLabels;
+}

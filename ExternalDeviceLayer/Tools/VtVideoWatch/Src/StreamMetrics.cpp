@@ -1,0 +1,251 @@
+#include "MetricFamilies.h"
+
+#include "WatchJson.h"
+#include "WatchTexts.h"
+
+namespace
+{
+
+using prometheus::MetricType;
+
+// Significant digits of a figure, of a rate, and of an uncertainty: what lies beyond is noise that costs bytes.
+constexpr int iDigits = 7;
+constexpr int iRateDigits = 12;
+constexpr int iErrorDigits = 3;
+
+enum class EOnly : uint8_t
+{
+    BOTH,
+    INPUTS,
+    OUTPUTS
+};
+
+struct SCounterMetric
+{
+    const char* szName;
+    const char* szHelp;
+    uint64_t SStreamCounters::*puiCounter;
+    EOnly eOnly;
+};
+
+constexpr SCounterMetric aoCounters[] = {
+    {"vt_video_fields_total", "Fields that the signal had while watched: observed, lost and unobserved ones.",
+     &SStreamCounters::uiFields, EOnly::BOTH},
+    {"vt_video_fields_observed_total", "Fields delivered to the watch.", &SStreamCounters::uiFieldsObserved,
+     EOnly::BOTH},
+    {"vt_video_fields_lost_total", "Fields that the board did not deliver although the watch waited for them.",
+     &SStreamCounters::uiFieldsLost, EOnly::BOTH},
+    {"vt_video_fields_unobserved_total",
+     "Fields that passed while the watch was late: nothing is wrong with the signal.",
+     &SStreamCounters::uiFieldsUnobserved, EOnly::BOTH},
+    {"vt_video_fields_repeated_total", "Fields whose counter did not move.", &SStreamCounters::uiFieldsRepeated,
+     EOnly::BOTH},
+    {"vt_video_counter_backward_total", "Times that the field counter went back.", &SStreamCounters::uiCounterBackward,
+     EOnly::BOTH},
+    {"vt_video_fields_early_total", "Fields that started early against the grid.", &SStreamCounters::uiFieldsEarly,
+     EOnly::BOTH},
+    {"vt_video_fields_late_total", "Fields that started late against the grid.", &SStreamCounters::uiFieldsLate,
+     EOnly::BOTH},
+    {"vt_video_phase_steps_total", "Times that the grid itself moved and stayed there.", &SStreamCounters::uiPhaseSteps,
+     EOnly::BOTH},
+    {"vt_video_signal_losses_total", "Times that the signal went away.", &SStreamCounters::uiSignalLosses, EOnly::BOTH},
+    {"vt_video_timing_changes_total", "Changes of the signal's timings.", &SStreamCounters::uiTimingChanges,
+     EOnly::BOTH},
+    {"vt_video_format_changes_total", "Changes of the buffers' pixel format.", &SStreamCounters::uiFormatChanges,
+     EOnly::BOTH},
+    {"vt_video_setup_changes_total", "Changes of the capture state (inputs) or power state (outputs).",
+     &SStreamCounters::uiStateChanges, EOnly::BOTH},
+    {"vt_video_buffers_skipped_total", "Buffers that the board skipped by its own count.",
+     &SStreamCounters::uiBuffersSkipped, EOnly::INPUTS},
+    {"vt_video_buffers_set_total", "Buffers that applications handed to the output.", &SStreamCounters::uiBuffersSet,
+     EOnly::OUTPUTS},
+    {"vt_video_buffers_repeated_total", "Fields that showed a buffer once more.", &SStreamCounters::uiBuffersRepeated,
+     EOnly::OUTPUTS},
+    {"vt_video_buffers_overwritten_total", "Buffers that were replaced before they were shown.",
+     &SStreamCounters::uiBuffersOverwritten, EOnly::OUTPUTS},
+    {"vt_video_wait_timeouts_total", "Waits that ended without a field.", &SStreamCounters::uiWaitTimeOuts,
+     EOnly::BOTH},
+    {"vt_video_late_wakes_total", "Waits that returned later than half a field after its start.",
+     &SStreamCounters::uiLateWakes, EOnly::BOTH},
+};
+
+bool IsMeant(EOnly eOnly, EStreamDirection eDirection)
+{
+    return eOnly == EOnly::BOTH || (eOnly == EOnly::INPUTS) == (eDirection == EStreamDirection::INPUT);
+}
+
+void CollectCounters(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    for (const SCounterMetric& roCounter : aoCounters)
+    {
+        CFamily oFamily(raoFamilies, roCounter.szName, roCounter.szHelp, MetricType::Counter);
+        ForEachStream(roSnapshot,
+                      [&](const SStreamFigures& roStream)
+                      {
+                          if (IsMeant(roCounter.eOnly, roStream.eDirection))
+                          {
+                              oFamily.Add(MetricLabels_Get(roStream),
+                                          static_cast<double>(roStream.oCounters.*roCounter.puiCounter));
+                          }
+                      });
+    }
+}
+
+struct SFigureMetric
+{
+    const char* szName;
+    const char* szHelp;
+    MetricType eType;
+    int iDigits;
+    double (*oGet)(const SStreamFigures& roStream); // negative for times, 0 for rates and periods: see oIsKnown
+    bool (*oIsKnown)(const SStreamFigures& roStream);
+};
+
+using Stream = const SStreamFigures&;
+
+constexpr SFigureMetric aoFigures[] = {
+    {"vt_video_signal_lost_seconds_total", "Time for which the signal was away, over all losses.", MetricType::Counter,
+     12, [](Stream roStream) { return roStream.oCounters.flSignalLostSeconds; }, [](Stream) { return true; }},
+    {"vt_video_running_seconds_total", "Time for which fields came.", MetricType::Counter, 12,
+     [](Stream roStream) { return roStream.oCounters.flRunningSeconds; }, [](Stream) { return true; }},
+    {"vt_video_watched_seconds_total", "Time for which the stream was watched.", MetricType::Counter, 12,
+     [](Stream roStream) { return roStream.oCounters.flWatchedSeconds; }, [](Stream) { return true; }},
+    {"vt_video_nominal_rate_hertz", "Field rate that the timings stand for, the 1000/1001 rates exact.",
+     MetricType::Gauge, 15, [](Stream roStream) { return roStream.flNominalRateHz; },
+     [](Stream roStream) { return roStream.uiNominalNumerator != 0; }},
+    {"vt_video_line_seconds", "Duration of a line.", MetricType::Gauge, iRateDigits,
+     [](Stream roStream) { return roStream.flLineSeconds; },
+     [](Stream roStream) { return roStream.flLineSeconds > 0.0; }},
+    {"vt_video_jitter_rms_seconds", "Deviation of the field starts from their fit over 10 s, RMS.", MetricType::Gauge,
+     iDigits, [](Stream roStream) { return roStream.flJitterRmsSeconds; },
+     [](Stream roStream) { return roStream.eState == EStreamState::RUNNING; }},
+    {"vt_video_jitter_peak_seconds", "The same, from peak to peak.", MetricType::Gauge, iDigits,
+     [](Stream roStream) { return roStream.flJitterPeakSeconds; },
+     [](Stream roStream) { return roStream.eState == EStreamState::RUNNING; }},
+    {"vt_video_phase_seconds",
+     "Field start against the direction's reference stream, within half a period; positive: later.", MetricType::Gauge,
+     iDigits + 2, [](Stream roStream) { return roStream.oPhaseSeconds.flValue; },
+     [](Stream roStream) { return roStream.oPhaseSeconds.bIsValid; }},
+    {"vt_video_phase_stderr_seconds", "Standard error of the phase.", MetricType::Gauge, iErrorDigits,
+     [](Stream roStream) { return roStream.oPhaseSeconds.flStdErr; },
+     [](Stream roStream) { return roStream.oPhaseSeconds.bIsValid; }},
+    {"vt_video_drift_ratio", "Growth of the phase against the reference, seconds per second.", MetricType::Gauge,
+     iDigits, [](Stream roStream) { return roStream.oDriftRatio.flValue; },
+     [](Stream roStream) { return roStream.oDriftRatio.bIsValid; }},
+    {"vt_video_drift_stderr_ratio", "Standard error of the drift.", MetricType::Gauge, iErrorDigits,
+     [](Stream roStream) { return roStream.oDriftRatio.flStdErr; },
+     [](Stream roStream) { return roStream.oDriftRatio.bIsValid; }},
+    {"vt_video_threshold_crossing_seconds", "Time until the lock's threshold is crossed at this drift.",
+     MetricType::Gauge, iDigits, [](Stream roStream) { return roStream.flSecondsToThreshold; },
+     [](Stream roStream) { return roStream.flSecondsToThreshold >= 0.0; }},
+    {"vt_video_slip_seconds", "Time until a whole field has slipped at this drift.", MetricType::Gauge, iDigits,
+     [](Stream roStream) { return roStream.flSecondsToSlip; },
+     [](Stream roStream) { return roStream.flSecondsToSlip >= 0.0; }},
+    {"vt_video_tai_phase_seconds",
+     "Field start against the grid that starts at 1970-01-01T00:00:00 TAI, within half a period.", MetricType::Gauge,
+     iDigits + 2, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flValue; },
+     [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
+    {"vt_video_tai_phase_stderr_seconds", "Standard error of that phase, the clocks taken as right.", MetricType::Gauge,
+     iErrorDigits, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flStdErr; },
+     [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
+    {"vt_video_tai_uncertainty_seconds", "How closely that grid is known here: what the clocks may be off.",
+     MetricType::Gauge, iErrorDigits, [](Stream roStream) { return roStream.flTaiUncertaintySeconds; },
+     [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
+};
+
+void CollectFigures(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    for (const SFigureMetric& roFigure : aoFigures)
+    {
+        CFamily oFamily(raoFamilies, roFigure.szName, roFigure.szHelp, roFigure.eType);
+        ForEachStream(roSnapshot,
+                      [&](const SStreamFigures& roStream)
+                      {
+                          oFamily.AddKnown(MetricLabels_Get(roStream), roFigure.oIsKnown(roStream),
+                                           WatchJson_Round(roFigure.oGet(roStream), roFigure.iDigits));
+                      });
+    }
+}
+
+// Value and standard error of an estimate that a stream has one of for each window.
+void AddWindow(const SStreamFigures& roStream, const SEstimate& roEstimate, const char* szWindow, CFamily& roValue,
+               CFamily& roError, int iKept)
+{
+    roValue.AddKnown(MetricLabels_Get(roStream, "window", szWindow), roEstimate.bIsValid,
+                     WatchJson_Round(roEstimate.flValue, iKept));
+    roError.AddKnown(MetricLabels_Get(roStream, "window", szWindow), roEstimate.bIsValid,
+                     WatchJson_Round(roEstimate.flStdErr, iErrorDigits));
+}
+
+void CollectWindows(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    // The families stay in their places: four are added, and there is room.
+    raoFamilies.reserve(raoFamilies.size() + 4);
+    CFamily oRate(raoFamilies, "vt_video_rate_hertz", "Fields per second as the wait delivers them.",
+                  MetricType::Gauge);
+    CFamily oRateError(raoFamilies, "vt_video_rate_stderr_hertz", "Standard error of the rate.", MetricType::Gauge);
+    CFamily oTdev(raoFamilies, "vt_video_tdev_seconds", "Time deviation of the field starts.", MetricType::Gauge);
+    CFamily oTdevError(raoFamilies, "vt_video_tdev_stderr_seconds", "Standard error of the time deviation.",
+                       MetricType::Gauge);
+    ForEachStream(
+        roSnapshot,
+        [&](const SStreamFigures& roStream)
+        {
+            for (size_t i = 0; i < auiRateWindowSeconds.size(); ++i)
+            {
+                AddWindow(roStream, roStream.aoRateHz[i], WatchTexts_GetRateWindow(static_cast<ERateWindow>(i)), oRate,
+                          oRateError, iRateDigits);
+            }
+            for (size_t i = 0; i < auiTdevSeconds.size(); ++i)
+            {
+                // The windows of both have the same names.
+                AddWindow(roStream, roStream.aoTdevSeconds[i], WatchTexts_GetRateWindow(static_cast<ERateWindow>(i)),
+                          oTdev, oTdevError, iErrorDigits);
+            }
+        });
+}
+
+void CollectInfo(const SWatchPublication& roPublication, CFamilies& raoFamilies)
+{
+    CFamily oFamily(raoFamilies, "vt_video_stream_info", "Names and formats of a stream; always 1.", MetricType::Gauge);
+    ForEachStream(roPublication.oSnapshot,
+                  [&](const SStreamFigures& roStream)
+                  {
+                      const SStreamTexts& roTexts =
+                          WatchJson_GetTexts(roPublication, roStream.eDirection, roStream.uiIndex);
+                      CLabels oLabels = MetricLabels_Get(roStream, "name", "");
+                      oLabels.back().value = WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+                      oLabels.push_back({"connector", roTexts.szName});
+                      oLabels.push_back({"format", roTexts.szFormat});
+                      oLabels.push_back({"standard", roTexts.szStandard});
+                      oLabels.push_back({"setup", roTexts.szCapture});
+                      oFamily.Add(std::move(oLabels), 1.0);
+                  });
+}
+
+void CollectStates(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    CFamily oFamily(raoFamilies, "vt_video_stream_state", "1 for the state that the stream is in, 0 for the others.",
+                    MetricType::Gauge);
+    ForEachStream(roSnapshot,
+                  [&](const SStreamFigures& roStream)
+                  {
+                      for (size_t i = 0; i < static_cast<size_t>(EStreamState::COUNT); ++i)
+                      {
+                          const auto eState = static_cast<EStreamState>(i);
+                          oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetState(eState)),
+                                      roStream.eState == eState ? 1.0 : 0.0);
+                      }
+                  });
+}
+
+} // namespace
+
+void StreamMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies)
+{
+    CollectInfo(roPublication, raoFamilies);
+    CollectStates(roPublication.oSnapshot, raoFamilies);
+    CollectCounters(roPublication.oSnapshot, raoFamilies);
+    CollectFigures(roPublication.oSnapshot, raoFamilies);
+    CollectWindows(roPublication.oSnapshot, raoFamilies);
+}

@@ -1,0 +1,237 @@
+#include "WatchApi.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+#include <nlohmann/json.hpp>
+
+#include "ApiQuery.h"
+#include "HistoryJson.h"
+#include "WatchJson.h"
+
+namespace
+{
+
+constexpr const char* szJson = "application/json";
+constexpr uint64_t uiMostEvents = 1000;
+constexpr uint64_t uiMostPoints = 60000;
+constexpr int64_t iNsPerSecond = 1'000'000'000;
+constexpr int64_t iNsPerMillisecond = 1'000'000;
+// The watch publishes once a second: what is older than this is no longer a picture of now.
+constexpr double flMostAgeSeconds = 5.0;
+
+SHttpAnswer AnswerTooEarly()
+{
+    return HttpAnswer_MakeError(503, "the first snapshot is not there yet");
+}
+
+double GetAgeSeconds(const SWatchPublication& roPublication)
+{
+    timespec oNow = {};
+    clock_gettime(CLOCK_MONOTONIC, &oNow);
+    const auto flNow = static_cast<double>(oNow.tv_sec) + static_cast<double>(oNow.tv_nsec) * 1e-9;
+    return flNow - static_cast<double>(roPublication.oSnapshot.oClock.uiMonotonicNs) * 1e-9;
+}
+
+// Streams and kinds of an event query; each list that is not there means all.
+void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
+{
+    if (roQuery.Has("stream"))
+    {
+        roEvents.uiInputs = 0;
+        roEvents.uiOutputs = 0;
+    }
+    for (const std::string& rszId : roQuery.GetList("stream"))
+    {
+        const auto oStream = WatchTexts_FindStream(rszId);
+        if (!oStream)
+        {
+            roQuery.SetProblem("parameter stream: give streams as in IN_00,OUT_03");
+            return;
+        }
+        (oStream->eDirection == EStreamDirection::INPUT ? roEvents.uiInputs : roEvents.uiOutputs) |=
+            1ULL << oStream->uiIndex;
+    }
+    roEvents.uiKinds = roQuery.Has("kind") ? 0 : ~0ULL;
+    for (const std::string& rszKind : roQuery.GetList("kind"))
+    {
+        const auto oKind = WatchTexts_FindEventKind(rszKind);
+        if (!oKind)
+        {
+            roQuery.SetProblem("parameter kind: there are no events of the kind \"" + rszKind + "\"");
+            return;
+        }
+        roEvents.uiKinds |= 1ULL << static_cast<unsigned>(*oKind);
+    }
+}
+
+SHistoryQuery ReadHistoryQuery(CApiQuery& roQuery, int64_t iNowUtcNs)
+{
+    const SStreamKey oStream = roQuery.GetStream("stream");
+    SHistoryQuery oHistory;
+    oHistory.eDirection = oStream.eDirection;
+    oHistory.uiIndex = oStream.uiIndex;
+    oHistory.uiSeconds = static_cast<uint32_t>(roQuery.GetNumber("step", 1, 1, 60));
+    if (oHistory.uiSeconds != 1 && oHistory.uiSeconds != 60)
+    {
+        roQuery.SetProblem("parameter step: give 1 or 60 seconds");
+    }
+    const int64_t iUsualNs = (oHistory.uiSeconds == 1 ? 600 : 86400) * iNsPerSecond;
+    oHistory.iToUtcNs = roQuery.GetUtc("to", iNowUtcNs + iNsPerSecond);
+    oHistory.iFromUtcNs = roQuery.GetUtc("from", std::max<int64_t>(0, oHistory.iToUtcNs - iUsualNs));
+    oHistory.uiMost = static_cast<uint32_t>(roQuery.GetNumber("limit", 1000, 1, uiMostPoints));
+    if (oHistory.iFromUtcNs >= oHistory.iToUtcNs)
+    {
+        roQuery.SetProblem("parameter from: must lie before to");
+    }
+    return oHistory;
+}
+
+// What is asked for with one more than wanted; the surplus says that there is more.
+template <typename TRecord> bool CutSurplus(std::vector<TRecord>& raoRecords, size_t uiMost, bool bNewestFirst)
+{
+    if (raoRecords.size() <= uiMost)
+    {
+        return false;
+    }
+    const auto iSurplus = static_cast<std::ptrdiff_t>(raoRecords.size() - uiMost);
+    raoRecords.erase(bNewestFirst ? raoRecords.end() - iSurplus : raoRecords.begin(),
+                     bNewestFirst ? raoRecords.end() : raoRecords.begin() + iSurplus);
+    return true;
+}
+
+CJson FromReach(int64_t iUtcNs)
+{
+    return iUtcNs == 0 ? CJson() : CJson(iUtcNs / iNsPerMillisecond);
+}
+
+} // namespace
+
+SHttpAnswer CWatchApi::AnswerMade(const SHttpRequest& roRequest, SMade& roMade, MakeText oMake)
+{
+    const CApiQuery oQuery(roRequest.szQuery, {});
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    const auto poLatest = WatchData_GetLatest(m_roData);
+    if (poLatest == nullptr)
+    {
+        return AnswerTooEarly();
+    }
+    const std::lock_guard oGuard(roMade.oMutex);
+    if (roMade.poFrom != poLatest)
+    {
+        roMade.poText = std::make_shared<const std::string>((this->*oMake)(*poLatest));
+        roMade.poFrom = poLatest;
+    }
+    SHttpAnswer oAnswer;
+    oAnswer.poBody = roMade.poText;
+    oAnswer.szBody = *oAnswer.poBody;
+    return oAnswer;
+}
+
+std::string CWatchApi::MakeStreams(const SWatchPublication& roPublication)
+{
+    return WatchJson_Print(WatchJson_FromStreams(roPublication, m_oLastEvents.Find(roPublication))) + "\n";
+}
+
+std::string CWatchApi::MakePairs(const SWatchPublication& roPublication)
+{
+    return WatchJson_Print(WatchJson_FromPairs(roPublication)) + "\n";
+}
+
+SHttpAnswer CWatchApi::AnswerStreams(const SHttpRequest& roRequest)
+{
+    return AnswerMade(roRequest, m_oStreams, &CWatchApi::MakeStreams);
+}
+
+SHttpAnswer CWatchApi::AnswerPairs(const SHttpRequest& roRequest)
+{
+    return AnswerMade(roRequest, m_oPairs, &CWatchApi::MakePairs);
+}
+
+SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)
+{
+    constexpr std::array aszNames = {"stream", "from", "to", "step", "fields", "limit"};
+    const auto poLatest = WatchData_GetLatest(m_roData);
+    if (poLatest == nullptr)
+    {
+        return AnswerTooEarly();
+    }
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    SHistoryQuery oHistory = ReadHistoryQuery(oQuery, poLatest->oSnapshot.oClock.iUtcNs);
+    const std::vector<const SHistoryColumn*> apoColumns = HistoryJson_FindColumns(oQuery);
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    const std::string szId = WatchTexts_GetStreamId(oHistory.eDirection, oHistory.uiIndex);
+    if (oHistory.uiIndex >= poLatest->oSnapshot.aoDirections[static_cast<size_t>(oHistory.eDirection)].aoStreams.size())
+    {
+        return HttpAnswer_MakeError(404, "there is no stream " + szId);
+    }
+    const uint32_t uiMost = oHistory.uiMost++;
+    std::vector<SHistoryPoint> aoPoints = WatchData_FindHistory(m_roData, oHistory);
+    const bool bIsTruncated = CutSurplus(aoPoints, uiMost, false);
+    const SHistoryReach oReach = WatchData_GetReach(m_roData);
+    CJson oJson = {{"stream", szId},
+                   {"step", oHistory.uiSeconds},
+                   {"from", oHistory.iFromUtcNs / iNsPerMillisecond},
+                   {"to", oHistory.iToUtcNs / iNsPerMillisecond},
+                   {"truncated", bIsTruncated},
+                   {"reach",
+                    {{"seconds_from", FromReach(oReach.iSecondsFromUtcNs)},
+                     {"minutes_from", FromReach(oReach.iMinutesFromUtcNs)}}}};
+    HistoryJson_AddColumns(oJson, aoPoints, apoColumns);
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+}
+
+SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
+{
+    constexpr std::array aszNames = {"from", "to", "stream", "kind", "after", "limit"};
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    SEventQuery oEvents;
+    oEvents.iFromUtcNs = oQuery.GetUtc("from", oEvents.iFromUtcNs);
+    oEvents.iToUtcNs = oQuery.GetUtc("to", oEvents.iToUtcNs);
+    oEvents.uiAfterNumber = oQuery.GetNumber("after", 0, 0, UINT64_MAX);
+    const uint64_t uiMost = oQuery.GetNumber("limit", 100, 1, uiMostEvents);
+    ReadEventFilter(oQuery, oEvents);
+    if (oEvents.iFromUtcNs >= oEvents.iToUtcNs)
+    {
+        oQuery.SetProblem("parameter from: must lie before to");
+    }
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    oEvents.uiMost = static_cast<uint32_t>(uiMost + 1);
+    std::vector<SWatchEvent> aoEvents = WatchData_FindEvents(m_roData, oEvents);
+    const bool bIsTruncated = CutSurplus(aoEvents, uiMost, true);
+    CJson oJson = {{"events", CJson::array()}, {"truncated", bIsTruncated}};
+    for (const SWatchEvent& roEvent : aoEvents)
+    {
+        oJson["events"].push_back(WatchJson_FromEvent(roEvent));
+    }
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+}
+
+SHttpAnswer CWatchApi::AnswerHealth(const SHttpRequest& /*roRequest*/)
+{
+    constexpr const char* szText = "text/plain; charset=utf-8";
+    const auto poLatest = WatchData_GetLatest(m_roData);
+    if (poLatest == nullptr)
+    {
+        return HttpAnswer_Make(503, szText, "the first snapshot is not there yet\n");
+    }
+    const double flAge = GetAgeSeconds(*poLatest);
+    if (flAge > flMostAgeSeconds)
+    {
+        char szProblem[64];
+        std::snprintf(szProblem, sizeof(szProblem), "no snapshot for %.0f s\n", flAge);
+        return HttpAnswer_Make(503, szText, szProblem);
+    }
+    return HttpAnswer_Make(200, szText, "ok\n");
+}

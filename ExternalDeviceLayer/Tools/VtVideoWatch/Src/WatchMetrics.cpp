@@ -1,0 +1,70 @@
+#include "WatchMetrics.h"
+
+#include <prometheus/collectable.h>
+#include <prometheus/text_serializer.h>
+
+#include "MetricFamilies.h"
+
+namespace
+{
+
+using prometheus::MetricType;
+
+void CollectServing(const SServingCosts& roServing, CFamilies& raoFamilies)
+{
+    raoFamilies.reserve(raoFamilies.size() + 3);
+    CFamily oListeners(raoFamilies, "vt_video_live_listeners", "Listeners of the live stream.", MetricType::Gauge);
+    oListeners.Add({}, roServing.uiListeners);
+    CFamily oRequests(raoFamilies, "vt_video_http_requests_total", "Requests answered, by status.",
+                      MetricType::Counter);
+    for (size_t i = 0; i < aiHttpStatuses.size(); ++i)
+    {
+        const std::string szCode = aiHttpStatuses[i] == 0 ? "other" : std::to_string(aiHttpStatuses[i]);
+        oRequests.Add({{"code", szCode}}, static_cast<double>(roServing.auiRequests[i]));
+    }
+    prometheus::MetricFamily& roScrapes = raoFamilies.emplace_back();
+    roScrapes.name = "vt_video_scrape_seconds";
+    roScrapes.help = "Time that the scrapes before this one took here.";
+    roScrapes.type = MetricType::Summary;
+    auto& roSummary = roScrapes.metric.emplace_back().summary;
+    roSummary.sample_count = roServing.uiScrapes;
+    roSummary.sample_sum = roServing.flScrapeSeconds;
+}
+
+// One publication, seen by the metrics library.
+class CWatchCollectable : public prometheus::Collectable
+{
+public:
+    CWatchCollectable(std::shared_ptr<const SWatchPublication> poPublication, const SServingCosts& roServing)
+        : m_poPublication(std::move(poPublication)), m_oServing(roServing)
+    {
+    }
+
+    CFamilies Collect() const override
+    {
+        CFamilies aoFamilies;
+        if (m_poPublication != nullptr)
+        {
+            CostMetrics_Collect(*m_poPublication, aoFamilies);
+            LockMetrics_Collect(*m_poPublication, aoFamilies);
+            StreamMetrics_Collect(*m_poPublication, aoFamilies);
+        }
+        CollectServing(m_oServing, aoFamilies);
+        // A family without samples would be two lines that say nothing.
+        std::erase_if(aoFamilies, [](const prometheus::MetricFamily& roFamily) { return roFamily.metric.empty(); });
+        return aoFamilies;
+    }
+
+private:
+    std::shared_ptr<const SWatchPublication> m_poPublication;
+    SServingCosts m_oServing;
+};
+
+} // namespace
+
+std::string WatchMetrics_Print(const std::shared_ptr<const SWatchPublication>& rpoPublication,
+                               const SServingCosts& roServing)
+{
+    const CWatchCollectable oCollectable(rpoPublication, roServing);
+    return prometheus::TextSerializer().Serialize(oCollectable.Collect());
+}

@@ -1,0 +1,321 @@
+#include "WatchServer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "HttpClient.h"
+#include "LiveHub.h"
+#include "MadeUpWatch.h"
+#include "WatchJson.h"
+#include "WatchTexts.h"
+
+namespace
+{
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class WatchServerTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::string szProblem;
+        m_poServer = WatchServer_Start(m_oData, "127.0.0.1:0", szProblem);
+        ASSERT_NE(m_poServer, nullptr) << szProblem;
+        m_szAddress = WatchServer_GetAddress(*m_poServer);
+    }
+
+    void Publish(uint64_t uiNumber, uint32_t uiStreams = 4)
+    {
+        MadeUpWatch_Publish(m_oData, MadeUpWatch_Make(uiNumber, uiStreams));
+    }
+
+    std::string Get(const std::string& szPath) const { return HttpClient_Ask(m_szAddress, "GET " + szPath); }
+
+    CJson GetJson(const std::string& szPath) const
+    {
+        const std::string szAnswer = Get(szPath);
+        return CJson::parse(szAnswer.substr(szAnswer.find("\r\n\r\n")), nullptr, false);
+    }
+
+    SWatchData m_oData;
+    WatchServerPtr m_poServer;
+    std::string m_szAddress;
+};
+
+TEST_F(WatchServerTest, BeforeTheFirstSnapshotItSaysSo)
+{
+    for (const char* szPath : {"/api/v1/streams", "/api/v1/pairs", "/api/v1/history?stream=IN_00", "/healthz"})
+    {
+        const std::string szAnswer = Get(szPath);
+        EXPECT_THAT(szAnswer, StartsWith("HTTP/1.1 503 ")) << szPath;
+        EXPECT_THAT(szAnswer, HasSubstr("the first snapshot is not there yet")) << szPath;
+    }
+    EXPECT_THAT(Get("/metrics"), HasSubstr("\nvt_video_live_listeners 0\n"));
+}
+
+TEST_F(WatchServerTest, OnlyGetAndHeadAreServed)
+{
+    Publish(1);
+    for (const char* szMethod : {"POST", "PUT", "DELETE", "OPTIONS", "PATCH"})
+    {
+        const std::string szAnswer = HttpClient_Ask(m_szAddress, std::string(szMethod) + " /healthz");
+        EXPECT_THAT(szAnswer, StartsWith("HTTP/1.1 405 ")) << szMethod;
+        EXPECT_THAT(szAnswer, HasSubstr("\r\nAllow: GET, HEAD\r\n")) << szMethod;
+    }
+    const std::string szGet = Get("/healthz");
+    const std::string szHead = HttpClient_Ask(m_szAddress, "HEAD /healthz");
+    EXPECT_THAT(szGet, StartsWith("HTTP/1.1 200 "));
+    EXPECT_THAT(szHead, HasSubstr("\r\nContent-Length: 3\r\n"));
+    EXPECT_EQ(szGet.size(), szHead.size() + 3);
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, "HEAD /api/v1/live"), HasSubstr("text/event-stream"));
+}
+
+TEST_F(WatchServerTest, ASilentWatchIsNotWell)
+{
+    SWatchPublication oPublication = MadeUpWatch_Make(1, 1);
+    oPublication.oSnapshot.oClock.uiMonotonicNs -= 6'000'000'000U;
+    MadeUpWatch_Publish(m_oData, std::move(oPublication));
+    EXPECT_THAT(Get("/healthz"), HasSubstr("no snapshot for 6 s\n"));
+}
+
+TEST_F(WatchServerTest, ANameFromElsewhereCannotPointHere)
+{
+    Publish(1);
+    for (const char* szHost : {"evil.example", "evil.example:9843", "127.0.0.1.evil.example", "localhost.evil"})
+    {
+        const std::string szHeaders = std::string("Host: ") + szHost + "\r\n";
+        EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", szHeaders), StartsWith("HTTP/1.1 403 ")) << szHost;
+    }
+    for (const char* szHost : {"localhost", "localhost:1", "127.0.0.1:9843"})
+    {
+        const std::string szHeaders = std::string("Host: ") + szHost + "\r\n";
+        EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", szHeaders), StartsWith("HTTP/1.1 200 ")) << szHost;
+    }
+}
+
+TEST_F(WatchServerTest, AFaultyQueryIsAnsweredByOneLineThatNamesTheFault)
+{
+    Publish(1);
+    const std::pair<const char*, const char*> aoFaults[] = {
+        {"streams?x=1", "\\\"x\\\""},
+        {"history", "parameter stream"},
+        {"history?stream=IN_0", "parameter stream"},
+        {"history?stream=IN_00&step=7", "parameter step: give 1 or 60"},
+        {"history?stream=IN_00&limit=0", "parameter limit"},
+        {"history?stream=IN_00&limit=99999999999999999999", "parameter limit"},
+        {"history?stream=IN_00&fields=phase,color", "no field \\\"color\\\""},
+        {"history?stream=IN_00&from=yesterday", "parameter from"},
+        {"history?stream=IN_00&from=2000&to=1000", "before to"},
+        {"history?stream=IN_00&stream=IN_01", "given twice"},
+        {"history?stream=IN%5", "two hexadecimal digits"},
+        {"events?kind=explosion", "\\\"explosion\\\""},
+        {"events?stream=IN_00,OUT_99", "parameter stream"},
+        {"events?after=-1", "parameter after"},
+        {"live?after=x", "parameter after"},
+    };
+    for (const auto& [szQuery, szFault] : aoFaults)
+    {
+        const std::string szAnswer = Get(std::string("/api/v1/") + szQuery);
+        EXPECT_THAT(szAnswer, StartsWith("HTTP/1.1 400 ")) << szQuery;
+        EXPECT_THAT(szAnswer, HasSubstr("\r\n\r\n{\"error\":\"")) << szQuery;
+        EXPECT_THAT(szAnswer, HasSubstr(szFault)) << szQuery;
+        EXPECT_EQ(std::count(szAnswer.begin(), szAnswer.end(), '{'), 1) << szQuery;
+    }
+    EXPECT_THAT(Get("/api/v1/history?stream=IN_04"), StartsWith("HTTP/1.1 404 "));
+    EXPECT_THAT(Get("/api/v2/streams"), StartsWith("HTTP/1.1 404 "));
+    EXPECT_THAT(Get("/../../etc/passwd"), Not(HasSubstr("root:")));
+}
+
+TEST_F(WatchServerTest, HistoryComesInColumnsWithItsUncertainties)
+{
+    Publish(1);
+    const int64_t iNow = MadeUpWatch_GetUtcNs();
+    m_oData.iPointsFromUtcNs = iNow - 99'000'000'000;
+    m_oData.iPointsToUtcNs = iNow + 1'000'000'000;
+    const CJson oPhase = GetJson("/api/v1/history?stream=OUT_00&fields=phase,rate&limit=10");
+    EXPECT_EQ(oPhase["t"].size(), 10U);
+    EXPECT_EQ(oPhase["t"].back(), iNow / 1'000'000) << "the newest ones";
+    EXPECT_TRUE(oPhase["truncated"]);
+    EXPECT_EQ(oPhase["phase_stderr"].size(), 10U);
+    EXPECT_EQ(oPhase["rate"][0], 60.3333333333);
+    EXPECT_FALSE(oPhase.contains("lock"));
+    const size_t uiEven = iNow / 1'000'000'000 % 2 == 0 ? 9 : 8;
+    EXPECT_EQ(oPhase["phase"][uiEven], 3.333333e-07);
+    EXPECT_TRUE(oPhase["phase"][uiEven == 9 ? 8 : 9].is_null()) << "not valid is no number";
+
+    const std::string szFrom = WatchTexts_GetUtc(iNow - 5'000'000'000);
+    const CJson oAll = GetJson("/api/v1/history?stream=IN_00&from=" + szFrom + "&to=" + WatchTexts_GetUtc(iNow));
+    EXPECT_EQ(oAll["t"].size(), 5U);
+    EXPECT_FALSE(oAll["truncated"]);
+    EXPECT_EQ(oAll["state"].size(), 5U);
+}
+
+TEST_F(WatchServerTest, EventsAreFoundByStreamKindAndNumber)
+{
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 1);
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_BACK, EStreamDirection::INPUT, 1);
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::OUTPUT, 1);
+    Publish(1);
+    const auto GetNumbers = [&](const std::string& szQuery)
+    {
+        std::vector<int> aiNumbers;
+        const CJson oAnswer = GetJson("/api/v1/events" + szQuery);
+        for (const CJson& roEvent : oAnswer["events"])
+        {
+            aiNumbers.push_back(roEvent["number"]);
+        }
+        return aiNumbers;
+    };
+    EXPECT_EQ(GetNumbers(""), (std::vector<int>{3, 2, 1}));
+    EXPECT_EQ(GetNumbers("?stream=IN_01"), (std::vector<int>{2, 1}));
+    EXPECT_EQ(GetNumbers("?kind=signal_lost,signal_back&stream=OUT_01"), (std::vector<int>{3}));
+    EXPECT_EQ(GetNumbers("?kind=signal%5Flost"), (std::vector<int>{3, 1}));
+    EXPECT_EQ(GetNumbers("?after=2"), (std::vector<int>{3}));
+    EXPECT_EQ(GetNumbers("?stream="), (std::vector<int>{})) << "none is none";
+    const CJson oCut = GetJson("/api/v1/events?limit=1");
+    EXPECT_EQ(oCut["events"][0]["number"], 3);
+    EXPECT_TRUE(oCut["truncated"]);
+    const CJson oStreams = GetJson("/api/v1/streams");
+    EXPECT_EQ(oStreams["directions"]["input"]["streams"][1]["last_event"]["kind"], "signal_back");
+    EXPECT_TRUE(oStreams["directions"]["input"]["streams"][0]["last_event"].is_null());
+}
+
+TEST_F(WatchServerTest, AScrapeTellsOfOnePublication)
+{
+    Publish(5, 32);
+    const std::string szScrape = Get("/metrics");
+    EXPECT_THAT(szScrape, HasSubstr("\nvt_video_snapshots_total 5\n"));
+    EXPECT_THAT(szScrape, HasSubstr("\nvt_video_fields_total{direction=\"output\",index=\"31\"} 1000031\n"));
+    EXPECT_THAT(szScrape, HasSubstr("vt_video_stream_state{direction=\"input\",index=\"3\",state=\"lost\"} 1\n"));
+    EXPECT_THAT(szScrape, HasSubstr("vt_video_lock_group{direction=\"input\",index=\"1\"} 7\n"));
+    EXPECT_THAT(szScrape, HasSubstr("vt_video_phase_seconds{direction=\"input\",index=\"1\"} 3.33333333e-06\n"));
+    EXPECT_THAT(szScrape, Not(HasSubstr("vt_video_phase_seconds{direction=\"input\",index=\"3\"}"))) << "not known";
+    EXPECT_THAT(szScrape, Not(HasSubstr("Nan"))) << "not known is absent";
+    EXPECT_THAT(szScrape, HasSubstr("connector=\"<img src=x onerror=alert(1)> \\\"\\\\\""));
+    EXPECT_LT(szScrape.size(), 256U * 1024U);
+}
+
+TEST_F(WatchServerTest, TheLiveStreamLosesNoEventOverAReconnection)
+{
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 1);
+    Publish(1);
+    CHttpClient oFirst(m_szAddress);
+    oFirst.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    EXPECT_THAT(oFirst.ReadUntil("event: snapshot\nid: 1\ndata: {"), Not(HasSubstr("event: events")));
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_BACK, EStreamDirection::INPUT, 1);
+    Publish(2);
+    EXPECT_THAT(oFirst.ReadUntil("id: 2\ndata: {\"snapshot\""), HasSubstr("event: events\nid: 2\ndata: {"));
+
+    CHttpClient oAgain(m_szAddress);
+    oAgain.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 0\r\n\r\n");
+    const std::string& rszMissed = oAgain.ReadUntil("event: snapshot");
+    EXPECT_THAT(rszMissed, HasSubstr("\"number\":1"));
+    EXPECT_THAT(rszMissed, HasSubstr("\"number\":2"));
+
+    // A number of an earlier run, when there were more: what comes from now on counts.
+    CHttpClient oOld(m_szAddress);
+    oOld.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 900\r\n\r\n");
+    oOld.ReadUntil("event: snapshot");
+    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 2);
+    Publish(3);
+    EXPECT_THAT(oOld.ReadUntil("id: 3\ndata: {\"snapshot\""), HasSubstr("event: events\nid: 3\n"));
+}
+
+TEST_F(WatchServerTest, LiveListenersAreBoundedAndGivenBack)
+{
+    Publish(1);
+    std::vector<std::unique_ptr<CHttpClient>> apoClients;
+    for (uint32_t i = 0; i < uiMostListeners; ++i)
+    {
+        apoClients.push_back(std::make_unique<CHttpClient>(m_szAddress));
+        apoClients.back()->Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n");
+        apoClients.back()->ReadUntil("event: snapshot");
+    }
+    EXPECT_THAT(Get("/api/v1/live"), StartsWith("HTTP/1.1 503 "));
+    EXPECT_THAT(Get("/healthz"), StartsWith("HTTP/1.1 200 ")) << "the others are served as before";
+    apoClients.clear();
+    bool bIsServed = false;
+    for (uint64_t uiNumber = 2; uiNumber < 100 && !bIsServed; ++uiNumber)
+    {
+        Publish(uiNumber);
+        bIsServed =
+            HttpClient_Ask(m_szAddress, "GET /metrics").find("vt_video_live_listeners 0\n") != std::string::npos;
+    }
+    EXPECT_TRUE(bIsServed);
+}
+
+TEST_F(WatchServerTest, RudeClientsAreTurnedAway)
+{
+    Publish(1);
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", "X: " + std::string(9000, 'x') + "\r\n"),
+                StartsWith("HTTP/1.1 4"));
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, std::string(300, '\xff')), StartsWith("HTTP/1.1 400 "));
+    // So many that say nothing hold every thread but for a few seconds.
+    std::vector<std::unique_ptr<CHttpClient>> apoSilent;
+    for (int i = 0; i < 30; ++i)
+    {
+        apoSilent.push_back(std::make_unique<CHttpClient>(m_szAddress));
+    }
+    EXPECT_THAT(Get("/healthz"), StartsWith("HTTP/1.1 200 "));
+}
+
+TEST_F(WatchServerTest, TheEndDoesNotWaitForAnyClient)
+{
+    Publish(1, 32);
+    std::vector<std::unique_ptr<CHttpClient>> apoClients;
+    for (const char* szRequest : {"GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n", "GET /metr", "",
+                                  "GET /api/v1/pairs HTTP/1.1\r\nHost: localhost\r\n\r\n"})
+    {
+        apoClients.push_back(std::make_unique<CHttpClient>(m_szAddress));
+        apoClients.back()->Send(szRequest);
+    }
+    apoClients.front()->ReadUntil("event: snapshot");
+    const auto oBegin = std::chrono::steady_clock::now();
+    m_poServer.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - oBegin, std::chrono::seconds(1));
+    EXPECT_FALSE(CHttpClient(m_szAddress).IsConnected());
+    std::string szProblem;
+    EXPECT_NE(WatchServer_Start(m_oData, m_szAddress, szProblem), nullptr) << "the port is free again: " << szProblem;
+}
+
+TEST_F(WatchServerTest, WhatCannotBeListenedOnIsSaidInOneLine)
+{
+    const std::pair<std::string, const char*> aoFaults[] = {
+        {m_szAddress, "Address already in use"}, {"127.0.0.1", "ADDRESS:PORT"},        {"127.0.0.1:", "ADDRESS:PORT"},
+        {"127.0.0.1:65536", "ADDRESS:PORT"},     {"127.0.0.1:80x", "ADDRESS:PORT"},    {"nowhere:80", "ADDRESS:PORT"},
+        {"192.0.2.1:0", "cannot listen on"},     {"[::1]:0", "IPv6 is not supported"},
+    };
+    for (const auto& [szListen, szFault] : aoFaults)
+    {
+        std::string szProblem;
+        EXPECT_EQ(WatchServer_Start(m_oData, szListen, szProblem), nullptr) << szListen;
+        EXPECT_THAT(szProblem, HasSubstr(szFault)) << szListen;
+        EXPECT_EQ(szProblem.find('\n'), std::string::npos) << szListen;
+    }
+}
+
+TEST_F(WatchServerTest, ThePageComesWithItsFilesAndIsKept)
+{
+    const std::string szPage = Get("/");
+    EXPECT_THAT(szPage, StartsWith("HTTP/1.1 200 "));
+    EXPECT_THAT(szPage, HasSubstr("Content-Type: text/html; charset=utf-8\r\n"));
+    EXPECT_THAT(szPage, HasSubstr("Content-Security-Policy: default-src 'self';"));
+    EXPECT_THAT(szPage, HasSubstr("<!doctype html>"));
+    const size_t uiTag = szPage.find("ETag: ") + 6;
+    const std::string szTag = szPage.substr(uiTag, szPage.find("\r\n", uiTag) - uiTag);
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /", "If-None-Match: " + szTag + "\r\n"), StartsWith("HTTP/1.1 304 "));
+    const std::string szPacked = HttpClient_Ask(m_szAddress, "GET /dygraph.min.js", "Accept-Encoding: gzip\r\n");
+    EXPECT_THAT(szPacked, HasSubstr("\r\nContent-Encoding: gzip\r\n"));
+    EXPECT_THAT(szPacked, HasSubstr("\r\n\r\n\x1f\x8b"));
+}
+
+} // namespace
