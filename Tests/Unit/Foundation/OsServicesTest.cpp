@@ -37,6 +37,16 @@ TEST(OsServicesFunctions, CopyTakesTheSourceFirst)
     EXPECT_EQ(std::string(acBytes, 2), "ca");
 }
 
+TEST(OsServicesRandom, SeedIsAnAddressAndOneWithoutLowBitsHangsNobody)
+{
+    const SSeamsReset oReset;
+    OsServices oOsServices;
+    g_oSeams.pvByte = reinterpret_cast<void*>(uintptr_t{1} << 32);
+    EXPECT_NE(oOsServices.GetRandomNonZero(), 0u) << "only the first call of the process has no state";
+    const uint32_t uiOld = oOsServices.GetRandom();
+    EXPECT_EQ(oOsServices.GetRandom(), ((uiOld >> 1 | uiOld << 31) ^ uiOld) + uiOld);
+}
+
 TEST(OsServicesTime, LongWaitsSleepWholeMillisecondsAndSaySo)
 {
     const SSeamsReset oReset;

@@ -78,6 +78,17 @@ SEAM(pci_access*, pci_alloc, void)
     }
     return poAccess;
 }
+SEAM(void*, _Znwm, size_t uiSize)
+{
+    return uiSize == 1 && g_oSeams.pvByte != nullptr ? g_oSeams.pvByte : __real__Znwm(uiSize);
+}
+SEAM(void, _ZdlPvm, void* pvBlock, size_t uiSize)
+{
+    if (pvBlock != g_oSeams.pvByte || pvBlock == nullptr)
+    {
+        __real__ZdlPvm(pvBlock, uiSize);
+    }
+}
 SEAM(Bool32, _Z17ReleaseKRVLibraryv, void)
 {
     ++g_oSeams.iReleases;

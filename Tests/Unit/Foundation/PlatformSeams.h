@@ -29,6 +29,7 @@ struct SPlatformSeams
     std::string szDevMem;                                         // file in the place of /dev/mem
     uint64_t uiMapOffset = 0, uiMapLength = 0, uiUnmapLength = 0; // of the last mapping, and of the last end of one
     std::function<void(pci_access&)> pfnPciAlloc;                 // changes a new access object
+    void* pvByte = nullptr;                                       // what new gives for a block of one byte
 };
 extern SPlatformSeams g_oSeams;
 

@@ -14,6 +14,7 @@ namespace
 {
 
 constexpr uint32_t uiLongestBusyWaitUs = 100000;
+constexpr uint32_t uiSeedInstead = 0x9E3779B9; // any with a next value other than 0
 
 template <class HANDLE> void FreeHandle(HANDLE hObject)
 {
@@ -320,9 +321,16 @@ uint32_t OsServices::GetRandom()
 
 uint32_t OsServices::GetRandomNonZero()
 {
-    uint32_t uiRandom = 0;
-    while (uiRandom == 0)
+    uint32_t uiRandom = GetRandom();
+    if (uiRandom == 0)
     {
+        uiRandom = GetRandom();
+    }
+    if (uiRandom == 0)
+    {
+        // The seed is an address, and with some allocators that of the same block each time: one without low bits
+        // would give 0 for ever.
+        ms_uiOldRandomValue = uiSeedInstead;
         uiRandom = GetRandom();
     }
     return uiRandom;
