@@ -60,18 +60,18 @@ TEST_F(OsLocks, ThreadsRunWithTheirDataUnderASpinLock)
         OsLocks& roTest = *static_cast<OsLocks*>(pvUserData);
         for (int iTurn = 0; iTurn < 1000; ++iTurn)
         {
-            OsServices::SpinLock_Lock(roTest.hSpinLock);
+            roTest.oOsServices.SpinLock_Lock(roTest.hSpinLock);
             ++roTest.iSum;
-            OsServices::SpinLock_Unlock(roTest.hSpinLock);
+            roTest.oOsServices.SpinLock_Unlock(roTest.hSpinLock);
         }
         return 0xFFFFFFFF;
     };
     HCpuThread hThread = nullptr;
-    ASSERT_EQ(OsServices::CpuThread_Create(AddOften, this, hThread), 1u);
+    ASSERT_EQ(oOsServices.CpuThread_Create(AddOften, this, hThread), 1u);
     AddOften(this);
-    EXPECT_EQ(OsServices::CpuThread_Join(hThread) + OsServices::CpuThread_Destroy(hThread), 2u);
+    EXPECT_EQ(oOsServices.CpuThread_Join(hThread) + oOsServices.CpuThread_Destroy(hThread), 2u);
     EXPECT_EQ(iSum, 2000);
-    EXPECT_EQ(OsServices::SpinLock_Destroy(hSpinLock), 1u);
+    EXPECT_EQ(oOsServices.SpinLock_Destroy(hSpinLock), 1u);
 }
 
 TEST(CMStringThreads, CopiesOfOneTextLiveInDifferentThreads)

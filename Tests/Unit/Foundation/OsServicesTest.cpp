@@ -33,7 +33,7 @@ TEST(OsServicesFunctions, ProcessStackListsCommandLinesUpwardsWithinTheBuffer)
 TEST(OsServicesFunctions, CopyTakesTheSourceFirst)
 {
     char acBytes[2] = {'a', 'b'};
-    EXPECT_EQ(OsServices::CopyFromUser(acBytes, acBytes + 1, 1) + OsServices::CopyToUser("c", acBytes, 1), 2u);
+    EXPECT_EQ(OsServices().CopyFromUser(acBytes, acBytes + 1, 1) + OsServices().CopyToUser("c", acBytes, 1), 2u);
     EXPECT_EQ(std::string(acBytes, 2), "ca");
 }
 
@@ -71,11 +71,12 @@ TEST(OsServicesTime, LongWaitsSleepWholeMillisecondsAndSaySo)
 TEST(OsServicesTime, TimeIsTheWallClockAndZeroWithoutOne)
 {
     const SSeamsReset oReset;
+    const OsServices oOsServices;
     StopClock(1'700'000'000, 1'999'999);
-    EXPECT_EQ(OsServices::GetRawTimeInNs(), 1'700'000'000'001'999'999u);
-    EXPECT_EQ(OsServices::GetTimeInMs(), 1'700'000'000'001u);
+    EXPECT_EQ(oOsServices.GetRawTimeInNs(), 1'700'000'000'001'999'999u);
+    EXPECT_EQ(oOsServices.GetTimeInMs(), 1'700'000'000'001u);
     g_oSeams.pfnClock = [](timespec&) { return -1; };
-    EXPECT_EQ(OsServices::GetTimeInMs(), 0u);
+    EXPECT_EQ(oOsServices.GetTimeInMs(), 0u);
 }
 
 TEST(OsServicesObject, FailedCreateGivesNullAndFailedDestroyKeepsTheMemory)

@@ -2,6 +2,9 @@
 // and messages in one line format. Any thread may use it; the message settings and the instance counter are unguarded
 // and belong to start-up. Time-outs are in milliseconds of the wall clock, OsServices_INFINITE waits for ever.
 // Results are 1 (success) or 0 (failure) unless they are a VtStatus; see OsServicesClient.h for what each means.
+//
+// What the operating system does is asked of an object, whether its provider or interrupt level matter to it or not;
+// static is only what must be there without one: messages, their settings, and the test mode that precedes the first.
 #ifndef OS_SERVICES_H
 #define OS_SERVICES_H
 
@@ -22,67 +25,67 @@ public:
 
     // Creating allocates the handle's memory (out: the handle, null on failure), destroying frees it. A destroy that
     // fails leaks it, because the object may still be in use.
-    static Bool32 CpuThread_Create(PfnCpuThreadFunction pfnFunction, void* pvUserData, HCpuThread& rhCpuThread);
-    static Bool32 CpuThread_Join(const HCpuThread& rhCpuThread);
-    static Bool32 CpuThread_Destroy(HCpuThread hCpuThread);
+    Bool32 CpuThread_Create(PfnCpuThreadFunction pfnFunction, void* pvUserData, HCpuThread& rhCpuThread) const;
+    Bool32 CpuThread_Join(const HCpuThread& rhCpuThread) const;
+    Bool32 CpuThread_Destroy(HCpuThread hCpuThread) const;
 
     Bool32 SpinLock_Create(HSpinLock& rhSpinLock) const;
-    static Bool32 SpinLock_Destroy(HSpinLock hSpinLock);
-    static Bool32 SpinLock_Lock(HSpinLock hSpinLock);
-    static Bool32 SpinLock_Unlock(HSpinLock hSpinLock);
+    Bool32 SpinLock_Destroy(HSpinLock hSpinLock) const;
+    Bool32 SpinLock_Lock(HSpinLock hSpinLock) const;
+    Bool32 SpinLock_Unlock(HSpinLock hSpinLock) const;
 
-    static Bool32 Mutex_Create(HMutex& rhMutex);
-    static Bool32 Mutex_Destroy(HMutex hMutex);
+    Bool32 Mutex_Create(HMutex& rhMutex) const;
+    Bool32 Mutex_Destroy(HMutex hMutex) const;
     // In the header, for a lock costs little more than a call.
-    static Bool32 Mutex_Acquire(HMutex hMutex, uint32_t uiTimeOutMs)
+    Bool32 Mutex_Acquire(HMutex hMutex, uint32_t uiTimeOutMs) const
     {
         return OsServices_Mutex_Acquire(hMutex, uiTimeOutMs);
     }
-    static Bool32 Mutex_Release(HMutex hMutex) { return OsServices_Mutex_Release(hMutex); }
+    Bool32 Mutex_Release(HMutex hMutex) const { return OsServices_Mutex_Release(hMutex); }
 
     Bool32 Event_Create(HEvent& rhEvent) const;
-    static Bool32 Event_Destroy(HEvent hEvent);
-    static VtStatus Event_Wait(HEvent hEvent, uint32_t uiTimeOutMs);
+    Bool32 Event_Destroy(HEvent hEvent) const;
+    VtStatus Event_Wait(HEvent hEvent, uint32_t uiTimeOutMs) const;
     Bool32 Event_Trigger(HEvent hEvent) const;
-    static Bool32 Event_Reset(HEvent hEvent);
-    static Bool32 Event_Cancel(HEvent hEvent);
-    static Bool32 Event_Activate(HEvent hEvent);
+    Bool32 Event_Reset(HEvent hEvent) const;
+    Bool32 Event_Cancel(HEvent hEvent) const;
+    Bool32 Event_Activate(HEvent hEvent) const;
 
     Bool32 Signal_Create(HSignal& rhSignal) const;
-    static Bool32 Signal_Destroy(HSignal hSignal);
-    static VtStatus Signal_Wait(HSignal hSignal, uint32_t uiTimeOutMs, uint64_t uiEventCount);
+    Bool32 Signal_Destroy(HSignal hSignal) const;
+    VtStatus Signal_Wait(HSignal hSignal, uint32_t uiTimeOutMs, uint64_t uiEventCount) const;
     Bool32 Signal_Trigger(HSignal hSignal) const;
-    static Bool32 Signal_Cancel(HSignal hSignal);
-    static Bool32 Signal_Activate(HSignal hSignal);
+    Bool32 Signal_Cancel(HSignal hSignal) const;
+    Bool32 Signal_Activate(HSignal hSignal) const;
 
-    static Bool32 StackTrace_Create(HStackTrace& rhStackTrace);
-    static Bool32 StackTrace_Destroy(HStackTrace hStackTrace);
-    static Bool32 StackTrace_Save(HStackTrace hStackTrace);
-    static void StackTrace_Print(HStackTrace hStackTrace);
-    static void StackTrace_Dump();
+    Bool32 StackTrace_Create(HStackTrace& rhStackTrace) const;
+    Bool32 StackTrace_Destroy(HStackTrace hStackTrace) const;
+    Bool32 StackTrace_Save(HStackTrace hStackTrace) const;
+    void StackTrace_Print(HStackTrace hStackTrace) const;
+    void StackTrace_Dump() const;
 
-    static uint64_t GetCurrentThreadId();
-    static Bool32 IsThreadIdEqual(uint64_t uiThreadIdA, uint64_t uiThreadIdB);
+    uint64_t GetCurrentThreadId() const;
+    Bool32 IsThreadIdEqual(uint64_t uiThreadIdA, uint64_t uiThreadIdB) const;
 
-    static uint64_t GetRawTimeInNs(); // wall clock since the epoch
-    static uint64_t GetTimeInMs();    // the same, in whole milliseconds
-    static Bool32 SleepMilliSeconds(uint32_t uiSleepMs);
+    uint64_t GetRawTimeInNs() const; // wall clock since the epoch
+    uint64_t GetTimeInMs() const;    // the same, in whole milliseconds
+    Bool32 SleepMilliSeconds(uint32_t uiSleepMs) const;
     // Up to 100000 us a busy wait; above, a sleep of whole milliseconds.
-    static Bool32 WaitMicroSeconds(uint32_t uiWaitUs);
+    Bool32 WaitMicroSeconds(uint32_t uiWaitUs) const;
 
-    static void* PagedMemory_Alloc(uint64_t uiSize);
-    static void PagedMemory_Free(void* pvMemory);
-    static void* NonPagedMemory_Alloc(uint64_t uiSize, HNonPagedMem* phNonPagedMem);
-    static uint64_t NonPagedMemory_GetPhysicalAddress(HNonPagedMem hNonPagedMem);
-    static void NonPagedMemory_Free(HNonPagedMem hNonPagedMem);
-    static Bool32 CopyFromUser(const void* pvSource, void* pvDest, uint32_t uiCount); // source first
-    static Bool32 CopyToUser(const void* pvSource, void* pvDest, uint32_t uiCount);   // source first
-    static void* IoMap(uint64_t uiPhysicalAddress, uint32_t uiSize, Bool32 bIsCacheable);
-    static void IoUnMap(void* pvMemory, uint32_t uiSize);
+    void* PagedMemory_Alloc(uint64_t uiSize) const;
+    void PagedMemory_Free(void* pvMemory) const;
+    void* NonPagedMemory_Alloc(uint64_t uiSize, HNonPagedMem* phNonPagedMem) const;
+    uint64_t NonPagedMemory_GetPhysicalAddress(HNonPagedMem hNonPagedMem) const;
+    void NonPagedMemory_Free(HNonPagedMem hNonPagedMem) const;
+    Bool32 CopyFromUser(const void* pvSource, void* pvDest, uint32_t uiCount) const; // source first
+    Bool32 CopyToUser(const void* pvSource, void* pvDest, uint32_t uiCount) const;   // source first
+    void* IoMap(uint64_t uiPhysicalAddress, uint32_t uiSize, Bool32 bIsCacheable) const;
+    void IoUnMap(void* pvMemory, uint32_t uiSize) const;
 
     // A cheap mixing generator with one unguarded state; not for security.
-    static uint32_t GetRandom();
-    static uint32_t GetRandomNonZero();
+    uint32_t GetRandom() const;
+    uint32_t GetRandomNonZero() const;
 
     // Debug, info and error messages on standard output, each a prefix and the caller's text, cut to 255 characters;
     // callers bring their own line end. Debug messages are off until SetMsgLevel turns them on. Thread-safe.

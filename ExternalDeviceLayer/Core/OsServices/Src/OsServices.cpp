@@ -76,19 +76,19 @@ void OsServices::SetTestMode(Bool32 bTestMode)
     ms_bTestMode = bTestMode;
 }
 
-Bool32 OsServices::CpuThread_Create(PfnCpuThreadFunction pfnFunction, void* pvUserData, HCpuThread& rhCpuThread)
+Bool32 OsServices::CpuThread_Create(PfnCpuThreadFunction pfnFunction, void* pvUserData, HCpuThread& rhCpuThread) const
 {
     return CreateHandle(rhCpuThread, OsServices_CpuThread_GetHandleSize(),
                         [=](HCpuThread hCpuThread)
                         { return OsServices_CpuThread_Create(pfnFunction, pvUserData, hCpuThread); });
 }
 
-Bool32 OsServices::CpuThread_Join(const HCpuThread& rhCpuThread)
+Bool32 OsServices::CpuThread_Join(const HCpuThread& rhCpuThread) const
 {
     return OsServices_CpuThread_Join(rhCpuThread);
 }
 
-Bool32 OsServices::CpuThread_Destroy(HCpuThread hCpuThread)
+Bool32 OsServices::CpuThread_Destroy(HCpuThread hCpuThread) const
 {
     return DestroyHandle(hCpuThread, OsServices_CpuThread_Destroy);
 }
@@ -99,27 +99,27 @@ Bool32 OsServices::SpinLock_Create(HSpinLock& rhSpinLock) const
                         [this](HSpinLock hSpinLock) { return OsServices_SpinLock_Create(hSpinLock, m_uiIrql); });
 }
 
-Bool32 OsServices::SpinLock_Destroy(HSpinLock hSpinLock)
+Bool32 OsServices::SpinLock_Destroy(HSpinLock hSpinLock) const
 {
     return DestroyHandle(hSpinLock, OsServices_SpinLock_Destroy);
 }
 
-Bool32 OsServices::SpinLock_Lock(HSpinLock hSpinLock)
+Bool32 OsServices::SpinLock_Lock(HSpinLock hSpinLock) const
 {
     return OsServices_SpinLock_Lock(hSpinLock, 1);
 }
 
-Bool32 OsServices::SpinLock_Unlock(HSpinLock hSpinLock)
+Bool32 OsServices::SpinLock_Unlock(HSpinLock hSpinLock) const
 {
     return OsServices_SpinLock_Unlock(hSpinLock);
 }
 
-Bool32 OsServices::Mutex_Create(HMutex& rhMutex)
+Bool32 OsServices::Mutex_Create(HMutex& rhMutex) const
 {
     return CreateHandle(rhMutex, OsServices_Mutex_GetHandleSize(), OsServices_Mutex_Create);
 }
 
-Bool32 OsServices::Mutex_Destroy(HMutex hMutex)
+Bool32 OsServices::Mutex_Destroy(HMutex hMutex) const
 {
     return DestroyHandle(hMutex, OsServices_Mutex_Destroy);
 }
@@ -133,12 +133,12 @@ Bool32 OsServices::Event_Create(HEvent& rhEvent) const
     return CreateHandle(rhEvent, OsServices_Event_GetHandleSize(), OsServices_Event_Create);
 }
 
-Bool32 OsServices::Event_Destroy(HEvent hEvent)
+Bool32 OsServices::Event_Destroy(HEvent hEvent) const
 {
     return DestroyHandle(hEvent, OsServices_Event_Destroy);
 }
 
-VtStatus OsServices::Event_Wait(HEvent hEvent, uint32_t uiTimeOutMs)
+VtStatus OsServices::Event_Wait(HEvent hEvent, uint32_t uiTimeOutMs) const
 {
     return OsServices_Event_Wait(hEvent, uiTimeOutMs);
 }
@@ -148,17 +148,17 @@ Bool32 OsServices::Event_Trigger(HEvent hEvent) const
     return m_poIOsServices != nullptr ? m_poIOsServices->Event_Trigger(hEvent) : OsServices_Event_Trigger(hEvent);
 }
 
-Bool32 OsServices::Event_Reset(HEvent hEvent)
+Bool32 OsServices::Event_Reset(HEvent hEvent) const
 {
     return OsServices_Event_Reset(hEvent);
 }
 
-Bool32 OsServices::Event_Cancel(HEvent hEvent)
+Bool32 OsServices::Event_Cancel(HEvent hEvent) const
 {
     return OsServices_Event_Cancel(hEvent);
 }
 
-Bool32 OsServices::Event_Activate(HEvent hEvent)
+Bool32 OsServices::Event_Activate(HEvent hEvent) const
 {
     return OsServices_Event_Activate(hEvent);
 }
@@ -172,12 +172,12 @@ Bool32 OsServices::Signal_Create(HSignal& rhSignal) const
     return CreateHandle(rhSignal, OsServices_Signal_GetHandleSize(), OsServices_Signal_Create);
 }
 
-Bool32 OsServices::Signal_Destroy(HSignal hSignal)
+Bool32 OsServices::Signal_Destroy(HSignal hSignal) const
 {
     return DestroyHandle(hSignal, OsServices_Signal_Destroy);
 }
 
-VtStatus OsServices::Signal_Wait(HSignal hSignal, uint32_t uiTimeOutMs, uint64_t uiEventCount)
+VtStatus OsServices::Signal_Wait(HSignal hSignal, uint32_t uiTimeOutMs, uint64_t uiEventCount) const
 {
     return OsServices_Signal_Wait(hSignal, uiTimeOutMs, uiEventCount);
 }
@@ -187,67 +187,67 @@ Bool32 OsServices::Signal_Trigger(HSignal hSignal) const
     return m_poIOsServices != nullptr ? m_poIOsServices->Signal_Trigger(hSignal) : OsServices_Signal_Trigger(hSignal);
 }
 
-Bool32 OsServices::Signal_Cancel(HSignal hSignal)
+Bool32 OsServices::Signal_Cancel(HSignal hSignal) const
 {
     return OsServices_Signal_Cancel(hSignal);
 }
 
-Bool32 OsServices::Signal_Activate(HSignal hSignal)
+Bool32 OsServices::Signal_Activate(HSignal hSignal) const
 {
     return OsServices_Signal_Activate(hSignal);
 }
 
-Bool32 OsServices::StackTrace_Create(HStackTrace& rhStackTrace)
+Bool32 OsServices::StackTrace_Create(HStackTrace& rhStackTrace) const
 {
     return CreateHandle(rhStackTrace, OsServices_StackTrace_GetHandleSize(), OsServices_StackTrace_Create);
 }
 
-Bool32 OsServices::StackTrace_Destroy(HStackTrace hStackTrace)
+Bool32 OsServices::StackTrace_Destroy(HStackTrace hStackTrace) const
 {
     return DestroyHandle(hStackTrace, OsServices_StackTrace_Destroy);
 }
 
-Bool32 OsServices::StackTrace_Save(HStackTrace hStackTrace)
+Bool32 OsServices::StackTrace_Save(HStackTrace hStackTrace) const
 {
     return OsServices_StackTrace_Save(hStackTrace);
 }
 
-void OsServices::StackTrace_Print(HStackTrace hStackTrace)
+void OsServices::StackTrace_Print(HStackTrace hStackTrace) const
 {
     OsServices_StackTrace_Print(hStackTrace);
 }
 
-void OsServices::StackTrace_Dump()
+void OsServices::StackTrace_Dump() const
 {
     OsServices_StackTrace_Dump();
 }
 
-uint64_t OsServices::GetCurrentThreadId()
+uint64_t OsServices::GetCurrentThreadId() const
 {
     return OsServices_GetCurrentThreadId();
 }
 
-Bool32 OsServices::IsThreadIdEqual(uint64_t uiThreadIdA, uint64_t uiThreadIdB)
+Bool32 OsServices::IsThreadIdEqual(uint64_t uiThreadIdA, uint64_t uiThreadIdB) const
 {
     return OsServices_IsThreadIdEqual(uiThreadIdA, uiThreadIdB);
 }
 
-uint64_t OsServices::GetRawTimeInNs()
+uint64_t OsServices::GetRawTimeInNs() const
 {
     return OsServices_GetRawTimeInNs();
 }
 
-uint64_t OsServices::GetTimeInMs()
+uint64_t OsServices::GetTimeInMs() const
 {
     return GetRawTimeInNs() / 1'000'000;
 }
 
-Bool32 OsServices::SleepMilliSeconds(uint32_t uiSleepMs)
+Bool32 OsServices::SleepMilliSeconds(uint32_t uiSleepMs) const
 {
     return OsServices_SleepMilliSeconds(uiSleepMs);
 }
 
-Bool32 OsServices::WaitMicroSeconds(uint32_t uiWaitUs)
+Bool32 OsServices::WaitMicroSeconds(uint32_t uiWaitUs) const
 {
     if (uiWaitUs <= uiLongestBusyWaitUs)
     {
@@ -261,12 +261,12 @@ Bool32 OsServices::WaitMicroSeconds(uint32_t uiWaitUs)
     return OsServices_SleepMilliSeconds(uiSleepMs);
 }
 
-void* OsServices::PagedMemory_Alloc(uint64_t uiSize)
+void* OsServices::PagedMemory_Alloc(uint64_t uiSize) const
 {
     return OsServices_PagedMemory_Alloc(uiSize);
 }
 
-void OsServices::PagedMemory_Free(void* pvMemory)
+void OsServices::PagedMemory_Free(void* pvMemory) const
 {
     if (pvMemory != nullptr)
     {
@@ -274,39 +274,39 @@ void OsServices::PagedMemory_Free(void* pvMemory)
     }
 }
 
-void* OsServices::NonPagedMemory_Alloc(uint64_t uiSize, HNonPagedMem* phNonPagedMem)
+void* OsServices::NonPagedMemory_Alloc(uint64_t uiSize, HNonPagedMem* phNonPagedMem) const
 {
     return OsServices_NonPagedMemory_Alloc(uiSize, phNonPagedMem);
 }
 
-uint64_t OsServices::NonPagedMemory_GetPhysicalAddress(HNonPagedMem hNonPagedMem)
+uint64_t OsServices::NonPagedMemory_GetPhysicalAddress(HNonPagedMem hNonPagedMem) const
 {
     return OsServices_NonPagedMemory_GetPhysicalAddress(hNonPagedMem);
 }
 
-void OsServices::NonPagedMemory_Free(HNonPagedMem) {}
+void OsServices::NonPagedMemory_Free(HNonPagedMem) const {}
 
-Bool32 OsServices::CopyFromUser(const void* pvSource, void* pvDest, uint32_t uiCount)
+Bool32 OsServices::CopyFromUser(const void* pvSource, void* pvDest, uint32_t uiCount) const
 {
     return OsServices_CopyFromUser(pvSource, pvDest, uiCount);
 }
 
-Bool32 OsServices::CopyToUser(const void* pvSource, void* pvDest, uint32_t uiCount)
+Bool32 OsServices::CopyToUser(const void* pvSource, void* pvDest, uint32_t uiCount) const
 {
     return OsServices_CopyToUser(pvSource, pvDest, uiCount);
 }
 
-void* OsServices::IoMap(uint64_t uiPhysicalAddress, uint32_t uiSize, Bool32 bIsCacheable)
+void* OsServices::IoMap(uint64_t uiPhysicalAddress, uint32_t uiSize, Bool32 bIsCacheable) const
 {
     return OsServices_IoMap(uiPhysicalAddress, uiSize, bIsCacheable);
 }
 
-void OsServices::IoUnMap(void* pvMemory, uint32_t uiSize)
+void OsServices::IoUnMap(void* pvMemory, uint32_t uiSize) const
 {
     OsServices_IoUnMap(pvMemory, uiSize);
 }
 
-uint32_t OsServices::GetRandom()
+uint32_t OsServices::GetRandom() const
 {
     if (ms_uiOldRandomValue == 0)
     {
@@ -319,7 +319,7 @@ uint32_t OsServices::GetRandom()
     return ms_uiOldRandomValue;
 }
 
-uint32_t OsServices::GetRandomNonZero()
+uint32_t OsServices::GetRandomNonZero() const
 {
     uint32_t uiRandom = GetRandom();
     if (uiRandom == 0)
