@@ -1,8 +1,10 @@
-// The board: chips with their streams, loaded from a scenario and unloaded as one; and what every SDK operation does
-// first: count the call, find the handle, see whether it fails on purpose or because the device is gone.
-//
-// Loading and unloading belong to one thread; everything else may be called by any number of threads at once. A board
-// is kept alive by Board_Get's result, and the objects behind a handle by being inside it.
+/*
+ * The board: chips with their streams, loaded from a scenario and unloaded as one; and what every SDK operation does
+ * first: count the call, find the handle, see whether it fails on purpose or because the device is gone.
+ *
+ * Loading and unloading belong to one thread; everything else may be called by any number of threads at once. A board
+ * is kept alive by Board_Get's result, and the objects behind a handle by being inside it.
+ */
 #ifndef SIMULATED_BOARD_BOARD_H
 #define SIMULATED_BOARD_BOARD_H
 
@@ -31,7 +33,7 @@ public:
     CFaults& GetFaults() { return m_roFaults; }
     bool IsGone() const;
     void Remove();
-    // The device's one handle; 0 until it is opened.
+    /* The device's one handle; 0 until it is opened. */
     std::atomic<uint64_t>& GetHandle() { return m_uiHandle; }
 
 private:
@@ -49,7 +51,7 @@ private:
 class CBoard
 {
 public:
-    // Null truth: no truth is written.
+    /* Null truth: no truth is written. */
     CBoard(const SScenario& roScenario, std::unique_ptr<CTruthFile> poTruth);
 
     std::deque<CChip>& GetChips() { return m_aoChips; }
@@ -63,14 +65,14 @@ private:
     std::deque<CChip> m_aoChips;
 };
 
-// Loads what the environment or VtSim_SetScenario says; false, and nothing done, when already loaded.
+/* Loads what the environment or VtSim_SetScenario says; false, and nothing done, when already loaded. */
 bool Board_Load();
 void Board_UnLoad();
-// The loaded board; null when there is none.
+/* The loaded board; null when there is none. */
 std::shared_ptr<CBoard> Board_Get();
 CHandleTable& Board_GetHandles();
 
-// Calls of operations that reach no stream.
+/* Calls of operations that reach no stream. */
 void Board_CountCall(EOperation eOperation);
 uint64_t Board_GetCalls(size_t uiOperation);
 
@@ -83,9 +85,9 @@ public:
     CDeviceCall(const CDeviceCall&) = delete;
     CDeviceCall& operator=(const CDeviceCall&) = delete;
 
-    // When true the operation returns GetStatus() and does nothing else.
+    /* When true the operation returns GetStatus() and does nothing else. */
     bool IsRefused() const { return m_bRefused; }
-    // Refused on purpose, by the scenario.
+    /* Refused on purpose, by the scenario. */
     bool IsInjected() const { return m_bInjected; }
     VtStatus GetStatus() const { return m_eStatus; }
     CChip& GetChip() const { return *m_poSlot->poChip; }
@@ -111,9 +113,9 @@ public:
     CStream& GetStream() const { return *m_poSlot->poStream; }
     SHandleSlot& GetSlot() const { return *m_poSlot; }
     const CStreamModel& GetModel() const { return GetStream().GetModel(); }
-    // The field that a query speaks of.
+    /* The field that a query speaks of. */
     uint64_t GetCurrentField() const;
-    // Whether the handle was found; a refused call of a found handle still ends it when it was to.
+    /* Whether the handle was found; a refused call of a found handle still ends it when it was to. */
     bool HasHandle() const { return m_poSlot != nullptr; }
 
 private:

@@ -1,4 +1,6 @@
-// The texts that went into the SDK's debug channel, the last ones, for tests to read. Thread-safe.
+/*
+ * The texts that went into the SDK's debug channel, the last ones, for tests to read. Thread-safe.
+ */
 #ifndef SIMULATED_BOARD_DEBUG_CHANNEL_H
 #define SIMULATED_BOARD_DEBUG_CHANNEL_H
 

@@ -1,4 +1,6 @@
-// Failing calls: which call of which operation returns a status instead of doing its work. Thread-safe.
+/*
+ * Failing calls: which call of which operation returns a status instead of doing its work. Thread-safe.
+ */
 #ifndef SIMULATED_BOARD_FAULTS_H
 #define SIMULATED_BOARD_FAULTS_H
 
@@ -12,7 +14,7 @@ class CFaults
 public:
     explicit CFaults(const std::vector<SFaultRule>& raoRules);
 
-    // Counts a call and tells whether it fails. Costs next to nothing without rules.
+    /* Counts a call and tells whether it fails. Costs next to nothing without rules. */
     std::optional<VtStatus> Count(EOperation eOperation, std::optional<uint32_t> uiChip,
                                   std::optional<uint32_t> uiIndex)
     {

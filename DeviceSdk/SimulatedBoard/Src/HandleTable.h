@@ -1,8 +1,10 @@
-// The handles that callers hold: opaque values that name a slot and the generation of its use, never addresses.
-//
-// A null, stale or foreign handle therefore finds no slot. Looking one up takes no lock: a caller announces itself in
-// the slot and then checks that the slot still has its handle; whoever closes a handle clears it first and then sees
-// who is inside. Opening and closing take a mutex. Slots are never freed.
+/*
+ * The handles that callers hold: opaque values that name a slot and the generation of its use, never addresses.
+ *
+ * A null, stale or foreign handle therefore finds no slot. Looking one up takes no lock: a caller announces itself in
+ * the slot and then checks that the slot still has its handle; whoever closes a handle clears it first and then sees
+ * who is inside. Opening and closing take a mutex. Slots are never freed.
+ */
 #ifndef SIMULATED_BOARD_HANDLE_TABLE_H
 #define SIMULATED_BOARD_HANDLE_TABLE_H
 
@@ -38,16 +40,16 @@ class CHandleTable
 public:
     static constexpr size_t msc_uiSlots = 2048;
 
-    // 0 when every slot is taken. poStream null: a device.
+    /* 0 when every slot is taken. poStream null: a device. */
     uint64_t Open(EHandleKind eKind, CChip* poChip, CStream* poStream, bool bWriter);
-    // Closes a handle that the caller is inside of; false when somebody else just did.
+    /* Closes a handle that the caller is inside of; false when somebody else just did. */
     bool Close(SHandleSlot& roSlot, uint64_t uiHandle);
-    // Closes every handle, ends their waits and comes back when no caller is inside any more.
+    /* Closes every handle, ends their waits and comes back when no caller is inside any more. */
     void CloseAll();
-    // Ends the sleep of every wait on a chip.
+    /* Ends the sleep of every wait on a chip. */
     void Interrupt(const CChip& roChip);
 
-    // The slot of a handle, with the caller announced in it; null for a handle that is none of this kind.
+    /* The slot of a handle, with the caller announced in it; null for a handle that is none of this kind. */
     SHandleSlot* Enter(uint64_t uiHandle, EHandleKind eKind);
     static void Leave(SHandleSlot& roSlot) { roSlot.uiInside.fetch_sub(1, std::memory_order_release); }
 

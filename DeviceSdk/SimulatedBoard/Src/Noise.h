@@ -1,5 +1,7 @@
-// Random draws that are a function of (key, counter) alone, so that any field's draw is known without those before it.
-// Pure functions.
+/*
+ * Random draws that are a function of (key, counter) alone, so that any field's draw is known without those before it.
+ * Pure functions.
+ */
 #ifndef SIMULATED_BOARD_NOISE_H
 #define SIMULATED_BOARD_NOISE_H
 
@@ -17,9 +19,11 @@ constexpr uint64_t Noise_Hash(uint64_t uiKey, uint64_t uiCounter)
     return uiState ^ (uiState >> 31);
 }
 
-// Where the normal distribution with sigma 1 reaches a probability between 0 and 1. Rational approximations of P. J.
-// Acklam (2003), relative error below 1.2e-9. Unlike the usual way by logarithm and cosine it needs no tables in 19 of
-// 20 cases, which counts for a caller whom a sleep has left with cold caches.
+/*
+ * Where the normal distribution with sigma 1 reaches a probability between 0 and 1. Rational approximations of P. J.
+ * Acklam (2003), relative error below 1.2e-9. Unlike the usual way by logarithm and cosine it needs no tables in 19 of
+ * 20 cases, which counts for a caller whom a sleep has left with cold caches.
+ */
 inline double Noise_Quantile(double flProbability)
 {
     constexpr double flTail = 0.02425;
@@ -56,7 +60,7 @@ inline double Noise_Quantile(double flProbability)
             1.0);
 }
 
-// A draw of that distribution, drawn back to four sigma beyond that.
+/* A draw of that distribution, drawn back to four sigma beyond that. */
 inline double Noise_Gaussian(uint64_t uiKey, uint64_t uiCounter)
 {
     const uint64_t uiBits = Noise_Hash(uiKey, uiCounter) >> 12;

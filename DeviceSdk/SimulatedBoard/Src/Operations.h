@@ -1,4 +1,6 @@
-// The SDK's operations as an enumeration, for what counts them and what makes them fail.
+/*
+ * The SDK's operations as an enumeration, for what counts them and what makes them fail.
+ */
 #ifndef SIMULATED_BOARD_OPERATIONS_H
 #define SIMULATED_BOARD_OPERATIONS_H
 

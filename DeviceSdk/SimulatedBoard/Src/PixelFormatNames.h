@@ -1,4 +1,6 @@
-// The names of pixel formats, which the SDK delivers and a scenario gives (there without the common prefix).
+/*
+ * The names of pixel formats, which the SDK delivers and a scenario gives (there without the common prefix).
+ */
 #ifndef SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
 #define SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
 

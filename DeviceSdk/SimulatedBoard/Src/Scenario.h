@@ -1,5 +1,7 @@
-// A scenario as plain data, ready to run: everything that a scenario text says, with names resolved, defaults filled in
-// and times turned into field numbers. Built by the scenario reader, then never changed.
+/*
+ * A scenario as plain data, ready to run: everything that a scenario text says, with names resolved, defaults filled in
+ * and times turned into field numbers. Built by the scenario reader, then never changed.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_H
 #define SIMULATED_BOARD_SCENARIO_H
 

@@ -1,4 +1,6 @@
-// Names that a scenario may give to the SDK's enumerated values. Constant tables, one row a value.
+/*
+ * Names that a scenario may give to the SDK's enumerated values. Constant tables, one row a value.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_NAMES_H
 #define SIMULATED_BOARD_SCENARIO_NAMES_H
 

@@ -1,5 +1,7 @@
-// From a scenario text to a scenario that can run. Whatever is wrong in the text refuses it whole: nothing is guessed.
-// Pure functions of the text; reads no file and prints nothing.
+/*
+ * From a scenario text to a scenario that can run. Whatever is wrong in the text refuses it whole: nothing is guessed.
+ * Pure functions of the text; reads no file and prints nothing.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_READER_H
 #define SIMULATED_BOARD_SCENARIO_READER_H
 
@@ -8,10 +10,10 @@
 
 #include <string_view>
 
-// False with roFault set when the text is refused.
+/* False with roFault set when the text is refused. */
 bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault);
 
-// The name by which a scenario calls a kind of event.
+/* The name by which a scenario calls a kind of event. */
 std::string_view EventKind_GetName(EEventKind eKind);
 
 // ---- Pieces of the reader, one file each ----
@@ -36,19 +38,19 @@ struct SChipContext
     std::vector<SLockGroup> aoLockGroups;
 };
 
-// Rate and wander keys, which lock groups and streams have alike.
+/* Rate and wander keys, which lock groups and streams have alike. */
 void ScenarioClock_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, int64_t& riRatePpt, double& rflWanderTicks,
                         double& rflWanderPeriodS);
-// The keys "standard" or "timing".
+/* The keys "standard" or "timing". */
 void ScenarioTiming_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, SScenarioFault& roFault,
                          SVideoTiming& roTiming);
-// A number of ticks from the key "<name>_ticks", "<name>_us" or "<name>_lines"; 0 when there is none of them.
+/* A number of ticks from the key "<name>_ticks", "<name>_us" or "<name>_lines"; 0 when there is none of them. */
 FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szName, const SVideoTiming& roTiming,
                               uint32_t uiTickFreqHz);
 void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roContext, EDirection eDirection,
                          uint32_t uiIndex, SChip& roChip, SScenarioFault& roFault);
 void ScenarioConnector_Read(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& roFault);
-// Appends the events of a stream whose other members are read.
+/* Appends the events of a stream whose other members are read. */
 void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
                          SScenarioFault& roFault);
 void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFault& roFault);

@@ -1,8 +1,10 @@
-// Reads one table of a scenario key by key, checking types and ranges, and in the end that no key was left unread.
-//
-// Every reader returns true when the key was there and right. A wrong value sets the fault, and the caller may go on:
-// the first fault stands, and is asked for once at the end. Only a key that nobody reads goes before one that is
-// missing: it is probably the same one, misspelt. So a section reads all its keys, whatever is wrong with some of them.
+/*
+ * Reads one table of a scenario key by key, checking types and ranges, and in the end that no key was left unread.
+ *
+ * Every reader returns true when the key was there and right. A wrong value sets the fault, and the caller may go on:
+ * the first fault stands, and is asked for once at the end. Only a key that nobody reads goes before one that is
+ * missing: it is probably the same one, misspelt. So a section reads all its keys, whatever is wrong with some of them.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_SECTION_H
 #define SIMULATED_BOARD_SCENARIO_SECTION_H
 
@@ -28,17 +30,17 @@ public:
     }
 
     bool ReadInteger(std::string_view szKey, int64_t iMin, int64_t iMax, int64_t& riValue);
-    // Integers and floats.
+    /* Integers and floats. */
     bool ReadFloat(std::string_view szKey, double flMin, double flMax, double& rflValue);
     bool ReadBoolean(std::string_view szKey, bool& rbValue);
     bool ReadText(std::string_view szKey, size_t uiMaxBytes, std::string& rszValue);
-    // A counter of 64 bits: an integer from 0, or a text "0x..." for what TOML's integers do not reach.
+    /* A counter of 64 bits: an integer from 0, or a text "0x..." for what TOML's integers do not reach. */
     bool ReadCounter(std::string_view szKey, uint64_t& ruiValue);
-    // An array of integers, at least one.
+    /* An array of integers, at least one. */
     bool ReadIntegers(std::string_view szKey, uint32_t uiMax, size_t uiMaxLength, std::vector<uint32_t>& rauiValues);
-    // The table of a key; null when it is not there.
+    /* The table of a key; null when it is not there. */
     const SScenarioNode* ReadTable(std::string_view szKey);
-    // The tables of an array of tables.
+    /* The tables of an array of tables. */
     std::span<const SScenarioNode> ReadTables(std::string_view szKey, size_t uiMaxLength);
 
     template <typename T>
@@ -75,20 +77,22 @@ public:
     }
 
     bool Has(std::string_view szKey) const;
-    // The line of a key, or of the table when it is not there.
+    /* The line of a key, or of the table when it is not there. */
     uint32_t GetLine(std::string_view szKey) const;
     uint32_t GetLine() const { return m_roTable.uiLine; }
-    // The first of several keys that is there, or the first of all.
+    /* The first of several keys that is there, or the first of all. */
     std::string_view FindFirst(std::initializer_list<std::string_view> aszKeys) const;
-    // Sets the fault at the line of a key: "<key>: <what>".
+    /* Sets the fault at the line of a key: "<key>: <what>". */
     void Refuse(std::string_view szKey, std::string_view szWhat);
-    // The same for a word that is none of the known ones; lists them.
+    /* The same for a word that is none of the known ones; lists them. */
     void RefuseName(std::string_view szKey, const std::string& rszName, const std::vector<std::string>& raszKnown);
-    // Reads a key that may not be there now.
+    /* Reads a key that may not be there now. */
     void Forbid(std::string_view szKey, std::string_view szWhat);
     void Require(std::string_view szKey);
-    // Sets the fault when a key has not been read. With bOnlyMisspelt, for a section that could not go on: only when it
-    // looks like one that has.
+    /*
+     * Sets the fault when a key has not been read. With bOnlyMisspelt, for a section that could not go on: only when it
+     * looks like one that has.
+     */
     void Finish(bool bOnlyMisspelt = false);
 
 private:

@@ -1,4 +1,6 @@
-// Where the scenario comes from: a test, the file that the environment names, or the built-in default. Thread-safe.
+/*
+ * Where the scenario comes from: a test, the file that the environment names, or the built-in default. Thread-safe.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_SOURCE_H
 #define SIMULATED_BOARD_SCENARIO_SOURCE_H
 
@@ -10,14 +12,16 @@
 // The text of the built-in default, generated from Scenarios/Default.toml.
 extern const char* const g_szDefaultScenario;
 
-// Overrides the environment from the next load on; nullopt ends that.
+/* Overrides the environment from the next load on; nullopt ends that. */
 void ScenarioSource_Override(std::optional<std::string> szText);
 
-// Finds and reads the scenario. False when there is none, with "<file>:<line>: <fault>" on standard error.
-//   rszIntro  out  what to say once it runs; empty for a test's own scenario
+/*
+ * Finds and reads the scenario. False when there is none, with "<file>:<line>: <fault>" on standard error.
+ *   rszIntro  out  what to say once it runs; empty for a test's own scenario
+ */
 bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro);
 
-// "<file>:<line>: <fault>" in one line.
+/* "<file>:<line>: <fault>" in one line. */
 std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault);
 
 inline constexpr const char* gc_szOverrideName = "scenario text";

@@ -1,4 +1,6 @@
-// A scenario text as a tree of plain values with line numbers. The only place that knows the TOML library.
+/*
+ * A scenario text as a tree of plain values with line numbers. The only place that knows the TOML library.
+ */
 #ifndef SIMULATED_BOARD_SCENARIO_TREE_H
 #define SIMULATED_BOARD_SCENARIO_TREE_H
 
@@ -35,7 +37,7 @@ struct SScenarioNode
 // Longest text that is read, bytes.
 inline constexpr size_t gc_uiScenarioTextLimit = 1U << 20;
 
-// False with roFault set when the text is too long or is no TOML.
+/* False with roFault set when the text is too long or is no TOML. */
 bool ScenarioTree_Parse(std::string_view szText, SScenarioNode& roRoot, SScenarioFault& roFault);
 
 #endif

@@ -1,7 +1,9 @@
-// When an event of a stream happens, in field numbers: once or periodically, for a number of fields.
-//
-// Every question is answered in closed form, so that the state of any field is known without those before it. A
-// periodic schedule's length is below its period, which the scenario reader sees to. Pure functions.
+/*
+ * When an event of a stream happens, in field numbers: once or periodically, for a number of fields.
+ *
+ * Every question is answered in closed form, so that the state of any field is known without those before it. A
+ * periodic schedule's length is below its period, which the scenario reader sees to. Pure functions.
+ */
 #ifndef SIMULATED_BOARD_SCHEDULE_H
 #define SIMULATED_BOARD_SCHEDULE_H
 

@@ -1,8 +1,10 @@
-// One running input or output: the model's fields meet time and callers.
-//
-// Any number of threads wait at once, each on a reader of its own (one reader a handle). In real, scaled and freely
-// stepped time streams and readers share no lock; granted time takes the stream's mutex. All times are ticks of the
-// chip's counter unless named otherwise.
+/*
+ * One running input or output: the model's fields meet time and callers.
+ *
+ * Any number of threads wait at once, each on a reader of its own (one reader a handle). In real, scaled and freely
+ * stepped time streams and readers share no lock; granted time takes the stream's mutex. All times are ticks of the
+ * chip's counter unless named otherwise.
+ */
 #ifndef SIMULATED_BOARD_STREAM_H
 #define SIMULATED_BOARD_STREAM_H
 
@@ -49,18 +51,18 @@ class CStream
 public:
     CStream(const SStream& roStream, const SStreamSetup& roSetup);
 
-    // Next field start that the reader has not seen; roField is written only with VtStatus_OK.
+    /* Next field start that the reader has not seen; roField is written only with VtStatus_OK. */
     VtStatus Wait(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roField);
-    // Where a reader that is opened now begins.
+    /* Where a reader that is opened now begins. */
     uint64_t GetOpeningField() const;
-    // The field that has started last, which queries speak of; uiHint is a field known to have started, or 0.
+    /* The field that has started last, which queries speak of; uiHint is a field known to have started, or 0. */
     uint64_t GetCurrentField(uint64_t uiHint) const;
-    // The same for a caller without a reader.
+    /* The same for a caller without a reader. */
     uint64_t GetLatestField() const;
     bool IsGone() const;
-    // The device is gone from now on; wakes nobody.
+    /* The device is gone from now on; wakes nobody. */
     void Remove() { m_uiRemovalTicks.store(0, std::memory_order_release); }
-    // Wakes every wait, so that it looks at its reader and at the device again.
+    /* Wakes every wait, so that it looks at its reader and at the device again. */
     void Wake();
 
     const CStreamModel& GetModel() const { return m_oModel; }
@@ -70,24 +72,24 @@ public:
     {
         m_auiCalls[static_cast<size_t>(eOperation)].fetch_add(1, std::memory_order_relaxed);
     }
-    // The status with which a call fails on purpose.
+    /* The status with which a call fails on purpose. */
     std::optional<VtStatus> CountFault(EOperation eOperation)
     {
         return m_oSetup.pFaults == nullptr ? std::nullopt
                                            : m_oSetup.pFaults->Count(eOperation, m_oSetup.uiChip, m_oSetup.uiIndex);
     }
     uint64_t GetCalls(size_t uiOperation) const { return m_auiCalls[uiOperation].load(std::memory_order_relaxed); }
-    // Handles open, and those of them that may write.
+    /* Handles open, and those of them that may write. */
     std::atomic<uint32_t>& GetOpenCount() { return m_uiOpen; }
     std::atomic<uint32_t>& GetWriterCount() { return m_uiWriters; }
 
     // ---- For tests ----
     void Grant(uint64_t uiFields, uint64_t uiTimeOuts);
-    // True when no grant is left and a caller waits; false when the deadline (monotonic, ns) passed before.
+    /* True when no grant is left and a caller waits; false when the deadline (monotonic, ns) passed before. */
     bool AwaitIdle(int64_t iDeadlineNs);
     bool AwaitEntered(uint64_t uiEntered, int64_t iDeadlineNs);
     void StepOver(uint64_t uiFields);
-    // Waits that were failed on purpose never reach Wait, but were entered all the same.
+    /* Waits that were failed on purpose never reach Wait, but were entered all the same. */
     void CountFailedWait();
     SWaitCounts GetWaitCounts() const;
 

@@ -1,8 +1,10 @@
-// What a stream does, as a function of the field number: when each field starts, what its counters say, what is lost.
-//
-// Knows no clock, no caller and no lock: everything is a function of the scenario and of the field number alone, so any
-// field can be asked for without those before it. Times are ticks of the chip's counter. Immutable after construction,
-// so any number of threads may ask at once.
+/*
+ * What a stream does, as a function of the field number: when each field starts, what its counters say, what is lost.
+ *
+ * Knows no clock, no caller and no lock: everything is a function of the scenario and of the field number alone, so any
+ * field can be asked for without those before it. Times are ticks of the chip's counter. Immutable after construction,
+ * so any number of threads may ask at once.
+ */
 #ifndef SIMULATED_BOARD_STREAM_MODEL_H
 #define SIMULATED_BOARD_STREAM_MODEL_H
 
@@ -41,21 +43,21 @@ public:
 
     explicit CStreamModel(const SStream& roStream);
 
-    // The start of a field without jitter.
+    /* The start of a field without jitter. */
     FixedTicks GetExactTicks(uint64_t uiField) const;
-    // The start of a field as the board stamps it.
+    /* The start of a field as the board stamps it. */
     uint64_t GetStamp(uint64_t uiField) const;
     EFieldFate GetFate(uint64_t uiField) const;
     SFieldStart GetField(uint64_t uiField) const;
 
-    // First field from uiFrom on whose stamp is after uiTicks.
+    /* First field from uiFrom on whose stamp is after uiTicks. */
     uint64_t FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const;
-    // First field from uiFrom on that is not missed; stops at uiEnd.
+    /* First field from uiFrom on that is not missed; stops at uiEnd. */
     uint64_t FindReported(uint64_t uiFrom, uint64_t uiEnd) const;
-    // One behind the last field of uiFrom to uiEnd - 1 that is not missed; uiFrom when there is none.
+    /* One behind the last field of uiFrom to uiEnd - 1 that is not missed; uiFrom when there is none. */
     uint64_t FindLastReported(uint64_t uiFrom, uint64_t uiEnd) const;
 
-    // Timings at a field; all 0 when it is lost.
+    /* Timings at a field; all 0 when it is lost. */
     VtVideo_VidParam GetVidParam(uint64_t uiField) const;
     VtVideoOut_PowerState GetPowerState(uint64_t uiField) const;
     SCaptureState GetCaptureState(uint64_t uiField) const;
@@ -63,7 +65,7 @@ public:
     uint64_t GetFilledCount(uint64_t uiField) const;
     uint64_t GetSetBufferCount(uint64_t uiField) const;
     void GetBufferSize(uint64_t uiField, uint32_t& ruiWidth, uint32_t& ruiHeight) const;
-    // How long the wait that delivers a field hangs, milliseconds.
+    /* How long the wait that delivers a field hangs, milliseconds. */
     uint32_t GetHangMs(uint64_t uiField) const;
 
     const SStream& GetStream() const { return m_oStream; }

@@ -1,7 +1,9 @@
-// Exact time in ticks: signed fixed point with 64 bits before and 64 behind the point.
-//
-// A field duration is a quotient of large integers; as fixed point it is off by less than 2^-64 tick, and the start of
-// field n, n times that, by less than n * 2^-64: below 2^-36 tick after 30 days of any video rate. Pure functions.
+/*
+ * Exact time in ticks: signed fixed point with 64 bits before and 64 behind the point.
+ *
+ * A field duration is a quotient of large integers; as fixed point it is off by less than 2^-64 tick, and the start of
+ * field n, n times that, by less than n * 2^-64: below 2^-36 tick after 30 days of any video rate. Pure functions.
+ */
 #ifndef SIMULATED_BOARD_TICK_MATH_H
 #define SIMULATED_BOARD_TICK_MATH_H
 
@@ -35,7 +37,9 @@ constexpr FixedTicks FixedTicks_Divide(UInt128 uiNumerator, UInt128 uiDenominato
     return static_cast<FixedTicks>(uiResult);
 }
 
-// For what is no more exact than a double anyway: noise and figures that a scenario gives as a float. |flTicks| < 2^62.
+/*
+ * For what is no more exact than a double anyway: noise and figures that a scenario gives as a float. |flTicks| < 2^62.
+ */
 inline FixedTicks FixedTicks_FromDouble(double flTicks)
 {
     const double flWhole = std::floor(flTicks);

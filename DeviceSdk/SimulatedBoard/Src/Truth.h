@@ -1,7 +1,9 @@
-// The file of ground truth: one row for every field delivered, lost, missed or passed over.
-//
-// Rows are in the file before the wait that they tell of returns, so that nothing is missing however the process is
-// ended. They go there whole, never in parts, and rows of one stream in order.
+/*
+ * The file of ground truth: one row for every field delivered, lost, missed or passed over.
+ *
+ * Rows are in the file before the wait that they tell of returns, so that nothing is missing however the process is
+ * ended. They go there whole, never in parts, and rows of one stream in order.
+ */
 #ifndef SIMULATED_BOARD_TRUTH_H
 #define SIMULATED_BOARD_TRUTH_H
 
@@ -17,9 +19,11 @@
 class CTruthFile
 {
 public:
-    // Null, with errno telling why, when the file cannot be written.
+    /* Null, with errno telling why, when the file cannot be written. */
     static std::unique_ptr<CTruthFile> Open(const std::string& rszFile);
-    // Appends whole rows. The first time that this fails it says so on standard error, and nothing is written any more.
+    /*
+     * Appends whole rows. The first time that this fails it says so on standard error, and nothing is written any more.
+     */
     void Write(const std::string& rszRows);
 
 private:
@@ -38,13 +42,13 @@ private:
 class CTruthRows
 {
 public:
-    // pFile null: every call does nothing.
+    /* pFile null: every call does nothing. */
     CTruthRows(CTruthFile* pFile, std::string szStream, const CStreamModel& roModel)
         : m_pFile(pFile), m_szStream(std::move(szStream)), m_roModel(roModel)
     {
     }
 
-    // A wait that began with uiFrom unseen returns uiReported (gc_uiForEver: none), which leaves uiNext as the next.
+    /* A wait that began with uiFrom unseen returns uiReported (gc_uiForEver: none), which leaves uiNext as the next. */
     void Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext);
 
 private:

@@ -1,5 +1,7 @@
-// Timings of a video signal: the standards by name, and the arithmetic from timings to durations and to the SDK's
-// record. Pure functions and constant tables.
+/*
+ * Timings of a video signal: the standards by name, and the arithmetic from timings to durations and to the SDK's
+ * record. Pure functions and constant tables.
+ */
 #ifndef SIMULATED_BOARD_VIDEO_TIMING_H
 #define SIMULATED_BOARD_VIDEO_TIMING_H
 
@@ -37,10 +39,10 @@ struct SVideoStandard
     SVideoTiming oTiming;
 };
 
-// Every standard that a scenario may name.
+/* Every standard that a scenario may name. */
 std::span<const SVideoStandard> VideoStandard_GetAll();
 
-// The timings of a standard; null when there is none of that name.
+/* The timings of a standard; null when there is none of that name. */
 const SVideoTiming* VideoStandard_Find(std::string_view szName);
 
 constexpr uint64_t VideoTiming_GetHTotal(const SVideoTiming& roTiming)
@@ -55,13 +57,13 @@ constexpr uint64_t VideoTiming_GetVTotal(const SVideoTiming& roTiming)
     return roTiming.bInterlaced ? roTiming.uiVActive + 2 * uiBlanking + 1 : roTiming.uiVActive + uiBlanking;
 }
 
-// Duration of a field (of a frame when progressive) at a clock that is iRatePpt parts in 10^12 fast.
+/* Duration of a field (of a frame when progressive) at a clock that is iRatePpt parts in 10^12 fast. */
 FixedTicks VideoTiming_GetFieldTicks(const SVideoTiming& roTiming, uint32_t uiTickFreqHz, int64_t iRatePpt);
 
-// Duration of a line.
+/* Duration of a line. */
 FixedTicks VideoTiming_GetLineTicks(const SVideoTiming& roTiming, uint32_t uiTickFreqHz);
 
-// The SDK's record of the timings; its rates are rounded to the nearest whole unit, halves downward.
+/* The SDK's record of the timings; its rates are rounded to the nearest whole unit, halves downward. */
 VtVideo_VidParam VideoTiming_ToVidParam(const SVideoTiming& roTiming);
 
 #endif

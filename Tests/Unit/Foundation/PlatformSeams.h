@@ -1,5 +1,7 @@
-// What the tests make of the platform beneath the code that they test. Every seam goes through to the real call until
-// a test says otherwise: a result other than 0 is returned instead of making the call.
+/*
+ * What the tests make of the platform beneath the code that they test. Every seam goes through to the real call until
+ * a test says otherwise: a result other than 0 is returned instead of making the call.
+ */
 #ifndef PLATFORM_SEAMS_H
 #define PLATFORM_SEAMS_H
 
@@ -54,7 +56,7 @@ struct SCountingAllocator final : CMAllocator
     uint64_t uiLastSize = 0;
 };
 
-// The clock stands still at this moment.
+/* The clock stands still at this moment. */
 void StopClock(int64_t iSeconds, int64_t iNanoSeconds);
 
 #endif

@@ -1,4 +1,6 @@
-// Fixture of the tests that look at the board from outside: a scenario from text, and short words for the SDK's calls.
+/*
+ * Fixture of the tests that look at the board from outside: a scenario from text, and short words for the SDK's calls.
+ */
 #ifndef SIMULATED_BOARD_BOARD_TEST_H
 #define SIMULATED_BOARD_BOARD_TEST_H
 
@@ -33,7 +35,7 @@ public:
         Veltrano_LoadLite();
         m_hDev = Veltrano_GetDevice(0);
     }
-    // One stepped 1080p60 input and output at 100 MHz, so that 3 fields last 5000000 ticks.
+    /* One stepped 1080p60 input and output at 100 MHz, so that 3 fields last 5000000 ticks. */
     void LoadPair(const std::string& rszInputKeys, const std::string& rszOutputKeys = "",
                   const std::string& rszTop = "[time]\nmode = 'stepped'\n")
     {

@@ -1,4 +1,6 @@
-// The report of a failed internal check, for the whole code base. Execution continues after it. Thread-safe.
+/*
+ * The report of a failed internal check, for the whole code base. Execution continues after it. Thread-safe.
+ */
 #ifndef ASSERT_REPORT_H
 #define ASSERT_REPORT_H
 

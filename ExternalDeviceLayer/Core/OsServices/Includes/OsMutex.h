@@ -1,4 +1,6 @@
-// A recursive mutex as an object, and its scoped lock. Any thread may use them; acquiring blocks.
+/*
+ * A recursive mutex as an object, and its scoped lock. Any thread may use them; acquiring blocks.
+ */
 #ifndef OS_MUTEX_H
 #define OS_MUTEX_H
 
@@ -7,13 +9,13 @@
 class OsMutex
 {
 public:
-    // roOsServices must outlive the mutex.
+    /* roOsServices must outlive the mutex. */
     explicit OsMutex(OsServices& roOsServices);
     ~OsMutex();
     OsMutex(const OsMutex&) = delete;
     OsMutex& operator=(const OsMutex&) = delete;
 
-    // 1 if the mutex is now held; the time-out is in milliseconds, OsServices_INFINITE for ever.
+    /* 1 if the mutex is now held; the time-out is in milliseconds, OsServices_INFINITE for ever. */
     Bool32 Acquire(uint32_t uiTimeOutMs) { return m_roOsServices.Mutex_Acquire(m_hMutex, uiTimeOutMs); }
     Bool32 Release() { return m_roOsServices.Mutex_Release(m_hMutex); }
 
@@ -39,7 +41,7 @@ public:
     OsMutexGuard(const OsMutexGuard&) = delete;
     OsMutexGuard& operator=(const OsMutexGuard&) = delete;
 
-    // 1 if the mutex is held.
+    /* 1 if the mutex is held. */
     Bool32 IsLock() const { return m_bIsLock; }
 
 private:

@@ -1,10 +1,12 @@
-// The object through which everything above reaches the operating system: handles with their memory, time, memory,
-// and messages in one line format. Any thread may use it; the message settings and the instance counter are unguarded
-// and belong to start-up. Time-outs are in milliseconds of the wall clock, OsServices_INFINITE waits for ever.
-// Results are 1 (success) or 0 (failure) unless they are a VtStatus; see OsServicesClient.h for what each means.
-//
-// What the operating system does is asked of an object, whether its provider or interrupt level matter to it or not;
-// static is only what must be there without one: messages, their settings, and the test mode that precedes the first.
+/*
+ * The object through which everything above reaches the operating system: handles with their memory, time, memory,
+ * and messages in one line format. Any thread may use it; the message settings and the instance counter are unguarded
+ * and belong to start-up. Time-outs are in milliseconds of the wall clock, OsServices_INFINITE waits for ever.
+ * Results are 1 (success) or 0 (failure) unless they are a VtStatus; see OsServicesClient.h for what each means.
+ *
+ * What the operating system does is asked of an object, whether its provider or interrupt level matter to it or not;
+ * static is only what must be there without one: messages, their settings, and the test mode that precedes the first.
+ */
 #ifndef OS_SERVICES_H
 #define OS_SERVICES_H
 
@@ -13,18 +15,22 @@
 class OsServices
 {
 public:
-    // The first live instance starts the layer below, the last one stops it. pvProvider: an IOsServices that outlives
-    // the object, or null; it is passed untyped and must point to exactly that interface.
+    /*
+     * The first live instance starts the layer below, the last one stops it. pvProvider: an IOsServices that outlives
+     * the object, or null; it is passed untyped and must point to exactly that interface.
+     */
     explicit OsServices(void* pvProvider = nullptr);
     virtual ~OsServices();
     OsServices(const OsServices&) = delete;
     OsServices& operator=(const OsServices&) = delete;
 
-    // 1 if the layer below was started for this instance.
+    /* 1 if the layer below was started for this instance. */
     Bool32 IsInitialized() const { return m_bInitialized; }
 
-    // Creating allocates the handle's memory (out: the handle, null on failure), destroying frees it. A destroy that
-    // fails leaks it, because the object may still be in use.
+    /*
+     * Creating allocates the handle's memory (out: the handle, null on failure), destroying frees it. A destroy that
+     * fails leaks it, because the object may still be in use.
+     */
     Bool32 CpuThread_Create(PfnCpuThreadFunction pfnFunction, void* pvUserData, HCpuThread& rhCpuThread) const;
     Bool32 CpuThread_Join(const HCpuThread& rhCpuThread) const;
     Bool32 CpuThread_Destroy(HCpuThread hCpuThread) const;
@@ -36,7 +42,7 @@ public:
 
     Bool32 Mutex_Create(HMutex& rhMutex) const;
     Bool32 Mutex_Destroy(HMutex hMutex) const;
-    // In the header, for a lock costs little more than a call.
+    /* In the header, for a lock costs little more than a call. */
     Bool32 Mutex_Acquire(HMutex hMutex, uint32_t uiTimeOutMs) const
     {
         return OsServices_Mutex_Acquire(hMutex, uiTimeOutMs);
@@ -70,7 +76,7 @@ public:
     uint64_t GetRawTimeInNs() const; // wall clock since the epoch
     uint64_t GetTimeInMs() const;    // the same, in whole milliseconds
     Bool32 SleepMilliSeconds(uint32_t uiSleepMs) const;
-    // Up to 100000 us a busy wait; above, a sleep of whole milliseconds.
+    /* Up to 100000 us a busy wait; above, a sleep of whole milliseconds. */
     Bool32 WaitMicroSeconds(uint32_t uiWaitUs) const;
 
     void* PagedMemory_Alloc(uint64_t uiSize) const;
@@ -83,12 +89,14 @@ public:
     void* IoMap(uint64_t uiPhysicalAddress, uint32_t uiSize, Bool32 bIsCacheable) const;
     void IoUnMap(void* pvMemory, uint32_t uiSize) const;
 
-    // A cheap mixing generator with one unguarded state; not for security.
+    /* A cheap mixing generator with one unguarded state; not for security. */
     uint32_t GetRandom() const;
     uint32_t GetRandomNonZero() const;
 
-    // Debug, info and error messages on standard output, each a prefix and the caller's text, cut to 255 characters;
-    // callers bring their own line end. Debug messages are off until SetMsgLevel turns them on. Thread-safe.
+    /*
+     * Debug, info and error messages on standard output, each a prefix and the caller's text, cut to 255 characters;
+     * callers bring their own line end. Debug messages are off until SetMsgLevel turns them on. Thread-safe.
+     */
     [[gnu::format(printf, 1, 2)]] static void WriteMsg(const char* pszFormat, ...);
     [[gnu::format(printf, 1, 2)]] static void WriteUserMsg(const char* pszFormat, ...);
     [[gnu::format(printf, 1, 2)]] static void WriteErrorMsg(const char* pszFormat, ...);
@@ -98,10 +106,10 @@ public:
     static void SetMsgLevel(Bool32 bEnableErrorMsg, Bool32 bEnableUserMsg, Bool32 bEnableInfo);
     static void GetMsgLevel(int* piEnableErrorMsg, int* piEnableUserMsg, int* piEnableInfo); // outputs may be null
     static void SetMsgPrefixEnable(Bool32 bIsMessagePrefixEnabled);
-    // In test mode a first instance does not start the layer below.
+    /* In test mode a first instance does not start the layer below. */
     static void SetTestMode(Bool32 bTestMode);
 
-    // The part of the path behind its last '/' or '\\'; points into the given text.
+    /* The part of the path behind its last '/' or '\\'; points into the given text. */
     static const char* GetFileNameOnlySubSring(const char* pszPath);
 
 private:

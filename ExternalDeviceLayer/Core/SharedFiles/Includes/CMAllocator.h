@@ -1,6 +1,8 @@
-// Where the containers get their memory: from one replaceable allocator of the process or, as long as none is set,
-// from the plain array new and delete of bytes. The setting is unguarded and belongs to start-up: a block must be
-// freed by what allocated it.
+/*
+ * Where the containers get their memory: from one replaceable allocator of the process or, as long as none is set,
+ * from the plain array new and delete of bytes. The setting is unguarded and belongs to start-up: a block must be
+ * freed by what allocated it.
+ */
 #ifndef CM_ALLOCATOR_H
 #define CM_ALLOCATOR_H
 
@@ -13,15 +15,15 @@ public:
     CMAllocator(const CMAllocator&) = delete;
     CMAllocator& operator=(const CMAllocator&) = delete;
 
-    // A block of uiSize bytes, aligned as new aligns it. The base forwards to the global allocator if there is one.
+    /* A block of uiSize bytes, aligned as new aligns it. The base forwards to the global allocator if there is one. */
     virtual void* Alloc(uint64_t uiSize);
     virtual void Free(const void* pvBlock);
     virtual ~CMAllocator() = default;
 
-    // poAllocator must outlive every container; null goes back to new and delete.
+    /* poAllocator must outlive every container; null goes back to new and delete. */
     static void SetGlobalAllocator(CMAllocator* poAllocator) { m_poGlobalAllocator = poAllocator; }
 
-    // What the containers call. A null block is not freed.
+    /* What the containers call. A null block is not freed. */
     static void* AllocBlock(uint64_t uiSize)
     {
         return m_poGlobalAllocator != nullptr ? m_poGlobalAllocator->Alloc(uiSize) : new uint8_t[uiSize];

@@ -1,7 +1,9 @@
-// Growable array: one block of elements, a size, a capacity and a growth step. One thread at a time.
-// Elements are moved by raw copy when the block grows, so their type must bear being relocated (no pointers into
-// itself). Sizes and indexes are in elements. A failed check is reported and execution goes on: a bad index reaches a
-// zeroed scratch element instead of the block, a bad size changes nothing.
+/*
+ * Growable array: one block of elements, a size, a capacity and a growth step. One thread at a time.
+ * Elements are moved by raw copy when the block grows, so their type must bear being relocated (no pointers into
+ * itself). Sizes and indexes are in elements. A failed check is reported and execution goes on: a bad index reaches a
+ * zeroed scratch element instead of the block, a bad size changes nothing.
+ */
 #ifndef CM_ARRAY_H
 #define CM_ARRAY_H
 
@@ -29,17 +31,17 @@ public:
     CMArray(const TYPE* paoElements, int32_t iCount) { CopyElements(paoElements, iCount); }
     CMArray(const TYPE* paoElements, uint32_t uiCount) { CopyElements(paoElements, static_cast<int32_t>(uiCount)); }
 
-    // The order of the virtual operations is part of the interface.
+    /* The order of the virtual operations is part of the interface. */
     virtual ~CMArray() { FreeAll(); }
-    // iGrowBy: -1 keeps the growth step, 0 makes it automatic, anything else replaces it. Size 0 frees the block.
+    /* iGrowBy: -1 keeps the growth step, 0 makes it automatic, anything else replaces it. Size 0 frees the block. */
     virtual void SetSize(int32_t iNewSize, int32_t iGrowBy = -1);
     virtual void SetCount(uint32_t uiNewCount, int32_t iGrowBy = -1)
     {
         SetSize(static_cast<int32_t>(uiNewCount), iGrowBy);
     }
-    // Gives back the capacity that is not in use.
+    /* Gives back the capacity that is not in use. */
     virtual void FreeExtra();
-    // Assigns at the index, growing up to it if it is beyond the end.
+    /* Assigns at the index, growing up to it if it is beyond the end. */
     virtual void SetAtGrow(int32_t iIndex, ARG_TYPE oValue);
     virtual void SetAtGrow(uint32_t uiIndex, ARG_TYPE oValue) { SetAtGrow(static_cast<int32_t>(uiIndex), oValue); }
     template <CMArrayIndex INDEX> void SetAtGrow(INDEX iIndex, ARG_TYPE oValue)
@@ -77,28 +79,28 @@ public:
     template <CMArrayIndex INDEX> const TYPE& GetAt(INDEX iIndex) const { return ElementAt(iIndex); }
     template <CMArrayIndex INDEX> void SetAt(INDEX iIndex, ARG_TYPE oValue) { ElementAt(iIndex) = oValue; }
 
-    // Returns the index of the new element.
+    /* Returns the index of the new element. */
     int32_t Add(ARG_TYPE oValue)
     {
         const int32_t iIndex = m_iSize;
         SetAtGrow(iIndex, oValue);
         return iIndex;
     }
-    // 1 if it was not there and has been added.
+    /* 1 if it was not there and has been added. */
     Bool32 AddIfNotPresent(ARG_TYPE oValue);
-    // Returns the index of the first element appended.
+    /* Returns the index of the first element appended. */
     int32_t Append(const CMArray& roOther);
     void Copy(const CMArray& roOther);
 
-    // Inserting beyond the end grows up to it, as SetAtGrow does.
+    /* Inserting beyond the end grows up to it, as SetAtGrow does. */
     void InsertAt(int32_t iIndex, ARG_TYPE oValue, int32_t iCount = 1);
     void InsertAt(int32_t iIndex, const CMArray& roOther);
     void RemoveAt(int32_t iIndex, int32_t iCount = 1);
-    // Keeps the first of equal elements.
+    /* Keeps the first of equal elements. */
     void RemoveDuplicates();
     void SortElements() { std::sort(Begin(), End()); }
 
-    // Index of the first equal element from iStart on, or -1.
+    /* Index of the first equal element from iStart on, or -1. */
     int32_t Find(ARG_TYPE oValue, int32_t iStart = 0) const;
     Bool32 IsPresent(ARG_TYPE oValue) const { return Find(oValue) >= 0 ? 1 : 0; }
 
@@ -114,7 +116,7 @@ public:
     CMArray& operator|=(const CMArray& roOther);
 
 protected:
-    // Unsigned, so that a negative index comes out huge; no wider than the index, which spares a conversion.
+    /* Unsigned, so that a negative index comes out huge; no wider than the index, which spares a conversion. */
     template <CMArrayIndex INDEX>
     using Unsigned = std::conditional_t<sizeof(INDEX) <= sizeof(uint32_t), uint32_t, uint64_t>;
     template <CMArrayIndex INDEX> bool IsInside(INDEX iIndex) const

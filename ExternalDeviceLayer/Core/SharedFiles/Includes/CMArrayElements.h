@@ -1,4 +1,6 @@
-// Construction and destruction of array elements in raw memory, and the element that a bad index falls back to.
+/*
+ * Construction and destruction of array elements in raw memory, and the element that a bad index falls back to.
+ */
 #ifndef CM_ARRAY_ELEMENTS_H
 #define CM_ARRAY_ELEMENTS_H
 
@@ -21,7 +23,7 @@ enum EKrvMFCTypesAssert : uint32_t
 };
 [[gnu::cold]] void KrvMFCTypes_ReportAssert(EKrvMFCTypesAssert eAssert);
 
-// Fills iCount elements with zero and then constructs those that have a constructor.
+/* Fills iCount elements with zero and then constructs those that have a constructor. */
 template <class TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCount)
 {
     if constexpr (std::is_scalar_v<TYPE>)
@@ -44,7 +46,7 @@ template <class TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCoun
     }
 }
 
-// The same in memory that may not be there.
+/* The same in memory that may not be there. */
 template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
 {
     if (paoElements == nullptr)
@@ -55,7 +57,7 @@ template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
     MConstructElementsAt(paoElements, iCount);
 }
 
-// Destroys iCount elements that have a destructor; the memory stays.
+/* Destroys iCount elements that have a destructor; the memory stays. */
 template <class TYPE> void MDestructElements(TYPE* paoElements, int32_t iCount)
 {
     if constexpr (!std::is_trivially_destructible_v<TYPE>)
@@ -76,7 +78,7 @@ public:
     CMScratchElement(const CMScratchElement&) = delete;
     CMScratchElement& operator=(const CMScratchElement&) = delete;
 
-    // The element of this thread, as new.
+    /* The element of this thread, as new. */
     static TYPE& Renewed()
     {
         static thread_local CMScratchElement s_oScratch;

@@ -1,5 +1,7 @@
-// Reference-counted text. Copies share one unchanging block and may live in different threads; a single object
-// belongs to one thread at a time. The empty text has no block. Lengths are in characters, without the terminator.
+/*
+ * Reference-counted text. Copies share one unchanging block and may live in different threads; a single object
+ * belongs to one thread at a time. The empty text has no block. Lengths are in characters, without the terminator.
+ */
 #ifndef CM_STRING_H
 #define CM_STRING_H
 
@@ -19,17 +21,19 @@ public:
     CMString& operator=(const char* pszText);
     ~CMString();
 
-    // Replace and extend the text, printf style and of any length. Arguments may point into the text itself. A text
-    // that cannot be formatted leaves the old one.
+    /*
+     * Replace and extend the text, printf style and of any length. Arguments may point into the text itself. A text
+     * that cannot be formatted leaves the old one.
+     */
     [[gnu::format(printf, 2, 3)]] void Format(const char* pszFormat, ...);
     [[gnu::format(printf, 2, 3)]] void AppendFormat(const char* pszFormat, ...);
 
-    // Never null; valid until the object changes or ends.
+    /* Never null; valid until the object changes or ends. */
     const char* GetString() const;
     int32_t GetLength() const;
     bool IsEmpty() const { return m_poBlock == nullptr; }
 
-    // Below, equal to or above 0 as this text stands before, at or behind the other in the order of its bytes.
+    /* Below, equal to or above 0 as this text stands before, at or behind the other in the order of its bytes. */
     int32_t Compare(const char* pszOther) const;
     friend bool operator==(const CMString& roLeft, const CMString& roRight)
     {

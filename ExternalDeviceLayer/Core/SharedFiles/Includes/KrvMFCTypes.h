@@ -1,4 +1,6 @@
-// All containers at once.
+/*
+ * All containers at once.
+ */
 #ifndef KRV_MFC_TYPES_H
 #define KRV_MFC_TYPES_H
 

@@ -1,4 +1,6 @@
-// The platform's own half of KrvVxd. Same threads and units as there.
+/*
+ * The platform's own half of KrvVxd. Same threads and units as there.
+ */
 #ifndef KRV_VXD_LINUX_H
 #define KRV_VXD_LINUX_H
 

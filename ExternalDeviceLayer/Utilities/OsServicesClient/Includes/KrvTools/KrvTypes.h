@@ -1,4 +1,6 @@
-// Basic types that every layer shares: the 32-bit boolean and the fixed texts.
+/*
+ * Basic types that every layer shares: the 32-bit boolean and the fixed texts.
+ */
 #ifndef KRV_TYPES_H
 #define KRV_TYPES_H
 
