@@ -40,7 +40,7 @@ constexpr SCounterMetric aoCounters[] = {
      &SStreamCounters::uiFieldsUnobserved, EOnly::BOTH},
     {"vt_video_fields_repeated_total", "Fields whose counter did not move.", &SStreamCounters::uiFieldsRepeated,
      EOnly::BOTH},
-    {"vt_video_counter_backward_total", "Times that the field counter went back.", &SStreamCounters::uiCounterBackward,
+    {"vt_video_fields_backward_total", "Times that the field counter went back.", &SStreamCounters::uiCounterBackward,
      EOnly::BOTH},
     {"vt_video_fields_early_total", "Fields that started early against the grid.", &SStreamCounters::uiFieldsEarly,
      EOnly::BOTH},

@@ -1,0 +1,83 @@
+"""Every answer of the server against its schema, and the metrics against promtool.
+
+usage: api_test.py <ServeMadeUp> <folder of the schemas>
+"""
+import json
+import pathlib
+import subprocess
+import sys
+import unittest
+import urllib.request
+
+import jsonschema
+
+server_path, schema_folder = sys.argv[1], pathlib.Path(sys.argv[2]).resolve()
+
+
+def validator(name):
+    path = schema_folder / f"{name}.schema.json"
+    schema = json.loads(path.read_text())
+    jsonschema.Draft202012Validator.check_schema(schema)
+    resolver = jsonschema.RefResolver(path.as_uri(), schema)
+    return jsonschema.Draft202012Validator(schema, resolver=resolver)
+
+
+class ApiTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.server = subprocess.Popen([server_path, "4"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        cls.base = f"http://{cls.server.stdout.readline().strip()}"
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.communicate("", timeout=10)
+
+    def get(self, path):
+        return urllib.request.urlopen(self.base + path, timeout=10)
+
+    def check(self, name, path):
+        answer = json.load(self.get(path))
+        validator(name).validate(answer)
+        return answer
+
+    def test_answers_keep_their_schemas(self):
+        streams = self.check("streams", "/api/v1/streams")["directions"]["input"]["streams"]
+        self.assertEqual([stream["id"] for stream in streams], ["IN_00", "IN_01", "IN_02", "IN_03"])
+        self.assertIsNone(streams[3]["phase"], "both the known and the unknown are checked")
+        self.assertIsNotNone(streams[1]["phase"])
+        self.assertEqual(len(self.check("pairs", "/api/v1/pairs")["directions"]["output"]["pairs"]), 6)
+        for query in ("", "&step=60", "&fields=phase,drift&limit=3", "&from=1000&to=2000"):
+            answer = self.check("history", "/api/v1/history?stream=IN_01" + query)
+            columns = [value for value in answer.values() if isinstance(value, list)]
+            self.assertEqual({len(column) for column in columns}, {len(answer["t"])})
+
+    def test_every_kind_of_event_keeps_its_schema(self):
+        kinds = json.loads((schema_folder / "common.schema.json").read_text())["$defs"]["kind"]["enum"]
+        events = self.check("events", "/api/v1/events?limit=1000")["events"]
+        self.assertEqual({event["kind"] for event in events}, set(kinds))
+        with self.assertRaises(jsonschema.ValidationError):
+            validator("event").validate({key: value for key, value in events[0].items() if key != "count"})
+
+    def test_the_live_stream_keeps_its_schema(self):
+        seen = set()
+        with self.get("/api/v1/live?after=0") as stream:
+            while seen != {"snapshot", "events"}:
+                line = stream.readline().decode()
+                if line.startswith("event: "):
+                    kind = line.split()[1]
+                elif line.startswith("data: "):
+                    validator("live").validate(json.loads(line[6:]))
+                    seen.add(kind)
+
+    def test_metrics_are_as_prometheus_wants_them(self):
+        with self.get("/metrics") as answer:
+            self.assertEqual(answer.headers["Content-Type"], "text/plain; version=0.0.4; charset=utf-8")
+            text = answer.read()
+        linted = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, timeout=60)
+        self.assertEqual((linted.returncode, linted.stdout + linted.stderr), (0, b""))
+        samples = [line.rpartition(b" ")[0] for line in text.splitlines() if not line.startswith(b"#")]
+        self.assertEqual(len(samples), len(set(samples)), "every series once")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
