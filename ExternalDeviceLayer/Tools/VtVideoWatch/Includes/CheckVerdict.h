@@ -1,0 +1,61 @@
+/*
+ * What a check makes of the figures: findings, the worst of which decides, and performance data. Follows the guidelines
+ * of the Monitoring Plugins project. No state, no clock, no output.
+ *
+ * The signal is blamed only for what the signal did: fields that passed while the watcher was late, and figures that
+ * are not sure yet, never make a verdict critical.
+ */
+#ifndef CHECK_VERDICT_H
+#define CHECK_VERDICT_H
+
+#include <string>
+#include <vector>
+
+#include "WatchData.h"
+#include "WatchOptions.h"
+
+// Exit statuses of monitoring plug-ins.
+enum class EVerdict : uint8_t
+{
+    OK,
+    WARNING,
+    CRITICAL,
+    UNKNOWN
+};
+
+struct SFinding
+{
+    EVerdict eVerdict = EVerdict::OK;
+    std::string szText;
+};
+
+// A figure for those who draw curves: label=value[unit];warn;crit;min;max
+struct SPerformance
+{
+    std::string szLabel;
+    std::string szValue; // with its unit
+    std::string szWarning;
+    std::string szCritical;
+    std::string szLeast;
+};
+
+struct SCheckVerdict
+{
+    EVerdict eVerdict = EVerdict::UNKNOWN;
+    std::vector<SFinding> aoFindings; // the worst first
+    std::vector<SPerformance> aoPerformance;
+};
+
+/* Judges a moment by the conditions of a check. */
+SCheckVerdict CheckVerdict_Judge(const SCheckOptions& roOptions, const SWatchPublication& roPublication);
+
+/* "OK", "WARNING", "CRITICAL", "UNKNOWN". */
+const char* CheckVerdict_GetName(EVerdict eVerdict);
+
+/* "VIDEO OK - findings | performance data" on one line, without a line end. */
+std::string CheckVerdict_Print(const SCheckVerdict& roVerdict);
+
+/* All of it as JSON on one line. */
+std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication);
+
+#endif

@@ -1,0 +1,337 @@
+#include "CheckVerdict.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+
+namespace
+{
+
+constexpr double flSigmas = 3.0;          // a figure differs from a limit when it does so by this many standard errors
+constexpr double flMostUnobserved = 0.01; // of a stream's fields, before the watcher counts as too late to judge
+
+// In the order of how bad they are; the exit statuses are not.
+int GetRank(EVerdict eVerdict)
+{
+    switch (eVerdict)
+    {
+    case EVerdict::OK:
+        return 0;
+    case EVerdict::UNKNOWN:
+        return 1;
+    case EVerdict::WARNING:
+        return 2;
+    case EVerdict::CRITICAL:
+        return 3;
+    }
+    return 1;
+}
+
+[[gnu::format(printf, 1, 2)]] std::string Print(const char* szFormat, ...)
+{
+    char szText[256];
+    va_list oArguments;
+    va_start(oArguments, szFormat);
+    std::vsnprintf(szText, sizeof(szText), szFormat, oArguments);
+    va_end(oArguments);
+    return szText;
+}
+
+std::string GetId(const SStreamKey& roStream)
+{
+    return WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+}
+
+const SDirectionFigures& GetDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
+{
+    return roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
+}
+
+const SStreamFigures* FindStream(const SWatchPublication& roPublication, const SStreamKey& roStream)
+{
+    const std::vector<SStreamFigures>& raoStreams = GetDirection(roPublication, roStream.eDirection).aoStreams;
+    return roStream.uiIndex < raoStreams.size() ? &raoStreams[roStream.uiIndex] : nullptr;
+}
+
+// The deviation from the nominal rate that is known best.
+const SEstimate* FindPpm(const SStreamFigures& roStream)
+{
+    const SEstimate* poBest = nullptr;
+    for (const SEstimate& roPpm : roStream.aoRatePpm)
+    {
+        if (roPpm.bIsValid && (poBest == nullptr || roPpm.flStdErr < poBest->flStdErr))
+        {
+            poBest = &roPpm;
+        }
+    }
+    return poBest;
+}
+
+class CJudge
+{
+public:
+    CJudge(const SCheckOptions& roOptions, const SWatchPublication& roPublication)
+        : m_roOptions(roOptions), m_roPublication(roPublication)
+    {
+    }
+
+    SCheckVerdict Judge();
+
+private:
+    void Find(EVerdict eVerdict, std::string szText) { m_oVerdict.aoFindings.push_back({eVerdict, std::move(szText)}); }
+    void ChooseStreams();
+    void JudgeStream(const SStreamFigures& roStream, bool bIsExpected);
+    void JudgeState(const SStreamFigures& roStream, const std::string& rszId, bool bIsExpected);
+    void JudgeLost(const SStreamFigures& roStream, const std::string& rszId);
+    void JudgeLate(const SStreamFigures& roStream, const std::string& rszId);
+    void JudgeRate(const SStreamFigures& roStream, const std::string& rszId);
+    void JudgeLock(const std::vector<SStreamKey>& raoStreams);
+    void JudgePair(const SPairFigures& roPair, EStreamDirection eDirection);
+    void AddPerformance(const SStreamFigures& roStream, const std::string& rszId);
+    void Summarise();
+
+    const SCheckOptions& m_roOptions;
+    const SWatchPublication& m_roPublication;
+    std::vector<SStreamKey> m_aoStreams; // that are judged
+    uint32_t m_uiRunning = 0;
+    uint32_t m_uiInLock = 0; // pairs
+    SCheckVerdict m_oVerdict;
+};
+
+SCheckVerdict CJudge::Judge()
+{
+    ChooseStreams();
+    for (const SStreamKey& roStream : m_aoStreams)
+    {
+        const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
+        if (poStream == nullptr)
+        {
+            Find(EVerdict::CRITICAL, "the board has no " + GetId(roStream));
+            continue;
+        }
+        JudgeStream(*poStream, !m_roOptions.aoExpected.empty());
+    }
+    for (const std::vector<SStreamKey>& raoStreams : m_roOptions.aaoLocked)
+    {
+        JudgeLock(raoStreams);
+    }
+    Summarise();
+    return m_oVerdict;
+}
+
+// Those that are expected, and otherwise all that the board has.
+void CJudge::ChooseStreams()
+{
+    m_aoStreams = m_roOptions.aoExpected;
+    if (!m_aoStreams.empty())
+    {
+        return;
+    }
+    for (const SDirectionFigures& roDirection : m_roPublication.oSnapshot.aoDirections)
+    {
+        for (const SStreamFigures& roStream : roDirection.aoStreams)
+        {
+            m_aoStreams.push_back({roStream.eDirection, roStream.uiIndex});
+        }
+    }
+}
+
+void CJudge::JudgeStream(const SStreamFigures& roStream, bool bIsExpected)
+{
+    const std::string szId = WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+    JudgeState(roStream, szId, bIsExpected);
+    JudgeLost(roStream, szId);
+    JudgeLate(roStream, szId);
+    JudgeRate(roStream, szId);
+    AddPerformance(roStream, szId);
+}
+
+void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId, bool bIsExpected)
+{
+    if (roStream.eState == EStreamState::RUNNING)
+    {
+        ++m_uiRunning;
+        if (roStream.oCounters.uiSignalLosses > 0)
+        {
+            Find(EVerdict::WARNING, Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
+                                          static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
+                                          roStream.oCounters.flSignalLostSeconds));
+        }
+    }
+    else if (bIsExpected || roStream.eState != EStreamState::IDLE)
+    {
+        Find(EVerdict::CRITICAL, rszId + " is " + WatchTexts_GetState(roStream.eState));
+    }
+}
+
+void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
+{
+    // Without a limit nothing is critical, but a lost field is worth a word.
+    const SLimits<uint64_t> oLimits = m_roOptions.oMostLost.value_or(SLimits<uint64_t>{0, UINT64_MAX});
+    const uint64_t uiLost = roStream.oCounters.uiFieldsLost;
+    if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
+    {
+        Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING,
+             Print("%s lost %llu fields", rszId.c_str(), static_cast<unsigned long long>(uiLost)));
+    }
+}
+
+void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
+{
+    const SStreamCounters& roCounters = roStream.oCounters;
+    if (static_cast<double>(roCounters.uiFieldsUnobserved) >
+        flMostUnobserved * static_cast<double>(roCounters.uiFields))
+    {
+        Find(EVerdict::WARNING, Print("the watcher was too late for %llu of %llu fields of %s",
+                                      static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
+                                      static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
+    }
+}
+
+void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
+{
+    if (!m_roOptions.oRateWithinPpm || roStream.eState != EStreamState::RUNNING)
+    {
+        return;
+    }
+    const SEstimate* poPpm = FindPpm(roStream);
+    if (poPpm == nullptr)
+    {
+        Find(EVerdict::UNKNOWN, "the rate of " + rszId + " is not known yet");
+        return;
+    }
+    const double flDeviation = std::fabs(poPpm->flValue);
+    const double flSurely = flDeviation - flSigmas * poPpm->flStdErr;
+    const SLimits<double>& roLimits = *m_roOptions.oRateWithinPpm;
+    if (flDeviation <= roLimits.oWarning)
+    {
+        return;
+    }
+    const EVerdict eVerdict = flSurely > roLimits.oCritical  ? EVerdict::CRITICAL
+                              : flSurely > roLimits.oWarning ? EVerdict::WARNING
+                                                             : EVerdict::UNKNOWN;
+    Find(eVerdict, Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
+}
+
+void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
+{
+    for (const SStreamKey& roStream : raoStreams)
+    {
+        const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
+        if (poStream == nullptr || poStream->eState != EStreamState::RUNNING)
+        {
+            Find(EVerdict::CRITICAL, GetId(roStream) + " is not there to be in lock");
+        }
+    }
+    const EStreamDirection eDirection = raoStreams.front().eDirection;
+    for (const SPairFigures& roPair : GetDirection(m_roPublication, eDirection).aoPairs)
+    {
+        const SStreamKey oFirst = {eDirection, roPair.uiFirst};
+        const SStreamKey oSecond = {eDirection, roPair.uiSecond};
+        if (std::ranges::count(raoStreams, oFirst) > 0 && std::ranges::count(raoStreams, oSecond) > 0)
+        {
+            JudgePair(roPair, eDirection);
+        }
+    }
+}
+
+void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
+{
+    const std::string szFirst = WatchTexts_GetStreamId(eDirection, roPair.uiFirst);
+    const std::string szSecond = WatchTexts_GetStreamId(eDirection, roPair.uiSecond);
+    const std::string szPair = szFirst + " and " + szSecond;
+    const std::string szOffset =
+        Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);
+    switch (roPair.eLock)
+    {
+    case ELockState::LOCKED:
+        ++m_uiInLock;
+        break;
+    case ELockState::PASSING:
+        Find(EVerdict::WARNING, Print("%s are only passing each other (%s, drifting %+.3f ppb)", szPair.c_str(),
+                                      szOffset.c_str(), roPair.oDriftRatio.flValue * 1e9));
+        break;
+    case ELockState::FREE:
+        Find(EVerdict::CRITICAL, szPair + " are not in lock (" + szOffset + ")");
+        break;
+    case ELockState::DIFFERENT:
+        Find(EVerdict::CRITICAL, szPair + " run at different rates");
+        break;
+    default:
+        Find(EVerdict::UNKNOWN, "too little is known yet of " + szPair);
+        break;
+    }
+    if (roPair.oOffsetSeconds.bIsValid)
+    {
+        const double flSeconds = m_roOptions.oThreshold.flSeconds;
+        const std::string szRange = flSeconds > 0.0 ? Print("-%.9f:%.9f", flSeconds, flSeconds) : "";
+        m_oVerdict.aoPerformance.push_back(
+            {szFirst + "_" + szSecond + "_offset", Print("%.9fs", roPair.oOffsetSeconds.flValue), "", szRange, ""});
+    }
+}
+
+void CJudge::AddPerformance(const SStreamFigures& roStream, const std::string& rszId)
+{
+    const SEstimate* poPpm = FindPpm(roStream);
+    if (poPpm != nullptr)
+    {
+        SPerformance oPpm = {rszId + "_ppm", Print("%.4f", poPpm->flValue), "", "", ""};
+        if (m_roOptions.oRateWithinPpm)
+        {
+            const SLimits<double>& roLimits = *m_roOptions.oRateWithinPpm;
+            oPpm.szWarning = Print("-%g:%g", roLimits.oWarning, roLimits.oWarning);
+            oPpm.szCritical = Print("-%g:%g", roLimits.oCritical, roLimits.oCritical);
+        }
+        m_oVerdict.aoPerformance.push_back(oPpm);
+    }
+    SPerformance oLost = {rszId + "_lost", std::to_string(roStream.oCounters.uiFieldsLost), "0", "", "0"};
+    if (m_roOptions.oMostLost)
+    {
+        oLost.szWarning = std::to_string(m_roOptions.oMostLost->oWarning);
+        oLost.szCritical = std::to_string(m_roOptions.oMostLost->oCritical);
+    }
+    m_oVerdict.aoPerformance.push_back(oLost);
+    m_oVerdict.aoPerformance.push_back(
+        {rszId + "_unobserved", std::to_string(roStream.oCounters.uiFieldsUnobserved), "", "", "0"});
+}
+
+void CJudge::Summarise()
+{
+    std::string szText = Print("%u of %zu streams run", m_uiRunning, m_aoStreams.size());
+    if (m_uiInLock > 0)
+    {
+        szText += Print(", %u pairs in lock", m_uiInLock);
+    }
+    // A board where nothing runs is no good news, whatever was asked for.
+    const EVerdict eSummary = m_aoStreams.empty() ? EVerdict::UNKNOWN
+                              : m_uiRunning == 0  ? EVerdict::CRITICAL
+                                                  : EVerdict::OK;
+    Find(eSummary, m_aoStreams.empty() ? "the board has no streams" : szText);
+    std::ranges::stable_sort(m_oVerdict.aoFindings, std::greater(),
+                             [](const SFinding& roFinding) { return GetRank(roFinding.eVerdict); });
+    m_oVerdict.eVerdict = m_oVerdict.aoFindings.front().eVerdict;
+}
+
+} // namespace
+
+SCheckVerdict CheckVerdict_Judge(const SCheckOptions& roOptions, const SWatchPublication& roPublication)
+{
+    return CJudge(roOptions, roPublication).Judge();
+}
+
+const char* CheckVerdict_GetName(EVerdict eVerdict)
+{
+    switch (eVerdict)
+    {
+    case EVerdict::OK:
+        return "OK";
+    case EVerdict::WARNING:
+        return "WARNING";
+    case EVerdict::CRITICAL:
+        return "CRITICAL";
+    case EVerdict::UNKNOWN:
+        break;
+    }
+    return "UNKNOWN";
+}
