@@ -17,6 +17,7 @@ struct SMinuteSummary
     uint32_t uiPoints = 0;
     uint32_t uiRatePoints = 0;
     uint32_t uiPhasePoints = 0;
+    double flWatchedSeconds = 0.0;
     bool bIsComplete = false; // nothing will be added any more
 };
 
@@ -28,8 +29,10 @@ int64_t MinuteSummary_GetBegin(int64_t iUtcNs);
  * seconds; jitter is the largest; drift, lock and state are the last ones.
  *   roSummary        in/out  the minute that the second lies in
  *   roSecond         in      the second
+ *   flSeconds        in      how long it really was
  *   flPeriodSeconds  in      of the stream: a phase that jumps by more than half of it has only wrapped around
  */
-void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flPeriodSeconds);
+void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flSeconds,
+                       double flPeriodSeconds);
 
 #endif

@@ -12,11 +12,11 @@
 constexpr char szEventColumns[] = "number, utc_ns, tick, kind, direction, stream, count, value_before, value_after, "
                                   "real_before, real_after, seconds, lock_group, members";
 constexpr char szMinuteColumns[] = "direction, stream, utc_ns, points, rate_points, phase_points, fields, observed, "
-                                   "lost, unobserved, skipped, running_s, rate_hz, rate_stderr_hz, phase_s, "
+                                   "lost, unobserved, skipped, watched_s, running_s, rate_hz, rate_stderr_hz, phase_s, "
                                    "phase_stderr_s, phase_min_s, phase_max_s, drift, drift_stderr, jitter_rms_s, "
                                    "lock, state";
 constexpr int iEventColumns = 14;
-constexpr int iMinuteColumns = 23;
+constexpr int iMinuteColumns = 24;
 
 /* "(?, ?, ...)" */
 std::string StoreRows_GetPlaces(int iColumns);

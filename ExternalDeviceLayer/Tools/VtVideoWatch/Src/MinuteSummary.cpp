@@ -39,12 +39,14 @@ int64_t MinuteSummary_GetBegin(int64_t iUtcNs)
     return iUtcNs - (iRest < 0 ? iRest + iNsPerMinute : iRest);
 }
 
-void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flPeriodSeconds)
+void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flSeconds,
+                       double flPeriodSeconds)
 {
     SHistoryPoint& roMinute = roSummary.oPoint;
     roMinute.iUtcNs = MinuteSummary_GetBegin(roSecond.iUtcNs);
     roMinute.uiSeconds = 60;
     ++roSummary.uiPoints;
+    roSummary.flWatchedSeconds += flSeconds;
     roMinute.uiFields += roSecond.uiFields;
     roMinute.uiObserved += roSecond.uiObserved;
     roMinute.uiLost += roSecond.uiLost;

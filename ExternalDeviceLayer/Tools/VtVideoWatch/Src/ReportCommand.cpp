@@ -1,5 +1,27 @@
 #include "ReportCommand.h"
-int ReportCommand_Run(const SReportOptions& /*roOptions*/)
+
+#include <cstdio>
+
+#include "Notice.h"
+#include "ReportPrint.h"
+
+int ReportCommand_Run(const SReportOptions& roOptions)
 {
-    return 1;
+    CStoreReader oStore;
+    std::string szFault;
+    if (oStore.Open(roOptions.szStore, szFault) != EStoreOpen::OPENED)
+    {
+        Notice_Say(szFault);
+        return iExitFailure;
+    }
+    const SReport oReport = ReportData_Collect(oStore, roOptions.iFromUtcNs, roOptions.iToUtcNs);
+    const std::string szText = roOptions.eForm == EReportForm::CSV    ? ReportPrint_Csv(oReport)
+                               : roOptions.eForm == EReportForm::JSON ? ReportPrint_Json(oReport)
+                                                                      : ReportPrint_Table(oReport);
+    if (std::fputs(szText.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+    {
+        Notice_Say("the report could not be written");
+        return iExitFailure;
+    }
+    return iExitOk;
 }

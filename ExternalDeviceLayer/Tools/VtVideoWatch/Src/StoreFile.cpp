@@ -22,13 +22,13 @@ CREATE INDEX events_by_moment ON events(utc_ns);
 CREATE TABLE minutes(direction INTEGER NOT NULL, stream INTEGER NOT NULL, utc_ns INTEGER NOT NULL,
     points INTEGER NOT NULL, rate_points INTEGER NOT NULL, phase_points INTEGER NOT NULL, fields INTEGER NOT NULL,
     observed INTEGER NOT NULL, lost INTEGER NOT NULL, unobserved INTEGER NOT NULL, skipped INTEGER NOT NULL,
-    running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
+    watched_s REAL, running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
     phase_max_s REAL, drift REAL, drift_stderr REAL, jitter_rms_s REAL, lock INTEGER NOT NULL, state INTEGER NOT NULL,
     PRIMARY KEY(direction, stream, utc_ns)) WITHOUT ROWID;
 CREATE TABLE running(direction INTEGER NOT NULL, stream INTEGER NOT NULL, utc_ns INTEGER NOT NULL,
     points INTEGER NOT NULL, rate_points INTEGER NOT NULL, phase_points INTEGER NOT NULL, fields INTEGER NOT NULL,
     observed INTEGER NOT NULL, lost INTEGER NOT NULL, unobserved INTEGER NOT NULL, skipped INTEGER NOT NULL,
-    running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
+    watched_s REAL, running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
     phase_max_s REAL, drift REAL, drift_stderr REAL, jitter_rms_s REAL, lock INTEGER NOT NULL, state INTEGER NOT NULL,
     PRIMARY KEY(direction, stream)) WITHOUT ROWID;
 )";

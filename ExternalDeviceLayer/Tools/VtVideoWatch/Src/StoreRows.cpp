@@ -85,7 +85,9 @@ void StoreRows_Bind(CStoreStatement& roStatement, const SMinuteSummary& roSummar
     roStatement.Bind(ToNumber(roSummary.eDirection)).Bind(roSummary.uiIndex).Bind(roPoint.iUtcNs);
     roStatement.Bind(roSummary.uiPoints).Bind(roSummary.uiRatePoints).Bind(roSummary.uiPhasePoints);
     roStatement.Bind(roPoint.uiFields).Bind(roPoint.uiObserved).Bind(roPoint.uiLost).Bind(roPoint.uiUnobserved);
-    roStatement.Bind(roPoint.uiSkipped).Bind(static_cast<double>(roPoint.flRunningSeconds));
+    roStatement.Bind(roPoint.uiSkipped)
+        .Bind(roSummary.flWatchedSeconds)
+        .Bind(static_cast<double>(roPoint.flRunningSeconds));
     BindEstimate(roStatement, roPoint.oRateHz);
     BindEstimate(roStatement, roPoint.oPhaseSeconds);
     roStatement.Bind(roPoint.flPhaseMinSeconds).Bind(roPoint.flPhaseMaxSeconds);
@@ -109,6 +111,7 @@ SMinuteSummary StoreRows_ReadMinute(CStoreStatement& roStatement)
     roPoint.uiLost = roStatement.GetUint32();
     roPoint.uiUnobserved = roStatement.GetUint32();
     roPoint.uiSkipped = roStatement.GetUint32();
+    oSummary.flWatchedSeconds = roStatement.GetDouble();
     roPoint.flRunningSeconds = static_cast<float>(roStatement.GetDouble());
     roPoint.oRateHz = ReadEstimate(roStatement);
     roPoint.oPhaseSeconds = ReadEstimate(roStatement);

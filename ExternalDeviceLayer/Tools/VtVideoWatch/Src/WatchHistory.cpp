@@ -76,7 +76,7 @@ void CWatchHistory::Resume(const SMinuteSummary& roSummary)
     }
 }
 
-void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs)
+void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs, double flSeconds)
 {
     SStreamHistory& roStream = m_aoStreams[static_cast<size_t>(roFigures.eDirection)][roFigures.uiIndex];
     const SHistoryPoint oSecond = MakeSecond(roFigures, roStream.oCounters, iBeginUtcNs);
@@ -92,7 +92,7 @@ void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtc
     }
     roRunning.eDirection = roFigures.eDirection;
     roRunning.uiIndex = roFigures.uiIndex;
-    MinuteSummary_Add(roRunning, oSecond, roFigures.flPeriodSeconds);
+    MinuteSummary_Add(roRunning, oSecond, flSeconds, roFigures.flPeriodSeconds);
     m_aoChanged.push_back(roRunning);
 }
 
@@ -102,6 +102,9 @@ std::span<const SMinuteSummary> CWatchHistory::Add(const SWatchSnapshot& roSnaps
     const int64_t iNowUtcNs = roSnapshot.oClock.iUtcNs;
     const int64_t iBeginUtcNs = m_iLastUtcNs == 0 ? iNowUtcNs - iNsPerSecond : m_iLastUtcNs;
     m_iLastUtcNs = iNowUtcNs;
+    const uint64_t uiNowNs = roSnapshot.oClock.uiMonotonicNs;
+    const double flSeconds = m_uiLastNs == 0 ? 1.0 : static_cast<double>(uiNowNs - m_uiLastNs) * 1e-9;
+    m_uiLastNs = uiNowNs;
     m_aoChanged.clear();
     for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
     {
@@ -109,7 +112,7 @@ std::span<const SMinuteSummary> CWatchHistory::Add(const SWatchSnapshot& roSnaps
         {
             if (GetStream(roFigures.eDirection, roFigures.uiIndex) != nullptr)
             {
-                AddStream(roFigures, iBeginUtcNs);
+                AddStream(roFigures, iBeginUtcNs, flSeconds);
             }
         }
     }

@@ -1,0 +1,71 @@
+/*
+ * What a report tells, worked out from a store. No output, no clock. Moments are nanoseconds since 1970-01-01 UTC.
+ */
+#ifndef REPORT_DATA_H
+#define REPORT_DATA_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "StoreReader.h"
+#include "WatchTexts.h"
+
+struct SReportStream
+{
+    SStreamKey oKey;
+    SStreamTexts oTexts;
+    double flWatchedSeconds = 0.0;
+    double flRunningSeconds = 0.0;
+    uint64_t uiFields = 0;
+    uint64_t uiLost = 0;
+    uint64_t uiUnobserved = 0;
+    uint64_t uiSkipped = 0;
+    uint64_t uiSignalLosses = 0;
+    double flWorstGapSeconds = 0.0; // the longest time without a field that the signal had, by the events
+    SEstimate oRateHz;              // mean of the minutes, weighted by their seconds
+    SEstimate oDriftPerHour;        // of the rate, relative to it: slope of a line through the minutes
+};
+
+// Events that began in one hour.
+struct SReportHour
+{
+    int64_t iUtcNs = 0; // begin
+    uint64_t uiEvents = 0;
+    uint64_t uiSignalLosses = 0;
+    uint64_t uiFieldsLost = 0;
+    uint64_t uiFieldsUnobserved = 0;
+    uint64_t uiLockChanges = 0;
+};
+
+// A lock group with one set of members.
+struct SReportLock
+{
+    EStreamDirection eDirection = EStreamDirection::INPUT;
+    uint32_t uiMembers = 0; // bit i: stream i
+    int64_t iFromUtcNs = 0;
+    int64_t iToUtcNs = 0;
+    bool bIsOpen = false; // still there at the end of what is told
+};
+
+struct SReport
+{
+    int64_t iFromUtcNs = 0;
+    int64_t iToUtcNs = 0;
+    std::vector<SStoreRun> aoRuns;
+    std::vector<SReportStream> aoStreams;
+    std::vector<SReportHour> aoHours; // with events, in order
+    std::vector<SReportLock> aoLocks; // by their begin
+};
+
+/* Puts a report together from a store. */
+SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iToUtcNs);
+
+/* Adds up a stream's minutes. */
+void ReportData_AddMinutes(SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes);
+
+/* Takes hours, gaps and locks from the events, oldest first; the streams' rates have to stand. */
+void ReportData_AddEvents(SReport& roReport, std::span<const SWatchEvent> aoEvents);
+
+#endif

@@ -1,0 +1,285 @@
+#include "ReportData.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <utility>
+
+#include "WatchClocks.h"
+
+namespace
+{
+
+constexpr int64_t iNsPerHour = 60 * iNsPerMinute;
+constexpr uint32_t uiLeastMinutesForDrift = 3;
+
+double ToSeconds(int64_t iNs)
+{
+    return static_cast<double>(iNs) * 1e-9;
+}
+
+// A straight line through minute rates, each weighted by its seconds.
+class CRateLine
+{
+public:
+    void Add(double flHours, double flRate, double flWeight)
+    {
+        m_flWeight += flWeight;
+        const double flStep = flHours - m_flMeanHours;
+        m_flMeanHours += flStep * flWeight / m_flWeight;
+        const double flRateStep = flRate - m_flMeanRate;
+        m_flMeanRate += flRateStep * flWeight / m_flWeight;
+        m_flHoursHours += flWeight * flStep * (flHours - m_flMeanHours);
+        m_flHoursRate += flWeight * flStep * (flRate - m_flMeanRate);
+        m_flRateRate += flWeight * flRateStep * (flRate - m_flMeanRate);
+        ++m_uiCount;
+    }
+
+    SEstimate GetRate() const
+    {
+        SEstimate oRate = {m_flMeanRate, 0.0, m_uiCount > 0};
+        if (m_uiCount > 1)
+        {
+            oRate.flStdErr = std::sqrt(std::max(m_flRateRate, 0.0) / m_flWeight / (m_uiCount - 1));
+        }
+        return oRate;
+    }
+
+    SEstimate GetDriftPerHour() const
+    {
+        SEstimate oDrift;
+        if (m_uiCount < uiLeastMinutesForDrift || m_flHoursHours <= 0.0 || m_flMeanRate <= 0.0)
+        {
+            return oDrift;
+        }
+        const double flSlope = m_flHoursRate / m_flHoursHours;
+        const double flRest = std::max(m_flRateRate - flSlope * m_flHoursRate, 0.0);
+        oDrift.flValue = flSlope / m_flMeanRate;
+        oDrift.flStdErr = std::sqrt(flRest / (m_uiCount - 2) / m_flHoursHours) / m_flMeanRate;
+        oDrift.bIsValid = true;
+        return oDrift;
+    }
+
+private:
+    uint32_t m_uiCount = 0;
+    double m_flWeight = 0.0;
+    double m_flMeanHours = 0.0;
+    double m_flMeanRate = 0.0;
+    double m_flHoursHours = 0.0;
+    double m_flHoursRate = 0.0;
+    double m_flRateRate = 0.0;
+};
+
+SReportStream* FindStream(SReport& roReport, const SWatchEvent& roEvent)
+{
+    const auto itStream =
+        std::ranges::find(roReport.aoStreams, SStreamKey{roEvent.eDirection, roEvent.uiIndex}, &SReportStream::oKey);
+    return itStream == roReport.aoStreams.end() ? nullptr : &*itStream;
+}
+
+void AddToHour(SReport& roReport, const SWatchEvent& roEvent)
+{
+    const int64_t iHour = roEvent.iUtcNs - roEvent.iUtcNs % iNsPerHour;
+    const auto itAt = std::ranges::lower_bound(roReport.aoHours, iHour, {}, &SReportHour::iUtcNs);
+    SReportHour& roHour = itAt == roReport.aoHours.end() || itAt->iUtcNs != iHour
+                              ? *roReport.aoHours.insert(itAt, SReportHour{iHour, 0, 0, 0, 0, 0})
+                              : *itAt;
+    ++roHour.uiEvents;
+    roHour.uiSignalLosses += roEvent.eKind == EWatchEventKind::SIGNAL_LOST ? 1 : 0;
+    roHour.uiFieldsLost += roEvent.eKind == EWatchEventKind::FIELDS_LOST ? roEvent.uiCount : 0;
+    roHour.uiFieldsUnobserved += roEvent.eKind == EWatchEventKind::FIELDS_UNOBSERVED ? roEvent.uiCount : 0;
+    roHour.uiLockChanges += roEvent.eKind == EWatchEventKind::LOCK_CHANGED ? 1 : 0;
+}
+
+// Gaps of streams: losses of the signal that end, or that last to the end of the watch, and runs of lost fields.
+class CGaps
+{
+public:
+    explicit CGaps(SReport& roReport) : m_roReport(roReport) {}
+
+    void Add(const SWatchEvent& roEvent)
+    {
+        SReportStream* poStream = FindStream(m_roReport, roEvent);
+        if (poStream == nullptr)
+        {
+            return;
+        }
+        switch (roEvent.eKind)
+        {
+        case EWatchEventKind::SIGNAL_LOST:
+            ++poStream->uiSignalLosses;
+            m_oLostSince[poStream] = roEvent.iUtcNs;
+            break;
+        case EWatchEventKind::SIGNAL_BACK:
+            Take(*poStream, roEvent.flSeconds);
+            m_oLostSince.erase(poStream);
+            break;
+        case EWatchEventKind::FIELDS_LOST:
+            if (poStream->oRateHz.bIsValid)
+            {
+                Take(*poStream, static_cast<double>(roEvent.uiCount) / poStream->oRateHz.flValue);
+            }
+            break;
+        case EWatchEventKind::WATCH_ENDED:
+            EndAt(*poStream, roEvent.iUtcNs);
+            break;
+        default:
+            break;
+        }
+    }
+
+    void End(int64_t iUtcNs)
+    {
+        for (SReportStream& roStream : m_roReport.aoStreams)
+        {
+            EndAt(roStream, iUtcNs);
+        }
+    }
+
+private:
+    static void Take(SReportStream& roStream, double flSeconds)
+    {
+        roStream.flWorstGapSeconds = std::max(roStream.flWorstGapSeconds, flSeconds);
+    }
+    void EndAt(SReportStream& roStream, int64_t iUtcNs)
+    {
+        if (const auto itSince = m_oLostSince.find(&roStream); itSince != m_oLostSince.end())
+        {
+            Take(roStream, ToSeconds(iUtcNs - itSince->second));
+            m_oLostSince.erase(itSince);
+        }
+    }
+
+    SReport& m_roReport;
+    std::map<const SReportStream*, int64_t> m_oLostSince;
+};
+
+// Lock groups from their events. A group ends with its run.
+class CLocks
+{
+public:
+    explicit CLocks(std::vector<SReportLock>& raoLocks) : m_raoLocks(raoLocks) {}
+
+    void Add(const SWatchEvent& roEvent)
+    {
+        const Key oKey = {roEvent.eDirection, roEvent.uiGroup};
+        switch (roEvent.eKind)
+        {
+        case EWatchEventKind::GROUP_FORMED:
+        case EWatchEventKind::GROUP_CHANGED:
+            EndOne(oKey, roEvent.iUtcNs);
+            m_oOpen[oKey] = m_raoLocks.size();
+            m_raoLocks.push_back({roEvent.eDirection, roEvent.uiMembers, roEvent.iUtcNs, roEvent.iUtcNs, true});
+            break;
+        case EWatchEventKind::GROUP_ENDED:
+            EndOne(oKey, roEvent.iUtcNs);
+            break;
+        case EWatchEventKind::WATCH_ENDED:
+            End(roEvent.iUtcNs, false);
+            break;
+        default:
+            break;
+        }
+    }
+
+    void End(int64_t iUtcNs, bool bIsOpen)
+    {
+        for (const auto& [oKey, uiLock] : m_oOpen)
+        {
+            m_raoLocks[uiLock].iToUtcNs = iUtcNs;
+            m_raoLocks[uiLock].bIsOpen = bIsOpen;
+        }
+        m_oOpen.clear();
+    }
+
+private:
+    using Key = std::pair<EStreamDirection, uint32_t>;
+    void EndOne(const Key& roKey, int64_t iUtcNs)
+    {
+        if (const auto itOpen = m_oOpen.find(roKey); itOpen != m_oOpen.end())
+        {
+            m_raoLocks[itOpen->second].iToUtcNs = iUtcNs;
+            m_raoLocks[itOpen->second].bIsOpen = false;
+            m_oOpen.erase(itOpen);
+        }
+    }
+
+    std::vector<SReportLock>& m_raoLocks;
+    std::map<Key, size_t> m_oOpen;
+};
+
+// Where the watch, or what is told of it, ends.
+int64_t GetEnd(const SReport& roReport)
+{
+    int64_t iEnd = roReport.iFromUtcNs;
+    for (const SStoreRun& roRun : roReport.aoRuns)
+    {
+        iEnd = std::max(iEnd, roRun.iEndUtcNs);
+    }
+    return std::min(iEnd, roReport.iToUtcNs);
+}
+
+} // namespace
+
+void ReportData_AddMinutes(SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes)
+{
+    CRateLine oLine;
+    for (const SMinuteSummary& roMinute : aoMinutes)
+    {
+        const SHistoryPoint& roPoint = roMinute.oPoint;
+        roStream.flWatchedSeconds += roMinute.flWatchedSeconds;
+        roStream.flRunningSeconds += static_cast<double>(roPoint.flRunningSeconds);
+        roStream.uiFields += roPoint.uiFields;
+        roStream.uiLost += roPoint.uiLost;
+        roStream.uiUnobserved += roPoint.uiUnobserved;
+        roStream.uiSkipped += roPoint.uiSkipped;
+        if (roPoint.oRateHz.bIsValid && roMinute.uiRatePoints > 0)
+        {
+            const int64_t iSinceNs = roPoint.iUtcNs - aoMinutes.front().oPoint.iUtcNs;
+            oLine.Add(ToSeconds(iSinceNs) / 3600.0, roPoint.oRateHz.flValue, roMinute.uiRatePoints);
+        }
+    }
+    roStream.oRateHz = oLine.GetRate();
+    roStream.oDriftPerHour = oLine.GetDriftPerHour();
+}
+
+void ReportData_AddEvents(SReport& roReport, std::span<const SWatchEvent> aoEvents)
+{
+    CGaps oGaps(roReport);
+    CLocks oLocks(roReport.aoLocks);
+    for (const SWatchEvent& roEvent : aoEvents)
+    {
+        AddToHour(roReport, roEvent);
+        oGaps.Add(roEvent);
+        oLocks.Add(roEvent);
+    }
+    oGaps.End(GetEnd(roReport));
+    oLocks.End(GetEnd(roReport), true);
+}
+
+SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iToUtcNs)
+{
+    SReport oReport;
+    oReport.iFromUtcNs = iFromUtcNs;
+    oReport.iToUtcNs = iToUtcNs;
+    oReport.aoRuns = roStore.FindRuns(iFromUtcNs, iToUtcNs);
+    for (const SStoreStream& roStream : roStore.FindStreams())
+    {
+        SReportStream& roReported = oReport.aoStreams.emplace_back();
+        roReported.oKey = {roStream.eDirection, roStream.uiIndex};
+        roReported.oTexts = roStream.oTexts;
+        const SHistoryQuery oMinutes = {roStream.eDirection, roStream.uiIndex, iFromUtcNs, iToUtcNs, 60, UINT32_MAX};
+        std::vector<SMinuteSummary> aoMinutes;
+        roStore.FindMinutes(oMinutes, aoMinutes);
+        ReportData_AddMinutes(roReported, aoMinutes);
+    }
+    SEventQuery oQuery;
+    oQuery.iFromUtcNs = iFromUtcNs;
+    oQuery.iToUtcNs = iToUtcNs;
+    oQuery.uiMost = UINT32_MAX;
+    std::vector<SWatchEvent> aoEvents;
+    roStore.FindEvents(oQuery, UINT64_MAX, aoEvents);
+    std::ranges::reverse(aoEvents);
+    ReportData_AddEvents(oReport, aoEvents);
+    return oReport;
+}

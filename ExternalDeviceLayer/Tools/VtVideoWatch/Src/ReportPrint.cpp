@@ -1,0 +1,258 @@
+#include "ReportPrint.h"
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "WatchJson.h"
+
+namespace
+{
+
+[[gnu::format(printf, 1, 2)]] std::string Print(const char* szFormat, ...)
+{
+    char szText[512];
+    va_list oArguments;
+    va_start(oArguments, szFormat);
+    std::vsnprintf(szText, sizeof(szText), szFormat, oArguments);
+    va_end(oArguments);
+    return szText;
+}
+
+std::string GetId(const SReportStream& roStream)
+{
+    return WatchTexts_GetStreamId(roStream.oKey.eDirection, roStream.oKey.uiIndex);
+}
+
+// "2026-11-21 22:05:37"
+std::string GetMoment(int64_t iUtcNs)
+{
+    std::string szMoment = WatchTexts_GetUtc(iUtcNs).substr(0, 19);
+    szMoment[10] = ' ';
+    return szMoment;
+}
+
+// "3 d 04:05:06", "04:05:06", "12.345 s"
+std::string GetLength(double flSeconds)
+{
+    constexpr double flMinute = 60.0;
+    if (flSeconds < flMinute)
+    {
+        return Print("%.3f s", flSeconds);
+    }
+    const auto uiSeconds = static_cast<uint64_t>(std::llround(flSeconds));
+    const std::string szClock =
+        Print("%02u:%02u:%02u", static_cast<unsigned>(uiSeconds / 3600 % 24),
+              static_cast<unsigned>(uiSeconds / 60 % 60), static_cast<unsigned>(uiSeconds % 60));
+    return uiSeconds < 86400 ? szClock : Print("%u d ", static_cast<unsigned>(uiSeconds / 86400)) + szClock;
+}
+
+// Down to a ten thousandth, never rounded up to a whole hundred that was not reached.
+std::string GetAvailability(const SReportStream& roStream)
+{
+    if (roStream.flWatchedSeconds <= 0.0)
+    {
+        return "-";
+    }
+    const double flPart = std::min(roStream.flRunningSeconds / roStream.flWatchedSeconds, 1.0);
+    return Print("%.4f %%", std::floor(flPart * 1e6) / 1e4);
+}
+
+std::string GetDrift(const SEstimate& roDrift)
+{
+    return roDrift.bIsValid ? Print("%+.2f +/- %.2f", roDrift.flValue * 1e9, roDrift.flStdErr * 1e9) : "-";
+}
+
+std::string GetMembers(const SReportLock& roLock)
+{
+    std::string szMembers;
+    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    {
+        if ((roLock.uiMembers >> uiIndex & 1) != 0)
+        {
+            szMembers += (szMembers.empty() ? "" : ", ") + WatchTexts_GetStreamId(roLock.eDirection, uiIndex);
+        }
+    }
+    return szMembers;
+}
+
+std::string PrintHead(const SReport& roReport)
+{
+    std::string szText =
+        "Video watch, " + GetMoment(roReport.iFromUtcNs) + " to " + GetMoment(roReport.iToUtcNs) + " UTC\n";
+    for (const SStoreRun& roRun : roReport.aoRuns)
+    {
+        szText += "Watched on " + roRun.szHost + " from " + GetMoment(roRun.iBeginUtcNs) + " to " +
+                  GetMoment(roRun.iEndUtcNs) + (roRun.bIsClosed ? "\n" : ", where the watch broke off or still runs\n");
+    }
+    return szText + (roReport.aoRuns.empty() ? "Nothing was watched in this time.\n" : "");
+}
+
+std::string PrintStreams(const SReport& roReport)
+{
+    std::string szText = Print("\n%-7s %-18s %13s %12s %8s %13s %13s %18s\n", "STREAM", "NAME", "WATCHED", "AVAILABLE",
+                               "LOST", "WORST GAP", "RATE Hz", "DRIFT ppb per h");
+    for (const SReportStream& roStream : roReport.aoStreams)
+    {
+        szText += Print("%-7s %-18.18s %13s %12s %8llu %13s ", GetId(roStream).c_str(), roStream.oTexts.szName.c_str(),
+                        GetLength(roStream.flWatchedSeconds).c_str(), GetAvailability(roStream).c_str(),
+                        static_cast<unsigned long long>(roStream.uiLost),
+                        roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
+        szText +=
+            Print("%13s %18s\n", roStream.oRateHz.bIsValid ? Print("%.6f", roStream.oRateHz.flValue).c_str() : "-",
+                  GetDrift(roStream.oDriftPerHour).c_str());
+    }
+    return szText;
+}
+
+std::string PrintHours(const SReport& roReport)
+{
+    std::string szText = Print("\n%-17s %8s %14s %12s %18s %12s\n", "EVENTS PER HOUR", "EVENTS", "SIGNAL LOSSES",
+                               "FIELDS LOST", "FIELDS UNOBSERVED", "LOCK CHANGES");
+    for (const SReportHour& roHour : roReport.aoHours)
+    {
+        szText += Print("%-17s %8llu %14llu %12llu %18llu %12llu\n", GetMoment(roHour.iUtcNs).substr(0, 16).c_str(),
+                        static_cast<unsigned long long>(roHour.uiEvents),
+                        static_cast<unsigned long long>(roHour.uiSignalLosses),
+                        static_cast<unsigned long long>(roHour.uiFieldsLost),
+                        static_cast<unsigned long long>(roHour.uiFieldsUnobserved),
+                        static_cast<unsigned long long>(roHour.uiLockChanges));
+    }
+    return roReport.aoHours.empty() ? "\nNo events.\n" : szText;
+}
+
+std::string PrintLocks(const SReport& roReport)
+{
+    std::string szText = "\nLOCK GROUPS\n";
+    for (const SReportLock& roLock : roReport.aoLocks)
+    {
+        szText += GetMoment(roLock.iFromUtcNs) + "  for " +
+                  Print("%13s", GetLength(static_cast<double>(roLock.iToUtcNs - roLock.iFromUtcNs) * 1e-9).c_str()) +
+                  (roLock.bIsOpen ? " (to the end)  " : "  ") + GetMembers(roLock) + "\n";
+    }
+    return roReport.aoLocks.empty() ? "\nNo lock groups formed or ended.\n" : szText;
+}
+
+std::string QuoteCsv(const std::string& rszText)
+{
+    std::string szQuoted = "\"";
+    for (const char cByte : rszText)
+    {
+        szQuoted += cByte == '"' ? "\"\"" : std::string(1, cByte);
+    }
+    return szQuoted + "\"";
+}
+
+CJson ToJson(const SReportStream& roStream)
+{
+    CJson oJson;
+    oJson["stream"] = GetId(roStream);
+    oJson["name"] = roStream.oTexts.szName;
+    oJson["standard"] = roStream.oTexts.szStandard;
+    oJson["format"] = roStream.oTexts.szFormat;
+    oJson["watched_seconds"] = roStream.flWatchedSeconds;
+    oJson["running_seconds"] = roStream.flRunningSeconds;
+    oJson["fields"] = roStream.uiFields;
+    oJson["fields_lost"] = roStream.uiLost;
+    oJson["fields_unobserved"] = roStream.uiUnobserved;
+    oJson["buffers_skipped"] = roStream.uiSkipped;
+    oJson["signal_losses"] = roStream.uiSignalLosses;
+    oJson["worst_gap_seconds"] = roStream.flWorstGapSeconds;
+    oJson["rate"] = WatchJson_FromEstimate(roStream.oRateHz, "hz", "stderr_hz");
+    oJson["drift_per_hour"] = WatchJson_FromEstimate(roStream.oDriftPerHour, "ratio", "stderr_ratio");
+    return oJson;
+}
+
+CJson ToJson(const SReportHour& roHour)
+{
+    CJson oJson;
+    oJson["utc"] = WatchTexts_GetUtc(roHour.iUtcNs);
+    oJson["events"] = roHour.uiEvents;
+    oJson["signal_losses"] = roHour.uiSignalLosses;
+    oJson["fields_lost"] = roHour.uiFieldsLost;
+    oJson["fields_unobserved"] = roHour.uiFieldsUnobserved;
+    oJson["lock_changes"] = roHour.uiLockChanges;
+    return oJson;
+}
+
+CJson ToJson(const SReportLock& roLock)
+{
+    CJson oJson;
+    oJson["direction"] = WatchTexts_GetDirection(roLock.eDirection);
+    oJson["members"] = CJson::array();
+    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    {
+        if ((roLock.uiMembers >> uiIndex & 1) != 0)
+        {
+            oJson["members"].push_back(WatchTexts_GetStreamId(roLock.eDirection, uiIndex));
+        }
+    }
+    oJson["from"] = WatchTexts_GetUtc(roLock.iFromUtcNs);
+    oJson["to"] = WatchTexts_GetUtc(roLock.iToUtcNs);
+    oJson["lasts"] = roLock.bIsOpen;
+    return oJson;
+}
+
+CJson ToJson(const SStoreRun& roRun)
+{
+    CJson oJson;
+    oJson["host"] = roRun.szHost;
+    oJson["board"] = roRun.szBoard;
+    oJson["from"] = WatchTexts_GetUtc(roRun.iBeginUtcNs);
+    oJson["to"] = WatchTexts_GetUtc(roRun.iEndUtcNs);
+    oJson["closed"] = roRun.bIsClosed;
+    return oJson;
+}
+
+template <typename TRecord> CJson ToArray(const std::vector<TRecord>& raoRecords)
+{
+    CJson oArray = CJson::array();
+    for (const TRecord& roRecord : raoRecords)
+    {
+        oArray.push_back(ToJson(roRecord));
+    }
+    return oArray;
+}
+
+} // namespace
+
+std::string ReportPrint_Table(const SReport& roReport)
+{
+    return PrintHead(roReport) + PrintStreams(roReport) + PrintHours(roReport) + PrintLocks(roReport);
+}
+
+std::string ReportPrint_Csv(const SReport& roReport)
+{
+    std::string szText = "stream,name,watched_seconds,running_seconds,fields,fields_lost,fields_unobserved,"
+                         "buffers_skipped,signal_losses,worst_gap_seconds,rate_hz,rate_stderr_hz,drift_per_hour,"
+                         "drift_stderr_per_hour\r\n";
+    for (const SReportStream& roStream : roReport.aoStreams)
+    {
+        szText +=
+            GetId(roStream) + "," + QuoteCsv(roStream.oTexts.szName) +
+            Print(",%.3f,%.3f,%llu,%llu,%llu,%llu,%llu,%.6f", roStream.flWatchedSeconds, roStream.flRunningSeconds,
+                  static_cast<unsigned long long>(roStream.uiFields), static_cast<unsigned long long>(roStream.uiLost),
+                  static_cast<unsigned long long>(roStream.uiUnobserved),
+                  static_cast<unsigned long long>(roStream.uiSkipped),
+                  static_cast<unsigned long long>(roStream.uiSignalLosses), roStream.flWorstGapSeconds);
+        for (const SEstimate* poEstimate : {&roStream.oRateHz, &roStream.oDriftPerHour})
+        {
+            szText += poEstimate->bIsValid ? Print(",%.12g,%.6g", poEstimate->flValue, poEstimate->flStdErr) : ",,";
+        }
+        szText += "\r\n";
+    }
+    return szText;
+}
+
+std::string ReportPrint_Json(const SReport& roReport)
+{
+    CJson oJson;
+    oJson["from"] = WatchTexts_GetUtc(roReport.iFromUtcNs);
+    oJson["to"] = WatchTexts_GetUtc(roReport.iToUtcNs);
+    oJson["runs"] = ToArray(roReport.aoRuns);
+    oJson["streams"] = ToArray(roReport.aoStreams);
+    oJson["hours"] = ToArray(roReport.aoHours);
+    oJson["locks"] = ToArray(roReport.aoLocks);
+    return WatchJson_Print(oJson) + "\n";
+}
