@@ -11,6 +11,7 @@
 #include "WatchClocks.h"
 #include "WatchDataWriter.h"
 #include "WatchRun.h"
+#include "WatchServer.h"
 
 namespace
 {
@@ -28,6 +29,7 @@ struct SServeRun
     SStoreRemains oRemains;
     CBoardSession oSession;
     WatchDataPtr poData;
+    WatchServerPtr poServer;
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
 };
@@ -113,10 +115,12 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
                                     static_cast<uint32_t>(raoChannels[1].size()), roOptions.szStore);
     WatchData_Resume(*roRun.poData, roRun.oRemains.aoRunning);
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, *roRun.poData, MakeRunSetup(roOptions, roRun, iNowUtcNs));
-    if (!roRun.oSession.Start(rszFault))
+    roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.szListen, rszFault);
+    if (!roRun.poServer || !roRun.oSession.Start(rszFault))
     {
         return false;
     }
+    Notice_Say("serving on http://" + WatchServer_GetAddress(*roRun.poServer) + "/");
     if (roRun.poStore)
     {
         roRun.poStore->Start();
@@ -193,6 +197,7 @@ bool End(SServeRun& roRun)
     {
         roRun.poJournal->Close();
     }
+    roRun.poServer.reset();
     return roRun.oSession.Stop(uiThreadsEndMs);
 }
 
