@@ -78,14 +78,22 @@ int64_t CFieldTracker::LateGap(const SCapturedFrame& roFrame, int64_t iStep)
  */
 int64_t CFieldTracker::StepOverUnseen(const SCapturedFrame& roFrame, int64_t iStep, int64_t iNormal)
 {
-    const uint64_t uiUnseen = std::exchange(m_uiUnseen, 0);
     m_iHeldGap = 0;
-    const int64_t iMost = iStep / iNormal - 1; // buffers that the sequence has room for
-    if (uiUnseen == msc_uiUnknown || static_cast<int64_t>(uiUnseen) > iMost)
-        m_bLossUnknown = true;
-    else
-        CountSkipped(iStep - iNormal * static_cast<int64_t>(uiUnseen + 1));
-    return iStep > iNormal ? iStep : std::max(iStep, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
+    const auto uiGap = static_cast<uint64_t>(iStep / iNormal - 1);
+    if (uiGap == 0)
+        return std::max(iStep, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
+    if (m_uiUnseen == msc_uiUnknown)
+        return iStep;
+    const uint64_t uiMet = std::min(uiGap, m_uiUnseen);
+    m_uiUnseen -= uiMet;
+    CountSkipped(static_cast<int64_t>(uiGap - uiMet) * iNormal);
+    return iStep;
+}
+
+void CFieldTracker::AllSeen()
+{
+    m_bLossUnknown = m_bLossUnknown || m_uiUnseen != 0;
+    m_uiUnseen = 0;
 }
 
 int64_t CFieldTracker::StepInFields(const SCapturedFrame& roFrame)

@@ -51,10 +51,11 @@ public:
     bool Accept(SCapturedFrame oFrame, uint64_t uiNowNs);
 
     /*
-     * This many captured buffers went by before the next one without being seen here; msc_uiUnknown when nobody knows
-     * how many. They are not skipped: only what the sequence lacks beyond them is.
+     * This many captured buffers went by without being seen here, among the ones that are accepted next until AllSeen;
+     * msc_uiUnknown when nobody knows how many. They are not skipped: only what the sequence lacks beyond them is.
      */
     void Unseen(uint64_t uiBuffers);
+    void AllSeen();
     /* What went by unseen was so much, or so ill counted, that skipped fields may be among it. */
     bool IsLossUnknown() const { return m_bLossUnknown; }
 
@@ -94,7 +95,7 @@ private:
     SCapturedFrame m_oLast;       /* last frame accepted */
     uint64_t m_uiLastStampNs = 0; /* its stamp as the driver gave it */
     uint64_t m_uiAheadNs = 0;     /* how far the driver's stamps lie ahead of what can have been */
-    uint64_t m_uiUnseen = 0;      /* buffers that went by unseen since m_oLast */
+    uint64_t m_uiUnseen = 0;      /* buffers that went by unseen and were not met as a gap yet */
     bool m_bLossUnknown = false;
     int64_t m_iUnplaced = 0;     /* fields counted for errors without a stamp; the sequence will lack them too */
     int64_t m_iHeldGap = 0;      /* a gap the last stamp hints at, not yet believed */

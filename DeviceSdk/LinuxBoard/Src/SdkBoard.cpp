@@ -58,23 +58,42 @@ VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorInde
     return VtStatus_OK;
 }
 
+namespace
+{
+
+VtStatus ReadSkipCount(CChip& roChip, const void* pvIn, uint32_t uiInSize, void* pvOut, uint32_t uiOutSize)
+{
+    if (pvIn == nullptr || uiInSize != sizeof(VtBoard_CaptureSkipBufferCountIn) || pvOut == nullptr ||
+        uiOutSize != sizeof(VtBoard_CaptureSkipBufferCountOut))
+        return VtStatus_INVALID_PARAM;
+    const uint32_t uiInput = static_cast<const VtBoard_CaptureSkipBufferCountIn*>(pvIn)->uiCaptureIndex;
+    if (uiInput >= roChip.Devices().aoInputs.size())
+        return VtStatus_INVALID_PARAM;
+    const SInputCounters& roCounters = roChip.Counters(uiInput);
+    *static_cast<VtBoard_CaptureSkipBufferCountOut*>(pvOut) = {
+        roCounters.uiSkippedFields.load(std::memory_order_relaxed),
+        roCounters.uiBuffers.load(std::memory_order_relaxed)};
+    return VtStatus_OK;
+}
+
+} // namespace
+
 VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
                             uint32_t uiOutSize)
 {
     CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
     if (poChip == nullptr)
         return VtStatus_INVALID_PARAM;
-    if (uiCall != VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT)
+    switch (uiCall)
+    {
+    case VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT:
+        return ReadSkipCount(*poChip, pvIn, uiInSize, pvOut, uiOutSize);
+    case VtBoard_CustomCallId_GET_TICK_CLOCK:
+        if (uiInSize != 0 || pvOut == nullptr || uiOutSize != sizeof(VtBoard_TickClockOut))
+            return VtStatus_INVALID_PARAM;
+        *static_cast<VtBoard_TickClockOut*>(pvOut) = {VtBoard_ClockId_MONOTONIC, 0, 0};
+        return VtStatus_OK;
+    default:
         return VtStatus_UNSUPPORTED;
-    if (pvIn == nullptr || uiInSize != sizeof(VtBoard_CaptureSkipBufferCountIn) || pvOut == nullptr ||
-        uiOutSize != sizeof(VtBoard_CaptureSkipBufferCountOut))
-        return VtStatus_INVALID_PARAM;
-    const uint32_t uiInput = static_cast<const VtBoard_CaptureSkipBufferCountIn*>(pvIn)->uiCaptureIndex;
-    if (uiInput >= poChip->Devices().aoInputs.size())
-        return VtStatus_INVALID_PARAM;
-    const SInputCounters& roCounters = poChip->Counters(uiInput);
-    *static_cast<VtBoard_CaptureSkipBufferCountOut*>(pvOut) = {
-        roCounters.uiSkippedFields.load(std::memory_order_relaxed),
-        roCounters.uiBuffers.load(std::memory_order_relaxed)};
-    return VtStatus_OK;
+    }
 }

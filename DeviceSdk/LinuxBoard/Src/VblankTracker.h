@@ -71,7 +71,8 @@ private:
 
 /*
  * Counts buffers from the framebuffer that is shown, looked at once a field. An estimate: an application that draws
- * into one framebuffer all the time shows no change.
+ * into one framebuffer all the time shows no change. As long as none shows, it is looked at less often, for every look
+ * wakes a processor.
  */
 class CSetBufferEstimate
 {
@@ -80,11 +81,15 @@ public:
      */
     static uint64_t SampleMomentNs(uint64_t uiStampNs, uint64_t uiPeriodNs) { return uiStampNs + uiPeriodNs / 10 * 6; }
 
+    /* A new field has started; true when its framebuffer is to be looked at. */
+    bool IsDue();
     void Sample(uint32_t uiFramebufferId);
     uint64_t Count() const { return m_uiCount; }
 
 private:
     uint32_t m_uiFramebufferId = 0;
+    uint32_t m_uiUnchanged = 0; /* looks since the last change */
+    uint32_t m_uiFields = 0;    /* since the last look */
     uint64_t m_uiCount = 0;
 };
 

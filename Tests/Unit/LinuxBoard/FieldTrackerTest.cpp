@@ -121,6 +121,7 @@ TEST(FieldTracker, DoesNotBlameTheSignalForWhatWasNotSeen)
         oTracker.Accept({100, uiPeriodNs, None}, uiPeriodNs);
         oTracker.Unseen(roRow.uiUnseen);
         oTracker.Accept({roRow.uiSequence, 11 * uiPeriodNs, None}, 11 * uiPeriodNs);
+        oTracker.AllSeen();
         SFieldStart oField;
         ASSERT_TRUE(oTracker.Take(11 * uiPeriodNs, oField));
         EXPECT_EQ(oField.uiFieldCounter, (100 + roRow.uiFields) * 16);

@@ -1,8 +1,10 @@
 #include "InputRemark.h"
 #include "StreamName.h"
-#include "TraceLine.h"
+#include "TraceRecord.h"
 
 #include <gtest/gtest.h>
+#include <linux/videodev2.h>
+#include <span>
 #include <tuple>
 
 using namespace LinuxBoard;
@@ -10,35 +12,48 @@ using namespace LinuxBoard;
 namespace
 {
 
-constexpr const char* szTraced =
-    "  GuestVideo-123     [000] .....    12.345678: v4l2_dqbuf: minor = 2, index = 3, type = VIDEO_CAPTURE, "
-    "bytesused = 614400, flags = MAPPED|TIMESTAMP_UNKNOWN|TIMESTAMP_MONOTONIC|0x10000, field = BOTTOM, timestamp = "
-    "12345000111, "
-    "timecode = { type = 0, flags = , frames = 0, seconds = 0, minutes = 0, hours = 0, userbits = { 0 0 0 0 } }, "
-    "sequence = 4294967295";
+// The event of a kernel of today, with the fields where it has them.
+constexpr STraceLayout oTraceLayout = {1234, {0, 2}, {8, 4}, {16, 4}, {24, 4}, {28, 4}, {32, 8}, {56, 4}};
 
-std::string With(const std::string& rszOld, const std::string& rszNew)
+struct SRecord
 {
-    std::string szLine = szTraced;
-    return szLine.replace(szLine.find(rszOld), rszOld.size(), rszNew);
-}
+    uint16_t uiEventId = 1234;
+    uint8_t acCommon[6]{};
+    int32_t iMinor = 2;
+    uint32_t uiIndex = 3;
+    uint32_t uiType = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    uint32_t uiBytes = 614400;
+    uint32_t uiFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC | V4L2_BUF_FLAG_ERROR;
+    uint32_t uiField = V4L2_FIELD_BOTTOM;
+    int64_t iStampNs = 12345000111;
+    uint8_t acTimeCode[16]{};
+    uint32_t uiSequence = 4294967295;
+    uint32_t uiPadding = 0;
+};
+static_assert(sizeof(SRecord) == 64);
 
 } // namespace
 
-TEST(TraceLine, ReadsWhatTheKernelWritesAndNothingElse)
+TEST(TraceRecord, ReadsWhatTheKernelWritesAndNothingElse)
 {
+    SRecord oRecord;
+    const auto aoBytes = std::as_bytes(std::span(&oRecord, 1));
     STracedBuffer oBuffer;
-    ASSERT_TRUE(TraceLine_Parse(szTraced, oBuffer));
-    EXPECT_EQ(oBuffer.iMinor, 2);
-    EXPECT_TRUE(oBuffer.bCapture && oBuffer.bMonotonicStamp);
+    ASSERT_TRUE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer));
+    EXPECT_EQ(oBuffer.uiMinor, 2U);
+    EXPECT_TRUE(oBuffer.bCapture && oBuffer.bMonotonicStamp && oBuffer.oFrame.bError);
     EXPECT_EQ(oBuffer.oFrame.uiSequence, 4294967295U);
     EXPECT_EQ(oBuffer.oFrame.uiStampNs, 12345000111U);
     EXPECT_EQ(oBuffer.oFrame.eParity, EFieldParity::Bottom);
-    EXPECT_TRUE(TraceLine_Parse(With("VIDEO_CAPTURE", "VIDEO_OUTPUT"), oBuffer) && !oBuffer.bCapture);
-    EXPECT_TRUE(TraceLine_Parse(With("|TIMESTAMP_MONOTONIC", ""), oBuffer) && !oBuffer.bMonotonicStamp);
-    for (const std::string& rszLine : {std::string("CPU:0 [LOST 12 EVENTS]"), std::string(szTraced).substr(0, 200),
-                                       With("v4l2_dqbuf", "v4l2_qbuf"), With("minor = 2", "minor = x"), std::string()})
-        EXPECT_FALSE(TraceLine_Parse(rszLine, oBuffer)) << rszLine;
+    oRecord.uiType = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+    oRecord.uiFlags = V4L2_BUF_FLAG_TIMESTAMP_COPY;
+    EXPECT_TRUE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer));
+    EXPECT_FALSE(oBuffer.bCapture || oBuffer.bMonotonicStamp || oBuffer.oFrame.bError);
+    EXPECT_FALSE(TraceRecord_Read(oTraceLayout, aoBytes.first(58), oBuffer)) << "cut in the sequence";
+    oRecord.uiEventId = 1235;
+    EXPECT_FALSE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer)) << "another event";
+    EXPECT_GE(TraceRecord_BufferKb(240) * 1024, 240U * 72);
+    EXPECT_GT(TraceRecord_BufferKb(0), 0U);
 }
 
 TEST(StreamName, FitsAndKeepsTheRemark)

@@ -81,6 +81,23 @@ TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)
     EXPECT_EQ(CSetBufferEstimate::SampleMomentNs(1000, 20000000), 12001000U);
 }
 
+TEST(SetBufferEstimate, LooksSeldomAtAStillPictureAndFindsEveryWayOfChangingIt)
+{
+    for (const uint32_t uiInTurn : {2U, 3U, 4U, 7U, 9U})
+    {
+        CSetBufferEstimate oEstimate;
+        uint32_t uiLooks = 0;
+        for (uint32_t uiField = 0; uiField < 600; uiField++)
+            if (oEstimate.IsDue())
+                oEstimate.Sample(7), uiLooks++;
+        EXPECT_LT(uiLooks, 110U);
+        for (uint32_t uiField = 0; uiField < 120; uiField++)
+            if (oEstimate.IsDue())
+                oEstimate.Sample(10 + uiField % uiInTurn);
+        EXPECT_GE(oEstimate.Count(), 100U) << uiInTurn << " buffers in turn";
+    }
+}
+
 TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
 {
     using CTable = CHandleTable<int*, int>;

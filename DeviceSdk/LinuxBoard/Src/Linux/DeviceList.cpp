@@ -144,6 +144,20 @@ bool StampsFrameStart(const CV4l2Node& roNode, bool bOwnInputs)
     return (oCensus.uiFlags & V4L2_BUF_FLAG_TSTAMP_SRC_MASK) == V4L2_BUF_FLAG_TSTAMP_SRC_SOE;
 }
 
+EFrameSource ObservedSource(ETraceAccess eAccess, const SBufferCensus& roCensus)
+{
+    switch (eAccess)
+    {
+    case ETraceAccess::None:
+        return EFrameSource::NoTrace;
+    case ETraceAccess::Taken:
+        return EFrameSource::TraceTaken;
+    case ETraceAccess::Granted:
+        break;
+    }
+    return roCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
+}
+
 SInputFacts FactsOf(const CV4l2Node& roNode, const std::string& szVideo, bool bOwnInputs)
 {
     const SBufferCensus oCensus = roNode.CountBuffers();
@@ -152,10 +166,8 @@ SInputFacts FactsOf(const CV4l2Node& roNode, const std::string& szVideo, bool bO
     oFacts.bRateFixed = roNode.IsRateFixed();
     if (bOwnInputs && oCensus.uiTotal == 0 && !oCensus.bHidden)
         oFacts.eSource = EFrameSource::Own;
-    else if (!CTraceFeed::IsPossible(szVideo))
-        oFacts.eSource = EFrameSource::NoTrace;
     else
-        oFacts.eSource = oCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
+        oFacts.eSource = ObservedSource(CTraceFeed::Access(szVideo), oCensus);
     oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::Own);
     return oFacts;
 }

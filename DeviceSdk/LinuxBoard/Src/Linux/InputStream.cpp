@@ -17,7 +17,7 @@ namespace
 
 /* Looking at the signal costs some devices a slow bus transfer, so it is done seldom where the driver tells of changes.
  */
-constexpr uint64_t uiCheckToldNs = 1000 * uiNsPerMs;
+constexpr uint64_t uiCheckToldNs = 2000 * uiNsPerMs;
 constexpr uint64_t uiCheckUntoldNs = 250 * uiNsPerMs;
 /* How often an input without a signal is looked at, and one that is away is looked for. */
 constexpr uint64_t uiLostPauseNs = 10 * uiNsPerMs;
@@ -78,13 +78,25 @@ int CInputStream::OpenNode()
     }
     m_uiOpenedNs = MonotonicClock_NowNs();
     m_bOwn = m_bAskedToOwn && m_oOwned.Start() != -EBUSY;
+    m_aoPolled.assign(1, {-1, 0, 0});
     if (!m_bOwn)
-        m_oTrace.Open(m_szVideo, m_oNode.Minor());
+        OpenTrace();
     m_bReadable = true;
     m_eSignal = EInputSignal::Present;
     m_uiNextCountNs = 0;
     CheckSignal();
     return 0;
+}
+
+bool CInputStream::OpenTrace()
+{
+    SSignal oSignal;
+    m_oNode.DetectSignal(oSignal);
+    m_oTrace.Open(m_szVideo, m_oNode.Minor(), oSignal.oVidParam.uiVRate_Hz);
+    m_aoPolled.resize(1);
+    for (const CFileDescriptor& roPipe : m_oTrace.Pipes())
+        m_aoPolled.push_back({roPipe.Get(), POLLIN, 0});
+    return m_oTrace.IsOpen();
 }
 
 /* As long as anybody has it open, the kernel keeps its number, and a returning device would get another one. */
@@ -96,6 +108,7 @@ void CInputStream::LoseDevice()
     m_oOwned.Forget();
     m_oTrace.Close();
     m_oNode.Close();
+    m_aoPolled.assign(1, {-1, 0, 0});
     m_oTracker.Interrupt();
     m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
 }
@@ -144,17 +157,15 @@ void CInputStream::RestartOwned(uint64_t uiNowNs)
         return;
     m_uiNextStartNs = uiNowNs + uiRestartPauseNs;
     // Another program was faster: what cannot be owned is observed.
-    if (m_oOwned.Start() == -EBUSY && m_oTrace.Open(m_szVideo, m_oNode.Minor()))
+    if (m_oOwned.Start() == -EBUSY && OpenTrace())
         m_bOwn = false;
     m_bPollNode = true;
 }
 
-void CInputStream::FetchOwned(uint64_t uiNowNs)
+void CInputStream::FetchOwned(uint64_t uiNowNs, bool bOnlyOne)
 {
     if (!m_oOwned.IsRunning())
         RestartOwned(uiNowNs);
-    // Whoever was woken by a frame finds this one; asking whether there are more would cost as much again.
-    const bool bOnlyOne = m_uiSleptFromNs != 0 && uiNowNs > m_uiSleptFromNs + uiNoSleepNs;
     SCapturedFrame oFrame;
     EFetch eFetch = EFetch::Nothing;
     while (m_oOwned.IsRunning() && (eFetch = m_oOwned.Fetch(oFrame)) == EFetch::Frame)
@@ -169,15 +180,28 @@ void CInputStream::FetchOwned(uint64_t uiNowNs)
         m_oOwned.Stop();
 }
 
+void CInputStream::ReadTrace(uint64_t uiNowNs, bool bOnlyOne)
+{
+    const auto aoPolled = bOnlyOne ? std::span<const pollfd>(m_aoPolled).subspan(1) : std::span<const pollfd>();
+    const STraceBatch& roBatch = m_oTrace.Read(aoPolled, uiNowNs);
+    if (roBatch.uiUnseen != 0 && m_bWaited)
+        m_oTracker.Unseen(roBatch.uiUnseen);
+    for (const STraceBatch::SEntry& roEntry : roBatch.aoEntries)
+        Accept(roEntry.oFrame, uiNowNs);
+    m_oTracker.AllSeen();
+}
+
 void CInputStream::ReadFrames(uint64_t uiNowNs)
 {
     m_bReadable = false;
     if (m_eSignal == EInputSignal::Gone)
         return;
+    // Whoever was woken by a frame finds this one; asking whether there are more would cost as much again.
+    const bool bOnlyOne = m_uiSleptFromNs != 0 && uiNowNs > m_uiSleptFromNs + uiNoSleepNs;
     if (m_bOwn)
-        FetchOwned(uiNowNs);
+        FetchOwned(uiNowNs, bOnlyOne);
     else
-        m_oTrace.Read([this, uiNowNs](const SCapturedFrame& roFrame) { Accept(roFrame, uiNowNs); });
+        ReadTrace(uiNowNs, bOnlyOne);
     PublishCounters();
 }
 
@@ -213,12 +237,19 @@ void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
     // Never POLLIN on a queue that is not ours: the kernel would take it as the wish to read, and start the stream.
     const bool bOwnFrames = m_bOwn && m_oOwned.IsRunning() && m_eSignal == EInputSignal::Present;
     const auto iNodeEvents = static_cast<short>(bOwnFrames ? POLLPRI | POLLIN : POLLPRI);
-    const int iTraceFd = m_eSignal == EInputSignal::Present ? m_oTrace.Fd() : -1;
-    std::array<pollfd, 2> aoPolled = {{{m_bPollNode ? m_oNode.Fd() : -1, iNodeEvents, 0}, {iTraceFd, POLLIN, 0}}};
+    const bool bTrace = m_eSignal == EInputSignal::Present;
+    const auto aoPolled = std::span(m_aoPolled).first(bTrace ? m_aoPolled.size() : 1);
+    m_aoPolled[0] = {m_bPollNode ? m_oNode.Fd() : -1, iNodeEvents, 0};
     m_uiSleptFromNs = uiNowNs;
-    if (MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
-        HeedNode(aoPolled[0].revents);
-    m_bReadable = (aoPolled[0].revents & POLLIN) != 0 || aoPolled[1].revents != 0 || (m_bOwn && !m_oOwned.IsRunning());
+    m_bReadable = m_bOwn && !m_oOwned.IsRunning();
+    if (!MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
+        return;
+    const short iNodeTold = m_aoPolled[0].revents;
+    m_bReadable =
+        m_bReadable || iNodeTold == 0 || (iNodeTold & POLLIN) != 0 ||
+        std::any_of(aoPolled.begin() + 1, aoPolled.end(), [](const pollfd& roPolled) { return roPolled.revents != 0; });
+    if (iNodeTold != 0)
+        HeedNode(iNodeTold);
 }
 
 void CInputStream::PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs)
@@ -288,7 +319,7 @@ void CInputStream::CountBuffers(uint64_t uiNowNs)
     m_uiNextCountNs = uiNowNs + uiCountPauseNs;
     m_oCensus = m_bOwn && m_oOwned.IsRunning() ? m_oOwned.Census() : m_oNode.CountBuffers();
     const bool bSilent = uiNowNs - std::max(m_uiLastArrivalNs, m_uiOpenedNs) > uiSilenceNs;
-    if (bSilent && m_oTrace.Fd() >= 0 && m_oCensus.IsReadByCalls())
+    if (bSilent && m_oTrace.IsOpen() && m_oCensus.IsReadByCalls())
         SayOnce(m_bSaidReading, "its owner fetches pictures by read(), of which the kernel's trace tells nothing: no "
                                 "per-frame data");
     if (m_oTracker.IsLossUnknown())
@@ -306,7 +337,7 @@ VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus&
             CountBuffers(uiNowNs);
         const bool bFlowing = m_uiLastArrivalNs != 0 && uiNowNs - m_uiLastArrivalNs < uiSilenceNs;
         const bool bQueued = m_oCensus.uiQueued + m_oCensus.uiReady != 0;
-        if (bFlowing || bQueued || (m_oCensus.bHidden && m_oTrace.Fd() < 0))
+        if (bFlowing || bQueued || (m_oCensus.bHidden && !m_oTrace.IsOpen()))
             reState = VtVideoIn_State_STARTED;
         else if (m_oCensus.uiTotal == 0 && !m_oCensus.bHidden)
             reState = VtVideoIn_State_NOT_INITIALIZED;

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <poll.h>
 #include <string>
+#include <vector>
 
 namespace LinuxBoard
 {
@@ -53,7 +54,9 @@ private:
     void LoseDevice();
     void PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs);
     void ReadFrames(uint64_t uiNowNs);
-    void FetchOwned(uint64_t uiNowNs);
+    void FetchOwned(uint64_t uiNowNs, bool bOnlyOne);
+    void ReadTrace(uint64_t uiNowNs, bool bOnlyOne);
+    bool OpenTrace();
     void RestartOwned(uint64_t uiNowNs);
     void Accept(SCapturedFrame oFrame, uint64_t uiNowNs);
     void Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs);
@@ -68,6 +71,7 @@ private:
     std::string m_szVideo; /* "video0" */
     CV4l2Node m_oNode;
     CTraceFeed m_oTrace;
+    std::vector<pollfd> m_aoPolled; /* the node, then the pipes of the trace */
     COwnedCapture m_oOwned;
     CFieldTracker m_oTracker;
     bool m_bAskedToOwn = false;

@@ -165,6 +165,8 @@ bool COutputStream::TakeField(SFieldStart& roField, uint64_t& ruiSetBuffers)
 {
     if (!m_oTracker.Take(roField))
         return false;
+    if (!m_oSetBuffers.IsDue())
+        m_uiSampledStampNs = roField.uiStampNs;
     ruiSetBuffers = m_oSetBuffers.Count();
     return true;
 }
@@ -257,10 +259,10 @@ VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
         roParam = {};
         return VtStatus_OK;
     }
-    // A reader who asks at every field is told what the look into this field, or the one before, has seen.
+    // A reader who asks at every field is told what the last look into one has seen; a change of mode brings a new one.
     const uint64_t uiNowNs = MonotonicClock_NowNs();
     SCrtcView oView = m_oView;
-    if (uiNowNs - m_uiViewedNs > 2 * m_uiFieldPeriodNs)
+    if (uiNowNs - m_uiViewedNs > 10 * m_uiFieldPeriodNs)
     {
         if (m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
             return VtStatus_FAIL;

@@ -66,7 +66,7 @@ private:
     uint32_t m_uiConnectorId = 0;
     uint32_t m_uiCrtcId = 0;
     uint64_t m_uiFieldPeriodNs = 0;
-    uint64_t m_uiSampledStampNs = 0; /* the field in which the framebuffer was last looked at */
+    uint64_t m_uiSampledStampNs = 0; /* the field whose framebuffer needs no look any more */
     SCrtcView m_oView;               /* what was seen then, or when the signal was last found */
     uint64_t m_uiViewedNs = 0;       /* when */
     uint64_t m_uiNextLookNs = 0;     /* when a card that is away is looked for next */

@@ -105,19 +105,17 @@ int COwnedCapture::ChooseFormat()
     return iError;
 }
 
-int COwnedCapture::QueueBuffer(uint32_t uiIndex) const
+v4l2_buffer COwnedCapture::NewBuffer()
 {
-    std::array<v4l2_plane, VIDEO_MAX_PLANES> aoPlanes{};
     v4l2_buffer oBuffer{};
-    oBuffer.index = uiIndex;
     oBuffer.type = m_roNode.BufferType();
     oBuffer.memory = V4L2_MEMORY_MMAP;
     if (oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE)
     {
-        oBuffer.m.planes = aoPlanes.data();
-        oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
+        oBuffer.m.planes = m_aoPlanes.data();
+        oBuffer.length = static_cast<uint32_t>(m_aoPlanes.size());
     }
-    return V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QBUF, &oBuffer);
+    return oBuffer;
 }
 
 int COwnedCapture::RequestBuffers(uint32_t uiCount, uint32_t& ruiGiven) const
@@ -147,7 +145,11 @@ int COwnedCapture::QueueAll()
         return iError;
     m_uiBuffers = uiGiven;
     for (uint32_t uiIndex = 0; uiIndex < uiGiven && iError == 0; uiIndex++)
-        iError = QueueBuffer(uiIndex);
+    {
+        v4l2_buffer oBuffer = NewBuffer();
+        oBuffer.index = uiIndex;
+        iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QBUF, &oBuffer);
+    }
     return iError;
 }
 
@@ -207,17 +209,9 @@ SBufferCensus COwnedCapture::Census() const
 
 EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
 {
-    std::array<v4l2_plane, VIDEO_MAX_PLANES> aoPlanes{};
-    v4l2_buffer oBuffer{};
-    oBuffer.type = m_roNode.BufferType();
-    oBuffer.memory = V4L2_MEMORY_MMAP;
-    if (oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE)
-    {
-        oBuffer.m.planes = aoPlanes.data();
-        oBuffer.length = static_cast<uint32_t>(aoPlanes.size());
-    }
     if (m_bBufferLost)
         return EFetch::Failed;
+    v4l2_buffer oBuffer = NewBuffer();
     const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_DQBUF, &oBuffer);
     if (iError == -EAGAIN)
         return EFetch::Nothing;
@@ -234,7 +228,7 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
                       : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom
                                                            : EFieldParity::None;
     // Without its buffers the queue would fall silent for good, and no call would say so.
-    m_bBufferLost = QueueBuffer(oBuffer.index) != 0;
+    m_bBufferLost = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QBUF, &oBuffer) != 0;
     return EFetch::Frame;
 }
 

@@ -8,6 +8,7 @@
 #include "../FieldTracker.h"
 #include "V4l2Node.h"
 
+#include <array>
 #include <linux/videodev2.h>
 
 namespace LinuxBoard
@@ -52,7 +53,7 @@ private:
     int ChooseFormat();
     int RequestBuffers(uint32_t uiCount, uint32_t& ruiGiven) const;
     int QueueAll();
-    int QueueBuffer(uint32_t uiIndex) const;
+    v4l2_buffer NewBuffer();
 
     const CV4l2Node& m_roNode;
     bool m_bStreaming = false;
@@ -60,6 +61,7 @@ private:
     bool m_bBufferLost = false; /* one could not be queued again */
     bool m_bFormatChanged = false;
     bool m_bTimingsChanged = false;
+    std::array<v4l2_plane, VIDEO_MAX_PLANES> m_aoPlanes{}; /* nobody looks into them, but the kernel writes them */
     v4l2_format m_oFormatBefore{};
     v4l2_dv_timings m_oTimingsBefore{};
 };

@@ -1,15 +1,20 @@
 #include "TraceFeed.h"
 
-#include "../TraceLine.h"
-#include "MonotonicClock.h"
+#include "../TraceRecord.h"
 #include "TraceInstance.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
-#include <string_view>
+#include <filesystem>
+#include <sys/file.h>
 #include <unistd.h>
 #include <utility>
+
+extern "C" {
+#include <kbuffer.h>
+}
 
 namespace LinuxBoard
 {
@@ -17,12 +22,11 @@ namespace LinuxBoard
 namespace
 {
 
-std::string PreparedPipe(const std::string& szVideo)
+std::string PreparedInstance(const std::string& szVideo)
 {
     const char* szDirectory = TraceInstance_Directory();
-    if (szDirectory == nullptr)
-        return {};
-    return std::string(szDirectory) + "/instances/" + TRACE_INSTANCE_PREFIX + szVideo + "/trace_pipe";
+    return szDirectory == nullptr ? std::string()
+                                  : std::string(szDirectory) + "/instances/" TRACE_INSTANCE_PREFIX + szVideo;
 }
 
 bool IsAllowed(const std::string& szPath, int iMode)
@@ -30,82 +34,156 @@ bool IsAllowed(const std::string& szPath, int iMode)
     return faccessat(AT_FDCWD, szPath.c_str(), iMode, AT_EACCESS) == 0;
 }
 
+/* The pipes of an instance in any order, as many as the machine has processors; empty when one may not be read. */
+std::vector<CFileDescriptor> PipesOf(const std::string& szInstance)
+{
+    std::vector<CFileDescriptor> aoPipes;
+    std::error_code oError;
+    for (std::filesystem::directory_iterator itCpu(szInstance + "/per_cpu", oError), itEnd; !oError && itCpu != itEnd;
+         itCpu.increment(oError))
+    {
+        const std::string szPipe = itCpu->path().string() + "/trace_pipe_raw";
+        aoPipes.emplace_back(open(szPipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        if (!aoPipes.back().IsOpen())
+            return {};
+    }
+    return aoPipes;
+}
+
+/* What one reader has fetched no other gets, so that the second one must know. The lock goes with the descriptor. */
+bool Claim(const std::vector<CFileDescriptor>& raoPipes)
+{
+    return std::all_of(raoPipes.begin(), raoPipes.end(),
+                       [](const CFileDescriptor& roPipe) { return flock(roPipe.Get(), LOCK_EX | LOCK_NB) == 0; });
+}
+
 } // namespace
+
+void CTraceFeed::SKbufferFree::operator()(kbuffer* poBuffer) const
+{
+    kbuffer_free(poBuffer);
+}
 
 void CTraceFeed::Close()
 {
-    m_oPipe.Close();
+    m_aoPipes.clear();
     TraceInstance_Destroy(std::exchange(m_poInstance, nullptr));
-    m_szText.clear();
 }
 
-bool CTraceFeed::IsPossible(const std::string& szVideo)
+ETraceAccess CTraceFeed::Access(const std::string& szVideo)
 {
     const char* szDirectory = TraceInstance_Directory();
     if (szDirectory == nullptr)
-        return false;
-    if (IsAllowed(PreparedPipe(szVideo), R_OK))
-        return true;
+        return ETraceAccess::None;
+    const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
+    if (!aoPipes.empty())
+        return Claim(aoPipes) ? ETraceAccess::Granted : ETraceAccess::Taken;
+    const std::string szEnable = "/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/enable";
     return IsAllowed(std::string(szDirectory) + "/instances", W_OK | X_OK) &&
-           IsAllowed(std::string(szDirectory) + "/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/enable",
-                     W_OK);
+                   IsAllowed(std::string(szDirectory) + szEnable, W_OK)
+               ? ETraceAccess::Granted
+               : ETraceAccess::None;
+}
+
+bool CTraceFeed::OpenPipes(const std::string& szInstance)
+{
+    m_aoPipes = PipesOf(szInstance);
+    m_poDecoder.reset(kbuffer_alloc(KBUFFER_LSIZE_SAME_AS_HOST, KBUFFER_ENDIAN_SAME_AS_HOST));
+    m_aoPage.resize(static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    if (m_poDecoder == nullptr || TraceInstance_ReadLayout(szInstance.c_str(), &m_oLayout) != 0)
+        m_aoPipes.clear();
+    return IsOpen();
 }
 
 bool CTraceFeed::OpenPrepared(const std::string& szVideo)
 {
-    const std::string szPipe = PreparedPipe(szVideo);
-    if (!szPipe.empty())
-        m_oPipe = CFileDescriptor(open(szPipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    return m_oPipe.IsOpen();
+    m_bForeignRecords = true;
+    if (OpenPipes(PreparedInstance(szVideo)) && !Claim(m_aoPipes))
+        m_aoPipes.clear();
+    return IsOpen();
 }
 
-bool CTraceFeed::OpenOwn(const std::string& szVideo)
+bool CTraceFeed::OpenOwn(const std::string& szVideo, uint32_t uiFramesPerSecond)
 {
-    if (!IsPossible(szVideo))
-        return false;
-    int iPipe = -1;
-    m_poInstance = TraceInstance_Create(szVideo.c_str(), m_uiMinor, &iPipe);
-    m_oPipe = CFileDescriptor(iPipe);
-    return m_oPipe.IsOpen();
+    m_bForeignRecords = false;
+    m_poInstance = TraceInstance_Create(szVideo.c_str(), m_uiMinor, TraceRecord_BufferKb(uiFramesPerSecond));
+    const std::unique_ptr<char, decltype(&std::free)> szInstance(
+        m_poInstance == nullptr ? nullptr : TraceInstance_PathOf(m_poInstance), &std::free);
+    if (szInstance == nullptr || !OpenPipes(szInstance.get()))
+        Close();
+    return IsOpen();
 }
 
-bool CTraceFeed::Open(const std::string& szVideo, uint32_t uiMinor)
+bool CTraceFeed::Open(const std::string& szVideo, uint32_t uiMinor, uint32_t uiFramesPerSecond)
 {
+    Close();
     m_uiMinor = uiMinor;
-    return OpenPrepared(szVideo) || OpenOwn(szVideo);
+    switch (Access(szVideo))
+    {
+    case ETraceAccess::Granted:
+        return OpenPrepared(szVideo) || OpenOwn(szVideo, uiFramesPerSecond);
+    case ETraceAccess::None:
+    case ETraceAccess::Taken:
+        break;
+    }
+    return false;
 }
 
-void CTraceFeed::ReadLines(const std::function<void(const SCapturedFrame&)>& rofnSink)
+void CTraceFeed::TakePage(uint64_t uiNowNs)
 {
-    size_t uiStart = 0;
-    for (size_t uiEnd = m_szText.find('\n'); uiEnd != std::string::npos; uiEnd = m_szText.find('\n', uiStart))
+    if (kbuffer_load_subbuffer(m_poDecoder.get(), m_aoPage.data()) != 0)
+        return;
+    // Negative: some, nobody knows how many. Of a trace that others share, who knows whose they were.
+    const int iMissed = kbuffer_missed_events(m_poDecoder.get());
+    if (iMissed < 0 || (iMissed > 0 && m_bForeignRecords))
+        m_oBatch.uiUnseen = CFieldTracker::msc_uiUnknown;
+    else if (m_oBatch.uiUnseen != CFieldTracker::msc_uiUnknown)
+        m_oBatch.uiUnseen += static_cast<uint64_t>(iMissed);
+    unsigned long long uiMoment = 0;
+    for (void* pvEvent = kbuffer_read_event(m_poDecoder.get(), &uiMoment); pvEvent != nullptr;
+         pvEvent = kbuffer_next_event(m_poDecoder.get(), &uiMoment))
     {
+        const auto* pRecord = static_cast<const std::byte*>(pvEvent);
+        const auto uiSize = static_cast<size_t>(kbuffer_event_size(m_poDecoder.get()));
         STracedBuffer oBuffer;
-        const std::string_view szLine = std::string_view(m_szText).substr(uiStart, uiEnd - uiStart);
-        uiStart = uiEnd + 1;
-        if (!TraceLine_Parse(szLine, oBuffer) || !oBuffer.bCapture || oBuffer.iMinor != static_cast<int32_t>(m_uiMinor))
+        if (!TraceRecord_Read(m_oLayout, {pRecord, uiSize}, oBuffer) || !oBuffer.bCapture ||
+            oBuffer.uiMinor != m_uiMinor)
             continue;
-        // A stamp of another clock compares with nothing: the time of arrival does.
         if (!oBuffer.bMonotonicStamp)
-            oBuffer.oFrame.uiStampNs = MonotonicClock_NowNs();
-        rofnSink(oBuffer.oFrame);
+            oBuffer.oFrame.uiStampNs = uiNowNs;
+        m_oBatch.aoEntries.push_back({uiMoment, oBuffer.oFrame});
     }
-    m_szText.erase(0, uiStart);
 }
 
-void CTraceFeed::Read(const std::function<void(const SCapturedFrame&)>& rofnSink)
+bool CTraceFeed::ReadPage(const CFileDescriptor& roPipe, uint64_t uiNowNs)
 {
-    std::array<char, 8192> acText;
-    for (;;)
+    ssize_t iLength = 0;
+    do
+        iLength = read(roPipe.Get(), m_aoPage.data(), m_aoPage.size());
+    while (iLength < 0 && errno == EINTR);
+    if (iLength <= 0)
+        return false;
+    TakePage(uiNowNs);
+    return true;
+}
+
+const STraceBatch& CTraceFeed::Read(std::span<const pollfd> aoPolled, uint64_t uiNowNs)
+{
+    m_oBatch.aoEntries.clear();
+    m_oBatch.uiUnseen = 0;
+    for (size_t uiPipe = 0; uiPipe < m_aoPipes.size(); uiPipe++)
     {
-        const ssize_t iLength = m_oPipe.IsOpen() ? read(m_oPipe.Get(), acText.data(), acText.size()) : 0;
-        if (iLength < 0 && errno == EINTR)
-            continue;
-        if (iLength <= 0)
-            return;
-        m_szText.append(acText.data(), static_cast<size_t>(iLength));
-        ReadLines(rofnSink);
+        if (aoPolled.empty())
+            while (ReadPage(m_aoPipes[uiPipe], uiNowNs))
+                ;
+        else if (uiPipe < aoPolled.size() && aoPolled[uiPipe].revents != 0)
+            ReadPage(m_aoPipes[uiPipe], uiNowNs);
     }
+    if (m_oBatch.aoEntries.size() > 1)
+        std::stable_sort(m_oBatch.aoEntries.begin(), m_oBatch.aoEntries.end(),
+                         [](const STraceBatch::SEntry& roOne, const STraceBatch::SEntry& roOther)
+                         { return roOne.uiMoment < roOther.uiMoment; });
+    return m_oBatch;
 }
 
 } // namespace LinuxBoard

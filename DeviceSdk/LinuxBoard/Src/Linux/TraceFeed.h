@@ -1,22 +1,45 @@
 /*
- * The frames of an input that another program owns, from the kernel's trace of dequeued buffers. Uses a trace instance
- * of its own, so that nobody else's tracing is touched, or one that an administrator prepared for readers without
- * rights ("vtvideomonitor-video0"). Belongs to one thread at a time.
+ * The frames of an input that another program owns, from the kernel's trace of dequeued buffers: its binary pages, one
+ * pipe per processor. Uses a trace instance of its own, so that nobody else's tracing is touched, or one that an
+ * administrator prepared for readers without rights ("vtvideomonitor-video0"). Belongs to one thread at a time.
  */
 #ifndef LINUX_BOARD_TRACE_FEED_H
 #define LINUX_BOARD_TRACE_FEED_H
 
 #include "../FieldTracker.h"
+#include "../TraceLayout.h"
 #include "FileDescriptor.h"
 
 #include <cstdint>
-#include <functional>
+#include <memory>
+#include <poll.h>
+#include <span>
 #include <string>
+#include <vector>
 
 struct tracefs_instance;
+struct kbuffer;
 
 namespace LinuxBoard
 {
+
+enum class ETraceAccess
+{
+    None,
+    Taken, /* another reader has the prepared trace */
+    Granted
+};
+
+struct STraceBatch
+{
+    struct SEntry
+    {
+        uint64_t uiMoment = 0; /* of the trace's own clock: orders what comes from several processors */
+        SCapturedFrame oFrame;
+    };
+    std::vector<SEntry> aoEntries;
+    uint64_t uiUnseen = 0; /* records that the kernel dropped, because nobody read them in time */
+};
 
 class CTraceFeed
 {
@@ -26,28 +49,43 @@ public:
     CTraceFeed(const CTraceFeed&) = delete;
     CTraceFeed& operator=(const CTraceFeed&) = delete;
 
-    /* Whether this process may follow the node ("video0"), without opening or creating anything. */
-    static bool IsPossible(const std::string& szVideo);
+    /* Whether this process may follow the node ("video0"), without creating anything. */
+    static ETraceAccess Access(const std::string& szVideo);
 
-    /* False when the trace may not be read; the input then has no per-frame data. */
-    bool Open(const std::string& szVideo, uint32_t uiMinor);
-
+    /* False when the trace may not be read; the input then has no per-frame data. uiFramesPerSecond: 0 when unknown. */
+    bool Open(const std::string& szVideo, uint32_t uiMinor, uint32_t uiFramesPerSecond);
     void Close();
 
-    int Fd() const { return m_oPipe.Get(); } /* -1 without a trace */
+    bool IsOpen() const { return !m_aoPipes.empty(); }
+    std::span<const CFileDescriptor> Pipes() const { return m_aoPipes; }
 
-    /* Hands over the frames that have come, without waiting. */
-    void Read(const std::function<void(const SCapturedFrame&)>& rofnSink);
+    /*
+     * The frames that have come, without waiting, good until the next call. Of the pipes that aoPolled, in the order of
+     * Pipes, shows as readable; of all, and all that they hold, when it is empty. uiNowNs stands in for stamps of
+     * another clock.
+     */
+    const STraceBatch& Read(std::span<const pollfd> aoPolled, uint64_t uiNowNs);
 
 private:
+    struct SKbufferFree
+    {
+        void operator()(kbuffer* poBuffer) const;
+    };
+
     bool OpenPrepared(const std::string& szVideo);
-    bool OpenOwn(const std::string& szVideo);
-    void ReadLines(const std::function<void(const SCapturedFrame&)>& rofnSink);
+    bool OpenOwn(const std::string& szVideo, uint32_t uiFramesPerSecond);
+    bool OpenPipes(const std::string& szInstance);
+    bool ReadPage(const CFileDescriptor& roPipe, uint64_t uiNowNs);
+    void TakePage(uint64_t uiNowNs);
 
     tracefs_instance* m_poInstance = nullptr; /* our own, removed at the end */
-    CFileDescriptor m_oPipe;
+    std::vector<CFileDescriptor> m_aoPipes;
+    std::unique_ptr<kbuffer, SKbufferFree> m_poDecoder;
+    std::vector<std::byte> m_aoPage;
+    STraceLayout m_oLayout{};
+    STraceBatch m_oBatch;
     uint32_t m_uiMinor = 0;
-    std::string m_szText; /* read, but not yet a whole line */
+    bool m_bForeignRecords = false; /* the trace is not ours and may hold those of other nodes */
 };
 
 } // namespace LinuxBoard

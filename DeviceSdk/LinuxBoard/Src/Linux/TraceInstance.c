@@ -2,18 +2,20 @@
 #include "TraceInstance.h"
 
 #include <errno.h>
-#include <fcntl.h>
+#include <limits.h>
 #include <pthread.h>
 #include <signal.h>
+#include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <tracefs.h>
 #include <unistd.h>
 
 enum
 {
-    uiBufferKb = 64, /* for each processor: some hundred buffers, seconds of any input */
-    uiNameSize = 128
+    uiNameSize = 128,
+    uiFormatSize = 8192 /* more than the description of an event has */
 };
 
 /* libtracefs keeps what it has found in variables of its own and promises nothing for several threads. */
@@ -37,7 +39,7 @@ static void Destroy(struct tracefs_instance* poInstance)
     tracefs_instance_free(poInstance);
 }
 
-static struct tracefs_instance* Create(const char* szVideo, unsigned int uiMinor, int* piPipe)
+static struct tracefs_instance* Create(const char* szVideo, unsigned int uiMinor, unsigned int uiBufferKb)
 {
     static unsigned int s_uiCount;
     char szName[uiNameSize];
@@ -51,13 +53,8 @@ static struct tracefs_instance* Create(const char* szVideo, unsigned int uiMinor
     tracefs_instance_set_buffer_size(poInstance, uiBufferKb, -1);
     tracefs_instance_file_write(poInstance, "buffer_percent", "0");
     tracefs_event_file_write(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT, "filter", szFilter);
-    /* The pipe as text: one descriptor to sleep on, in the order of time over all processors. */
-    *piPipe = tracefs_instance_file_open(poInstance, "trace_pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (*piPipe >= 0 && tracefs_event_enable(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT) == 0)
+    if (tracefs_event_enable(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT) == 0)
         return poInstance;
-    if (*piPipe >= 0)
-        close(*piPipe);
-    *piPipe = -1;
     Destroy(poInstance);
     return NULL;
 }
@@ -81,13 +78,74 @@ static int RemoveIfAbandoned(const char* szName, void* pvContext)
     return 0;
 }
 
-struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe)
+struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, unsigned int uiBufferKb)
 {
     pthread_mutex_lock(&g_oMutex);
     tracefs_instances_walk(RemoveIfAbandoned, NULL);
-    struct tracefs_instance* poInstance = Create(szVideo, uiMinor, piPipe);
+    struct tracefs_instance* poInstance = Create(szVideo, uiMinor, uiBufferKb);
     pthread_mutex_unlock(&g_oMutex);
     return poInstance;
+}
+
+char* TraceInstance_PathOf(const struct tracefs_instance* poInstance)
+{
+    const char* szDirectory = TraceInstance_Directory();
+    char* szPath = NULL;
+    /* The library promises not to change the instance, but does not say so. */
+    const char* szName = tracefs_instance_get_name((struct tracefs_instance*)(uintptr_t)poInstance);
+    if (szDirectory == NULL || asprintf(&szPath, "%s/instances/%s", szDirectory, szName) < 0)
+        return NULL;
+    return szPath;
+}
+
+static struct STraceField FieldOf(struct tep_event* poEvent, const char* szName)
+{
+    const struct tep_format_field* poField = tep_find_any_field(poEvent, szName);
+    struct STraceField oField = {0, 0};
+    if (poField != NULL && poField->offset >= 0 && poField->size > 0)
+    {
+        oField.uiOffset = (unsigned int)poField->offset;
+        oField.uiSize = (unsigned int)poField->size;
+    }
+    return oField;
+}
+
+static int ReadDescription(const char* szInstance, char acText[uiFormatSize])
+{
+    char szPath[PATH_MAX];
+    snprintf(szPath, sizeof(szPath), "%s/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/format", szInstance);
+    FILE* poFile = fopen(szPath, "re");
+    if (poFile == NULL)
+        return 0;
+    const size_t uiLength = fread(acText, 1, uiFormatSize - 1, poFile);
+    fclose(poFile);
+    acText[uiLength] = '\0';
+    return (int)uiLength;
+}
+
+int TraceInstance_ReadLayout(const char* szInstance, struct STraceLayout* poLayout)
+{
+    char acText[uiFormatSize];
+    const int iLength = ReadDescription(szInstance, acText);
+    struct tep_handle* poTep = iLength > 0 ? tep_alloc() : NULL;
+    struct tep_event* poEvent = NULL;
+    if (poTep == NULL)
+        return -1;
+    if (tep_parse_format(poTep, &poEvent, acText, (unsigned long)iLength, TRACE_INSTANCE_SYSTEM) != 0)
+        poEvent = NULL;
+    if (poEvent != NULL)
+    {
+        poLayout->iEventId = poEvent->id;
+        poLayout->oEventId = FieldOf(poEvent, "common_type");
+        poLayout->oMinor = FieldOf(poEvent, "minor");
+        poLayout->oType = FieldOf(poEvent, "type");
+        poLayout->oFlags = FieldOf(poEvent, "flags");
+        poLayout->oField = FieldOf(poEvent, "field");
+        poLayout->oStamp = FieldOf(poEvent, "timestamp");
+        poLayout->oSequence = FieldOf(poEvent, "sequence");
+    }
+    tep_free(poTep); /* and the event, which it has taken in */
+    return poEvent != NULL && poLayout->oSequence.uiSize != 0 ? 0 : -1;
 }
 
 void TraceInstance_Destroy(struct tracefs_instance* poInstance)

@@ -5,6 +5,8 @@
 #ifndef LINUX_BOARD_TRACE_INSTANCE_H
 #define LINUX_BOARD_TRACE_INSTANCE_H
 
+#include "../TraceLayout.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -21,13 +23,23 @@ const char* TraceInstance_Directory(void);
 /*
  * Removes what processes that were killed have left behind, and creates "<prefix><process>-<szVideo>-<number>" for the
  * node with this minor number.
- *   piPipe  out  the instance's pipe of text, to be closed by the caller before the instance is destroyed
+ *   uiBufferKb  in  size of its buffer for each processor, KiB
  * Null on failure, with nothing left behind.
  */
-struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, int* piPipe);
+struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int uiMinor, unsigned int uiBufferKb);
 
-/* Removes the instance from the kernel. Null is allowed. */
+/* The directory of an instance, to be freed with free(); null when there is no memory. */
+char* TraceInstance_PathOf(const struct tracefs_instance* poInstance);
+
+/* Removes the instance from the kernel; no file of it may be open. Null is allowed. */
 void TraceInstance_Destroy(struct tracefs_instance* poInstance);
+
+/*
+ * Reads the kernel's description of the event.
+ *   szInstance  in   directory of the instance whose copy of it is read
+ * 0; -1 when it cannot be read, or the event has not the fields that are needed.
+ */
+int TraceInstance_ReadLayout(const char* szInstance, struct STraceLayout* poLayout);
 
 #ifdef __cplusplus
 } /* extern "C" */
