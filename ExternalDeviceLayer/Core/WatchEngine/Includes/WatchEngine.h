@@ -70,6 +70,9 @@ void WatchEngine_TakeDescription(SWatchEngine& roEngine, EStreamDirection eDirec
  */
 void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot);
 
+/* Makes the next analysis hand out what is held back of bursts that go on: before the last one. */
+void WatchEngine_EndEpisodes(SWatchEngine& roEngine);
+
 /* The events since the last call, oldest first; valid until the next call of any operation. */
 std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine);
 

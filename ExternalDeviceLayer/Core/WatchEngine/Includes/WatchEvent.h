@@ -19,7 +19,7 @@ enum class EWatchEventKind : uint8_t
     FIELDS_LOST,         // uiCount fields that the board did not deliver to a thread that waited for them
     FIELDS_UNOBSERVED,   // uiCount fields while the watcher was late; says nothing about the signal
     COUNTER_REPEATED,    // uiCount fields whose counter did not move
-    COUNTER_BACKWARD,    // uiBefore, uiAfter: field counters
+    COUNTER_BACKWARD,    // or forward without the time for it; uiBefore, uiAfter: field counters
     FIELD_EARLY,         // uiCount fields; flSeconds: the largest deviation from the grid, negative
     FIELD_LATE,          // uiCount fields; flSeconds: the largest deviation from the grid
     PHASE_STEPPED,       // the grid itself moved by flSeconds and stays there

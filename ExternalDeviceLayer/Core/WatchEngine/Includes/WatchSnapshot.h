@@ -69,7 +69,7 @@ struct SStreamCounters
     uint64_t uiFieldsLost = 0;       // we waited, and the board delivered nothing
     uint64_t uiFieldsUnobserved = 0; // we were late
     uint64_t uiFieldsRepeated = 0;   // the counter did not move
-    uint64_t uiCounterBackward = 0;  // the counter went back
+    uint64_t uiCounterBackward = 0;  // the counter went back, or forward without the time for it
     uint64_t uiFieldsEarly = 0;      // off the grid
     uint64_t uiFieldsLate = 0;       // off the grid
     uint64_t uiPhaseSteps = 0;
@@ -134,7 +134,7 @@ struct SStreamFigures
     double flPeriodSeconds = 0.0;
 
     SEstimate oPhaseSeconds; // against the direction's reference stream
-    SEstimate oDriftRatio;   // rate against the reference's, minus 1; positive: slower phase growth, see the docs
+    SEstimate oDriftRatio;   // growth of that phase, seconds per second; positive: it falls behind
     ELockState eLock = ELockState::IDLE;
     double flSecondsToThreshold = -1.0; // until the threshold is crossed; negative: not drifting, or not known
     double flSecondsToSlip = -1.0;      // until a whole field has slipped; likewise
@@ -192,6 +192,7 @@ struct SWatchSnapshot
     uint32_t uiTickFrequencyHz = 0;
     double flThresholdSeconds = 0.0; // of the lock states, unless it is in lines
     double flThresholdLines = 0.0;
+    uint64_t uiEventsDropped = 0; // events that found no room because nobody took them
     SClockFigures oClock;
     std::array<SDirectionFigures, 2> aoDirections; // by EStreamDirection
 };

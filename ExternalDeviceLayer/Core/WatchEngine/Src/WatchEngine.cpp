@@ -2,57 +2,112 @@
 #include "WatchEngine.h"
 
 #include <array>
-#include <vector>
+#include <cmath>
+
+#include "DirectionWatch.h"
+#include "TaiGrid.h"
 
 namespace
 {
 
-constexpr uint64_t uiCounterPerField = 16;
-constexpr uint64_t uiLostAfterNs = 500'000'000;
-
-struct SStream
-{
-    SStreamFigures oFigures;
-    SFieldRecord oFirst{}; // of the running second
-    SFieldRecord oLast{};
-    bool bHasLast = false;
-};
+// How long after its start a field may be handed in and still be in time for the analysis of its second.
+constexpr uint64_t uiSettleNs = 50'000'000;
+constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 } // namespace
 
 struct SWatchEngine
 {
+    SWatchEngine(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+        : oSettings(roSettings),
+          oContext(roSettings, uiNbOfInputs, uiNbOfOutputs),
+          aoDirections{CDirectionWatch(oContext, oSettings, EStreamDirection::INPUT, uiNbOfInputs),
+                       CDirectionWatch(oContext, oSettings, EStreamDirection::OUTPUT, uiNbOfOutputs)}
+    {
+    }
+    SWatchEngine(const SWatchEngine&) = delete;
+    SWatchEngine& operator=(const SWatchEngine&) = delete;
+
     SWatchSettings oSettings;
-    std::array<std::vector<SStream>, 2> aoStreams;
+    SWatchContext oContext;
+    std::array<CDirectionWatch, 2> aoDirections; // by EStreamDirection
+    SInstant oInstant;
     uint64_t uiSnapshots = 0;
 };
 
 namespace
 {
 
-SStream& GetStream(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex)
+CStreamWatch& GetStream(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex)
 {
-    return roEngine.aoStreams[static_cast<size_t>(eDirection)][uiIndex];
+    return roEngine.aoDirections[static_cast<size_t>(eDirection)].GetStream(uiIndex);
 }
 
-void AnalyseStream(const SWatchEngine& roEngine, const SClockReading& roClock, SStream& roStream)
+// The newest whole second that all fields must have been handed in for. True when it is another one than before.
+bool UpdateInstant(SWatchEngine& roEngine, const SClockReading& roClock)
 {
-    SStreamFigures& roFigures = roStream.oFigures;
-    SEstimate& roRate = roFigures.aoRateHz[0];
-    roRate = {};
-    const uint64_t uiFields = (roStream.oLast.uiFieldCounter - roStream.oFirst.uiFieldCounter) / uiCounterPerField;
-    const uint64_t uiTicks = roStream.oLast.uiTick - roStream.oFirst.uiTick;
-    if (roStream.bHasLast && uiTicks > 0)
+    const CTickClock& roTicks = roEngine.oContext.oClock;
+    if (!roTicks.IsKnown())
     {
-        roRate.flValue =
-            static_cast<double>(uiFields) * roEngine.oSettings.uiTickFrequencyHz / static_cast<double>(uiTicks);
-        roRate.bIsValid = true;
+        return false;
     }
-    if (roFigures.eState == EStreamState::RUNNING && roStream.oLast.uiArrivalNs + uiLostAfterNs < roClock.uiMonotonicNs)
+    const auto iTick = static_cast<int64_t>(roTicks.ToTick(roClock.uiMonotonicNs - uiSettleNs));
+    const int64_t iSecond = iTick > 0 ? iTick / roEngine.oSettings.uiTickFrequencyHz : 0;
+    if (iTick <= 0 || (roEngine.oInstant.bIsKnown && iSecond == roEngine.oInstant.iSecond))
     {
-        roFigures.eState = EStreamState::LOST;
+        return false;
     }
-    roStream.oFirst = roStream.oLast;
+    SInstant& roInstant = roEngine.oInstant;
+    roInstant.bIsKnown = true;
+    roInstant.iSecond = iSecond;
+    roInstant.uiTick = static_cast<uint64_t>(iSecond) * roEngine.oSettings.uiTickFrequencyHz;
+    for (size_t uiLength = 0; uiLength < roInstant.aoTimes.size(); ++uiLength)
+    {
+        roInstant.aoTimes[uiLength] = RateHistory_GetTimes(static_cast<EBlockLength>(uiLength), iSecond);
+    }
+    return true;
+}
+
+void FillClock(const SWatchEngine& roEngine, const SClockReading& roClock, SClockFigures& roFigures)
+{
+    const CTickClock& roTicks = roEngine.oContext.oClock;
+    roFigures.uiMonotonicNs = roClock.uiMonotonicNs;
+    roFigures.uiTick = 0;
+    if (roEngine.oInstant.bIsKnown)
+    {
+        roFigures.uiTick = roEngine.oInstant.uiTick;
+        roFigures.uiMonotonicNs = roTicks.ToMonotonicNs(roFigures.uiTick);
+    }
+    roFigures.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(roFigures.uiMonotonicNs - roClock.uiMonotonicNs);
+    roFigures.flTickUncertaintySeconds = roTicks.GetUncertaintySeconds();
+    roFigures.bTicksAreMonotonic = roEngine.oSettings.bTicksAreMonotonic;
+    roFigures.iTaiOffsetSeconds = roClock.iTaiOffsetSeconds;
+    roFigures.bIsSynchronised = roClock.bIsSynchronised;
+    roFigures.flEstimatedErrorSeconds = roClock.flEstimatedErrorSeconds;
+}
+
+// The phase of every stream against the grid of the world.
+void FillTaiPhases(const SWatchEngine& roEngine, const SClockReading& roClock, SDirectionFigures& roFigures)
+{
+    const CTickClock& roTicks = roEngine.oContext.oClock;
+    const double flNowAfterInstant = -roTicks.GetNsAfter(roEngine.oInstant.uiTick, roClock.uiMonotonicNs);
+    const int64_t iTaiNs = roClock.iUtcNs + roClock.iTaiOffsetSeconds * iNsPerSecond;
+    const double flUncertainty =
+        roTicks.GetUncertaintySeconds() + roClock.flEstimatedErrorSeconds + roClock.flReadingErrorSeconds;
+    for (SStreamFigures& roStream : roFigures.aoStreams)
+    {
+        roStream.oTaiPhaseSeconds = {};
+        roStream.flTaiUncertaintySeconds = flUncertainty;
+        const SNominalRate oRate{roStream.uiNominalNumerator, roStream.uiNominalDenominator};
+        // Without the offset between TAI and UTC only those rates have a phase for which whole seconds do not matter.
+        if (!roStream.oGridSeconds.bIsValid || !oRate.IsKnown() ||
+            (roClock.iTaiOffsetSeconds == 0 && !TaiGrid_IsWholePerSecond(oRate)))
+        {
+            continue;
+        }
+        const double flAfterNs = roStream.oGridSeconds.flValue * 1e9 - flNowAfterInstant;
+        roStream.oTaiPhaseSeconds = {TaiGrid_GetPhase(iTaiNs, flAfterNs, oRate), roStream.oGridSeconds.flStdErr, true};
+    }
 }
 
 } // namespace
@@ -69,79 +124,52 @@ WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiN
     {
         return nullptr;
     }
-    WatchEnginePtr poEngine(new SWatchEngine{roSettings, {}, 0});
-    poEngine->aoStreams[0].resize(uiNbOfInputs);
-    poEngine->aoStreams[1].resize(uiNbOfOutputs);
-    for (size_t uiDirection = 0; uiDirection < poEngine->aoStreams.size(); ++uiDirection)
-    {
-        uint32_t uiIndex = 0;
-        for (SStream& roStream : poEngine->aoStreams[uiDirection])
-        {
-            roStream.oFigures.eDirection = static_cast<EStreamDirection>(uiDirection);
-            roStream.oFigures.uiIndex = uiIndex++;
-        }
-    }
-    return poEngine;
+    return WatchEnginePtr(new SWatchEngine(roSettings, uiNbOfInputs, uiNbOfOutputs));
 }
 
 void WatchEngine_TakeRecord(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
                             const SFieldRecord& roRecord)
 {
-    SStream& roStream = GetStream(roEngine, eDirection, uiIndex);
-    SStreamCounters& roCounters = roStream.oFigures.oCounters;
-    switch (roRecord.eResult)
-    {
-    case EWaitResult::FIELD:
-        ++roCounters.uiFields;
-        ++roCounters.uiFieldsObserved;
-        roStream.oFigures.eState = EStreamState::RUNNING;
-        if (!roStream.bHasLast)
-        {
-            roStream.oFirst = roRecord;
-            roStream.bHasLast = true;
-        }
-        roStream.oLast = roRecord;
-        break;
-    case EWaitResult::TIMED_OUT:
-        ++roCounters.uiWaitTimeOuts;
-        break;
-    case EWaitResult::CANCELED:
-        roStream.oFigures.eState = EStreamState::LOST;
-        break;
-    case EWaitResult::GONE:
-        roStream.oFigures.eState = EStreamState::GONE;
-        break;
-    }
+    GetStream(roEngine, eDirection, uiIndex).TakeRecord(roRecord);
 }
 
 void WatchEngine_TakeDescription(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
                                  const SStreamDescription& roDescription)
 {
-    GetStream(roEngine, eDirection, uiIndex).oFigures.oDescription = roDescription;
+    GetStream(roEngine, eDirection, uiIndex).TakeDescription(roDescription);
 }
 
 void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
 {
+    roEngine.oContext.oClock.Update();
+    const bool bIsNew = UpdateInstant(roEngine, roClock);
+    for (CDirectionWatch& roDirection : roEngine.aoDirections)
+    {
+        roDirection.Analyse(roClock, roEngine.oInstant, bIsNew);
+    }
+    roEngine.oContext.oStalls.Clear();
+    roEngine.oContext.oEvents.Flush(roClock, roEngine.oContext.oClock);
+
     roSnapshot.uiNumber = ++roEngine.uiSnapshots;
     roSnapshot.uiTickFrequencyHz = roEngine.oSettings.uiTickFrequencyHz;
     roSnapshot.flThresholdSeconds = roEngine.oSettings.flThresholdSeconds;
     roSnapshot.flThresholdLines = roEngine.oSettings.flThresholdLines;
-    roSnapshot.oClock.iUtcNs = roClock.iUtcNs;
-    roSnapshot.oClock.uiMonotonicNs = roClock.uiMonotonicNs;
-    for (size_t uiDirection = 0; uiDirection < roEngine.aoStreams.size(); ++uiDirection)
+    roSnapshot.uiEventsDropped = roEngine.oContext.oEvents.GetDropped();
+    FillClock(roEngine, roClock, roSnapshot.oClock);
+    for (size_t uiDirection = 0; uiDirection < roEngine.aoDirections.size(); ++uiDirection)
     {
-        std::vector<SStream>& raoStreams = roEngine.aoStreams[uiDirection];
-        std::vector<SStreamFigures>& raoFigures = roSnapshot.aoDirections[uiDirection].aoStreams;
-        raoFigures.resize(raoStreams.size());
-        for (size_t uiStream = 0; uiStream < raoStreams.size(); ++uiStream)
-        {
-            AnalyseStream(roEngine, roClock, raoStreams[uiStream]);
-            raoFigures[uiStream] = raoStreams[uiStream].oFigures;
-        }
+        SDirectionFigures& roFigures = roSnapshot.aoDirections[uiDirection];
+        roEngine.aoDirections[uiDirection].Fill(roClock, roFigures);
+        FillTaiPhases(roEngine, roClock, roFigures);
     }
 }
 
-std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& /*roEngine*/)
+void WatchEngine_EndEpisodes(SWatchEngine& roEngine)
 {
-    return {};
+    roEngine.oContext.oEvents.EndAll();
+}
+
+std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine)
+{
+    return roEngine.oContext.oEvents.Take();
 }

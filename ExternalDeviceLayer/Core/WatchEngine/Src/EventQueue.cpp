@@ -1,0 +1,204 @@
+// See EventQueue.h.
+#include "EventQueue.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr uint64_t uiNsPerSecond = 1'000'000'000;
+constexpr uint64_t uiQuietNs = 10 * uiNsPerSecond;
+constexpr uint64_t uiFirstPauseNs = 60 * uiNsPerSecond;
+constexpr uint64_t uiLongestPauseNs = 3600 * uiNsPerSecond;
+constexpr uint32_t uiSinglyAtOnce = 10;
+constexpr size_t uiMostPending = 4096;
+constexpr size_t uiMostReady = 16384;
+constexpr auto uiKinds = static_cast<size_t>(EWatchEventKind::COUNT);
+
+// Kinds that fields and buffers cause, as often as there are such.
+bool IsByField(EWatchEventKind eKind)
+{
+    switch (eKind)
+    {
+    case EWatchEventKind::FIELDS_LOST:
+    case EWatchEventKind::FIELDS_UNOBSERVED:
+    case EWatchEventKind::COUNTER_REPEATED:
+    case EWatchEventKind::FIELD_EARLY:
+    case EWatchEventKind::FIELD_LATE:
+    case EWatchEventKind::BUFFERS_SKIPPED:
+    case EWatchEventKind::BUFFERS_REPEATED:
+    case EWatchEventKind::BUFFERS_OVERWRITTEN:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// Groups are few and each of them matters.
+bool IsOfGroup(EWatchEventKind eKind)
+{
+    return eKind == EWatchEventKind::GROUP_FORMED || eKind == EWatchEventKind::GROUP_CHANGED ||
+           eKind == EWatchEventKind::GROUP_ENDED;
+}
+
+void Fold(SWatchEvent& roInto, const SWatchEvent& roEvent)
+{
+    roInto.uiCount += roEvent.uiCount;
+    roInto.uiAfter = roEvent.uiAfter;
+    roInto.flAfter = roEvent.flAfter;
+    if (roEvent.eKind == EWatchEventKind::SIGNAL_BACK)
+    {
+        roInto.flSeconds += roEvent.flSeconds;
+    }
+    else if (std::abs(roEvent.flSeconds) > std::abs(roInto.flSeconds))
+    {
+        roInto.flSeconds = roEvent.flSeconds;
+    }
+}
+
+} // namespace
+
+CEventQueue::CEventQueue(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+    : m_uiNbOfInputs(uiNbOfInputs),
+      m_aoEpisodes(size_t{uiNbOfInputs + uiNbOfOutputs} * uiKinds),
+      m_auiLast(uiNbOfInputs + uiNbOfOutputs)
+{
+    m_aoPending.reserve(uiMostPending);
+    m_aoReady.reserve(uiMostReady);
+}
+
+size_t CEventQueue::GetStream(EStreamDirection eDirection, uint32_t uiIndex) const
+{
+    return eDirection == EStreamDirection::INPUT ? uiIndex : m_uiNbOfInputs + uiIndex;
+}
+
+CEventQueue::SEpisode& CEventQueue::GetEpisode(const SWatchEvent& roEvent)
+{
+    return m_aoEpisodes[GetStream(roEvent.eDirection, roEvent.uiIndex) * uiKinds + static_cast<size_t>(roEvent.eKind)];
+}
+
+void CEventQueue::Push(const SPending& roPending)
+{
+    if (m_aoPending.size() < uiMostPending)
+    {
+        m_aoPending.push_back(roPending);
+    }
+    else
+    {
+        ++m_uiDropped;
+    }
+}
+
+void CEventQueue::Add(const SWatchEvent& roEvent, uint64_t uiMonotonicNs)
+{
+    SPending oPending{roEvent, uiMonotonicNs};
+    oPending.oEvent.uiCount = std::max<uint64_t>(1, roEvent.uiCount);
+    if (IsOfGroup(roEvent.eKind))
+    {
+        Push(oPending);
+        return;
+    }
+    SEpisode& roEpisode = GetEpisode(roEvent);
+    ++roEpisode.uiHappened;
+    if (!IsByField(roEvent.eKind) && roEpisode.uiEmitted < uiSinglyAtOnce)
+    {
+        ++roEpisode.uiEmitted;
+        Push(oPending);
+    }
+    else if (roEpisode.bHolds)
+    {
+        Fold(roEpisode.oFolded.oEvent, oPending.oEvent);
+    }
+    else
+    {
+        roEpisode.oFolded = oPending;
+        roEpisode.bHolds = true;
+    }
+}
+
+// Whether what an episode holds comes out now; also lets an episode end.
+bool CEventQueue::IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const
+{
+    if (roEpisode.uiHappened > 0)
+    {
+        roEpisode.uiLastNs = uiNowNs;
+        roEpisode.uiHappened = 0;
+    }
+    else if (uiNowNs - roEpisode.uiLastNs >= uiQuietNs)
+    {
+        roEpisode.uiEmitted = 0;
+        roEpisode.uiPauseNs = 0;
+        return roEpisode.bHolds;
+    }
+    return roEpisode.bHolds &&
+           (m_bEndAll || roEpisode.uiEmitted == 0 || uiNowNs - roEpisode.uiEmittedNs >= roEpisode.uiPauseNs);
+}
+
+void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
+{
+    if (m_bTaken)
+    {
+        m_aoReady.clear();
+        m_bTaken = false;
+    }
+    for (SEpisode& roEpisode : m_aoEpisodes)
+    {
+        if (!IsDue(roEpisode, roClock.uiMonotonicNs))
+        {
+            continue;
+        }
+        Push(roEpisode.oFolded);
+        roEpisode.bHolds = false;
+        ++roEpisode.uiEmitted;
+        roEpisode.uiEmittedNs = roClock.uiMonotonicNs;
+        roEpisode.uiPauseNs = std::clamp(2 * roEpisode.uiPauseNs, uiFirstPauseNs, uiLongestPauseNs);
+    }
+    for (SPending& roPending : m_aoPending)
+    {
+        SWatchEvent& roEvent = roPending.oEvent;
+        const bool bByTick = roEvent.uiTick != 0 && roTicks.IsKnown();
+        const uint64_t uiMomentNs = bByTick ? roTicks.ToMonotonicNs(roEvent.uiTick) : roPending.uiMonotonicNs;
+        roEvent.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiMomentNs - roClock.uiMonotonicNs);
+        if (roEvent.uiTick == 0 && roTicks.IsKnown())
+        {
+            roEvent.uiTick = roTicks.ToTick(uiMomentNs);
+        }
+    }
+    // Insertion keeps the order of equals and needs no memory; the events are nearly in order.
+    for (auto itEvent = m_aoPending.begin(); itEvent != m_aoPending.end(); ++itEvent)
+    {
+        const auto itPlace = std::upper_bound(m_aoPending.begin(), itEvent, *itEvent,
+                                              [](const SPending& roA, const SPending& roB)
+                                              { return roA.oEvent.iUtcNs < roB.oEvent.iUtcNs; });
+        std::rotate(itPlace, itEvent, itEvent + 1);
+    }
+    for (SPending& roPending : m_aoPending)
+    {
+        if (m_aoReady.size() == uiMostReady)
+        {
+            ++m_uiDropped;
+            continue;
+        }
+        roPending.oEvent.uiNumber = ++m_uiNumber;
+        m_auiLast[GetStream(roPending.oEvent.eDirection, roPending.oEvent.uiIndex)] = m_uiNumber;
+        m_aoReady.push_back(roPending.oEvent);
+    }
+    m_aoPending.clear();
+    m_bEndAll = false;
+}
+
+std::span<const SWatchEvent> CEventQueue::Take()
+{
+    if (m_bTaken)
+    {
+        m_aoReady.clear();
+    }
+    m_bTaken = true;
+    return m_aoReady;
+}
+
+uint64_t CEventQueue::GetLast(EStreamDirection eDirection, uint32_t uiIndex) const
+{
+    return m_auiLast[GetStream(eDirection, uiIndex)];
+}

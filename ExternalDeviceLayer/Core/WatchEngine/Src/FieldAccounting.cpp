@@ -1,0 +1,161 @@
+// See FieldAccounting.h.
+#include "FieldAccounting.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr double flNsPerMs = 1e6;
+// Nobody waits through so many fields: silence of a second is a lost signal.
+constexpr int64_t iMostJudged = 100'000;
+// Shares of a period: how near to the begin of a wait a field may start and still count as outside; how much of a field
+// a stall must cover.
+constexpr double flNearBegin = 1.0 / 16.0;
+constexpr double flStallShare = 0.75;
+constexpr double flLateFactor = 8.0; // of the usual lateness
+
+struct SJudge
+{
+    const SFieldGap& roGap;
+    std::span<const SStretch> aoStalls;
+    double flPeriodNs = 0.0;
+    bool bLateUnexplained = false; // the wait returned late, and not for want of a processor
+
+    bool IsOutside(double flStart) const;
+    bool IsExcused(double flStart) const;
+};
+
+// Moments are nanoseconds after the arrival of the field that came: negative.
+double After(uint64_t uiNs, uint64_t uiArrivalNs)
+{
+    return static_cast<double>(static_cast<int64_t>(uiNs - uiArrivalNs));
+}
+
+bool SJudge::IsOutside(double flStart) const
+{
+    const double flMargin = flNearBegin * flPeriodNs;
+    return std::ranges::any_of(std::span(roGap.aoOutside.data(), roGap.uiNbOfOutside),
+                               [&](const SStretch& roStretch)
+                               {
+                                   return flStart > After(roStretch.uiBeginNs, roGap.uiArrivalNs) - flMargin &&
+                                          flStart < After(roStretch.uiEndNs, roGap.uiArrivalNs) + flMargin;
+                               });
+}
+
+bool SJudge::IsExcused(double flStart) const
+{
+    const bool bInLastWait = flStart >= After(roGap.uiLastWaitNs, roGap.uiArrivalNs);
+    const double flReady = -flStart; // from its begin to the arrival
+    if (bInLastWait &&
+        (bLateUnexplained || static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flStallShare) * flPeriodNs))
+    {
+        return true;
+    }
+    return std::ranges::any_of(aoStalls,
+                               [&](const SStretch& roStall)
+                               {
+                                   const double flFrom = std::max(flStart, After(roStall.uiBeginNs, roGap.uiArrivalNs));
+                                   const double flTo =
+                                       std::min(flStart + flPeriodNs, After(roStall.uiEndNs, roGap.uiArrivalNs));
+                                   return flTo - flFrom >= flStallShare * flPeriodNs;
+                               });
+}
+
+} // namespace
+
+SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& roField, double flPeriod)
+{
+    // The difference in the counter's own width: it may wrap between both.
+    const auto iDifference = static_cast<int64_t>(roField.uiFieldCounter - roBefore.uiFieldCounter);
+    if (iDifference == 0)
+    {
+        return {ECounterStep::REPEATED, 0};
+    }
+    const int64_t iFields = iDifference / iCounterPerField + (iDifference % iCounterPerField >= 8 ? 1 : 0);
+    const auto flTicks = static_cast<double>(static_cast<int64_t>(roField.uiTick - roBefore.uiTick));
+    const double flByTime = flPeriod > 0.0 ? flTicks / flPeriod : static_cast<double>(iFields);
+    if (iDifference > 0 && iFields <= 1)
+    {
+        return {ECounterStep::FORWARD, 1};
+    }
+    // Long gaps may hide a change of rate, so only a counter that is far ahead of the time has jumped there.
+    const double flMost = iFields <= 16 ? flByTime + 0.5 : 2.0 * flByTime;
+    if (iDifference > 0 && static_cast<double>(iFields) <= flMost)
+    {
+        return {ECounterStep::FORWARD, iFields};
+    }
+    return {ECounterStep::JUMPED, flByTime < 1e9 ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
+}
+
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, double flUsualLateNs,
+                           std::span<const SStretch> aoStalls)
+{
+    SGapVerdict oVerdict;
+    const double flTick = static_cast<double>(roGap.iMissing) * roGap.flPeriod;
+    oVerdict.uiFirstUnobservedTick = roGap.uiTick - static_cast<uint64_t>(flTick);
+    if (roGap.iMissing > iMostJudged || !roClock.IsKnown())
+    {
+        oVerdict.uiUnobserved = static_cast<uint64_t>(roGap.iMissing);
+        return oVerdict;
+    }
+    SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
+    const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
+    const double flNotablyLate =
+        std::clamp(flLateFactor * flUsualLateNs, flNsPerMs, std::max(flNsPerMs, oJudge.flPeriodNs / 4.0));
+    const bool bLate = -flLastStart > flNotablyLate && roGap.uiLastWaitNs < roGap.uiArrivalNs;
+    const auto flRunDelay = static_cast<double>(roGap.uiRunDelayNs);
+    oJudge.bLateUnexplained = bLate && (roGap.uiRunDelayNs == 0 || -flLastStart > flRunDelay + flNsPerMs);
+    for (int64_t iBack = roGap.iMissing; iBack > 0; --iBack)
+    {
+        const double flStart = flLastStart - static_cast<double>(iBack) * oJudge.flPeriodNs;
+        const uint64_t uiTick = roGap.uiTick - static_cast<uint64_t>(static_cast<double>(iBack) * roGap.flPeriod);
+        if (oJudge.IsOutside(flStart) || oJudge.IsExcused(flStart))
+        {
+            oVerdict.uiFirstUnobservedTick = oVerdict.uiUnobserved == 0 ? uiTick : oVerdict.uiFirstUnobservedTick;
+            ++oVerdict.uiUnobserved;
+        }
+        else
+        {
+            oVerdict.uiFirstLostTick = oVerdict.uiLost == 0 ? uiTick : oVerdict.uiFirstLostTick;
+            ++oVerdict.uiLost;
+        }
+    }
+    return oVerdict;
+}
+
+void CWaitTrace::Take(const SFieldRecord& roRecord, double flPeriodNs)
+{
+    m_uiRunDelayNs += roRecord.uiRunDelayNs;
+    const uint64_t uiSinceNs = m_uiOutsideSinceNs;
+    m_uiOutsideSinceNs = roRecord.uiArrivalNs;
+    const auto flOutside = static_cast<double>(static_cast<int64_t>(roRecord.uiWaitBeginNs - uiSinceNs));
+    // A field that starts between two waits is given to the second one, if no other starts meanwhile.
+    if (uiSinceNs == 0 || (m_uiNbOfOutside > 0 && flOutside < flNearBegin * flPeriodNs))
+    {
+        return;
+    }
+    if (m_uiNbOfOutside < m_aoOutside.size())
+    {
+        m_aoOutside[m_uiNbOfOutside++] = {uiSinceNs, roRecord.uiWaitBeginNs};
+    }
+    else
+    {
+        m_aoOutside.back().uiEndNs = roRecord.uiWaitBeginNs;
+    }
+}
+
+void CWaitTrace::Begin(const SFieldRecord& roField)
+{
+    m_uiOutsideSinceNs = roField.uiArrivalNs;
+    m_uiRunDelayNs = 0;
+    m_uiNbOfOutside = 0;
+}
+
+void CWaitTrace::FillGap(SFieldGap& roGap) const
+{
+    roGap.uiRunDelayNs = m_uiRunDelayNs;
+    roGap.aoOutside = m_aoOutside;
+    roGap.uiNbOfOutside = m_uiNbOfOutside;
+}

@@ -1,0 +1,100 @@
+/*
+ * What became of every field that a stream's counter tells of: observed, unobserved because the watcher was late, or
+ * lost although it was waiting. In doubt the watcher was late: a healthy signal must never look sick.
+ *
+ * A gap in the counter is judged field by field, once the arrivals of all streams for that time are in. A missing field
+ * is unobserved when, with its start moved to CLOCK_MONOTONIC by the tick clock,
+ *  - it began while the thread was outside a wait;
+ *  - the kernel says that the thread may have stood ready without a processor from its begin until the wait returned;
+ *  - the wait returned notably late, and the kernel's account does not explain that: the machine itself stood still;
+ *  - another stream's wait was that late meanwhile.
+ * Otherwise it is lost. A wait that returns late gets the newest field, so that a late wake looks like a gap.
+ */
+#ifndef FIELD_ACCOUNTING_H
+#define FIELD_ACCOUNTING_H
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "FieldRecord.h"
+#include "TickClock.h"
+
+constexpr int64_t iCounterPerField = 16;
+
+// A stretch of CLOCK_MONOTONIC.
+struct SStretch
+{
+    uint64_t uiBeginNs;
+    uint64_t uiEndNs;
+};
+
+// How a field's counter follows the one before.
+enum class ECounterStep : uint8_t
+{
+    FIRST,
+    FORWARD,
+    REPEATED,
+    JUMPED // back, or forward without the time for it
+};
+
+struct SCounterStep
+{
+    ECounterStep eStep = ECounterStep::FIRST;
+    int64_t iFields = 1; // fields from the one before to this one
+};
+
+/*
+ * Compares a field with the one before it.
+ *   flPeriod  in  ticks, 0: not known
+ */
+SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& roField, double flPeriod);
+
+// Fields that are missing before one that came.
+struct SFieldGap
+{
+    uint64_t uiTick = 0; // of the field that came
+    uint64_t uiArrivalNs = 0;
+    uint64_t uiLastWaitNs = 0; // when the wait that brought it began
+    uint64_t uiRunDelayNs = 0;
+    int64_t iMissing = 0;
+    double flPeriod = 0.0; // ticks
+    // When the thread was outside its waits, oldest first.
+    std::array<SStretch, 8> aoOutside = {};
+    uint32_t uiNbOfOutside = 0;
+};
+
+struct SGapVerdict
+{
+    uint64_t uiLost = 0;
+    uint64_t uiUnobserved = 0;
+    uint64_t uiFirstLostTick = 0;
+    uint64_t uiFirstUnobservedTick = 0;
+};
+
+/*
+ * Judges a gap.
+ *   flUsualLateNs  in  how late this stream's waits return on average
+ *   aoStalls       in  when waits of any stream were due and did not return
+ */
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, double flUsualLateNs,
+                           std::span<const SStretch> aoStalls);
+
+// Where the thread was since the last field.
+class CWaitTrace
+{
+public:
+    /* Takes in the end of a wait that brought no field, or the one that did. */
+    void Take(const SFieldRecord& roRecord, double flPeriodNs);
+    /* The next field's trace begins here. */
+    void Begin(const SFieldRecord& roField);
+    void FillGap(SFieldGap& roGap) const;
+
+private:
+    uint64_t m_uiOutsideSinceNs = 0; // 0: nothing has come yet
+    uint64_t m_uiRunDelayNs = 0;
+    std::array<SStretch, 8> m_aoOutside = {};
+    uint32_t m_uiNbOfOutside = 0;
+};
+
+#endif

@@ -1,0 +1,191 @@
+// See PairLock.h.
+#include "PairLock.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr double flSameRate = 50e-6;  // measured rates so close to a multiple are compared, whatever the timings say
+constexpr double flHysteresis = 1.1;  // of the threshold
+constexpr double flSignificant = 3.0; // standard errors
+constexpr double flLeavesLock = 4.0;  // standard errors
+constexpr double flContradicts = 4.0; // standard errors between two windows
+constexpr double flRoundingVariance = 1.0 / 12.0;
+constexpr double flLeastShare = 0.35; // of a window must be there
+
+struct SDrift
+{
+    bool bIsValid = false;
+    double flTicksPerSecond = 0.0;
+    double flErr = 0.0;
+    double flNowErr = 0.0; // of the offset at the instant, ticks
+};
+
+double GetMultiple(double flRatio)
+{
+    return std::max(1.0, std::round(flRatio));
+}
+
+bool IsMultiple(const SNominalRate& roSlow, const SNominalRate& roFast)
+{
+    __extension__ using UInt128 = unsigned __int128;
+    const UInt128 uiFast = UInt128{roFast.uiNumerator} * roSlow.uiDenominator;
+    const UInt128 uiSlow = UInt128{roSlow.uiNumerator} * roFast.uiDenominator;
+    return uiFast % uiSlow == 0;
+}
+
+// How much the series of two streams with different reference periods differ by these alone, ticks per tick.
+double GetReferenceDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
+{
+    const double flFirst = roFirst.flReferencePeriod;
+    const double flSecond = roSecond.flReferencePeriod;
+    return flFirst >= flSecond ? (flSecond - flFirst / GetMultiple(flFirst / flSecond)) / roSecond.flPeriod
+                               : (flSecond / GetMultiple(flSecond / flFirst) - flFirst) / roFirst.flPeriod;
+}
+
+// What the jitter of the single fields leaves, had it no memory: of the slope, and of the line at the instant.
+void AddFieldErrors(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond,
+                    const SBlockFit& roFit, SDrift& roDrift)
+{
+    const double flPerSecond =
+        (roFirst.flNoise * roFirst.flPeriod + roSecond.flNoise * roSecond.flPeriod) / flTicksPerSecond;
+    const double flMean = flPerSecond / roFit.flWeight;
+    const double flSlope = flMean / roFit.flSpread;
+    roDrift.flErr = std::max(roFit.flSlopeErr, std::sqrt(flSlope));
+    roDrift.flNowErr = std::max(roFit.flEndErr, std::sqrt(flMean + flSlope * roFit.flMeanTime * roFit.flMeanTime));
+    // Rounding to whole ticks is no noise where the jitter is below a tick.
+    const double flRounding = (roFirst.flNoise < 1.0 ? 0.25 : 0.0) + (roSecond.flNoise < 1.0 ? 0.25 : 0.0);
+    roDrift.flErr = std::hypot(roDrift.flErr, std::sqrt(flRounding) / roFit.flWeight);
+    roDrift.flNowErr = std::hypot(roDrift.flNowErr, std::sqrt(2.0 * flRoundingVariance));
+}
+
+SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBlockLength eLength,
+                double flTicksPerSecond)
+{
+    SDrift oDrift;
+    PhaseSeries aoDifference;
+    const auto uiLength = static_cast<size_t>(eLength);
+    for (uint32_t uiBlock = 0; uiBlock < uiBlocksPerWindow; ++uiBlock)
+    {
+        const SBlockPoint& roA = roFirst.aoSeries[uiLength][uiBlock];
+        const SBlockPoint& roB = roSecond.aoSeries[uiLength][uiBlock];
+        aoDifference[uiBlock] = {roA.flTime, roB.flValue - roA.flValue, std::min(roA.flWeight, roB.flWeight)};
+        aoDifference[uiBlock].flTime = roA.flWeight > 0.0 ? roA.flTime : roB.flTime;
+    }
+    const SBlockFit oFit = BlockFit_Get(aoDifference);
+    const double flWindow = static_cast<double>(aiBlockSeconds[uiLength]) * uiBlocksPerWindow;
+    if (!oFit.bIsValid || oFit.flWeight < flLeastShare * flWindow)
+    {
+        return oDrift;
+    }
+    oDrift.bIsValid = true;
+    oDrift.flTicksPerSecond = oFit.flSlope + GetReferenceDrift(roFirst, roSecond) * flTicksPerSecond;
+    AddFieldErrors(roFirst, roSecond, flTicksPerSecond, oFit, oDrift);
+    return oDrift;
+}
+
+// The longest window that the shorter ones do not contradict.
+SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
+{
+    SDrift oChosen = GetDrift(roFirst, roSecond, EBlockLength::SECOND, flTicksPerSecond);
+    const double flNowErr = oChosen.flNowErr;
+    for (const EBlockLength eLength : {EBlockLength::TEN, EBlockLength::HUNDRED})
+    {
+        const SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond);
+        const double flErr = std::hypot(oChosen.flErr, oLonger.flErr);
+        if (!oLonger.bIsValid || !oChosen.bIsValid ||
+            std::abs(oLonger.flTicksPerSecond - oChosen.flTicksPerSecond) > flContradicts * flErr)
+        {
+            break;
+        }
+        oChosen = oLonger;
+    }
+    oChosen.flNowErr = flNowErr;
+    return oChosen;
+}
+
+ELockState JudgeLock(const SPairFigures& roPair, double flThreshold)
+{
+    const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
+    const double flOffset = std::abs(roPair.oOffsetSeconds.flValue);
+    if (flOffset > (bWasWithin ? flHysteresis : 1.0) * flThreshold)
+    {
+        return ELockState::FREE;
+    }
+    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
+    const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
+    return bDrifts ? ELockState::PASSING : ELockState::LOCKED;
+}
+
+// When a drift that is there takes the offset over the threshold, and through a whole period from being in step.
+void FillTimes(SPairFigures& roPair, double flPeriod, double flThreshold)
+{
+    const double flDrift = roPair.oDriftRatio.flValue;
+    roPair.flSecondsToThreshold = -1.0;
+    roPair.flSecondsToSlip = -1.0;
+    if (flDrift == 0.0 || std::abs(flDrift) <= flStopsPassing * roPair.oDriftRatio.flStdErr)
+    {
+        return;
+    }
+    // Along the drift's direction.
+    const double flOffset = std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
+    const double flNext = flOffset < -flThreshold  ? -flThreshold
+                          : flOffset < flThreshold ? flThreshold
+                                                   : flPeriod - flThreshold;
+    roPair.flSecondsToThreshold = std::max(0.0, (flNext - flOffset) / std::abs(flDrift));
+    roPair.flSecondsToSlip = (flPeriod - flOffset) / std::abs(flDrift);
+}
+
+} // namespace
+
+bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
+{
+    const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
+    const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
+    const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
+    if (roSlow.oNominal.IsKnown() && roFast.oNominal.IsKnown() && IsMultiple(roSlow.oNominal, roFast.oNominal))
+    {
+        return true;
+    }
+    const double flRatio = roSlow.flPeriod / roFast.flPeriod;
+    return std::abs(flRatio / GetMultiple(flRatio) - 1.0) < flSameRate;
+}
+
+void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SPairContext& roContext,
+                     SPairFigures& roPair)
+{
+    const auto Leave = [&roPair](ELockState eLock)
+    {
+        roPair.eLock = eLock;
+        roPair.oOffsetSeconds = {};
+        roPair.oDriftRatio = {};
+        roPair.flSecondsToThreshold = -1.0;
+        roPair.flSecondsToSlip = -1.0;
+    };
+    if (!roFirst.bIsKnown || !roSecond.bIsKnown)
+    {
+        Leave(ELockState::IDLE);
+        return;
+    }
+    if (!PairLock_AreComparable(roFirst, roSecond))
+    {
+        Leave(ELockState::DIFFERENT);
+        return;
+    }
+    const double flPeriod = std::min(roFirst.flPeriod, roSecond.flPeriod);
+    const double flApart = roSecond.flGrid - roFirst.flGrid;
+    const double flOffset = flApart - flPeriod * std::round(flApart / flPeriod);
+    const SDrift oDrift = ChooseDrift(roFirst, roSecond, roContext.flTicksPerSecond);
+    if (!oDrift.bIsValid)
+    {
+        Leave(ELockState::IDLE);
+        return;
+    }
+    const double flScale = 1.0 / roContext.flTicksPerSecond;
+    roPair.oOffsetSeconds = {flOffset * flScale, oDrift.flNowErr * flScale, true};
+    roPair.oDriftRatio = {oDrift.flTicksPerSecond * flScale, oDrift.flErr * flScale, true};
+    roPair.eLock = JudgeLock(roPair, roContext.flThreshold);
+    FillTimes(roPair, flPeriod * flScale, roContext.flThreshold);
+}

@@ -1,0 +1,124 @@
+// See RecentFields.h.
+#include "RecentFields.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "BlockFit.h"
+
+namespace
+{
+
+constexpr int64_t iWindowSeconds = 10;
+constexpr uint32_t uiParts = 8;
+constexpr uint32_t uiMiddleBin = uiIntervalBins / 2;
+// The inner bins reach to four standard deviations of an interval.
+constexpr double flBinsPerDeviation = 5.0;
+
+// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller.
+double RoundUp(double flValue)
+{
+    const double flDecade = std::pow(10.0, std::floor(std::log10(flValue)));
+    for (const double flStep : {1.0, 2.0, 5.0})
+    {
+        if (flStep * flDecade >= flValue)
+        {
+            return flStep * flDecade;
+        }
+    }
+    return 10.0 * flDecade;
+}
+
+} // namespace
+
+CRecentFields::CRecentFields() : m_aoFields(size_t{msc_uiSeconds} * msc_uiMostPerSecond) {}
+
+void CRecentFields::Clear()
+{
+    m_aoSeconds.fill({});
+}
+
+void CRecentFields::TakeOffGrid(int64_t iSecond, uint32_t uiEarly, uint32_t uiLate)
+{
+    SRecentSecond& roSecond = m_aoSeconds[static_cast<size_t>(iSecond) % m_aoSeconds.size()];
+    if (roSecond.iSecond == iSecond)
+    {
+        roSecond.uiEarly += uiEarly;
+        roSecond.uiLate += uiLate;
+    }
+}
+
+std::span<const SRecentField> CRecentFields::GetSecond(int64_t iSecond, const SRecentSecond*& rpoSecond) const
+{
+    const size_t uiSlot = static_cast<size_t>(iSecond) % m_aoSeconds.size();
+    rpoSecond = &m_aoSeconds[uiSlot];
+    const bool bIsThere = iSecond >= 0 && rpoSecond->iSecond == iSecond;
+    return {&m_aoFields[uiSlot * msc_uiMostPerSecond], bIsThere ? rpoSecond->uiCount : 0};
+}
+
+SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, double flSecondsPerTick) const
+{
+    SJitterFigures oFigures;
+    // The deviation of an interval has twice the variance of a field's.
+    double& rflBin = oFigures.oIntervals.flBinSeconds;
+    rflBin = RoundUp(std::sqrt(2.0 * roLine.flNoise) / flBinsPerDeviation * flSecondsPerTick);
+    const double flScale = flSecondsPerTick / rflBin;
+    double flLeast = 0.0;
+    double flMost = 0.0;
+    bool bIsFirst = true;
+    for (int64_t iSecond = iEnd - iWindowSeconds; iSecond < iEnd; ++iSecond)
+    {
+        const SRecentSecond* poSecond = nullptr;
+        double flBefore = 0.0;
+        double flBeforeNumber = -2.0;
+        for (const SRecentField& roField : GetSecond(iSecond, poSecond))
+        {
+            const double flNumber = static_cast<double>(poSecond->iNumber - roLine.iNumber) + double{roField.flNumber};
+            const double flDeviation = static_cast<double>(poSecond->iPhase - roLine.iPhase) + double{roField.flPhase} -
+                                       roLine.GetPhase(flNumber);
+            flLeast = bIsFirst ? flDeviation : std::min(flLeast, flDeviation);
+            flMost = bIsFirst ? flDeviation : std::max(flMost, flDeviation);
+            bIsFirst = false;
+            if (double{roField.flNumber} == flBeforeNumber + 1.0)
+            {
+                const double flBin = (flDeviation - flBefore) * flScale + uiMiddleBin + 0.5;
+                ++oFigures.oIntervals.auiCounts[static_cast<size_t>(std::clamp(flBin, 0.0, uiIntervalBins - 1.0))];
+            }
+            flBefore = flDeviation;
+            flBeforeNumber = double{roField.flNumber};
+        }
+        if (poSecond->iSecond == iSecond)
+        {
+            oFigures.oIntervals.auiCounts.front() += poSecond->uiEarly;
+            oFigures.oIntervals.auiCounts.back() += poSecond->uiLate;
+        }
+    }
+    oFigures.flPeakTicks = flMost - flLeast;
+    return oFigures;
+}
+
+double CRecentFields::GetSlopeErrorByParts(int64_t iSecond) const
+{
+    const SRecentSecond* poSecond = nullptr;
+    const std::span<const SRecentField> aoFields = GetSecond(iSecond, poSecond);
+    if (aoFields.size() < 2 * size_t{uiParts})
+    {
+        return 0.0;
+    }
+    std::array<SBlockPoint, uiParts> aoPoints = {};
+    const double flScale = uiParts / (double{aoFields.back().flNumber} + 1.0);
+    for (const SRecentField& roField : aoFields)
+    {
+        SBlockPoint& roPoint =
+            aoPoints[std::min<size_t>(uiParts - 1, static_cast<size_t>(double{roField.flNumber} * flScale))];
+        roPoint.flTime += double{roField.flNumber};
+        roPoint.flValue += double{roField.flPhase};
+        roPoint.flWeight += 1.0;
+    }
+    for (SBlockPoint& roPoint : aoPoints)
+    {
+        roPoint.flTime /= std::max(1.0, roPoint.flWeight);
+        roPoint.flValue /= std::max(1.0, roPoint.flWeight);
+    }
+    return BlockFit_Get(aoPoints).flSlopeErr;
+}

@@ -1,0 +1,188 @@
+// See SignalState.h.
+#include "SignalState.h"
+
+#include <algorithm>
+
+namespace
+{
+
+constexpr double flSecondsPerNs = 1e-9;
+constexpr double flSilentNs = 1e9;
+constexpr double flSilentPeriods = 4.0;
+
+double GetSeconds(uint64_t uiFromNs, uint64_t uiToNs)
+{
+    return std::max(0.0, static_cast<double>(static_cast<int64_t>(uiToNs - uiFromNs)) * flSecondsPerNs);
+}
+
+} // namespace
+
+void CSignalState::AddEvent(EWatchEventKind eKind, uint64_t uiTick, uint64_t uiMonotonicNs, double flSeconds)
+{
+    SWatchEvent oEvent = {};
+    oEvent.eKind = eKind;
+    oEvent.eDirection = m_roFigures.eDirection;
+    oEvent.uiIndex = m_roFigures.uiIndex;
+    oEvent.uiTick = uiTick;
+    oEvent.flSeconds = flSeconds;
+    m_roContext.oEvents.Add(oEvent, uiMonotonicNs);
+}
+
+void CSignalState::SetState(EStreamState eState, uint64_t uiTick, uint64_t uiMonotonicNs)
+{
+    const EStreamState eBefore = m_roFigures.eState;
+    if (eState == eBefore)
+    {
+        return;
+    }
+    if (eBefore == EStreamState::RUNNING)
+    {
+        m_flRunningSeconds += GetSeconds(m_uiSinceNs, uiMonotonicNs);
+    }
+    m_roFigures.eState = eState;
+    m_uiSinceTick = uiTick;
+    m_uiSinceNs = uiMonotonicNs;
+    SWatchEvent oEvent = {};
+    oEvent.eKind = EWatchEventKind::STATE_CHANGED;
+    oEvent.eDirection = m_roFigures.eDirection;
+    oEvent.uiIndex = m_roFigures.uiIndex;
+    oEvent.uiTick = uiTick;
+    oEvent.uiBefore = static_cast<uint64_t>(eBefore);
+    oEvent.uiAfter = static_cast<uint64_t>(eState);
+    m_roContext.oEvents.Add(oEvent, uiMonotonicNs);
+}
+
+bool CSignalState::IsMeantToRun() const
+{
+    const SStreamDescription& roDescription = m_roFigures.oDescription;
+    if (m_roFigures.eDirection == EStreamDirection::OUTPUT)
+    {
+        // All zero: nobody has described it yet.
+        return roDescription.uiMomentNs == 0 || roDescription.ePowerState == VtVideoOut_PowerState_ON ||
+               roDescription.ePowerState == VtVideoOut_PowerState_BLANKED;
+    }
+    return m_bIsCanceled || (roDescription.eCaptureState != VtVideoIn_State_STOPPED &&
+                             roDescription.eCaptureState != VtVideoIn_State_NOT_INITIALIZED);
+}
+
+void CSignalState::Begin(uint64_t uiMonotonicNs)
+{
+    if (m_uiBeganNs == 0)
+    {
+        m_uiBeganNs = uiMonotonicNs;
+        m_uiSinceNs = uiMonotonicNs;
+        AddEvent(EWatchEventKind::WATCH_BEGAN, 0, uiMonotonicNs);
+    }
+}
+
+void CSignalState::BeginAway(bool bIsCanceled)
+{
+    m_bIsCanceled = bIsCanceled;
+    if (!m_bHasField || m_bIsAway)
+    {
+        return;
+    }
+    m_bIsAway = true;
+    m_bIsUndecided = true;
+}
+
+void CSignalState::DeclareLoss()
+{
+    m_bIsUndecided = false;
+    ++m_roFigures.oCounters.uiSignalLosses;
+    AddEvent(EWatchEventKind::SIGNAL_LOST, m_uiLastTick, m_uiLastNs);
+    SetState(EStreamState::LOST, m_uiLastTick, m_uiLastNs);
+}
+
+void CSignalState::EndAway(const SFieldRecord& roRecord, double flPeriod)
+{
+    if (m_bIsUndecided)
+    {
+        DeclareLoss();
+    }
+    m_bIsAway = false;
+    if (m_roFigures.eState != EStreamState::LOST)
+    {
+        return;
+    }
+    const auto flTicks = static_cast<double>(static_cast<int64_t>(roRecord.uiTick - m_uiLastTick));
+    const double flSeconds = std::max(0.0, flTicks - flPeriod) / static_cast<double>(m_roContext.uiTickFrequencyHz);
+    m_flLostSeconds += flSeconds;
+    AddEvent(EWatchEventKind::SIGNAL_BACK, roRecord.uiTick, roRecord.uiArrivalNs, flSeconds);
+}
+
+bool CSignalState::TakeField(const SFieldRecord& roRecord, double flPeriod)
+{
+    Begin(roRecord.uiWaitBeginNs);
+    const bool bIsFirst = !m_bHasField || m_bIsAway || m_roFigures.eState == EStreamState::GONE;
+    if (m_bIsAway)
+    {
+        EndAway(roRecord, flPeriod);
+    }
+    m_bHasField = true;
+    m_uiLastTick = roRecord.uiTick;
+    m_uiLastNs = roRecord.uiArrivalNs;
+    SetState(EStreamState::RUNNING, roRecord.uiTick, roRecord.uiArrivalNs);
+    return bIsFirst;
+}
+
+void CSignalState::TakeOther(const SFieldRecord& roRecord, double flPeriod)
+{
+    Begin(roRecord.uiWaitBeginNs);
+    switch (roRecord.eResult)
+    {
+    case EWaitResult::TIMED_OUT:
+    {
+        const double flPeriodNs = flPeriod * m_roContext.oClock.GetNsPerTick();
+        const auto flSinceNs = static_cast<double>(static_cast<int64_t>(roRecord.uiArrivalNs - m_uiLastNs));
+        if (m_roFigures.eState == EStreamState::RUNNING &&
+            flSinceNs >= std::max(flSilentNs, flSilentPeriods * flPeriodNs))
+        {
+            BeginAway(false);
+        }
+        break;
+    }
+    case EWaitResult::CANCELED:
+        BeginAway(true);
+        break;
+    case EWaitResult::GONE:
+        m_bIsUndecided = false;
+        SetState(EStreamState::GONE, 0, roRecord.uiArrivalNs);
+        return;
+    case EWaitResult::FIELD:
+        return;
+    }
+    if (m_roFigures.eState == EStreamState::GONE)
+    {
+        // The device is back; the signal is not.
+        m_bIsAway = false;
+        m_bHasField = false;
+        SetState(EStreamState::IDLE, 0, roRecord.uiArrivalNs);
+    }
+}
+
+void CSignalState::Analyse(const SClockReading& roClock)
+{
+    Begin(roClock.uiMonotonicNs);
+    if (m_bIsUndecided && IsMeantToRun())
+    {
+        DeclareLoss();
+    }
+    else if (m_bIsUndecided || (m_roFigures.eState == EStreamState::LOST && !IsMeantToRun()))
+    {
+        m_bIsUndecided = false;
+        SetState(EStreamState::IDLE, m_uiLastTick, m_uiLastNs);
+    }
+    const EStreamState eState = m_roFigures.eState;
+    const double flSince = GetSeconds(m_uiSinceNs, roClock.uiMonotonicNs);
+    SStreamCounters& roCounters = m_roFigures.oCounters;
+    // What is still going on is an estimate; a figure that has been shown does not shrink again.
+    roCounters.flRunningSeconds =
+        std::max(roCounters.flRunningSeconds, m_flRunningSeconds + (eState == EStreamState::RUNNING ? flSince : 0.0));
+    roCounters.flSignalLostSeconds =
+        std::max(roCounters.flSignalLostSeconds, m_flLostSeconds + (eState == EStreamState::LOST ? flSince : 0.0));
+    roCounters.flWatchedSeconds = GetSeconds(m_uiBeganNs, roClock.uiMonotonicNs);
+    const bool bByTick = m_uiSinceTick != 0 && m_roContext.oClock.IsKnown();
+    const uint64_t uiSinceNs = bByTick ? m_roContext.oClock.ToMonotonicNs(m_uiSinceTick) : m_uiSinceNs;
+    m_roFigures.iStateSinceUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiSinceNs - roClock.uiMonotonicNs);
+}

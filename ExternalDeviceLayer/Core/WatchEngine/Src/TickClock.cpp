@@ -1,0 +1,153 @@
+// See TickClock.h.
+#include "TickClock.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+constexpr double flNsPerSecond = 1e9;
+// A line through few points has a slope of their noise; before this it is taken as level.
+constexpr double flSlopeFromNs = 20e9;
+// A slope that no pair of clocks has: the board's time is scaled. That cannot wait.
+constexpr double flScaledSlope = 1e-2;
+
+} // namespace
+
+CTickClock::CTickClock(const SWatchSettings& roSettings)
+    : m_flNominalNsPerTick(flNsPerSecond / static_cast<double>(roSettings.uiTickFrequencyHz)),
+      m_bIsExact(roSettings.bTicksAreMonotonic),
+      m_bIsKnown(roSettings.bTicksAreMonotonic),
+      m_flNsPerTick(m_flNominalNsPerTick)
+{
+    if (m_bIsExact)
+    {
+        m_flOffsetNs = static_cast<double>(roSettings.iTickOffsetNs);
+        m_flUncertaintyNs = m_flNsPerTick / std::sqrt(12.0);
+    }
+}
+
+void CTickClock::TakeLeast(uint64_t uiTick, uint64_t uiArrivalNs, double flLateNs)
+{
+    if (!m_bIsKnown)
+    {
+        m_bIsKnown = true;
+        m_uiTick = uiTick;
+        m_uiMonotonicNs = uiArrivalNs;
+        flLateNs = 0.0;
+    }
+    m_bHasPoint = true;
+    m_flLeastLateNs = flLateNs;
+    m_oLeast = {uiTick, uiArrivalNs};
+    if (flLateNs < 0.0)
+    {
+        m_flOffsetNs += flLateNs;
+        m_flLeastLateNs = 0.0;
+    }
+}
+
+// The lower convex hull of all points, left to right (A. M. Andrew's monotone chain, 1979).
+uint32_t CTickClock::MakeHull(const SPoint& roNewest)
+{
+    uint32_t uiHull = 0;
+    for (uint32_t uiPoint = 0; uiPoint < m_uiCount; ++uiPoint)
+    {
+        const SPoint& roPoint = m_aoPoints[(m_uiNext + msc_uiPoints - m_uiCount + uiPoint) % msc_uiPoints];
+        const double flTime =
+            static_cast<double>(static_cast<int64_t>(roPoint.uiTick - roNewest.uiTick)) * m_flNominalNsPerTick;
+        const auto flArrival = static_cast<double>(static_cast<int64_t>(roPoint.uiArrivalNs - roNewest.uiArrivalNs));
+        m_aoRelative[uiPoint] = {flTime, flArrival - flTime};
+        const auto IsAbove = [&](uint32_t uiA, uint32_t uiB)
+        {
+            const SRelativePoint& roA = m_aoRelative[uiA];
+            const SRelativePoint& roB = m_aoRelative[uiB];
+            const SRelativePoint& roC = m_aoRelative[uiPoint];
+            return (roB.flTime - roA.flTime) * (roC.flDelay - roA.flDelay) <=
+                   (roB.flDelay - roA.flDelay) * (roC.flTime - roA.flTime);
+        };
+        while (uiHull >= 2 && IsAbove(m_auiHull[uiHull - 2], m_auiHull[uiHull - 1]))
+        {
+            --uiHull;
+        }
+        m_auiHull[uiHull++] = uiPoint;
+    }
+    return uiHull;
+}
+
+void CTickClock::DrawLine(const SPoint& roNewest)
+{
+    const uint32_t uiHull = MakeHull(roNewest);
+    double flMeanTime = 0.0;
+    double flMeanDelay = 0.0;
+    double flLeastDelay = m_aoRelative[0].flDelay;
+    for (uint32_t uiPoint = 0; uiPoint < m_uiCount; ++uiPoint)
+    {
+        flMeanTime += m_aoRelative[uiPoint].flTime / m_uiCount;
+        flMeanDelay += m_aoRelative[uiPoint].flDelay / m_uiCount;
+        flLeastDelay = std::min(flLeastDelay, m_aoRelative[uiPoint].flDelay);
+    }
+    double flSlope = 0.0;
+    double flDelay = flLeastDelay; // of the line at the newest point
+    for (uint32_t uiEdge = 0; uiEdge + 1 < uiHull; ++uiEdge)
+    {
+        const SRelativePoint& roLeft = m_aoRelative[m_auiHull[uiEdge]];
+        const SRelativePoint& roRight = m_aoRelative[m_auiHull[uiEdge + 1]];
+        if (flMeanTime < roLeft.flTime || flMeanTime > roRight.flTime)
+        {
+            continue;
+        }
+        const double flEdge = (roRight.flDelay - roLeft.flDelay) / (roRight.flTime - roLeft.flTime);
+        if (-m_aoRelative[0].flTime >= flSlopeFromNs || std::abs(flEdge) > flScaledSlope)
+        {
+            flSlope = flEdge;
+            flDelay = roLeft.flDelay - flSlope * roLeft.flTime;
+        }
+    }
+    m_uiTick = roNewest.uiTick;
+    m_uiMonotonicNs = roNewest.uiArrivalNs;
+    m_flOffsetNs = flDelay;
+    m_flNsPerTick = m_flNominalNsPerTick * (1.0 + flSlope);
+    m_flUncertaintyNs = std::max(0.0, flMeanDelay - flDelay - flSlope * flMeanTime);
+}
+
+void CTickClock::Update()
+{
+    if (m_bIsExact || !m_bHasPoint)
+    {
+        return;
+    }
+    m_bHasPoint = false;
+    const SPoint& roBefore = m_aoPoints[(m_uiNext + msc_uiPoints - 1) % msc_uiPoints];
+    const auto flAfterNs = static_cast<double>(static_cast<int64_t>(m_oLeast.uiTick - roBefore.uiTick)) * m_flNsPerTick;
+    if (m_uiCount > 0 && flAfterNs <= 0.0)
+    {
+        if (flAfterNs > -flNsPerSecond)
+        {
+            return; // the streams' records come one stream after the other
+        }
+        m_uiCount = 0; // a counter that began anew has nothing to do with what was before
+    }
+    m_aoPoints[m_uiNext] = m_oLeast;
+    m_uiNext = (m_uiNext + 1) % msc_uiPoints;
+    m_uiCount = std::min(m_uiCount + 1, msc_uiPoints);
+    DrawLine(m_oLeast);
+}
+
+double CTickClock::GetNsAfter(uint64_t uiTick, uint64_t uiMomentNs) const
+{
+    return static_cast<double>(static_cast<int64_t>(m_uiMonotonicNs - uiMomentNs)) + m_flOffsetNs +
+           static_cast<double>(static_cast<int64_t>(uiTick - m_uiTick)) * m_flNsPerTick;
+}
+
+uint64_t CTickClock::ToMonotonicNs(uint64_t uiTick) const
+{
+    const double flNs = static_cast<double>(static_cast<int64_t>(uiTick - m_uiTick)) * m_flNsPerTick + m_flOffsetNs;
+    return m_uiMonotonicNs + static_cast<uint64_t>(std::llround(flNs));
+}
+
+uint64_t CTickClock::ToTick(uint64_t uiMonotonicNs) const
+{
+    const double flNs = static_cast<double>(static_cast<int64_t>(uiMonotonicNs - m_uiMonotonicNs)) - m_flOffsetNs;
+    return m_uiTick + static_cast<uint64_t>(std::llround(flNs / m_flNsPerTick));
+}

@@ -1,0 +1,55 @@
+/*
+ * What all streams of an engine share.
+ */
+#ifndef WATCH_CONTEXT_H
+#define WATCH_CONTEXT_H
+
+#include <array>
+#include <span>
+
+#include "EventQueue.h"
+#include "FieldAccounting.h"
+#include "TickClock.h"
+
+// When waits were due and did not return, since the last analysis; the longest ones.
+class CStallList
+{
+public:
+    void Add(uint64_t uiBeginNs, uint64_t uiEndNs)
+    {
+        if (m_uiCount < m_aoStalls.size())
+        {
+            m_aoStalls[m_uiCount++] = {uiBeginNs, uiEndNs};
+            return;
+        }
+        for (SStretch& roStall : m_aoStalls)
+        {
+            if (roStall.uiEndNs - roStall.uiBeginNs < uiEndNs - uiBeginNs)
+            {
+                roStall = {uiBeginNs, uiEndNs};
+                return;
+            }
+        }
+    }
+    void Clear() { m_uiCount = 0; }
+    std::span<const SStretch> Get() const { return {m_aoStalls.data(), m_uiCount}; }
+
+private:
+    std::array<SStretch, 64> m_aoStalls = {};
+    size_t m_uiCount = 0;
+};
+
+struct SWatchContext
+{
+    SWatchContext(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+        : uiTickFrequencyHz(roSettings.uiTickFrequencyHz), oClock(roSettings), oEvents(uiNbOfInputs, uiNbOfOutputs)
+    {
+    }
+
+    uint32_t uiTickFrequencyHz;
+    CTickClock oClock;
+    CEventQueue oEvents;
+    CStallList oStalls;
+};
+
+#endif
