@@ -7,11 +7,11 @@
 namespace
 {
 
-constexpr double flSameRate = 50e-6;  // measured rates so close to a multiple are compared, whatever the timings say
-constexpr double flHysteresis = 1.1;  // of the threshold
-constexpr double flSignificant = 3.0; // standard errors
-constexpr double flLeavesLock = 4.0;  // standard errors
-constexpr double flContradicts = 4.0; // standard errors between two windows
+constexpr double flSameRate = 50e-6;   // measured rates so close to a multiple are compared, whatever the timings say
+constexpr double flHysteresis = 1.1;   // of the threshold
+constexpr double flStopsPassing = 3.0; // standard errors
+constexpr double flPasses = 4.0;       // standard errors
+constexpr double flContradicts = 4.0;  // standard errors between two windows
 constexpr double flRoundingVariance = 1.0 / 12.0;
 constexpr double flLeastShare = 0.35; // of a window must be there
 
