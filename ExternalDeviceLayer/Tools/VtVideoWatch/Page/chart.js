@@ -78,6 +78,7 @@ export function makeChart(place, options) {
     },
     // For whoever asks what is drawn.
     rows: () => graph.numRows(),
+    window: () => graph.xAxisRange(),
     value: (row) => [graph.getValue(row, 0), ...(graph.getValue(row, 1) ?? [])],
   };
 }
