@@ -106,7 +106,7 @@ std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText)
         }
         aflLimits.push_back(oQuantity->flNumber);
     }
-    if (aflLimits.size() > 2 || aflLimits.front() > aflLimits.back())
+    if (aflLimits.empty() || aflLimits.size() > 2 || aflLimits.front() > aflLimits.back())
     {
         return std::nullopt;
     }
