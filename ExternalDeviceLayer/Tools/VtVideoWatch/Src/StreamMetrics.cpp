@@ -65,8 +65,6 @@ constexpr SCounterMetric aoCounters[] = {
      &SStreamCounters::uiBuffersOverwritten, EOnly::OUTPUTS},
     {"vt_video_wait_timeouts_total", "Waits that ended without a field.", &SStreamCounters::uiWaitTimeOuts,
      EOnly::BOTH},
-    {"vt_video_late_wakes_total", "Waits that returned later than half a field after its start.",
-     &SStreamCounters::uiLateWakes, EOnly::BOTH},
 };
 
 bool IsMeant(EOnly eOnly, EStreamDirection eDirection)
@@ -97,7 +95,7 @@ struct SFigureMetric
     const char* szHelp;
     MetricType eType;
     int iDigits;
-    double (*oGet)(const SStreamFigures& roStream); // negative for times, 0 for rates and periods: see oIsKnown
+    double (*oGet)(const SStreamFigures& roStream);
     bool (*oIsKnown)(const SStreamFigures& roStream);
 };
 
@@ -108,23 +106,18 @@ constexpr SFigureMetric aoFigures[] = {
      12, [](Stream roStream) { return roStream.oCounters.flSignalLostSeconds; }, [](Stream) { return true; }},
     {"vt_video_running_seconds_total", "Time for which fields came.", MetricType::Counter, 12,
      [](Stream roStream) { return roStream.oCounters.flRunningSeconds; }, [](Stream) { return true; }},
-    {"vt_video_watched_seconds_total", "Time for which the stream was watched.", MetricType::Counter, 12,
-     [](Stream roStream) { return roStream.oCounters.flWatchedSeconds; }, [](Stream) { return true; }},
     {"vt_video_nominal_rate_hertz", "Field rate that the timings stand for, the 1000/1001 rates exact.",
      MetricType::Gauge, 15, [](Stream roStream) { return roStream.flNominalRateHz; },
      [](Stream roStream) { return roStream.uiNominalNumerator != 0; }},
-    {"vt_video_line_seconds", "Duration of a line.", MetricType::Gauge, iRateDigits,
-     [](Stream roStream) { return roStream.flLineSeconds; },
-     [](Stream roStream) { return roStream.flLineSeconds > 0.0; }},
     {"vt_video_jitter_rms_seconds", "Deviation of the field starts from their fit over 10 s, RMS.", MetricType::Gauge,
-     iDigits, [](Stream roStream) { return roStream.flJitterRmsSeconds; },
+     iErrorDigits + 1, [](Stream roStream) { return roStream.flJitterRmsSeconds; },
      [](Stream roStream) { return roStream.eState == EStreamState::RUNNING; }},
-    {"vt_video_jitter_peak_seconds", "The same, from peak to peak.", MetricType::Gauge, iDigits,
+    {"vt_video_jitter_peak_seconds", "The same, from peak to peak.", MetricType::Gauge, iErrorDigits + 1,
      [](Stream roStream) { return roStream.flJitterPeakSeconds; },
      [](Stream roStream) { return roStream.eState == EStreamState::RUNNING; }},
     {"vt_video_phase_seconds",
      "Field start against the direction's reference stream, within half a period; positive: later.", MetricType::Gauge,
-     iDigits + 2, [](Stream roStream) { return roStream.oPhaseSeconds.flValue; },
+     iDigits, [](Stream roStream) { return roStream.oPhaseSeconds.flValue; },
      [](Stream roStream) { return roStream.oPhaseSeconds.bIsValid; }},
     {"vt_video_phase_stderr_seconds", "Standard error of the phase.", MetricType::Gauge, iErrorDigits,
      [](Stream roStream) { return roStream.oPhaseSeconds.flStdErr; },
@@ -136,17 +129,14 @@ constexpr SFigureMetric aoFigures[] = {
      [](Stream roStream) { return roStream.oDriftRatio.flStdErr; },
      [](Stream roStream) { return roStream.oDriftRatio.bIsValid; }},
     {"vt_video_threshold_crossing_seconds", "Time until the lock's threshold is crossed at this drift.",
-     MetricType::Gauge, iDigits, [](Stream roStream) { return roStream.flSecondsToThreshold; },
+     MetricType::Gauge, iErrorDigits + 1, [](Stream roStream) { return roStream.flSecondsToThreshold; },
      [](Stream roStream) { return roStream.flSecondsToThreshold >= 0.0; }},
-    {"vt_video_slip_seconds", "Time until a whole field has slipped at this drift.", MetricType::Gauge, iDigits,
-     [](Stream roStream) { return roStream.flSecondsToSlip; },
+    {"vt_video_slip_seconds", "Time until a whole field has slipped at this drift.", MetricType::Gauge,
+     iErrorDigits + 1, [](Stream roStream) { return roStream.flSecondsToSlip; },
      [](Stream roStream) { return roStream.flSecondsToSlip >= 0.0; }},
     {"vt_video_tai_phase_seconds",
      "Field start against the grid that starts at 1970-01-01T00:00:00 TAI, within half a period.", MetricType::Gauge,
-     iDigits + 2, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flValue; },
-     [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
-    {"vt_video_tai_phase_stderr_seconds", "Standard error of that phase, the clocks taken as right.", MetricType::Gauge,
-     iErrorDigits, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flStdErr; },
+     iDigits, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flValue; },
      [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
     {"vt_video_tai_uncertainty_seconds", "How closely that grid is known here: what the clocks may be off.",
      MetricType::Gauge, iErrorDigits, [](Stream roStream) { return roStream.flTaiUncertaintySeconds; },

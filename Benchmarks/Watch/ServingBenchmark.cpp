@@ -1,0 +1,75 @@
+// What one answer costs with 32 inputs and 32 outputs after weeks of watching, everything about them known: time,
+// bytes.
+#include <benchmark/benchmark.h>
+#include <nlohmann/json.hpp>
+
+#include "LiveJson.h"
+#include "MadeUpWatch.h"
+#include "WatchJson.h"
+#include "WatchMetrics.h"
+
+namespace
+{
+
+constexpr uint32_t uiStreams = 32;
+
+// All streams run, and their counters are long.
+SWatchPublication MakeFull()
+{
+    SWatchPublication oPublication = MadeUpWatch_Make(1, uiStreams);
+    for (SDirectionFigures& roDirection : oPublication.oSnapshot.aoDirections)
+    {
+        for (SStreamFigures& roStream : roDirection.aoStreams)
+        {
+            const uint32_t uiIndex = roStream.uiIndex;
+            roStream = roDirection.aoStreams[1];
+            roStream.uiIndex = uiIndex;
+            roStream.oCounters.uiFields = 108'000'123 + uiIndex;
+            roStream.oCounters.uiFieldsObserved = 107'999'000 + uiIndex;
+        }
+    }
+    return oPublication;
+}
+
+template <typename FPrint> void Measure(benchmark::State& roState, const FPrint& roPrint)
+{
+    const auto poPublication = std::make_shared<const SWatchPublication>(MakeFull());
+    size_t uiBytes = 0;
+    for (auto _ : roState)
+    {
+        uiBytes = roPrint(poPublication).size();
+        benchmark::DoNotOptimize(uiBytes);
+    }
+    roState.counters["bytes"] = static_cast<double>(uiBytes);
+}
+
+using Publication = const std::shared_ptr<const SWatchPublication>&;
+
+void Scrape(benchmark::State& roState)
+{
+    Measure(roState, [](Publication rpoPublication) { return WatchMetrics_Print(rpoPublication, {}); });
+}
+
+void Streams(benchmark::State& roState)
+{
+    Measure(roState,
+            [](Publication rpoPublication) { return WatchJson_Print(WatchJson_FromStreams(*rpoPublication)); });
+}
+
+void Pairs(benchmark::State& roState)
+{
+    Measure(roState, [](Publication rpoPublication) { return WatchJson_Print(WatchJson_FromPairs(*rpoPublication)); });
+}
+
+void LiveSnapshot(benchmark::State& roState)
+{
+    Measure(roState,
+            [](Publication rpoPublication) { return WatchJson_Print(LiveJson_FromPublication(*rpoPublication, {})); });
+}
+
+BENCHMARK(Scrape)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Streams)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Pairs)->Unit(benchmark::kMicrosecond);
+BENCHMARK(LiveSnapshot)->Unit(benchmark::kMicrosecond);
+
+} // namespace
