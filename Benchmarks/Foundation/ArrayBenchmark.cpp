@@ -1,9 +1,9 @@
 // Adding 8-byte values, with and without the size given up front: the array beside std::vector. Where nothing is
 // given, the array grows by 4 elements at a time and so relocates far more often; the counter says how often.
-#include "CMArray.h"
-
 #include <benchmark/benchmark.h>
 #include <vector>
+
+#include "CMArray.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
 // From a trigger to the wake-up of another thread, there and back: the event beside a bare condition variable that is
 // used the same way.
-#include "OsServices.h"
-
 #include <atomic>
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <thread>
+
+#include "OsServices.h"
 
 namespace
 {

@@ -1,8 +1,8 @@
 // A free lock taken and given back: the guard beside the bare recursive mutex under it.
-#include "OsMutex.h"
-
 #include <benchmark/benchmark.h>
 #include <pthread.h>
+
+#include "OsMutex.h"
 
 namespace
 {

@@ -2,8 +2,6 @@
 // evenly spread. Both run at the same time, the moments of one between those of the other, so that what else the
 // machine does falls on both alike.
 //   RealTimeCost [seconds a run] [runs]
-#include <VtSimulatedBoard.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -13,6 +11,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "VtSimulatedBoard.h"
 
 namespace
 {

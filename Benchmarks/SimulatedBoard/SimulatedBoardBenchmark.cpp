@@ -1,11 +1,10 @@
 // Stepped time: the cost of a wait by what the stream has to do, of the queries beside it, and of a simulated day.
-#include <VtSimulatedBoard.h>
-
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "VtSimulatedBoard.h"
 
 namespace
 {

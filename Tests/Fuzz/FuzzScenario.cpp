@@ -1,9 +1,9 @@
 // Any text at all is either refused with a line and a fault, or runs: its streams' stamps never go back.
-#include "ScenarioReader.h"
-#include "StreamModel.h"
-
 #include <cstdlib>
 #include <span>
+
+#include "ScenarioReader.h"
+#include "StreamModel.h"
 
 namespace
 {

@@ -37,7 +37,7 @@
 #ifndef VT_SIMULATED_BOARD_H
 #define VT_SIMULATED_BOARD_H
 
-#include <Veltrano.h>
+#include "Veltrano.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,12 +1,12 @@
 // See Board.h.
 #include "Board.h"
 
-#include "ScenarioSource.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
 #include <utility>
+
+#include "ScenarioSource.h"
 
 namespace
 {

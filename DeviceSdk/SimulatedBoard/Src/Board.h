@@ -8,13 +8,13 @@
 #ifndef SIMULATED_BOARD_BOARD_H
 #define SIMULATED_BOARD_BOARD_H
 
-#include "Faults.h"
-#include "HandleTable.h"
-#include "Stream.h"
-
 #include <deque>
 #include <memory>
 #include <span>
+
+#include "Faults.h"
+#include "HandleTable.h"
+#include "Stream.h"
 
 class CBoard;
 

@@ -1,12 +1,12 @@
 // The test's control of the board. See VtSimulatedBoard.h.
 #include "VtSimulatedBoard.h"
 
+#include <cstdio>
+
 #include "Board.h"
 #include "DebugChannel.h"
 #include "ScenarioReader.h"
 #include "ScenarioSource.h"
-
-#include <cstdio>
 
 namespace
 {

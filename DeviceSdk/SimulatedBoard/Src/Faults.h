@@ -4,10 +4,10 @@
 #ifndef SIMULATED_BOARD_FAULTS_H
 #define SIMULATED_BOARD_FAULTS_H
 
-#include "Scenario.h"
-
 #include <atomic>
 #include <deque>
+
+#include "Scenario.h"
 
 class CFaults
 {

@@ -8,12 +8,12 @@
 #ifndef SIMULATED_BOARD_HANDLE_TABLE_H
 #define SIMULATED_BOARD_HANDLE_TABLE_H
 
-#include "Stream.h"
-
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+
+#include "Stream.h"
 
 class CChip;
 

@@ -4,10 +4,10 @@
 #ifndef SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
 #define SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
 
-#include <VtVideoTypes.h>
-
 #include <array>
 #include <string_view>
+
+#include "VtVideoTypes.h"
 
 inline constexpr std::string_view gc_szPixelFormatPrefix = "VtPixelFormat_";
 

@@ -5,17 +5,16 @@
 #ifndef SIMULATED_BOARD_SCENARIO_H
 #define SIMULATED_BOARD_SCENARIO_H
 
-#include "Operations.h"
-#include "Schedule.h"
-#include "TickMath.h"
-#include "VideoTiming.h"
-
-#include <Veltrano.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "Operations.h"
+#include "Schedule.h"
+#include "TickMath.h"
+#include "Veltrano.h"
+#include "VideoTiming.h"
 
 enum class EDirection : uint8_t
 {

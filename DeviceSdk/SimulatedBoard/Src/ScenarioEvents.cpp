@@ -2,11 +2,12 @@
 //
 // The limits keep the stamps from ever going back: jitter of both neighbours, a step back and lock regained may each
 // take a sixteenth of a field, and a doubled start stands a quarter behind the true one.
-#include "ScenarioNames.h"
 #include "ScenarioReader.h"
-#include "StreamModel.h"
 
 #include <cmath>
+
+#include "ScenarioNames.h"
+#include "StreamModel.h"
 
 namespace
 {

@@ -4,12 +4,11 @@
 #ifndef SIMULATED_BOARD_SCENARIO_NAMES_H
 #define SIMULATED_BOARD_SCENARIO_NAMES_H
 
+#include <array>
+
 #include "PixelFormatNames.h"
 #include "ScenarioSection.h"
-
-#include <Veltrano.h>
-
-#include <array>
+#include "Veltrano.h"
 
 inline constexpr std::array gc_aoConnectorTypes = {
     SNamedValue<VtBoard_ConnectorType>{"UNKNOWN", VtBoard_ConnectorType_UNKNOWN},

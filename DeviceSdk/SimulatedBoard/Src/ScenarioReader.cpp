@@ -1,11 +1,11 @@
 // See ScenarioReader.h. Here: the scenario as a whole, its chips, lock groups and connectors.
 #include "ScenarioReader.h"
 
-#include "Noise.h"
-#include "ScenarioNames.h"
-
 #include <cmath>
 #include <numbers>
+
+#include "Noise.h"
+#include "ScenarioNames.h"
 
 namespace
 {

@@ -5,10 +5,10 @@
 #ifndef SIMULATED_BOARD_SCENARIO_READER_H
 #define SIMULATED_BOARD_SCENARIO_READER_H
 
+#include <string_view>
+
 #include "Scenario.h"
 #include "ScenarioSection.h"
-
-#include <string_view>
 
 /* False with roFault set when the text is refused. */
 bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault);

@@ -8,12 +8,12 @@
 #ifndef SIMULATED_BOARD_SCENARIO_SECTION_H
 #define SIMULATED_BOARD_SCENARIO_SECTION_H
 
-#include "ScenarioTree.h"
-
 #include <array>
 #include <limits>
 #include <span>
 #include <string_view>
+
+#include "ScenarioTree.h"
 
 template <typename T> struct SNamedValue
 {

@@ -1,8 +1,6 @@
 // See ScenarioSource.h.
 #include "ScenarioSource.h"
 
-#include "ScenarioReader.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +8,8 @@
 #include <memory>
 #include <mutex>
 #include <system_error>
+
+#include "ScenarioReader.h"
 
 namespace
 {

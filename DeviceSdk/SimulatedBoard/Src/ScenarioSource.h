@@ -4,10 +4,10 @@
 #ifndef SIMULATED_BOARD_SCENARIO_SOURCE_H
 #define SIMULATED_BOARD_SCENARIO_SOURCE_H
 
-#include "Scenario.h"
-
 #include <optional>
 #include <string>
+
+#include "Scenario.h"
 
 // The text of the built-in default, generated from Scenarios/Default.toml.
 extern const char* const g_szDefaultScenario;

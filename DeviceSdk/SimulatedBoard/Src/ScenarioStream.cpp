@@ -1,11 +1,12 @@
 // See ScenarioReader.h. Here: one input or output, without its events.
-#include "Noise.h"
-#include "ScenarioNames.h"
 #include "ScenarioReader.h"
-#include "ScenarioSpelling.h"
 
 #include <cmath>
 #include <iterator>
+
+#include "Noise.h"
+#include "ScenarioNames.h"
+#include "ScenarioSpelling.h"
 
 namespace
 {

@@ -4,12 +4,12 @@
 #ifndef SIMULATED_BOARD_SCENARIO_TREE_H
 #define SIMULATED_BOARD_SCENARIO_TREE_H
 
-#include "Scenario.h"
-
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Scenario.h"
 
 struct SScenarioNode
 {

@@ -8,15 +8,15 @@
 #ifndef SIMULATED_BOARD_STREAM_H
 #define SIMULATED_BOARD_STREAM_H
 
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
 #include "BoardClock.h"
 #include "Faults.h"
 #include "Operations.h"
 #include "StreamModel.h"
 #include "Truth.h"
-
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
 
 // What a handle knows of its stream.
 struct SReader

@@ -9,10 +9,10 @@
 // and the stamp adds a Gaussian draw and rounds to whole ticks.
 #include "StreamModel.h"
 
-#include "Noise.h"
-
 #include <algorithm>
 #include <numbers>
+
+#include "Noise.h"
 
 namespace
 {

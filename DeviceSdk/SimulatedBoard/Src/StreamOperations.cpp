@@ -1,7 +1,7 @@
 // The SDK's operations on video inputs and outputs. See VtVideoIn.h and VtVideoOut.h.
-#include "Board.h"
+#include "Veltrano.h"
 
-#include <Veltrano.h>
+#include "Board.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
 // The SDK's operations on the library, the device, the board and its debug channel. See Veltrano.h and VtBoard.h.
 #include "Veltrano.h"
 
+#include <cstring>
+
 #include "Board.h"
 #include "DebugChannel.h"
 #include "PixelFormatNames.h"
-
-#include <cstring>
 
 namespace
 {

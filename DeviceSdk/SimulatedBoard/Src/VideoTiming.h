@@ -5,13 +5,12 @@
 #ifndef SIMULATED_BOARD_VIDEO_TIMING_H
 #define SIMULATED_BOARD_VIDEO_TIMING_H
 
-#include "TickMath.h"
-
-#include <VtVideoTypes.h>
-
 #include <cstdint>
 #include <span>
 #include <string_view>
+
+#include "TickMath.h"
+#include "VtVideoTypes.h"
 
 // Pixels, lines and Hz. Vertical blanking of an interlaced signal is that of one field, the active lines are those of
 // the frame.

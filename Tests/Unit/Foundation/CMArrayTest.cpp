@@ -1,11 +1,11 @@
 #include "CMArray.h"
 
-#include "CMString.h"
-#include "PlatformSeams.h"
-
 #include <gtest/gtest.h>
 #include <random>
 #include <regex>
+
+#include "CMString.h"
+#include "PlatformSeams.h"
 
 namespace
 {

@@ -1,8 +1,8 @@
 #include "CMString.h"
 
-#include "PlatformSeams.h"
-
 #include <gtest/gtest.h>
+
+#include "PlatformSeams.h"
 
 TEST(CMString, CopiesShareOneBlockAndTheEmptyTextHasNone)
 {

@@ -1,11 +1,11 @@
 #include "KrvVxd.h"
 
-#include "PlatformSeams.h"
-
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include "PlatformSeams.h"
 
 namespace
 {

@@ -1,10 +1,9 @@
-#include "OsServices.h"
-
-#include "PlatformSeams.h"
-
 #include <cerrno>
 #include <future>
 #include <gtest/gtest.h>
+
+#include "OsServices.h"
+#include "PlatformSeams.h"
 
 namespace
 {

@@ -1,11 +1,10 @@
-#include "OsMutex.h"
-
-#include "CMString.h"
-#include "PlatformSeams.h"
-
 #include <cerrno>
 #include <future>
 #include <gtest/gtest.h>
+
+#include "CMString.h"
+#include "OsMutex.h"
+#include "PlatformSeams.h"
 
 namespace
 {

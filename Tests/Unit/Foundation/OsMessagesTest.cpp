@@ -1,7 +1,7 @@
+#include <gtest/gtest.h>
+
 #include "AssertReport.h"
 #include "OsServices.h"
-
-#include <gtest/gtest.h>
 
 namespace
 {

@@ -1,11 +1,11 @@
 #include "OsServices.h"
 
-#include "IOsServices.h"
-#include "PlatformSeams.h"
-
 #include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include "IOsServices.h"
+#include "PlatformSeams.h"
 
 TEST(OsServicesFunctions, ProcessStackListsCommandLinesUpwardsWithinTheBuffer)
 {

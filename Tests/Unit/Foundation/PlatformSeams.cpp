@@ -1,12 +1,12 @@
 #include "PlatformSeams.h"
 
-#include "KrvVxd.h"
-
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include "KrvVxd.h"
 
 SPlatformSeams g_oSeams;
 

@@ -4,13 +4,12 @@
 #ifndef SIMULATED_BOARD_BOARD_TEST_H
 #define SIMULATED_BOARD_BOARD_TEST_H
 
-#include <VtSimulatedBoard.h>
-
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <string>
+
+#include "VtSimulatedBoard.h"
 
 struct SWaited
 {

@@ -1,7 +1,7 @@
 // The n-th call of any operation fails on request; calls are counted, texts of the debug channel kept.
-#include "BoardTest.h"
-
 #include <cstring>
+
+#include "BoardTest.h"
 
 namespace
 {

@@ -1,7 +1,7 @@
 // Handles in every state of misuse. Threads that open, wait and release side by side are in the contract.
-#include "BoardTest.h"
-
 #include <thread>
+
+#include "BoardTest.h"
 
 namespace
 {

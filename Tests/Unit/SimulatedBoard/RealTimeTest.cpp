@@ -1,8 +1,8 @@
 // Real and scaled time: what is delivered, whatever the moment at which a loaded machine wakes the caller.
-#include "BoardTest.h"
-
 #include <chrono>
 #include <thread>
+
+#include "BoardTest.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
 // What the scenario reader takes, what it refuses, and what it says then.
 #include "ScenarioReader.h"
-#include "ScenarioSource.h"
-
-#include <gtest/gtest.h>
 
 #include <fstream>
+#include <gtest/gtest.h>
 #include <sstream>
+
+#include "ScenarioSource.h"
 
 namespace
 {

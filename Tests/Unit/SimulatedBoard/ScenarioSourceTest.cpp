@@ -1,10 +1,10 @@
 // Where the scenario comes from, and what is said on standard error about it.
-#include "BoardTest.h"
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
+
+#include "BoardTest.h"
 
 namespace
 {

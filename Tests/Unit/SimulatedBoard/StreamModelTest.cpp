@@ -1,10 +1,10 @@
 // The model against times worked out by hand, over 30 days; noise; stamps that never go back.
 #include "StreamModel.h"
-#include "ScenarioReader.h"
-
-#include <gtest/gtest.h>
 
 #include <cmath>
+#include <gtest/gtest.h>
+
+#include "ScenarioReader.h"
 
 namespace
 {

@@ -1,6 +1,4 @@
 // How time goes on: stepped and granted time, late callers, the truth file.
-#include "BoardTest.h"
-
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -9,6 +7,8 @@
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+
+#include "BoardTest.h"
 
 namespace
 {

@@ -1,10 +1,9 @@
 // The table of standards against what each name promises, and the SDK's record of timings.
 #include "VideoTiming.h"
 
-#include <gtest/gtest.h>
-
 #include <charconv>
 #include <cmath>
+#include <gtest/gtest.h>
 #include <string>
 
 namespace

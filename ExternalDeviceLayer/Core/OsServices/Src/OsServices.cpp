@@ -1,10 +1,10 @@
 #include "OsServices.h"
 
-#include "AssertReport.h"
-#include "IOsServices.h"
-
 #include <bit>
 #include <new>
+
+#include "AssertReport.h"
+#include "IOsServices.h"
 
 constinit uint32_t OsServices::ms_uiInstanceCount = 0;
 constinit uint32_t OsServices::ms_uiOldRandomValue = 0;

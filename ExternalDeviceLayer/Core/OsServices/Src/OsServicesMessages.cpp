@@ -1,9 +1,9 @@
 // Messages: levels, prefix and the one line format of all kinds.
 #include "OsServices.h"
 
-#include "KrvTools.h"
-
 #include <algorithm>
+
+#include "KrvTools.h"
 
 constinit Bool32 OsServices::ms_bIsMessagePrefixEnabled = 1;
 constinit VTSTR64 OsServices::ms_szMsgPrefix = "qz2";

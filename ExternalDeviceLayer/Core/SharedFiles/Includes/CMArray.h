@@ -7,16 +7,16 @@
 #ifndef CM_ARRAY_H
 #define CM_ARRAY_H
 
-#include "CMAllocator.h"
-#include "CMArrayElements.h"
-#include "KrvTypes.h"
-
 #include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <type_traits>
+
+#include "CMAllocator.h"
+#include "CMArrayElements.h"
+#include "KrvTypes.h"
 
 // What may index an array besides the two types of the virtual operations.
 template <class INDEX>

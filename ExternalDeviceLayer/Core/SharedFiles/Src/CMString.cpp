@@ -1,12 +1,12 @@
 #include "CMString.h"
 
-#include "CMAllocator.h"
-#include "KrvTools.h"
-
 #include <atomic>
 #include <limits>
 #include <new>
 #include <utility>
+
+#include "CMAllocator.h"
+#include "KrvTools.h"
 
 // The count stands before the text in one block; the text never changes once another object can see it.
 struct CMString::SBlock

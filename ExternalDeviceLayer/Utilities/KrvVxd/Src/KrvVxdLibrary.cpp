@@ -1,9 +1,9 @@
 // The public names of memory mapping and timer, and the library's start and stop.
 #include "KrvVxd.h"
 
-#include "KrvVxd_Linux.h"
-
 #include <initializer_list>
+
+#include "KrvVxd_Linux.h"
 
 Bool32 InitKRVLibrary()
 {

@@ -9,10 +9,10 @@
 #ifndef OS_SERVICES_CLIENT_H
 #define OS_SERVICES_CLIENT_H
 
+#include <cstdarg>
+
 #include "KrvTypes.h"
 #include "VtTypes.h"
-
-#include <cstdarg>
 
 // Distinct types, so that handles cannot be mixed up.
 using HCpuThread = struct SCpuThreadHandle*;

@@ -7,9 +7,9 @@
 #ifndef KRV_TOOLS_H
 #define KRV_TOOLS_H
 
-#include "KrvTypes.h"
-
 #include <cstdarg>
+
+#include "KrvTypes.h"
 
 /* Where a failed check ends after it was reported. Does nothing on this platform: execution always continues. */
 void KrvTools_Assert(Bool32 bCondition, const char* pszFilePath, uint32_t uiLine);

@@ -1,11 +1,11 @@
 // Start and stop, text output, memory and the call stacks that this platform does not record.
 #include "OsServicesClient.h"
 
-#include "KrvTools.h"
-#include "KrvVxd.h"
-
 #include <cstdio>
 #include <cstdlib>
+
+#include "KrvTools.h"
+#include "KrvVxd.h"
 
 Bool32 OsServices_Initialize()
 {

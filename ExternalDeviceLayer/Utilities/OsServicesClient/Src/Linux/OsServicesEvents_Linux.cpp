@@ -2,11 +2,11 @@
 // A wait is a single wait on the condition: a wake-up is taken as it comes, without a second look at the flags.
 #include "OsServicesClient.h"
 
-#include "DeadLine.h"
-
 #include <cerrno>
 #include <cstddef>
 #include <pthread.h>
+
+#include "DeadLine.h"
 
 struct SEventHandle
 {

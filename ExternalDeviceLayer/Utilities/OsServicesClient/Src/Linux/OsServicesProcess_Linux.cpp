@@ -1,11 +1,11 @@
 // Who started us: the command lines of the process and of its ancestors, from /proc.
 #include "OsServicesClient.h"
 
-#include "KrvTools.h"
-
 #include <cstdio>
 #include <memory>
 #include <unistd.h>
+
+#include "KrvTools.h"
 
 namespace
 {

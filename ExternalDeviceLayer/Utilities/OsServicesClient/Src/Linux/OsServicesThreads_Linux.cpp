@@ -1,10 +1,10 @@
 // Threads, spin locks and recursive mutexes, each a pthread object in the caller's memory.
 #include "OsServicesClient.h"
 
-#include "DeadLine.h"
-
 #include <cerrno>
 #include <pthread.h>
+
+#include "DeadLine.h"
 
 struct SCpuThreadHandle
 {

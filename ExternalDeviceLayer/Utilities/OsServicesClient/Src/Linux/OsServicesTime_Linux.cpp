@@ -1,12 +1,12 @@
 // Clocks, pauses and the deadlines of the timed waits.
 #include "OsServicesClient.h"
 
-#include "DeadLine.h"
-#include "KrvVxd.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <unistd.h>
+
+#include "DeadLine.h"
+#include "KrvVxd.h"
 
 namespace
 {
