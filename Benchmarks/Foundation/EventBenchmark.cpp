@@ -53,7 +53,7 @@ private:
     HEvent m_hEvent = nullptr;
 };
 
-template <class EVENT> void BM_Event_ThereAndBack(benchmark::State& roState)
+template <typename EVENT> void BM_Event_ThereAndBack(benchmark::State& roState)
 {
     EVENT oThere;
     EVENT oBack;
@@ -79,7 +79,7 @@ BENCHMARK_TEMPLATE(BM_Event_ThereAndBack, CBareEvent)->UseRealTime();
 BENCHMARK_TEMPLATE(BM_Event_ThereAndBack, COsEvent)->UseRealTime();
 
 // The part of it that is the event's own: a trigger that is remembered and then used up, without any waiting.
-template <class EVENT> void BM_Event_Remembered(benchmark::State& roState)
+template <typename EVENT> void BM_Event_Remembered(benchmark::State& roState)
 {
     EVENT oEvent;
     for (auto _ : roState)

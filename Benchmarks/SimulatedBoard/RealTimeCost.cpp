@@ -17,28 +17,28 @@
 namespace
 {
 
-constexpr int gc_iStreams = 64;
-constexpr int64_t gc_iNsPerSecond = 1'000'000'000;
+constexpr int iStreams = 64;
+constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 int64_t GetNs(clockid_t iClock)
 {
     timespec oNow{};
     (void)clock_gettime(iClock, &oNow);
-    return oNow.tv_sec * gc_iNsPerSecond + oNow.tv_nsec;
+    return oNow.tv_sec * iNsPerSecond + oNow.tv_nsec;
 }
 
 // Fields of the streams start evenly spread over a field's time, sleepers wake in the middles between them.
 int64_t GetPhaseNs(int iStream, bool bSleeper)
 {
-    return gc_iNsPerSecond / 60 * (2 * iStream + (bSleeper ? 1 : 0)) / (2 * gc_iStreams);
+    return iNsPerSecond / 60 * (2 * iStream + (bSleeper ? 1 : 0)) / (2 * iStreams);
 }
 
 void Sleep(int iStream, int iFields, int64_t iStartNs)
 {
     for (int64_t iField = 1; iField <= iFields; ++iField)
     {
-        const int64_t iNs = iStartNs + GetPhaseNs(iStream, true) + iField * gc_iNsPerSecond / 60;
-        const timespec oUntil{.tv_sec = iNs / gc_iNsPerSecond, .tv_nsec = iNs % gc_iNsPerSecond};
+        const int64_t iNs = iStartNs + GetPhaseNs(iStream, true) + iField * iNsPerSecond / 60;
+        const timespec oUntil{.tv_sec = iNs / iNsPerSecond, .tv_nsec = iNs % iNsPerSecond};
         (void)clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &oUntil, nullptr);
     }
 }
@@ -70,7 +70,7 @@ void Watch(int iStream, int iFields, std::atomic<uint64_t>& ruiDelivered)
 // Starts 64 threads that add their CPU time to riCpuNs.
 template <typename TBody> void Start(std::vector<std::thread>& raoThreads, std::atomic<int64_t>& riCpuNs, TBody fnBody)
 {
-    for (int iStream = 0; iStream < gc_iStreams; ++iStream)
+    for (int iStream = 0; iStream < iStreams; ++iStream)
     {
         raoThreads.emplace_back(
             [&riCpuNs, fnBody, iStream]
@@ -84,7 +84,7 @@ template <typename TBody> void Start(std::vector<std::thread>& raoThreads, std::
 void Load()
 {
     std::string szText = "[[chip]]\n";
-    for (int iStream = 0; iStream < gc_iStreams; ++iStream)
+    for (int iStream = 0; iStream < iStreams; ++iStream)
     {
         szText += std::string("[[chip.") + (iStream % 2 == 0 ? "input" : "output") +
                   "]]\nstandard = '1080p60'\njitter_ticks = 3\nphase_us = " +
@@ -99,10 +99,10 @@ void Load()
 
 } // namespace
 
-int main(int iArguments, char** pszArguments)
+int main(int iArguments, char** aszArguments)
 {
-    const int iSeconds = std::max(iArguments > 1 ? std::atoi(pszArguments[1]) : 5, 1);
-    const int iRuns = std::max(iArguments > 2 ? std::atoi(pszArguments[2]) : 5, 1);
+    const int iSeconds = std::max(iArguments > 1 ? std::atoi(aszArguments[1]) : 5, 1);
+    const int iRuns = std::max(iArguments > 2 ? std::atoi(aszArguments[2]) : 5, 1);
     const int iFields = iSeconds * 60;
     std::vector<double> aflRatios;
     for (int iRun = 0; iRun < iRuns; ++iRun)
@@ -120,7 +120,7 @@ int main(int iArguments, char** pszArguments)
             roThread.join();
         }
         Veltrano_UnLoad();
-        const double flWakes = gc_iStreams * static_cast<double>(iFields);
+        const double flWakes = iStreams * static_cast<double>(iFields);
         const auto flSleepNs = static_cast<double>(iSleepNs.load());
         const auto flWaitNs = static_cast<double>(iWaitNs.load());
         aflRatios.push_back(flWaitNs / flSleepNs);

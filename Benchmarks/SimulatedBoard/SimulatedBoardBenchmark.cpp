@@ -10,7 +10,7 @@ namespace
 {
 
 // What the first input may have to do.
-const std::vector<std::string> gc_aszKeys = {
+const std::vector<std::string> aszKeys = {
     "",
     "jitter_ticks = 3",
     "jitter_ticks = 3\nwander_ticks = 40",
@@ -59,7 +59,7 @@ private:
 
 void SteppedWait(benchmark::State& roState)
 {
-    CInputs oInputs(gc_aszKeys[static_cast<size_t>(roState.range(0))], 1);
+    CInputs oInputs(aszKeys[static_cast<size_t>(roState.range(0))], 1);
     for (auto oIteration : roState)
     {
         benchmark::DoNotOptimize(oInputs.Wait(0));
@@ -82,7 +82,7 @@ BENCHMARK(CaptureState);
 
 void DayOf8Streams(benchmark::State& roState)
 {
-    CInputs oInputs(gc_aszKeys.back(), 8);
+    CInputs oInputs(aszKeys.back(), 8);
     for (auto oIteration : roState)
     {
         for (uint32_t uiField = 0; uiField < 86400 * 60; ++uiField)

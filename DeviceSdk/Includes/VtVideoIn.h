@@ -1,5 +1,5 @@
 /*
- * Video inputs. Field counters advance by 16 a field; timestamps are ticks of the board's reference counter
+ * Video inputs. Field counters advance by 16 per field; timestamps are ticks of the board's reference counter
  * (VtBoard_GetTickReferenceFrequency), one counter for all inputs and outputs of a chip.
  */
 #ifndef VT_VIDEO_IN_H
@@ -52,7 +52,7 @@ VtStatus VtVideoIn_GetDetectedVideoParameters(VtVideoIn_Handle hVideoIn, VtVideo
  * that has already started; the counter tells how many it missed.
  *   hVideoIn           in   the input
  *   uiTimeOutMs        in   longest wait, milliseconds
- *   puiFieldCounter    out  field counter, 16 a field
+ *   puiFieldCounter    out  field counter, 16 per field
  *   puiTickRefCounter  out  when the field started, ticks; never goes back
  *   pbIsTopField       out  1 when the field is the top field; 0 for the bottom field and for progressive signals
  * VtStatus_OK with all outputs written; VtStatus_TIMEOUT; VtStatus_CANCELED while the signal is lost;

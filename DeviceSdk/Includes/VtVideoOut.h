@@ -43,7 +43,7 @@ VtStatus VtVideoOut_ReleaseHandle(VtVideoOut_Handle hVideoOut);
  * Waits for the next field start that this handle has not seen, as VtVideoIn_WaitForFieldStart does.
  *   hVideoOut            in   the output
  *   uiTimeOutMs          in   longest wait, milliseconds
- *   puiFieldCounter      out  field counter, 16 a field
+ *   puiFieldCounter      out  field counter, 16 per field
  *   puiSetBufferCounter  out  buffers set so far
  *   puiTickRefCounter    out  when the field started, ticks; never goes back
  *   pbIsTopField         out  1 when the field is the top field; 0 for the bottom field and for progressive signals

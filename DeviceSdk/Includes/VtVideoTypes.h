@@ -13,9 +13,9 @@ extern "C" {
 /* Timings of a video signal, 56 bytes. A record with uiHActive or uiVActive of 0 means that there is no signal. */
 typedef struct VtVideo_VidParam
 {
-    uint32_t uiHActive;        /* active pixels a line */
-    uint32_t uiVActive;        /* active lines a frame, both fields of an interlaced frame together */
-    uint32_t uiVRate_Hz;       /* vertical rate: fields a second when interlaced, otherwise frames a second */
+    uint32_t uiHActive;        /* active pixels per line */
+    uint32_t uiVActive;        /* active lines per frame, both fields of an interlaced frame together */
+    uint32_t uiVRate_Hz;       /* vertical rate: fields per second when interlaced, otherwise frames per second */
     uint32_t uiHRate_kHz;      /* line rate, kHz */
     uint32_t uiPixelClock_kHz; /* pixel clock, kHz */
     uint32_t uiHFPorch;        /* horizontal front porch, pixels */

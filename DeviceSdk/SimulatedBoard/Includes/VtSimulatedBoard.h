@@ -74,7 +74,7 @@ typedef struct VtSim_Field
     uint64_t uiExactTicks;       /* when it starts without jitter: whole ticks, rounded down */
     uint64_t uiExactFraction;    /* and the rest, in ticks / 2^64 */
     uint64_t uiTickRefCounter;   /* the stamp: exact time and jitter, rounded to whole ticks */
-    uint64_t uiFieldCounter;     /* 16 a field */
+    uint64_t uiFieldCounter;     /* 16 per field */
     uint64_t uiSetBufferCounter; /* outputs; 0 for inputs */
     uint64_t uiSkipBufferCount;  /* inputs; 0 for outputs */
     VtSim_Fate eFate;

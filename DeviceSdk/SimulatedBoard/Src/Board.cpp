@@ -18,7 +18,7 @@ struct SRuntime
     std::shared_ptr<CBoard> poBoard; // guarded by oMutex
     bool bLoaded = false;            // guarded by oMutex; also when the scenario was refused
     CHandleTable oHandles;
-    std::array<std::atomic<uint64_t>, gc_uiOperations> auiCalls{};
+    std::array<std::atomic<uint64_t>, uiOperations> auiCalls{};
 };
 
 SRuntime& GetRuntime()
@@ -52,7 +52,7 @@ CChip::CChip(const SChip& roChip, uint32_t uiIndex, const SScenario& roScenario,
       m_eTimeMode(roScenario.eTimeMode),
       m_roFaults(roFaults),
       m_oClock(iStartNs, roScenario.flScale, roChip.uiTickFreqHz, roChip.uiTickStart),
-      m_uiRemovalTicks(roChip.uiRemovalTicks.value_or(gc_uiForEver))
+      m_uiRemovalTicks(roChip.uiRemovalTicks.value_or(uiForEver))
 {
     SStreamSetup oSetup{.oClock = m_oClock,
                         .eTimeMode = roScenario.eTimeMode,
@@ -89,9 +89,9 @@ void CChip::Remove()
 bool CChip::IsGone() const
 {
     const uint64_t uiRemoval = m_uiRemovalTicks.load(std::memory_order_acquire);
-    if (uiRemoval == gc_uiForEver || uiRemoval <= m_oSpec.uiTickStart)
+    if (uiRemoval == uiForEver || uiRemoval <= m_oSpec.uiTickStart)
     {
-        return uiRemoval != gc_uiForEver;
+        return uiRemoval != uiForEver;
     }
     if (m_eTimeMode == ETimeMode::REAL)
     {
@@ -158,7 +158,7 @@ void Board_UnLoad()
         {
             for (const CStream& roStream : roChip.GetStreams(eDirection))
             {
-                for (size_t uiOperation = 0; uiOperation < gc_uiOperations; ++uiOperation)
+                for (size_t uiOperation = 0; uiOperation < uiOperations; ++uiOperation)
                 {
                     roRuntime.auiCalls[uiOperation].fetch_add(roStream.GetCalls(uiOperation));
                 }

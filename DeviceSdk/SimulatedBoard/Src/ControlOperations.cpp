@@ -87,7 +87,7 @@ VtStatus VtSim_SetScenario(const char* szText, char* szFault, uint32_t uiFaultSi
     }
     if (szFault != nullptr && uiFaultSize > 0)
     {
-        const std::string szLine = ScenarioFault_Format(gc_szOverrideName, oFault);
+        const std::string szLine = ScenarioFault_Format(szOverrideName, oFault);
         szFault[szLine.copy(szFault, uiFaultSize - 1)] = '\0';
     }
     return VtStatus_FAIL;

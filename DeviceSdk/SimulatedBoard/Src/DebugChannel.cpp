@@ -7,7 +7,7 @@
 namespace
 {
 
-constexpr size_t gc_uiTextLimit = 1024;
+constexpr size_t uiTextLimit = 1024;
 
 struct SDebugChannel
 {
@@ -35,7 +35,7 @@ void DebugChannel_Add(std::string szText)
     SDebugChannel& roChannel = GetChannel();
     const std::lock_guard oGuard(roChannel.oMutex);
     roChannel.aszTexts.push_back(std::move(szText));
-    if (roChannel.aszTexts.size() > gc_uiTextLimit)
+    if (roChannel.aszTexts.size() > uiTextLimit)
     {
         roChannel.aszTexts.pop_front();
     }

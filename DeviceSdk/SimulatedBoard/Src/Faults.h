@@ -33,7 +33,7 @@ private:
                                          std::optional<uint32_t> uiIndex);
 
     const bool m_bAny;
-    std::array<std::deque<SRule>, gc_uiOperations> m_aaoRules;
+    std::array<std::deque<SRule>, uiOperations> m_aaoRules;
 };
 
 #endif

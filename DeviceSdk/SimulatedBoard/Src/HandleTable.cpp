@@ -8,16 +8,16 @@
 namespace
 {
 
-constexpr uint64_t gc_uiMark = uint64_t{0x5E1D} << 48;
-constexpr uint64_t gc_uiGenerationMask = (uint64_t{1} << 34) - 1;
-constexpr uint64_t gc_uiSlotMask = (uint64_t{1} << 12) - 1;
+constexpr uint64_t uiMark = uint64_t{0x5E1D} << 48;
+constexpr uint64_t uiGenerationMask = (uint64_t{1} << 34) - 1;
+constexpr uint64_t uiSlotMask = (uint64_t{1} << 12) - 1;
 
-static_assert(CHandleTable::msc_uiSlots <= gc_uiSlotMask + 1);
+static_assert(CHandleTable::msc_uiSlots <= uiSlotMask + 1);
 static_assert(sizeof(void*) == sizeof(uint64_t), "a handle fills a pointer of 64 bits");
 
 constexpr uint64_t MakeHandle(uint64_t uiGeneration, size_t uiSlot, EHandleKind eKind)
 {
-    return gc_uiMark | (uiGeneration & gc_uiGenerationMask) << 14 | uiSlot << 2 | static_cast<uint64_t>(eKind);
+    return uiMark | (uiGeneration & uiGenerationMask) << 14 | uiSlot << 2 | static_cast<uint64_t>(eKind);
 }
 
 } // namespace
@@ -108,11 +108,11 @@ void CHandleTable::Interrupt(const CChip& roChip)
 
 SHandleSlot* CHandleTable::Enter(uint64_t uiHandle, EHandleKind eKind)
 {
-    if ((uiHandle & gc_uiMark) != gc_uiMark || (uiHandle & 3U) != static_cast<uint64_t>(eKind))
+    if ((uiHandle & uiMark) != uiMark || (uiHandle & 3U) != static_cast<uint64_t>(eKind))
     {
         return nullptr;
     }
-    const size_t uiSlot = uiHandle >> 2 & gc_uiSlotMask;
+    const size_t uiSlot = uiHandle >> 2 & uiSlotMask;
     if (uiSlot >= msc_uiSlots)
     {
         return nullptr;

@@ -39,10 +39,10 @@ enum class EOperation : uint8_t
     COUNT
 };
 
-inline constexpr size_t gc_uiOperations = static_cast<size_t>(EOperation::COUNT);
+inline constexpr size_t uiOperations = static_cast<size_t>(EOperation::COUNT);
 
 // In the order of the enumeration.
-inline constexpr std::array<std::string_view, gc_uiOperations> gc_aszOperations = {
+inline constexpr std::array<std::string_view, uiOperations> aszOperations = {
     "Veltrano_LoadLite",
     "Veltrano_Version",
     "Veltrano_GetDevice",
@@ -72,8 +72,8 @@ inline constexpr std::array<std::string_view, gc_uiOperations> gc_aszOperations 
 // EOperation::COUNT for a name that is none.
 constexpr EOperation Operation_Find(std::string_view szName)
 {
-    const auto itName = std::ranges::find(gc_aszOperations, szName);
-    return static_cast<EOperation>(itName - gc_aszOperations.begin());
+    const auto itName = std::ranges::find(aszOperations, szName);
+    return static_cast<EOperation>(itName - aszOperations.begin());
 }
 
 static_assert(Operation_Find("VtVideoOut_GetPowerState") == EOperation::OUT_POWER);

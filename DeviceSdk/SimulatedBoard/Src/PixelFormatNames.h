@@ -9,17 +9,17 @@
 
 #include "VtVideoTypes.h"
 
-inline constexpr std::string_view gc_szPixelFormatPrefix = "VtPixelFormat_";
+inline constexpr std::string_view szPixelFormatPrefix = "VtPixelFormat_";
 
 // In the order of the values, which start at 0 without gaps.
-inline constexpr std::array<std::string_view, 14> gc_aszPixelFormats = {
+inline constexpr std::array<std::string_view, 14> aszPixelFormats = {
     "VtPixelFormat_UNKOWN",      "VtPixelFormat_YUV422_YUYV", "VtPixelFormat_YUV422_UYVY", "VtPixelFormat_YUV422_V210",
     "VtPixelFormat_YUV420_NV12", "VtPixelFormat_RGB888",      "VtPixelFormat_BGR888",      "VtPixelFormat_XRGB8888",
     "VtPixelFormat_ARGB8888",    "VtPixelFormat_XBGR8888",    "VtPixelFormat_RGB565",      "VtPixelFormat_XRGB2101010",
     "VtPixelFormat_GREY8",       "VtPixelFormat_MJPEG",
 };
 
-static_assert(gc_aszPixelFormats[VtPixelFormat_MJPEG] == "VtPixelFormat_MJPEG");
-static_assert(gc_aszPixelFormats[VtPixelFormat_XRGB8888] == "VtPixelFormat_XRGB8888");
+static_assert(aszPixelFormats[VtPixelFormat_MJPEG] == "VtPixelFormat_MJPEG");
+static_assert(aszPixelFormats[VtPixelFormat_XRGB8888] == "VtPixelFormat_XRGB8888");
 
 #endif

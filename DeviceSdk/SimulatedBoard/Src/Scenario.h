@@ -51,7 +51,7 @@ struct SEvent
     EEventKind eKind = EEventKind::SIGNAL_LOSS;
     SSchedule oWhen;
     SVideoTiming oTiming;                                    // FORMAT_CHANGE
-    int64_t iJump = 0;                                       // COUNTER_JUMP, counter units (16 a field)
+    int64_t iJump = 0;                                       // COUNTER_JUMP, counter units (16 per field)
     uint64_t uiCount = 0;                                    // SKIPPED_BUFFERS
     FixedTicks iStep = 0;                                    // PHASE_STEP
     int64_t iDriftPpt = 0;                                   // LOCK_LOST, parts in 10^12 faster than while locked
@@ -122,7 +122,7 @@ struct SScenario
 {
     std::string szName;
     ETimeMode eTimeMode = ETimeMode::REAL;
-    double flScale = 1.0; // board seconds a real second
+    double flScale = 1.0; // board seconds per real second
     bool bHold = false;   // granted: a wait without a grant has no time-out
     std::string szTruthFile;
     std::vector<SChip> aoChips;

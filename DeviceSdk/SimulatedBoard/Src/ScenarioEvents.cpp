@@ -12,8 +12,8 @@
 namespace
 {
 
-constexpr size_t gc_uiEventLimit = 64;
-constexpr double gc_flSecondsLimit = 1e8;
+constexpr size_t uiEventLimit = 64;
+constexpr double flSecondsLimit = 1e8;
 
 enum class ELength : uint8_t
 {
@@ -37,7 +37,7 @@ struct SEventKind
     EOverlap eOverlap;
 };
 
-constexpr std::array<SEventKind, static_cast<size_t>(EEventKind::COUNT)> gc_aoKinds = {{
+constexpr std::array<SEventKind, static_cast<size_t>(EEventKind::COUNT)> aoKinds = {{
     {EEventKind::SIGNAL_LOSS, "signal_loss", ELength::FOR_EVER, EOverlap::FREE},
     {EEventKind::FORMAT_CHANGE, "format_change", ELength::FOR_EVER, EOverlap::SUCCESSIVE},
     {EEventKind::MISSED_FIELD, "missed_field", ELength::ONE, EOverlap::FREE},
@@ -66,7 +66,7 @@ bool ReadFields(CScenarioSection& roSection, const std::string& szFields, const 
     const bool bFields =
         roSection.ReadInteger(szFields, iMin, static_cast<int64_t>(CStreamModel::msc_uiFieldLimit) - 1, iFields);
     double flSeconds = 0.0;
-    const bool bSeconds = roSection.ReadFloat(szSeconds, 0.0, gc_flSecondsLimit, flSeconds);
+    const bool bSeconds = roSection.ReadFloat(szSeconds, 0.0, flSecondsLimit, flSeconds);
     if (bFields && bSeconds)
     {
         roSection.Refuse(szSeconds, "either " + szFields + " or " + szSeconds);
@@ -91,7 +91,7 @@ bool ReadFields(CScenarioSection& roSection, const std::string& szFields, const 
 void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChipContext& roContext,
               const SStream& roStream, SSchedule& roWhen)
 {
-    const FixedTicks iPhase = roStream.iOrigin - FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * gc_iOneTick;
+    const FixedTicks iPhase = roStream.iOrigin - FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * iOneTick;
     const int64_t iFirst = roKind.eKind == EEventKind::DOUBLED_FIELD ? 1 : 0;
     const std::string szKind(roKind.szName);
     if (!ReadFields(roSection, "at_field", "at_s", iFirst, roStream, iPhase, true, roWhen.uiFirst))
@@ -99,7 +99,7 @@ void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChip
         roSection.Require(roSection.Has("at_s") ? "at_s" : "at_field");
     }
     const bool bPeriodic = ReadFields(roSection, "every_fields", "every_s", 2, roStream, 0, false, roWhen.uiPeriod);
-    roWhen.uiLength = roKind.eLength == ELength::FOR_EVER ? gc_uiForEver : 1;
+    roWhen.uiLength = roKind.eLength == ELength::FOR_EVER ? uiForEver : 1;
     if (roKind.eLength == ELength::POINT)
     {
         return;
@@ -120,7 +120,7 @@ double GetDriftBackTicks(const SStream& roStream, const SEvent& roEvent)
 {
     const double flDrift = static_cast<double>(roEvent.iDriftPpt) * 1e-12;
     const double flFieldTicks = FixedTicks_ToDouble(FieldTicks(roStream)) * flDrift / (1.0 + flDrift);
-    const bool bRegained = flDrift < 0.0 && roEvent.oWhen.uiLength != gc_uiForEver;
+    const bool bRegained = flDrift < 0.0 && roEvent.oWhen.uiLength != uiForEver;
     return bRegained ? -flFieldTicks * static_cast<double>(roEvent.oWhen.uiLength) : flFieldTicks;
 }
 
@@ -161,7 +161,7 @@ void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& r
         break;
     case EEventKind::POWER_STATE:
         roSection.Require("state");
-        (void)roSection.ReadName<VtVideoOut_PowerState>("state", gc_aoPowerStates, roEvent.ePower);
+        (void)roSection.ReadName<VtVideoOut_PowerState>("state", aoPowerStates, roEvent.ePower);
         if (roStream.eDirection == EDirection::INPUT)
         {
             roSection.Refuse("kind", "inputs have no power state");
@@ -186,11 +186,11 @@ void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStr
         oSection.Finish(true);
         return;
     }
-    const auto itKind = std::ranges::find(gc_aoKinds, szKind, &SEventKind::szName);
-    if (itKind == gc_aoKinds.end())
+    const auto itKind = std::ranges::find(aoKinds, szKind, &SEventKind::szName);
+    if (itKind == aoKinds.end())
     {
         std::vector<std::string> aszKinds;
-        std::ranges::transform(gc_aoKinds, std::back_inserter(aszKinds),
+        std::ranges::transform(aoKinds, std::back_inserter(aszKinds),
                                [](const SEventKind& roKind) { return std::string(roKind.szName); });
         oSection.RefuseName("kind", szKind, aszKinds);
         return;
@@ -241,11 +241,11 @@ void CheckOverlaps(const SStream& roStream, const SEventKind& roKind, SScenarioF
 // Keeps every time that the model works out within its 63 bits of ticks.
 void CheckReach(const SStream& roStream, FixedTicks iLongest, FixedTicks iShortest, SScenarioFault& roFault)
 {
-    double flForward = 0.0; // ticks a field
+    double flForward = 0.0; // ticks per field
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         const double flFirst = static_cast<double>(roEvent.oWhen.uiFirst) * FixedTicks_ToDouble(iLongest);
-        if (flFirst > 2.0 * gc_flSecondsLimit * roStream.uiTickFreqHz)
+        if (flFirst > 2.0 * flSecondsLimit * roStream.uiTickFreqHz)
         {
             roFault.Set(roEvent.uiLine, "begins later than in 2e8 seconds");
         }
@@ -307,7 +307,7 @@ void ReadOperation(CScenarioSection& roSection, SFaultRule& roRule)
     const EOperation eOperation = roRule.eOperation = Operation_Find(szOperation);
     if (bOperation && eOperation == EOperation::COUNT)
     {
-        roSection.RefuseName("operation", szOperation, {gc_aszOperations.begin(), gc_aszOperations.end()});
+        roSection.RefuseName("operation", szOperation, {aszOperations.begin(), aszOperations.end()});
     }
     if (eOperation == EOperation::LOAD || eOperation == EOperation::UNLOAD)
     {
@@ -331,13 +331,13 @@ void ReadOperation(CScenarioSection& roSection, SFaultRule& roRule)
 
 std::string_view EventKind_GetName(EEventKind eKind)
 {
-    return gc_aoKinds[static_cast<size_t>(eKind)].szName;
+    return aoKinds[static_cast<size_t>(eKind)].szName;
 }
 
 void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
                          SScenarioFault& roFault)
 {
-    const std::span<const SScenarioNode> aoEvents = roStreamSection.ReadTables("event", gc_uiEventLimit);
+    const std::span<const SScenarioNode> aoEvents = roStreamSection.ReadTables("event", uiEventLimit);
     if (roFault.IsSet())
     {
         return; // they are measured by the stream, which has none of its own then
@@ -346,7 +346,7 @@ void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& 
     {
         ReadEvent(roEvent, roContext, roStream, roFault);
     }
-    for (const SEventKind& roKind : gc_aoKinds)
+    for (const SEventKind& roKind : aoKinds)
     {
         if (roKind.eOverlap != EOverlap::FREE)
         {
@@ -365,7 +365,7 @@ void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario,
     SFaultRule oRule;
     ReadOperation(oSection, oRule);
     oSection.Require("status");
-    (void)oSection.ReadName<VtStatus>("status", gc_aoStatuses, oRule.eStatus);
+    (void)oSection.ReadName<VtStatus>("status", aoStatuses, oRule.eStatus);
     int64_t iFirstCall = 1;
     int64_t iTimes = 1;
     int64_t iPeriod = 0;
@@ -373,7 +373,7 @@ void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario,
     (void)oSection.ReadInteger("times", 0, INT64_MAX, iTimes);
     (void)oSection.ReadInteger("every", 1, INT64_MAX, iPeriod);
     oRule.uiFirstCall = static_cast<uint64_t>(iFirstCall);
-    oRule.uiTimes = iTimes == 0 ? gc_uiForEver : static_cast<uint64_t>(iTimes);
+    oRule.uiTimes = iTimes == 0 ? uiForEver : static_cast<uint64_t>(iTimes);
     oRule.uiPeriod = static_cast<uint64_t>(iPeriod);
     oSection.Finish();
     roScenario.aoFaults.push_back(oRule);

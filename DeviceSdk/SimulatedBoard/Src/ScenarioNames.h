@@ -1,5 +1,5 @@
 /*
- * Names that a scenario may give to the SDK's enumerated values. Constant tables, one row a value.
+ * Names that a scenario may give to the SDK's enumerated values. Constant tables, one row per value.
  */
 #ifndef SIMULATED_BOARD_SCENARIO_NAMES_H
 #define SIMULATED_BOARD_SCENARIO_NAMES_H
@@ -10,7 +10,7 @@
 #include "ScenarioSection.h"
 #include "Veltrano.h"
 
-inline constexpr std::array gc_aoConnectorTypes = {
+inline constexpr std::array aoConnectorTypes = {
     SNamedValue<VtBoard_ConnectorType>{"UNKNOWN", VtBoard_ConnectorType_UNKNOWN},
     SNamedValue<VtBoard_ConnectorType>{"SDI", VtBoard_ConnectorType_SDI},
     SNamedValue<VtBoard_ConnectorType>{"HDMI", VtBoard_ConnectorType_HDMI},
@@ -19,14 +19,14 @@ inline constexpr std::array gc_aoConnectorTypes = {
     SNamedValue<VtBoard_ConnectorType>{"VGA", VtBoard_ConnectorType_VGA},
 };
 
-inline constexpr std::array gc_aoCaptureStates = {
+inline constexpr std::array aoCaptureStates = {
     SNamedValue<VtVideoIn_State>{"INVALID", VtVideoIn_State_INVALID},
     SNamedValue<VtVideoIn_State>{"NOT_INITIALIZED", VtVideoIn_State_NOT_INITIALIZED},
     SNamedValue<VtVideoIn_State>{"STARTED", VtVideoIn_State_STARTED},
     SNamedValue<VtVideoIn_State>{"STOPPED", VtVideoIn_State_STOPPED},
 };
 
-inline constexpr std::array gc_aoPowerStates = {
+inline constexpr std::array aoPowerStates = {
     SNamedValue<VtVideoOut_PowerState>{"DISABLED", VtVideoOut_PowerState_DISABLED},
     SNamedValue<VtVideoOut_PowerState>{"ON", VtVideoOut_PowerState_ON},
     SNamedValue<VtVideoOut_PowerState>{"BLANKED", VtVideoOut_PowerState_BLANKED},
@@ -35,7 +35,7 @@ inline constexpr std::array gc_aoPowerStates = {
     SNamedValue<VtVideoOut_PowerState>{"OFF", VtVideoOut_PowerState_OFF},
 };
 
-inline constexpr std::array gc_aoStatuses = {
+inline constexpr std::array aoStatuses = {
     SNamedValue<VtStatus>{"VtStatus_SEIOVERSIZE", VtStatus_SEIOVERSIZE},
     SNamedValue<VtStatus>{"VtStatus_SEQUENCE_RESET", VtStatus_SEQUENCE_RESET},
     SNamedValue<VtStatus>{"VtStatus_DISORDERED_RELEASE_COUNT", VtStatus_DISORDERED_RELEASE_COUNT},

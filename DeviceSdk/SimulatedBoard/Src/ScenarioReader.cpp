@@ -10,14 +10,14 @@
 namespace
 {
 
-constexpr size_t gc_uiChipLimit = 8;
-constexpr size_t gc_uiStreamLimit = 32;
-constexpr size_t gc_uiLockGroupLimit = 32;
-constexpr size_t gc_uiConnectorLimit = 128;
-constexpr size_t gc_uiFaultLimit = 256;
-constexpr uint32_t gc_uiDefaultTickFreqHz = 100'000'000;
+constexpr size_t uiChipLimit = 8;
+constexpr size_t uiStreamLimit = 32;
+constexpr size_t uiLockGroupLimit = 32;
+constexpr size_t uiConnectorLimit = 128;
+constexpr size_t uiFaultLimit = 256;
+constexpr uint32_t uiDefaultTickFreqHz = 100'000'000;
 
-constexpr std::array gc_aoTimeModes = {
+constexpr std::array aoTimeModes = {
     SNamedValue<ETimeMode>{"real", ETimeMode::REAL},
     SNamedValue<ETimeMode>{"scaled", ETimeMode::REAL},
     SNamedValue<ETimeMode>{"stepped", ETimeMode::STEPPED},
@@ -28,7 +28,7 @@ void ReadTime(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFaul
 {
     CScenarioSection oSection(roTable, roFault);
     std::string szMode = "real";
-    (void)oSection.ReadName<ETimeMode>("mode", gc_aoTimeModes, roScenario.eTimeMode);
+    (void)oSection.ReadName<ETimeMode>("mode", aoTimeModes, roScenario.eTimeMode);
     (void)oSection.ReadText("mode", 64, szMode);
     const bool bScale = oSection.ReadFloat("scale", 0.001, 1000.0, roScenario.flScale);
     if (!bScale && szMode == "scaled")
@@ -77,7 +77,7 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     SChipContext oContext;
     oContext.uiSeed = uiSeed;
     oContext.uiChip = static_cast<uint32_t>(roScenario.aoChips.size());
-    oChip.uiTickFreqHz = gc_uiDefaultTickFreqHz;
+    oChip.uiTickFreqHz = uiDefaultTickFreqHz;
     (void)oSection.Read("tick_frequency_hz", 1000U, 4'000'000'000U, oChip.uiTickFreqHz);
     auto iTickStart = static_cast<int64_t>(oChip.uiTickFreqHz); // switched on a second ago
     (void)oSection.ReadInteger("tick_start", 1, int64_t{1} << 61, iTickStart);
@@ -89,20 +89,20 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     {
         oChip.uiRemovalTicks = oChip.uiTickStart + static_cast<uint64_t>(std::llround(flRemovalS * oChip.uiTickFreqHz));
     }
-    for (const SScenarioNode& roGroup : oSection.ReadTables("lock_group", gc_uiLockGroupLimit))
+    for (const SScenarioNode& roGroup : oSection.ReadTables("lock_group", uiLockGroupLimit))
     {
         ReadLockGroup(roGroup, oContext, roFault);
     }
-    for (const SScenarioNode& roConnector : oSection.ReadTables("connector", gc_uiConnectorLimit))
+    for (const SScenarioNode& roConnector : oSection.ReadTables("connector", uiConnectorLimit))
     {
         ScenarioConnector_Read(roConnector, oChip, roFault);
     }
-    for (const SScenarioNode& roInput : oSection.ReadTables("input", gc_uiStreamLimit))
+    for (const SScenarioNode& roInput : oSection.ReadTables("input", uiStreamLimit))
     {
         const auto uiIndex = static_cast<uint32_t>(oChip.aoInputs.size());
         ScenarioStream_Read(roInput, oContext, EDirection::INPUT, uiIndex, oChip, roFault);
     }
-    for (const SScenarioNode& roOutput : oSection.ReadTables("output", gc_uiStreamLimit))
+    for (const SScenarioNode& roOutput : oSection.ReadTables("output", uiStreamLimit))
     {
         const auto uiIndex = static_cast<uint32_t>(oChip.aoOutputs.size());
         ScenarioStream_Read(roOutput, oContext, EDirection::OUTPUT, uiIndex, oChip, roFault);
@@ -136,7 +136,7 @@ void ScenarioConnector_Read(const SScenarioNode& roTable, SChip& roChip, SScenar
     oSection.Require("name");
     (void)oSection.ReadText("name", sizeof(oConnector.szName) - 1, szName);
     szName.copy(oConnector.szName, szName.size());
-    (void)oSection.ReadName<VtBoard_ConnectorType>("type", gc_aoConnectorTypes, oConnector.eType);
+    (void)oSection.ReadName<VtBoard_ConnectorType>("type", aoConnectorTypes, oConnector.eType);
     oConnector.bVideoInput = oSection.Read("video_in", 0U, UINT32_MAX, oConnector.uiVideoInIndex) ? 1U : 0U;
     oConnector.bVideoOutput = oSection.Read("video_out", 0U, UINT32_MAX, oConnector.uiVideoOutIndex) ? 1U : 0U;
     oConnector.bAudioInput = oSection.Read("audio_in", 0U, UINT32_MAX, oConnector.uiAudioInIndex) ? 1U : 0U;
@@ -172,7 +172,7 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
         ReadTruth(*poTruth, roScenario, roFault);
     }
     oSection.Require("chip");
-    for (const SScenarioNode& roChip : oSection.ReadTables("chip", gc_uiChipLimit))
+    for (const SScenarioNode& roChip : oSection.ReadTables("chip", uiChipLimit))
     {
         ReadChip(roChip, uiSeed, roScenario, roFault);
     }
@@ -180,7 +180,7 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
     {
         oSection.Refuse("chip", "must be 1 to 8 tables");
     }
-    for (const SScenarioNode& roFaultRule : oSection.ReadTables("fault", gc_uiFaultLimit))
+    for (const SScenarioNode& roFaultRule : oSection.ReadTables("fault", uiFaultLimit))
     {
         ScenarioFaultRule_Read(roFaultRule, roScenario, roFault);
     }

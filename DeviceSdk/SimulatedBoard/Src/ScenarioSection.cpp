@@ -217,8 +217,8 @@ uint32_t CScenarioSection::GetLine(std::string_view szKey) const
 
 std::string_view CScenarioSection::FindFirst(std::initializer_list<std::string_view> aszKeys) const
 {
-    const auto* pszKey = std::ranges::find_if(aszKeys, [this](std::string_view szKey) { return Has(szKey); });
-    return pszKey == aszKeys.end() ? *aszKeys.begin() : *pszKey;
+    const auto* poKey = std::ranges::find_if(aszKeys, [this](std::string_view szKey) { return Has(szKey); });
+    return poKey == aszKeys.end() ? *aszKeys.begin() : *poKey;
 }
 
 void CScenarioSection::Refuse(std::string_view szKey, std::string_view szWhat)
@@ -254,8 +254,8 @@ void CScenarioSection::Finish(bool bOnlyMisspelt)
     for (size_t uiChild = 0; uiChild < m_abUsed.size(); ++uiChild)
     {
         const SScenarioNode& roChild = m_roTable.aoChildren[uiChild];
-        const std::string* pszNearest = m_abUsed[uiChild] ? nullptr : Spelling_FindNearest(roChild.szKey, m_aszAsked);
-        if (m_abUsed[uiChild] || (bOnlyMisspelt && pszNearest == nullptr))
+        const std::string* poNearest = m_abUsed[uiChild] ? nullptr : Spelling_FindNearest(roChild.szKey, m_aszAsked);
+        if (m_abUsed[uiChild] || (bOnlyMisspelt && poNearest == nullptr))
         {
             continue;
         }
@@ -264,6 +264,6 @@ void CScenarioSection::Finish(bool bOnlyMisspelt)
             m_roFault = {};
         }
         m_roFault.Set(roChild.uiLine, "unknown key " + roChild.szKey +
-                                          (pszNearest == nullptr ? "" : ": did you mean " + *pszNearest + "?"));
+                                          (poNearest == nullptr ? "" : ": did you mean " + *poNearest + "?"));
     }
 }

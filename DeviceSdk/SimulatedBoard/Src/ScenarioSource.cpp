@@ -14,9 +14,9 @@
 namespace
 {
 
-constexpr const char* gc_szDefaultName = "built-in default";
-constexpr const char* gc_szScenarioVariable = "VELTRANO_SCENARIO";
-constexpr const char* gc_szTruthVariable = "VELTRANO_TRUTH";
+constexpr const char* szDefaultName = "built-in default";
+constexpr const char* szScenarioVariable = "VELTRANO_SCENARIO";
+constexpr const char* szTruthVariable = "VELTRANO_TRUTH";
 
 struct SOverride
 {
@@ -50,7 +50,7 @@ bool ReadFile(const std::string& rszFile, std::string& rszText, SScenarioFault& 
         roFault.Set(1, "cannot be read: " + std::generic_category().message(errno));
         return false;
     }
-    rszText.resize(gc_uiScenarioTextLimit + 1);
+    rszText.resize(uiScenarioTextLimit + 1);
     rszText.resize(std::fread(rszText.data(), 1, rszText.size(), pFile.get()));
     if (std::ferror(pFile.get()) != 0)
     {
@@ -93,7 +93,7 @@ std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFaul
 
 bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro)
 {
-    std::string szFile = gc_szOverrideName;
+    std::string szFile = szOverrideName;
     std::optional<std::string> szText;
     {
         SOverride& roOverride = GetOverride();
@@ -104,20 +104,20 @@ bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro)
     SScenarioFault oFault;
     if (!bOverride)
     {
-        szFile = GetEnvironment(gc_szScenarioVariable);
+        szFile = GetEnvironment(szScenarioVariable);
         szText = g_szDefaultScenario;
         if (!szFile.empty() && !ReadFile(szFile, *szText, oFault))
         {
             szText->clear();
         }
-        szFile = szFile.empty() ? gc_szDefaultName : szFile;
+        szFile = szFile.empty() ? szDefaultName : szFile;
     }
     if (oFault.IsSet() || !Scenario_Read(*szText, roScenario, oFault))
     {
         (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(szFile, oFault).c_str());
         return false;
     }
-    if (const std::string szTruth = GetEnvironment(gc_szTruthVariable); !szTruth.empty())
+    if (const std::string szTruth = GetEnvironment(szTruthVariable); !szTruth.empty())
     {
         roScenario.szTruthFile = szTruth;
     }

@@ -24,6 +24,6 @@ bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro);
 /* "<file>:<line>: <fault>" in one line. */
 std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault);
 
-inline constexpr const char* gc_szOverrideName = "scenario text";
+inline constexpr const char* szOverrideName = "scenario text";
 
 #endif

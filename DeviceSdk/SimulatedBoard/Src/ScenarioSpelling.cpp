@@ -46,7 +46,7 @@ size_t CountEdits(std::string_view szFirst, std::string_view szSecond)
 
 const std::string* Spelling_FindNearest(std::string_view szWord, const std::vector<std::string>& raszKnown)
 {
-    const std::string* pszNearest = nullptr;
+    const std::string* poNearest = nullptr;
     size_t uiFewest = std::clamp<size_t>(szWord.size() / 3, 1, 3) + 1;
     for (const std::string& rszKnown : raszKnown)
     {
@@ -55,16 +55,16 @@ const std::string* Spelling_FindNearest(std::string_view szWord, const std::vect
         if (uiEdits < uiFewest)
         {
             uiFewest = uiEdits;
-            pszNearest = &rszKnown;
+            poNearest = &rszKnown;
         }
     }
-    return pszNearest;
+    return poNearest;
 }
 
 std::string Spelling_Suggest(std::string_view szWord, const std::vector<std::string>& raszKnown)
 {
-    const std::string* pszNearest = Spelling_FindNearest(szWord, raszKnown);
-    std::string szText = pszNearest == nullptr ? "" : "; did you mean " + *pszNearest + "?";
+    const std::string* poNearest = Spelling_FindNearest(szWord, raszKnown);
+    std::string szText = poNearest == nullptr ? "" : "; did you mean " + *poNearest + "?";
     for (const std::string& rszKnown : raszKnown)
     {
         szText += (&rszKnown == raszKnown.data() ? " (" : ", ") + rszKnown;

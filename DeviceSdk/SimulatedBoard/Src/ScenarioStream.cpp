@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr uint32_t gc_uiPixelLimit = 16384;
+constexpr uint32_t uiPixelLimit = 16384;
 
 void ReadTimingTable(const SScenarioNode& roTable, SScenarioFault& roFault, SVideoTiming& roTiming)
 {
@@ -20,14 +20,14 @@ void ReadTimingTable(const SScenarioNode& roTable, SScenarioFault& roFault, SVid
     {
         oSection.Require(szKey);
     }
-    (void)oSection.Read("h_active", 1U, gc_uiPixelLimit, roTiming.uiHActive);
-    (void)oSection.Read("h_front_porch", 0U, gc_uiPixelLimit, roTiming.uiHFPorch);
-    (void)oSection.Read("h_sync", 0U, gc_uiPixelLimit, roTiming.uiHSync);
-    (void)oSection.Read("h_back_porch", 0U, gc_uiPixelLimit, roTiming.uiHBPorch);
-    (void)oSection.Read("v_active", 1U, gc_uiPixelLimit, roTiming.uiVActive);
-    (void)oSection.Read("v_front_porch", 0U, gc_uiPixelLimit, roTiming.uiVFPorch);
-    (void)oSection.Read("v_sync", 0U, gc_uiPixelLimit, roTiming.uiVSync);
-    (void)oSection.Read("v_back_porch", 0U, gc_uiPixelLimit, roTiming.uiVBPorch);
+    (void)oSection.Read("h_active", 1U, uiPixelLimit, roTiming.uiHActive);
+    (void)oSection.Read("h_front_porch", 0U, uiPixelLimit, roTiming.uiHFPorch);
+    (void)oSection.Read("h_sync", 0U, uiPixelLimit, roTiming.uiHSync);
+    (void)oSection.Read("h_back_porch", 0U, uiPixelLimit, roTiming.uiHBPorch);
+    (void)oSection.Read("v_active", 1U, uiPixelLimit, roTiming.uiVActive);
+    (void)oSection.Read("v_front_porch", 0U, uiPixelLimit, roTiming.uiVFPorch);
+    (void)oSection.Read("v_sync", 0U, uiPixelLimit, roTiming.uiVSync);
+    (void)oSection.Read("v_back_porch", 0U, uiPixelLimit, roTiming.uiVBPorch);
     int64_t iPixelClockHz = 0;
     (void)oSection.ReadInteger("pixel_clock_hz", 1000, 10'000'000'000, iPixelClockHz);
     roTiming.uiPixelClockHz = static_cast<uint64_t>(iPixelClockHz);
@@ -94,7 +94,7 @@ void ReadPhase(CScenarioSection& roSection, const SChipContext& roContext, SStre
     const double flFieldTicks =
         FixedTicks_ToDouble(VideoTiming_GetFieldTicks(roStream.oTiming, roContext.uiTickFreqHz, roStream.iRatePpt));
     (void)roSection.ReadFloat("jitter_ticks", 0.0, flFieldTicks / 128.0, roStream.flJitterTicks);
-    roStream.iOrigin = FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * gc_iOneTick + iPhase;
+    roStream.iOrigin = FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * iOneTick + iPhase;
     const double flEarliest =
         FixedTicks_ToDouble(roStream.iOrigin) - 4.0 * roStream.flJitterTicks - roStream.flWanderTicks;
     if (flEarliest < 1.0)
@@ -110,19 +110,19 @@ void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
     std::string szName;
     if (roSection.ReadText("pixel_format", 64, szName))
     {
-        const auto itName = std::ranges::find(gc_aszPixelFormats, std::string(gc_szPixelFormatPrefix) + szName);
-        if (itName == gc_aszPixelFormats.end())
+        const auto itName = std::ranges::find(aszPixelFormats, std::string(szPixelFormatPrefix) + szName);
+        if (itName == aszPixelFormats.end())
         {
             std::vector<std::string> aszNames;
-            for (const std::string_view szFormat : gc_aszPixelFormats)
+            for (const std::string_view szFormat : aszPixelFormats)
             {
-                aszNames.emplace_back(szFormat.substr(gc_szPixelFormatPrefix.size()));
+                aszNames.emplace_back(szFormat.substr(szPixelFormatPrefix.size()));
             }
             roSection.RefuseName("pixel_format", szName, aszNames);
         }
         else
         {
-            roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - gc_aszPixelFormats.begin());
+            roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - aszPixelFormats.begin());
         }
     }
     (void)roSection.Read("width", 1U, 65536U, roStream.uiWidth);
@@ -131,7 +131,7 @@ void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
 
 void ReadInput(CScenarioSection& roSection, SStream& roStream)
 {
-    (void)roSection.ReadName<VtVideoIn_State>("capture_state", gc_aoCaptureStates, roStream.eCaptureState);
+    (void)roSection.ReadName<VtVideoIn_State>("capture_state", aoCaptureStates, roStream.eCaptureState);
     (void)roSection.Read("buffers", 0U, 1024U, roStream.uiBuffers);
     roStream.uiReady = std::min(roStream.uiReady, roStream.uiBuffers);
     roStream.uiLoan = std::min(roStream.uiLoan, roStream.uiBuffers - roStream.uiReady);
@@ -150,7 +150,7 @@ void ReadInput(CScenarioSection& roSection, SStream& roStream)
 
 void ReadOutput(CScenarioSection& roSection, SStream& roStream)
 {
-    (void)roSection.ReadName<VtVideoOut_PowerState>("power_state", gc_aoPowerStates, roStream.ePowerState);
+    (void)roSection.ReadName<VtVideoOut_PowerState>("power_state", aoPowerStates, roStream.ePowerState);
     (void)roSection.ReadCounter("set_buffer_start", roStream.uiSetBufferStart);
     (void)roSection.ReadIntegers("set_buffer_pattern", 1000, 64, roStream.auiSetBufferPattern);
     (void)roSection.ReadCounter("luid_start", roStream.uiLuidStart);
@@ -178,7 +178,7 @@ void ReadConnector(CScenarioSection& roSection, EDirection eDirection, uint32_t 
     std::string szName = (bInput ? "Simulated input " : "Simulated output ") + std::to_string(uiIndex);
     const bool bNamed = roSection.ReadText("connector", sizeof(oConnector.szName) - 1, szName);
     const bool bNone = szName.empty() || (!bNamed && HasConnector(roChip, eDirection, uiIndex));
-    if (roSection.ReadName<VtBoard_ConnectorType>("connector_type", gc_aoConnectorTypes, oConnector.eType) && bNone)
+    if (roSection.ReadName<VtBoard_ConnectorType>("connector_type", aoConnectorTypes, oConnector.eType) && bNone)
     {
         roSection.Refuse("connector_type", "the stream has no connector of its own");
     }

@@ -27,8 +27,8 @@ namespace
 
 // Tables in tables, arrays in arrays: deeper than any scenario needs, far from the end of the stack. Dotted keys make
 // tables too, which the library does not bound, so the dots of a line are counted before it sees them.
-constexpr int gc_iDepthLimit = 16;
-constexpr uint32_t gc_uiDotLimit = 64;
+constexpr int iDepthLimit = 16;
+constexpr uint32_t uiDotLimit = 64;
 
 bool CheckDots(std::string_view szText, SScenarioFault& roFault)
 {
@@ -38,7 +38,7 @@ bool CheckDots(std::string_view szText, SScenarioFault& roFault)
     {
         uiLine += cCharacter == '\n' ? 1 : 0;
         uiDots = cCharacter == '\n' ? 0 : uiDots + (cCharacter == '.' ? 1 : 0);
-        if (uiDots > gc_uiDotLimit)
+        if (uiDots > uiDotLimit)
         {
             roFault.Set(uiLine, "more than 64 dots in a line");
             return false;
@@ -69,7 +69,7 @@ bool ConvertTable(const toml::table& roFrom, int iDepth, SScenarioNode& roTo, SS
 bool Convert(const toml::node& roFrom, int iDepth, SScenarioNode& roTo, SScenarioFault& roFault)
 {
     roTo.uiLine = std::max<uint32_t>(roFrom.source().begin.line, 1);
-    if (iDepth > gc_iDepthLimit)
+    if (iDepth > iDepthLimit)
     {
         roFault.Set(roTo.uiLine, "nested too deeply");
         return false;
@@ -116,7 +116,7 @@ bool Convert(const toml::node& roFrom, int iDepth, SScenarioNode& roTo, SScenari
 bool ScenarioTree_Parse(std::string_view szText, SScenarioNode& roRoot, SScenarioFault& roFault)
 {
     roRoot = {};
-    if (szText.size() > gc_uiScenarioTextLimit)
+    if (szText.size() > uiScenarioTextLimit)
     {
         roFault.Set(1, "the text is longer than 1 MiB");
         return false;

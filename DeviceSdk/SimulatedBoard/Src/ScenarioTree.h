@@ -35,7 +35,7 @@ struct SScenarioNode
 };
 
 // Longest text that is read, bytes.
-inline constexpr size_t gc_uiScenarioTextLimit = 1U << 20;
+inline constexpr size_t uiScenarioTextLimit = 1U << 20;
 
 /* False with roFault set when the text is too long or is no TOML. */
 bool ScenarioTree_Parse(std::string_view szText, SScenarioNode& roRoot, SScenarioFault& roFault);

@@ -11,12 +11,12 @@
 #include <cstdint>
 #include <limits>
 
-inline constexpr uint64_t gc_uiForEver = std::numeric_limits<uint64_t>::max();
+inline constexpr uint64_t uiForEver = std::numeric_limits<uint64_t>::max();
 
 struct SSchedule
 {
     uint64_t uiFirst = 0;  // first field of the first occurrence
-    uint64_t uiLength = 1; // fields of an occurrence, gc_uiForEver for one that does not end
+    uint64_t uiLength = 1; // fields of an occurrence, uiForEver for one that does not end
     uint64_t uiPeriod = 0; // fields from one occurrence to the next, 0: once
 
     // Occurrences that have begun at uiField or before.
@@ -58,7 +58,7 @@ struct SSchedule
     // First field behind the occurrence that uiField, an active one, lies in.
     constexpr uint64_t EndOf(uint64_t uiField) const
     {
-        return uiLength == gc_uiForEver ? gc_uiForEver : uiField - Offset(uiField) + uiLength;
+        return uiLength == uiForEver ? uiForEver : uiField - Offset(uiField) + uiLength;
     }
 };
 

@@ -7,9 +7,9 @@ namespace
 {
 
 // A caller that was away for longer is not told of fields before.
-constexpr uint64_t gc_uiLatchFields = 1U << 16;
+constexpr uint64_t uiLatchFields = 1U << 16;
 // Missed fields that one stepped wait passes over at most.
-constexpr uint64_t gc_uiMissedFields = 1U << 16;
+constexpr uint64_t uiMissedFields = 1U << 16;
 
 std::string StreamColumns(const SStreamSetup& roSetup, EDirection eDirection)
 {
@@ -30,14 +30,14 @@ int64_t DeadlineIn(int64_t iNowNs, uint32_t uiTimeOutMs)
 // The oldest field that a caller is still told of who has seen those before uiUnseen.
 uint64_t GetOldest(uint64_t uiUnseen, uint64_t uiNext)
 {
-    return std::max(uiUnseen, uiNext - std::min(uiNext, gc_uiLatchFields));
+    return std::max(uiUnseen, uiNext - std::min(uiNext, uiLatchFields));
 }
 
 // Fields that last as long as uiMs.
 uint64_t FieldsIn(uint32_t uiMs, FixedTicks iFieldTicks, uint32_t uiTickFreqHz)
 {
     // Less a tick, so that a field duration rounded downward does not cost another field.
-    const FixedTicks iTicks = static_cast<FixedTicks>((UInt128{uiMs} * uiTickFreqHz << 64) / 1000) - gc_iOneTick;
+    const FixedTicks iTicks = static_cast<FixedTicks>((UInt128{uiMs} * uiTickFreqHz << 64) / 1000) - iOneTick;
     return static_cast<uint64_t>((std::max<FixedTicks>(iTicks, 0) + iFieldTicks - 1) / iFieldTicks);
 }
 
@@ -147,7 +147,7 @@ void CStream::Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const
 VtStatus CStream::SleepInVain(SReader& roReader, int64_t iDeadlineNs)
 {
     const uint64_t uiRemoval = GetRemovalTicks();
-    if (uiRemoval != gc_uiForEver)
+    if (uiRemoval != uiForEver)
     {
         iDeadlineNs = std::min(iDeadlineNs, m_oSetup.oClock.ToNs(uiRemoval));
     }
@@ -193,7 +193,7 @@ VtStatus CStream::Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roF
         {
             const uint64_t uiFields =
                 FieldsIn(uiTimeOutMs, m_oModel.GetFieldTicks(), m_oModel.GetStream().uiTickFreqHz);
-            const uint64_t uiEnd = uiPosition + std::clamp<uint64_t>(uiFields, 1, gc_uiMissedFields);
+            const uint64_t uiEnd = uiPosition + std::clamp<uint64_t>(uiFields, 1, uiMissedFields);
             uiField = m_oModel.FindReported(uiPosition, uiEnd);
             bReported = uiField < uiEnd;
             uiNext = bReported ? uiField + 1 : uiField;
@@ -202,7 +202,7 @@ VtStatus CStream::Step(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart& roF
         if (m_uiPosition.compare_exchange_weak(uiPosition, uiNext, std::memory_order_acq_rel))
         {
             roReader.uiNext.store(bReported ? uiField + 1 : uiNext, std::memory_order_relaxed);
-            m_oTruth.Add(uiUnseen, bReported ? uiField : gc_uiForEver, bReported ? uiField + 1 : uiNext);
+            m_oTruth.Add(uiUnseen, bReported ? uiField : uiForEver, bReported ? uiField + 1 : uiNext);
             return bReported ? Deliver(m_oModel.GetField(uiField), roField) : VtStatus_TIMEOUT;
         }
     }
@@ -291,7 +291,7 @@ uint64_t CStream::GetLatestField() const
 bool CStream::IsGone() const
 {
     const uint64_t uiRemoval = GetRemovalTicks();
-    if (uiRemoval == gc_uiForEver)
+    if (uiRemoval == uiForEver)
     {
         return false;
     }

@@ -1,7 +1,7 @@
 /*
  * One running input or output: the model's fields meet time and callers.
  *
- * Any number of threads wait at once, each on a reader of its own (one reader a handle). In real, scaled and freely
+ * Any number of threads wait at once, each on a reader of its own (one reader per handle). In real, scaled and freely
  * stepped time streams and readers share no lock; granted time takes the stream's mutex. All times are ticks of the
  * chip's counter unless named otherwise.
  */
@@ -34,7 +34,7 @@ struct SStreamSetup
     uint32_t uiIndex = 0;
     CFaults* pFaults = nullptr; // null: no call fails on purpose
     CTruthFile* pTruth = nullptr;
-    uint64_t uiRemovalTicks = gc_uiForEver; // when the device goes away
+    uint64_t uiRemovalTicks = uiForEver; // when the device goes away
 };
 
 struct SWaitCounts
@@ -114,7 +114,7 @@ private:
     std::atomic<uint64_t> m_uiPosition{0}; // stepped: the next field. Real: the field after the last delivered one
     std::atomic<uint32_t> m_uiOpen{0};
     std::atomic<uint32_t> m_uiWriters{0};
-    std::array<std::atomic<uint64_t>, gc_uiOperations> m_auiCalls{};
+    std::array<std::atomic<uint64_t>, uiOperations> m_auiCalls{};
     std::atomic<uint64_t> m_uiEntered{0};
     std::atomic<uint64_t> m_uiOk{0};
     std::atomic<uint64_t> m_uiCanceled{0};

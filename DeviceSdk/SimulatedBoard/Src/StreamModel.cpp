@@ -17,7 +17,7 @@
 namespace
 {
 
-constexpr uint32_t gc_uiCounterUnits = 16; // a field
+constexpr uint32_t uiCounterUnits = 16; // a field
 
 bool HasSignal(VtVideoOut_PowerState ePower)
 {
@@ -233,7 +233,7 @@ EFieldFate CStreamModel::GetFate(uint64_t uiField) const
 SFieldStart CStreamModel::GetField(uint64_t uiField) const
 {
     SFieldStart oField{.uiField = uiField, .eFate = GetFate(uiField), .uiStamp = GetStamp(uiField)};
-    oField.uiFieldCounter = m_oStream.uiFieldCounterStart + uiField * gc_uiCounterUnits;
+    oField.uiFieldCounter = m_oStream.uiFieldCounterStart + uiField * uiCounterUnits;
     if (m_oStream.eDirection == EDirection::OUTPUT)
     {
         oField.uiSetBufferCounter = GetSetBufferCount(uiField);

@@ -16,7 +16,7 @@ __extension__ typedef unsigned __int128 UInt128;
 // Ticks * 2^64.
 using FixedTicks = Int128;
 
-inline constexpr FixedTicks gc_iOneTick = FixedTicks{1} << 64;
+inline constexpr FixedTicks iOneTick = FixedTicks{1} << 64;
 
 // uiNumerator / uiDenominator as fixed point, rounded down. The quotient must be below 2^63, the denominator below
 // 2^127.
@@ -44,7 +44,7 @@ inline FixedTicks FixedTicks_FromDouble(double flTicks)
 {
     const double flWhole = std::floor(flTicks);
     const auto uiFraction = static_cast<uint64_t>((flTicks - flWhole) * 0x1p63);
-    return FixedTicks{static_cast<int64_t>(flWhole)} * gc_iOneTick + FixedTicks{uiFraction} * 2;
+    return FixedTicks{static_cast<int64_t>(flWhole)} * iOneTick + FixedTicks{uiFraction} * 2;
 }
 
 constexpr double FixedTicks_ToDouble(FixedTicks iTicks)
@@ -55,7 +55,7 @@ constexpr double FixedTicks_ToDouble(FixedTicks iTicks)
 // To the nearest whole tick, halves upward. The time must not be negative.
 constexpr uint64_t FixedTicks_Round(FixedTicks iTicks)
 {
-    return static_cast<uint64_t>((iTicks + gc_iOneTick / 2) >> 64);
+    return static_cast<uint64_t>((iTicks + iOneTick / 2) >> 64);
 }
 
 #endif

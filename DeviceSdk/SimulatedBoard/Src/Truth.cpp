@@ -12,8 +12,8 @@
 namespace
 {
 
-constexpr const char* gc_szHeader = "chip,direction,index,field,exact_ticks,stamp,field_counter,event\n";
-constexpr size_t gc_uiBlockBytes = 1U << 16; // of a caller who comes very late
+constexpr const char* szHeader = "chip,direction,index,field,exact_ticks,stamp,field_counter,event\n";
+constexpr size_t uiBlockBytes = 1U << 16; // of a caller who comes very late
 
 const char* FateName(EFieldFate eFate, bool bReported)
 {
@@ -40,7 +40,7 @@ std::unique_ptr<CTruthFile> CTruthFile::Open(const std::string& rszFile)
     }
     std::unique_ptr<CTruthFile> poFile(new CTruthFile(rszFile, pFile));
     (void)std::setvbuf(pFile, nullptr, _IONBF, 0);
-    return std::fputs(gc_szHeader, pFile) < 0 ? nullptr : std::move(poFile);
+    return std::fputs(szHeader, pFile) < 0 ? nullptr : std::move(poFile);
 }
 
 void CTruthFile::Write(const std::string& rszRows)
@@ -68,7 +68,7 @@ void CTruthRows::Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext)
     for (m_uiNext = std::max(m_uiNext, uiFrom); m_uiNext < uiNext; ++m_uiNext)
     {
         szRows += FormatRow(m_uiNext, m_uiNext == uiReported);
-        if (szRows.size() >= gc_uiBlockBytes)
+        if (szRows.size() >= uiBlockBytes)
         {
             m_pFile->Write(szRows);
             szRows.clear();

@@ -48,7 +48,7 @@ public:
     {
     }
 
-    /* A wait that began with uiFrom unseen returns uiReported (gc_uiForEver: none), which leaves uiNext as the next. */
+    /* A wait that began with uiFrom unseen returns uiReported (uiForEver: none), which leaves uiNext as the next. */
     void Add(uint64_t uiFrom, uint64_t uiReported, uint64_t uiNext);
 
 private:

@@ -14,7 +14,7 @@ using CArray = CMArray<uint64_t, uint64_t>;
 using CStringArray = CMArray<CMString, const CMString&>;
 
 // Size and capacity.
-template <class ARRAY> std::string Shape(const ARRAY& roArray)
+template <typename ARRAY> std::string Shape(const ARRAY& roArray)
 {
     return std::to_string(roArray.GetSize()) + "/" + std::to_string(roArray.GetAllocSize());
 }

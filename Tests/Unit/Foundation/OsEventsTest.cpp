@@ -31,7 +31,7 @@ struct SSignal : OsServices
     HSignal hObject = nullptr;
 };
 
-template <class OBJECT> struct OsEventsAndSignals : testing::Test
+template <typename OBJECT> struct OsEventsAndSignals : testing::Test
 {
     static void AwaitWaits(int iWaits)
     {

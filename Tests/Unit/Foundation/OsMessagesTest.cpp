@@ -16,7 +16,7 @@ protected:
         OsServices::SetMsgLevel(1, 1, 0);
         OsServices::SetMsgPrefixEnable(1);
     }
-    template <class WRITE> static std::string Written(WRITE fnWrite)
+    template <typename WRITE> static std::string Written(WRITE fnWrite)
     {
         testing::internal::CaptureStdout();
         fnWrite();
@@ -54,11 +54,11 @@ TEST_F(OsMessages, PrefixNamesTheKindTheVersionAndTheReference)
 TEST_F(OsMessages, EachLevelSilencesItsOwnKind)
 {
     OsServices::SetMsgPrefixEnable(0);
-    const char* const apszRows[] = {"", "c3\n", "b2\n", "b2\nc3\n", "a1\n", "a1\nc3\n", "a1\nb2\n", "a1\nb2\nc3\n"};
+    const char* const aszRows[] = {"", "c3\n", "b2\n", "b2\nc3\n", "a1\n", "a1\nc3\n", "a1\nb2\n", "a1\nb2\nc3\n"};
     for (Bool32 uiBits = 0; uiBits < 8; ++uiBits)
     {
         OsServices::SetMsgLevel(uiBits & 1, uiBits & 2, uiBits & 4);
-        EXPECT_EQ(WrittenByAll(), apszRows[uiBits]);
+        EXPECT_EQ(WrittenByAll(), aszRows[uiBits]);
     }
     OsServices::SetMsgLevel(0, 1, 2);
     int iUser = 9, iInfo = 9;
@@ -80,14 +80,14 @@ TEST_F(OsMessages, LineIsCutAtTwoHundredAndFiftyFiveCharacters)
 TEST_F(OsMessages, SecondFormattingReadsNoArgumentsThatAreNotThere)
 {
     OsServices::SetMsgPrefixEnable(0);
-    const std::pair<const char*, const char*> apszRows[] = {
+    const std::pair<const char*, const char*> aszRows[] = {
         {"50%", "50%"},         {"50%%", "50%"}, {"%s%n%d", "%s%n%d"},
         {"%%s", "%s"},          {"%%%d", "%%d"}, {"%1$s%*.*f", "%1$s%*.*f"},
         {"100% of", "100% of"}, {"", ""},
     };
-    for (const auto& [pszGiven, pszExpected] : apszRows)
+    for (const auto& [szGiven, szExpected] : aszRows)
     {
-        EXPECT_EQ(Written([&, pszGiven = pszGiven] { OsServices::WriteErrorMsg("%s", pszGiven); }), pszExpected);
+        EXPECT_EQ(Written([&, szGiven = szGiven] { OsServices::WriteErrorMsg("%s", szGiven); }), szExpected);
     }
     EXPECT_EQ(Written([] { OsServices::WriteErrorMsg("5%% %d%%%%\n", 6); }), "5% 6%\n");
 }
@@ -95,12 +95,12 @@ TEST_F(OsMessages, SecondFormattingReadsNoArgumentsThatAreNotThere)
 TEST_F(OsMessages, FailedAssertNamesTheFileAloneAndTheLine)
 {
     OsServices::SetMsgPrefixEnable(0);
-    const std::pair<const char*, const char*> apszRows[] = {
+    const std::pair<const char*, const char*> aszRows[] = {
         {"a/b\\c.cpp", "c.cpp"}, {"a\\b/c.cpp", "c.cpp"}, {"KrvMFCTypes", "KrvMFCTypes"}, {"a/", ""}, {"", ""}};
-    for (const auto& [pszPath, pszName] : apszRows)
+    for (const auto& [szPath, szName] : aszRows)
     {
-        EXPECT_EQ(Written([pszPath = pszPath] { ReportFailedAssert(pszPath, 4309); }),
-                  std::string(pszName) + "(4309) Assertion failed\n");
+        EXPECT_EQ(Written([szPath = szPath] { ReportFailedAssert(szPath, 4309); }),
+                  std::string(szName) + "(4309) Assertion failed\n");
     }
     const std::string szHere = Written([] { ReportFailedAssert(); });
     EXPECT_EQ(szHere, "OsMessagesTest.cpp(" + std::to_string(__LINE__ - 1) + ") Assertion failed\n");

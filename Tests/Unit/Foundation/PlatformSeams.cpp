@@ -53,10 +53,10 @@ SEAM_RESULT(g_oSeams.pfnClock&& iClock == g_oSeams.iClock ? g_oSeams.pfnClock(*p
                                                           : __real_clock_gettime(iClock, poNow),
             clock_gettime, clockid_t iClock, timespec* poNow)
 SEAM_RESULT((g_oSeams.iSleptUs = uiSleepUs, 0), usleep, useconds_t uiSleepUs)
-SEAM(int, open, const char* pszPath, int iFlags, mode_t uiMode)
+SEAM(int, open, const char* szPath, int iFlags, mode_t uiMode)
 {
-    const bool bIsReplaced = !g_oSeams.szDevMem.empty() && std::strcmp(pszPath, "/dev/mem") == 0;
-    return __real_open(bIsReplaced ? g_oSeams.szDevMem.c_str() : pszPath, iFlags, uiMode);
+    const bool bIsReplaced = !g_oSeams.szDevMem.empty() && std::strcmp(szPath, "/dev/mem") == 0;
+    return __real_open(bIsReplaced ? g_oSeams.szDevMem.c_str() : szPath, iFlags, uiMode);
 }
 SEAM(void*, mmap, void* pvWish, size_t uiLength, int iProtection, int iFlags, int iFile, off_t iOffset)
 {

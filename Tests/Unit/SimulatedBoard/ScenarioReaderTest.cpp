@@ -27,9 +27,9 @@ std::string GetFault(const std::string& rszText)
     return Scenario_Read(rszText, oScenario, oFault) ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
 }
 
-const std::string gc_szInput = "[[chip]]\n[[chip.input]]\nstandard = '1080p60'\n";          // lines 1 to 3
-const std::string gc_szOutput = "[[chip]]\n[[chip.output]]\nstandard = '1080p60'\n";        // lines 1 to 3
-const std::string gc_szEvent = gc_szInput + "[[chip.input.event]]\nat_field = 10\nkind = "; // kind on line 6
+const std::string szInput = "[[chip]]\n[[chip.input]]\nstandard = '1080p60'\n";       // lines 1 to 3
+const std::string szOutput = "[[chip]]\n[[chip.output]]\nstandard = '1080p60'\n";     // lines 1 to 3
+const std::string szEvent = szInput + "[[chip.input.event]]\nat_field = 10\nkind = "; // kind on line 6
 
 } // namespace
 
@@ -62,55 +62,53 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
         {"[[chip]]\n[[chip.input]]\ntiming = { h_active = 8, v_active = 8 }", "3: pixel_clock_hz: missing"},
         {szTiming + "10_000_000_000 }", "3: timing: a field must last 64 ticks to 10 seconds"},
         {szTiming + "1000, v_sync = -1 }", "3: v_sync: must be 0 to 16384"},
-        {gc_szInput + "ppm = inf", "4: ppm: must be -50000 to 50000"},
-        {gc_szInput + "lock_group = 'x'", "4: lock_group: there is no lock group \"x\""},
+        {szInput + "ppm = inf", "4: ppm: must be -50000 to 50000"},
+        {szInput + "lock_group = 'x'", "4: lock_group: there is no lock group \"x\""},
         {"[[chip]]\nlock_group = [{ name = 'x' }, { name = 'x' }]",
          "2: name: there is a lock group of that name already"},
         {"[[chip]]\nlock_group = [{ name = 'x' }]\n[[chip.input]]\nstandard = '720p50'\nlock_group = 'x'\nppm = 1",
          "6: ppm: is the lock group's matter"},
-        {gc_szInput + "wander_ticks = 1_000_000",
+        {szInput + "wander_ticks = 1_000_000",
          "4: wander_ticks: changes the rate by more than 1000 ppm over wander_period_s"},
-        {gc_szInput + "jitter_ticks = 20_000", "4: jitter_ticks: must be 0 to 13020.8333333333"},
-        {gc_szInput + "phase_ticks = -200_000_000", "4: phase_ticks: field 0 would start before tick 1"},
-        {gc_szInput + "phase_us = -2e6", "4: phase_us: field 0 would start before tick 1"},
-        {gc_szInput + "phase_ticks = 1e12", "4: phase_ticks: must be -100000000000 to 100000000000"},
-        {gc_szInput + "phase_us = 1\nphase_lines = 1",
+        {szInput + "jitter_ticks = 20_000", "4: jitter_ticks: must be 0 to 13020.8333333333"},
+        {szInput + "phase_ticks = -200_000_000", "4: phase_ticks: field 0 would start before tick 1"},
+        {szInput + "phase_us = -2e6", "4: phase_us: field 0 would start before tick 1"},
+        {szInput + "phase_ticks = 1e12", "4: phase_ticks: must be -100000000000 to 100000000000"},
+        {szInput + "phase_us = 1\nphase_lines = 1",
          "5: phase_lines: only one of phase_ticks, phase_us and phase_lines"},
-        {gc_szInput + "ready = 7", "4: ready: ready, loan and their spreads together are more than the buffers"},
-        {gc_szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names (UNKOWN, "},
-        {gc_szInput + "power_state = 'ON'", "4: unknown key power_state"},
-        {gc_szInput + "connector = ''\nconnector_type = 'SDI'",
+        {szInput + "ready = 7", "4: ready: ready, loan and their spreads together are more than the buffers"},
+        {szInput + "pixel_format = 'RGB'", "4: pixel_format: \"RGB\" is none of its names (UNKOWN, "},
+        {szInput + "power_state = 'ON'", "4: unknown key power_state"},
+        {szInput + "connector = ''\nconnector_type = 'SDI'",
          "5: connector_type: the stream has no connector of its own"},
-        {gc_szInput + "connector = '" + std::string(64, 'x') + "'", "4: connector: must be a text of at most 63 bytes"},
-        {gc_szOutput + "set_buffer_pattern = []", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
-        {gc_szInput + "connector = \"a\\u0000\"", "4: connector: may hold no NUL character"},
-        {gc_szOutput + "set_buffer_pattern = [1,\n-1]", "5: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
-        {gc_szEvent + "'rain'", "6: kind: \"rain\" is none of its names (signal_loss, "},
-        {gc_szEvent + "'hang'", "4: ms: missing"},
-        {gc_szEvent + "'hang'\nms = 5\nat_s = 1", "8: at_s: either at_field or at_s"},
-        {gc_szInput + "event = [{ kind = 'missed_field' }]", "4: at_field: missing"},
-        {gc_szInput + "event = [{ knid = 'missed_field', at_field = 3 }]", "4: unknown key knid: did you mean kind?"},
-        {gc_szInput + "event = [{ at_field = 3, for_s = 2 }]", "4: kind: missing"},
-        {gc_szEvent + "'signal_loss'\nevery_s = 1", "6: kind: a periodic signal_loss needs for_fields or for_s"},
-        {gc_szEvent + "'signal_loss'\nevery_s = 1\nfor_s = 1", "8: for_s: must be shorter than the period"},
-        {gc_szEvent + "'signal_loss'\nfor_s = 0.001", "7: for_s: must last at least 1 field"},
-        {gc_szEvent + "'missed_field'\nevery_s = 0", "7: every_s: must last at least 2 fields"},
-        {gc_szEvent + "'power_state'\nstate = 'OFF'", "6: kind: inputs have no power state"},
-        {gc_szEvent + "'lock_lost'\nppm = -50\nfor_s = 30",
+        {szInput + "connector = '" + std::string(64, 'x') + "'", "4: connector: must be a text of at most 63 bytes"},
+        {szOutput + "set_buffer_pattern = []", "4: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
+        {szInput + "connector = \"a\\u0000\"", "4: connector: may hold no NUL character"},
+        {szOutput + "set_buffer_pattern = [1,\n-1]", "5: set_buffer_pattern: must be 1 to 64 integers of 0 to 1000"},
+        {szEvent + "'rain'", "6: kind: \"rain\" is none of its names (signal_loss, "},
+        {szEvent + "'hang'", "4: ms: missing"},
+        {szEvent + "'hang'\nms = 5\nat_s = 1", "8: at_s: either at_field or at_s"},
+        {szInput + "event = [{ kind = 'missed_field' }]", "4: at_field: missing"},
+        {szInput + "event = [{ knid = 'missed_field', at_field = 3 }]", "4: unknown key knid: did you mean kind?"},
+        {szInput + "event = [{ at_field = 3, for_s = 2 }]", "4: kind: missing"},
+        {szEvent + "'signal_loss'\nevery_s = 1", "6: kind: a periodic signal_loss needs for_fields or for_s"},
+        {szEvent + "'signal_loss'\nevery_s = 1\nfor_s = 1", "8: for_s: must be shorter than the period"},
+        {szEvent + "'signal_loss'\nfor_s = 0.001", "7: for_s: must last at least 1 field"},
+        {szEvent + "'missed_field'\nevery_s = 0", "7: every_s: must last at least 2 fields"},
+        {szEvent + "'power_state'\nstate = 'OFF'", "6: kind: inputs have no power state"},
+        {szEvent + "'lock_lost'\nppm = -50\nfor_s = 30",
          "7: ppm: the stream would jump back by more than 1/16 field when lock is regained"},
-        {gc_szEvent + "'lock_lost'\nppm = 4000\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\n"
-                      "timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 }",
+        {szEvent + "'lock_lost'\nppm = 4000\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\n"
+                   "timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 }",
          "7: the stream would jump back by more than 1/16 of the shortest field"},
-        {gc_szEvent + "'phase_step'\nstep_us = 33_334\nevery_fields = 2",
+        {szEvent + "'phase_step'\nstep_us = 33_334\nevery_fields = 2",
          "7: periodic steps must not take longer than the fields between them"},
-        {gc_szInput + "event = [{ kind = 'hang', ms = 1, at_field = 13_000_000_000 }]",
+        {szInput + "event = [{ kind = 'hang', ms = 1, at_field = 13_000_000_000 }]",
          "4: begins later than in 2e8 seconds"},
-        {gc_szEvent + "'phase_step'\nstep_lines = -71", "7: steps back must stay within 1/16 field together"},
-        {gc_szEvent +
-             "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",
+        {szEvent + "'phase_step'\nstep_lines = -71", "7: steps back must stay within 1/16 field together"},
+        {szEvent + "'buffers_run_out'\nfor_fields = 9\n[[chip.input.event]]\nkind = 'buffers_run_out'\nat_field = 18",
          "10: meets the buffers_run_out of line 5"},
-        {gc_szEvent +
-             "'doubled_field'\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\nstandard = '720p50'",
+        {szEvent + "'doubled_field'\n[[chip.input.event]]\nkind = 'format_change'\nat_field = 18\nstandard = '720p50'",
          "5: a stream has either doubled_field or format_change events"},
         {"[[chip]]\n[[fault]]\noperation = 'VtNo'\nstatus = 'VtStatus_FAIL'",
          "3: operation: \"VtNo\" is none of its names (Veltrano_LoadLite, "},
@@ -153,7 +151,7 @@ TEST(ScenarioReader, TurnsTimesIntoFieldsOfTheFirstFormat)
 {
     SScenario oScenario;
     SScenarioFault oFault;
-    ASSERT_TRUE(Scenario_Read(gc_szInput + R"(phase_us = 1000
+    ASSERT_TRUE(Scenario_Read(szInput + R"(phase_us = 1000
 event = [{ kind = "signal_loss", at_s = 1.0, for_s = 0.5, every_s = 20 },
          { kind = "hang", ms = 3, at_s = 0.0 }]
 )",

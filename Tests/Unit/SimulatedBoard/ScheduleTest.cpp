@@ -8,7 +8,7 @@ TEST(Schedule, ClosedFormsAgreeWithCounting)
     const std::array aoSchedules = {
         SSchedule{.uiFirst = 0, .uiLength = 1, .uiPeriod = 0},
         SSchedule{.uiFirst = 7, .uiLength = 5, .uiPeriod = 0},
-        SSchedule{.uiFirst = 3, .uiLength = gc_uiForEver, .uiPeriod = 0},
+        SSchedule{.uiFirst = 3, .uiLength = uiForEver, .uiPeriod = 0},
         SSchedule{.uiFirst = 2, .uiLength = 3, .uiPeriod = 10},
         SSchedule{.uiFirst = 0, .uiLength = 1, .uiPeriod = 2},
     };

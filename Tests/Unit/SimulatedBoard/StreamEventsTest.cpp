@@ -4,12 +4,12 @@
 namespace
 {
 
-constexpr uint64_t gc_uiStart = 100'000'000;
+constexpr uint64_t uiStart = 100'000'000;
 
 // Start of the n-th field of an undisturbed 1080p60 stream.
 uint64_t GridTick(uint64_t uiField)
 {
-    return gc_uiStart + (uiField * 5'000'000 * 2 + 3) / 6;
+    return uiStart + (uiField * 5'000'000 * 2 + 3) / 6;
 }
 
 class StreamEvents : public CBoardTest
@@ -60,7 +60,7 @@ TEST_F(StreamEvents, FormatChangesAndReturns)
         EXPECT_EQ(oWaited.bTop, iField == 4 || iField == 6 ? 1U : 0U);
     }
     EXPECT_EQ(GetInParam().uiVRate_Hz, 60U);
-    EXPECT_EQ(Wait(m_hIn).uiTicks, gc_uiStart + 8'000'000 + 6'666'667);
+    EXPECT_EQ(Wait(m_hIn).uiTicks, uiStart + 8'000'000 + 6'666'667);
 }
 
 TEST_F(StreamEvents, InterlacedTopFieldsAlternate)
@@ -75,7 +75,7 @@ TEST_F(StreamEvents, InterlacedTopFieldsAlternate)
         EXPECT_EQ(Wait(hTop).bTop, (uiField + 1) % 2);
         const SWaited oWaited = Wait(hBottom);
         EXPECT_EQ(oWaited.bTop, uiField % 2);
-        EXPECT_EQ(oWaited.uiTicks, gc_uiStart + uiField * 2'000'000U); // 864 x 625 at 13.5 MHz, half of it
+        EXPECT_EQ(oWaited.uiTicks, uiStart + uiField * 2'000'000U); // 864 x 625 at 13.5 MHz, half of it
     }
 }
 
@@ -196,7 +196,7 @@ TEST_F(StreamEvents, ARemovedDeviceFailsEveryLaterCall)
     Load("[time]\nmode = 'stepped'\n[[chip]]\nremoval_at_s = 0.1\n[[chip.input]]\nstandard = '1080p50'\nconnector = "
          "'A'");
     m_hIn = OpenIn();
-    EXPECT_EQ(WaitTimes(m_hIn, 5).uiTicks, gc_uiStart + 8'000'000);
+    EXPECT_EQ(WaitTimes(m_hIn, 5).uiTicks, uiStart + 8'000'000);
     VtBoard_ConnectorInfo oInfo{};
     oInfo.uiSize = sizeof(oInfo);
     uint32_t uiCount = 77;

@@ -11,8 +11,8 @@
 namespace
 {
 
-constexpr int64_t gc_iNsPerSecond = 1'000'000'000;
-constexpr uint64_t gc_uiNsPerSecond = 1'000'000'000;
+constexpr int64_t iNsPerSecond = 1'000'000'000;
+constexpr uint64_t uiNsPerSecond = 1'000'000'000;
 
 } // namespace
 
@@ -20,7 +20,7 @@ int64_t MonotonicClock_GetNs()
 {
     timespec oNow{};
     (void)clock_gettime(CLOCK_MONOTONIC, &oNow);
-    return oNow.tv_sec * gc_iNsPerSecond + oNow.tv_nsec;
+    return oNow.tv_sec * iNsPerSecond + oNow.tv_nsec;
 }
 
 uint64_t CBoardClock::ToTicks(int64_t iNs) const
@@ -31,8 +31,8 @@ uint64_t CBoardClock::ToTicks(int64_t iNs) const
         uiBoardNs = static_cast<uint64_t>(static_cast<double>(uiBoardNs) * m_flScale);
     }
     // Seconds and the rest apart: both products stay within 64 bits, and no precision is lost.
-    return m_uiTickStart + uiBoardNs / gc_uiNsPerSecond * m_uiTickFreqHz +
-           uiBoardNs % gc_uiNsPerSecond * m_uiTickFreqHz / gc_uiNsPerSecond;
+    return m_uiTickStart + uiBoardNs / uiNsPerSecond * m_uiTickFreqHz +
+           uiBoardNs % uiNsPerSecond * m_uiTickFreqHz / uiNsPerSecond;
 }
 
 int64_t CBoardClock::ToNs(uint64_t uiTicks) const
@@ -44,7 +44,7 @@ int64_t CBoardClock::ToNs(uint64_t uiTicks) const
     const uint64_t uiSince = uiTicks - m_uiTickStart;
     const uint64_t uiRest = uiSince % m_uiTickFreqHz;
     uint64_t uiBoardNs =
-        uiSince / m_uiTickFreqHz * gc_uiNsPerSecond + (uiRest * gc_uiNsPerSecond + m_uiTickFreqHz - 1) / m_uiTickFreqHz;
+        uiSince / m_uiTickFreqHz * uiNsPerSecond + (uiRest * uiNsPerSecond + m_uiTickFreqHz - 1) / m_uiTickFreqHz;
     if (m_flScale != 1.0)
     {
         uiBoardNs = static_cast<uint64_t>(std::ceil(static_cast<double>(uiBoardNs) / m_flScale));
@@ -60,7 +60,7 @@ int64_t CBoardClock::ToRealNs(uint32_t uiBoardMs) const
 // A futex rather than clock_nanosleep: the same absolute sleep on the same timer, and another thread can end it.
 bool CSleeper::SleepUntil(int64_t iDeadlineNs)
 {
-    const timespec oDeadline{.tv_sec = iDeadlineNs / gc_iNsPerSecond, .tv_nsec = iDeadlineNs % gc_iNsPerSecond};
+    const timespec oDeadline{.tv_sec = iDeadlineNs / iNsPerSecond, .tv_nsec = iDeadlineNs % iNsPerSecond};
     while (!IsInterrupted())
     {
         const long iResult = syscall(SYS_futex, &m_uiInterrupted, FUTEX_WAIT_BITSET_PRIVATE, 0, &oDeadline, nullptr,

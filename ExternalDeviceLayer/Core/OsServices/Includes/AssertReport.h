@@ -7,6 +7,6 @@
 #include <cstdint>
 
 // Writes the error message "<base name>(<line>) Assertion failed". Without arguments, those of the caller.
-void ReportFailedAssert(const char* pszSourcePath = __builtin_FILE(), uint32_t uiLine = __builtin_LINE());
+void ReportFailedAssert(const char* szSourcePath = __builtin_FILE(), uint32_t uiLine = __builtin_LINE());
 
 #endif

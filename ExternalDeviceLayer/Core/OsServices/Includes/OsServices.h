@@ -101,7 +101,7 @@ public:
     [[gnu::format(printf, 1, 2)]] static void WriteUserMsg(const char* pszFormat, ...);
     [[gnu::format(printf, 1, 2)]] static void WriteErrorMsg(const char* pszFormat, ...);
 
-    static void SetMsgPrefix(const char* pszMsgPrefix); // up to 63 characters
+    static void SetMsgPrefix(const char* szMsgPrefix); // up to 63 characters
     static void SetMsgReferenceId(uint64_t uiReferenceId);
     static void SetMsgLevel(Bool32 bEnableErrorMsg, Bool32 bEnableUserMsg, Bool32 bEnableInfo);
     static void GetMsgLevel(int* piEnableErrorMsg, int* piEnableUserMsg, int* piEnableInfo); // outputs may be null
@@ -110,13 +110,13 @@ public:
     static void SetTestMode(Bool32 bTestMode);
 
     /* The part of the path behind its last '/' or '\\'; points into the given text. */
-    static const char* GetFileNameOnlySubSring(const char* pszPath);
+    static const char* GetFileNameOnlySubSring(const char* szPath);
 
 private:
     [[gnu::format(printf, 3, 4)]] static int32_t FormatString(char* pszDest, uint32_t uiDestSize, const char* pszFormat,
                                                               ...);
     [[gnu::format(printf, 1, 2)]] static void WriteMsgInternal(const char* pszFormat, ...);
-    [[gnu::format(printf, 2, 0)]] static void WriteLine(const char* pszKind, const char* pszFormat, va_list oArguments);
+    [[gnu::format(printf, 2, 0)]] static void WriteLine(const char* szKind, const char* pszFormat, va_list oArguments);
 
     static uint32_t ms_uiInstanceCount;
     static uint32_t ms_uiOldRandomValue;

@@ -16,13 +16,14 @@ namespace
 constexpr uint32_t uiLongestBusyWaitUs = 100000;
 constexpr uint32_t uiSeedInstead = 0x9E3779B9; // any with a next value other than 0
 
-template <class HANDLE> void FreeHandle(HANDLE hObject)
+template <typename HANDLE> void FreeHandle(HANDLE hObject)
 {
     delete[] reinterpret_cast<uint8_t*>(hObject);
 }
 
 // Handle memory is an array of bytes, which new aligns for any object that fits into it.
-template <class HANDLE, class CREATE> Bool32 CreateHandle(HANDLE& rhObject, uint32_t uiHandleSize, CREATE pfnCreate)
+template <typename HANDLE, typename CREATE>
+Bool32 CreateHandle(HANDLE& rhObject, uint32_t uiHandleSize, CREATE pfnCreate)
 {
     rhObject = reinterpret_cast<HANDLE>(new uint8_t[uiHandleSize]);
     const Bool32 bCreated = pfnCreate(rhObject);
@@ -35,7 +36,7 @@ template <class HANDLE, class CREATE> Bool32 CreateHandle(HANDLE& rhObject, uint
 }
 
 // What cannot be destroyed may still be in use, so its memory is rather leaked.
-template <class HANDLE> Bool32 DestroyHandle(HANDLE hObject, Bool32 (*pfnDestroy)(HANDLE))
+template <typename HANDLE> Bool32 DestroyHandle(HANDLE hObject, Bool32 (*pfnDestroy)(HANDLE))
 {
     const Bool32 bDestroyed = pfnDestroy(hObject);
     if (bDestroyed && hObject != nullptr)
@@ -336,15 +337,15 @@ uint32_t OsServices::GetRandomNonZero() const
     return uiRandom;
 }
 
-const char* OsServices::GetFileNameOnlySubSring(const char* pszPath)
+const char* OsServices::GetFileNameOnlySubSring(const char* szPath)
 {
-    const char* pszName = pszPath;
-    for (; *pszPath != '\0'; ++pszPath)
+    const char* szName = szPath;
+    for (; *szPath != '\0'; ++szPath)
     {
-        if (*pszPath == '/' || *pszPath == '\\')
+        if (*szPath == '/' || *szPath == '\\')
         {
-            pszName = pszPath + 1;
+            szName = szPath + 1;
         }
     }
-    return pszName;
+    return szName;
 }

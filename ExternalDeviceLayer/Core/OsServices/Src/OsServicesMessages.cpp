@@ -18,21 +18,21 @@ namespace
 constexpr uint32_t uiLineSize = 256;
 
 // The text as a format that prints it: every "%" that does not start a "%%" is doubled.
-void MakeFormat(char (&rszFormat)[2 * uiLineSize], const char* pszText)
+void MakeFormat(char (&rszFormat)[2 * uiLineSize], const char* szText)
 {
     char* pszDest = rszFormat;
-    while (*pszText != '\0')
+    while (*szText != '\0')
     {
-        const char cCharacter = *pszText++;
+        const char cCharacter = *szText++;
         *pszDest++ = cCharacter;
         if (cCharacter != '%')
         {
             continue;
         }
         *pszDest++ = '%';
-        if (*pszText == '%')
+        if (*szText == '%')
         {
-            ++pszText;
+            ++szText;
         }
     }
     *pszDest = '\0';
@@ -73,7 +73,7 @@ void OsServices::WriteErrorMsg(const char* pszFormat, ...)
     va_end(oArguments);
 }
 
-void OsServices::WriteLine(const char* pszKind, const char* pszFormat, va_list oArguments)
+void OsServices::WriteLine(const char* szKind, const char* pszFormat, va_list oArguments)
 {
     VTSTR256 szLine = {};
     uint32_t uiLength = 0;
@@ -81,7 +81,7 @@ void OsServices::WriteLine(const char* pszKind, const char* pszFormat, va_list o
     {
         const int32_t iLength = FormatString(szLine, uiLineSize, "%s(%d.%d.%d.%d)[%llu]: (%s) ", ms_szMsgPrefix,
                                              msc_uiMajorVer, msc_uiMinorVer, msc_uiPatchVer, msc_uiBuildVer,
-                                             static_cast<unsigned long long>(ms_uiReferenceId), pszKind);
+                                             static_cast<unsigned long long>(ms_uiReferenceId), szKind);
         uiLength = static_cast<uint32_t>(std::clamp<int32_t>(iLength, 0, uiLineSize - 1));
     }
     KrvTools_vsprintf_s(szLine + uiLength, uiLineSize - uiLength, pszFormat, oArguments);
@@ -112,9 +112,9 @@ void OsServices::WriteMsgInternal(const char* pszFormat, ...)
     va_end(oArguments);
 }
 
-void OsServices::SetMsgPrefix(const char* pszMsgPrefix)
+void OsServices::SetMsgPrefix(const char* szMsgPrefix)
 {
-    KrvTools_strcpy_s(ms_szMsgPrefix, sizeof(ms_szMsgPrefix), pszMsgPrefix);
+    KrvTools_strcpy_s(ms_szMsgPrefix, sizeof(ms_szMsgPrefix), szMsgPrefix);
 }
 
 void OsServices::SetMsgReferenceId(uint64_t uiReferenceId)

@@ -19,11 +19,11 @@
 #include "KrvTypes.h"
 
 // What may index an array besides the two types of the virtual operations.
-template <class INDEX>
+template <typename INDEX>
 concept CMArrayIndex = std::integral<INDEX> || std::is_enum_v<INDEX>;
 
 // TYPE is the element, ARG_TYPE is how one is passed (TYPE itself, or a constant reference to it).
-template <class TYPE, class ARG_TYPE> class CMArray
+template <typename TYPE, typename ARG_TYPE> class CMArray
 {
 public:
     CMArray() = default;
@@ -152,7 +152,8 @@ protected:
     [[maybe_unused]] const uint32_t mc_uiPadding1 = 0;
 };
 
-template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
+template <typename TYPE, typename ARG_TYPE>
+inline void CMArray<TYPE, ARG_TYPE>::SetSize(int32_t iNewSize, int32_t iGrowBy)
 {
     // What Add nearly always comes to, small enough to be compiled in place.
     if (iGrowBy == -1 && IsInCapacity(static_cast<uint32_t>(iNewSize) - 1)) [[likely]]
@@ -163,7 +164,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetSi
     SetAnySize(iNewSize, iGrowBy);
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAnySize(int32_t iNewSize, int32_t iGrowBy)
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAnySize(int32_t iNewSize, int32_t iGrowBy)
 {
     if (iNewSize < 0)
     {
@@ -192,7 +193,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetAnySize(i
     }
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeAll()
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeAll()
 {
     MDestructElements(m_poData, m_iSize);
     CMAllocator::FreeBlock(m_poData);
@@ -201,7 +202,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeAll()
     m_iMaxSize = 0;
 }
 
-template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::AllocateFirst(int32_t iNewSize)
+template <typename TYPE, typename ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::AllocateFirst(int32_t iNewSize)
 {
     m_poData = Allocate(iNewSize);
     MConstructElements(m_poData, iNewSize);
@@ -209,7 +210,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Alloc
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::ResizeInPlace(int32_t iNewSize)
+template <typename TYPE, typename ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::ResizeInPlace(int32_t iNewSize)
 {
     const auto iAdded = static_cast<int32_t>(static_cast<uint32_t>(iNewSize) - static_cast<uint32_t>(m_iSize));
     if (iAdded > 0)
@@ -223,7 +224,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Resiz
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Grow(int32_t iNewSize)
+template <typename TYPE, typename ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Grow(int32_t iNewSize)
 {
     constexpr int32_t iSmallestStep = 4;
     constexpr int32_t iLargestStep = 1024;
@@ -252,7 +253,7 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::Grow(
     m_iSize = iNewSize;
 }
 
-template <class TYPE, class ARG_TYPE>
+template <typename TYPE, typename ARG_TYPE>
 inline void CMArray<TYPE, ARG_TYPE>::MoveToBlock(TYPE* poNewData, int32_t iNewMaxSize)
 {
     // By raw copy: the old block is freed without destroying what moved out of it.
@@ -263,7 +264,7 @@ inline void CMArray<TYPE, ARG_TYPE>::MoveToBlock(TYPE* poNewData, int32_t iNewMa
     m_iMaxSize = iNewMaxSize;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeExtra()
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeExtra()
 {
     if (m_iSize == m_iMaxSize)
     {
@@ -277,7 +278,8 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::FreeExtra()
     MoveToBlock(Allocate(m_iSize), m_iSize);
 }
 
-template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetAtGrow(int32_t iIndex, ARG_TYPE oValue)
+template <typename TYPE, typename ARG_TYPE>
+inline void CMArray<TYPE, ARG_TYPE>::SetAtGrow(int32_t iIndex, ARG_TYPE oValue)
 {
     if (iIndex >= m_iSize)
     {
@@ -301,7 +303,8 @@ template <class TYPE, class ARG_TYPE> inline void CMArray<TYPE, ARG_TYPE>::SetAt
     ElementAt(iIndex) = oValue;
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetBeyondCapacity(int32_t iIndex, ARG_TYPE oValue)
+template <typename TYPE, typename ARG_TYPE>
+void CMArray<TYPE, ARG_TYPE>::SetBeyondCapacity(int32_t iIndex, ARG_TYPE oValue)
 {
     // The value may be an element of this very array, which growing moves away.
     const int32_t iOwnIndex = OwnIndexOf(oValue);
@@ -314,7 +317,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::SetBeyondCap
     ElementAt(iIndex) = oValue;
 }
 
-template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::OwnIndexOf(ARG_TYPE oValue) const
+template <typename TYPE, typename ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::OwnIndexOf(ARG_TYPE oValue) const
 {
     if constexpr (std::is_reference_v<ARG_TYPE> && std::is_same_v<std::remove_cvref_t<ARG_TYPE>, TYPE>)
     {
@@ -327,7 +330,7 @@ template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::OwnIndexO
     return -1;
 }
 
-template <class TYPE, class ARG_TYPE>
+template <typename TYPE, typename ARG_TYPE>
 void CMArray<TYPE, ARG_TYPE>::CopyElements(const TYPE* paoElements, int32_t iCount)
 {
     CMArray::SetSize(iCount, -1); // also from constructors, where nothing is overridden yet
@@ -337,7 +340,7 @@ void CMArray<TYPE, ARG_TYPE>::CopyElements(const TYPE* paoElements, int32_t iCou
     }
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Copy(const CMArray& roOther)
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Copy(const CMArray& roOther)
 {
     if (this != &roOther)
     {
@@ -345,7 +348,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::Copy(const C
     }
 }
 
-template <class TYPE, class ARG_TYPE> Bool32 CMArray<TYPE, ARG_TYPE>::AddIfNotPresent(ARG_TYPE oValue)
+template <typename TYPE, typename ARG_TYPE> Bool32 CMArray<TYPE, ARG_TYPE>::AddIfNotPresent(ARG_TYPE oValue)
 {
     if (IsPresent(oValue))
     {
@@ -355,7 +358,7 @@ template <class TYPE, class ARG_TYPE> Bool32 CMArray<TYPE, ARG_TYPE>::AddIfNotPr
     return 1;
 }
 
-template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Append(const CMArray& roOther)
+template <typename TYPE, typename ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Append(const CMArray& roOther)
 {
     const int32_t iOldSize = m_iSize;
     const int32_t iCount = roOther.m_iSize; // the other may be this array
@@ -369,7 +372,7 @@ template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Append(co
     return iOldSize;
 }
 
-template <class TYPE, class ARG_TYPE>
+template <typename TYPE, typename ARG_TYPE>
 void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, ARG_TYPE oValue, int32_t iCount)
 {
     const int64_t iNewSize = std::max<int64_t>(iIndex, m_iSize) + static_cast<int64_t>(iCount);
@@ -389,7 +392,8 @@ void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, ARG_TYPE oValue, int32_t 
     }
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, const CMArray& roOther)
+template <typename TYPE, typename ARG_TYPE>
+void CMArray<TYPE, ARG_TYPE>::InsertAt(int32_t iIndex, const CMArray& roOther)
 {
     const CMArray oCopy(roOther); // the other may be this array
     if (oCopy.m_iSize == 0)
@@ -404,7 +408,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::InsertAt(int
     }
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveAt(int32_t iIndex, int32_t iCount)
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveAt(int32_t iIndex, int32_t iCount)
 {
     if (iIndex < 0 || iCount < 0 || iIndex > m_iSize || iCount > m_iSize - iIndex)
     {
@@ -418,7 +422,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveAt(int
     }
 }
 
-template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveDuplicates()
+template <typename TYPE, typename ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveDuplicates()
 {
     int32_t iKept = 0;
     for (int32_t iElement = 0; iElement < m_iSize; ++iElement)
@@ -436,7 +440,7 @@ template <class TYPE, class ARG_TYPE> void CMArray<TYPE, ARG_TYPE>::RemoveDuplic
     SetSize(iKept, -1);
 }
 
-template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Find(ARG_TYPE oValue, int32_t iStart) const
+template <typename TYPE, typename ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Find(ARG_TYPE oValue, int32_t iStart) const
 {
     for (int32_t iElement = std::max(iStart, 0); iElement < m_iSize; ++iElement)
     {
@@ -448,7 +452,7 @@ template <class TYPE, class ARG_TYPE> int32_t CMArray<TYPE, ARG_TYPE>::Find(ARG_
     return -1;
 }
 
-template <class TYPE, class ARG_TYPE>
+template <typename TYPE, typename ARG_TYPE>
 CMArray<TYPE, ARG_TYPE>& CMArray<TYPE, ARG_TYPE>::operator&=(const CMArray& roOther)
 {
     if (this == &roOther)
@@ -462,7 +466,7 @@ CMArray<TYPE, ARG_TYPE>& CMArray<TYPE, ARG_TYPE>::operator&=(const CMArray& roOt
     return *this;
 }
 
-template <class TYPE, class ARG_TYPE>
+template <typename TYPE, typename ARG_TYPE>
 CMArray<TYPE, ARG_TYPE>& CMArray<TYPE, ARG_TYPE>::operator|=(const CMArray& roOther)
 {
     for (int32_t iElement = 0; iElement < roOther.m_iSize; ++iElement)

@@ -24,7 +24,7 @@ enum EKrvMFCTypesAssert : uint32_t
 [[gnu::cold]] void KrvMFCTypes_ReportAssert(EKrvMFCTypesAssert eAssert);
 
 /* Fills iCount elements with zero and then constructs those that have a constructor. */
-template <class TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCount)
+template <typename TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCount)
 {
     if constexpr (std::is_scalar_v<TYPE>)
     {
@@ -47,7 +47,7 @@ template <class TYPE> void MConstructElementsAt(TYPE* paoElements, int32_t iCoun
 }
 
 /* The same in memory that may not be there. */
-template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
+template <typename TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
 {
     if (paoElements == nullptr)
     {
@@ -58,7 +58,7 @@ template <class TYPE> void MConstructElements(TYPE* paoElements, int32_t iCount)
 }
 
 /* Destroys iCount elements that have a destructor; the memory stays. */
-template <class TYPE> void MDestructElements(TYPE* paoElements, int32_t iCount)
+template <typename TYPE> void MDestructElements(TYPE* paoElements, int32_t iCount)
 {
     if constexpr (!std::is_trivially_destructible_v<TYPE>)
     {
@@ -70,7 +70,7 @@ template <class TYPE> void MDestructElements(TYPE* paoElements, int32_t iCount)
 }
 
 // One element per thread outside every array, so that an access through a bad index touches no foreign memory.
-template <class TYPE> class CMScratchElement
+template <typename TYPE> class CMScratchElement
 {
 public:
     CMScratchElement() { MConstructElements(Element(), 1); }

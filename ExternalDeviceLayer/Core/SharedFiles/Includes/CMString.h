@@ -13,12 +13,12 @@ class CMString
 {
 public:
     CMString() = default;
-    CMString(const char* pszText); // null is the empty text
+    CMString(const char* szText); // null is the empty text
     CMString(const CMString& roOther);
     CMString(CMString&& roOther) noexcept;
     CMString& operator=(const CMString& roOther);
     CMString& operator=(CMString&& roOther) noexcept;
-    CMString& operator=(const char* pszText);
+    CMString& operator=(const char* szText);
     ~CMString();
 
     /*
@@ -34,12 +34,12 @@ public:
     bool IsEmpty() const { return m_poBlock == nullptr; }
 
     /* Below, equal to or above 0 as this text stands before, at or behind the other in the order of its bytes. */
-    int32_t Compare(const char* pszOther) const;
+    int32_t Compare(const char* szOther) const;
     friend bool operator==(const CMString& roLeft, const CMString& roRight)
     {
         return roLeft.Compare(roRight.GetString()) == 0;
     }
-    friend bool operator==(const CMString& roLeft, const char* pszRight) { return roLeft.Compare(pszRight) == 0; }
+    friend bool operator==(const CMString& roLeft, const char* szRight) { return roLeft.Compare(szRight) == 0; }
     friend std::strong_ordering operator<=>(const CMString& roLeft, const CMString& roRight)
     {
         return roLeft.Compare(roRight.GetString()) <=> 0;

@@ -17,13 +17,13 @@ struct CMString::SBlock
     char* Text() { return reinterpret_cast<char*>(this + 1); }
 };
 
-CMString::CMString(const char* pszText)
+CMString::CMString(const char* szText)
 {
-    const int32_t iLength = pszText != nullptr ? KrvTools_strlen(pszText) : 0;
+    const int32_t iLength = szText != nullptr ? KrvTools_strlen(szText) : 0;
     if (iLength > 0)
     {
         m_poBlock = NewBlock(iLength);
-        KrvTools_memcpy(m_poBlock->Text(), pszText, static_cast<uint32_t>(iLength));
+        KrvTools_memcpy(m_poBlock->Text(), szText, static_cast<uint32_t>(iLength));
     }
 }
 
@@ -51,9 +51,9 @@ CMString& CMString::operator=(CMString&& roOther) noexcept
     return *this;
 }
 
-CMString& CMString::operator=(const char* pszText)
+CMString& CMString::operator=(const char* szText)
 {
-    return *this = CMString(pszText); // a copy first: the text may be our own
+    return *this = CMString(szText); // a copy first: the text may be our own
 }
 
 CMString::~CMString()
@@ -87,9 +87,9 @@ int32_t CMString::GetLength() const
     return m_poBlock != nullptr ? m_poBlock->iLength : 0;
 }
 
-int32_t CMString::Compare(const char* pszOther) const
+int32_t CMString::Compare(const char* szOther) const
 {
-    return KrvTools_strcmp(GetString(), pszOther != nullptr ? pszOther : "");
+    return KrvTools_strcmp(GetString(), szOther != nullptr ? szOther : "");
 }
 
 // The first iKeptLength characters stay, the formatted text follows. The old block lives until the new one stands,
@@ -108,9 +108,9 @@ void CMString::FormatBehind(int32_t iKeptLength, const char* pszFormat, va_list 
     if (iKeptLength + iAdded > 0)
     {
         oResult.m_poBlock = NewBlock(iKeptLength + iAdded);
-        char* const pszText = oResult.m_poBlock->Text();
-        KrvTools_memcpy(pszText, GetString(), static_cast<uint32_t>(iKeptLength));
-        KrvTools_vsprintf_s(pszText + iKeptLength, static_cast<uint32_t>(iAdded) + 1, pszFormat, oArguments);
+        char* const szText = oResult.m_poBlock->Text();
+        KrvTools_memcpy(szText, GetString(), static_cast<uint32_t>(iKeptLength));
+        KrvTools_vsprintf_s(szText + iKeptLength, static_cast<uint32_t>(iAdded) + 1, pszFormat, oArguments);
     }
     std::swap(m_poBlock, oResult.m_poBlock);
 }

@@ -92,7 +92,7 @@ Bool32 OsServices_Signal_Activate(HSignal hSignal);
 [[gnu::format(printf, 1, 0)]] void OsServices_WriteKernelMsg(const char* pszFormat, va_list oArguments);
 
 /*
- * Writes the command lines of this process and of its ancestors, one a line, into the buffer of uiBufferSize
+ * Writes the command lines of this process and of its ancestors, one per line, into the buffer of uiBufferSize
  * characters. Always answers VtStatus_INVALID_PARAM, success included.
  */
 VtStatus OsServices_GetProcessStack(char* pszProcessStack, uint32_t uiBufferSize);

@@ -11,6 +11,6 @@
 timespec DeadLine_FromTimeOut(uint32_t uiTimeOutMs);
 
 /* Prints that a wait refused the deadline, and what the clock says now. */
-void DeadLine_ReportInvalid(const char* pszWaitName, const timespec& roDeadLine);
+void DeadLine_ReportInvalid(const char* szWaitName, const timespec& roDeadLine);
 
 #endif

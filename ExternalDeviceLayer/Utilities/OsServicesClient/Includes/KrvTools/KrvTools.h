@@ -12,7 +12,7 @@
 #include "KrvTypes.h"
 
 /* Where a failed check ends after it was reported. Does nothing on this platform: execution always continues. */
-void KrvTools_Assert(Bool32 bCondition, const char* pszFilePath, uint32_t uiLine);
+void KrvTools_Assert(Bool32 bCondition, const char* szFilePath, uint32_t uiLine);
 
 /* The standard calls of the same names. Results: the sign of the comparison, the destination. */
 int32_t KrvTools_memcmp(const void* pvLeft, const void* pvRight, uint32_t uiCount);
@@ -21,16 +21,16 @@ void* KrvTools_memmove(void* pvDest, const void* pvSource, uint32_t uiCount);
 void* KrvTools_memset(void* pvDest, int32_t iValue, uint32_t uiCount);
 
 /* The standard calls of the same names; the length is cut to 32 bits, a search without a hit gives null. */
-int32_t KrvTools_strlen(const char* pszText);
-int32_t KrvTools_strcmp(const char* pszLeft, const char* pszRight);
-int32_t KrvTools_strncmp(const char* pszLeft, const char* pszRight, uint32_t uiCount);
-const char* KrvTools_strstr(const char* pszText, const char* pszNeedle);
-const char* KrvTools_strchr(const char* pszText, int32_t iCharacter);
-const char* KrvTools_strrchr(const char* pszText, int32_t iCharacter);
-int32_t KrvTools_wcslen(const wchar_t* pszText);
+int32_t KrvTools_strlen(const char* szText);
+int32_t KrvTools_strcmp(const char* szLeft, const char* szRight);
+int32_t KrvTools_strncmp(const char* szLeft, const char* szRight, uint32_t uiCount);
+const char* KrvTools_strstr(const char* szText, const char* szNeedle);
+const char* KrvTools_strchr(const char* szText, int32_t iCharacter);
+const char* KrvTools_strrchr(const char* szText, int32_t iCharacter);
+int32_t KrvTools_wcslen(const wchar_t* szText);
 
 /* The decimal number that the text begins with, cut to 32 bits; 0 without one. */
-int32_t KrvTools_atoi(const char* pszText);
+int32_t KrvTools_atoi(const char* szText);
 
 /* Non-zero if the character is a decimal digit. */
 int32_t KrvTools_isDigit(int32_t iCharacter);
@@ -45,24 +45,24 @@ void KrvTools_strcpy_s(char* pszDest, uint32_t uiDestSize, const char* pszSrc);
 [[gnu::format(printf, 3, 0)]] int32_t KrvTools_vsprintf_s(char* pszDest, uint32_t uiDestSize, const char* pszFormat,
                                                           va_list oArguments);
 
-/* Next token of pszText (null: of the text that *ppszContext remembers), or null; cuts the text in place. */
-char* KrvTools_strtok_s(char* pszText, const char* pszDelimiters, char** ppszContext);
+/* Next token of szText (null: of the text that *pszContext remembers), or null; cuts the text in place. */
+char* KrvTools_strtok_s(char* szText, const char* szDelimiters, char** pszContext);
 
 /*
  * Compares without regard to the case of 'A' to 'Z', whatever the locale. Returns the difference of the first two
  * characters that differ, as signed 8-bit values, or 0.
  */
-int32_t KrvTools_stricmp(const char* pszLeft, const char* pszRight);
+int32_t KrvTools_stricmp(const char* szLeft, const char* szRight);
 
 /*
  * Change the case of the basic letters in place, up to the terminator or uiSize characters. A null text or a size of
  * 0 changes nothing. Both return the text.
  */
-char* KrvTools_strupr_s(char* pszText, uint32_t uiSize);
-char* KrvTools_strlwr_s(char* pszText, uint32_t uiSize);
+char* KrvTools_strupr_s(char* szText, uint32_t uiSize);
+char* KrvTools_strlwr_s(char* szText, uint32_t uiSize);
 
 /* Reverses the text in place and returns it; null is returned as it is. */
-char* KrvTools_strrev(char* pszText);
+char* KrvTools_strrev(char* szText);
 
 /* Quotients rounded to the nearest (halves up), down and up. A divider of 0 gives 0. */
 uint32_t KrvTools_RoundedDivision(uint32_t uiDividend, uint32_t uiDivider);

@@ -21,17 +21,17 @@ constexpr char ToUpper(char cCharacter)
     return cCharacter >= 'a' && cCharacter <= 'z' ? static_cast<char>(cCharacter - 'a' + 'A') : cCharacter;
 }
 
-char* ConvertText(char* pszText, uint32_t uiSize, char (*pfnConvert)(char))
+char* ConvertText(char* szText, uint32_t uiSize, char (*pfnConvert)(char))
 {
-    if (pszText == nullptr)
+    if (szText == nullptr)
     {
-        return pszText;
+        return szText;
     }
-    for (uint32_t uiIndex = 0; uiIndex < uiSize && pszText[uiIndex] != '\0'; ++uiIndex)
+    for (uint32_t uiIndex = 0; uiIndex < uiSize && szText[uiIndex] != '\0'; ++uiIndex)
     {
-        pszText[uiIndex] = pfnConvert(pszText[uiIndex]);
+        szText[uiIndex] = pfnConvert(szText[uiIndex]);
     }
-    return pszText;
+    return szText;
 }
 
 } // namespace
@@ -58,44 +58,44 @@ void* KrvTools_memset(void* pvDest, int32_t iValue, uint32_t uiCount)
     return std::memset(pvDest, iValue, uiCount);
 }
 
-int32_t KrvTools_strlen(const char* pszText)
+int32_t KrvTools_strlen(const char* szText)
 {
-    return static_cast<int32_t>(std::strlen(pszText));
+    return static_cast<int32_t>(std::strlen(szText));
 }
 
-int32_t KrvTools_strcmp(const char* pszLeft, const char* pszRight)
+int32_t KrvTools_strcmp(const char* szLeft, const char* szRight)
 {
-    return std::strcmp(pszLeft, pszRight);
+    return std::strcmp(szLeft, szRight);
 }
 
-int32_t KrvTools_strncmp(const char* pszLeft, const char* pszRight, uint32_t uiCount)
+int32_t KrvTools_strncmp(const char* szLeft, const char* szRight, uint32_t uiCount)
 {
-    return std::strncmp(pszLeft, pszRight, uiCount);
+    return std::strncmp(szLeft, szRight, uiCount);
 }
 
-const char* KrvTools_strstr(const char* pszText, const char* pszNeedle)
+const char* KrvTools_strstr(const char* szText, const char* szNeedle)
 {
-    return std::strstr(pszText, pszNeedle);
+    return std::strstr(szText, szNeedle);
 }
 
-const char* KrvTools_strchr(const char* pszText, int32_t iCharacter)
+const char* KrvTools_strchr(const char* szText, int32_t iCharacter)
 {
-    return std::strchr(pszText, iCharacter);
+    return std::strchr(szText, iCharacter);
 }
 
-const char* KrvTools_strrchr(const char* pszText, int32_t iCharacter)
+const char* KrvTools_strrchr(const char* szText, int32_t iCharacter)
 {
-    return std::strrchr(pszText, iCharacter);
+    return std::strrchr(szText, iCharacter);
 }
 
-int32_t KrvTools_wcslen(const wchar_t* pszText)
+int32_t KrvTools_wcslen(const wchar_t* szText)
 {
-    return static_cast<int32_t>(std::wcslen(pszText));
+    return static_cast<int32_t>(std::wcslen(szText));
 }
 
-int32_t KrvTools_atoi(const char* pszText)
+int32_t KrvTools_atoi(const char* szText)
 {
-    return static_cast<int32_t>(std::strtol(pszText, nullptr, 10));
+    return static_cast<int32_t>(std::strtol(szText, nullptr, 10));
 }
 
 int32_t KrvTools_isDigit(int32_t iCharacter)
@@ -113,17 +113,17 @@ int32_t KrvTools_vsprintf_s(char* pszDest, uint32_t uiDestSize, const char* pszF
     return std::vsnprintf(pszDest, uiDestSize, pszFormat, oArguments);
 }
 
-char* KrvTools_strtok_s(char* pszText, const char* pszDelimiters, char** ppszContext)
+char* KrvTools_strtok_s(char* szText, const char* szDelimiters, char** pszContext)
 {
-    return strtok_r(pszText, pszDelimiters, ppszContext);
+    return strtok_r(szText, szDelimiters, pszContext);
 }
 
-int32_t KrvTools_stricmp(const char* pszLeft, const char* pszRight)
+int32_t KrvTools_stricmp(const char* szLeft, const char* szRight)
 {
-    for (;; ++pszLeft, ++pszRight)
+    for (;; ++szLeft, ++szRight)
     {
-        const auto cLeft = static_cast<signed char>(ToLower(*pszLeft));
-        const auto cRight = static_cast<signed char>(ToLower(*pszRight));
+        const auto cLeft = static_cast<signed char>(ToLower(*szLeft));
+        const auto cRight = static_cast<signed char>(ToLower(*szRight));
         if (cLeft != cRight || cLeft == '\0')
         {
             return cLeft - cRight;
@@ -131,23 +131,23 @@ int32_t KrvTools_stricmp(const char* pszLeft, const char* pszRight)
     }
 }
 
-char* KrvTools_strupr_s(char* pszText, uint32_t uiSize)
+char* KrvTools_strupr_s(char* szText, uint32_t uiSize)
 {
-    return ConvertText(pszText, uiSize, ToUpper);
+    return ConvertText(szText, uiSize, ToUpper);
 }
 
-char* KrvTools_strlwr_s(char* pszText, uint32_t uiSize)
+char* KrvTools_strlwr_s(char* szText, uint32_t uiSize)
 {
-    return ConvertText(pszText, uiSize, ToLower);
+    return ConvertText(szText, uiSize, ToLower);
 }
 
-char* KrvTools_strrev(char* pszText)
+char* KrvTools_strrev(char* szText)
 {
-    if (pszText != nullptr)
+    if (szText != nullptr)
     {
-        std::reverse(pszText, pszText + std::strlen(pszText));
+        std::reverse(szText, szText + std::strlen(szText));
     }
-    return pszText;
+    return szText;
 }
 
 uint32_t KrvTools_RoundedDivision(uint32_t uiDividend, uint32_t uiDivider)

@@ -34,11 +34,11 @@ int OsServices_GetParentPid(int iPid)
 }
 
 // The arguments with blanks between them; a line that fills the buffer comes without a terminator.
-void OsServices_GetProcessName(int iPid, char* pszName, uint32_t uiSize)
+void OsServices_GetProcessName(int iPid, char* szName, uint32_t uiSize)
 {
     char szPath[uiPathSize];
     std::snprintf(szPath, sizeof(szPath), "/proc/%d/cmdline", iPid);
-    KrvTools_memset(pszName, 0, uiSize);
+    KrvTools_memset(szName, 0, uiSize);
     const UniqueFile poFile(std::fopen(szPath, "r"));
     if (poFile == nullptr)
     {
@@ -51,18 +51,18 @@ void OsServices_GetProcessName(int iPid, char* pszName, uint32_t uiSize)
         {
             return;
         }
-        pszName[uiIndex] = iCharacter == 0 ? ' ' : static_cast<char>(iCharacter);
+        szName[uiIndex] = iCharacter == 0 ? ' ' : static_cast<char>(iCharacter);
     }
 }
 
 // Appends the name as a line behind uiLength characters, as far as there is room. Returns the length that the text
 // would have with all of it.
-uint32_t AppendProcessLine(int iPid, char* pszText, uint32_t uiTextSize, uint32_t uiLength)
+uint32_t AppendProcessLine(int iPid, char* szText, uint32_t uiTextSize, uint32_t uiLength)
 {
     char szName[uiNameSize + 1] = {}; // the last one stays the terminator of a name that fills the rest
     OsServices_GetProcessName(iPid, szName, uiNameSize);
     const uint32_t uiRoom = uiLength < uiTextSize ? uiTextSize - uiLength : 0;
-    char* const pszDest = uiRoom > 0 ? pszText + uiLength : nullptr;
+    char* const pszDest = uiRoom > 0 ? szText + uiLength : nullptr;
     return uiLength + static_cast<uint32_t>(std::snprintf(pszDest, uiRoom, "%s\n", szName));
 }
 

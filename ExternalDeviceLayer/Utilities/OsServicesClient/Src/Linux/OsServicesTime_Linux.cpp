@@ -53,10 +53,10 @@ timespec DeadLine_FromTimeOut(uint32_t uiTimeOutMs)
     return oDeadLine;
 }
 
-void DeadLine_ReportInvalid(const char* pszWaitName, const timespec& roDeadLine)
+void DeadLine_ReportInvalid(const char* szWaitName, const timespec& roDeadLine)
 {
     const timespec oNow = ReadWallClock();
-    std::printf("%s returned %d INVALID\n", pszWaitName, EINVAL);
+    std::printf("%s returned %d INVALID\n", szWaitName, EINVAL);
     std::printf("TimeOut occurs Req timespec.tv_sec=%ld,timespec.tv_nsec=%ld, Now "
                 "timespec.tv_sec=%ld,timespec.tv_nsec=%ld\n",
                 roDeadLine.tv_sec, roDeadLine.tv_nsec, oNow.tv_sec, oNow.tv_nsec);
