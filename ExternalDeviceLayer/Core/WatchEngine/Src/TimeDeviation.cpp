@@ -58,9 +58,8 @@ SEstimate CTimeDeviation::Get(ETdevTime eTime) const
     }
     oEstimate.bIsValid = true;
     oEstimate.flValue = std::sqrt(roSquare.flMean / 6.0);
-    // Second differences that share phases say the same: about one in each span is new.
-    const double flFreedom =
-        std::max(1.0, static_cast<double>(roSquare.uiCount) / auiTdevSeconds[static_cast<size_t>(eTime)]);
-    oEstimate.flStdErr = oEstimate.flValue / std::sqrt(2.0 * flFreedom);
+    // Second differences that share phases say much the same: of white noise about one in two spans is new.
+    const double flSpan = auiTdevSeconds[static_cast<size_t>(eTime)];
+    oEstimate.flStdErr = oEstimate.flValue * std::min(1.0, std::sqrt(flSpan / roSquare.uiCount));
     return oEstimate;
 }

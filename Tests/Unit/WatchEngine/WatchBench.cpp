@@ -1,0 +1,270 @@
+// See WatchBench.h.
+#include "WatchBench.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace
+{
+
+constexpr uint64_t gc_uiStartNs = 5'000'000'000'000;           // CLOCK_MONOTONIC when the board is loaded
+constexpr int64_t gc_iUtcOffsetNs = 1'790'000'000'123'456'789; // CLOCK_REALTIME beyond it
+constexpr uint64_t gc_uiBetweenWaitsNs = 3'000;
+constexpr uint32_t gc_uiTimeOutMs = 50;
+
+} // namespace
+
+CWatchBench::CWatchBench(const std::string& rszChip, const SBenchSetup& roSetup)
+    : m_oSetup(roSetup), m_oRandom(roSetup.uiSeed), m_uiNowNs(gc_uiStartNs)
+{
+    const std::string szText =
+        "seed = " + std::to_string(roSetup.uiSeed) + "\n[time]\nmode = 'stepped'\n[[chip]]\n" + rszChip;
+    std::array<char, 512> szFault{};
+    if (VtSim_SetScenario(szText.c_str(), szFault.data(), szFault.size()) != VtStatus_OK)
+    {
+        ADD_FAILURE() << szFault.data();
+        return;
+    }
+    Veltrano_LoadLite();
+    VtDevice_Handle hDev = Veltrano_GetDevice(0);
+    std::array<uint32_t, 2> auiCount = {};
+    VtVideoIn_GetCount(hDev, &auiCount[0]);
+    VtVideoOut_GetCount(hDev, &auiCount[1]);
+    VtBoard_GetTickReferenceFrequency(hDev, &m_oSetup.oSettings.uiTickFrequencyHz);
+    m_uiStartTick = roSetup.uiStartTick != 0 ? roSetup.uiStartTick : m_oSetup.oSettings.uiTickFrequencyHz;
+    m_poEngine = WatchEngine_Create(m_oSetup.oSettings, auiCount[0], auiCount[1]);
+    for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
+    {
+        for (uint32_t uiIndex = 0; uiIndex < auiCount[uiDirection]; ++uiIndex)
+        {
+            SStream& roStream = m_aoStreams.emplace_back();
+            roStream = {static_cast<EStreamDirection>(uiDirection),
+                        uiIndex,
+                        nullptr,
+                        nullptr,
+                        gc_uiStartNs,
+                        0,
+                        0,
+                        gc_uiStartNs,
+                        0};
+            if (uiDirection == 0)
+            {
+                VtVideoIn_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &roStream.hIn);
+            }
+            else
+            {
+                VtVideoOut_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &roStream.hOut);
+            }
+        }
+    }
+}
+
+CWatchBench::~CWatchBench()
+{
+    Veltrano_UnLoad();
+    VtSim_SetScenario(nullptr, nullptr, 0);
+}
+
+VtSim_Stream CWatchBench::Name(const SStream& roStream) const
+{
+    return {0, roStream.eDirection == EStreamDirection::INPUT ? VtSim_Direction_INPUT : VtSim_Direction_OUTPUT,
+            roStream.uiIndex};
+}
+
+CWatchBench::SStream& CWatchBench::Find(EStreamDirection eDirection, uint32_t uiIndex)
+{
+    return *std::ranges::find_if(m_aoStreams, [&](const SStream& roStream)
+                                 { return roStream.eDirection == eDirection && roStream.uiIndex == uiIndex; });
+}
+
+uint64_t CWatchBench::ToMonotonicNs(uint64_t uiTick) const
+{
+    const auto flTicks = static_cast<double>(static_cast<int64_t>(uiTick - m_uiStartTick));
+    const double flNs = flTicks * 1e9 / m_oSetup.oSettings.uiTickFrequencyHz * (1.0 + m_oSetup.flClockPpm * 1e-6);
+    return gc_uiStartNs + static_cast<uint64_t>(std::llround(flNs));
+}
+
+int64_t CWatchBench::ToUtcNs(uint64_t uiTick) const
+{
+    return static_cast<int64_t>(ToMonotonicNs(uiTick)) + gc_iUtcOffsetNs;
+}
+
+uint64_t CWatchBench::DrawLatency()
+{
+    return static_cast<uint64_t>(m_oSetup.flLatencyNs +
+                                 std::exponential_distribution(1.0 / m_oSetup.flSpreadNs)(m_oRandom));
+}
+
+VtSim_Field CWatchBench::GetTruth(EStreamDirection eDirection, uint32_t uiIndex, uint64_t uiField)
+{
+    VtSim_Field oField{};
+    const auto eSim = eDirection == EStreamDirection::INPUT ? VtSim_Direction_INPUT : VtSim_Direction_OUTPUT;
+    EXPECT_EQ(VtSim_GetField({0, eSim, uiIndex}, uiField, &oField), VtStatus_OK);
+    return oField;
+}
+
+// When the wait comes back although its field started earlier: the board has moved on meanwhile. 0: it has not.
+uint64_t CWatchBench::FindHang(SStream& roStream) const
+{
+    uint64_t uiPosition = 0;
+    VtSim_GetPosition(Name(roStream), &uiPosition);
+    const bool bPassedOver = uiPosition > roStream.uiPosition + 1;
+    roStream.uiPosition = uiPosition;
+    return bPassedOver ? ToMonotonicNs(GetTruth(roStream.eDirection, roStream.uiIndex, uiPosition - 1).uiTickRefCounter)
+                       : 0;
+}
+
+void CWatchBench::Step(SStream& roStream)
+{
+    SFieldRecord oRecord = {};
+    VtBool bIsTop = 0;
+    oRecord.uiWaitBeginNs = roStream.uiWaitNs;
+    const VtStatus eStatus = roStream.hIn != nullptr
+                                 ? VtVideoIn_WaitForFieldStart(roStream.hIn, gc_uiTimeOutMs, &oRecord.uiFieldCounter,
+                                                               &oRecord.uiTick, &bIsTop)
+                                 : VtVideoOut_WaitForFieldStart(roStream.hOut, gc_uiTimeOutMs, &oRecord.uiFieldCounter,
+                                                                &oRecord.uiSetBufferCounter, &oRecord.uiTick, &bIsTop);
+    oRecord.bIsTopField = bIsTop != 0;
+    oRecord.eResult = eStatus == VtStatus_OK         ? EWaitResult::FIELD
+                      : eStatus == VtStatus_TIMEOUT  ? EWaitResult::TIMED_OUT
+                      : eStatus == VtStatus_CANCELED ? EWaitResult::CANCELED
+                                                     : EWaitResult::GONE;
+    uint64_t uiDueNs = roStream.uiWaitNs + gc_uiTimeOutMs * 1'000'000ULL;
+    if (eStatus == VtStatus_OK)
+    {
+        roStream.uiAheadNs = ToMonotonicNs(oRecord.uiTick);
+        uiDueNs = std::max(roStream.uiAheadNs, FindHang(roStream)) + DrawLatency();
+    }
+    else if (eStatus == VtStatus_CANCELED)
+    {
+        uint64_t uiPosition = 0;
+        VtSim_GetPosition(Name(roStream), &uiPosition);
+        uiDueNs = ToMonotonicNs(GetTruth(roStream.eDirection, roStream.uiIndex, uiPosition - 1).uiTickRefCounter);
+        roStream.uiAheadNs = uiDueNs;
+    }
+    else
+    {
+        roStream.uiAheadNs = uiDueNs;
+    }
+    oRecord.uiArrivalNs = std::max({uiDueNs, roStream.uiWaitNs + 1000, roStream.uiNotBeforeNs});
+    oRecord.uiRunDelayNs = roStream.uiRunDelayNs;
+    roStream.uiRunDelayNs = 0;
+    roStream.uiNotBeforeNs = 0;
+    roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
+    WatchEngine_TakeRecord(*m_poEngine, roStream.eDirection, roStream.uiIndex, oRecord);
+}
+
+void CWatchBench::Describe(const SStream& roStream)
+{
+    SStreamDescription oDescription = {};
+    oDescription.uiMomentNs = m_uiNowNs;
+    uint64_t uiLuid = 0;
+    uint32_t uiInternal = 0;
+    if (roStream.hIn != nullptr)
+    {
+        VtVideoIn_GetDetectedVideoParameters(roStream.hIn, &oDescription.oTimings);
+        VtVideoIn_GetCaptureState(roStream.hIn, &oDescription.eCaptureState, &oDescription.uiNbOfBuffer,
+                                  &oDescription.uiReadyBufferCount, &oDescription.uiLoanBufferCount, &uiInternal);
+        const VtBoard_CaptureSkipBufferCountIn oIn = {roStream.uiIndex};
+        VtBoard_CaptureSkipBufferCountOut oOut = {};
+        oDescription.bHasSkippedBuffers =
+            VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn,
+                               sizeof(oIn), &oOut, sizeof(oOut)) == VtStatus_OK;
+        oDescription.uiSkippedBuffers = oOut.uiSkipBuffCnt;
+    }
+    else
+    {
+        VtVideoOut_GetVideoParameters(roStream.hOut, &oDescription.oTimings);
+        VtVideoOut_GetPowerState(roStream.hOut, &oDescription.ePowerState);
+        VtVideoOut_GetBufferAttributes(roStream.hOut, &oDescription.ePixelFormat, &oDescription.uiWidth,
+                                       &oDescription.uiHeight, &uiLuid);
+    }
+    WatchEngine_TakeDescription(*m_poEngine, roStream.eDirection, roStream.uiIndex, oDescription);
+}
+
+void CWatchBench::Run(uint32_t uiSeconds)
+{
+    for (uint32_t uiSecond = 0; uiSecond < uiSeconds; ++uiSecond)
+    {
+        m_uiNowNs += 1'000'000'000;
+        for (SStream& roStream : m_aoStreams)
+        {
+            // What starts within the last fifth of a second before now is handed in with the next one.
+            while (std::max(roStream.uiAheadNs, roStream.uiWaitNs) + 20'000'000 < m_uiNowNs)
+            {
+                Step(roStream);
+            }
+            Describe(roStream);
+        }
+        SClockReading oClock = {};
+        oClock.uiMonotonicNs = m_uiNowNs;
+        oClock.iUtcNs = static_cast<int64_t>(m_uiNowNs) + gc_iUtcOffsetNs;
+        oClock.iTaiOffsetSeconds = m_oSetup.iTaiOffsetSeconds;
+        oClock.bIsSynchronised = true;
+        oClock.flEstimatedErrorSeconds = 1e-6;
+        WatchEngine_Analyse(*m_poEngine, oClock, oSnapshot);
+        for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+        {
+            aoEvents.push_back(roEvent);
+        }
+    }
+}
+
+void CWatchBench::Delay(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds)
+{
+    SStream& roStream = Find(eDirection, uiIndex);
+    roStream.uiWaitNs += static_cast<uint64_t>(flSeconds * 1e9);
+    uint64_t uiPosition = 0;
+    VtSim_GetPosition(Name(roStream), &uiPosition);
+    while (ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter) < roStream.uiWaitNs)
+    {
+        VtSim_StepOver(Name(roStream), 1);
+        ++uiPosition;
+    }
+}
+
+void CWatchBench::Starve(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds, uint64_t uiRunDelayNs)
+{
+    SStream& roStream = Find(eDirection, uiIndex);
+    uint64_t uiPosition = 0;
+    VtSim_GetPosition(Name(roStream), &uiPosition);
+    const uint64_t uiDueNs = ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter);
+    roStream.uiNotBeforeNs = uiDueNs + static_cast<uint64_t>(flSeconds * 1e9);
+    roStream.uiRunDelayNs = uiRunDelayNs;
+    while (ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter) < roStream.uiNotBeforeNs)
+    {
+        VtSim_StepOver(Name(roStream), 1);
+        ++uiPosition;
+    }
+}
+
+const SPairFigures& CWatchBench::GetPair(uint32_t uiFirst, uint32_t uiSecond) const
+{
+    const std::vector<SPairFigures>& raoPairs = oSnapshot.aoDirections[0].aoPairs;
+    return *std::ranges::find_if(raoPairs, [&](const SPairFigures& roPair)
+                                 { return roPair.uiFirst == uiFirst && roPair.uiSecond == uiSecond; });
+}
+
+uint64_t CWatchBench::Sum(EWatchEventKind eKind, uint32_t uiIndex) const
+{
+    uint64_t uiSum = 0;
+    for (const SWatchEvent& roEvent : aoEvents)
+    {
+        uiSum += roEvent.eKind == eKind && roEvent.uiIndex == uiIndex ? roEvent.uiCount : 0;
+    }
+    return uiSum;
+}
+
+uint64_t CWatchBench::Count(EWatchEventKind eKind, uint32_t uiIndex) const
+{
+    return static_cast<uint64_t>(std::ranges::count_if(
+        aoEvents, [&](const SWatchEvent& roEvent) { return roEvent.eKind == eKind && roEvent.uiIndex == uiIndex; }));
+}
+
+const SWatchEvent* CWatchBench::Find(EWatchEventKind eKind, uint32_t uiIndex) const
+{
+    const auto itEvent = std::ranges::find_if(aoEvents, [&](const SWatchEvent& roEvent)
+                                              { return roEvent.eKind == eKind && roEvent.uiIndex == uiIndex; });
+    return itEvent == aoEvents.end() ? nullptr : &*itEvent;
+}

@@ -1,0 +1,163 @@
+// Pairs, lock groups and references against the truth of the board.
+#include "WatchBench.h"
+
+#include <cmath>
+
+namespace
+{
+
+constexpr double gc_flLine = 1.0 / 60.0 / 1125.0;
+
+std::string MakeHouse(const std::string& rszMore = "")
+{
+    return "lock_group = [{ name = 'house', ppm = 5, wander_ticks = 300, wander_period_s = 23 }]\n" + rszMore;
+}
+
+std::string MakeInput(const std::string& rszKeys, const std::string& rszStandard = "1080p60")
+{
+    return "[[chip.input]]\nstandard = '" + rszStandard + "'\njitter_ticks = 100\n" + rszKeys + "\n";
+}
+
+const std::vector<SLockGroup>& GetGroups(const CWatchBench& roBench)
+{
+    return roBench.oSnapshot.aoDirections[0].aoGroups;
+}
+
+TEST(WatchLock, PairsAreJudgedByOffsetAndDrift)
+{
+    CWatchBench oBench(MakeHouse(
+        MakeInput("lock_group = 'house'") + MakeInput("lock_group = 'house'\nphase_us = 6") +
+        MakeInput("lock_group = 'house'\nphase_us = 3000") + MakeInput("ppm = 5.02\nphase_us = 2") +
+        MakeInput("lock_group = 'house'\nphase_us = -4", "1080p30") + MakeInput("lock_group = 'house'", "1080p50") +
+        MakeInput("event = [{ kind = 'signal_loss', at_s = 2 }]")));
+    oBench.Run(130);
+    const SPairFigures& roLocked = oBench.GetPair(0, 1);
+    EXPECT_EQ(roLocked.eLock, ELockState::LOCKED);
+    EXPECT_NEAR(roLocked.oOffsetSeconds.flValue, 6e-6, 4.0 * roLocked.oOffsetSeconds.flStdErr);
+    EXPECT_LT(roLocked.oOffsetSeconds.flStdErr, 0.5e-6) << "wander that both share is not in the difference";
+    EXPECT_NEAR(roLocked.flOffsetLines, 6e-6 / gc_flLine, 0.1);
+    EXPECT_NEAR(roLocked.oDriftRatio.flValue, 0.0, 3.0 * roLocked.oDriftRatio.flStdErr);
+    EXPECT_LT(roLocked.flSecondsToSlip, 0.0);
+
+    EXPECT_EQ(oBench.GetPair(0, 2).eLock, ELockState::FREE);
+    EXPECT_NEAR(oBench.GetPair(0, 2).oOffsetSeconds.flValue, 3e-3, 1e-6);
+    EXPECT_EQ(oBench.GetPair(0, 4).eLock, ELockState::LOCKED) << "half the rate compares";
+    EXPECT_NEAR(oBench.GetPair(0, 4).oOffsetSeconds.flValue, -4e-6, 1e-6);
+    EXPECT_EQ(oBench.GetPair(0, 5).eLock, ELockState::DIFFERENT);
+    EXPECT_EQ(oBench.GetPair(0, 6).eLock, ELockState::IDLE);
+}
+
+TEST(WatchLock, ALockThatTheEyeBelievesIsPassing)
+{
+    // 0.02 ppm apart: within a line for many minutes, a field slips every ten days.
+    CWatchBench oBench(MakeInput("ppm = 5") + MakeInput("ppm = 5.02\nphase_us = 2"));
+    oBench.Run(130);
+    const SPairFigures& roPair = oBench.GetPair(0, 1);
+    EXPECT_EQ(roPair.eLock, ELockState::PASSING);
+    // The faster one comes earlier and earlier.
+    EXPECT_NEAR(roPair.oDriftRatio.flValue, -20e-9, 4.0 * roPair.oDriftRatio.flStdErr);
+    const double flOffset = 2e-6 - 20e-9 * 130.0;
+    EXPECT_NEAR(roPair.flSecondsToThreshold, (gc_flLine + flOffset) / 20e-9, 150.0);
+    EXPECT_NEAR(roPair.flSecondsToSlip, (1.0 / 60.0) / 20e-9, 1.5e5);
+    oBench.Run(900);
+    EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::FREE);
+}
+
+TEST(WatchLock, OnePpbIsToldFromNoneWithinThousandSeconds)
+{
+    CWatchBench oBench(MakeHouse(MakeInput("lock_group = 'house'") + MakeInput("lock_group = 'house'\nphase_us = 1") +
+                                 MakeInput("ppm = 7") + MakeInput("ppm = 7.001")));
+    oBench.Run(1000);
+    const SEstimate& roDrift = oBench.GetPair(2, 3).oDriftRatio;
+    EXPECT_GT(std::abs(roDrift.flValue), 3.0 * roDrift.flStdErr);
+    EXPECT_NEAR(roDrift.flValue, -1e-9, 3.0 * roDrift.flStdErr);
+    const SEstimate& roNone = oBench.GetPair(0, 1).oDriftRatio;
+    EXPECT_LT(std::abs(roNone.flValue), 3.0 * roNone.flStdErr);
+    EXPECT_LT(roNone.flStdErr, 0.2e-9);
+}
+
+TEST(WatchLock, LocksThatHoldAreNotRevokedOverHours)
+{
+    std::string szChip = MakeHouse();
+    for (uint32_t uiInput = 0; uiInput < 6; ++uiInput)
+    {
+        szChip += MakeInput("lock_group = 'house'\nphase_us = " + std::to_string(uiInput));
+    }
+    CWatchBench oBench(szChip);
+    oBench.Run(10'000);
+    EXPECT_EQ(GetGroups(oBench).size(), 1U);
+    EXPECT_EQ(GetGroups(oBench)[0].uiMembers, 0x3FU);
+    EXPECT_EQ(GetGroups(oBench)[0].uiGroup, 1U);
+    uint64_t uiRevoked = 0;
+    for (uint32_t uiInput = 0; uiInput < 6; ++uiInput)
+    {
+        uiRevoked += oBench.Sum(EWatchEventKind::LOCK_CHANGED, uiInput);
+    }
+    EXPECT_LE(uiRevoked, 5U + 2U) << "each once into lock, and one mistake";
+}
+
+TEST(WatchLock, GroupsKeepTheirIdentityWhileTheyLast)
+{
+    CWatchBench oBench(MakeHouse(
+        MakeInput("ppm = -40") + MakeInput("lock_group = 'house'") + MakeInput("lock_group = 'house'\nphase_us = 1") +
+        MakeInput(
+            "lock_group = 'house'\nphase_us = 2\nevent = [{ kind = 'lock_lost', at_s = 60, for_s = 40, ppm = 12 }]") +
+        MakeInput("lock_group = 'house'\nphase_us = 3\nevent = [{ kind = 'signal_loss', at_s = 150 }]") +
+        MakeInput("ppm = 20") + MakeInput("ppm = 20\nphase_us = 1\nevent = [{ kind = 'signal_loss', at_s = 150 }]")));
+    const auto GetMembers = [&](uint32_t uiGroup)
+    {
+        for (const SLockGroup& roGroup : GetGroups(oBench))
+        {
+            if (roGroup.uiGroup == uiGroup)
+            {
+                return roGroup.uiMembers;
+            }
+        }
+        return 0U;
+    };
+    oBench.Run(50);
+    const uint32_t uiHouse = GetMembers(1) == 0x1EU ? 1 : 2;
+    EXPECT_EQ(GetMembers(uiHouse), 0x1EU);
+    EXPECT_EQ(GetMembers(3 - uiHouse), 0x60U);
+    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U) << "first member of the largest group";
+    oBench.Run(35);
+    EXPECT_EQ(GetMembers(uiHouse), 0x16U);
+    oBench.Run(60);
+    EXPECT_EQ(GetMembers(uiHouse), 0x1EU) << "it has come back to the same group";
+    oBench.Run(30);
+    EXPECT_EQ(GetMembers(uiHouse), 0x0EU);
+    EXPECT_EQ(GetMembers(3 - uiHouse), 0U);
+    const SWatchEvent* poEnded = oBench.Find(EWatchEventKind::GROUP_ENDED, 5);
+    ASSERT_NE(poEnded, nullptr);
+    EXPECT_NEAR(poEnded->flSeconds, 146.0, 5.0);
+    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U);
+}
+
+TEST(WatchLock, TheReferenceStaysUntilItIsGoneForGood)
+{
+    CWatchBench oBench(MakeHouse(
+        MakeInput("lock_group = 'house'\nevent = [{ kind = 'signal_loss', at_s = 20, for_s = 4 },"
+                  "{ kind = 'signal_loss', at_s = 40 }]") +
+        MakeInput("lock_group = 'house'\nphase_us = 250") + MakeInput("lock_group = 'house'\nphase_us = 252")));
+    oBench.Run(38);
+    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U) << "first member of the largest group";
+    EXPECT_NEAR(oBench.GetInput(2).oPhaseSeconds.flValue, 2e-6, 1e-6);
+    EXPECT_NEAR(oBench.GetInput(0).oPhaseSeconds.flValue, -250e-6, 1e-6);
+    EXPECT_EQ(oBench.GetInput(1).oPhaseSeconds.flValue, 0.0);
+}
+
+TEST(WatchLock, AReferenceThatIsSetIsNeverLeft)
+{
+    SBenchSetup oSetup;
+    oSetup.oSettings.iReferenceInput = 2;
+    CWatchBench oSet(MakeInput("") + MakeInput("phase_us = 7") +
+                         MakeInput("phase_us = 20\nevent = [{ kind = 'signal_loss', at_s = 10 }]"),
+                     oSetup);
+    oSet.Run(8);
+    EXPECT_NEAR(oSet.GetInput(1).oPhaseSeconds.flValue, -13e-6, 2e-6);
+    oSet.Run(30);
+    EXPECT_EQ(oSet.oSnapshot.aoDirections[0].uiReference, 2U);
+    EXPECT_FALSE(oSet.GetInput(1).oPhaseSeconds.bIsValid);
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+// Rates, jitter, phases and their errors against the truth of the board.
+#include "WatchBench.h"
+
+#include <cmath>
+
+namespace
+{
+
+constexpr uint32_t gc_uiInputs = 32;
+__extension__ using Int128 = __int128;
+
+// Inputs of one kind, all with other draws.
+std::string MakeInputs(const std::string& rszKeys, uint32_t uiCount = gc_uiInputs)
+{
+    std::string szText;
+    for (uint32_t uiInput = 0; uiInput < uiCount; ++uiInput)
+    {
+        szText += "[[chip.input]]\n" + rszKeys + "\n";
+    }
+    return szText;
+}
+
+std::string MakeTiming(uint32_t uiHTotal, uint32_t uiVTotal, uint64_t uiClockHz)
+{
+    return "timing = { h_active = " + std::to_string(uiHTotal - 80) +
+           ", h_back_porch = 80, v_active = " + std::to_string(uiVTotal - 20) +
+           ", v_back_porch = 20, pixel_clock_hz = " + std::to_string(uiClockHz) + " }\n";
+}
+
+double GetPpmError(const SStreamFigures& roFigures, ERateWindow eWindow, double flTruePpm)
+{
+    const SEstimate& roPpm = roFigures.aoRatePpm[static_cast<size_t>(eWindow)];
+    EXPECT_TRUE(roPpm.bIsValid);
+    return roPpm.flValue - flTruePpm;
+}
+
+// Seconds from the instant to the nearest field start without jitter.
+double GetTrueGrid(const CWatchBench& roBench, uint32_t uiInput)
+{
+    const uint64_t uiInstant = roBench.oSnapshot.oClock.uiTick;
+    const double flFreq = roBench.oSnapshot.uiTickFrequencyHz;
+    uint64_t uiLow = 0;
+    uint64_t uiHigh = 1ULL << 34U;
+    while (uiHigh - uiLow > 1)
+    {
+        const uint64_t uiMiddle = (uiLow + uiHigh) / 2;
+        (CWatchBench::GetTruth(EStreamDirection::INPUT, uiInput, uiMiddle).uiExactTicks <= uiInstant ? uiLow : uiHigh) =
+            uiMiddle;
+    }
+    const auto After = [&](uint64_t uiField)
+    {
+        const VtSim_Field oField = CWatchBench::GetTruth(EStreamDirection::INPUT, uiInput, uiField);
+        return (static_cast<double>(static_cast<int64_t>(oField.uiExactTicks - uiInstant)) +
+                std::ldexp(static_cast<double>(oField.uiExactFraction), -64)) /
+               flFreq;
+    };
+    return std::abs(After(uiLow)) < std::abs(After(uiHigh)) ? After(uiLow) : After(uiHigh);
+}
+
+TEST(WatchRate, ErrorsHoldWhatTheyPromiseOverSeeds)
+{
+    uint32_t uiStreams = 0;
+    uint32_t uiOutside = 0;
+    for (uint64_t uiSeed = 1; uiSeed <= 8; ++uiSeed)
+    {
+        SBenchSetup oSetup;
+        oSetup.uiSeed = uiSeed;
+        CWatchBench oBench(MakeInputs("standard = '1080p60'\nppm = 7.25\njitter_ticks = 100"), oSetup);
+        oBench.Run(110);
+        for (uint32_t uiInput = 0; uiInput < gc_uiInputs; ++uiInput)
+        {
+            const SStreamFigures& roFigures = oBench.GetInput(uiInput);
+            for (const ERateWindow eWindow :
+                 {ERateWindow::SECONDS_1, ERateWindow::SECONDS_10, ERateWindow::SECONDS_100})
+            {
+                const double flError = std::abs(GetPpmError(roFigures, eWindow, 7.25));
+                const double flStdErr = roFigures.aoRatePpm[static_cast<size_t>(eWindow)].flStdErr;
+                ++uiStreams;
+                uiOutside += flError > 3.0 * flStdErr ? 1U : 0U;
+            }
+            EXPECT_LT(std::abs(GetPpmError(roFigures, ERateWindow::SECONDS_100, 7.25)), 0.01);
+            EXPECT_LT(roFigures.aoRatePpm[2].flStdErr, 0.01) << "an error that says nothing";
+            EXPECT_NEAR(roFigures.flJitterRmsSeconds, 1e-6, 0.12e-6);
+            EXPECT_GT(roFigures.flJitterPeakSeconds, 4e-6);
+            EXPECT_LE(roFigures.flJitterPeakSeconds, 8.3e-6) << "the board cuts at four sigma";
+            // White noise of the fields: the deviation of means over n is sigma / sqrt(n).
+            EXPECT_NEAR(roFigures.aoTdevSeconds[0].flValue, 1e-6 / std::sqrt(60.0), 0.05e-6);
+            EXPECT_NEAR(roFigures.oGridSeconds.flValue, GetTrueGrid(oBench, uiInput),
+                        4.0 * roFigures.oGridSeconds.flStdErr);
+            EXPECT_LT(roFigures.oGridSeconds.flStdErr, 0.2e-6);
+        }
+    }
+    EXPECT_LE(uiOutside, uiStreams / 100) << "of " << uiStreams;
+}
+
+TEST(WatchRate, EveryRateIsRightFromACameraToAFastDisplay)
+{
+    struct SRow
+    {
+        std::string szKeys;
+        double flHz;
+    };
+    const std::vector<SRow> aoRows = {
+        {"standard = '1080p23.98'", 24000.0 / 1001.0},
+        {"standard = '1080i59.94'", 60000.0 / 1001.0},
+        {"standard = '1080i50'", 50.0},
+        {"standard = '1024x768@60'", 65e6 / (1344.0 * 806.0)},
+        {MakeTiming(2080, 1313, 655'449'600), 240.0},
+        {MakeTiming(2080, 1429, 1'070'035'200), 360.0},
+        {MakeTiming(2080, 1429, 2'972'320'000), 1000.0},
+        {MakeTiming(1000, 500, 250'000), 0.5},
+    };
+    std::string szChip;
+    for (const SRow& roRow : aoRows)
+    {
+        szChip += "[[chip.input]]\n" + roRow.szKeys + "\nppm = -12\njitter_ticks = 20\nphase_us = 700\n";
+    }
+    CWatchBench oBench(szChip);
+    oBench.Run(112);
+    for (uint32_t uiInput = 0; uiInput < aoRows.size(); ++uiInput)
+    {
+        const SStreamFigures& roFigures = oBench.GetInput(uiInput);
+        const SEstimate& roRate = roFigures.aoRateHz[2];
+        const double flTrue = aoRows[uiInput].flHz * (1.0 - 12e-6);
+        EXPECT_NEAR(roFigures.flNominalRateHz, aoRows[uiInput].flHz, 1e-9 * aoRows[uiInput].flHz);
+        EXPECT_TRUE(roRate.bIsValid);
+        EXPECT_NEAR(roRate.flValue, flTrue, 4.0 * roRate.flStdErr) << aoRows[uiInput].szKeys;
+        EXPECT_NEAR(GetPpmError(roFigures, ERateWindow::SECONDS_100, -12.0), 0.0, 0.02);
+        EXPECT_EQ(roFigures.oCounters.uiFieldsLost + roFigures.oCounters.uiFieldsUnobserved, 0U);
+        EXPECT_NEAR(static_cast<double>(roFigures.oCounters.uiFields), 112.0 * flTrue, 0.06 * flTrue + 1.0);
+    }
+}
+
+TEST(WatchRate, WanderAndWildFieldsDoNotMakeErrorsLie)
+{
+    // Wander of a period near the window would be taken for a rate by fields alone.
+    uint32_t uiOutside = 0;
+    constexpr uint32_t uiPhases = 24;
+    for (uint32_t uiPhase = 0; uiPhase < uiPhases; ++uiPhase)
+    {
+        CWatchBench oBench(MakeInputs("standard = '1080p50'\nppm = 4\njitter_ticks = 10\nwander_ticks = 200\n"
+                                      "wander_period_s = 3\n"
+                                      "event = [{ kind = 'doubled_field', at_s = 2, every_s = 5 }]",
+                                      1));
+        oBench.Run(13 + uiPhase);
+        const SEstimate& roPpm = oBench.GetInput(0).aoRatePpm[1];
+        uiOutside += std::abs(roPpm.flValue - 4.0) > 3.0 * roPpm.flStdErr ? 1U : 0U;
+        EXPECT_LT(roPpm.flStdErr, 1.0);
+    }
+    EXPECT_LE(uiOutside, 1U) << "of " << uiPhases;
+}
+
+TEST(WatchRate, PhaseAgainstTaiIsExactForWholeAndFor1001Rates)
+{
+    SBenchSetup oSetup;
+    oSetup.flLatencyNs = 0.0;
+    oSetup.flSpreadNs = 300.0;
+    CWatchBench oBench(MakeInputs("standard = '1080p60'\nphase_us = 1234", 1) +
+                           MakeInputs("standard = '1080p59.94'\nphase_us = 77", 1),
+                       oSetup);
+    oBench.Run(60);
+    const int64_t iTaiNs = oBench.oSnapshot.oClock.iUtcNs + 37'000'000'000;
+    for (uint32_t uiInput = 0; uiInput < 2; ++uiInput)
+    {
+        const Int128 iDenominator = uiInput == 0 ? 1 : 1001;
+        const Int128 iNumerator = uiInput == 0 ? 60 : 60000;
+        const Int128 iPeriod = iDenominator * 1'000'000'000;
+        const Int128 iRest = Int128{iTaiNs} * iNumerator % iPeriod;
+        const double flPeriod = static_cast<double>(iPeriod) * 1e-9 / static_cast<double>(iNumerator);
+        const double flTrue =
+            static_cast<double>(iRest) * 1e-9 / static_cast<double>(iNumerator) + GetTrueGrid(oBench, uiInput);
+        const SStreamFigures& roFigures = oBench.GetInput(uiInput);
+        ASSERT_TRUE(roFigures.oTaiPhaseSeconds.bIsValid);
+        EXPECT_NEAR(std::remainder(roFigures.oTaiPhaseSeconds.flValue - flTrue, flPeriod), 0.0, 30e-9);
+        // The instant itself is known as well as the envelope is, and it says so.
+        EXPECT_NEAR(
+            static_cast<double>(oBench.oSnapshot.oClock.iUtcNs - oBench.ToUtcNs(oBench.oSnapshot.oClock.uiTick)) * 1e-9,
+            0.0, roFigures.flTaiUncertaintySeconds);
+        EXPECT_LT(roFigures.flTaiUncertaintySeconds, 2e-6);
+    }
+}
+
+TEST(WatchRate, UnknownTaiOffsetLeavesOnlyWholeRatesAPhase)
+{
+    SBenchSetup oSetup;
+    oSetup.iTaiOffsetSeconds = 0;
+    CWatchBench oBench(MakeInputs("standard = '1080p60'", 1) + MakeInputs("standard = '1080p59.94'", 1), oSetup);
+    oBench.Run(12);
+    EXPECT_TRUE(oBench.GetInput(0).oTaiPhaseSeconds.bIsValid);
+    EXPECT_FALSE(oBench.GetInput(1).oTaiPhaseSeconds.bIsValid);
+}
+
+TEST(WatchRate, TicksFollowADriftingClock)
+{
+    SBenchSetup oSetup;
+    oSetup.flClockPpm = 80.0;
+    CWatchBench oBench(MakeInputs("standard = '1080p50'\njitter_ticks = 10", 4), oSetup);
+    oBench.Run(400);
+    const SClockFigures& roClock = oBench.oSnapshot.oClock;
+    EXPECT_NEAR(static_cast<double>(roClock.iUtcNs - oBench.ToUtcNs(roClock.uiTick)), oSetup.flLatencyNs, 3'000.0);
+    EXPECT_LT(roClock.flTickUncertaintySeconds, 5e-6);
+    EXPECT_EQ(oBench.GetInput(0).oCounters.uiLateWakes, 0U);
+}
+
+TEST(WatchRate, TicksThatAreTheMonotonicClockNeedNoEnvelope)
+{
+    SBenchSetup oSetup;
+    oSetup.oSettings.bTicksAreMonotonic = true;
+    oSetup.oSettings.iTickOffsetNs = 5'000'000'000'000 - 1'000'000'000; // the bench's clock at tick 0
+    CWatchBench oBench(MakeInputs("standard = '1080p50'", 1), oSetup);
+    oBench.Run(5);
+    const SClockFigures& roClock = oBench.oSnapshot.oClock;
+    EXPECT_EQ(roClock.iUtcNs, oBench.ToUtcNs(roClock.uiTick));
+    EXPECT_LT(roClock.flTickUncertaintySeconds, 1e-8);
+}
+
+} // namespace
