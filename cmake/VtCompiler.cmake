@@ -45,7 +45,7 @@ else()
     add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
 
-# RUNPATH, not RPATH: LD_LIBRARY_PATH must be able to put another maker's libVeltrano.so before ours.
+# RUNPATH, not RPATH: LD_LIBRARY_PATH stays first.
 add_link_options(-Wl,--enable-new-dtags)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "FieldRates.h"
 #include "VideoInMonitor.h"
 #include "VideoOutMonitor.h"
 #include "VtSimulatedBoard.h"

@@ -2,6 +2,9 @@
 #include "ConsoleProcess.h"
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 
@@ -89,4 +92,45 @@ TEST(CommandLine, ADeviceErrorEndsTheRunAndAPipeGetsTheSameBytes)
         EXPECT_EQ(oPiped.AwaitEnd(), 255);
         EXPECT_EQ(oPiped.Output(), oConsole.Output());
     }
+}
+
+// A library in the place of the board's, with some of its bytes changed, and what is said of it.
+TEST(CommandLine, AnUnwritableLogAndALibraryThatDoesNotDoAreNamed)
+{
+#ifndef VT_BOARD_FALLBACK
+    GTEST_SKIP() << "the loader chooses the board of this build";
+#endif
+    const std::string szFolder = testing::TempDir() + "VtConsoleBoard" + std::to_string(getpid());
+    const std::string szFile = szFolder + "/libVeltrano.so";
+    std::filesystem::create_directory(szFolder);
+    const std::string szBoard =
+        (std::ostringstream() << std::ifstream(VT_BOARD_FOLDER "/libVeltrano.so").rdbuf()).str();
+    const auto With = [&](const std::string& szOld, const std::string& szNew)
+    { return std::string(szBoard).replace(szBoard.find(szOld), szNew.size(), szNew); };
+    const std::string szNoDevice = "Error : Veltrano_GetDevice, hdev is null\nStopped!\n";
+    const std::pair<std::string, std::string> aoRows[] = {
+        {szBoard, "\033[2JError : log file /proc/x cannot be created: No such file or directory\n" + szNoDevice},
+        {"no library", "Error : " + szFile + ": file too short\n"},
+        {With(std::string("\x3E\0", 2), std::string("\xB7\0", 2)),
+         "Error : " + szFile + ": the loader does not take it (wrong machine, or not readable)\n"},
+        {With("libstdc++.so.6", "libstdc--.so.6"),
+         "Error : libVeltrano.so: libstdc--.so.6: cannot open shared object file: No such file or directory\n"},
+        {With("VtVideoIn_GetHandle", "VtVideoIn_GotHandle"), "Error : " + szFile + ": it has no VtVideoIn_GetHandle\n"},
+        {"", "\033[2JError : log file /proc/x cannot be created: No such file or directory\n" + szNoDevice},
+    };
+    for (const auto& [szLibrary, szExpected] : aoRows)
+    {
+        std::filesystem::remove(szFile);
+        if (!szLibrary.empty())
+        {
+            std::ofstream(szFile) << szLibrary;
+        }
+        CConsoleProcess oConsole({.aszArguments = {"-g", "7", "-l", "/proc/x"},
+                                  .szScenario = BOARD,
+                                  .szRedirect = "2>&1 | grep -v '^libVeltrano: '",
+                                  .szBoardFolder = szFolder});
+        EXPECT_EQ(oConsole.AwaitEnd(), 255);
+        EXPECT_EQ(oConsole.Output(), "\n" + szExpected);
+    }
+    std::filesystem::remove_all(szFolder);
 }

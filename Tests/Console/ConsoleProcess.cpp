@@ -8,6 +8,7 @@
 #include <fstream>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -80,29 +81,52 @@ CConsoleProcess::CConsoleProcess(const SConsoleSetup& roSetup)
     const winsize oSize = {roSetup.uiRows, roSetup.uiColumns, 0, 0};
     EXPECT_EQ(openpty(&m_iTerminal, &m_iSlave, nullptr, nullptr, &oSize), 0);
     fcntl(m_iTerminal, F_SETFL, O_NONBLOCK);
-    for (const int iFile : {m_iTerminal, m_iSlave})
-    {
-        fcntl(iFile, F_SETFD, FD_CLOEXEC); // a tool that runs beside this one must not keep it open
-    }
     m_szFoundState = TerminalState();
     m_szScenarioFile = testing::TempDir() + "VtConsole" + std::to_string(getpid()) + "." + std::to_string(m_iTerminal);
     std::ofstream(m_szScenarioFile) << roSetup.szScenario;
     m_iProcess = fork();
     if (m_iProcess == 0)
     {
-        Exec(roSetup);
+        Lead(roSetup);
     }
     m_iProcessFile = static_cast<int>(syscall(SYS_pidfd_open, m_iProcess, 0));
 }
 
-void CConsoleProcess::Exec(const SConsoleSetup& roSetup) const
+// Does what a shell does: the tool is a job of its own in the foreground, and its end is passed on.
+void CConsoleProcess::Lead(const SConsoleSetup& roSetup) const
 {
     login_tty(dup(m_iSlave));
+    close_range(STDERR_FILENO + 1, ~0U, 0); // a tool that runs beside this one must not be kept open
+    const pid_t iJob = roSetup.bIsShell ? 0 : fork();
+    if (iJob == 0)
+    {
+        std::signal(SIGTTOU, SIG_IGN);
+        setpgid(0, 0);
+        tcsetpgrp(STDIN_FILENO, getpid());
+        std::signal(SIGTTOU, SIG_DFL);
+        Exec(roSetup);
+    }
+    int iStatus = 0;
+    waitpid(iJob, &iStatus, 0);
+    if (WIFSIGNALED(iStatus))
+    {
+        kill(getpid(), WTERMSIG(iStatus));
+    }
+    _exit(WEXITSTATUS(iStatus));
+}
+
+void CConsoleProcess::Exec(const SConsoleSetup& roSetup) const
+{
     setenv("VELTRANO_SCENARIO", m_szScenarioFile.c_str(), 1);
-    setenv("LD_LIBRARY_PATH", VT_BOARD_FOLDER, 1);
+    setenv("LD_LIBRARY_PATH", roSetup.szBoardFolder.c_str(), 1);
+    setenv("TOOL", VT_MONITOR_FILE, 1);
     // The board's own notices go nowhere.
-    std::string szCommand = "set -o pipefail; exec \"$0\" \"$@\" 2>/dev/null " + roSetup.szRedirect;
-    std::vector<std::string> aszArguments = {"bash", "-c", szCommand, VT_MONITOR_FILE};
+    std::string szCommand = "set -o pipefail; exec \"$TOOL\" \"$@\" 2>/dev/null " + roSetup.szRedirect;
+    std::vector<std::string> aszArguments = {"bash", "-c", szCommand, "tool"};
+    if (roSetup.bIsShell)
+    {
+        aszArguments = {"bash", "--norc", "--noprofile", "--noediting", "-i"};
+    }
     aszArguments.insert(aszArguments.end(), roSetup.aszArguments.begin(), roSetup.aszArguments.end());
     std::vector<char*> apszArguments;
     for (std::string& roArgument : aszArguments)
@@ -165,6 +189,13 @@ bool CConsoleProcess::AwaitOutput(std::string_view szText)
     return Await([&] { return m_szOutput.find(szText) != std::string::npos; });
 }
 
+bool CConsoleProcess::AwaitNewOutput(std::string_view szText)
+{
+    const bool bIsThere = Await([&] { return m_szOutput.find(szText, m_uiAwaited) != std::string::npos; });
+    m_uiAwaited = m_szOutput.size();
+    return bIsThere;
+}
+
 bool CConsoleProcess::AwaitInRedraw(size_t uiRedraw, std::string_view szText)
 {
     return Await(
@@ -201,20 +232,56 @@ void CConsoleProcess::Type(std::string_view szKeys) const
     EXPECT_EQ(write(m_iTerminal, szKeys.data(), szKeys.size()), static_cast<ssize_t>(szKeys.size()));
 }
 
+void CConsoleProcess::Resize(uint16_t uiRows, uint16_t uiColumns)
+{
+    const winsize oSize = {uiRows, uiColumns, 0, 0};
+    ioctl(m_iTerminal, TIOCSWINSZ, &oSize);
+    vterm_set_size(m_poEmulator, uiRows, uiColumns);
+}
+
+// From one stop of the tool's main thread to the next, at the begin and the end of every system call.
+bool CConsoleProcess::Step(const std::function<bool(int)>& roIsReached) const
+{
+    const pid_t iTool = tcgetpgrp(m_iTerminal);
+    constexpr int iMostStops = 20000;
+    int iStatus = 0;
+    for (int iStop = 0; iStop < iMostStops && waitpid(iTool, &iStatus, __WALL) > 0; ++iStop)
+    {
+        if (roIsReached(iStatus))
+        {
+            return true;
+        }
+        const bool bIsSignal = iStatus >> 16 == 0 && WSTOPSIG(iStatus) != (SIGTRAP | 0x80);
+        ptrace(PTRACE_SYSCALL, iTool, nullptr, bIsSignal ? WSTOPSIG(iStatus) : 0);
+    }
+    return false;
+}
+
 bool CConsoleProcess::KillInKeyRead(int iSignal) const
 {
-    // From one system call of the main thread to the next, until one finds the terminal changed.
-    ptrace(PTRACE_SEIZE, m_iProcess, nullptr, nullptr);
-    ptrace(PTRACE_INTERRUPT, m_iProcess, nullptr, nullptr);
-    constexpr int iMostCalls = 10000;
-    int iCall = 0;
-    while (iCall < iMostCalls && waitpid(m_iProcess, nullptr, 0) > 0 && TerminalState() == m_szFoundState)
-    {
-        ptrace(PTRACE_SYSCALL, m_iProcess, nullptr, nullptr);
-        ++iCall;
-    }
-    kill(m_iProcess, iSignal);
-    return ptrace(PTRACE_DETACH, m_iProcess, nullptr, nullptr) == 0 && iCall < iMostCalls;
+    const pid_t iTool = tcgetpgrp(m_iTerminal);
+    ptrace(PTRACE_SEIZE, iTool, nullptr, PTRACE_O_TRACESYSGOOD);
+    ptrace(PTRACE_INTERRUPT, iTool, nullptr, nullptr);
+    const bool bIsMet = Step([&](int) { return TerminalState() != m_szFoundState; });
+    kill(iTool, iSignal);
+    return ptrace(PTRACE_DETACH, iTool, nullptr, nullptr) == 0 && bIsMet;
+}
+
+bool CConsoleProcess::StopInKeyRead(int iMoment) const
+{
+    const pid_t iTool = tcgetpgrp(m_iTerminal);
+    ptrace(PTRACE_SEIZE, iTool, nullptr, PTRACE_O_TRACESYSGOOD);
+    ptrace(PTRACE_INTERRUPT, iTool, nullptr, nullptr);
+    int iMomentsIn = 0;
+    const bool bIsMet =
+        Step([&](int) { return (iMomentsIn > 0 || TerminalState() != m_szFoundState) && iMomentsIn++ == iMoment; });
+    kill(-iTool, SIGTSTP);
+    ptrace(PTRACE_SYSCALL, iTool, nullptr, nullptr);
+    const bool bIsStopped = Step([](int iStatus) { return iStatus >> 8 == (SIGTSTP | PTRACE_EVENT_STOP << 8); });
+    const bool bIsAsFound = TerminalState() == m_szFoundState;
+    ptrace(PTRACE_DETACH, iTool, nullptr, nullptr);
+    kill(iTool, SIGCONT);
+    return bIsMet && bIsStopped && bIsAsFound;
 }
 
 std::vector<std::string> CConsoleProcess::Redraws() const

@@ -94,6 +94,7 @@ TEST(Session, KeysChangeTheNextRedraw)
     CConsoleProcess oConsole({.szScenario = Scenario(2, 2)});
     EXPECT_TRUE(oConsole.Await([&] { return Plain(oConsole.Screen()).starts_with(FirstScreen()); }))
         << oConsole.Screen();
+    oConsole.Type("\033OQ\033[2~\033[3;5~\033q"); // none of them quits, resets or restarts
     oConsole.Type("gtF");
     EXPECT_TRUE(oConsole.AwaitInRedraw(2, "[OUT_01] 8.00"));
     oConsole.Type("1gll");
@@ -101,6 +102,7 @@ TEST(Session, KeysChangeTheNextRedraw)
     oConsole.Type("2ggl");
     EXPECT_TRUE(oConsole.AwaitInRedraw(4, "[OUT_01] 8.00"));
     oConsole.Type("ggftl");
+    oConsole.Resize(61, 201); // one more clear
     EXPECT_TRUE(oConsole.AwaitInRedraw(5, "[OUT_01]  "));
     oConsole.Type("Q");
     EXPECT_EQ(oConsole.AwaitEnd(), 0);
@@ -118,7 +120,7 @@ TEST(Session, KeysChangeTheNextRedraw)
         {3, "", 0, 0, ""},
         {4, "(THRESHOLD 1 LINE):\n", 0, 4, "0\\.000000 ==>  0\\.0"},
         {4, "(THRESHOLD 30 LINES):\n", 2, 4, "8\\.0[0-9]+ ==> [ -]0\\.[0-9]"},
-        {5, "(THRESHOLD 90 LINES):\n", 0, 4, "8\\.0[0-9]+ ==> [ -]0\\.[0-9]"},
+        {6, "(THRESHOLD 90 LINES):\n", 0, 4, "8\\.0[0-9]+ ==> [ -]0\\.[0-9]"},
         {0, "", 0, 0, ""},
     };
     const std::vector<std::string> aszRedraws = oConsole.Redraws();
@@ -265,8 +267,40 @@ TEST(Session, SignalsLeaveTheTerminalAsFound)
     CConsoleProcess oInterrupted({.szScenario = Scenario(1, 1)});
     CConsoleProcess oTerminated({.aszArguments = {"-s", "-m"}, .szScenario = Scenario(1, 1)});
     EXPECT_TRUE(oInterrupted.AwaitInRedraw(1, EMPTY_OUT));
+    constexpr int iMoments = 10; // from the change of the terminal to behind its restoration
+    for (int iMoment = 0; iMoment < iMoments; ++iMoment)
+    {
+        EXPECT_TRUE(oInterrupted.StopInKeyRead(iMoment)) << iMoment;
+    }
     oInterrupted.Type("\003");
     EXPECT_EQ(oInterrupted.AwaitEnd(), -SIGINT);
     EXPECT_TRUE(oTerminated.KillInKeyRead(SIGTERM));
     EXPECT_EQ(oTerminated.AwaitEnd(), -SIGTERM);
+}
+
+TEST(Session, AJobOfAShellGoesOnInTheBackgroundAndEndsWhenKilled)
+{
+    CConsoleProcess oShell({.szScenario = Scenario(0, 1), .bIsShell = true});
+    for (const auto& [szSignal, iSignal] : {std::pair("TERM", SIGTERM), {"INT", SIGINT}, {"HUP", SIGHUP}})
+    {
+        oShell.Type("\"$TOOL\" -m 2>&- &\n");
+        EXPECT_TRUE(oShell.AwaitNewOutput("FrameTotal="));
+        oShell.Type("kill -" + std::string(szSignal) + " %%; wait %%; echo ended=$?\n");
+        EXPECT_TRUE(oShell.AwaitNewOutput("\nended=" + std::to_string(128 + iSignal)));
+    }
+    oShell.Type("\"$TOOL\" -m 2>&-\n");
+    EXPECT_TRUE(oShell.AwaitNewOutput("FrameTotal="));
+    oShell.Type("\032");
+    EXPECT_TRUE(oShell.AwaitNewOutput("Stopped"));
+    oShell.Type("bg\n");
+    EXPECT_TRUE(oShell.AwaitNewOutput("FrameTotal="));
+    oShell.Type("q\n"); // the shell's, which knows no such command
+    EXPECT_TRUE(oShell.AwaitNewOutput("not found"));
+    EXPECT_TRUE(oShell.AwaitNewOutput("FrameTotal="));
+    oShell.Type("fg\n");
+    EXPECT_TRUE(oShell.AwaitNewOutput("FrameTotal="));
+    oShell.Type("q");
+    EXPECT_TRUE(oShell.AwaitNewOutput(STOPPED));
+    oShell.Type("exit\n");
+    EXPECT_EQ(oShell.AwaitEnd(), 0);
 }

@@ -18,8 +18,8 @@ void PrintToTerminal(std::initializer_list<const char*> oTexts);
 
 /*
  * Reads one key without waiting.
- * The code of the next waiting input byte; -1 when none is waiting or standard input is at its end. The terminal is raw
- * only for the length of the call.
+ * The code of the next waiting input byte; -1 when none is waiting, standard input is at its end, or the process is in
+ * the background of the terminal, which it then leaves alone. The terminal is raw only for the length of the call.
  */
 int32_t getch();
 
@@ -33,9 +33,12 @@ void ClearScreen();
  */
 void SetCursorPosition(uint32_t uiXPos, uint32_t uiYPos);
 
+/* Whether the terminal has got another size since the last call. */
+bool TakeScreenResize();
+
 /*
- * To be called once before the first getch: a signal that ends or stops the process in the middle of a key read then
- * leaves the terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no file
+ * To be called once before the first getch: a signal that ends or stops the process waits for the end of a key read,
+ * and so leaves the terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no file
  * opened later is taken for one.
  */
 void PrepareTerminal();

@@ -9,6 +9,7 @@
 #include "ConsoleLog.h"
 #include "FrameLockStatus.h"
 #include "KeyCommands.h"
+#include "KeySequences.h"
 #include "KrvTools.h"
 #include "MonitorGlobals.h"
 #include "StatusScreen.h"
@@ -24,6 +25,7 @@ namespace
 constexpr uint32_t uiStartPauseMs = 200;
 constexpr uint32_t uiLoopPauseMs = 10;
 constexpr uint64_t uiRedrawPeriodMs = 2000;
+constexpr uint32_t uiMaxBytesPerPass = 64;
 
 // The memory behind the streams of one direction.
 struct SStreamMemory
@@ -136,15 +138,36 @@ void RedrawWhenDue(SMonitorRun& roRun)
     roRun.uiStart = roRun.uiEnd;
 }
 
+// The next key, -1 when there is none. Sequences are passed over whole; what is left of a very long one waits.
+int32_t ReadKey(SKeySequence& roSequence)
+{
+    for (uint32_t uiByte = 0; uiByte < uiMaxBytesPerPass; ++uiByte)
+    {
+        const int32_t iByte = getch();
+        const uint64_t uiNowMs = g_oOsServices.GetTimeInMs();
+        if (iByte == -1)
+        {
+            ForgetOverdueSequence(roSequence, uiNowMs);
+            break;
+        }
+        if (IsKeyOfItsOwn(roSequence, iByte, uiNowMs))
+        {
+            return iByte;
+        }
+    }
+    return -1;
+}
+
 int32_t RunCommandLoop(SMonitorRun& roRun)
 {
+    SKeySequence oSequence = {};
     int32_t iRet = -1;
     Bool32 bQuit = 0;
     while (!bQuit)
     {
         g_oOsServices.SleepMilliSeconds(uiLoopPauseMs);
         ReleaseLateThreads(roRun);
-        const char cCommand = static_cast<char>(getch());
+        const char cCommand = static_cast<char>(ReadKey(oSequence));
         if (IsQuitKey(cCommand) || roRun.bStopSignal)
         {
             puts(" >>> Stopping...");

@@ -129,6 +129,11 @@ void DisplayMenuOptions()
 void RedrawStatusScreen(SMonitorRun& roRun)
 {
     GetTimeString(roRun.szCurrentTime);
+    if (TakeScreenResize())
+    {
+        // The terminal has moved the old table, or parts of it, to where this one does not come.
+        ClearScreen();
+    }
     SetCursorPosition(0, 0);
     DisplayBanner();
     Log("%s%s\n", "Start Time   : ", roRun.szStartTime);

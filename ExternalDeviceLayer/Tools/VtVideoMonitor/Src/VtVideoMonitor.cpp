@@ -1,9 +1,12 @@
 /*
  * Entry of the tool: turns the command line into settings, prints the help when it is wrong, and hands over to the run.
  */
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <span>
 
+#include "BoardLibrary.h"
 #include "ConsoleLog.h"
 #include "KrvTools.h"
 #include "MonitorGlobals.h"
@@ -184,15 +187,23 @@ int main(int argc, char* argv[])
     {
         return -1;
     }
-    if (g_bLog)
+    VTSTR4096 szError;
+    if (!BoardLibrary_Load(szError))
     {
-        CreateFile(g_pszLogFileName);
+        std::fprintf(stderr, "Error : %s\n", szError);
+        return -1;
     }
+    const int iLogError = g_bLog && !CreateFile(g_pszLogFileName) ? errno : 0;
     ClearScreen();
     if (g_bMonitor)
     {
         SetCursorPosition(0, 0);
         DisplayBanner();
+    }
+    if (iLogError != 0)
+    {
+        std::fprintf(stderr, "Error : log file %s cannot be created: %s\n", g_pszLogFileName,
+                     std::strerror(iLogError));
     }
     const int32_t iRtn = RunTest();
     return iRtn;

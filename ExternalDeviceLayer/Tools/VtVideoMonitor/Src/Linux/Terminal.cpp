@@ -18,44 +18,10 @@
 namespace
 {
 
-// How the terminal was found. Written by getch, read by the signal handler, both on the main thread.
-struct SKeptTerminal
-{
-    termios oAttributes;
-    int iStatusFlags;
-    Bool32 bHasAttributes;
-};
-SKeptTerminal g_oKeptTerminal;
-volatile sig_atomic_t g_bIsKeyRead = 0;
+// What ends or stops the process, and has to wait until a key read has put the terminal back.
+constexpr int aiEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP};
 
-void RestoreTerminal()
-{
-    if (g_oKeptTerminal.bHasAttributes)
-    {
-        tcsetattr(STDIN_FILENO, TCSANOW, &g_oKeptTerminal.oAttributes);
-    }
-    if (g_oKeptTerminal.iStatusFlags != -1)
-    {
-        fcntl(STDIN_FILENO, F_SETFL, g_oKeptTerminal.iStatusFlags);
-    }
-}
-
-void MakeRaw()
-{
-    g_oKeptTerminal.bHasAttributes = tcgetattr(STDIN_FILENO, &g_oKeptTerminal.oAttributes) == 0 ? 1 : 0;
-    g_oKeptTerminal.iStatusFlags = fcntl(STDIN_FILENO, F_GETFL);
-    g_bIsKeyRead = 1;
-    if (g_oKeptTerminal.bHasAttributes)
-    {
-        termios oRaw = g_oKeptTerminal.oAttributes;
-        oRaw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-        tcsetattr(STDIN_FILENO, TCSANOW, &oRaw);
-    }
-    if (g_oKeptTerminal.iStatusFlags != -1)
-    {
-        fcntl(STDIN_FILENO, F_SETFL, g_oKeptTerminal.iStatusFlags | O_NONBLOCK);
-    }
-}
+volatile sig_atomic_t g_bIsScreenResized = 0;
 
 void HandleSignal(int iSignal);
 
@@ -67,31 +33,89 @@ void CatchSignal(int iSignal)
     sigaction(iSignal, &oAction, nullptr);
 }
 
-// Does what the signal does by default, on a terminal as it was found. A stopped process comes back from it.
+// Does what the signal does by default, but on the main thread alone: there it waits for the end of a key read.
 void HandleSignal(int iSignal)
 {
     const int iErrno = errno;
-    // Only the main thread knows whether it is in the middle of a key read.
     if (gettid() != getpid())
     {
         syscall(SYS_tgkill, getpid(), getpid(), iSignal);
         errno = iErrno;
         return;
     }
-    const bool bIsKeyRead = g_bIsKeyRead != 0;
-    if (bIsKeyRead)
-    {
-        RestoreTerminal();
-    }
-    // The handler does not block its own signal (SA_NODEFER), so this takes effect at once.
-    signal(iSignal, SIG_DFL);
-    raise(iSignal);
+    // The handler does not block its own signal (SA_NODEFER), so this takes effect at once. A stopped process comes
+    // back from it.
+    std::signal(iSignal, SIG_DFL);
+    std::raise(iSignal);
     CatchSignal(iSignal);
-    if (bIsKeyRead)
-    {
-        MakeRaw();
-    }
     errno = iErrno;
+}
+
+void HandleResize(int /*iSignal*/)
+{
+    g_bIsScreenResized = 1;
+}
+
+// The terminal for the length of one key read: raw and non-blocking, then as it was found. Signals that would end or
+// stop the process in between wait, so that no shell finds it raw. SIGTTIN and SIGTTOU are for a process that has been
+// put into the background since it looked: it must not stop.
+class CRawTerminal
+{
+public:
+    CRawTerminal()
+    {
+        sigset_t oSignals;
+        sigemptyset(&oSignals);
+        for (const int iSignal : aiEndingSignals)
+        {
+            sigaddset(&oSignals, iSignal);
+        }
+        sigaddset(&oSignals, SIGTTIN);
+        sigaddset(&oSignals, SIGTTOU);
+        pthread_sigmask(SIG_BLOCK, &oSignals, &m_oFoundMask);
+        m_bHasAttributes = tcgetattr(STDIN_FILENO, &m_oFoundAttributes) == 0;
+        m_iFoundFlags = fcntl(STDIN_FILENO, F_GETFL);
+        if (m_bHasAttributes)
+        {
+            termios oRaw = m_oFoundAttributes;
+            oRaw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+            tcsetattr(STDIN_FILENO, TCSANOW, &oRaw);
+        }
+        if (m_iFoundFlags != -1)
+        {
+            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags | O_NONBLOCK);
+        }
+    }
+
+    ~CRawTerminal()
+    {
+        if (m_bHasAttributes)
+        {
+            tcsetattr(STDIN_FILENO, TCSANOW, &m_oFoundAttributes);
+        }
+        if (m_iFoundFlags != -1)
+        {
+            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags);
+        }
+        pthread_sigmask(SIG_SETMASK, &m_oFoundMask, nullptr);
+    }
+
+    CRawTerminal(const CRawTerminal&) = delete;
+    CRawTerminal& operator=(const CRawTerminal&) = delete;
+
+private:
+    sigset_t m_oFoundMask;
+    termios m_oFoundAttributes;
+    int m_iFoundFlags;
+    bool m_bHasAttributes;
+};
+
+// Whether keys are meant for others: a job in the background that touches its terminal is stopped.
+bool IsInBackground()
+{
+    // No answer means no terminal, or one without job control for this process.
+    const pid_t iForeground = tcgetpgrp(STDIN_FILENO);
+    return iForeground != -1 && iForeground != getpgrp();
 }
 
 // Waits until standard output takes more. The key read makes the terminal non-blocking for a moment, and standard
@@ -125,7 +149,7 @@ void PrintToTerminal(std::initializer_list<const char*> oTexts)
             aoPieces[uiNbOfPieces++] = {const_cast<char*>(pszText), uiLength};
         }
     }
-    fflush(stdout);
+    std::fflush(stdout);
     iovec* poPiece = aoPieces.data();
     while (uiNbOfPieces > 0)
     {
@@ -152,12 +176,14 @@ void PrintToTerminal(std::initializer_list<const char*> oTexts)
 
 int32_t getch()
 {
-    MakeRaw();
-    const int32_t iKey = getchar();
-    RestoreTerminal();
-    g_bIsKeyRead = 0;
+    if (IsInBackground())
+    {
+        return -1;
+    }
+    const CRawTerminal oRaw;
+    const int32_t iKey = std::getchar();
     // End of input and "nothing there" are not for ever: a pipe may get a new writer.
-    clearerr(stdin);
+    std::clearerr(stdin);
     return iKey;
 }
 
@@ -176,8 +202,15 @@ void SetCursorPosition(uint32_t uiXPos, uint32_t uiYPos)
         return;
     }
     VTSTR64 szSequence;
-    snprintf(szSequence, sizeof(szSequence), "\033[%d;%dH", LowInt(uiYPos + 1), LowInt(uiXPos + 1));
+    std::snprintf(szSequence, sizeof(szSequence), "\033[%d;%dH", LowInt(uiYPos + 1), LowInt(uiXPos + 1));
     PrintToTerminal({szSequence});
+}
+
+bool TakeScreenResize()
+{
+    const bool bIsResized = g_bIsScreenResized != 0;
+    g_bIsScreenResized = 0;
+    return bIsResized;
 }
 
 void PrepareTerminal()
@@ -190,7 +223,7 @@ void PrepareTerminal()
             static_cast<void>(open("/dev/null", O_RDWR));
         }
     }
-    for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP})
+    for (const int iSignal : aiEndingSignals)
     {
         struct sigaction oFound = {};
         // A signal that the caller has had ignored stays ignored.
@@ -199,4 +232,8 @@ void PrepareTerminal()
             CatchSignal(iSignal);
         }
     }
+    struct sigaction oResize = {};
+    oResize.sa_handler = HandleResize;
+    oResize.sa_flags = SA_RESTART;
+    sigaction(SIGWINCH, &oResize, nullptr);
 }

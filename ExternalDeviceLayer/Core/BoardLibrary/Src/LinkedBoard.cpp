@@ -1,0 +1,8 @@
+// The program was linked against its board: the loader has brought it, or the program would not run.
+#include "BoardLibrary.h"
+
+Bool32 BoardLibrary_Load(VTSTR4096& szError)
+{
+    szError[0] = '\0';
+    return 1;
+}
