@@ -57,8 +57,8 @@ public:
     int AwaitEnd();
     // Sends a signal in the middle of a key read. False when no such moment was met.
     bool KillInKeyRead(int iSignal) const;
-    // Stops the tool at a moment of a key read, counted in begins and ends of system calls, and lets it go on. True when
-    // the terminal was as found when the tool stood.
+    // Stops the tool at a moment of a key read, counted in begins and ends of system calls, and lets it go on. True
+    // when the terminal was as found when the tool stood.
     bool StopInKeyRead(int iMoment) const;
 
 private:

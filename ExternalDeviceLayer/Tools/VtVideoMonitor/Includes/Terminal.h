@@ -38,8 +38,8 @@ bool TakeScreenResize();
 
 /*
  * To be called once before the first getch: a signal that ends or stops the process waits for the end of a key read,
- * and so leaves the terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no file
- * opened later is taken for one.
+ * and so leaves the terminal as it was found. Also opens /dev/null in the place of a closed standard stream, so that no
+ * file opened later is taken for one.
  */
 void PrepareTerminal();
 

@@ -202,8 +202,7 @@ int main(int argc, char* argv[])
     }
     if (iLogError != 0)
     {
-        std::fprintf(stderr, "Error : log file %s cannot be created: %s\n", g_pszLogFileName,
-                     std::strerror(iLogError));
+        std::fprintf(stderr, "Error : log file %s cannot be created: %s\n", g_pszLogFileName, std::strerror(iLogError));
     }
     const int32_t iRtn = RunTest();
     return iRtn;
