@@ -1,0 +1,279 @@
+#include <csignal>
+#include <fstream>
+#include <random>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include "StoreReader.h"
+#include "StoreRecovery.h"
+#include "StoreWriter.h"
+#include "WatchSteps.h"
+
+namespace
+{
+
+constexpr int64_t iMinute = 60;
+
+std::vector<SWatchEvent> ReadEvents(const std::string& rszFile)
+{
+    CStoreReader oReader;
+    std::string szFault;
+    EXPECT_EQ(oReader.Open(rszFile, szFault), EStoreOpen::OPENED) << szFault;
+    SEventQuery oQuery;
+    oQuery.uiMost = UINT32_MAX;
+    std::vector<SWatchEvent> aoEvents;
+    oReader.FindEvents(oQuery, UINT64_MAX, aoEvents);
+    std::ranges::reverse(aoEvents);
+    return aoEvents;
+}
+
+std::vector<SMinuteSummary> ReadMinutes(const std::string& rszFile)
+{
+    CStoreReader oReader;
+    std::string szFault;
+    EXPECT_EQ(oReader.Open(rszFile, szFault), EStoreOpen::OPENED) << szFault;
+    SHistoryQuery oQuery;
+    oQuery.iToUtcNs = INT64_MAX;
+    std::vector<SMinuteSummary> aoMinutes;
+    oReader.FindMinutes(oQuery, aoMinutes);
+    return aoMinutes;
+}
+
+std::string CheckIntegrity(const std::string& rszFile)
+{
+    StoreFilePtr poFile;
+    std::string szFault;
+    EXPECT_EQ(StoreFile_OpenForReading(rszFile, poFile, szFault), EStoreOpen::OPENED) << szFault;
+    CStoreStatement oCheck(poFile.get(), "PRAGMA integrity_check");
+    return oCheck.Next() ? oCheck.GetText() : "no answer";
+}
+
+// A run from its begin on.
+struct SRun
+{
+    explicit SRun(const std::string& rszFile, int64_t iSecond = 0, uint32_t uiKeepDays = 35)
+        : oWriter(rszFile, uiKeepDays)
+    {
+        std::string szFault;
+        EXPECT_EQ(oWriter.Open(iStepsBeginUtcNs + iSecond * iNsPerSecond, oRemains, szFault), EStoreOpen::OPENED)
+            << szFault;
+        oWriter.Start();
+    }
+    SWatchCosts GetCosts()
+    {
+        SWatchCosts oCosts;
+        oWriter.AddCosts(oCosts);
+        return oCosts;
+    }
+    CStoreWriter oWriter;
+    SStoreRemains oRemains;
+};
+
+} // namespace
+
+TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    SMadeUpSecond oSecond = MakeSecond(5, 1);
+    SMinuteSummary& roMinute = oSecond.aoMinutes.front();
+    roMinute.oPoint.oPhaseSeconds = {-1e-6, 1e-9, true};
+    roMinute.oPoint.flPhaseMinSeconds = -2e-6;
+    roMinute.oPoint.eLock = ELockState::PASSING;
+    oSecond.aoEvents.front().flSeconds = 0.25;
+    {
+        SRun oRun(szFile);
+        EXPECT_EQ(oRun.oRemains.uiLastEvent, 0U);
+        oRun.oWriter.Put(oSecond.GetStep());
+    }
+    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+    ASSERT_EQ(aoEvents.size(), 1U);
+    EXPECT_EQ(aoEvents[0].uiTick, UINT64_MAX - 1);
+    EXPECT_EQ(aoEvents[0].flSeconds, 0.25);
+
+    const SRun oNext(szFile, 30);
+    EXPECT_EQ(oNext.oRemains.uiLastEvent, 1U);
+    ASSERT_EQ(oNext.oRemains.aoRunning.size(), 1U);
+    const SHistoryPoint& roPoint = oNext.oRemains.aoRunning[0].oPoint;
+    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiPoints, 5U);
+    EXPECT_EQ(roPoint.oPhaseSeconds.flValue, -1e-6);
+    EXPECT_TRUE(roPoint.oPhaseSeconds.bIsValid);
+    EXPECT_FALSE(roPoint.oRateHz.bIsValid);
+    EXPECT_EQ(roPoint.flPhaseMinSeconds, -2e-6);
+    EXPECT_EQ(roPoint.eLock, ELockState::PASSING);
+}
+
+// A run that was killed ends where it wrote last, and its unfinished minute is kept as it is.
+TEST(Store, ShowsTheGapBehindARunThatWasKilled)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        SRun oRun(szFile);
+        oRun.oWriter.Put(MakeSecond(7, 1).GetStep());
+        static_cast<void>(Await([&] { return !ReadEvents(szFile).empty(); }));
+        raise(SIGKILL);
+    }
+    waitpid(iChild, nullptr, 0);
+    const SRun oNext(szFile, 10 * iMinute);
+    EXPECT_EQ(oNext.oRemains.uiLastEvent, 2U);
+    EXPECT_TRUE(oNext.oRemains.aoRunning.empty());
+    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+    ASSERT_EQ(aoEvents.size(), 2U);
+    EXPECT_EQ(aoEvents[1].eKind, EWatchEventKind::WATCH_ENDED);
+    EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
+    ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
+    EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
+}
+
+// What was seen in the store before the kill is in it afterwards, and all of a second or nothing.
+TEST(Store, IsWholeAfterAHundredKills)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    std::mt19937 oRandom(5489);
+    uint64_t uiExpected = 1;
+    for (int iKill = 0; iKill < 100; ++iKill)
+    {
+        int aiPipe[2];
+        ASSERT_EQ(pipe(aiPipe), 0);
+        const pid_t iChild = fork();
+        if (iChild == 0)
+        {
+            SRun oRun(szFile);
+            CStoreReader oReader;
+            std::string szFault;
+            static_cast<void>(oReader.Open(szFile, szFault));
+            for (uint64_t uiEvent = oRun.oRemains.uiLastEvent + 1;; ++uiEvent)
+            {
+                oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
+                SEventQuery oQuery;
+                oQuery.uiAfterNumber = uiEvent - 1;
+                std::vector<SWatchEvent> aoEvents;
+                static_cast<void>(Await(
+                    [&]
+                    {
+                        oReader.FindEvents(oQuery, UINT64_MAX, aoEvents);
+                        return !aoEvents.empty();
+                    }));
+                static_cast<void>(!write(aiPipe[1], &uiEvent, sizeof(uiEvent)));
+            }
+        }
+        close(aiPipe[1]);
+        uint64_t uiSeen = 0;
+        static_cast<void>(!read(aiPipe[0], &uiSeen, sizeof(uiSeen))); // it is under way
+        usleep(std::uniform_int_distribution<useconds_t>(0, 15000)(oRandom));
+        kill(iChild, SIGKILL);
+        waitpid(iChild, nullptr, 0);
+        for (uint64_t uiMore = 0; read(aiPipe[0], &uiMore, sizeof(uiMore)) == sizeof(uiMore);)
+        {
+            uiSeen = uiMore;
+        }
+        close(aiPipe[0]);
+        const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+        ASSERT_GE(aoEvents.back().uiNumber, uiSeen) << "kill " << iKill;
+        ASSERT_GE(aoEvents.back().uiNumber, uiExpected);
+        ASSERT_EQ(aoEvents.back().uiNumber, aoEvents.size()) << "numbers have a gap, kill " << iKill;
+        // The minute and the event of a second are written together.
+        ASSERT_EQ(ReadMinutes(szFile).back().uiPoints, aoEvents.back().uiNumber);
+        uiExpected = aoEvents.back().uiNumber;
+    }
+    EXPECT_EQ(CheckIntegrity(szFile), "ok");
+}
+
+TEST(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    std::signal(SIGXFSZ, SIG_IGN);
+    SRun oRun(szFile);
+    oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
+    ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
+    rlimit oLimit = {};
+    getrlimit(RLIMIT_FSIZE, &oLimit);
+    const rlimit oFull = {std::filesystem::file_size(szFile + "-wal"), oLimit.rlim_max};
+    testing::internal::CaptureStderr();
+    setrlimit(RLIMIT_FSIZE, &oFull);
+    uint64_t uiEvent = 1;
+    for (uint64_t uiFailures = 0; uiFailures < 3; ++uiFailures)
+    {
+        ++uiEvent;
+        oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
+        EXPECT_TRUE(Await([&] { return oRun.GetCosts().uiStoreWriteFailures > uiFailures; }));
+    }
+    EXPECT_TRUE(oRun.GetCosts().bStoreIsFailing);
+    EXPECT_GE(oRun.GetCosts().uiStoreRowsWaiting, 3U);
+    setrlimit(RLIMIT_FSIZE, &oLimit);
+    ++uiEvent;
+    oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
+    EXPECT_TRUE(Await([&] { return !oRun.GetCosts().bStoreIsFailing; }));
+    const std::string szSaid = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
+    EXPECT_EQ(oRun.GetCosts().uiStoreRowsDropped, 0U);
+    EXPECT_EQ(ReadEvents(szFile).size(), uiEvent);
+}
+
+// A store that somebody removes comes into being again, with what is new.
+TEST(Store, IsMadeAgainWhenItIsRemoved)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    SRun oRun(szFile);
+    oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
+    ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
+    for (const char* szEnd : {"", "-wal", "-shm"})
+    {
+        std::filesystem::remove(szFile + szEnd);
+    }
+    oRun.oWriter.Put(MakeSecond(2, 2).GetStep());
+    oRun.oWriter.Close();
+    ASSERT_EQ(ReadEvents(szFile).size(), 1U);
+    EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 2U);
+}
+
+TEST(Store, KeepsMinutesForAsLongAsIsAskedFor)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    constexpr int64_t iDay = 86400;
+    for (const int64_t iSecond : {int64_t{0}, iDay, 3 * iDay})
+    {
+        SRun oRun(szFile, iSecond, 2);
+        SMadeUpSecond oSecond = MakeSecond(iSecond, static_cast<uint64_t>(iSecond / iDay + 1));
+        oSecond.aoMinutes.front().oPoint.iUtcNs = iStepsBeginUtcNs + iSecond * iNsPerSecond;
+        oSecond.aoMinutes.front().bIsComplete = true;
+        oRun.oWriter.Put(oSecond.GetStep());
+    }
+    EXPECT_EQ(ReadMinutes(szFile).size(), 2U);
+    EXPECT_EQ(ReadEvents(szFile).size(), 3U); // events stay
+}
+
+TEST(Store, RefusesWhatIsNoneOfItsOwn)
+{
+    const CTestFolder oFolder;
+    const std::string szNoDatabase = oFolder / "text";
+    const std::string szForeign = oFolder / "foreign";
+    const std::string szNewer = oFolder / "newer";
+    std::ofstream(szNoDatabase) << std::string(5000, 'x');
+    sqlite3* poForeign = nullptr;
+    sqlite3_open(szForeign.c_str(), &poForeign);
+    StoreFile_Run(poForeign, "CREATE TABLE accounts(id)");
+    sqlite3_close(poForeign);
+    {
+        StoreFilePtr poNewer;
+        std::string szFault;
+        StoreFile_OpenForWriting(szNewer, poNewer, szFault);
+        StoreFile_Run(poNewer.get(), "PRAGMA user_version=2");
+    }
+    for (const std::string& rszFile : {szNoDatabase, szForeign, szNewer, std::string("/nowhere/at/all")})
+    {
+        StoreFilePtr poFile;
+        std::string szFault;
+        EXPECT_EQ(StoreFile_OpenForWriting(rszFile, poFile, szFault), EStoreOpen::REFUSED) << rszFile;
+        EXPECT_NE(szFault.find(rszFile), std::string::npos) << szFault;
+        EXPECT_EQ(std::ranges::count(szFault, '\n'), 0);
+    }
+    EXPECT_EQ(std::filesystem::file_size(szNoDatabase), 5000U);
+}
