@@ -151,6 +151,11 @@ bool IsMainFlag(const std::string& rszArgument)
     return rszArgument == "-h" || rszArgument == "--help" || rszArgument == "--version";
 }
 
+bool IsSubcommand(const std::string& rszArgument)
+{
+    return rszArgument == "serve" || rszArgument == "check" || rszArgument == "report";
+}
+
 int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, std::string& rszText)
 {
     // The library takes them from the back.
@@ -158,6 +163,12 @@ int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, st
     if (raszArguments.empty() || (raszArguments.front().starts_with('-') && !IsMainFlag(raszArguments.front())))
     {
         aszReversed.emplace_back("serve");
+    }
+    // The library would only say that a subcommand is missing.
+    else if (!raszArguments.front().starts_with('-') && !IsSubcommand(raszArguments.front()))
+    {
+        rszText = "'" + raszArguments.front() + "': expected serve, check or report";
+        return iExitUsage;
     }
     try
     {
