@@ -243,10 +243,15 @@ void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
     m_uiSleptFromNs = uiNowNs;
     m_bReadable = m_bOwn && !m_oOwned.IsRunning();
     if (!MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
+    {
+        // A prepared trace may wake nobody before it is half full: look into all pipes.
+        m_bReadable = m_bReadable || m_oTrace.IsOpen();
+        m_uiSleptFromNs = 0;
         return;
+    }
     const short iNodeTold = m_aoPolled[0].revents;
     m_bReadable =
-        m_bReadable || iNodeTold == 0 || (iNodeTold & POLLIN) != 0 ||
+        m_bReadable || (iNodeTold & POLLIN) != 0 ||
         std::any_of(aoPolled.begin() + 1, aoPolled.end(), [](const pollfd& roPolled) { return roPolled.revents != 0; });
     if (iNodeTold != 0)
         HeedNode(iNodeTold);
