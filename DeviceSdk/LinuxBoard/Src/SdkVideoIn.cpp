@@ -29,7 +29,7 @@ VtStatus VtVideoIn_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMod
         return VtStatus_ACCESS_DENIED;
     const SInputSource& roSource = poChip->Devices().aoInputs[uiIndex];
     auto poStream = std::make_unique<CInputStream>(poChip->Counters(uiIndex));
-    const VtStatus eStatus = poStream->Open(roSource.szNode, roSource.szVideo, poChip->OwnsInputs());
+    const VtStatus eStatus = poStream->Open(roSource);
     if (eStatus != VtStatus_OK)
         return eStatus;
     *phVideoIn = CBoard::Get().m_oInputs.Add(std::move(poStream));

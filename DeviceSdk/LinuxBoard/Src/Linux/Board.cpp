@@ -1,5 +1,6 @@
 #include "Board.h"
 
+#include "GiveBack.h"
 #include "Remark.h"
 
 #include <cstdlib>
@@ -12,8 +13,6 @@ namespace LinuxBoard
 namespace
 {
 
-constexpr const char* szModeVariable = "VELTRANO_INPUT_MODE";
-
 std::string Joined(const std::vector<std::string>& raszTexts)
 {
     std::string szAll;
@@ -22,14 +21,16 @@ std::string Joined(const std::vector<std::string>& raszTexts)
     return szAll;
 }
 
-bool AsksForOwnInputs()
+/* True for szYes, false for szNo and for anything else, which is said. */
+bool Asks(const char* szVariable, std::string_view szNo, std::string_view szYes)
 {
-    const char* szMode = std::getenv(szModeVariable);
-    if (szMode == nullptr || std::string_view(szMode) == "observe")
+    const char* szValue = std::getenv(szVariable);
+    if (szValue == nullptr || szValue == szNo)
         return false;
-    if (std::string_view(szMode) == "own")
+    if (szValue == szYes)
         return true;
-    Remark_Say(std::string(szModeVariable) + " takes own or observe, not '" + szMode + "': observing");
+    Remark_Say(std::string(szVariable) + " takes " + std::string(szYes) + " or " + std::string(szNo) + ", not '" +
+               szValue + "': taken for " + std::string(szNo));
     return false;
 }
 
@@ -62,7 +63,10 @@ VtDevice_Handle CBoard::OpenChip()
     if (!m_bLoaded || m_bScanned)
         return m_hChip;
     m_bScanned = true;
-    auto poChip = std::make_unique<CChip>(AsksForOwnInputs());
+    GiveBack_Leftovers();
+    const SInputOptions oOptions = {Asks("VELTRANO_INPUT_MODE", "observe", "own"),
+                                    Asks("VELTRANO_INPUT_FORMAT", "keep", "smallest")};
+    auto poChip = std::make_unique<CChip>(oOptions);
     const SDeviceList& roDevices = poChip->Devices();
     Report(roDevices);
     if (!roDevices.aoInputs.empty() || !roDevices.aoOutputs.empty())
@@ -75,6 +79,7 @@ void CBoard::Unload()
     m_oInputs.Clear();
     m_oOutputs.Clear();
     m_oChips.Clear();
+    GiveBack_End();
     m_hChip = nullptr;
     m_bScanned = false;
     m_bLoaded = false;

@@ -19,16 +19,14 @@ namespace LinuxBoard
 class CChip
 {
 public:
-    explicit CChip(bool bOwnInputs) : m_bOwnInputs(bOwnInputs), m_oDevices(DeviceList_Scan(bOwnInputs, m_oKeeper)) {}
+    explicit CChip(const SInputOptions& roOptions) : m_oDevices(DeviceList_Scan(roOptions, m_oKeeper)) {}
 
     const SDeviceList& Devices() const { return m_oDevices; }
-    bool OwnsInputs() const { return m_bOwnInputs; }
     SInputCounters& Counters(uint32_t uiInput) { return m_aoCounters[uiInput]; }
 
     CCardKeeper& Keeper() { return m_oKeeper; }
 
 private:
-    const bool m_bOwnInputs;
     CCardKeeper m_oKeeper;
     const SDeviceList m_oDevices;
     std::array<SInputCounters, uiMaxStreams> m_aoCounters;

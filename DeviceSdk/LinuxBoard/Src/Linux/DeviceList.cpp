@@ -182,7 +182,7 @@ std::string InputName(SDeviceList& roList, udev_device* poDevice, const CV4l2Nod
     return Named(roList, szName, oRemark.szFull, oRemark.szShort);
 }
 
-void AddInput(SDeviceList& roList, udev_device* poDevice, bool bOwnInputs)
+void AddInput(SDeviceList& roList, udev_device* poDevice, const SInputOptions& roOptions)
 {
     // Where udev has asked the node already, it need not be opened to learn that it captures no video.
     const std::string_view szKnown = OrEmpty(udev_device_get_property_value(poDevice, "ID_V4L_CAPABILITIES"));
@@ -193,7 +193,7 @@ void AddInput(SDeviceList& roList, udev_device* poDevice, bool bOwnInputs)
     oSource.szVideo = udev_device_get_sysname(poDevice);
     CV4l2Node oNode;
     SInputFormat oFormat;
-    const int iError = oNode.Open(oSource.szNode, bOwnInputs ? O_RDWR : O_RDONLY);
+    const int iError = oNode.Open(oSource.szNode, roOptions.bOwn ? O_RDWR : O_RDONLY);
     if (iError != 0)
     {
         Refuse(roList, oSource.szNode, iError);
@@ -202,13 +202,14 @@ void AddInput(SDeviceList& roList, udev_device* poDevice, bool bOwnInputs)
     if (!oNode.IsCapture() || oNode.ReadFormat(oFormat) != 0 || (!oNode.IsDigital() && oFormat.uiWidth == 0))
         return;
     oSource.eType = TypeOf(oNode.InputName());
-    oSource.szName = InputName(roList, poDevice, oNode, bOwnInputs);
+    oSource.szName = InputName(roList, poDevice, oNode, roOptions.bOwn);
+    oSource.oOptions = roOptions;
     roList.aoInputs.push_back(oSource);
 }
 
 } // namespace
 
-SDeviceList DeviceList_Scan(bool bOwnInputs, CCardKeeper& roKeeper)
+SDeviceList DeviceList_Scan(const SInputOptions& roOptions, CCardKeeper& roKeeper)
 {
     SDeviceList oList;
     const CUdev poUdev(udev_new());
@@ -219,7 +220,7 @@ SDeviceList DeviceList_Scan(bool bOwnInputs, CCardKeeper& roKeeper)
             AddOutput(oList, rpoDevice.get(), roKeeper);
     for (const CUdevDevice& rpoDevice : Devices(poUdev.get(), "video4linux", "video*"))
         if (oList.aoInputs.size() < uiMaxStreams)
-            AddInput(oList, rpoDevice.get(), bOwnInputs);
+            AddInput(oList, rpoDevice.get(), roOptions);
     return oList;
 }
 

@@ -25,11 +25,19 @@ struct SOutputSource
     VtBoard_ConnectorType eType = VtBoard_ConnectorType_UNKNOWN;
 };
 
+/* How an input is watched. */
+struct SInputOptions
+{
+    bool bOwn = false;      /* stream it if nobody else does */
+    bool bSmallest = false; /* and then in the smallest format, not the one that it has */
+};
+
 struct SInputSource
 {
     std::string szNode;  /* "/dev/video0" */
     std::string szVideo; /* "video0" */
     std::string szName;  /* as the interface delivers it */
+    SInputOptions oOptions;
     VtBoard_ConnectorType eType = VtBoard_ConnectorType_UNKNOWN;
 };
 
@@ -41,8 +49,7 @@ struct SDeviceList
     std::vector<std::string> aszLong;    /* what did not fit into a name */
 };
 
-/* bOwnInputs: idle inputs are going to be streamed by us. */
-SDeviceList DeviceList_Scan(bool bOwnInputs, CCardKeeper& roKeeper);
+SDeviceList DeviceList_Scan(const SInputOptions& roOptions, CCardKeeper& roKeeper);
 
 } // namespace LinuxBoard
 

@@ -38,11 +38,10 @@ CInputStream::~CInputStream()
     m_roCounters.pvWriter.compare_exchange_strong(pvThis, nullptr);
 }
 
-VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVideo, bool bOwn)
+VtStatus CInputStream::Open(const SInputSource& roSource)
 {
-    m_szNode = szNode;
-    m_szVideo = szVideo;
-    m_bAskedToOwn = bOwn;
+    m_oSource = roSource;
+    m_oOwned.ChooseSmallest(roSource.oOptions.bSmallest);
     switch (OpenNode())
     {
     case 0:
@@ -68,7 +67,7 @@ VtStatus CInputStream::Open(const std::string& szNode, const std::string& szVide
 
 int CInputStream::OpenNode()
 {
-    const int iError = m_oNode.Open(m_szNode, m_bAskedToOwn ? O_RDWR : O_RDONLY);
+    const int iError = m_oNode.Open(m_oSource.szNode, m_oSource.oOptions.bOwn ? O_RDWR : O_RDONLY);
     if (iError != 0)
         return iError;
     if (!m_oNode.IsCapture())
@@ -77,7 +76,7 @@ int CInputStream::OpenNode()
         return -ENOTTY;
     }
     m_uiOpenedNs = MonotonicClock_NowNs();
-    m_bOwn = m_bAskedToOwn && m_oOwned.Start() != -EBUSY;
+    m_bOwn = m_oSource.oOptions.bOwn && m_oOwned.Start() != -EBUSY;
     m_aoPolled.assign(1, {-1, 0, 0});
     if (!m_bOwn)
         OpenTrace();
@@ -92,7 +91,7 @@ bool CInputStream::OpenTrace()
 {
     SSignal oSignal;
     m_oNode.DetectSignal(oSignal);
-    m_oTrace.Open(m_szVideo, m_oNode.Minor(), oSignal.oVidParam.uiVRate_Hz);
+    m_oTrace.Open(m_oSource.szVideo, m_oNode.Minor(), oSignal.oVidParam.uiVRate_Hz);
     m_aoPolled.resize(1);
     for (const CFileDescriptor& roPipe : m_oTrace.Pipes())
         m_aoPolled.push_back({roPipe.Get(), POLLIN, 0});
@@ -315,7 +314,7 @@ VtStatus CInputStream::ReadDetectedParameters(VtVideo_VidParam& roParam)
 void CInputStream::SayOnce(bool& rbSaid, const char* szText) const
 {
     if (!std::exchange(rbSaid, true))
-        Remark_Say(m_szVideo + ": " + szText);
+        Remark_Say(m_oSource.szVideo + ": " + szText);
 }
 
 /* Where our own buffers are needs no asking: all of them are the driver's but for the moment of a fetch. */

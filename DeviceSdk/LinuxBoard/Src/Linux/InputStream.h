@@ -8,6 +8,7 @@
 
 #include "../FieldStart.h"
 #include "../FieldTracker.h"
+#include "DeviceList.h"
 #include "OwnedCapture.h"
 #include "TraceFeed.h"
 #include "V4l2Node.h"
@@ -15,7 +16,6 @@
 
 #include <atomic>
 #include <poll.h>
-#include <string>
 #include <vector>
 
 namespace LinuxBoard
@@ -38,10 +38,9 @@ public:
     CInputStream& operator=(const CInputStream&) = delete;
 
     /*
-     * szVideo: "video0". bOwn: stream the input if nobody else does.
      * VtStatus_OK, also for a device that is away; VtStatus_ACCESS_DENIED; VtStatus_RESOURCES_BUSY; VtStatus_FAIL.
      */
-    VtStatus Open(const std::string& szNode, const std::string& szVideo, bool bOwn);
+    VtStatus Open(const SInputSource& roSource);
 
     VtStatus WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField);
     VtStatus ReadDetectedParameters(VtVideo_VidParam& roParam);
@@ -67,14 +66,12 @@ private:
     void SayOnce(bool& rbSaid, const char* szText) const;
 
     SInputCounters& m_roCounters;
-    std::string m_szNode;  /* "/dev/video0" */
-    std::string m_szVideo; /* "video0" */
+    SInputSource m_oSource;
     CV4l2Node m_oNode;
     CTraceFeed m_oTrace;
     std::vector<pollfd> m_aoPolled; /* the node, then the pipes of the trace */
     COwnedCapture m_oOwned;
     CFieldTracker m_oTracker;
-    bool m_bAskedToOwn = false;
     bool m_bOwn = false;        /* we stream this input, or will when it lets us */
     bool m_bWaited = false;     /* somebody has waited for a field */
     bool m_bPollNode = true;    /* off after an error, which would end every sleep at once */

@@ -1,9 +1,14 @@
 #include "OwnedCapture.h"
 
+#include "GiveBack.h"
+#include "InputSettings.h"
 #include "MonotonicClock.h"
 
 #include <array>
 #include <cerrno>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <utility>
 
 namespace LinuxBoard
 {
@@ -55,35 +60,46 @@ bool IsSameTimings(const v4l2_bt_timings& roOne, const v4l2_bt_timings& roOther)
 
 } // namespace
 
-bool COwnedCapture::HasOtherTimings(v4l2_dv_timings& roDetected, v4l2_dv_timings& roSet) const
+/* A digital input streams what it is set to, so it has to be set to what it detects. */
+bool COwnedCapture::HasOtherTimings(v4l2_dv_timings& roDetected) const
 {
+    v4l2_dv_timings oSet{};
     return m_roNode.IsDigital() && V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QUERY_DV_TIMINGS, &roDetected) == 0 &&
-           V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_DV_TIMINGS, &roSet) == 0 && !IsSameTimings(roDetected.bt, roSet.bt);
+           V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_DV_TIMINGS, &oSet) == 0 && !IsSameTimings(roDetected.bt, oSet.bt);
 }
 
 bool COwnedCapture::IsOutdated() const
 {
     v4l2_dv_timings oDetected{};
-    v4l2_dv_timings oSet{};
-    return m_bStreaming && HasOtherTimings(oDetected, oSet);
+    return m_bStreaming && HasOtherTimings(oDetected);
 }
 
-/* A digital input streams what it is set to, so it has to be set to what it detects. */
-int COwnedCapture::FollowTimings()
+/* Notes what is there before it changes anything. */
+int COwnedCapture::Prepare()
 {
+    int iError = InputSettings_Read(m_roNode.Fd(), m_roNode.BufferType(), m_oFound);
     v4l2_dv_timings oDetected{};
-    if (!HasOtherTimings(oDetected, m_oTimingsBefore))
-        return 0;
-    const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &oDetected);
-    m_bTimingsChanged = iError == 0;
+    const bool bOtherTimings = HasOtherTimings(oDetected);
+    if (iError != 0 || !(bOtherTimings || m_bSmallest))
+        return iError;
+    m_bChanged = true;
+    m_poNote = GiveBack_NoteInput(m_roNode.Path(), m_roNode.Fd(), m_oFound);
+    if (bOtherTimings)
+        iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &oDetected);
+    if (iError == 0 && m_bSmallest)
+        iError = SetSmallestFormat();
+    v4l2_format oOurs{};
+    oOurs.type = m_roNode.BufferType();
+    if (m_poNote != nullptr && V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oOurs) == 0)
+        m_poNote->oOurs = oOurs;
     return iError;
 }
 
-int COwnedCapture::ChooseFormat()
+int COwnedCapture::SetSmallestFormat() const
 {
     v4l2_format oBefore{};
     oBefore.type = m_roNode.BufferType();
-    int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oBefore);
+    const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oBefore);
     if (iError != 0)
         return iError;
     v4l2_format oSmallest = oBefore;
@@ -100,9 +116,7 @@ int COwnedCapture::ChooseFormat()
     }
     if (ImageSize(oSmallest) == ImageSize(oBefore))
         return 0;
-    iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &oSmallest);
-    m_bFormatChanged = iError == 0;
-    return iError;
+    return V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &oSmallest);
 }
 
 v4l2_buffer COwnedCapture::NewBuffer()
@@ -144,6 +158,7 @@ int COwnedCapture::QueueAll()
     if (iError != 0)
         return iError;
     m_uiBuffers = uiGiven;
+    MapBuffer();
     for (uint32_t uiIndex = 0; uiIndex < uiGiven && iError == 0; uiIndex++)
     {
         v4l2_buffer oBuffer = NewBuffer();
@@ -159,13 +174,7 @@ int COwnedCapture::Start()
     const SBufferCensus oCensus = m_roNode.CountBuffers();
     if (oCensus.uiTotal != 0 || oCensus.bHidden)
         return -EBUSY;
-    m_oFormatBefore = {};
-    m_oFormatBefore.type = m_roNode.BufferType();
-    int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &m_oFormatBefore);
-    if (iError == 0)
-        iError = FollowTimings();
-    if (iError == 0)
-        iError = ChooseFormat();
+    int iError = Prepare();
     if (iError == 0)
         iError = QueueAll();
     auto uiType = static_cast<int>(m_roNode.BufferType());
@@ -183,20 +192,39 @@ void COwnedCapture::Stop()
     if (m_bStreaming)
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMOFF, &uiType);
     uint32_t uiGiven = 0;
+    Unmap();
     if (m_uiBuffers != 0)
         RequestBuffers(0, uiGiven);
-    if (m_bTimingsChanged)
-        V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &m_oTimingsBefore);
-    // New timings bring a new format with them.
-    if (m_bFormatChanged || m_bTimingsChanged)
-        V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &m_oFormatBefore);
+    if (m_bChanged)
+        InputSettings_Write(m_roNode.Fd(), m_oFound);
     Forget();
+}
+
+void COwnedCapture::Unmap()
+{
+    if (m_pvMapped != nullptr)
+        munmap(std::exchange(m_pvMapped, nullptr), static_cast<size_t>(sysconf(_SC_PAGESIZE)));
 }
 
 void COwnedCapture::Forget()
 {
-    m_bStreaming = m_bBufferLost = m_bTimingsChanged = m_bFormatChanged = false;
+    Unmap();
+    GiveBack_Drop(std::exchange(m_poNote, nullptr));
+    m_bStreaming = m_bBufferLost = m_bChanged = false;
     m_uiBuffers = 0;
+}
+
+/* Nobody looks into it, but other observers take a queue without a mapped buffer for one that is used by read(). */
+void COwnedCapture::MapBuffer()
+{
+    v4l2_buffer oBuffer = NewBuffer();
+    if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QUERYBUF, &oBuffer) != 0)
+        return;
+    const bool bPlanes = oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+    const uint32_t uiOffset = bPlanes ? m_aoPlanes[0].m.mem_offset : oBuffer.m.offset;
+    void* pvMapped = mmap(nullptr, static_cast<size_t>(sysconf(_SC_PAGESIZE)), PROT_READ, MAP_SHARED, m_roNode.Fd(),
+                          off_t{uiOffset});
+    m_pvMapped = pvMapped == MAP_FAILED ? nullptr : pvMapped;
 }
 
 SBufferCensus COwnedCapture::Census() const

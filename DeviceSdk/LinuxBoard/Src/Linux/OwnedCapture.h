@@ -1,11 +1,12 @@
 /*
- * Streaming an idle input ourselves, only when asked to (VELTRANO_INPUT_MODE=own): the smallest format, buffers that
- * nobody looks into, and everything given back at the end. Belongs to one thread at a time.
+ * Streaming an idle input ourselves, only when asked to: in the format that it has, or the smallest one, into buffers
+ * that nobody looks into, and with everything given back at the end. Belongs to one thread at a time.
  */
 #ifndef LINUX_BOARD_OWNED_CAPTURE_H
 #define LINUX_BOARD_OWNED_CAPTURE_H
 
 #include "../FieldTracker.h"
+#include "../GiveBackNote.h"
 #include "V4l2Node.h"
 
 #include <array>
@@ -31,9 +32,12 @@ public:
     COwnedCapture(const COwnedCapture&) = delete;
     COwnedCapture& operator=(const COwnedCapture&) = delete;
 
+    /* Before Start: the least that the driver makes of a pixel, rather than the format and size as found. */
+    void ChooseSmallest(bool bSmallest) { m_bSmallest = bSmallest; }
+
     /* 0; -EBUSY when another program has the input, which then stays untouched; another negative errno. */
     int Start();
-    /* Gives the input back: buffers, format and timings as they were. */
+    /* Gives the input back: buffers, and all settings as they were. */
     void Stop();
     /* The device went away, and everything with it. */
     void Forget();
@@ -48,9 +52,11 @@ public:
     static SBufferCensus TryBuffers(const CV4l2Node& roNode);
 
 private:
-    bool HasOtherTimings(v4l2_dv_timings& roDetected, v4l2_dv_timings& roSet) const;
-    int FollowTimings();
-    int ChooseFormat();
+    bool HasOtherTimings(v4l2_dv_timings& roDetected) const;
+    int Prepare();
+    int SetSmallestFormat() const;
+    void MapBuffer();
+    void Unmap();
     int RequestBuffers(uint32_t uiCount, uint32_t& ruiGiven) const;
     int QueueAll();
     v4l2_buffer NewBuffer();
@@ -59,11 +65,12 @@ private:
     bool m_bStreaming = false;
     uint32_t m_uiBuffers = 0;
     bool m_bBufferLost = false; /* one could not be queued again */
-    bool m_bFormatChanged = false;
-    bool m_bTimingsChanged = false;
+    bool m_bSmallest = false;
+    bool m_bChanged = false;                               /* settings, noted in m_poNote */
     std::array<v4l2_plane, VIDEO_MAX_PLANES> m_aoPlanes{}; /* nobody looks into them, but the kernel writes them */
-    v4l2_format m_oFormatBefore{};
-    v4l2_dv_timings m_oTimingsBefore{};
+    SInputSettings m_oFound{};
+    SGiveBackNote* m_poNote = nullptr; /* may be null when there is no room for it */
+    void* m_pvMapped = nullptr;
 };
 
 } // namespace LinuxBoard

@@ -1,6 +1,7 @@
 #include "TraceFeed.h"
 
 #include "../TraceRecord.h"
+#include "GiveBack.h"
 #include "TraceInstance.h"
 
 #include <algorithm>
@@ -68,6 +69,7 @@ void CTraceFeed::Close()
 {
     m_aoPipes.clear();
     TraceInstance_Destroy(std::exchange(m_poInstance, nullptr));
+    GiveBack_Drop(std::exchange(m_poNote, nullptr));
 }
 
 ETraceAccess CTraceFeed::Access(const std::string& szVideo)
@@ -109,6 +111,8 @@ bool CTraceFeed::OpenOwn(const std::string& szVideo, uint32_t uiFramesPerSecond)
     m_poInstance = TraceInstance_Create(szVideo.c_str(), m_uiMinor, TraceRecord_BufferKb(uiFramesPerSecond));
     const std::unique_ptr<char, decltype(&std::free)> szInstance(
         m_poInstance == nullptr ? nullptr : TraceInstance_PathOf(m_poInstance), &std::free);
+    if (szInstance != nullptr)
+        m_poNote = GiveBack_NoteTrace(szInstance.get());
     if (szInstance == nullptr || !OpenPipes(szInstance.get()))
         Close();
     return IsOpen();

@@ -23,6 +23,8 @@ struct kbuffer;
 namespace LinuxBoard
 {
 
+struct SGiveBackNote;
+
 enum class ETraceAccess
 {
     None,
@@ -79,6 +81,7 @@ private:
     void TakePage(uint64_t uiNowNs);
 
     tracefs_instance* m_poInstance = nullptr; /* our own, removed at the end */
+    SGiveBackNote* m_poNote = nullptr;        /* that it has to be removed */
     std::vector<CFileDescriptor> m_aoPipes;
     std::unique_ptr<kbuffer, SKbufferFree> m_poDecoder;
     std::vector<std::byte> m_aoPage;

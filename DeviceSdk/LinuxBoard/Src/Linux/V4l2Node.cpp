@@ -61,6 +61,7 @@ int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument)
 int CV4l2Node::Open(const std::string& szNode, int iMode)
 {
     *this = CV4l2Node();
+    m_szPath = szNode;
     m_oFd = CFileDescriptor(open(szNode.c_str(), iMode | O_NONBLOCK | O_CLOEXEC));
     if (!m_oFd.IsOpen())
         return -errno;

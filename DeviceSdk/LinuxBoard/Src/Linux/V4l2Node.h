@@ -57,6 +57,7 @@ public:
     /* iMode: O_RDONLY to watch, O_RDWR to own. */
     int Open(const std::string& szNode, int iMode);
     int Fd() const { return m_oFd.Get(); }
+    const std::string& Path() const { return m_szPath; }
     uint32_t Minor() const { return m_uiMinor; }
 
     void Close() { m_oFd.Close(); }
@@ -99,6 +100,7 @@ private:
     bool m_bTellsChanges = false;
     bool m_bDigital = false;
     bool m_bTelevision = false; /* its input has a television standard */
+    std::string m_szPath;
     std::string m_szDriver;
     std::string m_szInput;
 };
