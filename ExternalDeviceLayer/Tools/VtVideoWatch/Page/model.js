@@ -73,7 +73,7 @@ export function toModel(json, before) {
     model.directions[direction] = {
       reference: given.reference,
       groups: given.groups ?? before?.directions[direction].groups ?? [],
-      streams: given.streams.map((stream) => toStream(stream, before && findStream(before, stream.id))),
+      streams: given.streams.map((stream) => toStream(stream, (before ? findStream(before, stream.id) : undefined))),
     };
   }
   return model;

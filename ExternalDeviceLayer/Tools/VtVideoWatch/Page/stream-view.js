@@ -66,8 +66,8 @@ function measuredFacts(json, stream, compared) {
     ...json.rates.map((rate) => [`over ${rate.window}`, ppmText(rate)]),
     ["Phase", compared.phase ? withError(format.span(compared.phase.seconds), compared.phase.error ? format.span(compared.phase.error, false) : "") : null],
     ["Drift", stream.drift === null ? null : withError(format.ppb(stream.drift), stream.driftError ? format.ppb(stream.driftError).replace("+", "") : "")],
-    ["Jitter, RMS", format.span(json.jitter.rms_seconds, false)],
-    ["Jitter, peak to peak", format.span(json.jitter.peak_seconds, false)],
+    ["Jitter, RMS", json.jitter.peak_seconds ? format.span(json.jitter.rms_seconds, false) : null],
+    ["Jitter, peak to peak", json.jitter.peak_seconds ? format.span(json.jitter.peak_seconds, false) : null],
     ...json.tdev.map((tdev) => [`TDEV, ${tdev.tau_seconds} s`, tdev.seconds === null ? null : format.span(tdev.seconds, false)]),
     ["Phase against TAI", json.tai ? `${format.span(json.tai.seconds)} ± ${format.span(json.tai.uncertainty, false)}` : null],
     ["Fields seen", format.count(counters.fields_observed)],
@@ -115,6 +115,7 @@ export function makeStreamView(id) {
   let data = null;
   const spanButtons = makeSpanButtons(() => span);
   const places = { phase: element("div"), rate: element("div") };
+  const phaseTitle = element("h3", {}, "Phase against the reference");
   const reading = element("p", { class: "reading" });
   const problem = element("p", { class: "lost", role: "status" });
   const bars = document.createElementNS("http://www.w3.org/2000/svg", "svg");
@@ -128,7 +129,7 @@ export function makeStreamView(id) {
     "div",
     {},
     element("section", { class: "panel", "aria-label": "Over time" }, spanButtons, problem,
-      element("h3", {}, "Phase against the reference"), element("div", { class: "chart", id: "phase-chart" }, places.phase),
+      phaseTitle, element("div", { class: "chart", id: "phase-chart" }, places.phase),
       element("h3", {}, "Rate, deviation from the nominal one"), element("div", { class: "chart low", id: "rate-chart" }, places.rate), reading),
     makePanel("Events in this span", eventList, allEvents),
   );
@@ -158,6 +159,8 @@ export function makeStreamView(id) {
     const toPpm = (hertz) => (hertz === null || !nominal ? null : (hertz / nominal - 1) * 1e6);
     graphs.phase.show(rowsOf(points, (i) => points.phase[i], phaseError, step), span.from, span.to, marks);
     graphs.rate.show(rowsOf(points, (i) => toPpm(points.rate[i]), (i) => (nominal ? (points.rate_stderr[i] / nominal) * 1e6 : 0), step), span.from, span.to, marks);
+    const isKnown = points.phase.some((phase) => phase !== null);
+    setText(phaseTitle, isKnown ? "Phase against the reference" : "Phase against the reference: not known in this span");
     const shown = data.events.slice(0, 12).map((event) =>
       element("li", {}, `${format.utcTime(Date.parse(event.utc), true)} ${[eventWord(event.kind), eventDetail(event)].filter(Boolean).join(": ")}`),
     );
@@ -174,7 +177,7 @@ export function makeStreamView(id) {
       if (signal.aborted) return;
       const isFirst = data === null;
       data = fetched;
-      setText(problem, "");
+      setText(problem, data.points.t.length === 0 ? "Nothing is known of this span." : "");
       if (isFirst && state.span === "all" && !state.from) span = spanOf(state, nowMs, data.reach);
       if (!graphs) makeGraphs();
       drawCharts(stream.nominal);
