@@ -6,7 +6,8 @@ szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 aszRunPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev libdrm-dev libudev-dev libtracefs-dev
     libtraceevent-dev libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libcivetweb-dev prometheus-cpp-dev
     libjs-dygraphs)
-aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema)
+aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema chromium
+    chromium-driver python3-selenium)
 aszBenchmarkPackages=(libbenchmark-dev)
 aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)
 

@@ -60,6 +60,9 @@ class PageTest(unittest.TestCase):
         cls.watch.wait()
         cls.watch.stdout.close()
 
+    def setUp(self):
+        self.show()
+
     def show(self, width=1280, height=900, dark=False):
         self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                      {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
@@ -148,7 +151,8 @@ class PageTest(unittest.TestCase):
         link = self.browser.current_url
         self.assertRegex(link, "from=.*to=")
         window = "return document.querySelector('.stream-view')?.charts?.phase.window()"
-        shown = self.until(lambda: self.script(window))
+        self.until(lambda: (shown := self.script(window)) and shown[1] - shown[0] == 1800000)
+        shown = self.script(window)
         self.open("?view=events&stream=IN_04&kind=fields_lost")
         listed = self.until(lambda: self.browser.find_elements(By.CSS_SELECTOR, ".events tbody tr"))
         self.assertTrue(all("IN_04" in row.text and "Fields lost" in row.text for row in listed))
@@ -191,7 +195,6 @@ class PageTest(unittest.TestCase):
                     self.assertLessEqual(over, 0, f"{query} at {width}")
             backs.add(self.script("return getComputedStyle(document.body).backgroundColor"))
         self.assertEqual(len(backs), 2)
-        self.show()
 
     def test_7_says_when_the_watch_is_gone_and_nothing_else_was_asked_or_complained_of(self):
         self.open()

@@ -19,7 +19,7 @@
 #include "WatchData.h"
 
 // Listeners at once; the next one is told to come back later.
-constexpr uint32_t uiMostListeners = 8;
+constexpr uint32_t uiMostListeners = 16;
 
 // Thread-safe. What it answers must have ended before it is destroyed.
 class CLiveHub

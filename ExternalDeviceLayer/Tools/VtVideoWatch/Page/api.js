@@ -21,23 +21,27 @@ const lateAfterMs = 3500; // snapshots come once a second
 export function listen(on) {
   let lastMs = Date.now();
   let state = "";
+  let source = null;
   const set = (next) => {
     if (next !== state) on.link((state = next), lastMs);
   };
-  const source = new EventSource("api/v1/live");
-  source.addEventListener("snapshot", (event) => {
-    lastMs = Date.now();
-    set("live");
-    on.snapshot(JSON.parse(event.data));
-  });
-  source.addEventListener("events", (event) => on.events(JSON.parse(event.data)));
-  source.addEventListener("error", () => set("gone"));
+  const connect = () => {
+    source = new EventSource("api/v1/live");
+    source.addEventListener("snapshot", (event) => {
+      lastMs = Date.now();
+      set("live");
+      on.snapshot(JSON.parse(event.data));
+    });
+    source.addEventListener("events", (event) => on.events(JSON.parse(event.data)));
+    source.addEventListener("error", () => set("gone"));
+  };
+  connect();
+  addEventListener("pagehide", () => source.close());
   setInterval(() => {
-    if (Date.now() - lastMs <= lateAfterMs) return;
-    set(source.readyState === EventSource.OPEN ? "late" : "gone");
+    if (Date.now() - lastMs > lateAfterMs) set(source.readyState === EventSource.OPEN ? "late" : "gone");
   }, 1000);
-  // A server that refuses a stream for the moment closes it for good; we ask again.
+  // The browser itself comes back after a broken line, but not after a refusal.
   setInterval(() => {
-    if (source.readyState === EventSource.CLOSED) location.reload();
-  }, 15000);
+    if (source.readyState === EventSource.CLOSED) connect();
+  }, 5000);
 }

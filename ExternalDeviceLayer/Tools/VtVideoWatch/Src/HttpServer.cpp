@@ -15,7 +15,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 // The live streams hold at most half of the threads, so that a scrape always finds one.
-constexpr const char* szThreads = "20";
+constexpr const char* szThreads = "28";
 constexpr const char* szQueue = "20";
 constexpr const char* szRequestBytes = "8192";
 constexpr const char* szIdleMs = "3000"; // for the whole of a request, and for each step of an answer
