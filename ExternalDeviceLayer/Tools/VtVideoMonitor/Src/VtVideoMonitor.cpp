@@ -6,7 +6,7 @@
 #include <cstring>
 #include <span>
 
-#include "BoardLibrary.h"
+#include "BoardLoader.h"
 #include "ConsoleLog.h"
 #include "KrvTools.h"
 #include "MonitorGlobals.h"
@@ -188,7 +188,7 @@ int main(int argc, char* argv[])
         return -1;
     }
     VTSTR4096 szError;
-    if (!BoardLibrary_Load(szError))
+    if (!BoardLoader_Load(szError))
     {
         std::fprintf(stderr, "Error : %s\n", szError);
         return -1;

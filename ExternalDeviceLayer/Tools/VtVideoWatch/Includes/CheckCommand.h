@@ -14,4 +14,7 @@ int CheckCommand_Run(const SCheckOptions& roOptions);
 /* Says that the command line is wrong, where a monitoring system looks for it. The exit status. */
 int CheckCommand_RefuseUsage(const std::string& rszText);
 
+/* Says there that no board's library can be used. The exit status. */
+int CheckCommand_RefuseBoard(const std::string& rszText);
+
 #endif

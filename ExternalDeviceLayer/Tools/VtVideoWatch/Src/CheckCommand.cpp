@@ -72,6 +72,11 @@ int CheckCommand_RefuseUsage(const std::string& rszText)
     return SayUnknown(rszText + "; --help tells more");
 }
 
+int CheckCommand_RefuseBoard(const std::string& rszText)
+{
+    return SayUnknown(rszText);
+}
+
 int CheckCommand_Run(const SCheckOptions& roOptions)
 {
     CSignalWatch oSignals;

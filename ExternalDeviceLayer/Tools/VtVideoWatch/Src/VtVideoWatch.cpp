@@ -3,6 +3,7 @@
  */
 #include <cstdio>
 
+#include "BoardLoader.h"
 #include "CheckCommand.h"
 #include "Notice.h"
 #include "ReportCommand.h"
@@ -25,6 +26,12 @@ int main(int argc, char* argv[])
     {
         return oOptions.eCommand == EWatchCommand::CHECK ? CheckCommand_RefuseUsage(szText)
                                                          : (Notice_Say(szText + "; --help tells more"), *iStatus);
+    }
+    VTSTR4096 szError;
+    if (oOptions.eCommand != EWatchCommand::REPORT && !BoardLoader_Load(szError))
+    {
+        return oOptions.eCommand == EWatchCommand::CHECK ? CheckCommand_RefuseBoard(szError)
+                                                         : (Notice_Say(szError), iExitFailure);
     }
     switch (oOptions.eCommand)
     {

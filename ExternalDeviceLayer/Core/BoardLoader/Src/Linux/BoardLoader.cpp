@@ -1,4 +1,4 @@
-#include "BoardLibrary.h"
+#include "BoardLoader.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -105,7 +105,7 @@ std::string FileOf(void* pvLibrary)
 
 } // namespace
 
-Bool32 BoardLibrary_Load(VTSTR4096& szError)
+Bool32 BoardLoader_Load(VTSTR4096& szError)
 {
     SSearch oSearch = OpenFromSystem();
     if (oSearch.pvLibrary == nullptr && oSearch.szProblem.empty())

@@ -1,7 +1,7 @@
 // The program was linked against its board: the loader has brought it, or the program would not run.
-#include "BoardLibrary.h"
+#include "BoardLoader.h"
 
-Bool32 BoardLibrary_Load(VTSTR4096& szError)
+Bool32 BoardLoader_Load(VTSTR4096& szError)
 {
     szError[0] = '\0';
     return 1;

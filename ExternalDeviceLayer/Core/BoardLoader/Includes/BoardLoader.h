@@ -5,8 +5,8 @@
  *
  * A program that the linker has given its board (VELTRANO_LIBRARY, or VT_BOARD_FALLBACK=OFF) has it at start.
  */
-#ifndef BOARD_LIBRARY_H
-#define BOARD_LIBRARY_H
+#ifndef BOARD_LOADER_H
+#define BOARD_LOADER_H
 
 #include "KrvTypes.h"
 
@@ -15,6 +15,6 @@
  *   szError  out  on failure, one line without its end that says which file does not do and why
  * 1, or 0 when there is no library that can be used; no operation may be called then.
  */
-Bool32 BoardLibrary_Load(VTSTR4096& szError);
+Bool32 BoardLoader_Load(VTSTR4096& szError);
 
 #endif
