@@ -95,5 +95,5 @@ export function movement(stream, compared) {
   }
   if (compared.toSlip !== null) ends.push(`slips a whole field in ${format.duration(compared.toSlip)}`);
   const where = { locked: "is in step", passing: "is in step only in passing", free: "runs free" }[kind];
-  return [where, drift, ...ends].join(", ");
+  return still ? `${where} and ${drift}` : [where, drift, ...ends].join(", ");
 }
