@@ -24,6 +24,13 @@ SWatchPublication MakeFull()
             const uint32_t uiIndex = roStream.uiIndex;
             roStream = roDirection.aoStreams[1];
             roStream.uiIndex = uiIndex;
+            roStream.oPhaseSeconds.flValue = 9.7e-4 * (1.0 + uiIndex / 33.0);
+            roStream.oTaiPhaseSeconds.flValue = 4.7e-3 * (1.0 + uiIndex / 33.0);
+            roStream.oDriftRatio.flValue = 7.3e-9 * (1.0 + uiIndex / 33.0);
+            for (SEstimate& roRate : roStream.aoRateHz)
+            {
+                roRate.flValue = 59.94 + uiIndex / 3.3e6;
+            }
             roStream.oCounters.uiFields = 108'000'123 + uiIndex;
             roStream.oCounters.uiFieldsObserved = 107'999'000 + uiIndex;
         }

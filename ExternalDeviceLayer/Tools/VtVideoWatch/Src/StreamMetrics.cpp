@@ -1,5 +1,7 @@
 #include "MetricFamilies.h"
 
+#include <cmath>
+
 #include "WatchJson.h"
 #include "WatchTexts.h"
 
@@ -24,47 +26,47 @@ struct SCounterMetric
 {
     const char* szName;
     const char* szHelp;
-    uint64_t SStreamCounters::*puiCounter;
+    uint64_t (*oGet)(const SStreamCounters& roCounters);
     EOnly eOnly;
 };
 
+using Counters = const SStreamCounters&;
+
 constexpr SCounterMetric aoCounters[] = {
     {"vt_video_fields_total", "Fields that the signal had while watched: observed, lost and unobserved ones.",
-     &SStreamCounters::uiFields, EOnly::BOTH},
-    {"vt_video_fields_observed_total", "Fields delivered to the watch.", &SStreamCounters::uiFieldsObserved,
-     EOnly::BOTH},
+     [](Counters roCounters) { return roCounters.uiFields; }, EOnly::BOTH},
+    {"vt_video_fields_observed_total", "Fields delivered to the watch.",
+     [](Counters roCounters) { return roCounters.uiFieldsObserved; }, EOnly::BOTH},
     {"vt_video_fields_lost_total", "Fields that the board did not deliver although the watch waited for them.",
-     &SStreamCounters::uiFieldsLost, EOnly::BOTH},
+     [](Counters roCounters) { return roCounters.uiFieldsLost; }, EOnly::BOTH},
     {"vt_video_fields_unobserved_total",
      "Fields that passed while the watch was late: nothing is wrong with the signal.",
-     &SStreamCounters::uiFieldsUnobserved, EOnly::BOTH},
-    {"vt_video_fields_repeated_total", "Fields whose counter did not move.", &SStreamCounters::uiFieldsRepeated,
+     [](Counters roCounters) { return roCounters.uiFieldsUnobserved; }, EOnly::BOTH},
+    {"vt_video_fields_repeated_total", "Fields whose counter did not move.",
+     [](Counters roCounters) { return roCounters.uiFieldsRepeated; }, EOnly::BOTH},
+    {"vt_video_fields_backward_total", "Times that the field counter went back.",
+     [](Counters roCounters) { return roCounters.uiCounterBackward; }, EOnly::BOTH},
+    {"vt_video_fields_early_total", "Fields that started early against the grid.",
+     [](Counters roCounters) { return roCounters.uiFieldsEarly; }, EOnly::BOTH},
+    {"vt_video_fields_late_total", "Fields that started late against the grid.",
+     [](Counters roCounters) { return roCounters.uiFieldsLate; }, EOnly::BOTH},
+    {"vt_video_phase_steps_total", "Times that the grid itself moved and stayed there.",
+     [](Counters roCounters) { return roCounters.uiPhaseSteps; }, EOnly::BOTH},
+    {"vt_video_signal_losses_total", "Times that the signal went away.",
+     [](Counters roCounters) { return roCounters.uiSignalLosses; }, EOnly::BOTH},
+    {"vt_video_stream_changes_total",
+     "Changes of timings, of the buffers' pixel format, and of the capture or power state; the events tell which.",
+     [](Counters roCounters)
+     { return roCounters.uiTimingChanges + roCounters.uiFormatChanges + roCounters.uiStateChanges; },
      EOnly::BOTH},
-    {"vt_video_fields_backward_total", "Times that the field counter went back.", &SStreamCounters::uiCounterBackward,
-     EOnly::BOTH},
-    {"vt_video_fields_early_total", "Fields that started early against the grid.", &SStreamCounters::uiFieldsEarly,
-     EOnly::BOTH},
-    {"vt_video_fields_late_total", "Fields that started late against the grid.", &SStreamCounters::uiFieldsLate,
-     EOnly::BOTH},
-    {"vt_video_phase_steps_total", "Times that the grid itself moved and stayed there.", &SStreamCounters::uiPhaseSteps,
-     EOnly::BOTH},
-    {"vt_video_signal_losses_total", "Times that the signal went away.", &SStreamCounters::uiSignalLosses, EOnly::BOTH},
-    {"vt_video_timing_changes_total", "Changes of the signal's timings.", &SStreamCounters::uiTimingChanges,
-     EOnly::BOTH},
-    {"vt_video_format_changes_total", "Changes of the buffers' pixel format.", &SStreamCounters::uiFormatChanges,
-     EOnly::BOTH},
-    {"vt_video_setup_changes_total", "Changes of the capture state (inputs) or power state (outputs).",
-     &SStreamCounters::uiStateChanges, EOnly::BOTH},
     {"vt_video_buffers_skipped_total", "Buffers that the board skipped by its own count.",
-     &SStreamCounters::uiBuffersSkipped, EOnly::INPUTS},
-    {"vt_video_buffers_set_total", "Buffers that applications handed to the output.", &SStreamCounters::uiBuffersSet,
-     EOnly::OUTPUTS},
-    {"vt_video_buffers_repeated_total", "Fields that showed a buffer once more.", &SStreamCounters::uiBuffersRepeated,
-     EOnly::OUTPUTS},
+     [](Counters roCounters) { return roCounters.uiBuffersSkipped; }, EOnly::INPUTS},
+    {"vt_video_buffers_set_total", "Buffers that applications handed to the output.",
+     [](Counters roCounters) { return roCounters.uiBuffersSet; }, EOnly::OUTPUTS},
+    {"vt_video_buffers_repeated_total", "Fields that showed a buffer once more.",
+     [](Counters roCounters) { return roCounters.uiBuffersRepeated; }, EOnly::OUTPUTS},
     {"vt_video_buffers_overwritten_total", "Buffers that were replaced before they were shown.",
-     &SStreamCounters::uiBuffersOverwritten, EOnly::OUTPUTS},
-    {"vt_video_wait_timeouts_total", "Waits that ended without a field.", &SStreamCounters::uiWaitTimeOuts,
-     EOnly::BOTH},
+     [](Counters roCounters) { return roCounters.uiBuffersOverwritten; }, EOnly::OUTPUTS},
 };
 
 bool IsMeant(EOnly eOnly, EStreamDirection eDirection)
@@ -83,7 +85,7 @@ void CollectCounters(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
                           if (IsMeant(roCounter.eOnly, roStream.eDirection))
                           {
                               oFamily.Add(MetricLabels_Get(roStream),
-                                          static_cast<double>(roStream.oCounters.*roCounter.puiCounter));
+                                          static_cast<double>(roCounter.oGet(roStream.oCounters)));
                           }
                       });
     }
@@ -138,8 +140,10 @@ constexpr SFigureMetric aoFigures[] = {
      "Field start against the grid that starts at 1970-01-01T00:00:00 TAI, within half a period.", MetricType::Gauge,
      iDigits, [](Stream roStream) { return roStream.oTaiPhaseSeconds.flValue; },
      [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
-    {"vt_video_tai_uncertainty_seconds", "How closely that grid is known here: what the clocks may be off.",
-     MetricType::Gauge, iErrorDigits, [](Stream roStream) { return roStream.flTaiUncertaintySeconds; },
+    {"vt_video_tai_uncertainty_seconds",
+     "How closely that phase is known: what the clocks may be off, and its own standard error.", MetricType::Gauge,
+     iErrorDigits,
+     [](Stream roStream) { return std::hypot(roStream.flTaiUncertaintySeconds, roStream.oTaiPhaseSeconds.flStdErr); },
      [](Stream roStream) { return roStream.oTaiPhaseSeconds.bIsValid; }},
 };
 
