@@ -101,6 +101,8 @@ TEST(GenLockProcess, PairsOnlyWhatHasDeliveredSinceTheLastLook)
     EXPECT_EQ(oStreams.daoVideo.GetSize(), 4);
     EXPECT_FALSE(Process(4, oStreams.daoData.data(), oStreams.dauiLast.data())); // not empty
     EXPECT_EQ(oStreams.daoVideo.GetSize(), 8);
+    EXPECT_FALSE(Process(0x80000000, oStreams.daoData.data(), oStreams.dauiLast.data())); // no array is that long
+    EXPECT_EQ(oStreams.daoVideo.GetSize(), 8);
 }
 
 TEST(GenLockProcess, SnapshotIsOneMomentOfAllRings)

@@ -22,11 +22,9 @@ struct SCableLockResult
 };
 
 /*
- * Runs the test for g_uiCableLockDurationSec seconds, a sample a second, and reports through Log and, but for the rows
- * of timestamps, the SDK's debug channel.
- *   uiNbOfVideo          in  number of streams
- *   paoVideoMonitorData  in  their records
- *   hDev                 in  the board, for the debug channel
+ * Runs the test for g_uiCableLockDurationSec seconds, one sample per second, and reports through Log and, but for the
+ * rows of timestamps, the SDK's debug channel. uiNbOfVideo          in  number of streams paoVideoMonitorData  in their
+ * records hDev                 in  the board, for the debug channel
  */
 void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData, VtDevice_Handle hDev);
 
@@ -41,8 +39,8 @@ Bool32 IsCableLocked(const CFrameLockVideoArray& rdaoFrameLockVideoData,
                      const CFrameLockPairArray& rdaoFrameLockPairData, const uint64_t* pauiVideoLastTimeStamp);
 
 /*
- * Begin of the second that follows the one planned for uiPlannedMs, when it is uiNowMs: a second later, so that hours
- * of seconds do not drift. After a stall that leaves less than half a second till then (the process was stopped, say)
+ * Begin of the second that follows the one planned for uiPlannedMs, when it is uiNowMs: one second later, so that hours
+ * of seconds do not drift. After a stall that leaves less than half a second until then (the process was stopped, say)
  * whole seconds are passed over, for streams that got no time to deliver anything would look lost.
  */
 uint64_t GetNextCableLockSecond(uint64_t uiPlannedMs, uint64_t uiNowMs);

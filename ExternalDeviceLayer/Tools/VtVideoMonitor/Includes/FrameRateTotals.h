@@ -1,6 +1,6 @@
 /*
  * Rates from counters and ticks, and the long-run totals of a stream: what is the same for inputs and outputs.
- * Field counters advance by 16 a field; ticks are those of the board's reference counter.
+ * Field counters advance by 16 per field; ticks are those of the board's reference counter.
  */
 #ifndef FRAME_RATE_TOTALS_H
 #define FRAME_RATE_TOTALS_H
@@ -37,12 +37,9 @@ inline void PublishRates(SMonitorUserData& roData, const VtVideo_VidParam& roVid
 }
 
 /*
- * Adds a pass to the long-run totals of a record and derives average, ppm, maximum and minimum. The average is fields a
- * second also for interlaced streams.
- *   roData           in/out  the record; its own thread only
- *   uiCounts         in      field counts of the pass
- *   uiTicks          in      ticks of the pass
- *   uiTickPerSecond  in      tick frequency, not 0
+ * Adds a pass to the long-run totals of a record and derives average, ppm, maximum and minimum. The average is fields
+ * per second also for interlaced streams. roData           in/out  the record; its own thread only uiCounts         in
+ * field counts of the pass uiTicks          in      ticks of the pass uiTickPerSecond  in      tick frequency, not 0
  *   flPassRate       in      rate of the pass
  */
 void AddPassToTotals(SMonitorUserData& roData, uint64_t uiCounts, uint64_t uiTicks, uint32_t uiTickPerSecond,
@@ -50,7 +47,7 @@ void AddPassToTotals(SMonitorUserData& roData, uint64_t uiCounts, uint64_t uiTic
 
 /*
  * Reads the tick frequency of the board into the record; a board that delivers none, or 0, leaves 1.
- * The frequency, ticks a second.
+ * The frequency, ticks per second.
  */
 uint32_t ReadTickFrequency(SMonitorUserData& roData);
 

@@ -17,8 +17,8 @@ struct SFrameLockVideoData
     uint64_t auiTimeStamp[NB_OF_SAMPLES]; // ticks, oldest first; 0: empty
     Bool32 bActive;                       // delivered a field since the caller last looked
     uint32_t uiSampleCount;               // index of the first empty slot of the ring, NB_OF_SAMPLES when full
-    uint32_t uiTickFreqHz;                // ticks a second
-    uint32_t uiLineFreqHz;                // lines a second
+    uint32_t uiTickFreqHz;                // ticks per second
+    uint32_t uiLineFreqHz;                // lines per second
 };
 
 struct SFrameLockPairData
@@ -39,8 +39,8 @@ using CFrameLockPairArray = CMArray<SFrameLockPairData, const SFrameLockPairData
  *   uiNbOfVideo             in      number of streams
  *   paoVideoMonitorData     in      their records
  *   pauiVideoLastTimeStamp  in/out  the caller's newest timestamp of each stream, kept between its calls; 0 at first
- *   rdaoFrameLockVideoData  out     an empty array; gets a record a stream
- *   rdaoFrameLockPairData   out     an empty array; gets a record a pair of active streams, by A, then B
+ *   rdaoFrameLockVideoData  out     an empty array; gets one record per stream
+ *   rdaoFrameLockPairData   out     an empty array; gets one record per pair of active streams, by A, then B
  * 1; 0 for null pointers, no streams, or a video array that was not empty.
  */
 Bool32 ProcessGenLock(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData,

@@ -18,7 +18,7 @@ extern OsMutex g_oMutex;         // guards the timestamp rings of all records; a
 
 extern HSignal g_hStartSig; // releases all monitor threads at once; created and destroyed by RunTest
 
-// Handles of the monitor threads, an entry a stream. Kept until the process ends.
+// Handles of the monitor threads, one per stream. Kept until the process ends.
 extern std::vector<HCpuThread> g_dahVideoOutMonitorThread;
 extern std::vector<HCpuThread> g_dahVideoInMonitorThread;
 

@@ -1,5 +1,5 @@
 /*
- * One run of the tool: opens the board, starts a monitor thread a stream, then runs a test or the command loop, and
+ * One run of the tool: opens the board, starts one monitor thread per stream, then runs a test or the command loop, and
  * takes everything down again. Main thread only.
  */
 #ifndef MONITOR_RUN_H
@@ -18,7 +18,7 @@ struct SMonitorStreams
     Bool32 bIsVideoIn;
     HCpuThread* pahVideoMonitorThread;
     SMonitorUserData* paoVideoMonitorData;
-    uint64_t* pauiVideoLastTimeStamp; // newest timestamp that the genlock report has seen, a stream each
+    uint64_t* pauiVideoLastTimeStamp; // newest timestamp that the genlock report has seen, one per stream
     PfnCpuThreadFunction pThreadFunc;
     const char* szEmptyLine; // placeholder row
 };
@@ -46,7 +46,7 @@ struct SMonitorRun
 int32_t RunTest();
 
 /*
- * Initialises the records of one direction and starts a thread a record; the threads block on g_hStartSig.
+ * Initialises the records of one direction and starts one thread per record; the threads block on g_hStartSig.
  *   hDev                   in   the board
  *   uiNbOfVideo            in   number of streams
  *   pahVideoMonitorThread  out  thread handles

@@ -46,11 +46,11 @@ struct SMonitorUserData
     VTSTR256 szVidParam;   // description of the stream
     VTSTR256 szStatusData; // its row of the statistics table
 
-    uint32_t uiTickRefFreq;                    // ticks a second, never 0
+    uint32_t uiTickRefFreq;                    // ticks per second, never 0
     uint64_t auiTickRefCounter[NB_OF_SAMPLES]; // field starts in ticks; 0: no sample
     volatile Bool32 bFirstPassDone;            // the thread has been released by the start signal
 
-    uint64_t uiFpsTotalFieldCounter;   // since the last reset, 16 a field
+    uint64_t uiFpsTotalFieldCounter;   // since the last reset, 16 per field
     uint64_t uiFpsTotalTickRefCounter; // ticks over the same fields
     double fFpsAvg;                    // long-run average
     double fFpsMin;                    // smallest rate of a pass, 0: none yet

@@ -18,8 +18,8 @@ void DisplayBanner();
 void DisplayMenuOptions();
 
 /*
- * Logs the whole screen in place: banner, times, key help, a table a direction, and the genlock report when it is on.
- * Ends the first launch; after that asks the one-shot report to stop.
+ * Logs the whole screen in place: banner, times, key help, one table per direction, and the genlock report when it is
+ * on. Ends the first launch; after that asks the one-shot report to stop.
  */
 void RedrawStatusScreen(SMonitorRun& roRun);
 

@@ -1,9 +1,9 @@
 /*
- * One monitor thread a video input. Every field start is stamped into the ring of the record; every half second or so a
- * statistics pass turns the rings into rates, buffer counts and a row of text.
+ * One monitor thread per video input. Every field start is stamped into the ring of the record; every half second or so
+ * a statistics pass turns the rings into rates, buffer counts and a row of text.
  *
  * The stages of the thread are functions over one state record, so that a caller can drive them without a thread. All
- * of them belong to the stream's own thread. Times are ticks of the board's reference counter, counters 16 a field.
+ * of them belong to the stream's own thread. Times are ticks of the board's reference counter, counters 16 per field.
  */
 #ifndef VIDEO_IN_MONITOR_H
 #define VIDEO_IN_MONITOR_H
@@ -36,7 +36,7 @@ struct SVideoInMonitor
     const char* szCaptureState; // text of the state that stands in the record, null: none yet
     uint32_t uiTickPerSecond;
     double flCurrVideoVRate;      // nominal rate of the start-up parameters; later refreshes do not change it
-    uint32_t uiTotalScreenPixels; // pixels a frame, blanking included
+    uint32_t uiTotalScreenPixels; // pixels per frame, blanking included
     uint32_t uiSampleCount;       // fields since start or since the last lost signal
     uint32_t uiLastSampleCount;   // uiSampleCount at the previous pass
     uint64_t auiFieldCounter[NB_OF_SAMPLES];

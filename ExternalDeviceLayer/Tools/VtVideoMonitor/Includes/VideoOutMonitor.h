@@ -1,8 +1,8 @@
 /*
- * One monitor thread a video output. Built like the input monitor (VideoInMonitor.h), with differences that are kept on
- * purpose: the wait writes the timestamp straight into the record's ring without the mutex, the parameters are read at
- * every field, there is no error-only filter, set buffers are counted instead of ready and loaned ones, and a refresh
- * that cannot read the parameters is tried again.
+ * One monitor thread per video output. Built like the input monitor (VideoInMonitor.h), with differences that are kept
+ * on purpose: the wait writes the timestamp straight into the record's ring without the mutex, the parameters are read
+ * at every field, there is no error-only filter, set buffers are counted instead of ready and loaned ones, and a
+ * refresh that cannot read the parameters is tried again.
  */
 #ifndef VIDEO_OUT_MONITOR_H
 #define VIDEO_OUT_MONITOR_H

@@ -14,7 +14,7 @@ namespace
 constexpr uint32_t uiMessageWarning = 1000;
 constexpr uint32_t uiTimeTextLength = 24;
 
-// A time header stands at most once a second, and never because of a bare line end.
+// A time header stands at most once per second, and never because of a bare line end.
 void WriteTimeHeader()
 {
     // Shared by all threads without a lock: two threads may at worst write the same header twice.
@@ -28,7 +28,7 @@ void WriteTimeHeader()
     }
     KrvTools_strcpy_s(szLastTimeString, sizeof(szLastTimeString), szTimeString);
     VTSTR256 szMessageTime = {};
-    snprintf(szMessageTime, sizeof(szMessageTime), "*** %s ***\n", szTimeString);
+    std::snprintf(szMessageTime, sizeof(szMessageTime), "*** %s ***\n", szTimeString);
     WriteToFile(g_pszLogFileName, szMessageTime, static_cast<uint32_t>(KrvTools_strlen(szMessageTime)));
 }
 
@@ -70,9 +70,9 @@ void Log(const char* pszFormat, ...)
     szMessageWarning[0] = '\0';
     if (uiMessageLength > uiMessageWarning)
     {
-        snprintf(szMessageWarning, sizeof(szMessageWarning),
-                 "Warning, message length (%d) exceed the maximum expected (%d).\n", LowInt(uiMessageLength),
-                 LowInt(uiMessageWarning));
+        std::snprintf(szMessageWarning, sizeof(szMessageWarning),
+                      "Warning, message length (%d) exceed the maximum expected (%d).\n", LowInt(uiMessageLength),
+                      LowInt(uiMessageWarning));
     }
     PrintToTerminal({g_bStatus ? "" : szEraseToLineEnd, szMessage, szMessageWarning});
     if (g_bLog)
@@ -84,7 +84,7 @@ void Log(const char* pszFormat, ...)
 void GetTimeString(VTSTR64& szTime)
 {
     KrvTools_memset(szTime, 0, sizeof(szTime));
-    const time_t iNow = time(nullptr);
+    const std::time_t iNow = std::time(nullptr);
     tm oLocalTime = {};
     if (localtime_r(&iNow, &oLocalTime) == nullptr)
     {
@@ -96,23 +96,23 @@ void GetTimeString(VTSTR64& szTime)
 
 Bool32 CreateFile(const char* pszFilePathWithName)
 {
-    FILE* poFile = fopen(pszFilePathWithName, "w");
+    std::FILE* poFile = std::fopen(pszFilePathWithName, "w");
     if (poFile == nullptr)
     {
         return 0;
     }
-    fclose(poFile);
+    std::fclose(poFile);
     return 1;
 }
 
 Bool32 WriteToFile(const char* pszFilePathWithName, const char* pszStr, uint32_t uiSize)
 {
-    FILE* poFile = fopen(pszFilePathWithName, "a");
+    std::FILE* poFile = std::fopen(pszFilePathWithName, "a");
     if (poFile == nullptr)
     {
         return 0;
     }
-    const Bool32 bSuccess = fwrite(pszStr, uiSize, 1, poFile) == 0 ? 1 : 0;
-    fclose(poFile);
+    const Bool32 bSuccess = std::fwrite(pszStr, uiSize, 1, poFile) == 0 ? 1 : 0;
+    std::fclose(poFile);
     return bSuccess;
 }

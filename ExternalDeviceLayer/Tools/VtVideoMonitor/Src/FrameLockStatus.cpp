@@ -52,7 +52,8 @@ void JudgeFrameLockCycle(const CFrameLockVideoArray& rdaoFrameLockVideoData,
     }
     if (!rdaoFrameLockPairData.IsEmpty())
     {
-        roVerdict.uiMaxAllowed = TicksPerLine(rdaoFrameLockVideoData[rdaoFrameLockPairData[0].uiVideoIndexA]);
+        const uint32_t uiTickPerLine = TicksPerLine(rdaoFrameLockVideoData[rdaoFrameLockPairData[0].uiVideoIndexA]);
+        roVerdict.uiMaxAllowed = uiTickPerLine;
     }
 }
 

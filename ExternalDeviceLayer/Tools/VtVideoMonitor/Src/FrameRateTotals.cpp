@@ -40,7 +40,7 @@ uint32_t ReadTickFrequency(SMonitorUserData& roData)
 
 void FormatFrameRateDetails(SMonitorUserData& roData, const char* szPrefix)
 {
-    snprintf(roData.szFpsData, sizeof(roData.szFpsData), "[%s_%02d] %8.6f %8.6f %8.6f %lu (%8.6f ==> %4.1f ppm)",
-             szPrefix, LowInt(roData.uiInOutIndex), roData.fFpsAvg, roData.fFpsMin, roData.fFpsMax,
-             roData.uiFpsTotalFieldCounter >> uiCountToFieldShift, roData.fFpsRef, roData.fFpsPpm);
+    std::snprintf(roData.szFpsData, sizeof(roData.szFpsData), "[%s_%02d] %8.6f %8.6f %8.6f %lu (%8.6f ==> %4.1f ppm)",
+                  szPrefix, LowInt(roData.uiInOutIndex), roData.fFpsAvg, roData.fFpsMin, roData.fFpsMax,
+                  roData.uiFpsTotalFieldCounter >> uiCountToFieldShift, roData.fFpsRef, roData.fFpsPpm);
 }

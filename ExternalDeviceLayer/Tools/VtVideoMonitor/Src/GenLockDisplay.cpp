@@ -16,7 +16,7 @@ struct SThreshold
     const char* szPlural;
 };
 
-// A row a threshold mode.
+// One row per threshold mode.
 constexpr SThreshold aoThresholds[] = {{1, ""}, {5, "S"}, {30, "S"}, {90, "S"}};
 static_assert(std::size(aoThresholds) == GENLOCK_THRESHOLD_COUNT);
 
@@ -64,13 +64,13 @@ int32_t DeltaToNs(int32_t iTicks, uint32_t uiTickFreqHz)
 
 SDistance MeasureDistance(uint32_t uiTicks, const SFrameLockVideoData& roVideo)
 {
-    const uint32_t uiTenLines = TicksPerLine(roVideo) * 10;
-    if (uiTenLines == 0)
+    const uint32_t uiTickPerLine = TicksPerLine(roVideo);
+    if (uiTickPerLine * 10 == 0)
     {
         return {uiTicks, 0, 0};
     }
     // Wraps above 4294967 ticks: locked differences are far smaller.
-    return {uiTicks, (uiTicks * 1000 + 5) / uiTenLines, TicksToNs(uiTicks, roVideo.uiTickFreqHz)};
+    return {uiTicks, (uiTicks * 1000 + 5) / (uiTickPerLine * 10), TicksToNs(uiTicks, roVideo.uiTickFreqHz)};
 }
 
 // Walks the pairs once, on purpose: a pair that links two streams before either has joined is not looked at again.

@@ -11,13 +11,17 @@ namespace
 
 constexpr uint32_t uiHzPerKHz = 1000;
 
-// Appends a record a stream with its ring, as one consistent moment of all of them. The array grows before the mutex is
-// taken, so that only copies happen under it.
+// Appends one record per stream with its ring, as one consistent moment of all of them. The array grows before the
+// mutex is taken, so that only copies happen under it. An array that cannot take that many stays as it was.
 void TakeSnapshot(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData,
                   CFrameLockVideoArray& rdaoFrameLockVideoData)
 {
     const int32_t iFirst = rdaoFrameLockVideoData.GetSize();
     rdaoFrameLockVideoData.SetSize(iFirst + static_cast<int32_t>(uiNbOfVideo), -1);
+    if (rdaoFrameLockVideoData.GetSize() - iFirst != static_cast<int32_t>(uiNbOfVideo))
+    {
+        return;
+    }
     SFrameLockVideoData* poVideo = rdaoFrameLockVideoData.GetData() + iFirst;
     OsMutexGuard oGuard(g_oMutex, OsServices_INFINITE);
     for (uint32_t uiVideo = 0; uiVideo < uiNbOfVideo; ++uiVideo, ++poVideo)
@@ -113,7 +117,7 @@ void MeasurePairs(const CFrameLockVideoArray& rdaoFrameLockVideoData, CFrameLock
 {
     const uint32_t uiNbOfVideo = static_cast<uint32_t>(rdaoFrameLockVideoData.GetSize());
     const SFrameLockVideoData* paoVideo = rdaoFrameLockVideoData.GetData();
-    // One allocation for all pairs there can be.
+    // The step of growth: the first pair gets a block of its own, the second makes room for all that there can be.
     rdaoFrameLockPairData.SetSize(rdaoFrameLockPairData.GetSize(),
                                   static_cast<int32_t>(uiNbOfVideo * (uiNbOfVideo - 1) / 2));
     for (uint32_t uiA = 0; uiA + 1 < uiNbOfVideo; ++uiA)

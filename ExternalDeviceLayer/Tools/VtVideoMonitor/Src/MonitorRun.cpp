@@ -27,23 +27,19 @@ constexpr uint32_t uiLoopPauseMs = 10;
 constexpr uint64_t uiRedrawPeriodMs = 2000;
 constexpr uint32_t uiMaxBytesPerPass = 64;
 
-// The memory behind the streams of one direction.
-struct SStreamMemory
+// The handles of one direction, null until its threads are started.
+HCpuThread* ClearThreads(std::vector<HCpuThread>& rdahThread, uint32_t uiNbOfVideo)
 {
-    std::unique_ptr<SMonitorUserData[]> paoVideoMonitorData;
-    std::unique_ptr<uint64_t[]> pauiVideoLastTimeStamp;
-};
+    rdahThread.assign(uiNbOfVideo, nullptr);
+    return rdahThread.data();
+}
 
-SStreamMemory AllocateStreams(SMonitorStreams& roStreams, std::vector<HCpuThread>& rdahThread)
+void SetMemory(SMonitorStreams& roStreams, HCpuThread* pahVideoMonitorThread, SMonitorUserData* paoVideoMonitorData,
+               uint64_t* pauiVideoLastTimeStamp)
 {
-    rdahThread.assign(roStreams.uiNbOfVideo, nullptr);
-    SStreamMemory oMemory;
-    oMemory.paoVideoMonitorData = std::make_unique<SMonitorUserData[]>(roStreams.uiNbOfVideo);
-    oMemory.pauiVideoLastTimeStamp = std::make_unique<uint64_t[]>(roStreams.uiNbOfVideo);
-    roStreams.pahVideoMonitorThread = rdahThread.data();
-    roStreams.paoVideoMonitorData = oMemory.paoVideoMonitorData.get();
-    roStreams.pauiVideoLastTimeStamp = oMemory.pauiVideoLastTimeStamp.get();
-    return oMemory;
+    roStreams.pahVideoMonitorThread = pahVideoMonitorThread;
+    roStreams.paoVideoMonitorData = paoVideoMonitorData;
+    roStreams.pauiVideoLastTimeStamp = pauiVideoLastTimeStamp;
 }
 
 void StartThreads(SMonitorRun& roRun, SMonitorStreams& roStreams)
@@ -170,7 +166,7 @@ int32_t RunCommandLoop(SMonitorRun& roRun)
         const char cCommand = static_cast<char>(ReadKey(oSequence));
         if (IsQuitKey(cCommand) || roRun.bStopSignal)
         {
-            puts(" >>> Stopping...");
+            std::puts(" >>> Stopping...");
             iRet = 0;
             bQuit = 1;
         }
@@ -206,7 +202,11 @@ Bool32 CountOrReport(VtDevice_Handle hDev, SMonitorStreams& roStreams)
 // The part of the run between a known number of outputs and the end of all threads.
 int32_t MonitorStreams(SMonitorRun& roRun)
 {
-    const SStreamMemory oOutMemory = AllocateStreams(roRun.oVideoOut, g_dahVideoOutMonitorThread);
+    const uint32_t uiNbOfVideoOut = roRun.oVideoOut.uiNbOfVideo;
+    HCpuThread* pahVideoOutMonitorThread = ClearThreads(g_dahVideoOutMonitorThread, uiNbOfVideoOut);
+    const auto paoVideoOutMonitorData = std::make_unique<SMonitorUserData[]>(uiNbOfVideoOut);
+    const auto pauiVideoOutLastTimeStamp = std::make_unique<uint64_t[]>(uiNbOfVideoOut);
+    SetMemory(roRun.oVideoOut, pahVideoOutMonitorThread, paoVideoOutMonitorData.get(), pauiVideoOutLastTimeStamp.get());
     StartThreads(roRun, roRun.oVideoOut);
 
     if (!CountOrReport(roRun.hDev, roRun.oVideoIn))
@@ -215,7 +215,11 @@ int32_t MonitorStreams(SMonitorRun& roRun)
         StopMonitorThreads(roRun);
         return -1;
     }
-    const SStreamMemory oInMemory = AllocateStreams(roRun.oVideoIn, g_dahVideoInMonitorThread);
+    const uint32_t uiNbOfVideoIn = roRun.oVideoIn.uiNbOfVideo;
+    HCpuThread* pahVideoInMonitorThread = ClearThreads(g_dahVideoInMonitorThread, uiNbOfVideoIn);
+    const auto paoVideoInMonitorData = std::make_unique<SMonitorUserData[]>(uiNbOfVideoIn);
+    const auto pauiVideoInLastTimeStamp = std::make_unique<uint64_t[]>(uiNbOfVideoIn);
+    SetMemory(roRun.oVideoIn, pahVideoInMonitorThread, paoVideoInMonitorData.get(), pauiVideoInLastTimeStamp.get());
     StartThreads(roRun, roRun.oVideoIn);
     ReleaseThreads(roRun);
     roRun.uiStart = g_oOsServices.GetTimeInMs();
@@ -241,7 +245,7 @@ int32_t OpenAndMonitor(SMonitorRun& roRun)
     roRun.hDev = Veltrano_GetDevice(g_uiSelectedGpu);
     if (roRun.hDev == nullptr)
     {
-        puts("Error : Veltrano_GetDevice, hdev is null");
+        std::puts("Error : Veltrano_GetDevice, hdev is null");
         return -1;
     }
     return CountOrReport(roRun.hDev, roRun.oVideoOut) ? MonitorStreams(roRun) : -1;
@@ -264,7 +268,7 @@ int32_t RunTest()
     g_oOsServices.Signal_Destroy(g_hStartSig);
     g_hStartSig = nullptr;
     Veltrano_UnLoad();
-    puts("Stopped!");
+    std::puts("Stopped!");
     return iRet;
 }
 

@@ -157,13 +157,13 @@ void LogPass(const SVideoInMonitor& roMonitor, const SVideoInPass& roPass)
 void WriteRow(const SVideoInMonitor& roMonitor, const SVideoInPass& roPass)
 {
     SMonitorUserData& roData = *roMonitor.poData;
-    snprintf(roData.szStatusData, sizeof(roData.szStatusData),
-             "[IN_%02d]   %6.2f %6.2f %6.2f  %6.2f %6d %6d  %6.2f %6d %6d  %8lu %8lu %8lu %8lu",
-             LowInt(roMonitor.uiVideoInIndex), roPass.flFramePerSecondCur, roPass.flFramePerSecondMax,
-             roPass.flFramePerSecondMin, roPass.flReadyCountAvg, LowInt(roPass.uiReadyCountMax),
-             LowInt(roPass.uiReadyCountMin), roPass.flLoanCountAvg, LowInt(roPass.uiLoanCountMax),
-             LowInt(roPass.uiLoanCountMin), roMonitor.uiFrameSkipped, roMonitor.uiFrameMissed, roMonitor.uiFrameDoubled,
-             roMonitor.uiFrameTotal);
+    std::snprintf(roData.szStatusData, sizeof(roData.szStatusData),
+                  "[IN_%02d]   %6.2f %6.2f %6.2f  %6.2f %6d %6d  %6.2f %6d %6d  %8lu %8lu %8lu %8lu",
+                  LowInt(roMonitor.uiVideoInIndex), roPass.flFramePerSecondCur, roPass.flFramePerSecondMax,
+                  roPass.flFramePerSecondMin, roPass.flReadyCountAvg, LowInt(roPass.uiReadyCountMax),
+                  LowInt(roPass.uiReadyCountMin), roPass.flLoanCountAvg, LowInt(roPass.uiLoanCountMax),
+                  LowInt(roPass.uiLoanCountMin), roMonitor.uiFrameSkipped, roMonitor.uiFrameMissed,
+                  roMonitor.uiFrameDoubled, roMonitor.uiFrameTotal);
     FormatFrameRateDetails(roData, "IN");
 }
 
@@ -210,7 +210,7 @@ uint32_t RunMonitor(SVideoInMonitor& roMonitor)
         }
         else if (eStatus != VtStatus_TIMEOUT)
         {
-            puts("Error VtVideoIn_WaitForFieldStart un-expected return value");
+            std::puts("Error VtVideoIn_WaitForFieldStart un-expected return value");
             ReportFailedAssert();
             return 1;
         }
@@ -234,7 +234,7 @@ Bool32 VideoInMonitor_Open(SVideoInMonitor& roMonitor)
     if (eStatus < 0)
     {
         roMonitor.hVideoInHandle = nullptr;
-        puts("Error : VtVideoIn_GetHandle failed!");
+        std::puts("Error : VtVideoIn_GetHandle failed!");
         ReportFailedAssert();
         return 0;
     }
@@ -274,7 +274,8 @@ void VideoInMonitor_ProcessField(SVideoInMonitor& roMonitor)
     Bool32 bIsGood = 1;
     PublishRates(roData, roMonitor.oCurrentVidParam);
     const uint32_t uiNextCount = roMonitor.uiSampleCount + 1;
-    if (uiNextCount % FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz) == 0)
+    const uint32_t uiSampleFreq = FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz);
+    if (uiNextCount % uiSampleFreq == 0)
     {
         bIsGood = MakeStatisticsPass(roMonitor);
     }
@@ -311,9 +312,9 @@ void VideoInMonitor_Refresh(SVideoInMonitor& roMonitor)
     roData.bShowExtraData = 0;
     roData.bShowDetailedTiming = 0;
     VTSTR4096 szDescription;
-    snprintf(szDescription, sizeof(szDescription), "[IN_%02d] - %s - %s %s, NumBuf=%d",
-             LowInt(roMonitor.uiVideoInIndex), roMonitor.szVideoName, roMonitor.szVideoParam, roMonitor.szPixelFormat,
-             LowInt(roMonitor.uiNbOfBuffer));
+    std::snprintf(szDescription, sizeof(szDescription), "[IN_%02d] - %s - %s %s, NumBuf=%d",
+                  LowInt(roMonitor.uiVideoInIndex), roMonitor.szVideoName, roMonitor.szVideoParam,
+                  roMonitor.szPixelFormat, LowInt(roMonitor.uiNbOfBuffer));
     KrvTools_strcpy_s(roData.szVidParam, sizeof(roData.szVidParam), szDescription);
 }
 

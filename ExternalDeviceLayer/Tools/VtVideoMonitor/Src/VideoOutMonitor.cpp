@@ -92,11 +92,12 @@ void LogPass(const SVideoOutMonitor& roMonitor, const SVideoOutPass& roPass)
 void WriteRow(const SVideoOutMonitor& roMonitor, const SVideoOutPass& roPass)
 {
     SMonitorUserData& roData = *roMonitor.poData;
-    snprintf(roData.szStatusData, sizeof(roData.szStatusData),
-             "[OUT_%02d]  %6.2f %6.2f %6.2f  %6.2f %6.2f %6.2f  %8lu %8lu %8lu %8lu", LowInt(roMonitor.uiVideoOutIndex),
-             roPass.flFramePerSecondCur, roPass.flFramePerSecondMax, roPass.flFramePerSecondMin,
-             roPass.flSetBufferPerSecondCur, roPass.flSetBufferPerSecondMax, roPass.flSetBufferPerSecondMin,
-             roMonitor.uiFrameSkipped, roMonitor.uiFrameSet, roMonitor.uiFrameDoubled, roMonitor.uiFrameTotal);
+    std::snprintf(roData.szStatusData, sizeof(roData.szStatusData),
+                  "[OUT_%02d]  %6.2f %6.2f %6.2f  %6.2f %6.2f %6.2f  %8lu %8lu %8lu %8lu",
+                  LowInt(roMonitor.uiVideoOutIndex), roPass.flFramePerSecondCur, roPass.flFramePerSecondMax,
+                  roPass.flFramePerSecondMin, roPass.flSetBufferPerSecondCur, roPass.flSetBufferPerSecondMax,
+                  roPass.flSetBufferPerSecondMin, roMonitor.uiFrameSkipped, roMonitor.uiFrameSet,
+                  roMonitor.uiFrameDoubled, roMonitor.uiFrameTotal);
     FormatFrameRateDetails(roData, "OUT");
 }
 
@@ -137,7 +138,7 @@ uint32_t RunMonitor(SVideoOutMonitor& roMonitor)
         }
         else if (eStatus != VtStatus_TIMEOUT)
         {
-            puts("Error VtVideoOut_WaitForFieldStart un-expected return value");
+            std::puts("Error VtVideoOut_WaitForFieldStart un-expected return value");
             ReportFailedAssert();
             return 1;
         }
@@ -161,7 +162,7 @@ Bool32 VideoOutMonitor_Open(SVideoOutMonitor& roMonitor)
                                                   &roMonitor.hVideoOutHandle);
     if (eStatus < 0)
     {
-        puts("Error : VtVideoOut_GetHandle failed!");
+        std::puts("Error : VtVideoOut_GetHandle failed!");
         ReportFailedAssert();
         return 0;
     }
@@ -183,7 +184,8 @@ void VideoOutMonitor_ProcessField(SVideoOutMonitor& roMonitor)
     static_cast<void>(VtVideoOut_GetVideoParameters(roMonitor.hVideoOutHandle, &roMonitor.oCurrentVidParam));
     PublishRates(roData, roMonitor.oCurrentVidParam);
     const uint32_t uiNextCount = roMonitor.uiSampleCount + 1;
-    if (uiNextCount % FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz) == 0)
+    const uint32_t uiSampleFreq = FieldsPerPass(roMonitor.oCurrentVidParam.uiVRate_Hz);
+    if (uiNextCount % uiSampleFreq == 0)
     {
         MakeStatisticsPass(roMonitor);
         roMonitor.uiLastSampleCount = roMonitor.uiSampleCount;
@@ -231,9 +233,9 @@ void VideoOutMonitor_Refresh(SVideoOutMonitor& roMonitor)
     GetVideoParamString(&roMonitor.oCurrentVidParam, roMonitor.szVideoParam);
     static_cast<void>(VtVideoOut_GetPowerState(roMonitor.hVideoOutHandle, &roMonitor.ePowerState));
     VTSTR4096 szDescription;
-    snprintf(szDescription, sizeof(szDescription), "[OUT_%02d] - %s - %s %s %s", LowInt(roMonitor.uiVideoOutIndex),
-             roMonitor.szVideoName, roMonitor.szVideoParam, roMonitor.szPixelFormat,
-             PowerStateToString(roMonitor.ePowerState));
+    std::snprintf(szDescription, sizeof(szDescription), "[OUT_%02d] - %s - %s %s %s", LowInt(roMonitor.uiVideoOutIndex),
+                  roMonitor.szVideoName, roMonitor.szVideoParam, roMonitor.szPixelFormat,
+                  PowerStateToString(roMonitor.ePowerState));
     KrvTools_strcpy_s(roData.szVidParam, sizeof(roData.szVidParam), szDescription);
 }
 

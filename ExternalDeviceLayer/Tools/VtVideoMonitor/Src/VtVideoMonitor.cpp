@@ -62,7 +62,7 @@ const char* TakeValue(SParser& roParser, const char* szSwitch, const char* szMis
 {
     if (roParser.aszArguments.empty())
     {
-        printf("[%s] Missing %s.\n", szSwitch, szMissing);
+        std::printf("[%s] Missing %s.\n", szSwitch, szMissing);
         roParser.bFailed = 1;
         return nullptr;
     }
@@ -85,7 +85,7 @@ void SelectLogFile(SParser& roParser, const char* szSwitch)
     if (!roParser.aszArguments.empty() && roParser.aszArguments.front()[0] == '-')
     {
         // Not taken: it is looked at next, as a switch of its own.
-        printf("[%s %s] Invalid file name.\n", szSwitch, roParser.aszArguments.front());
+        std::printf("[%s %s] Invalid file name.\n", szSwitch, roParser.aszArguments.front());
         roParser.bShowHelp = 1;
         return;
     }
@@ -129,10 +129,10 @@ constexpr SSwitch aoSwitches[] = {
 
 void DisplayHelp()
 {
-    puts("\nArguments:");
+    std::puts("\nArguments:");
     for (const SSwitch& roSwitch : aoSwitches)
     {
-        printf("   %-6s | %-18s %s\n", roSwitch.szShort, roSwitch.szLong, roSwitch.szDescription);
+        std::printf("   %-6s | %-18s %s\n", roSwitch.szShort, roSwitch.szLong, roSwitch.szDescription);
     }
 }
 
@@ -162,7 +162,7 @@ Bool32 ParseCommandLine(std::span<char* const> aszArguments)
         }
         else
         {
-            printf("[%s] is an invalid argument.\n", szArgument);
+            std::printf("[%s] is an invalid argument.\n", szArgument);
             oParser.bShowHelp = 1;
         }
     }
@@ -180,8 +180,8 @@ int main(int argc, char* argv[])
 {
     PrepareTerminal();
     // Every piece of text reaches the terminal at once.
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    putchar('\n');
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    std::putchar('\n');
     const std::span<char* const> aszArguments(argv, static_cast<size_t>(argc));
     if (!ParseCommandLine(aszArguments.empty() ? aszArguments : aszArguments.subspan(1)))
     {

@@ -141,12 +141,12 @@ void PrintToTerminal(std::initializer_list<const char*> oTexts)
     constexpr size_t uiMaxTexts = 4;
     std::array<iovec, uiMaxTexts> aoPieces;
     size_t uiNbOfPieces = 0;
-    for (const char* pszText : oTexts)
+    for (const char* szText : oTexts)
     {
-        if (pszText[0] != '\0' && uiNbOfPieces < uiMaxTexts)
+        if (szText[0] != '\0' && uiNbOfPieces < uiMaxTexts)
         {
-            const size_t uiLength = static_cast<size_t>(KrvTools_strlen(pszText));
-            aoPieces[uiNbOfPieces++] = {const_cast<char*>(pszText), uiLength};
+            const size_t uiLength = static_cast<size_t>(KrvTools_strlen(szText));
+            aoPieces[uiNbOfPieces++] = {const_cast<char*>(szText), uiLength};
         }
     }
     std::fflush(stdout);
