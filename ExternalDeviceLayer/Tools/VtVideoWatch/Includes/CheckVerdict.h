@@ -23,10 +23,13 @@ enum class EVerdict : uint8_t
     UNKNOWN
 };
 
+// Something that a verdict rests on.
 struct SFinding
 {
     EVerdict eVerdict = EVerdict::OK;
+    const char* szCondition = ""; // "streams", "expect", "lost", "late", "rate", "locked"
     std::string szText;
+    std::vector<SStreamKey> aoStreams; // that it is about
 };
 
 // A figure for those who draw curves: label=value[unit];warn;crit;min;max
@@ -55,7 +58,11 @@ const char* CheckVerdict_GetName(EVerdict eVerdict);
 /* "VIDEO OK - findings | performance data" on one line, without a line end. */
 std::string CheckVerdict_Print(const SCheckVerdict& roVerdict);
 
-/* All of it as JSON on one line. */
-std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication);
+/*
+ * All of it as JSON on one line.
+ *   uiSeconds  in  how long was watched
+ */
+std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication,
+                                   uint32_t uiSeconds);
 
 #endif

@@ -65,12 +65,11 @@ private:
     };
 
     const SStreamHistory* GetStream(EStreamDirection eDirection, uint32_t uiIndex) const;
-    void AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs, double flSeconds);
+    void AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs);
 
     std::array<std::vector<SStreamHistory>, 2> m_aoStreams;
     std::vector<SMinuteSummary> m_aoChanged;
-    int64_t m_iLastUtcNs = 0; // the last snapshot
-    uint64_t m_uiLastNs = 0;  // the same by CLOCK_MONOTONIC, which does not step
+    int64_t m_iLastUtcNs = 0;
 };
 
 #endif

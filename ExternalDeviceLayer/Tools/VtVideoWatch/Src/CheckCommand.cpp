@@ -87,7 +87,8 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
     if (const std::shared_ptr<const SWatchPublication> poLast = Watch(roOptions, oSession, oSignals, szFault))
     {
         const SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
-        iStatus = Say(roOptions.bJson ? CheckVerdict_PrintJson(oVerdict, *poLast) : CheckVerdict_Print(oVerdict),
+        iStatus = Say(roOptions.bJson ? CheckVerdict_PrintJson(oVerdict, *poLast, roOptions.uiSeconds)
+                                      : CheckVerdict_Print(oVerdict),
                       oVerdict.eVerdict);
     }
     else

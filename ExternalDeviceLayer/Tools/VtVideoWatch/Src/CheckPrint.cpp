@@ -37,6 +37,39 @@ std::string GetLowerName(EVerdict eVerdict)
     return szName;
 }
 
+CJson ToJson(const SFinding& roFinding)
+{
+    CJson oJson;
+    oJson["condition"] = roFinding.szCondition;
+    oJson["status"] = GetLowerName(roFinding.eVerdict);
+    oJson["text"] = roFinding.szText;
+    oJson["streams"] = CJson::array();
+    for (const SStreamKey& roStream : roFinding.aoStreams)
+    {
+        oJson["streams"].push_back(WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex));
+    }
+    return oJson;
+}
+
+void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
+{
+    roJson["streams"] = CJson::array();
+    roJson["pairs"] = CJson::array();
+    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    {
+        const SDirectionFigures& roDirection = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
+        for (const SStreamFigures& roStream : roDirection.aoStreams)
+        {
+            const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
+            roJson["streams"].push_back(WatchJson_FromStream(roStream, roTexts));
+        }
+        for (const SPairFigures& roPair : roDirection.aoPairs)
+        {
+            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roPair));
+        }
+    }
+}
+
 } // namespace
 
 std::string CheckVerdict_Print(const SCheckVerdict& roVerdict)
@@ -57,18 +90,21 @@ std::string CheckVerdict_Print(const SCheckVerdict& roVerdict)
     return szLine;
 }
 
-std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication)
+std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication,
+                                   uint32_t uiSeconds)
 {
     CJson oJson;
-    oJson["verdict"] = GetLowerName(roVerdict.eVerdict);
-    oJson["exit_status"] = static_cast<int>(roVerdict.eVerdict);
-    oJson["line"] = CheckVerdict_Print(roVerdict);
-    oJson["findings"] = CJson::array();
+    oJson["status"] = GetLowerName(roVerdict.eVerdict);
+    oJson["exit"] = static_cast<int>(roVerdict.eVerdict);
+    oJson["text"] = CheckVerdict_Print(roVerdict);
+    oJson["host"] = roPublication.szHost;
+    oJson["seconds"] = uiSeconds;
+    oJson["utc"] = WatchTexts_GetUtc(roPublication.oSnapshot.oClock.iUtcNs);
+    oJson["conditions"] = CJson::array();
     for (const SFinding& roFinding : roVerdict.aoFindings)
     {
-        oJson["findings"].push_back({{"verdict", GetLowerName(roFinding.eVerdict)}, {"text", roFinding.szText}});
+        oJson["conditions"].push_back(ToJson(roFinding));
     }
-    oJson["figures"] = WatchJson_FromStreams(roPublication);
-    oJson["pairs"] = WatchJson_FromPairs(roPublication);
+    AddFigures(oJson, roPublication);
     return WatchJson_Print(oJson);
 }

@@ -38,6 +38,11 @@ int GetRank(EVerdict eVerdict)
     return szText;
 }
 
+SStreamKey GetKey(const SStreamFigures& roStream)
+{
+    return {roStream.eDirection, roStream.uiIndex};
+}
+
 std::string GetId(const SStreamKey& roStream)
 {
     return WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
@@ -79,7 +84,10 @@ public:
     SCheckVerdict Judge();
 
 private:
-    void Find(EVerdict eVerdict, std::string szText) { m_oVerdict.aoFindings.push_back({eVerdict, std::move(szText)}); }
+    void Find(EVerdict eVerdict, const char* szCondition, std::vector<SStreamKey> aoStreams, std::string szText)
+    {
+        m_oVerdict.aoFindings.push_back({eVerdict, szCondition, std::move(szText), std::move(aoStreams)});
+    }
     void ChooseStreams();
     void JudgeStream(const SStreamFigures& roStream, bool bIsExpected);
     void JudgeState(const SStreamFigures& roStream, const std::string& rszId, bool bIsExpected);
@@ -107,7 +115,7 @@ SCheckVerdict CJudge::Judge()
         const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
         if (poStream == nullptr)
         {
-            Find(EVerdict::CRITICAL, "the board has no " + GetId(roStream));
+            Find(EVerdict::CRITICAL, "expect", {roStream}, "the board has no " + GetId(roStream));
             continue;
         }
         JudgeStream(*poStream, !m_roOptions.aoExpected.empty());
@@ -154,14 +162,15 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
         ++m_uiRunning;
         if (roStream.oCounters.uiSignalLosses > 0)
         {
-            Find(EVerdict::WARNING, Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
-                                          static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
-                                          roStream.oCounters.flSignalLostSeconds));
+            Find(EVerdict::WARNING, "expect", {GetKey(roStream)},
+                 Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
+                       static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
+                       roStream.oCounters.flSignalLostSeconds));
         }
     }
     else if (bIsExpected || roStream.eState != EStreamState::IDLE)
     {
-        Find(EVerdict::CRITICAL, rszId + " is " + WatchTexts_GetState(roStream.eState));
+        Find(EVerdict::CRITICAL, "expect", {GetKey(roStream)}, rszId + " is " + WatchTexts_GetState(roStream.eState));
     }
 }
 
@@ -172,7 +181,7 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
     const uint64_t uiLost = roStream.oCounters.uiFieldsLost;
     if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
     {
-        Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING,
+        Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {GetKey(roStream)},
              Print("%s lost %llu fields", rszId.c_str(), static_cast<unsigned long long>(uiLost)));
     }
 }
@@ -183,9 +192,10 @@ void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
     if (static_cast<double>(roCounters.uiFieldsUnobserved) >
         flMostUnobserved * static_cast<double>(roCounters.uiFields))
     {
-        Find(EVerdict::WARNING, Print("the watcher was too late for %llu of %llu fields of %s",
-                                      static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
-                                      static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
+        Find(EVerdict::WARNING, "late", {GetKey(roStream)},
+             Print("the watcher was too late for %llu of %llu fields of %s",
+                   static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
+                   static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
     }
 }
 
@@ -198,7 +208,7 @@ void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
     const SEstimate* poPpm = FindPpm(roStream);
     if (poPpm == nullptr)
     {
-        Find(EVerdict::UNKNOWN, "the rate of " + rszId + " is not known yet");
+        Find(EVerdict::UNKNOWN, "rate", {GetKey(roStream)}, "the rate of " + rszId + " is not known yet");
         return;
     }
     const double flDeviation = std::fabs(poPpm->flValue);
@@ -211,7 +221,8 @@ void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
     const EVerdict eVerdict = flSurely > roLimits.oCritical  ? EVerdict::CRITICAL
                               : flSurely > roLimits.oWarning ? EVerdict::WARNING
                                                              : EVerdict::UNKNOWN;
-    Find(eVerdict, Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
+    Find(eVerdict, "rate", {GetKey(roStream)},
+         Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
 }
 
 void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
@@ -221,7 +232,7 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
         const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
         if (poStream == nullptr || poStream->eState != EStreamState::RUNNING)
         {
-            Find(EVerdict::CRITICAL, GetId(roStream) + " is not there to be in lock");
+            Find(EVerdict::CRITICAL, "locked", {roStream}, GetId(roStream) + " is not there to be in lock");
         }
     }
     const EStreamDirection eDirection = raoStreams.front().eDirection;
@@ -240,6 +251,7 @@ void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
 {
     const std::string szFirst = WatchTexts_GetStreamId(eDirection, roPair.uiFirst);
     const std::string szSecond = WatchTexts_GetStreamId(eDirection, roPair.uiSecond);
+    const std::vector<SStreamKey> aoBoth = {{eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}};
     const std::string szPair = szFirst + " and " + szSecond;
     const std::string szOffset =
         Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);
@@ -249,17 +261,18 @@ void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
         ++m_uiInLock;
         break;
     case ELockState::PASSING:
-        Find(EVerdict::WARNING, Print("%s are only passing each other (%s, drifting %+.3f ppb)", szPair.c_str(),
-                                      szOffset.c_str(), roPair.oDriftRatio.flValue * 1e9));
+        Find(EVerdict::WARNING, "locked", aoBoth,
+             Print("%s are only passing each other (%s, drifting %+.3f ppb)", szPair.c_str(), szOffset.c_str(),
+                   roPair.oDriftRatio.flValue * 1e9));
         break;
     case ELockState::FREE:
-        Find(EVerdict::CRITICAL, szPair + " are not in lock (" + szOffset + ")");
+        Find(EVerdict::CRITICAL, "locked", aoBoth, szPair + " are not in lock (" + szOffset + ")");
         break;
     case ELockState::DIFFERENT:
-        Find(EVerdict::CRITICAL, szPair + " run at different rates");
+        Find(EVerdict::CRITICAL, "locked", aoBoth, szPair + " run at different rates");
         break;
     default:
-        Find(EVerdict::UNKNOWN, "too little is known yet of " + szPair);
+        Find(EVerdict::UNKNOWN, "locked", aoBoth, "too little is known yet of " + szPair);
         break;
     }
     if (roPair.oOffsetSeconds.bIsValid)
@@ -307,7 +320,7 @@ void CJudge::Summarise()
     const EVerdict eSummary = m_aoStreams.empty() ? EVerdict::UNKNOWN
                               : m_uiRunning == 0  ? EVerdict::CRITICAL
                                                   : EVerdict::OK;
-    Find(eSummary, m_aoStreams.empty() ? "the board has no streams" : szText);
+    Find(eSummary, "streams", m_aoStreams, m_aoStreams.empty() ? "the board has no streams" : szText);
     std::ranges::stable_sort(m_oVerdict.aoFindings, std::greater(),
                              [](const SFinding& roFinding) { return GetRank(roFinding.eVerdict); });
     m_oVerdict.eVerdict = m_oVerdict.aoFindings.front().eVerdict;

@@ -76,10 +76,11 @@ void CWatchHistory::Resume(const SMinuteSummary& roSummary)
     }
 }
 
-void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs, double flSeconds)
+void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs)
 {
     SStreamHistory& roStream = m_aoStreams[static_cast<size_t>(roFigures.eDirection)][roFigures.uiIndex];
     const SHistoryPoint oSecond = MakeSecond(roFigures, roStream.oCounters, iBeginUtcNs);
+    const double flSeconds = roFigures.oCounters.flWatchedSeconds - roStream.oCounters.flWatchedSeconds;
     roStream.oCounters = roFigures.oCounters;
     roStream.oSeconds.Add(oSecond);
     SMinuteSummary& roRunning = roStream.oRunning;
@@ -102,9 +103,6 @@ std::span<const SMinuteSummary> CWatchHistory::Add(const SWatchSnapshot& roSnaps
     const int64_t iNowUtcNs = roSnapshot.oClock.iUtcNs;
     const int64_t iBeginUtcNs = m_iLastUtcNs == 0 ? iNowUtcNs - iNsPerSecond : m_iLastUtcNs;
     m_iLastUtcNs = iNowUtcNs;
-    const uint64_t uiNowNs = roSnapshot.oClock.uiMonotonicNs;
-    const double flSeconds = m_uiLastNs == 0 ? 1.0 : static_cast<double>(uiNowNs - m_uiLastNs) * 1e-9;
-    m_uiLastNs = uiNowNs;
     m_aoChanged.clear();
     for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
     {
@@ -112,7 +110,7 @@ std::span<const SMinuteSummary> CWatchHistory::Add(const SWatchSnapshot& roSnaps
         {
             if (GetStream(roFigures.eDirection, roFigures.uiIndex) != nullptr)
             {
-                AddStream(roFigures, iBeginUtcNs, flSeconds);
+                AddStream(roFigures, iBeginUtcNs);
             }
         }
     }

@@ -1,0 +1,264 @@
+"""The real program on simulated boards: verdicts, ends, what it tells the service manager, what survives a restart.
+
+  watch_test.py PROGRAM FOLDER_OF_BOARD FOLDER_OF_SCHEMAS [unittest arguments]
+"""
+import csv
+import io
+import json
+import os
+import pathlib
+import signal
+import socket
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import urllib.request
+
+import jsonschema
+
+PROGRAM, BOARD, SCHEMAS = sys.argv[1:4]
+PATIENCE = 30.0  # seconds that only a program that hangs ever takes
+END = 1.5        # the end takes a second at most; the rest is for a busy machine
+
+STREAM = "standard = '1080p60'\nlock_group = 'house'\njitter_ticks = 2\n"
+LOCKED = f"""
+[[chip]]
+[[chip.lock_group]]
+name = 'house'
+ppm = 3
+[[chip.input]]
+connector = 'Left'
+{STREAM}
+[[chip.input]]
+connector = 'Right'
+phase_us = 5
+{STREAM}
+"""
+FREE = LOCKED + "[[chip.input]]\nconnector = 'Free'\nstandard = '1080p60'\nphase_us = 4000\nppm = -40\n"
+GOING = LOCKED + "event = [{ kind = 'signal_loss', at_s = 1.5 }]\n"
+LOSING = LOCKED + "event = [{ kind = 'missed_field', at_s = 1.5, every_s = 0.5 }]\n"
+HANGING = LOCKED + "event = [{ kind = 'hang', at_s = 1, ms = 60000 }]\n"
+
+
+class Watch:
+    """A program that runs; what it says on standard error is kept in a file."""
+
+    def __init__(self, folder, scenario, *arguments, **environment):
+        self.said = pathlib.Path(folder, f"said.{time.monotonic_ns()}")
+        scenario_file = pathlib.Path(folder, f"scenario.{time.monotonic_ns()}.toml")
+        scenario_file.write_text(scenario)
+        environment = {**os.environ, "VELTRANO_SCENARIO": str(scenario_file), "LD_LIBRARY_PATH": BOARD, **environment}
+        with open(self.said, "w") as said:
+            self.process = subprocess.Popen([PROGRAM, *map(str, arguments)], stdout=subprocess.PIPE, stderr=said,
+                                            text=True, env=environment)
+
+    def end(self, number=signal.SIGTERM):
+        """Exit status and how long the end took."""
+        begin = time.monotonic()
+        self.process.send_signal(number)
+        self.process.communicate(timeout=PATIENCE)
+        return self.process.returncode, time.monotonic() - begin
+
+    def run(self):
+        """Exit status and standard output of one that ends by itself."""
+        output, _ = self.process.communicate(timeout=PATIENCE)
+        return self.process.returncode, output
+
+    def address(self):
+        await_(lambda: "serving on" in self.said.read_text())
+        return self.said.read_text().split("http://")[1].split("/")[0]
+
+    def get(self, path):
+        with urllib.request.urlopen(f"http://{self.address()}{path}", timeout=PATIENCE) as answer:
+            return json.load(answer)
+
+    def await_snapshot(self, number=2):
+        await_(lambda: self.get("/api/v1/streams")["snapshot"]["number"] >= number)
+
+
+def await_(reached):
+    deadline = time.monotonic() + PATIENCE
+    while True:
+        try:
+            if reached():
+                return
+        except (OSError, KeyError, TypeError, ValueError, sqlite3.Error):
+            pass  # not there yet
+        if time.monotonic() > deadline:
+            raise AssertionError("waited in vain")
+        time.sleep(0.02)
+
+
+class WatchCase(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.store = self.folder / "store"
+
+    def start(self, scenario, *arguments, **environment):
+        watch = Watch(self.folder, scenario, *arguments, **environment)
+        self.addCleanup(watch.process.communicate)
+        self.addCleanup(watch.process.kill)
+        return watch
+
+    def serve(self, scenario, *arguments, **environment):
+        return self.start(scenario, "--listen", "127.0.0.1:0", *arguments, **environment)
+
+
+class Check(WatchCase):
+    def check(self, scenario, *arguments):
+        return self.start(scenario, "check", "--seconds", "5", *arguments).run()
+
+    def test_verdicts(self):
+        both = ("--locked", "IN_00,IN_01")
+        cases = [
+            (LOCKED, (*both, "--expect", "IN_00,IN_01", "--rate-within", "1,5"), 1, "VIDEO WARNING - IN_00 runs at +3."),
+            (LOCKED, (*both, "--within", "20us", "--rate-within", "5"), 0, "VIDEO OK - 2 of 2 streams run, 1 pairs in"),
+            (FREE, ("--locked", "IN_00,IN_02"), 2, "VIDEO CRITICAL - IN_00 and IN_02 are not in lock"),
+            (GOING, (), 2, "VIDEO CRITICAL - IN_01 is lost"),
+            (LOSING, ("--most-lost", "0,100"), 1, "VIDEO WARNING - IN_01 lost "),
+            (LOCKED, ("--expect", "OUT_00"), 2, "VIDEO CRITICAL - the board has no OUT_00"),
+            ("", (), 3, "VIDEO UNKNOWN - no board"),
+            (LOCKED, ("--expect", "IN_0"), 3, "VIDEO UNKNOWN - --expect"),
+        ]
+        watches = [self.start(scenario, "check", "--seconds", "5", *arguments) for scenario, arguments, _, _ in cases]
+        for watch, (_, arguments, status, begin) in zip(watches, cases):
+            with self.subTest(arguments=arguments, begin=begin):
+                ended, output = watch.run()
+                self.assertTrue(output.startswith(begin), output)
+                self.assertEqual(ended, status, output)
+                self.assertEqual(output.count("\n"), 1, "one line")
+
+    def test_whole_verdict_by_its_schema(self):
+        status, output = self.check(LOCKED, "--json", "--locked", "IN_00,IN_01")
+        verdict = json.loads(output)
+        resolver = jsonschema.RefResolver(pathlib.Path(SCHEMAS).absolute().as_uri() + "/", None)
+        schema = json.loads(pathlib.Path(SCHEMAS, "check.schema.json").read_text())
+        jsonschema.Draft202012Validator(schema, resolver=resolver).validate(verdict)
+        self.assertEqual((verdict["exit"], verdict["status"]), (status, "ok"), output)
+        self.assertEqual([stream["id"] for stream in verdict["streams"]], ["IN_00", "IN_01"])
+
+
+class Serve(WatchCase):
+    def test_ends_in_the_middle_of_everything(self):
+        # A client in the middle of a request, one that listens, and a board whose call does not come back.
+        watch = self.serve(HANGING, "--store", self.store)
+        watch.await_snapshot()
+        host, port = watch.address().split(":")
+        clients = [socket.create_connection((host, int(port))) for _ in range(2)]
+        clients[0].sendall(b"GET /metrics HTT")
+        clients[1].sendall(f"GET /api/v1/live HTTP/1.1\r\nHost: {host}\r\n\r\n".encode())
+        clients[1].recv(100)
+        status, seconds = watch.end()
+        self.assertEqual(status, 0)
+        self.assertLess(seconds, END)
+        with sqlite3.connect(self.store) as store:
+            self.assertEqual(store.execute("SELECT is_closed FROM runs").fetchall(), [(1,)])
+        for client in clients:
+            client.close()
+
+    def test_tells_the_service_manager(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            path = str(self.folder / "notify")
+            manager.bind(path)
+            manager.settimeout(PATIENCE)
+            watch = self.serve(LOCKED, NOTIFY_SOCKET=path, WATCHDOG_USEC="4000000")
+            told = []
+            while sum("WATCHDOG=1" in message for message in told) < 2:
+                told.append(manager.recv(4096).decode())
+            ready = next(place for place, message in enumerate(told) if "READY=1" in message)
+            self.assertEqual(ready, 0, "nothing before it is ready")
+            watch.end()
+            manager.setblocking(False)
+            while "STOPPING=1" not in told[-1]:
+                told.append(manager.recv(4096).decode())
+            self.assertTrue(any("STATUS=simulated board: 2 running" in message for message in told), told)
+
+    def test_no_watchdog_while_the_analysis_stands_still(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            path = str(self.folder / "notify")
+            manager.bind(path)
+            manager.settimeout(PATIENCE)
+            watch = self.serve(LOCKED, NOTIFY_SOCKET=path, WATCHDOG_USEC="400000")
+            while "WATCHDOG=1" not in manager.recv(4096).decode():
+                pass
+            tasks = pathlib.Path(f"/proc/{watch.process.pid}/task")
+            names = {(task / "comm").read_text().strip() for task in tasks.iterdir()}
+            self.assertLessEqual({"analysis", "signals", "IN_00", "IN_01"}, names)
+
+    def test_goes_on_after_a_restart_and_after_a_kill(self):
+        first = self.serve(LOCKED, "--store", self.store)
+        first.await_snapshot(3)
+        first.end(signal.SIGKILL)
+        second = self.serve(LOCKED, "--store", self.store)
+        second.await_snapshot()
+        events = second.get("/api/v1/events?limit=1000")["events"]
+        numbers = [event["number"] for event in events]
+        self.assertEqual(numbers, list(range(len(numbers), 0, -1)), "newest first, without a gap or a double")
+        began = [event["kind"] for event in reversed(events) if event["stream"] == "IN_00" and "watch" in event["kind"]]
+        self.assertEqual(began, ["watch_began", "watch_ended", "watch_began"])
+        minutes = second.get("/api/v1/history?stream=IN_00&step=60")
+        self.assertGreater(sum(minutes["fields"]), 3 * 60, "what the first run saw counts")
+        second.end()
+
+    def test_journal_follows_a_rotation(self):
+        journal = self.folder / "journal"
+        watch = self.serve(LOCKED, "--journal", journal)
+        await_(lambda: len(journal.read_text().splitlines()) >= 2)
+        journal.rename(self.folder / "journal.1")
+        watch.process.send_signal(signal.SIGHUP)
+        await_(journal.exists)
+        self.assertEqual(watch.end()[0], 0)
+        lines = [json.loads(line) for line in journal.read_text().splitlines()]
+        self.assertEqual([line["kind"] for line in lines[-2:]], ["watch_ended", "watch_ended"])
+
+    def test_says_in_one_line_what_is_wrong(self):
+        (self.folder / "text").write_text("no database" * 1000)
+        busy = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(busy.close)
+        cases = [
+            ((LOCKED, "--listen", f"127.0.0.1:{busy.getsockname()[1]}"), 1, "cannot listen"),
+            ((LOCKED, "--store", self.folder / "text"), 1, "not a database"),
+            ((LOCKED, "--journal", "/nowhere/at/all"), 1, "No such file"),
+            ((LOCKED, "--reference", "IN_09"), 1, "has no IN_09"),
+            (("",), 1, "no board"),
+            ((LOCKED, "--gpu", "x"), 2, "--gpu"),
+            ((LOCKED, "watch"), 2, "expected serve, check or report"),
+            ((LOCKED, "report", "/nowhere/at/all"), 1, "unable to open"),
+        ]
+        for arguments, status, says in cases:
+            with self.subTest(says=says):
+                watch = self.start(*arguments)
+                self.assertEqual(watch.run()[0], status)
+                lines = [line for line in watch.said.read_text().splitlines() if line.startswith("VtVideoWatch: ")]
+                self.assertEqual(len(lines), 1, lines)
+                self.assertIn(says, lines[0])
+
+
+class Report(WatchCase):
+    def test_sums_up_what_was_watched(self):
+        watch = self.serve(LOSING, "--store", self.store)
+        watch.await_snapshot(7)
+        truth = watch.get("/api/v1/streams")["directions"]["input"]["streams"][1]["counters"]["fields_lost"]
+        watch.end()
+        report = json.loads(self.start("", "report", self.store, "--json").run()[1])
+        left, right = report["streams"]
+        self.assertEqual((left["name"], left["fields_lost"]), ("Left", 0))
+        self.assertGreaterEqual(right["fields_lost"], truth)
+        self.assertGreater(right["worst_gap_seconds"], 0.01)
+        self.assertAlmostEqual(left["rate"]["hz"], 60 * (1 + 3e-6), places=3)
+        self.assertEqual(sum(hour["fields_lost"] for hour in report["hours"]), right["fields_lost"])
+        self.assertIn(["IN_00", "IN_01"], [lock["members"] for lock in report["locks"]])
+        rows = list(csv.DictReader(io.StringIO(self.start("", "report", self.store, "--csv").run()[1])))
+        self.assertEqual(int(rows[1]["fields_lost"]), right["fields_lost"])
+        table = self.start("", "report", self.store).run()[1]
+        self.assertIn("IN_01   Right", table)
+        self.assertLessEqual(max(map(len, table.splitlines())), 120)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
