@@ -49,15 +49,17 @@ TEST(Report, TellsRateAndDriftOfWhatWasWatched)
         // A part in 1e8 per hour.
         roMinute.oPoint.oRateHz = {60.0 * (1.0 + 1e-8 * static_cast<double>(iMinute) / 60.0), 1e-9, true};
     }
-    SReportStream oStream;
-    ReportData_AddMinutes(oStream, aoMinutes);
-    EXPECT_DOUBLE_EQ(oStream.flWatchedSeconds, 7200.0);
-    EXPECT_DOUBLE_EQ(oStream.flRunningSeconds, 7200.0 - 360.0);
-    EXPECT_NEAR(oStream.oRateHz.flValue, 60.0 * (1.0 + 1e-8 * 59.5 / 60.0), 1e-12);
-    EXPECT_NEAR(oStream.oDriftPerHour.flValue, 1e-8, 1e-13);
-    EXPECT_LT(oStream.oDriftPerHour.flStdErr, 1e-12);
+    aoMinutes[70].oPoint.uiLost = 4;
     SReport oReport = MakeReport();
-    oReport.aoStreams[0] = oStream;
+    SReportStream& roStream = oReport.aoStreams[0];
+    ReportData_AddMinutes(oReport, roStream, aoMinutes);
+    EXPECT_DOUBLE_EQ(roStream.flWatchedSeconds, 7200.0);
+    EXPECT_DOUBLE_EQ(roStream.flRunningSeconds, 7200.0 - 360.0);
+    EXPECT_NEAR(roStream.oRateHz.flValue, 60.0 * (1.0 + 1e-8 * 59.5 / 60.0), 1e-12);
+    EXPECT_NEAR(roStream.oDriftPerHour.flValue, 1e-8, 1e-13);
+    EXPECT_LT(roStream.oDriftPerHour.flStdErr, 1e-12);
+    ASSERT_EQ(oReport.aoHours.size(), 1U);
+    EXPECT_EQ(oReport.aoHours[0].uiFieldsLost, 4U);
     EXPECT_THAT(ReportPrint_Table(oReport), HasSubstr("02:00:00    95.0000 %"));
 }
 
@@ -65,16 +67,16 @@ TEST(Report, FindsTheWorstGapAndTheLocks)
 {
     SReport oReport = MakeReport();
     const SWatchEvent aoEvents[] = {
-        MakeEvent(EWatchEventKind::GROUP_FORMED, 10), MakeEvent(EWatchEventKind::FIELDS_LOST, 20, 90),
+        MakeEvent(EWatchEventKind::GROUP_FORMED, 10), MakeEvent(EWatchEventKind::FIELDS_LOST, 20, 93, 1.5),
         MakeEvent(EWatchEventKind::SIGNAL_LOST, 30),  MakeEvent(EWatchEventKind::SIGNAL_BACK, 31, 0, 1.25),
         MakeEvent(EWatchEventKind::GROUP_ENDED, 40),  MakeEvent(EWatchEventKind::GROUP_FORMED, 4000),
     };
     ReportData_AddEvents(oReport, aoEvents);
-    EXPECT_DOUBLE_EQ(oReport.aoStreams[0].flWorstGapSeconds, 1.5); // 90 fields of 60 per second
+    EXPECT_DOUBLE_EQ(oReport.aoStreams[0].flWorstGapSeconds,
+                     1.5); // by the longest of the runs that are folded into one event
     EXPECT_EQ(oReport.aoStreams[0].uiSignalLosses, 1U);
     ASSERT_EQ(oReport.aoHours.size(), 2U);
     EXPECT_EQ(oReport.aoHours[0].uiEvents, 5U);
-    EXPECT_EQ(oReport.aoHours[0].uiFieldsLost, 90U);
     ASSERT_EQ(oReport.aoLocks.size(), 2U);
     EXPECT_EQ(oReport.aoLocks[0].iToUtcNs, iStepsBeginUtcNs + 40 * iNsPerSecond);
     EXPECT_TRUE(oReport.aoLocks[1].bIsOpen);

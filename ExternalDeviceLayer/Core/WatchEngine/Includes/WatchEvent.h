@@ -16,7 +16,7 @@ enum class EWatchEventKind : uint8_t
     STATE_CHANGED,       // uiBefore, uiAfter: EStreamState
     SIGNAL_LOST,         // the moment is that of the last field
     SIGNAL_BACK,         // flSeconds: how long it was away
-    FIELDS_LOST,         // uiCount fields that the board did not deliver to a thread that waited for them
+    FIELDS_LOST,         // uiCount fields that a waiting thread was not given; flSeconds: the longest run of them
     FIELDS_UNOBSERVED,   // uiCount fields while the watcher was late; says nothing about the signal
     COUNTER_REPEATED,    // uiCount fields whose counter did not move
     COUNTER_BACKWARD,    // or forward without the time for it; uiBefore, uiAfter: field counters

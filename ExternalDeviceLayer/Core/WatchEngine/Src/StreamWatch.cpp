@@ -162,7 +162,10 @@ void CStreamWatch::JudgeGaps()
         roCounters.uiFieldsUnobserved += oVerdict.uiUnobserved;
         if (oVerdict.uiLost > 0)
         {
-            AddEvent(MakeEvent(EWatchEventKind::FIELDS_LOST, oVerdict.uiFirstLostTick, oVerdict.uiLost));
+            SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELDS_LOST, oVerdict.uiFirstLostTick, oVerdict.uiLost);
+            oEvent.flSeconds = static_cast<double>(oVerdict.uiLost) * m_aoGaps[uiGap].flPeriod /
+                               static_cast<double>(m_roContext.uiTickFrequencyHz);
+            AddEvent(oEvent);
         }
         if (oVerdict.uiUnobserved > 0)
         {

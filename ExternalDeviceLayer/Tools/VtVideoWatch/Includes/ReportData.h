@@ -28,7 +28,7 @@ struct SReportStream
     SEstimate oDriftPerHour;        // of the rate, relative to it: slope of a line through the minutes
 };
 
-// Events that began in one hour.
+// One hour: fields by the minutes, the rest by the events that began in it.
 struct SReportHour
 {
     int64_t iUtcNs = 0; // begin
@@ -55,17 +55,17 @@ struct SReport
     int64_t iToUtcNs = 0;
     std::vector<SStoreRun> aoRuns;
     std::vector<SReportStream> aoStreams;
-    std::vector<SReportHour> aoHours; // with events, in order
+    std::vector<SReportHour> aoHours; // in which something happened, in order
     std::vector<SReportLock> aoLocks; // by their begin
 };
 
 /* Puts a report together from a store. */
 SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iToUtcNs);
 
-/* Adds up a stream's minutes. */
-void ReportData_AddMinutes(SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes);
+/* Adds up the minutes of one of the report's streams, and its hours. */
+void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes);
 
-/* Takes hours, gaps and locks from the events, oldest first; the streams' rates have to stand. */
+/* Takes hours, gaps and locks from the events, oldest first. */
 void ReportData_AddEvents(SReport& roReport, std::span<const SWatchEvent> aoEvents);
 
 #endif

@@ -77,18 +77,31 @@ SReportStream* FindStream(SReport& roReport, const SWatchEvent& roEvent)
     return itStream == roReport.aoStreams.end() ? nullptr : &*itStream;
 }
 
+SReportHour& GetHour(SReport& roReport, int64_t iUtcNs)
+{
+    const int64_t iHour = iUtcNs - iUtcNs % iNsPerHour;
+    const auto itAt = std::ranges::lower_bound(roReport.aoHours, iHour, {}, &SReportHour::iUtcNs);
+    return itAt == roReport.aoHours.end() || itAt->iUtcNs != iHour
+               ? *roReport.aoHours.insert(itAt, SReportHour{iHour, 0, 0, 0, 0, 0})
+               : *itAt;
+}
+
 void AddToHour(SReport& roReport, const SWatchEvent& roEvent)
 {
-    const int64_t iHour = roEvent.iUtcNs - roEvent.iUtcNs % iNsPerHour;
-    const auto itAt = std::ranges::lower_bound(roReport.aoHours, iHour, {}, &SReportHour::iUtcNs);
-    SReportHour& roHour = itAt == roReport.aoHours.end() || itAt->iUtcNs != iHour
-                              ? *roReport.aoHours.insert(itAt, SReportHour{iHour, 0, 0, 0, 0, 0})
-                              : *itAt;
+    SReportHour& roHour = GetHour(roReport, roEvent.iUtcNs);
     ++roHour.uiEvents;
     roHour.uiSignalLosses += roEvent.eKind == EWatchEventKind::SIGNAL_LOST ? 1 : 0;
-    roHour.uiFieldsLost += roEvent.eKind == EWatchEventKind::FIELDS_LOST ? roEvent.uiCount : 0;
-    roHour.uiFieldsUnobserved += roEvent.eKind == EWatchEventKind::FIELDS_UNOBSERVED ? roEvent.uiCount : 0;
     roHour.uiLockChanges += roEvent.eKind == EWatchEventKind::LOCK_CHANGED ? 1 : 0;
+}
+
+void AddToHour(SReport& roReport, const SHistoryPoint& roMinute)
+{
+    if (roMinute.uiLost > 0 || roMinute.uiUnobserved > 0)
+    {
+        SReportHour& roHour = GetHour(roReport, roMinute.iUtcNs);
+        roHour.uiFieldsLost += roMinute.uiLost;
+        roHour.uiFieldsUnobserved += roMinute.uiUnobserved;
+    }
 }
 
 // Gaps of streams: losses of the signal that end, or that last to the end of the watch, and runs of lost fields.
@@ -115,10 +128,7 @@ public:
             m_oLostSince.erase(poStream);
             break;
         case EWatchEventKind::FIELDS_LOST:
-            if (poStream->oRateHz.bIsValid)
-            {
-                Take(*poStream, static_cast<double>(roEvent.uiCount) / poStream->oRateHz.flValue);
-            }
+            Take(*poStream, roEvent.flSeconds);
             break;
         case EWatchEventKind::WATCH_ENDED:
             EndAt(*poStream, roEvent.iUtcNs);
@@ -221,12 +231,13 @@ int64_t GetEnd(const SReport& roReport)
 
 } // namespace
 
-void ReportData_AddMinutes(SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes)
+void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes)
 {
     CRateLine oLine;
     for (const SMinuteSummary& roMinute : aoMinutes)
     {
         const SHistoryPoint& roPoint = roMinute.oPoint;
+        AddToHour(roReport, roPoint);
         roStream.flWatchedSeconds += roMinute.flWatchedSeconds;
         roStream.flRunningSeconds += static_cast<double>(roPoint.flRunningSeconds);
         roStream.uiFields += roPoint.uiFields;
@@ -271,7 +282,7 @@ SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iT
         const SHistoryQuery oMinutes = {roStream.eDirection, roStream.uiIndex, iFromUtcNs, iToUtcNs, 60, UINT32_MAX};
         std::vector<SMinuteSummary> aoMinutes;
         roStore.FindMinutes(oMinutes, aoMinutes);
-        ReportData_AddMinutes(roReported, aoMinutes);
+        ReportData_AddMinutes(oReport, roReported, aoMinutes);
     }
     SEventQuery oQuery;
     oQuery.iFromUtcNs = iFromUtcNs;

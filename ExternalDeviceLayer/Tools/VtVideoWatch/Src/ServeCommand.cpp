@@ -172,8 +172,11 @@ void Watch(SServeRun& roRun, CSignalWatch& roSignals)
                 Notice_Say("no right to real-time priority (see LimitRTPRIO or CAP_SYS_NICE); fields may be seen late");
             }
         }
-        roRun.oNotice.SayStatus(MakeStatus(*roRun.poData));
-        roRun.oNotice.SayAlive(uiProgress);
+        if (bIsReady)
+        {
+            roRun.oNotice.SayStatus(MakeStatus(*roRun.poData));
+            roRun.oNotice.SayAlive(uiProgress);
+        }
     }
 }
 

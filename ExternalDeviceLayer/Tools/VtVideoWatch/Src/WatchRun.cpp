@@ -177,6 +177,10 @@ void CWatchRun::Analyse(bool bIsLast)
 {
     const uint64_t uiBeginNs = ReadMonotonicNs();
     auto poPublication = std::make_shared<SWatchPublication>(m_oTemplate);
+    if (bIsLast)
+    {
+        WatchEngine_EndEpisodes(*m_poEngine);
+    }
     const SClockReading oClock = ReadClocks();
     WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot);
     m_aoEvents.clear();
