@@ -96,6 +96,24 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
               (203U * 60 - 2 - 250) / 50 + 1);
 }
 
+TEST(WatchFields, AMachineThatStandsStillIsSeenWhereverItsStreamsComeBack)
+{
+    // Nobody tells of it but the streams themselves: one or the other comes back notably late, half a period apart.
+    std::mt19937 oRandom(11);
+    CWatchBench oBench(MakeInput("") + MakeInput("phase_us = 8000"));
+    oBench.Run(3);
+    for (uint32_t uiRound = 0; uiRound < 300; ++uiRound)
+    {
+        const double flEnd = std::uniform_real_distribution(0.05, 0.3)(oRandom);
+        oBench.StarveUntil(gc_eIn, 0, flEnd);
+        oBench.StarveUntil(gc_eIn, 1, flEnd);
+        oBench.Run(1);
+    }
+    ExpectHealthy(oBench, 0);
+    ExpectHealthy(oBench, 1);
+    EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 1500U);
+}
+
 TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'hang', at_s = 3, ms = 250 }]"));

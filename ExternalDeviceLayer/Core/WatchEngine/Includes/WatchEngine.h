@@ -59,7 +59,16 @@ WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiN
 void WatchEngine_TakeRecord(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
                             const SFieldRecord& roRecord);
 
-/* Takes in a description of a stream. */
+/*
+ * Takes in that the caller itself was due and did not run: a witness that the machine was late, not a signal.
+ *   uiBeginNs, uiEndNs  in  CLOCK_MONOTONIC
+ */
+void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t uiEndNs);
+
+/*
+ * Takes in a description of a stream. One that is read after a canceled wait tells an output that was switched off from
+ * a signal that was lost, if it is there by the next analysis.
+ */
 void WatchEngine_TakeDescription(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
                                  const SStreamDescription& roDescription);
 

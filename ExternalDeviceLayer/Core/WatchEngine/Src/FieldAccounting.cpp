@@ -7,14 +7,16 @@
 namespace
 {
 
-constexpr double flNsPerMs = 1e6;
 // Nobody waits through so many fields: silence of a second is a lost signal.
 constexpr int64_t iMostJudged = 100'000;
-// Shares of a period: how near to the begin of a wait a field may start and still count as outside; how much of a field
-// a stall must cover.
+// Shares of a period: how near to the begin of a wait a field may start and still count as outside; how much of a
+// field a stall must cover, and a thread have been ready.
 constexpr double flNearBegin = 1.0 / 16.0;
-constexpr double flStallShare = 0.75;
-constexpr double flLateFactor = 8.0; // of the usual lateness
+constexpr double flStallShare = 0.25;
+constexpr double flReadyShare = 0.75;
+constexpr double flLateFactor = 4.0; // of the usual lateness
+constexpr double flLeastLateNs = 200e3;
+constexpr double flUnexplainedNs = 300e3;
 
 struct SJudge
 {
@@ -49,7 +51,7 @@ bool SJudge::IsExcused(double flStart) const
     const bool bInLastWait = flStart >= After(roGap.uiLastWaitNs, roGap.uiArrivalNs);
     const double flReady = -flStart; // from its begin to the arrival
     if (bInLastWait &&
-        (bLateUnexplained || static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flStallShare) * flPeriodNs))
+        (bLateUnexplained || static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flReadyShare) * flPeriodNs))
     {
         return true;
     }
@@ -103,10 +105,10 @@ SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, do
     SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
     const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
     const double flNotablyLate =
-        std::clamp(flLateFactor * flUsualLateNs, flNsPerMs, std::max(flNsPerMs, oJudge.flPeriodNs / 4.0));
+        std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, oJudge.flPeriodNs / 4.0));
     const bool bLate = -flLastStart > flNotablyLate && roGap.uiLastWaitNs < roGap.uiArrivalNs;
     const auto flRunDelay = static_cast<double>(roGap.uiRunDelayNs);
-    oJudge.bLateUnexplained = bLate && (roGap.uiRunDelayNs == 0 || -flLastStart > flRunDelay + flNsPerMs);
+    oJudge.bLateUnexplained = bLate && (roGap.uiRunDelayNs == 0 || -flLastStart > flRunDelay + flUnexplainedNs);
     for (int64_t iBack = roGap.iMissing; iBack > 0; --iBack)
     {
         const double flStart = flLastStart - static_cast<double>(iBack) * oJudge.flPeriodNs;

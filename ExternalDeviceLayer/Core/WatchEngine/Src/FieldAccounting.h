@@ -7,7 +7,7 @@
  *  - it began while the thread was outside a wait;
  *  - the kernel says that the thread may have stood ready without a processor from its begin until the wait returned;
  *  - the wait returned notably late, and the kernel's account does not explain that: the machine itself stood still;
- *  - another stream's wait was that late meanwhile.
+ *  - another stream's wait, or the analysis, was held up meanwhile.
  * Otherwise it is lost. A wait that returns late gets the newest field, so that a late wake looks like a gap.
  */
 #ifndef FIELD_ACCOUNTING_H

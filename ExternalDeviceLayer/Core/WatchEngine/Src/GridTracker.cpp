@@ -170,9 +170,6 @@ void CGridTracker::ReleaseHeld(SGridResult& roResult)
     const double flTolerance = GetTolerance(1);
     for (const SHeldField& roHeld : std::span(m_aoHeld.data(), m_uiHeld))
     {
-        // One wild field may double the mean square, no more.
-        m_flMeanSquare +=
-            std::min(roHeld.flDeviation * roHeld.flDeviation, flTolerance * flTolerance) / uiLongestMemory;
         if (std::abs(roHeld.flDeviation) <= std::max(flTolerance, flNotable * m_flPeriod))
         {
             continue;

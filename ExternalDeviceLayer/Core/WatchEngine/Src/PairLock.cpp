@@ -90,19 +90,22 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
 SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
 {
     SDrift oChosen = GetDrift(roFirst, roSecond, EBlockLength::SECOND, flTicksPerSecond);
-    const double flNowErr = oChosen.flNowErr;
     for (const EBlockLength eLength : {EBlockLength::TEN, EBlockLength::HUNDRED})
     {
-        const SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond);
+        SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond);
+        if (!oChosen.bIsValid)
+        {
+            oChosen = oLonger; // the watcher was late for long
+            continue;
+        }
         const double flErr = std::hypot(oChosen.flErr, oLonger.flErr);
-        if (!oLonger.bIsValid || !oChosen.bIsValid ||
-            std::abs(oLonger.flTicksPerSecond - oChosen.flTicksPerSecond) > flContradicts * flErr)
+        if (!oLonger.bIsValid || std::abs(oLonger.flTicksPerSecond - oChosen.flTicksPerSecond) > flContradicts * flErr)
         {
             break;
         }
+        oLonger.flNowErr = oChosen.flNowErr;
         oChosen = oLonger;
     }
-    oChosen.flNowErr = flNowErr;
     return oChosen;
 }
 

@@ -31,7 +31,10 @@ double RoundUp(double flValue)
 
 } // namespace
 
-CRecentFields::CRecentFields() : m_aoFields(size_t{msc_uiSeconds} * msc_uiMostPerSecond) {}
+CRecentFields::CRecentFields()
+    : m_paoFields(std::make_unique_for_overwrite<SRecentField[]>(size_t{msc_uiSeconds} * msc_uiMostPerSecond))
+{
+}
 
 void CRecentFields::Clear()
 {
@@ -53,7 +56,7 @@ std::span<const SRecentField> CRecentFields::GetSecond(int64_t iSecond, const SR
     const size_t uiSlot = static_cast<size_t>(iSecond) % m_aoSeconds.size();
     rpoSecond = &m_aoSeconds[uiSlot];
     const bool bIsThere = iSecond >= 0 && rpoSecond->iSecond == iSecond;
-    return {&m_aoFields[uiSlot * msc_uiMostPerSecond], bIsThere ? rpoSecond->uiCount : 0};
+    return {&m_paoFields[uiSlot * msc_uiMostPerSecond], bIsThere ? rpoSecond->uiCount : 0};
 }
 
 SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, double flSecondsPerTick) const

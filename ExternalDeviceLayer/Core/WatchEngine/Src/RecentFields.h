@@ -7,8 +7,8 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
-#include <vector>
 
 #include "LineFit.h"
 #include "WatchSnapshot.h"
@@ -71,12 +71,12 @@ private:
 
     SRecentField* GetFields(const SRecentSecond& roSecond)
     {
-        return &m_aoFields[static_cast<size_t>(&roSecond - m_aoSeconds.data()) * msc_uiMostPerSecond];
+        return &m_paoFields[static_cast<size_t>(&roSecond - m_aoSeconds.data()) * msc_uiMostPerSecond];
     }
     std::span<const SRecentField> GetSecond(int64_t iSecond, const SRecentSecond*& rpoSecond) const;
 
     std::array<SRecentSecond, msc_uiSeconds> m_aoSeconds = {};
-    std::vector<SRecentField> m_aoFields; // by second
+    std::unique_ptr<SRecentField[]> m_paoFields; // by second; memory that is not needed is never touched
 };
 
 #endif

@@ -95,8 +95,8 @@ void StreamPhase_Find(SStreamPhase& roPhase, const CRateHistory& roHistory, cons
                       const std::array<SRateFit, 3>& raoFits, double flTicksPerSecond)
 {
     const SRateFit& roTen = raoFits[0];
-    const SFitSums* poNewest = roHistory.FindBlock(EBlockLength::SECOND, roInstant.iSecond - 1);
-    roPhase.bIsKnown = roTen.oLine.bIsValid && poNewest != nullptr && poNewest->flCount > 0.0;
+    // Without a field in the last second as well: the watcher may have been late, and slow streams have none.
+    roPhase.bIsKnown = roTen.oLine.bIsValid;
     if (!roPhase.bIsKnown)
     {
         return;

@@ -9,8 +9,9 @@ namespace
 {
 
 constexpr double flLateWakeShare = 0.5;          // of a period: an arrival so late is a late wake
-constexpr double flStallShare = 0.5;             // of a period: so much may have cost another stream a field
+constexpr double flMostUsualNs = 500e3;          // nothing later is usual
 constexpr double flUsualLateGain = 0.02;         // of the running mean of latenesses
+constexpr int64_t iWitnessNs = 60'000'000;       // threads that a stall held up hand in what they have within this time
 constexpr uint64_t uiMostBuffersPerField = 1000; // beyond, the counter began anew
 
 double GetNominalPeriod(const SStreamFigures& roFigures, uint32_t uiTickFrequencyHz)
@@ -71,16 +72,23 @@ void CStreamWatch::TakeArrival(const SFieldRecord& roRecord)
     const auto itBound = std::ranges::lower_bound(aflWakeBoundsSeconds, flLate);
     ++roWakes.auiCounts[static_cast<size_t>(itBound - aflWakeBoundsSeconds.begin())];
     roWakes.flSumSeconds += flLate;
-    m_flUsualLateNs += flUsualLateGain * (flLateNs - m_flUsualLateNs);
+    m_flUsualLateNs += flUsualLateGain * (std::min(flLateNs, flMostUsualNs) - m_flUsualLateNs);
+    m_flLateNs = flLateNs;
+}
+
+// A wait that was due and did not return is a witness for the other streams, back to the first field that it missed.
+void CStreamWatch::TakeStall(const SFieldRecord& roRecord, int64_t iFields)
+{
     const double flPeriodNs = GetPeriod() * m_roContext.oClock.GetNsPerTick();
-    if (flPeriodNs <= 0.0 || flLateNs <= flStallShare * flPeriodNs)
+    if (flPeriodNs <= 0.0 || m_flLateNs <= flLateWakeShare * flPeriodNs)
     {
         return;
     }
-    m_oFigures.oCounters.uiLateWakes += flLateNs > flLateWakeShare * flPeriodNs ? 1 : 0;
-    const auto uiStartNs = roRecord.uiArrivalNs - static_cast<uint64_t>(flLateNs);
-    m_roContext.oStalls.Add(std::max(uiStartNs, std::min(roRecord.uiWaitBeginNs, roRecord.uiArrivalNs)),
-                            roRecord.uiArrivalNs);
+    ++m_oFigures.oCounters.uiLateWakes;
+    const auto uiDueNs = static_cast<uint64_t>(m_flLateNs + static_cast<double>(iFields - 1) * flPeriodNs);
+    const uint64_t uiBeginNs = std::max(roRecord.uiArrivalNs - std::min(uiDueNs, roRecord.uiArrivalNs),
+                                        std::min(roRecord.uiWaitBeginNs, roRecord.uiArrivalNs));
+    m_roContext.oStalls.Add(uiBeginNs, roRecord.uiArrivalNs);
 }
 
 void CStreamWatch::TakeField(const SFieldRecord& roRecord)
@@ -111,6 +119,7 @@ void CStreamWatch::TakeField(const SFieldRecord& roRecord)
         AddEvent(oEvent);
     }
     ++roCounters.uiFieldsObserved;
+    TakeStall(roRecord, oStep.iFields);
     if (oStep.iFields > 1)
     {
         TakeGap(roRecord, oStep.iFields - 1);
@@ -138,7 +147,7 @@ void CStreamWatch::TakeGap(const SFieldRecord& roRecord, int64_t iMissing)
 {
     if (m_uiNbOfGaps == m_aoGaps.size())
     {
-        JudgeGaps();
+        JudgeGap(m_aoGaps[--m_uiNbOfGaps]);
     }
     SFieldGap& roGap = m_aoGaps[m_uiNbOfGaps++];
     roGap.uiTick = roRecord.uiTick;
@@ -151,29 +160,39 @@ void CStreamWatch::TakeGap(const SFieldRecord& roRecord, int64_t iMissing)
     m_oTrace.FillGap(roGap);
 }
 
-void CStreamWatch::JudgeGaps()
+// Those whose witnesses may not have been heard yet wait for the next time.
+void CStreamWatch::JudgeGaps(uint64_t uiNowNs)
 {
-    SStreamCounters& roCounters = m_oFigures.oCounters;
+    size_t uiKept = 0;
     for (size_t uiGap = 0; uiGap < m_uiNbOfGaps; ++uiGap)
     {
-        const SGapVerdict oVerdict =
-            FieldGap_Judge(m_aoGaps[uiGap], m_roContext.oClock, m_flUsualLateNs, m_roContext.oStalls.Get());
-        roCounters.uiFieldsLost += oVerdict.uiLost;
-        roCounters.uiFieldsUnobserved += oVerdict.uiUnobserved;
-        if (oVerdict.uiLost > 0)
+        if (static_cast<int64_t>(uiNowNs - m_aoGaps[uiGap].uiArrivalNs) < iWitnessNs)
         {
-            SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELDS_LOST, oVerdict.uiFirstLostTick, oVerdict.uiLost);
-            oEvent.flSeconds = static_cast<double>(oVerdict.uiLost) * m_aoGaps[uiGap].flPeriod /
-                               static_cast<double>(m_roContext.uiTickFrequencyHz);
-            AddEvent(oEvent);
+            m_aoGaps[uiKept++] = m_aoGaps[uiGap];
         }
-        if (oVerdict.uiUnobserved > 0)
+        else
         {
-            AddEvent(
-                MakeEvent(EWatchEventKind::FIELDS_UNOBSERVED, oVerdict.uiFirstUnobservedTick, oVerdict.uiUnobserved));
+            JudgeGap(m_aoGaps[uiGap]);
         }
     }
-    m_uiNbOfGaps = 0;
+    m_uiNbOfGaps = uiKept;
+}
+
+void CStreamWatch::JudgeGap(const SFieldGap& roGap)
+{
+    const SGapVerdict oVerdict = FieldGap_Judge(roGap, m_roContext.oClock, m_flUsualLateNs, m_roContext.oStalls.Get());
+    m_oFigures.oCounters.uiFieldsLost += oVerdict.uiLost;
+    m_oFigures.oCounters.uiFieldsUnobserved += oVerdict.uiUnobserved;
+    if (oVerdict.uiLost > 0)
+    {
+        SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELDS_LOST, oVerdict.uiFirstLostTick, oVerdict.uiLost);
+        oEvent.flSeconds = static_cast<double>(oVerdict.uiLost) * roGap.flPeriod / m_roContext.uiTickFrequencyHz;
+        AddEvent(oEvent);
+    }
+    if (oVerdict.uiUnobserved > 0)
+    {
+        AddEvent(MakeEvent(EWatchEventKind::FIELDS_UNOBSERVED, oVerdict.uiFirstUnobservedTick, oVerdict.uiUnobserved));
+    }
 }
 
 // Of iFields fields each shows a buffer of its own when as many were set.
@@ -364,7 +383,7 @@ void CStreamWatch::ChooseNominal()
 
 void CStreamWatch::AnalyseFields(const SClockReading& roClock)
 {
-    JudgeGaps();
+    JudgeGaps(roClock.uiMonotonicNs);
     m_oSignal.Analyse(roClock);
     SStreamCounters& roCounters = m_oFigures.oCounters;
     roCounters.uiFields = roCounters.uiFieldsObserved + roCounters.uiFieldsLost + roCounters.uiFieldsUnobserved;

@@ -44,7 +44,9 @@ private:
     void TakeGridEvents(const SGridResult& roResult);
     void TakeTimings(const SStreamDescription& roDescription);
     void TakeStates(const SStreamDescription& roDescription);
-    void JudgeGaps();
+    void TakeStall(const SFieldRecord& roRecord, int64_t iFields);
+    void JudgeGaps(uint64_t uiNowNs);
+    void JudgeGap(const SFieldGap& roGap);
     void RestartGrid();
     void ChooseNominal();
     void FillRates(const std::array<SRateFit, 3>& raoFits, int64_t iSecond);
@@ -71,6 +73,7 @@ private:
     uint64_t m_uiSkippedBefore = 0;
     bool m_bHasSkippedBefore = false;
     double m_flUsualLateNs = 0.0;
+    double m_flLateNs = 0.0;    // of the last field
     int64_t m_iLastSecond = -1; // whose time error has been taken
     size_t m_uiNbOfGaps = 0;
     std::array<SFieldGap, msc_uiMostGaps> m_aoGaps = {};

@@ -11,7 +11,7 @@
 #include "FieldAccounting.h"
 #include "TickClock.h"
 
-// When waits were due and did not return, since the last analysis; the longest ones.
+// When waits were due and did not return, in the last seconds; the longest ones.
 class CStallList
 {
 public:
@@ -31,7 +31,19 @@ public:
             }
         }
     }
-    void Clear() { m_uiCount = 0; }
+    /* Forgets what ended before a moment. */
+    void DropBefore(uint64_t uiMomentNs)
+    {
+        size_t uiKept = 0;
+        for (const SStretch& roStall : Get())
+        {
+            if (roStall.uiEndNs >= uiMomentNs)
+            {
+                m_aoStalls[uiKept++] = roStall;
+            }
+        }
+        m_uiCount = uiKept;
+    }
     std::span<const SStretch> Get() const { return {m_aoStalls.data(), m_uiCount}; }
 
 private:

@@ -12,6 +12,7 @@ namespace
 
 // How long after its start a field may be handed in and still be in time for the analysis of its second.
 constexpr uint64_t uiSettleNs = 50'000'000;
+constexpr uint64_t uiStallMemoryNs = 2'000'000'000;
 constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 } // namespace
@@ -147,7 +148,7 @@ void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, S
     {
         roDirection.Analyse(roClock, roEngine.oInstant, bIsNew);
     }
-    roEngine.oContext.oStalls.Clear();
+    roEngine.oContext.oStalls.DropBefore(roClock.uiMonotonicNs - uiStallMemoryNs);
     roEngine.oContext.oEvents.Flush(roClock, roEngine.oContext.oClock);
 
     roSnapshot.uiNumber = ++roEngine.uiSnapshots;
@@ -162,6 +163,11 @@ void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, S
         roEngine.aoDirections[uiDirection].Fill(roClock, roFigures);
         FillTaiPhases(roEngine, roClock, roFigures);
     }
+}
+
+void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t uiEndNs)
+{
+    roEngine.oContext.oStalls.Add(uiBeginNs, uiEndNs);
 }
 
 void WatchEngine_EndEpisodes(SWatchEngine& roEngine)
