@@ -17,7 +17,7 @@
 namespace
 {
 
-constexpr uint32_t uiCounterUnits = 16; // a field
+constexpr uint32_t uiCounterUnits = 16; // per field
 
 bool HasSignal(VtVideoOut_PowerState ePower)
 {

@@ -1,6 +1,10 @@
 // Real and scaled time: what is delivered, whatever the moment at which a loaded machine wakes the caller.
 #include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
+#include <unistd.h>
 
 #include "BoardTest.h"
 
@@ -24,10 +28,13 @@ int64_t ElapsedMs(std::chrono::steady_clock::time_point oStart)
 // A thousand times too fast no caller keeps up, so that is a late caller on any machine.
 TEST_F(RealTime, StampsAreTheModelsHoweverLateTheCaller)
 {
+    const std::string szTruth = testing::TempDir() + "real-" + std::to_string(getpid()) + ".csv";
     for (const bool bFast : {false, true})
     {
         const auto oStart = std::chrono::steady_clock::now();
-        LoadPair("jitter_ticks = 100", "", bFast ? "[time]\nmode = 'scaled'\nscale = 1000\n" : "");
+        LoadPair("jitter_ticks = 100", "",
+                 "truth = { file = '" + szTruth + "' }\n" +
+                     (bFast ? "time = { mode = 'scaled', scale = 1000 }\n" : ""));
         SWaited oLast = Wait(m_hIn, 10'000);
         uint64_t uiMissed = 0;
         for (int iWait = 0; iWait < (bFast ? 200 : 20); ++iWait)
@@ -42,13 +49,23 @@ TEST_F(RealTime, StampsAreTheModelsHoweverLateTheCaller)
             oLast = oWaited;
         }
         EXPECT_TRUE(!bFast || uiMissed > 0);
+        std::ifstream oTruth(szTruth); // has every field by now, seen or not
+        std::string szRow;
+        uint64_t uiNext = 0;
+        for (std::getline(oTruth, szRow); std::getline(oTruth, szRow); ++uiNext)
+        {
+            const uint64_t uiField = std::stoull(szRow.substr(std::strlen("0,in,0,")));
+            ASSERT_EQ(uiField, uiNext == 0 ? uiNext = uiField : uiNext) << szRow;
+        }
+        EXPECT_EQ(uiNext, FieldOf(oLast) + 1);
         Veltrano_UnLoad();
     }
+    std::filesystem::remove(szTruth);
 }
 
 TEST_F(RealTime, TimeOutsHangsLossesAndRemovalEndAWait)
 {
-    Load("[[chip]]\n[[chip.input]]\ntiming = { h_active = 100, v_active = 100, pixel_clock_hz = 2000 }\n" // 5 s a field
+    Load("[[chip]]\n[[chip.input]]\ntiming = { h_active = 100, v_active = 100, pixel_clock_hz = 2000 }\n" // 5 s each
          "phase_us = 4_000_000\n[[chip.input]]\nstandard = '1080p60'\n"
          "event = [{ kind = 'signal_loss', at_field = 0 }]\n"
          "[[chip.output]]\nstandard = '1080p60'\nevent = [{ kind = 'hang', ms = 60, at_field = 0, every_fields = 2 },"
