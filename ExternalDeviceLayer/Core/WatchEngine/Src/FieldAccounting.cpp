@@ -91,6 +91,11 @@ SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& r
     return {ECounterStep::JUMPED, flByTime < 1e9 ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
 }
 
+double FieldGap_GetNotablyLateNs(double flUsualLateNs, double flPeriodNs)
+{
+    return std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, flPeriodNs / 4.0));
+}
+
 SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, double flUsualLateNs,
                            std::span<const SStretch> aoStalls)
 {
@@ -104,8 +109,7 @@ SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, do
     }
     SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
     const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
-    const double flNotablyLate =
-        std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, oJudge.flPeriodNs / 4.0));
+    const double flNotablyLate = FieldGap_GetNotablyLateNs(flUsualLateNs, oJudge.flPeriodNs);
     const bool bLate = -flLastStart > flNotablyLate && roGap.uiLastWaitNs < roGap.uiArrivalNs;
     const auto flRunDelay = static_cast<double>(roGap.uiRunDelayNs);
     oJudge.bLateUnexplained = bLate && (roGap.uiRunDelayNs == 0 || -flLastStart > flRunDelay + flUnexplainedNs);

@@ -72,6 +72,9 @@ struct SGapVerdict
     uint64_t uiFirstUnobservedTick = 0;
 };
 
+/* From which lateness on a wait that returns is notably late. */
+double FieldGap_GetNotablyLateNs(double flUsualLateNs, double flPeriodNs);
+
 /*
  * Judges a gap.
  *   flUsualLateNs  in  how late this stream's waits return on average

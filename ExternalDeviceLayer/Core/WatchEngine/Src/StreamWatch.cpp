@@ -80,11 +80,11 @@ void CStreamWatch::TakeArrival(const SFieldRecord& roRecord)
 void CStreamWatch::TakeStall(const SFieldRecord& roRecord, int64_t iFields)
 {
     const double flPeriodNs = GetPeriod() * m_roContext.oClock.GetNsPerTick();
-    if (flPeriodNs <= 0.0 || m_flLateNs <= flLateWakeShare * flPeriodNs)
+    if (flPeriodNs <= 0.0 || m_flLateNs <= FieldGap_GetNotablyLateNs(m_flUsualLateNs, flPeriodNs))
     {
         return;
     }
-    ++m_oFigures.oCounters.uiLateWakes;
+    m_oFigures.oCounters.uiLateWakes += m_flLateNs > flLateWakeShare * flPeriodNs ? 1 : 0;
     const auto uiDueNs = static_cast<uint64_t>(m_flLateNs + static_cast<double>(iFields - 1) * flPeriodNs);
     const uint64_t uiBeginNs = std::max(roRecord.uiArrivalNs - std::min(uiDueNs, roRecord.uiArrivalNs),
                                         std::min(roRecord.uiWaitBeginNs, roRecord.uiArrivalNs));
