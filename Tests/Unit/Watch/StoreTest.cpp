@@ -233,6 +233,18 @@ TEST(Store, IsMadeAgainWhenItIsRemoved)
     EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 2U);
 }
 
+TEST(Store, IsWrittenByOneWatchAtATime)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    const SRun oFirst(szFile);
+    CStoreWriter oSecond(szFile, 35);
+    SStoreRemains oRemains;
+    std::string szFault;
+    EXPECT_EQ(oSecond.Open(iStepsBeginUtcNs, oRemains, szFault), EStoreOpen::REFUSED);
+    EXPECT_NE(szFault.find("another watch"), std::string::npos) << szFault;
+}
+
 TEST(Store, KeepsMinutesForAsLongAsIsAskedFor)
 {
     const CTestFolder oFolder;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "StoreFile.h"
+#include "StoreLock.h"
 #include "WatchRun.h"
 
 constexpr uint32_t uiMostWaitingEvents = 50000;
@@ -74,6 +75,8 @@ private:
 
     void Run();
     void WriteOrKeep(SWaiting& roWaiting);
+    EStoreOpen OpenFile(std::string& rszFault);
+    void CloseFile();
     bool Reach(std::string& rszFault);
     bool Write(const SWaiting& roWaiting);
     bool WriteEvents(const SWaiting& roWaiting);
@@ -89,6 +92,7 @@ private:
     const int64_t m_iKeepNs;
 
     // The writing thread's own, and the opening one's before it starts.
+    CStoreLock m_oLock; // let go after the file
     StoreFilePtr m_poFile;
     int64_t m_iRun = 0; // row of this run; 0: not written yet
     int64_t m_iBeginUtcNs = 0;

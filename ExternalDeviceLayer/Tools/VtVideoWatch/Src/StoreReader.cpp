@@ -36,10 +36,11 @@ void CStoreReader::FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumbe
     const std::lock_guard oGuard(m_oMutex);
     const std::string szSql = std::string("SELECT ") + szEventColumns +
                               " FROM events WHERE number > ? AND number < ? AND utc_ns >= ? AND utc_ns < ?"
-                              " ORDER BY number DESC";
+                              " AND (? >> kind) & 1 ORDER BY number DESC";
     CStoreStatement oStatement(m_poFile.get(), szSql.c_str());
     const auto uiBefore = std::min<uint64_t>(uiBeforeNumber, INT64_MAX);
     oStatement.Bind(roQuery.uiAfterNumber).Bind(uiBefore).Bind(roQuery.iFromUtcNs).Bind(roQuery.iToUtcNs);
+    oStatement.Bind(roQuery.uiKinds);
     while (raoEvents.size() < roQuery.uiMost && oStatement.Next())
     {
         const SWatchEvent oEvent = StoreRows_ReadEvent(oStatement);

@@ -30,13 +30,31 @@ CStoreWriter::CStoreWriter(std::string szFile, uint32_t uiKeepDays)
 EStoreOpen CStoreWriter::Open(int64_t iNowUtcNs, SStoreRemains& roRemains, std::string& rszFault)
 {
     m_iBeginUtcNs = iNowUtcNs;
-    const EStoreOpen eOutcome = StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault);
+    const EStoreOpen eOutcome = OpenFile(rszFault);
     if (eOutcome == EStoreOpen::OPENED && !StoreRecovery_Run(m_poFile.get(), iNowUtcNs, roRemains))
     {
         rszFault = "store " + m_szFile + ": " + sqlite3_errmsg(m_poFile.get());
         return EStoreOpen::FAILED;
     }
     return eOutcome;
+}
+
+EStoreOpen CStoreWriter::OpenFile(std::string& rszFault)
+{
+    const EStoreOpen eOutcome = StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault);
+    if (eOutcome == EStoreOpen::OPENED && !m_oLock.Take(m_szFile))
+    {
+        CloseFile();
+        rszFault = "store " + m_szFile + ": another watch writes it";
+        return EStoreOpen::REFUSED;
+    }
+    return eOutcome;
+}
+
+void CStoreWriter::CloseFile()
+{
+    m_poFile.reset();
+    m_oLock.Release();
 }
 
 void CStoreWriter::Start()
@@ -93,7 +111,7 @@ void CStoreWriter::Close()
     }
     m_oMore.notify_one();
     m_oThread.join();
-    m_poFile.reset();
+    CloseFile();
 }
 
 void CStoreWriter::AddCosts(SWatchCosts& roCosts)
@@ -153,7 +171,7 @@ bool CStoreWriter::Reach(std::string& rszFault)
 {
     if (m_poFile != nullptr && HasMoved(m_poFile.get()))
     {
-        m_poFile.reset();
+        CloseFile();
     }
     if (m_poFile != nullptr)
     {
@@ -161,7 +179,7 @@ bool CStoreWriter::Reach(std::string& rszFault)
     }
     m_iRun = 0;
     m_aoWrittenTexts.clear();
-    if (StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault) != EStoreOpen::OPENED)
+    if (OpenFile(rszFault) != EStoreOpen::OPENED)
     {
         return false;
     }
