@@ -10,6 +10,8 @@ aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev prometheus python3 pytho
     chromium-driver python3-selenium)
 aszBenchmarkPackages=(libbenchmark-dev)
 aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)
+aszPackagePackages=(dpkg-dev debhelper fakeroot lintian lowdown)
+aszPackageTestPackages=(mmdebstrap apt-utils man-db mandoc binutils gcc logrotate pkg-config)
 
 say() { printf '%s: %s\n' "${szProgram:-build}" "$*" >&2; }
 die() { say "$*"; exit "${iDieStatus:-1}"; }
