@@ -114,10 +114,9 @@ void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
         if (itName == aszPixelFormats.end())
         {
             std::vector<std::string> aszNames;
-            for (const std::string_view szFormat : aszPixelFormats)
-            {
-                aszNames.emplace_back(szFormat.substr(szPixelFormatPrefix.size()));
-            }
+            std::ranges::transform(aszPixelFormats, std::back_inserter(aszNames),
+                                   [](std::string_view szFormat)
+                                   { return std::string(szFormat.substr(szPixelFormatPrefix.size())); });
             roSection.RefuseName("pixel_format", szName, aszNames);
         }
         else
@@ -244,10 +243,8 @@ void ScenarioTiming_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, SSc
     else if (bStandard && poStandard == nullptr)
     {
         std::vector<std::string> aszStandards;
-        for (const SVideoStandard& roStandard : VideoStandard_GetAll())
-        {
-            aszStandards.emplace_back(roStandard.szName);
-        }
+        std::ranges::transform(VideoStandard_GetAll(), std::back_inserter(aszStandards),
+                               [](const SVideoStandard& roStandard) { return std::string(roStandard.szName); });
         roSection.RefuseName("standard", szStandard, aszStandards);
     }
     else if (bStandard)
