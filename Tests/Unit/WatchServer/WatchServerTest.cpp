@@ -139,8 +139,11 @@ TEST_F(WatchServerTest, HistoryComesInColumnsWithItsUncertainties)
 {
     Publish(1);
     const int64_t iNow = MadeUpWatch_GetUtcNs();
-    m_oData.iPointsFromUtcNs = iNow - 99'000'000'000;
-    m_oData.iPointsToUtcNs = iNow + 1'000'000'000;
+    {
+        const std::lock_guard oGuard(m_oData.oMutex);
+        m_oData.iPointsFromUtcNs = iNow - 99'000'000'000;
+        m_oData.iPointsToUtcNs = iNow + 1'000'000'000;
+    }
     const CJson oPhase = GetJson("/api/v1/history?stream=OUT_00&fields=phase,rate&limit=10");
     EXPECT_EQ(oPhase["t"].size(), 10U);
     EXPECT_EQ(oPhase["t"].back(), iNow / 1'000'000) << "the newest ones";

@@ -37,13 +37,13 @@ struct SHttpAnswer
     std::function<void(const HttpWriter& roWriter)> oStream; // instead of a body: writes until the client goes
 };
 
-using HttpHandler = std::function<SHttpAnswer(const SHttpRequest& roRequest)>;
-
 // Requests answered so far, by status.
 constexpr std::array<int, 9> aiHttpStatuses = {200, 304, 400, 403, 404, 405, 500, 503, 0}; // 0: any other one
 using HttpCounts = std::array<uint64_t, aiHttpStatuses.size()>;
 
 struct SHttpServer;
+using HttpHandler = std::function<SHttpAnswer(const SHttpServer& roServer, const SHttpRequest& roRequest)>;
+
 void HttpServer_Stop(SHttpServer* poServer);
 struct SHttpServerDeleter
 {
@@ -55,7 +55,7 @@ using HttpServerPtr = std::unique_ptr<SHttpServer, SHttpServerDeleter>;
 /*
  * Starts to serve.
  *   szListen    in   ADDRESS:PORT, an IPv4 address in numbers; port 0 takes any free one
- *   oHandler    in   answers a request; called by many threads at once
+ *   oHandler    in   answers a request; called by many threads at once, and perhaps before this returns
  *   rszProblem  out  one line that says why it could not be
  * Null when it could not be. Bound to a loopback address, requests for any other host are refused with 403: a page from
  * elsewhere cannot have its name point here.

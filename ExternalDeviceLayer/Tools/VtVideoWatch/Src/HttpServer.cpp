@@ -14,7 +14,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// The live streams hold at most half of the threads, so that a scrape always finds one.
+// More than there may be live listeners, so that a scrape always finds one.
 constexpr const char* szThreads = "28";
 constexpr const char* szQueue = "20";
 constexpr const char* szRequestBytes = "8192";
@@ -179,7 +179,7 @@ SHttpAnswer Answer(const SHttpServer& roServer, const mg_connection* poConnectio
     roRequest.szIfNoneMatch = GetHeader(poConnection, "If-None-Match");
     roRequest.szLastEventId = GetHeader(poConnection, "Last-Event-ID");
     roRequest.bAcceptsGzip = GetHeader(poConnection, "Accept-Encoding").find("gzip") != std::string::npos;
-    return roServer.oHandler(roRequest);
+    return roServer.oHandler(roServer, roRequest);
 }
 
 int OnRequest(mg_connection* poConnection)

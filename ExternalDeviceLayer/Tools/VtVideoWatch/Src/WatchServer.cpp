@@ -26,12 +26,12 @@ struct SWatchServer
 namespace
 {
 
-SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpRequest& /*roRequest*/)
+SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp)
 {
     const std::lock_guard oGuard(roServer.oScrapeMutex);
     const auto oBegin = std::chrono::steady_clock::now();
     SServingCosts oCosts;
-    oCosts.auiRequests = HttpServer_GetCounts(*roServer.poHttp);
+    oCosts.auiRequests = HttpServer_GetCounts(roHttp);
     oCosts.uiListeners = roServer.oHub.GetListeners();
     oCosts.uiScrapes = roServer.uiScrapes;
     oCosts.flScrapeSeconds = roServer.flScrapeSeconds;
@@ -52,7 +52,6 @@ using Server = SWatchServer&;
 using Request = const SHttpRequest&;
 
 constexpr SRoute aoRoutes[] = {
-    {"/metrics", AnswerMetrics},
     {"/api/v1/streams", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerStreams(roRequest); }},
     {"/api/v1/pairs", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerPairs(roRequest); }},
     {"/api/v1/history", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHistory(roRequest); }},
@@ -61,8 +60,12 @@ constexpr SRoute aoRoutes[] = {
     {"/healthz", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHealth(roRequest); }},
 };
 
-SHttpAnswer Answer(SWatchServer& roServer, const SHttpRequest& roRequest)
+SHttpAnswer Answer(SWatchServer& roServer, const SHttpServer& roHttp, const SHttpRequest& roRequest)
 {
+    if (roRequest.szPath == "/metrics")
+    {
+        return AnswerMetrics(roServer, roHttp);
+    }
     for (const SRoute& roRoute : aoRoutes)
     {
         if (roRequest.szPath == roRoute.szPath)
@@ -80,7 +83,10 @@ WatchServerPtr WatchServer_Start(SWatchData& roData, const std::string& szListen
     WatchServerPtr poServer(new SWatchServer(roData));
     SWatchServer& roServer = *poServer;
     poServer->poHttp = HttpServer_Start(
-        szListen, [&roServer](const SHttpRequest& roRequest) { return Answer(roServer, roRequest); }, rszProblem);
+        szListen,
+        [&roServer](const SHttpServer& roHttp, const SHttpRequest& roRequest)
+        { return Answer(roServer, roHttp, roRequest); },
+        rszProblem);
     return poServer->poHttp == nullptr ? nullptr : std::move(poServer);
 }
 
