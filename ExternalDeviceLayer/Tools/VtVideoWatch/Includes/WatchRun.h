@@ -61,6 +61,7 @@ public:
 
 private:
     void Run();
+    void TellStall(uint64_t uiDueNs);
     void Drain();
     void Analyse(bool bIsLast);
     void TakeDescription(EStreamDirection eDirection, uint32_t uiIndex, const SDescriptionRecord& roRecord);

@@ -123,7 +123,8 @@ CJson FromMembers(EStreamDirection eDirection, uint32_t uiMembers)
 
 void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventShape& roShape)
 {
-    if (roShape.bHasCount)
+    // Kinds that happen singly are folded when they come in bursts.
+    if (roShape.bHasCount || roEvent.uiCount > 1)
     {
         roJson["count"] = roEvent.uiCount;
     }

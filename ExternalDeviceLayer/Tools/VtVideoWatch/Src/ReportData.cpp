@@ -86,12 +86,18 @@ SReportHour& GetHour(SReport& roReport, int64_t iUtcNs)
                : *itAt;
 }
 
+// How often it happened: an event of a burst stands for several.
+uint64_t GetTimes(const SWatchEvent& roEvent)
+{
+    return std::max<uint64_t>(1, roEvent.uiCount);
+}
+
 void AddToHour(SReport& roReport, const SWatchEvent& roEvent)
 {
     SReportHour& roHour = GetHour(roReport, roEvent.iUtcNs);
     ++roHour.uiEvents;
-    roHour.uiSignalLosses += roEvent.eKind == EWatchEventKind::SIGNAL_LOST ? 1 : 0;
-    roHour.uiLockChanges += roEvent.eKind == EWatchEventKind::LOCK_CHANGED ? 1 : 0;
+    roHour.uiSignalLosses += roEvent.eKind == EWatchEventKind::SIGNAL_LOST ? GetTimes(roEvent) : 0;
+    roHour.uiLockChanges += roEvent.eKind == EWatchEventKind::LOCK_CHANGED ? GetTimes(roEvent) : 0;
 }
 
 void AddToHour(SReport& roReport, const SHistoryPoint& roMinute)
@@ -120,7 +126,7 @@ public:
         switch (roEvent.eKind)
         {
         case EWatchEventKind::SIGNAL_LOST:
-            ++poStream->uiSignalLosses;
+            poStream->uiSignalLosses += GetTimes(roEvent);
             m_oLostSince[poStream] = roEvent.iUtcNs;
             break;
         case EWatchEventKind::SIGNAL_BACK:

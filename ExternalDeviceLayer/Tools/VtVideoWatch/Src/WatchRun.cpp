@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr uint64_t uiDrainPeriodNs = 50'000'000;
+constexpr uint64_t uiStallNs = 2'000'000; // so late, this thread did not just wake up slowly
 constexpr uint64_t uiAnalysisPeriodNs = 1'000'000'000;
 
 std::string GetHostName()
@@ -85,7 +86,9 @@ void CWatchRun::Run()
     while (!m_bStop.load(std::memory_order_relaxed))
     {
         const uint64_t uiNowNs = ReadMonotonicNs();
-        SleepUntil(std::min(uiNowNs + uiDrainPeriodNs, std::max(uiNextAnalysisNs, uiNowNs)));
+        const uint64_t uiWakeNs = std::min(uiNowNs + uiDrainPeriodNs, std::max(uiNextAnalysisNs, uiNowNs));
+        SleepUntil(uiWakeNs);
+        TellStall(uiWakeNs);
         Drain();
         if (ReadMonotonicNs() >= uiNextAnalysisNs)
         {
@@ -96,6 +99,16 @@ void CWatchRun::Run()
     }
     Drain();
     Analyse(true);
+}
+
+// What held up this thread held up those of the streams as well.
+void CWatchRun::TellStall(uint64_t uiDueNs)
+{
+    const uint64_t uiNowNs = ReadMonotonicNs();
+    if (uiNowNs > uiDueNs + uiStallNs)
+    {
+        WatchEngine_TakeStall(*m_poEngine, uiDueNs, uiNowNs);
+    }
 }
 
 void CWatchRun::Drain()
@@ -182,6 +195,10 @@ void CWatchRun::Analyse(bool bIsLast)
         WatchEngine_EndEpisodes(*m_poEngine);
     }
     const SClockReading oClock = ReadClocks();
+    if (bIsLast)
+    {
+        WatchEngine_EndEpisodes(*m_poEngine);
+    }
     WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot);
     m_aoEvents.clear();
     AddEvents(WatchEngine_TakeEvents(*m_poEngine));
