@@ -6,6 +6,13 @@ namespace LinuxBoard
 namespace
 {
 
+constexpr const char* szTraceRemedy =
+    "prepare its trace for your group, run as root, or set VELTRANO_INPUT_MODE=own (docs/LinuxBoard.md, \"Rights\")";
+constexpr const char* szTakenRemedy = "end the other program, or run this one as root without the prepared trace "
+                                      "(docs/LinuxBoard.md, \"Rights\")";
+constexpr const char* szReadRemedy = "let its owner stream, as with v4l2-ctl --stream-mmap (docs/LinuxBoard.md, "
+                                     "\"What there is\")";
+
 void Add(SInputRemark& roRemark, const char* szFull, const char* szShort)
 {
     roRemark.szFull += (roRemark.szFull.empty() ? "" : ", ") + std::string(szFull);
@@ -19,11 +26,13 @@ SInputRemark InputRemark_Of(const SInputFacts& roFacts)
     switch (roFacts.eSource)
     {
     case EFrameSource::NoTrace:
-        return {"no per-frame data: not the owner, no trace access", "no per-frame data: no trace access"};
+        return {"no per-frame data: not the owner, no trace access", "no per-frame data: no trace access",
+                szTraceRemedy};
     case EFrameSource::TraceTaken:
-        return {"no per-frame data: another program reads its prepared trace", "no per-frame data: trace taken"};
+        return {"no per-frame data: another program reads its prepared trace", "no per-frame data: trace taken",
+                szTakenRemedy};
     case EFrameSource::ReadByCalls:
-        return {"no per-frame data: its owner uses read()", "no per-frame data: read()"};
+        return {"no per-frame data: its owner uses read()", "no per-frame data: read()", szReadRemedy};
     case EFrameSource::Own:
     case EFrameSource::Trace:
         break;

@@ -29,8 +29,9 @@ struct SInputFacts
 
 struct SInputRemark
 {
-    std::string szFull;  /* empty when there is nothing to say */
-    std::string szShort; /* for a name that has no room for the full one */
+    std::string szFull;   /* empty when there is nothing to say */
+    std::string szShort;  /* for a name that has no room for the full one */
+    std::string szRemedy; /* what can be done about it; empty when nothing need be */
 };
 
 SInputRemark InputRemark_Of(const SInputFacts& roFacts);

@@ -91,5 +91,6 @@ TEST(InputRemark, NamesWhatLacksAndNothingBesides)
     {
         EXPECT_EQ(InputRemark_Of(oFacts).szFull, pszFull);
         EXPECT_EQ(InputRemark_Of(oFacts).szShort, pszShort);
+        EXPECT_EQ(InputRemark_Of(oFacts).szRemedy.empty(), oFacts.eSource != EFrameSource::ReadByCalls);
     }
 }

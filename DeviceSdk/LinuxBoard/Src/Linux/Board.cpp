@@ -3,15 +3,23 @@
 #include "GiveBack.h"
 #include "Remark.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace LinuxBoard
 {
 
 namespace
 {
+
+constexpr const char* szConfigVariable = "VELTRANO_LINUX_CONFIG";
+constexpr size_t uiMaxConfigSize = 1024 * 1024;
+constexpr const char* szRemedy = "; join the group video, or run as root (docs/LinuxBoard.md, \"Rights\")";
 
 std::string Joined(const std::vector<std::string>& raszTexts)
 {
@@ -34,19 +42,52 @@ bool Asks(const char* szVariable, std::string_view szNo, std::string_view szYes)
     return false;
 }
 
+/* What is said of a place in the configuration begins with that place, for editors and people to find it. */
+void SayOfConfig(const SConfigFault& roFault)
+{
+    Remark_SayPlain(std::string(std::getenv(szConfigVariable)) + ":" + std::to_string(roFault.uiLine) + ": " +
+                    roFault.szText);
+}
+
+/* False when the file that the environment names is wrong, which was said. Without one nothing is chosen. */
+bool ReadConfig(SBoardConfig& roConfig)
+{
+    const char* szFile = std::getenv(szConfigVariable);
+    if (szFile == nullptr || *szFile == '\0')
+        return true;
+    SConfigFault oFault;
+    std::error_code oError;
+    const bool bFile = std::filesystem::is_regular_file(szFile, oError);
+    std::ifstream oFile(bFile ? szFile : "");
+    std::string szText(uiMaxConfigSize + 1, '\0');
+    oFile.read(szText.data(), static_cast<std::streamsize>(szText.size()));
+    szText.resize(static_cast<size_t>(oFile.gcount()));
+    if (!bFile)
+        oFault.szText = "cannot be read: " + (oError ? oError.message() : std::string("not a regular file"));
+    else if (!oFile.is_open() || oFile.bad())
+        oFault.szText = "cannot be read: " + std::generic_category().message(errno);
+    else if (szText.size() > uiMaxConfigSize)
+        oFault.szText = "the text is longer than 1 MiB";
+    else if (BoardConfig_Parse(szText, roConfig, oFault))
+        return true;
+    SayOfConfig(oFault);
+    return false;
+}
+
 void Report(const SDeviceList& roDevices)
 {
     const std::string szRefused =
-        roDevices.aszRefused.empty() ? "nothing was refused" : "refused: " + Joined(roDevices.aszRefused);
+        roDevices.aszRefused.empty() ? "nothing was refused" : "refused: " + Joined(roDevices.aszRefused) + szRemedy;
     if (roDevices.aoInputs.empty() && roDevices.aoOutputs.empty())
-        Remark_Say(
-            "nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video capture "
-            "nodes in /sys/class/video4linux; " +
-            szRefused);
+        Remark_Say("nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video "
+                   "capture nodes in /sys/class/video4linux; " +
+                   szRefused);
     else if (!roDevices.aszRefused.empty())
         Remark_Say(szRefused);
-    for (const std::string& rszText : roDevices.aszLong)
+    for (const std::string& rszText : roDevices.aszRemarks)
         Remark_Say(rszText);
+    for (const SConfigFault& roFault : roDevices.aoUnmatched)
+        SayOfConfig(roFault);
 }
 
 } // namespace
@@ -66,7 +107,10 @@ VtDevice_Handle CBoard::OpenChip()
     GiveBack_Leftovers();
     const SInputOptions oOptions = {Asks("VELTRANO_INPUT_MODE", "observe", "own"),
                                     Asks("VELTRANO_INPUT_FORMAT", "keep", "smallest")};
-    auto poChip = std::make_unique<CChip>(oOptions);
+    SBoardConfig oConfig;
+    if (!ReadConfig(oConfig))
+        return m_hChip;
+    auto poChip = std::make_unique<CChip>(oConfig, oOptions);
     const SDeviceList& roDevices = poChip->Devices();
     Report(roDevices);
     if (!roDevices.aoInputs.empty() || !roDevices.aoOutputs.empty())

@@ -19,7 +19,10 @@ namespace LinuxBoard
 class CChip
 {
 public:
-    explicit CChip(const SInputOptions& roOptions) : m_oDevices(DeviceList_Scan(roOptions, m_oKeeper)) {}
+    CChip(const SBoardConfig& roConfig, const SInputOptions& roDefaults)
+        : m_oDevices(DeviceList_Scan(roConfig, roDefaults, m_oKeeper))
+    {
+    }
 
     const SDeviceList& Devices() const { return m_oDevices; }
     SInputCounters& Counters(uint32_t uiInput) { return m_aoCounters[uiInput]; }
@@ -41,7 +44,10 @@ public:
     void Load() { m_bLoaded = true; }
     void Unload();
 
-    /* Null when nothing is there to be watched; then one line on standard error says what was looked for. */
+    /*
+     * Null when nothing is there to be watched, or the configuration is wrong; then one line on standard error says
+     * what was looked for, or what is wrong where.
+     */
     VtDevice_Handle OpenChip();
 
     CHandleTable<VtDevice_Handle, CChip> m_oChips;

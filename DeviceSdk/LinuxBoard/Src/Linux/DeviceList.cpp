@@ -2,8 +2,7 @@
 
 #include "../InputRemark.h"
 #include "../StreamName.h"
-#include "OwnedCapture.h"
-#include "TraceFeed.h"
+#include "InputProbe.h"
 #include "V4l2Node.h"
 
 #include <algorithm>
@@ -87,11 +86,14 @@ void Refuse(SDeviceList& roList, const std::string& szNode, int iError)
         roList.aszRefused.push_back(szText);
 }
 
-std::string Named(SDeviceList& roList, const std::string& szName, std::string_view szRemark, std::string_view szShort)
+/* The name as it is shown. What does not fit, and what can be done about it, is said besides. */
+std::string Named(SDeviceList& roList, const std::string& szName, const SInputRemark& roRemark)
 {
-    SStreamName oName = StreamName_Build(szName, szRemark, szShort);
-    if (oName.bCut)
-        roList.aszLong.push_back(szName + ": " + std::string(szRemark));
+    SStreamName oName = StreamName_Build(szName, roRemark.szFull, roRemark.szShort);
+    if (!roRemark.szRemedy.empty())
+        roList.aszRemarks.push_back(szName + ": " + roRemark.szFull + "; " + roRemark.szRemedy);
+    else if (oName.bCut)
+        roList.aszRemarks.push_back(szName + (roRemark.szFull.empty() ? "" : ": ") + roRemark.szFull);
     return oName.szText;
 }
 
@@ -105,17 +107,51 @@ bool HasVblank(const CKmsCard& roCard, const std::string& szConnector)
     return uiCrtcId == 0 || roCard.ReadSequence(uiCrtcId, uiSequence, uiStampNs) != -EOPNOTSUPP;
 }
 
-void AddOutput(SDeviceList& roList, udev_device* poDevice, CCardKeeper& roKeeper)
+/* A device that can be watched, before anybody has chosen. */
+struct SCandidate
+{
+    SDeviceFacts oFacts;
+    udev_device* poDevice = nullptr;
+    CV4l2Node oNode; /* of an input */
+};
+
+std::vector<SDeviceFacts> FactsOf(const std::vector<SCandidate>& raoCandidates)
+{
+    std::vector<SDeviceFacts> aoFacts;
+    for (const SCandidate& roCandidate : raoCandidates)
+        aoFacts.push_back(roCandidate.oFacts);
+    return aoFacts;
+}
+
+std::string BusPathOfUdev(udev_device* poDevice)
+{
+    return std::string(OrEmpty(udev_device_get_property_value(poDevice, "ID_PATH")));
+}
+
+void FindOutput(std::vector<SCandidate>& raoCandidates, udev_device* poDevice)
 {
     udev_device* poCard = udev_device_get_parent(poDevice); // owned by poDevice
     const bool bActive =
         Has(poDevice, "status", "connected") && Has(poDevice, "enabled", "enabled") && Has(poDevice, "dpms", "On");
     if (!bActive || poCard == nullptr)
         return;
-    const std::string szSysName = udev_device_get_sysname(poDevice);
+    SCandidate& roCandidate = raoCandidates.emplace_back();
+    roCandidate.poDevice = poDevice;
+    roCandidate.oFacts.szName = udev_device_get_sysname(poDevice);
+    roCandidate.oFacts.aszBusPaths = {BusPathOfUdev(poCard)};
+    udev_device* poBus = udev_device_get_parent(poCard);
+    if (poBus == nullptr)
+        return;
+    roCandidate.oFacts.aszBusPaths.emplace_back(udev_device_get_sysname(poBus));
+    roCandidate.oFacts.szDriver = OrEmpty(udev_device_get_driver(poBus));
+}
+
+void AddOutput(SDeviceList& roList, const SCandidate& roCandidate, const SDeviceChoice& roChoice, CCardKeeper& roKeeper)
+{
+    const std::string& rszSysName = roCandidate.oFacts.szName;
     SOutputSource oSource;
-    oSource.szCardNode = OrEmpty(udev_device_get_devnode(poCard));
-    oSource.szConnector = szSysName.substr(szSysName.find('-') + 1);
+    oSource.szCardNode = OrEmpty(udev_device_get_devnode(udev_device_get_parent(roCandidate.poDevice)));
+    oSource.szConnector = rszSysName.substr(rszSysName.find('-') + 1);
     oSource.eType = TypeOf(oSource.szConnector);
     CKmsCard oCard;
     int iError = roKeeper.Keep(oSource.szCardNode);
@@ -126,101 +162,113 @@ void AddOutput(SDeviceList& roList, udev_device* poDevice, CCardKeeper& roKeeper
         Refuse(roList, oSource.szCardNode, iError);
         return;
     }
-    oSource.szName = Named(roList, szSysName, HasVblank(oCard, oSource.szConnector) ? "" : "no vblank support", "");
+    oSource.szName =
+        Named(roList, roChoice.szName, {HasVblank(oCard, oSource.szConnector) ? "" : "no vblank support", "", ""});
     roList.aoOutputs.push_back(oSource);
 }
 
-/*
- * Whether the stamps of an input mark the start of a frame. Only buffers tell; without any, the drivers that are known
- * to stamp the start are, and the kernel's rule for all others is the end.
- */
-bool StampsFrameStart(const CV4l2Node& roNode, bool bOwnInputs)
-{
-    SBufferCensus oCensus = roNode.CountBuffers();
-    if (oCensus.uiTotal == 0 && bOwnInputs)
-        oCensus = COwnedCapture::TryBuffers(roNode);
-    if (oCensus.uiTotal == 0)
-        return roNode.Driver() == "uvcvideo";
-    return (oCensus.uiFlags & V4L2_BUF_FLAG_TSTAMP_SRC_MASK) == V4L2_BUF_FLAG_TSTAMP_SRC_SOE;
-}
-
-EFrameSource ObservedSource(ETraceAccess eAccess, const SBufferCensus& roCensus)
-{
-    switch (eAccess)
-    {
-    case ETraceAccess::None:
-        return EFrameSource::NoTrace;
-    case ETraceAccess::Taken:
-        return EFrameSource::TraceTaken;
-    case ETraceAccess::Granted:
-        break;
-    }
-    return roCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
-}
-
-SInputFacts FactsOf(const CV4l2Node& roNode, const std::string& szVideo, bool bOwnInputs)
-{
-    const SBufferCensus oCensus = roNode.CountBuffers();
-    SInputFacts oFacts;
-    oFacts.bHidden = oCensus.bHidden;
-    oFacts.bRateFixed = roNode.IsRateFixed();
-    if (bOwnInputs && oCensus.uiTotal == 0 && !oCensus.bHidden)
-        oFacts.eSource = EFrameSource::Own;
-    else
-        oFacts.eSource = ObservedSource(CTraceFeed::Access(szVideo), oCensus);
-    oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::Own);
-    return oFacts;
-}
-
-std::string InputName(SDeviceList& roList, udev_device* poDevice, const CV4l2Node& roNode, bool bOwnInputs)
-{
-    const std::string szVideo = udev_device_get_sysname(poDevice);
-    std::string szName(OrEmpty(udev_device_get_sysattr_value(poDevice, "name")));
-    if (szName.empty())
-        szName = szVideo;
-    const SInputRemark oRemark = InputRemark_Of(FactsOf(roNode, szVideo, bOwnInputs));
-    return Named(roList, szName, oRemark.szFull, oRemark.szShort);
-}
-
-void AddInput(SDeviceList& roList, udev_device* poDevice, const SInputOptions& roOptions)
+void FindInput(SDeviceList& roList, std::vector<SCandidate>& raoCandidates, udev_device* poDevice)
 {
     // Where udev has asked the node already, it need not be opened to learn that it captures no video.
     const std::string_view szKnown = OrEmpty(udev_device_get_property_value(poDevice, "ID_V4L_CAPABILITIES"));
     if (!szKnown.empty() && szKnown.find(":capture:") == std::string_view::npos)
         return;
-    SInputSource oSource;
-    oSource.szNode = OrEmpty(udev_device_get_devnode(poDevice));
-    oSource.szVideo = udev_device_get_sysname(poDevice);
-    CV4l2Node oNode;
+    const std::string szNode(OrEmpty(udev_device_get_devnode(poDevice)));
+    SCandidate oCandidate;
     SInputFormat oFormat;
-    const int iError = oNode.Open(oSource.szNode, roOptions.bOwn ? O_RDWR : O_RDONLY);
+    const int iError = oCandidate.oNode.Open(szNode, O_RDONLY);
+    if (iError != 0)
+    {
+        Refuse(roList, szNode, iError);
+        return;
+    }
+    const CV4l2Node& roNode = oCandidate.oNode;
+    if (!roNode.IsCapture() || roNode.ReadFormat(oFormat) != 0 || (!roNode.IsDigital() && oFormat.uiWidth == 0))
+        return;
+    oCandidate.poDevice = poDevice;
+    oCandidate.oFacts.szName = OrEmpty(udev_device_get_sysattr_value(poDevice, "name"));
+    if (oCandidate.oFacts.szName.empty())
+        oCandidate.oFacts.szName = udev_device_get_sysname(poDevice);
+    oCandidate.oFacts.aszBusPaths = {roNode.BusPath(), BusPathOfUdev(poDevice)};
+    oCandidate.oFacts.szDriver = roNode.Driver();
+    raoCandidates.push_back(std::move(oCandidate));
+}
+
+void AddInput(SDeviceList& roList, SCandidate& roCandidate, const SDeviceChoice& roChoice,
+              const SInputOptions& roDefaults)
+{
+    SInputSource oSource;
+    oSource.oOptions = roDefaults;
+    if (roChoice.poRule != nullptr)
+        oSource.oOptions = {roChoice.poRule->bOwn.value_or(roDefaults.bOwn),
+                            roChoice.poRule->bSmallest.value_or(roDefaults.bSmallest)};
+    oSource.szNode = roCandidate.oNode.Path();
+    oSource.szVideo = udev_device_get_sysname(roCandidate.poDevice);
+    const int iError = oSource.oOptions.bOwn ? roCandidate.oNode.Open(oSource.szNode, O_RDWR) : 0;
     if (iError != 0)
     {
         Refuse(roList, oSource.szNode, iError);
         return;
     }
-    if (!oNode.IsCapture() || oNode.ReadFormat(oFormat) != 0 || (!oNode.IsDigital() && oFormat.uiWidth == 0))
-        return;
-    oSource.eType = TypeOf(oNode.InputName());
-    oSource.szName = InputName(roList, poDevice, oNode, roOptions.bOwn);
-    oSource.oOptions = roOptions;
+    oSource.eType = TypeOf(roCandidate.oNode.InputName());
+    const SInputRemark oRemark =
+        InputRemark_Of(InputProbe_Facts(roCandidate.oNode, oSource.szVideo, oSource.oOptions.bOwn));
+    oSource.szName = Named(roList, roChoice.szName, oRemark);
     roList.aoInputs.push_back(oSource);
+}
+
+/* Says which rules found nothing, and which devices are too many. */
+void Warn(SDeviceList& roList, std::span<const SDeviceRule> aoRules, const std::vector<SDeviceChoice>& raoChoices,
+          const std::string& rszWhat)
+{
+    for (const SDeviceRule& roRule : aoRules)
+        if (std::none_of(raoChoices.begin(), raoChoices.end(),
+                         [&roRule](const SDeviceChoice& roChoice) { return roChoice.poRule == &roRule; }))
+            roList.aoUnmatched.push_back(
+                {roRule.uiLine, "no " + rszWhat + " is like this, or an earlier table has it"});
+    std::string szBeyond;
+    for (size_t uiChoice = uiMaxStreams; uiChoice < raoChoices.size(); uiChoice++)
+        szBeyond += (szBeyond.empty() ? "" : ", ") + raoChoices[uiChoice].szName;
+    if (!szBeyond.empty())
+        roList.aszRemarks.push_back("more than " + std::to_string(uiMaxStreams) + " " + rszWhat +
+                                    "s; not watched: " + szBeyond + "; VELTRANO_LINUX_CONFIG chooses others");
+}
+
+void ListOutputs(SDeviceList& roList, udev* poUdev, std::span<const SDeviceRule> aoRules, CCardKeeper& roKeeper)
+{
+    const std::vector<CUdevDevice> apoDevices = Devices(poUdev, "drm", "card*-*");
+    std::vector<SCandidate> aoCandidates;
+    for (const CUdevDevice& rpoDevice : apoDevices)
+        FindOutput(aoCandidates, rpoDevice.get());
+    const std::vector<SDeviceChoice> aoChoices = BoardConfig_Choose(aoRules, FactsOf(aoCandidates));
+    for (size_t uiChoice = 0; uiChoice < std::min(aoChoices.size(), uiMaxStreams); uiChoice++)
+        AddOutput(roList, aoCandidates[aoChoices[uiChoice].uiDevice], aoChoices[uiChoice], roKeeper);
+    Warn(roList, aoRules, aoChoices, "output");
+}
+
+void ListInputs(SDeviceList& roList, udev* poUdev, std::span<const SDeviceRule> aoRules,
+                const SInputOptions& roDefaults)
+{
+    const std::vector<CUdevDevice> apoDevices = Devices(poUdev, "video4linux", "video*");
+    std::vector<SCandidate> aoCandidates;
+    for (const CUdevDevice& rpoDevice : apoDevices)
+        FindInput(roList, aoCandidates, rpoDevice.get());
+    const std::vector<SDeviceChoice> aoChoices = BoardConfig_Choose(aoRules, FactsOf(aoCandidates));
+    for (size_t uiChoice = 0; uiChoice < std::min(aoChoices.size(), uiMaxStreams); uiChoice++)
+        AddInput(roList, aoCandidates[aoChoices[uiChoice].uiDevice], aoChoices[uiChoice], roDefaults);
+    Warn(roList, aoRules, aoChoices, "input");
 }
 
 } // namespace
 
-SDeviceList DeviceList_Scan(const SInputOptions& roOptions, CCardKeeper& roKeeper)
+SDeviceList DeviceList_Scan(const SBoardConfig& roConfig, const SInputOptions& roDefaults, CCardKeeper& roKeeper)
 {
     SDeviceList oList;
     const CUdev poUdev(udev_new());
     if (poUdev == nullptr)
         return oList;
-    for (const CUdevDevice& rpoDevice : Devices(poUdev.get(), "drm", "card*-*"))
-        if (oList.aoOutputs.size() < uiMaxStreams)
-            AddOutput(oList, rpoDevice.get(), roKeeper);
-    for (const CUdevDevice& rpoDevice : Devices(poUdev.get(), "video4linux", "video*"))
-        if (oList.aoInputs.size() < uiMaxStreams)
-            AddInput(oList, rpoDevice.get(), roOptions);
+    ListOutputs(oList, poUdev.get(), roConfig.aoOutputs, roKeeper);
+    ListInputs(oList, poUdev.get(), roConfig.aoInputs, roDefaults);
     return oList;
 }
 

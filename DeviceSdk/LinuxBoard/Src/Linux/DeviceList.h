@@ -5,6 +5,7 @@
 #ifndef LINUX_BOARD_DEVICE_LIST_H
 #define LINUX_BOARD_DEVICE_LIST_H
 
+#include "../BoardConfig.h"
 #include "CardKeeper.h"
 #include "VtBoard.h"
 
@@ -45,11 +46,13 @@ struct SDeviceList
 {
     std::vector<SOutputSource> aoOutputs;
     std::vector<SInputSource> aoInputs;
-    std::vector<std::string> aszRefused; /* "/dev/dri/card0: Permission denied" */
-    std::vector<std::string> aszLong;    /* what did not fit into a name */
+    std::vector<std::string> aszRefused;   /* "/dev/dri/card0: Permission denied" */
+    std::vector<std::string> aszRemarks;   /* what did not fit into a name or into the list */
+    std::vector<SConfigFault> aoUnmatched; /* rules that no device fits */
 };
 
-SDeviceList DeviceList_Scan(const SInputOptions& roOptions, CCardKeeper& roKeeper);
+/* roDefaults: for inputs whose rule says nothing, or that have none. */
+SDeviceList DeviceList_Scan(const SBoardConfig& roConfig, const SInputOptions& roDefaults, CCardKeeper& roKeeper);
 
 } // namespace LinuxBoard
 

@@ -78,6 +78,7 @@ void CV4l2Node::ReadFacts()
     if (V4l2_Ioctl(Fd(), VIDIOC_QUERYCAP, &oCapability) != 0)
         return;
     m_szDriver = Text(oCapability.driver);
+    m_szBusPath = Text(oCapability.bus_info);
     const uint32_t uiCaps =
         (oCapability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? oCapability.device_caps : oCapability.capabilities;
     if ((uiCaps & V4L2_CAP_STREAMING) == 0)

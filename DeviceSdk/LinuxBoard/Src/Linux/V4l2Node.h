@@ -71,6 +71,7 @@ public:
     bool HasGapsInStamps() const;
     uint32_t BufferType() const { return m_uiBufferType; }
     const std::string& Driver() const { return m_szDriver; }
+    const std::string& BusPath() const { return m_szBusPath; } /* "usb-0000:00:14.0-2" */
     const std::string& InputName() const { return m_szInput; } /* of the selected input, may be empty */
 
     int ReadFormat(SInputFormat& roFormat) const;
@@ -102,6 +103,7 @@ private:
     bool m_bTelevision = false; /* its input has a television standard */
     std::string m_szPath;
     std::string m_szDriver;
+    std::string m_szBusPath;
     std::string m_szInput;
 };
 

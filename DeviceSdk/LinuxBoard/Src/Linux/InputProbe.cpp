@@ -1,0 +1,56 @@
+#include "InputProbe.h"
+
+#include "OwnedCapture.h"
+#include "TraceFeed.h"
+
+namespace LinuxBoard
+{
+
+namespace
+{
+
+/*
+ * Whether the stamps of an input mark the start of a frame. Only buffers tell; without any, the drivers that are known
+ * to stamp the start are, and the kernel's rule for all others is the end.
+ */
+bool StampsFrameStart(const CV4l2Node& roNode, bool bOwn)
+{
+    SBufferCensus oCensus = roNode.CountBuffers();
+    if (oCensus.uiTotal == 0 && bOwn)
+        oCensus = COwnedCapture::TryBuffers(roNode);
+    if (oCensus.uiTotal == 0)
+        return roNode.Driver() == "uvcvideo";
+    return (oCensus.uiFlags & V4L2_BUF_FLAG_TSTAMP_SRC_MASK) == V4L2_BUF_FLAG_TSTAMP_SRC_SOE;
+}
+
+EFrameSource ObservedSource(ETraceAccess eAccess, const SBufferCensus& roCensus)
+{
+    switch (eAccess)
+    {
+    case ETraceAccess::None:
+        return EFrameSource::NoTrace;
+    case ETraceAccess::Taken:
+        return EFrameSource::TraceTaken;
+    case ETraceAccess::Granted:
+        break;
+    }
+    return roCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
+}
+
+} // namespace
+
+SInputFacts InputProbe_Facts(const CV4l2Node& roNode, const std::string& szVideo, bool bOwn)
+{
+    const SBufferCensus oCensus = roNode.CountBuffers();
+    SInputFacts oFacts;
+    oFacts.bHidden = oCensus.bHidden;
+    oFacts.bRateFixed = roNode.IsRateFixed();
+    if (bOwn && oCensus.uiTotal == 0 && !oCensus.bHidden)
+        oFacts.eSource = EFrameSource::Own;
+    else
+        oFacts.eSource = ObservedSource(CTraceFeed::Access(szVideo), oCensus);
+    oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::Own);
+    return oFacts;
+}
+
+} // namespace LinuxBoard
