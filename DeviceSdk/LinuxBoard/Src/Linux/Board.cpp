@@ -17,8 +17,7 @@ namespace LinuxBoard
 namespace
 {
 
-constexpr const char* szConfigVariable = "VELTRANO_LINUX_CONFIG";
-constexpr size_t uiMaxConfigSize = 1024 * 1024;
+constexpr size_t uiMaxConfigSize = size_t{1024} * 1024;
 constexpr const char* szRemedy = "; join the group video, or run as root (docs/LinuxBoard.md, \"Rights\")";
 
 std::string Joined(const std::vector<std::string>& raszTexts)
@@ -42,23 +41,28 @@ bool Asks(const char* szVariable, std::string_view szNo, std::string_view szYes)
     return false;
 }
 
-/* What is said of a place in the configuration begins with that place, for editors and people to find it. */
-void SayOfConfig(const SConfigFault& roFault)
+std::string ConfigFile()
 {
-    Remark_SayPlain(std::string(std::getenv(szConfigVariable)) + ":" + std::to_string(roFault.uiLine) + ": " +
-                    roFault.szText);
+    const char* szFile = std::getenv("VELTRANO_LINUX_CONFIG");
+    return szFile == nullptr ? std::string() : std::string(szFile);
+}
+
+/* What is said of a place in the configuration begins with that place, for editors and people to find it. */
+void SayOfConfig(const std::string& szFile, const SConfigFault& roFault)
+{
+    Remark_SayPlain(szFile + ":" + std::to_string(roFault.uiLine) + ": " + roFault.szText);
 }
 
 /* False when the file that the environment names is wrong, which was said. Without one nothing is chosen. */
 bool ReadConfig(SBoardConfig& roConfig)
 {
-    const char* szFile = std::getenv(szConfigVariable);
-    if (szFile == nullptr || *szFile == '\0')
+    const std::string szFile = ConfigFile();
+    if (szFile.empty())
         return true;
     SConfigFault oFault;
     std::error_code oError;
     const bool bFile = std::filesystem::is_regular_file(szFile, oError);
-    std::ifstream oFile(bFile ? szFile : "");
+    std::ifstream oFile(bFile ? szFile : std::string());
     std::string szText(uiMaxConfigSize + 1, '\0');
     oFile.read(szText.data(), static_cast<std::streamsize>(szText.size()));
     szText.resize(static_cast<size_t>(oFile.gcount()));
@@ -70,7 +74,7 @@ bool ReadConfig(SBoardConfig& roConfig)
         oFault.szText = "the text is longer than 1 MiB";
     else if (BoardConfig_Parse(szText, roConfig, oFault))
         return true;
-    SayOfConfig(oFault);
+    SayOfConfig(szFile, oFault);
     return false;
 }
 
@@ -87,7 +91,7 @@ void Report(const SDeviceList& roDevices)
     for (const std::string& rszText : roDevices.aszRemarks)
         Remark_Say(rszText);
     for (const SConfigFault& roFault : roDevices.aoUnmatched)
-        SayOfConfig(roFault);
+        SayOfConfig(ConfigFile(), roFault);
 }
 
 } // namespace

@@ -118,6 +118,7 @@ struct SCandidate
 std::vector<SDeviceFacts> FactsOf(const std::vector<SCandidate>& raoCandidates)
 {
     std::vector<SDeviceFacts> aoFacts;
+    aoFacts.reserve(raoCandidates.size());
     for (const SCandidate& roCandidate : raoCandidates)
         aoFacts.push_back(roCandidate.oFacts);
     return aoFacts;

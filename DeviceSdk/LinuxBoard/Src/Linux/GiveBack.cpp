@@ -61,7 +61,8 @@ std::string NoteFolder()
                                      geteuid() == 0 ? "/run" : "/run/user/" + szUser, "/tmp"};
     for (const std::string& rszPlace : aszPlaces)
     {
-        const std::string szFolder = rszPlace + (rszPlace == "/tmp" ? "/veltrano-" + szUser : "/veltrano");
+        std::string szFolder = rszPlace;
+        szFolder += rszPlace == "/tmp" ? "/veltrano-" + szUser : "/veltrano";
         if (rszPlace.empty() || !IsSafe(rszPlace, false))
             continue;
         mkdir(szFolder.c_str(), 0700);

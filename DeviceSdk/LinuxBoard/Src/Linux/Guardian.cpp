@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -24,7 +25,7 @@ namespace LinuxBoard
 namespace
 {
 
-constexpr const char* szChildName = "vt-give-back";
+constexpr std::string_view szChildName = "vt-give-back";
 constexpr int iAttempts = 20;
 constexpr timespec oPause = {0, 50000000};
 
@@ -98,10 +99,12 @@ void CloseAllBut(int iOne, int iOther)
 /* So that who lists or ends processes by name does not take the child for the tool. */
 void TakeName()
 {
-    prctl(PR_SET_NAME, szChildName);
-    const size_t uiRoom = std::strlen(program_invocation_name);
-    std::memset(program_invocation_name, 0, uiRoom);
-    std::memcpy(program_invocation_name, szChildName, std::min(uiRoom, std::strlen(szChildName)));
+    prctl(PR_SET_NAME, szChildName.data());
+    // The terminator behind it stays.
+    for (char* pcRoom = program_invocation_name; *pcRoom != '\0'; pcRoom++)
+        *pcRoom = static_cast<size_t>(pcRoom - program_invocation_name) < szChildName.size()
+                      ? szChildName[static_cast<size_t>(pcRoom - program_invocation_name)]
+                      : ' ';
 }
 
 [[noreturn]] void RunChild(SGiveBackTable& roTable, const char* szNoteFile, int iNoteFd, int iLifeline)
