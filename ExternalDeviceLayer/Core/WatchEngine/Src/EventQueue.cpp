@@ -135,25 +135,24 @@ bool CEventQueue::IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const
            (m_bEndAll || roEpisode.uiEmitted == 0 || uiNowNs - roEpisode.uiEmittedNs >= roEpisode.uiPauseNs);
 }
 
-void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
+void CEventQueue::ReleaseFolded(uint64_t uiNowNs)
 {
-    if (m_bTaken)
-    {
-        m_aoReady.clear();
-        m_bTaken = false;
-    }
     for (SEpisode& roEpisode : m_aoEpisodes)
     {
-        if (!IsDue(roEpisode, roClock.uiMonotonicNs))
+        if (!IsDue(roEpisode, uiNowNs))
         {
             continue;
         }
         Push(roEpisode.oFolded);
         roEpisode.bHolds = false;
         ++roEpisode.uiEmitted;
-        roEpisode.uiEmittedNs = roClock.uiMonotonicNs;
+        roEpisode.uiEmittedNs = uiNowNs;
         roEpisode.uiPauseNs = std::clamp(2 * roEpisode.uiPauseNs, uiFirstPauseNs, uiLongestPauseNs);
     }
+}
+
+void CEventQueue::SetMoments(const SClockReading& roClock, const CTickClock& roTicks)
+{
     for (SPending& roPending : m_aoPending)
     {
         SWatchEvent& roEvent = roPending.oEvent;
@@ -165,6 +164,10 @@ void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
             roEvent.uiTick = roTicks.ToTick(uiMomentNs);
         }
     }
+}
+
+void CEventQueue::MakeReady()
+{
     // Insertion keeps the order of equals and needs no memory; the events are nearly in order.
     for (auto itEvent = m_aoPending.begin(); itEvent != m_aoPending.end(); ++itEvent)
     {
@@ -185,6 +188,18 @@ void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
         m_aoReady.push_back(roPending.oEvent);
     }
     m_aoPending.clear();
+}
+
+void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
+{
+    if (m_bTaken)
+    {
+        m_aoReady.clear();
+        m_bTaken = false;
+    }
+    ReleaseFolded(roClock.uiMonotonicNs);
+    SetMoments(roClock, roTicks);
+    MakeReady();
     m_bEndAll = false;
 }
 

@@ -59,6 +59,9 @@ private:
     size_t GetStream(EStreamDirection eDirection, uint32_t uiIndex) const;
     bool IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const;
     void Push(const SPending& roPending);
+    void ReleaseFolded(uint64_t uiNowNs);
+    void SetMoments(const SClockReading& roClock, const CTickClock& roTicks);
+    void MakeReady();
 
     uint32_t m_uiNbOfInputs;
     std::vector<SEpisode> m_aoEpisodes; // by stream, then kind

@@ -124,6 +124,28 @@ void CGridTracker::Search(int64_t iFields, uint64_t uiTick, SGridResult& roResul
     }
 }
 
+// Off by whole periods, the numbers have slipped against a grid that is still there.
+bool CGridTracker::TakeOnGrid(int64_t iSince, uint64_t uiTick, double flDeviation, SGridResult& roResult)
+{
+    const auto iSlipped = static_cast<int64_t>(std::round(flDeviation / m_flPeriod));
+    const double flRest = flDeviation - static_cast<double>(iSlipped) * m_flPeriod;
+    if (std::abs(flRest) > GetTolerance(iSince) || iSince + iSlipped <= 0)
+    {
+        return false;
+    }
+    if (iSlipped > 0)
+    {
+        roResult.uiLate = 1;
+        roResult.flLatestTicks = flDeviation;
+        roResult.uiOffGridTick = uiTick;
+    }
+    ReleaseHeld(roResult);
+    Follow(iSince + iSlipped, uiTick, flRest);
+    roResult.eVerdict = EGridVerdict::ON_GRID;
+    roResult.iNumber = m_iNumber;
+    return true;
+}
+
 SGridResult CGridTracker::Take(int64_t iFields, uint64_t uiTick)
 {
     SGridResult oResult;
@@ -132,27 +154,11 @@ SGridResult CGridTracker::Take(int64_t iFields, uint64_t uiTick)
         Search(iFields, uiTick, oResult);
         return oResult;
     }
-    int64_t iSince = m_iHeldFields + iFields;
+    const int64_t iSince = m_iHeldFields + iFields;
     const auto flTicks = static_cast<double>(static_cast<int64_t>(uiTick - m_uiLastTick));
-    double flDeviation = flTicks - m_flAhead - static_cast<double>(iSince) * m_flPeriod;
-    const double flTolerance = GetTolerance(iSince);
-    // Off by whole periods: the numbers have slipped against the grid, which is still there.
-    const auto iSlipped = static_cast<int64_t>(std::round(flDeviation / m_flPeriod));
-    const double flRest = flDeviation - static_cast<double>(iSlipped) * m_flPeriod;
-    if (std::abs(flRest) <= flTolerance && iSince + iSlipped > 0)
+    const double flDeviation = flTicks - m_flAhead - static_cast<double>(iSince) * m_flPeriod;
+    if (TakeOnGrid(iSince, uiTick, flDeviation, oResult))
     {
-        if (iSlipped > 0)
-        {
-            oResult.uiLate = 1;
-            oResult.flLatestTicks = flDeviation;
-            oResult.uiOffGridTick = uiTick;
-        }
-        iSince += iSlipped;
-        flDeviation = flRest;
-        ReleaseHeld(oResult);
-        Follow(iSince, uiTick, flDeviation);
-        oResult.eVerdict = EGridVerdict::ON_GRID;
-        oResult.iNumber = m_iNumber;
         return oResult;
     }
     m_iHeldFields = iSince;
@@ -186,35 +192,37 @@ void CGridTracker::ReleaseHeld(SGridResult& roResult)
     m_iHeldFields = 0;
 }
 
+// Whether the held fields stand on a line of their own: a grid that has moved, or a rate that has jumped.
+bool CGridTracker::TakeNewLine(double flLeast, double flMost, SGridResult& roResult)
+{
+    const double flTolerance = GetTolerance(1);
+    const SShortLine oLine = FitShortLine(std::span<const SHeldField>(m_aoHeld), m_iNumber);
+    const bool bIsStep = flMost - flLeast <= flTolerance;
+    if (!bIsStep && oLine.flWorst > flTolerance)
+    {
+        return false;
+    }
+    const double flStep = bIsStep ? (flLeast + flMost) / 2.0 : oLine.flAtZero;
+    const bool bIsSameSignal = bIsStep || std::abs(oLine.flSlope) < flOtherSignal * m_flPeriod;
+    if (bIsSameSignal && std::abs(flStep) > flTolerance)
+    {
+        roResult.flStepTicks = flStep;
+        roResult.uiStepTick = m_aoHeld.front().uiTick;
+    }
+    return true;
+}
+
 void CGridTracker::JudgeHeld(SGridResult& roResult)
 {
-    const std::span<const SHeldField> aoHeld(m_aoHeld);
-    const auto [itLeast, itMost] = std::minmax_element(aoHeld.begin(), aoHeld.end(),
-                                                       [](const SHeldField& roA, const SHeldField& roB)
-                                                       { return roA.flDeviation < roB.flDeviation; });
-    const double flTolerance = GetTolerance(1);
-    const SShortLine oLine = FitShortLine(aoHeld, m_iNumber);
-    const bool bIsStep = itMost->flDeviation - itLeast->flDeviation <= flTolerance;
-    if (bIsStep || oLine.flWorst <= flTolerance)
-    {
-        const double flStep = bIsStep ? (itLeast->flDeviation + itMost->flDeviation) / 2.0 : oLine.flAtZero;
-        const bool bIsSameSignal = bIsStep || std::abs(oLine.flSlope) < flOtherSignal * m_flPeriod;
-        if (bIsSameSignal && std::abs(flStep) > flTolerance)
-        {
-            roResult.flStepTicks = flStep;
-            roResult.uiStepTick = aoHeld.front().uiTick;
-        }
-        BeginAgain(roResult);
-        return;
-    }
+    const auto [itLeast, itMost] = std::ranges::minmax_element(m_aoHeld, {}, &SHeldField::flDeviation);
     const double flLargest = std::max(std::abs(itLeast->flDeviation), std::abs(itMost->flDeviation));
-    if (flLargest > flLargestTolerance * m_flPeriod)
+    if (TakeNewLine(itLeast->flDeviation, itMost->flDeviation, roResult) || flLargest > flLargestTolerance * m_flPeriod)
     {
         BeginAgain(roResult);
         return;
     }
     // The grid is there, the jitter has grown.
-    const SHeldField oLast = aoHeld.back();
+    const SHeldField oLast = m_aoHeld.back();
     const int64_t iSince = oLast.iNumber - m_iNumber;
     ReleaseHeld(roResult);
     m_flMeanSquare = std::max(m_flMeanSquare, flLargest * flLargest / 4.0);

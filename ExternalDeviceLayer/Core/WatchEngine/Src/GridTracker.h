@@ -67,7 +67,9 @@ private:
     void Follow(int64_t iFields, uint64_t uiTick, double flDeviation);
     void Correct(int64_t iFields, double flDeviation);
     void ReleaseHeld(SGridResult& roResult);
+    bool TakeOnGrid(int64_t iSince, uint64_t uiTick, double flDeviation, SGridResult& roResult);
     void JudgeHeld(SGridResult& roResult);
+    bool TakeNewLine(double flLeast, double flMost, SGridResult& roResult);
     void BeginAgain(SGridResult& roResult);
 
     double m_flFloor; // least tolerance

@@ -23,54 +23,65 @@ uint32_t FindConnected(std::span<const uint32_t> auiLocked, uint32_t uiStream)
     return uiMembers;
 }
 
-} // namespace
-
-std::span<const SGroupChange> CLockGroups::Update(std::span<const uint32_t> auiLocked, uint64_t uiNowNs)
+// The sets of streams that locked pairs connect; their number.
+size_t FindSets(std::span<const uint32_t> auiLocked, std::span<uint32_t> auiSets)
 {
-    m_uiNbOfChanges = 0;
-    std::array<uint32_t, msc_uiMostGroups> auiSets = {};
-    size_t uiNbOfSets = 0;
+    size_t uiCount = 0;
     uint32_t uiSeen = 0;
     for (uint32_t uiStream = 0; uiStream < auiLocked.size(); ++uiStream)
     {
         if ((uiSeen >> uiStream & 1U) == 0 && auiLocked[uiStream] != 0)
         {
-            auiSets[uiNbOfSets] = FindConnected(auiLocked, uiStream);
-            uiSeen |= auiSets[uiNbOfSets++];
+            auiSets[uiCount] = FindConnected(auiLocked, uiStream);
+            uiSeen |= auiSets[uiCount++];
         }
     }
-    std::array<SGroupLife, msc_uiMostGroups> aoNow = {};
-    uint32_t uiTaken = 0; // old groups, as bits
-    for (size_t uiRound = 0; uiRound < uiNbOfSets; ++uiRound)
+    return uiCount;
+}
+
+} // namespace
+
+bool CLockGroups::MatchClosest(std::span<const uint32_t> auiSets, Groups& raoNow, uint32_t& ruiTaken)
+{
+    size_t uiBestSet = 0;
+    size_t uiBestGroup = 0;
+    int iBest = 0;
+    for (size_t uiGroup = 0; uiGroup < m_uiCount; ++uiGroup)
     {
-        // The closest match of all goes first, so that no set takes another one's group.
-        size_t uiBestSet = uiNbOfSets;
-        size_t uiBestGroup = m_uiCount;
-        int iBest = 0;
-        for (size_t uiGroup = 0; uiGroup < m_uiCount; ++uiGroup)
+        for (size_t uiSet = 0; uiSet < auiSets.size(); ++uiSet)
         {
-            for (size_t uiSet = 0; uiSet < uiNbOfSets; ++uiSet)
+            const int iShared = std::popcount(auiSets[uiSet] & m_aoGroups[uiGroup].uiMembers);
+            if ((ruiTaken >> uiGroup & 1U) == 0 && raoNow[uiSet].uiMembers == 0 && iShared > iBest)
             {
-                const int iShared = std::popcount(auiSets[uiSet] & m_aoGroups[uiGroup].uiMembers);
-                if ((uiTaken >> uiGroup & 1U) == 0 && aoNow[uiSet].uiMembers == 0 && iShared > iBest)
-                {
-                    iBest = iShared;
-                    uiBestSet = uiSet;
-                    uiBestGroup = uiGroup;
-                }
+                iBest = iShared;
+                uiBestSet = uiSet;
+                uiBestGroup = uiGroup;
             }
         }
-        if (uiBestSet == uiNbOfSets)
-        {
-            break;
-        }
-        uiTaken |= 1U << uiBestGroup;
-        aoNow[uiBestSet] = m_aoGroups[uiBestGroup];
-        if (aoNow[uiBestSet].uiMembers != auiSets[uiBestSet])
-        {
-            aoNow[uiBestSet].uiMembers = auiSets[uiBestSet];
-            Note(EGroupChange::CHANGED, aoNow[uiBestSet]);
-        }
+    }
+    if (iBest == 0)
+    {
+        return false;
+    }
+    ruiTaken |= 1U << uiBestGroup;
+    raoNow[uiBestSet] = m_aoGroups[uiBestGroup];
+    if (raoNow[uiBestSet].uiMembers != auiSets[uiBestSet])
+    {
+        raoNow[uiBestSet].uiMembers = auiSets[uiBestSet];
+        Note(EGroupChange::CHANGED, raoNow[uiBestSet]);
+    }
+    return true;
+}
+
+std::span<const SGroupChange> CLockGroups::Update(std::span<const uint32_t> auiLocked, uint64_t uiNowNs)
+{
+    m_uiNbOfChanges = 0;
+    std::array<uint32_t, msc_uiMostGroups> auiAllSets = {};
+    const std::span<const uint32_t> auiSets = std::span(auiAllSets).first(FindSets(auiLocked, auiAllSets));
+    Groups aoNow = {};
+    uint32_t uiTaken = 0; // old groups, as bits
+    while (MatchClosest(auiSets, aoNow, uiTaken))
+    {
     }
     for (size_t uiGroup = 0; uiGroup < m_uiCount; ++uiGroup)
     {
@@ -79,7 +90,7 @@ std::span<const SGroupChange> CLockGroups::Update(std::span<const uint32_t> auiL
             Note(EGroupChange::ENDED, m_aoGroups[uiGroup]);
         }
     }
-    for (size_t uiSet = 0; uiSet < uiNbOfSets; ++uiSet)
+    for (size_t uiSet = 0; uiSet < auiSets.size(); ++uiSet)
     {
         if (aoNow[uiSet].uiMembers == 0)
         {
@@ -87,10 +98,9 @@ std::span<const SGroupChange> CLockGroups::Update(std::span<const uint32_t> auiL
             Note(EGroupChange::FORMED, aoNow[uiSet]);
         }
     }
-    std::sort(aoNow.begin(), aoNow.begin() + static_cast<ptrdiff_t>(uiNbOfSets),
-              [](const SGroupLife& roA, const SGroupLife& roB) { return roA.uiGroup < roB.uiGroup; });
+    std::ranges::sort(std::span(aoNow).first(auiSets.size()), {}, &SGroupLife::uiGroup);
     m_aoGroups = aoNow;
-    m_uiCount = uiNbOfSets;
+    m_uiCount = auiSets.size();
     return {m_aoChanges.data(), m_uiNbOfChanges};
 }
 

@@ -50,11 +50,15 @@ public:
 private:
     static constexpr size_t msc_uiMostGroups = uiMaxStreamsPerDirection / 2;
 
+    using Groups = std::array<SGroupLife, msc_uiMostGroups>;
+
+    // Finds an old group for a set, the closest match of all first; false when there is none left.
+    bool MatchClosest(std::span<const uint32_t> auiSets, Groups& raoNow, uint32_t& ruiTaken);
     void Note(EGroupChange eChange, const SGroupLife& roGroup) { m_aoChanges[m_uiNbOfChanges++] = {eChange, roGroup}; }
 
     uint32_t m_uiLastGroup = 0;
     size_t m_uiCount = 0;
-    std::array<SGroupLife, msc_uiMostGroups> m_aoGroups = {};
+    Groups m_aoGroups = {};
     size_t m_uiNbOfChanges = 0;
     std::array<SGroupChange, 2 * msc_uiMostGroups> m_aoChanges = {};
 };

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 namespace
 {
@@ -13,11 +12,6 @@ constexpr double flMostUsualNs = 500e3;          // nothing later is usual
 constexpr double flUsualLateGain = 0.02;         // of the running mean of latenesses
 constexpr int64_t iWitnessNs = 60'000'000;       // threads that a stall held up hand in what they have within this time
 constexpr uint64_t uiMostBuffersPerField = 1000; // beyond, the counter began anew
-
-double GetNominalPeriod(const SStreamFigures& roFigures, uint32_t uiTickFrequencyHz)
-{
-    return roFigures.flNominalRateHz > 0.0 ? uiTickFrequencyHz / roFigures.flNominalRateHz : 0.0;
-}
 
 } // namespace
 
@@ -42,10 +36,16 @@ SWatchEvent CStreamWatch::MakeEvent(EWatchEventKind eKind, uint64_t uiTick, uint
     return oEvent;
 }
 
+// In ticks; 0: not known.
+double CStreamWatch::GetNominalPeriod() const
+{
+    return m_oFigures.flNominalRateHz > 0.0 ? m_roContext.uiTickFrequencyHz / m_oFigures.flNominalRateHz : 0.0;
+}
+
 // By the fields; by the timings until these are there.
 double CStreamWatch::GetPeriod() const
 {
-    return m_oTracker.IsKnown() ? m_oTracker.GetPeriod() : GetNominalPeriod(m_oFigures, m_roContext.uiTickFrequencyHz);
+    return m_oTracker.IsKnown() ? m_oTracker.GetPeriod() : GetNominalPeriod();
 }
 
 void CStreamWatch::TakeRecord(const SFieldRecord& roRecord)
@@ -283,227 +283,10 @@ void CStreamWatch::TakeGridEvents(const SGridResult& roResult)
     }
 }
 
-void CStreamWatch::TakeDescription(const SStreamDescription& roDescription)
-{
-    TakeTimings(roDescription);
-    TakeStates(roDescription);
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    if (roDescription.bHasSkippedBuffers)
-    {
-        if (m_bHasSkippedBefore && roDescription.uiSkippedBuffers != m_uiSkippedBefore)
-        {
-            // A count that is smaller than before began anew at 0.
-            const bool bRestarted = roDescription.uiSkippedBuffers < m_uiSkippedBefore;
-            const uint64_t uiSkipped = roDescription.uiSkippedBuffers - (bRestarted ? 0 : m_uiSkippedBefore);
-            roCounters.uiBuffersSkipped += uiSkipped;
-            SWatchEvent oEvent = MakeEvent(EWatchEventKind::BUFFERS_SKIPPED, 0, uiSkipped);
-            if (uiSkipped > 0)
-            {
-                m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
-            }
-        }
-        m_uiSkippedBefore = roDescription.uiSkippedBuffers;
-        m_bHasSkippedBefore = true;
-    }
-    m_oFigures.oDescription = roDescription;
-    m_bHasDescription = true;
-}
-
-void CStreamWatch::TakeTimings(const SStreamDescription& roDescription)
-{
-    const VtVideo_VidParam& roTimings = roDescription.oTimings;
-    const bool bHasSignal = roTimings.uiHActive != 0 && roTimings.uiVActive != 0;
-    if (!bHasSignal || std::memcmp(&roTimings, &m_oTimings, sizeof(roTimings)) == 0)
-    {
-        return;
-    }
-    const bool bIsFirst = m_oTimings.uiHActive == 0;
-    const double flBefore = m_oFigures.flNominalRateHz;
-    m_oTimings = roTimings;
-    m_bIsAmbiguous = NominalRate_IsAmbiguous(roTimings);
-    m_oPhase.oNominal = {};
-    ChooseNominal();
-    if (bIsFirst)
-    {
-        return;
-    }
-    ++m_oFigures.oCounters.uiTimingChanges;
-    SWatchEvent oEvent = MakeEvent(EWatchEventKind::TIMINGS_CHANGED);
-    oEvent.flBefore = flBefore;
-    oEvent.flAfter = m_oFigures.flNominalRateHz;
-    m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
-    RestartGrid();
-}
-
-void CStreamWatch::TakeStates(const SStreamDescription& roDescription)
-{
-    const SStreamDescription& roBefore = m_oFigures.oDescription;
-    const auto Compare = [&](EWatchEventKind eKind, uint64_t uiBefore, uint64_t uiAfter, uint64_t& ruiCounter)
-    {
-        if (!m_bHasDescription || uiBefore == uiAfter)
-        {
-            return;
-        }
-        ++ruiCounter;
-        SWatchEvent oEvent = MakeEvent(eKind);
-        oEvent.uiBefore = uiBefore;
-        oEvent.uiAfter = uiAfter;
-        m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
-    };
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    Compare(EWatchEventKind::FORMAT_CHANGED, roBefore.ePixelFormat, roDescription.ePixelFormat,
-            roCounters.uiFormatChanges);
-    if (m_oFigures.eDirection == EStreamDirection::INPUT)
-    {
-        Compare(EWatchEventKind::CAPTURE_CHANGED, roBefore.eCaptureState, roDescription.eCaptureState,
-                roCounters.uiStateChanges);
-    }
-    else
-    {
-        Compare(EWatchEventKind::POWER_CHANGED, roBefore.ePowerState, roDescription.ePowerState,
-                roCounters.uiStateChanges);
-    }
-}
-
-void CStreamWatch::ChooseNominal()
-{
-    const SEstimate& roMeasured = m_oFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
-    const SNominalRate oRate = NominalRate_Choose(m_oTimings, roMeasured.bIsValid ? roMeasured.flValue : 0.0);
-    if (oRate == m_oPhase.oNominal)
-    {
-        return;
-    }
-    m_oPhase.oNominal = oRate;
-    m_oTimeDeviation.Clear(); // its phases are told against this rate
-    m_oFigures.uiNominalNumerator = oRate.uiNumerator;
-    m_oFigures.uiNominalDenominator = oRate.uiDenominator;
-    m_oFigures.flNominalRateHz = oRate.GetHz();
-    m_oFigures.flLineSeconds = NominalRate_GetLineSeconds(m_oTimings, oRate);
-}
-
 void CStreamWatch::AnalyseFields(const SClockReading& roClock)
 {
     JudgeGaps(roClock.uiMonotonicNs);
     m_oSignal.Analyse(roClock);
     SStreamCounters& roCounters = m_oFigures.oCounters;
     roCounters.uiFields = roCounters.uiFieldsObserved + roCounters.uiFieldsLost + roCounters.uiFieldsUnobserved;
-}
-
-void CStreamWatch::AnalysePhase(const SInstant& roInstant)
-{
-    m_oHistory.CloseBefore(roInstant.iSecond);
-    std::array<SRateFit, 3> aoFits;
-    for (size_t uiLength = 0; uiLength < aoFits.size(); ++uiLength)
-    {
-        aoFits[uiLength] =
-            StreamPhase_FitWindow(m_oHistory, static_cast<EBlockLength>(uiLength), roInstant.aoTimes[uiLength]);
-    }
-    FillRates(aoFits, roInstant.iSecond - 1);
-    if (m_bIsAmbiguous)
-    {
-        ChooseNominal();
-    }
-    m_oPhase.bIsKnown = false;
-    if (m_oFigures.eState == EStreamState::RUNNING)
-    {
-        StreamPhase_Find(m_oPhase, m_oHistory, roInstant, aoFits, m_roContext.uiTickFrequencyHz);
-    }
-    for (int64_t iSecond = std::max(m_iLastSecond + 1, roInstant.iSecond - uiBlocksPerWindow);
-         iSecond < roInstant.iSecond; ++iSecond)
-    {
-        TakeTimeError(iSecond, aoFits[0].oLine.flSlope);
-    }
-    m_iLastSecond = roInstant.iSecond - 1;
-    const double flSecondsPerTick = 1.0 / m_roContext.uiTickFrequencyHz;
-    m_oFigures.oGridSeconds = {m_oPhase.flGrid * flSecondsPerTick, m_oPhase.flGridErr * flSecondsPerTick,
-                               m_oPhase.bIsKnown};
-    m_oFigures.flPeriodSeconds = GetPeriod() * flSecondsPerTick;
-    FillJitter(aoFits[0], roInstant);
-}
-
-void CStreamWatch::FillRate(ERateWindow eWindow, const SRateFit& roFit)
-{
-    SEstimate& roRate = m_oFigures.aoRateHz[static_cast<size_t>(eWindow)];
-    SEstimate& roPpm = m_oFigures.aoRatePpm[static_cast<size_t>(eWindow)];
-    roRate = {};
-    roPpm = {};
-    if (!roFit.bIsFull || !roFit.oLine.bIsValid)
-    {
-        return;
-    }
-    const double flPeriod = static_cast<double>(m_oHistory.GetPeriod()) + roFit.oLine.flSlope;
-    const double flRelativeErr = roFit.flSlopeErr / flPeriod;
-    roRate.flValue = m_roContext.uiTickFrequencyHz / flPeriod;
-    roRate.flStdErr = roRate.flValue * flRelativeErr;
-    roRate.bIsValid = true;
-    const double flNominalPeriod = GetNominalPeriod(m_oFigures, m_roContext.uiTickFrequencyHz);
-    if (flNominalPeriod > 0.0)
-    {
-        roPpm = {(flNominalPeriod / flPeriod - 1.0) * 1e6, flRelativeErr * 1e6, true};
-    }
-}
-
-void CStreamWatch::FillRates(const std::array<SRateFit, 3>& raoFits, int64_t iSecond)
-{
-    SRateFit oSecond;
-    if (const SFitSums* poSecond = m_oHistory.FindBlock(EBlockLength::SECOND, iSecond); poSecond != nullptr)
-    {
-        oSecond.oLine = FitSums_GetLine(*poSecond);
-        if (oSecond.oLine.bIsValid)
-        {
-            const double flByFields = std::sqrt(oSecond.oLine.flVariance / oSecond.oLine.flNumberNumber);
-            const double flByParts = m_oRecent.GetSlopeErrorByParts(iSecond);
-            const double flRounding = oSecond.oLine.flNoise < 1.0 ? 0.5 / oSecond.oLine.flCount : 0.0;
-            oSecond.flSlopeErr = std::hypot(std::max(flByFields, flByParts), flRounding);
-            oSecond.bIsFull = 2.0 * oSecond.oLine.flCount * GetPeriod() > m_roContext.uiTickFrequencyHz;
-        }
-    }
-    FillRate(ERateWindow::SECONDS_1, oSecond);
-    FillRate(ERateWindow::SECONDS_10, raoFits[0]);
-    FillRate(ERateWindow::SECONDS_100, raoFits[1]);
-    FillRate(ERateWindow::SECONDS_1000, raoFits[2]);
-}
-
-void CStreamWatch::FillJitter(const SRateFit& roTen, const SInstant& roInstant)
-{
-    const double flSecondsPerTick = 1.0 / m_roContext.uiTickFrequencyHz;
-    m_oFigures.flJitterRmsSeconds = 0.0;
-    m_oFigures.flJitterPeakSeconds = 0.0;
-    m_oFigures.oIntervals = {};
-    if (roTen.oLine.bIsValid)
-    {
-        const SJitterFigures oJitter = m_oRecent.GetJitter(roTen.oLine, roInstant.iSecond, flSecondsPerTick);
-        m_oFigures.flJitterRmsSeconds = std::sqrt(roTen.oLine.flVariance) * flSecondsPerTick;
-        m_oFigures.flJitterPeakSeconds = oJitter.flPeakTicks * flSecondsPerTick;
-        m_oFigures.oIntervals = oJitter.oIntervals;
-    }
-    for (size_t uiTime = 0; uiTime < auiTdevSeconds.size(); ++uiTime)
-    {
-        SEstimate oEstimate = m_oTimeDeviation.Get(static_cast<ETdevTime>(uiTime));
-        oEstimate.flValue *= flSecondsPerTick;
-        oEstimate.flStdErr *= flSecondsPerTick;
-        m_oFigures.aoTdevSeconds[uiTime] = oEstimate;
-    }
-}
-
-// The phase of a second's middle against the nominal rate, for the time deviation.
-void CStreamWatch::TakeTimeError(int64_t iSecond, double flSlope)
-{
-    const SFitSums* poSecond = m_oHistory.FindBlock(EBlockLength::SECOND, iSecond);
-    if (poSecond == nullptr || poSecond->flCount == 0.0)
-    {
-        return;
-    }
-    const double flNominalPeriod = GetNominalPeriod(m_oFigures, m_roContext.uiTickFrequencyHz);
-    const auto flGridPeriod = static_cast<double>(m_oHistory.GetPeriod());
-    const double flExcess = flNominalPeriod > 0.0 ? flGridPeriod - flNominalPeriod : 0.0;
-    const double flNumber = static_cast<double>(poSecond->iNumber) + poSecond->flMeanNumber;
-    const double flPhase = static_cast<double>(poSecond->iPhase) + poSecond->flMeanPhase;
-    // From the mean of the fields to the middle of the second, along the slope.
-    const uint64_t uiMiddle = static_cast<uint64_t>(iSecond) * m_roContext.uiTickFrequencyHz;
-    const double flToMiddle =
-        static_cast<double>(static_cast<int64_t>(uiMiddle - m_oHistory.GetGridTick(poSecond->iNumber))) +
-        m_roContext.uiTickFrequencyHz / 2.0 - poSecond->flMeanNumber * flGridPeriod - flPhase;
-    const double flFields = flToMiddle / (flGridPeriod + flSlope);
-    m_oTimeDeviation.Take(iSecond, flPhase + flNumber * flExcess + flFields * (flSlope + flExcess));
 }

@@ -47,6 +47,7 @@ private:
     void TakeStall(const SFieldRecord& roRecord, int64_t iFields);
     void JudgeGaps(uint64_t uiNowNs);
     void JudgeGap(const SFieldGap& roGap);
+    double GetNominalPeriod() const;
     void RestartGrid();
     void ChooseNominal();
     void FillRates(const std::array<SRateFit, 3>& raoFits, int64_t iSecond);

@@ -75,40 +75,44 @@ uint32_t CTickClock::MakeHull(const SPoint& roNewest)
     return uiHull;
 }
 
-void CTickClock::DrawLine(const SPoint& roNewest)
+// The edge of the hull under the mean of all points; level through the lowest one as long as slopes are noise.
+CTickClock::SDelayLine CTickClock::ChooseEdge(uint32_t uiHull, const SRelativePoint& roMean) const
 {
-    const uint32_t uiHull = MakeHull(roNewest);
-    double flMeanTime = 0.0;
-    double flMeanDelay = 0.0;
-    double flLeastDelay = m_aoRelative[0].flDelay;
-    for (uint32_t uiPoint = 0; uiPoint < m_uiCount; ++uiPoint)
+    double flLeast = m_aoRelative[0].flDelay;
+    for (uint32_t uiCorner = 0; uiCorner < uiHull; ++uiCorner)
     {
-        flMeanTime += m_aoRelative[uiPoint].flTime / m_uiCount;
-        flMeanDelay += m_aoRelative[uiPoint].flDelay / m_uiCount;
-        flLeastDelay = std::min(flLeastDelay, m_aoRelative[uiPoint].flDelay);
+        flLeast = std::min(flLeast, m_aoRelative[m_auiHull[uiCorner]].flDelay);
     }
-    double flSlope = 0.0;
-    double flDelay = flLeastDelay; // of the line at the newest point
+    const bool bSlopeCounts = -m_aoRelative[0].flTime >= flSlopeFromNs;
     for (uint32_t uiEdge = 0; uiEdge + 1 < uiHull; ++uiEdge)
     {
         const SRelativePoint& roLeft = m_aoRelative[m_auiHull[uiEdge]];
         const SRelativePoint& roRight = m_aoRelative[m_auiHull[uiEdge + 1]];
-        if (flMeanTime < roLeft.flTime || flMeanTime > roRight.flTime)
+        const double flSlope = (roRight.flDelay - roLeft.flDelay) / (roRight.flTime - roLeft.flTime);
+        if (roMean.flTime >= roLeft.flTime && roMean.flTime <= roRight.flTime &&
+            (bSlopeCounts || std::abs(flSlope) > flScaledSlope))
         {
-            continue;
-        }
-        const double flEdge = (roRight.flDelay - roLeft.flDelay) / (roRight.flTime - roLeft.flTime);
-        if (-m_aoRelative[0].flTime >= flSlopeFromNs || std::abs(flEdge) > flScaledSlope)
-        {
-            flSlope = flEdge;
-            flDelay = roLeft.flDelay - flSlope * roLeft.flTime;
+            return {roLeft.flDelay - flSlope * roLeft.flTime, flSlope};
         }
     }
+    return {flLeast, 0.0};
+}
+
+void CTickClock::DrawLine(const SPoint& roNewest)
+{
+    const uint32_t uiHull = MakeHull(roNewest);
+    SRelativePoint oMean = {0.0, 0.0};
+    for (uint32_t uiPoint = 0; uiPoint < m_uiCount; ++uiPoint)
+    {
+        oMean.flTime += m_aoRelative[uiPoint].flTime / m_uiCount;
+        oMean.flDelay += m_aoRelative[uiPoint].flDelay / m_uiCount;
+    }
+    const SDelayLine oLine = ChooseEdge(uiHull, oMean);
     m_uiTick = roNewest.uiTick;
     m_uiMonotonicNs = roNewest.uiArrivalNs;
-    m_flOffsetNs = flDelay;
-    m_flNsPerTick = m_flNominalNsPerTick * (1.0 + flSlope);
-    m_flUncertaintyNs = std::max(0.0, flMeanDelay - flDelay - flSlope * flMeanTime);
+    m_flOffsetNs = oLine.flAtNewest;
+    m_flNsPerTick = m_flNominalNsPerTick * (1.0 + oLine.flSlope);
+    m_flUncertaintyNs = std::max(0.0, oMean.flDelay - oLine.flAtNewest - oLine.flSlope * oMean.flTime);
 }
 
 void CTickClock::Update()

@@ -63,7 +63,15 @@ private:
     };
 
     void TakeLeast(uint64_t uiTick, uint64_t uiArrivalNs, double flLateNs);
+    // A line over the time after the newest point, nanoseconds.
+    struct SDelayLine
+    {
+        double flAtNewest;
+        double flSlope;
+    };
+
     uint32_t MakeHull(const SPoint& roNewest);
+    SDelayLine ChooseEdge(uint32_t uiHull, const SRelativePoint& roMean) const;
     void DrawLine(const SPoint& roNewest);
 
     double m_flNominalNsPerTick;
