@@ -1,7 +1,7 @@
 // CPU time of 64 threads that wait for 60 fields a second each, beside 64 that do nothing but sleep, as often and as
 // evenly spread. Both run at the same time, the moments of one between those of the other, so that what else the
 // machine does falls on both alike.
-//   RealTimeCost [seconds a run] [runs]
+//   RealTimeCost [seconds per run] [runs]
 #include <algorithm>
 #include <array>
 #include <atomic>

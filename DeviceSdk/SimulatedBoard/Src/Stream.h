@@ -2,8 +2,8 @@
  * One running input or output: the model's fields meet time and callers.
  *
  * Any number of threads wait at once, each on a reader of its own (one reader per handle). In real, scaled and freely
- * stepped time streams and readers share no lock; granted time takes the stream's mutex. All times are ticks of the
- * chip's counter unless named otherwise.
+ * stepped time streams and readers share no lock but the truth file's; granted time takes the stream's mutex. All times
+ * are ticks of the chip's counter unless named otherwise.
  */
 #ifndef SIMULATED_BOARD_STREAM_H
 #define SIMULATED_BOARD_STREAM_H
