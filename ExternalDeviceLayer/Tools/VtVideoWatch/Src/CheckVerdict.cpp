@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
+
+#include "TextFormat.h"
 
 namespace
 {
@@ -26,16 +26,6 @@ int GetRank(EVerdict eVerdict)
         return 3;
     }
     return 1;
-}
-
-[[gnu::format(printf, 1, 2)]] std::string Print(const char* szFormat, ...)
-{
-    char szText[256];
-    va_list oArguments;
-    va_start(oArguments, szFormat);
-    std::vsnprintf(szText, sizeof(szText), szFormat, oArguments);
-    va_end(oArguments);
-    return szText;
 }
 
 SStreamKey GetKey(const SStreamFigures& roStream)
@@ -163,9 +153,9 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
         if (roStream.oCounters.uiSignalLosses > 0)
         {
             Find(EVerdict::WARNING, "expect", {GetKey(roStream)},
-                 Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
-                       static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
-                       roStream.oCounters.flSignalLostSeconds));
+                 TextFormat_Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
+                                  static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
+                                  roStream.oCounters.flSignalLostSeconds));
         }
     }
     else if (bIsExpected || roStream.eState != EStreamState::IDLE)
@@ -182,7 +172,7 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
     if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
     {
         Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {GetKey(roStream)},
-             Print("%s lost %llu fields", rszId.c_str(), static_cast<unsigned long long>(uiLost)));
+             TextFormat_Print("%s lost %llu fields", rszId.c_str(), static_cast<unsigned long long>(uiLost)));
     }
 }
 
@@ -193,9 +183,9 @@ void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
         flMostUnobserved * static_cast<double>(roCounters.uiFields))
     {
         Find(EVerdict::WARNING, "late", {GetKey(roStream)},
-             Print("the watcher was too late for %llu of %llu fields of %s",
-                   static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
-                   static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
+             TextFormat_Print("the watcher was too late for %llu of %llu fields of %s",
+                              static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
+                              static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
     }
 }
 
@@ -222,7 +212,7 @@ void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
                               : flSurely > roLimits.oWarning ? EVerdict::WARNING
                                                              : EVerdict::UNKNOWN;
     Find(eVerdict, "rate", {GetKey(roStream)},
-         Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
+         TextFormat_Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
 }
 
 void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
@@ -254,7 +244,7 @@ void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
     const std::vector<SStreamKey> aoBoth = {{eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}};
     const std::string szPair = szFirst + " and " + szSecond;
     const std::string szOffset =
-        Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);
+        TextFormat_Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);
     switch (roPair.eLock)
     {
     case ELockState::LOCKED:
@@ -262,8 +252,8 @@ void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
         break;
     case ELockState::PASSING:
         Find(EVerdict::WARNING, "locked", aoBoth,
-             Print("%s are only passing each other (%s, drifting %+.3f ppb)", szPair.c_str(), szOffset.c_str(),
-                   roPair.oDriftRatio.flValue * 1e9));
+             TextFormat_Print("%s are only passing each other (%s, drifting %+.3f ppb)", szPair.c_str(),
+                              szOffset.c_str(), roPair.oDriftRatio.flValue * 1e9));
         break;
     case ELockState::FREE:
         Find(EVerdict::CRITICAL, "locked", aoBoth, szPair + " are not in lock (" + szOffset + ")");
@@ -278,9 +268,9 @@ void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
     if (roPair.oOffsetSeconds.bIsValid)
     {
         const double flSeconds = m_roOptions.oThreshold.flSeconds;
-        const std::string szRange = flSeconds > 0.0 ? Print("-%.9f:%.9f", flSeconds, flSeconds) : "";
-        m_oVerdict.aoPerformance.push_back(
-            {szFirst + "_" + szSecond + "_offset", Print("%.9fs", roPair.oOffsetSeconds.flValue), "", szRange, ""});
+        const std::string szRange = flSeconds > 0.0 ? TextFormat_Print("-%.9f:%.9f", flSeconds, flSeconds) : "";
+        m_oVerdict.aoPerformance.push_back({szFirst + "_" + szSecond + "_offset",
+                                            TextFormat_Print("%.9fs", roPair.oOffsetSeconds.flValue), "", szRange, ""});
     }
 }
 
@@ -289,12 +279,12 @@ void CJudge::AddPerformance(const SStreamFigures& roStream, const std::string& r
     const SEstimate* poPpm = FindPpm(roStream);
     if (poPpm != nullptr)
     {
-        SPerformance oPpm = {rszId + "_ppm", Print("%.4f", poPpm->flValue), "", "", ""};
+        SPerformance oPpm = {rszId + "_ppm", TextFormat_Print("%.4f", poPpm->flValue), "", "", ""};
         if (m_roOptions.oRateWithinPpm)
         {
             const SLimits<double>& roLimits = *m_roOptions.oRateWithinPpm;
-            oPpm.szWarning = Print("-%g:%g", roLimits.oWarning, roLimits.oWarning);
-            oPpm.szCritical = Print("-%g:%g", roLimits.oCritical, roLimits.oCritical);
+            oPpm.szWarning = TextFormat_Print("-%g:%g", roLimits.oWarning, roLimits.oWarning);
+            oPpm.szCritical = TextFormat_Print("-%g:%g", roLimits.oCritical, roLimits.oCritical);
         }
         m_oVerdict.aoPerformance.push_back(oPpm);
     }
@@ -311,10 +301,10 @@ void CJudge::AddPerformance(const SStreamFigures& roStream, const std::string& r
 
 void CJudge::Summarise()
 {
-    std::string szText = Print("%u of %zu streams run", m_uiRunning, m_aoStreams.size());
+    std::string szText = TextFormat_Print("%u of %zu streams run", m_uiRunning, m_aoStreams.size());
     if (m_uiInLock > 0)
     {
-        szText += Print(", %u pairs in lock", m_uiInLock);
+        szText += TextFormat_Print(", %u pairs in lock", m_uiInLock);
     }
     // A board where nothing runs is no good news, whatever was asked for.
     const EVerdict eSummary = m_aoStreams.empty() ? EVerdict::UNKNOWN

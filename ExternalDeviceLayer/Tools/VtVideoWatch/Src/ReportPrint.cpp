@@ -1,24 +1,13 @@
 #include "ReportPrint.h"
 
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "TextFormat.h"
 #include "WatchJson.h"
 
 namespace
 {
-
-[[gnu::format(printf, 1, 2)]] std::string Print(const char* szFormat, ...)
-{
-    char szText[512];
-    va_list oArguments;
-    va_start(oArguments, szFormat);
-    std::vsnprintf(szText, sizeof(szText), szFormat, oArguments);
-    va_end(oArguments);
-    return szText;
-}
 
 std::string GetId(const SReportStream& roStream)
 {
@@ -39,13 +28,13 @@ std::string GetLength(double flSeconds)
     constexpr double flMinute = 60.0;
     if (flSeconds < flMinute)
     {
-        return Print("%.3f s", flSeconds);
+        return TextFormat_Print("%.3f s", flSeconds);
     }
     const auto uiSeconds = static_cast<uint64_t>(std::llround(flSeconds));
     const std::string szClock =
-        Print("%02u:%02u:%02u", static_cast<unsigned>(uiSeconds / 3600 % 24),
-              static_cast<unsigned>(uiSeconds / 60 % 60), static_cast<unsigned>(uiSeconds % 60));
-    return uiSeconds < 86400 ? szClock : Print("%u d ", static_cast<unsigned>(uiSeconds / 86400)) + szClock;
+        TextFormat_Print("%02u:%02u:%02u", static_cast<unsigned>(uiSeconds / 3600 % 24),
+                         static_cast<unsigned>(uiSeconds / 60 % 60), static_cast<unsigned>(uiSeconds % 60));
+    return uiSeconds < 86400 ? szClock : TextFormat_Print("%u d ", static_cast<unsigned>(uiSeconds / 86400)) + szClock;
 }
 
 // Down to a ten thousandth, never rounded up to a whole hundred that was not reached.
@@ -56,12 +45,12 @@ std::string GetAvailability(const SReportStream& roStream)
         return "-";
     }
     const double flPart = std::min(roStream.flRunningSeconds / roStream.flWatchedSeconds, 1.0);
-    return Print("%.4f %%", std::floor(flPart * 1e6) / 1e4);
+    return TextFormat_Print("%.4f %%", std::floor(flPart * 1e6) / 1e4);
 }
 
 std::string GetDrift(const SEstimate& roDrift)
 {
-    return roDrift.bIsValid ? Print("%+.2f +/- %.2f", roDrift.flValue * 1e9, roDrift.flStdErr * 1e9) : "-";
+    return roDrift.bIsValid ? TextFormat_Print("%+.2f +/- %.2f", roDrift.flValue * 1e9, roDrift.flStdErr * 1e9) : "-";
 }
 
 std::string GetMembers(const SReportLock& roLock)
@@ -91,33 +80,34 @@ std::string PrintHead(const SReport& roReport)
 
 std::string PrintStreams(const SReport& roReport)
 {
-    std::string szText = Print("\n%-7s %-18s %13s %12s %8s %13s %13s %18s\n", "STREAM", "NAME", "WATCHED", "AVAILABLE",
-                               "LOST", "WORST GAP", "RATE Hz", "DRIFT ppb per h");
+    std::string szText = TextFormat_Print("\n%-7s %-18s %13s %12s %8s %13s %13s %18s\n", "STREAM", "NAME", "WATCHED",
+                                          "AVAILABLE", "LOST", "WORST GAP", "RATE Hz", "DRIFT ppb per h");
     for (const SReportStream& roStream : roReport.aoStreams)
     {
-        szText += Print("%-7s %-18.18s %13s %12s %8llu %13s ", GetId(roStream).c_str(), roStream.oTexts.szName.c_str(),
-                        GetLength(roStream.flWatchedSeconds).c_str(), GetAvailability(roStream).c_str(),
-                        static_cast<unsigned long long>(roStream.uiLost),
-                        roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
         szText +=
-            Print("%13s %18s\n", roStream.oRateHz.bIsValid ? Print("%.6f", roStream.oRateHz.flValue).c_str() : "-",
-                  GetDrift(roStream.oDriftPerHour).c_str());
+            TextFormat_Print("%-7s %-18.18s %13s %12s %8llu %13s ", GetId(roStream).c_str(),
+                             roStream.oTexts.szName.c_str(), GetLength(roStream.flWatchedSeconds).c_str(),
+                             GetAvailability(roStream).c_str(), static_cast<unsigned long long>(roStream.uiLost),
+                             roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
+        szText += TextFormat_Print(
+            "%13s %18s\n", roStream.oRateHz.bIsValid ? TextFormat_Print("%.6f", roStream.oRateHz.flValue).c_str() : "-",
+            GetDrift(roStream.oDriftPerHour).c_str());
     }
     return szText;
 }
 
 std::string PrintHours(const SReport& roReport)
 {
-    std::string szText = Print("\n%-17s %8s %14s %12s %18s %12s\n", "EVENTS PER HOUR", "EVENTS", "SIGNAL LOSSES",
-                               "FIELDS LOST", "FIELDS UNOBSERVED", "LOCK CHANGES");
+    std::string szText = TextFormat_Print("\n%-17s %8s %14s %12s %18s %12s\n", "EVENTS PER HOUR", "EVENTS",
+                                          "SIGNAL LOSSES", "FIELDS LOST", "FIELDS UNOBSERVED", "LOCK CHANGES");
     for (const SReportHour& roHour : roReport.aoHours)
     {
-        szText += Print("%-17s %8llu %14llu %12llu %18llu %12llu\n", GetMoment(roHour.iUtcNs).substr(0, 16).c_str(),
-                        static_cast<unsigned long long>(roHour.uiEvents),
-                        static_cast<unsigned long long>(roHour.uiSignalLosses),
-                        static_cast<unsigned long long>(roHour.uiFieldsLost),
-                        static_cast<unsigned long long>(roHour.uiFieldsUnobserved),
-                        static_cast<unsigned long long>(roHour.uiLockChanges));
+        szText += TextFormat_Print(
+            "%-17s %8llu %14llu %12llu %18llu %12llu\n", GetMoment(roHour.iUtcNs).substr(0, 16).c_str(),
+            static_cast<unsigned long long>(roHour.uiEvents), static_cast<unsigned long long>(roHour.uiSignalLosses),
+            static_cast<unsigned long long>(roHour.uiFieldsLost),
+            static_cast<unsigned long long>(roHour.uiFieldsUnobserved),
+            static_cast<unsigned long long>(roHour.uiLockChanges));
     }
     return roReport.aoHours.empty() ? "\nNo events.\n" : szText;
 }
@@ -128,7 +118,8 @@ std::string PrintLocks(const SReport& roReport)
     for (const SReportLock& roLock : roReport.aoLocks)
     {
         szText += GetMoment(roLock.iFromUtcNs) + "  for " +
-                  Print("%13s", GetLength(static_cast<double>(roLock.iToUtcNs - roLock.iFromUtcNs) * 1e-9).c_str()) +
+                  TextFormat_Print("%13s",
+                                   GetLength(static_cast<double>(roLock.iToUtcNs - roLock.iFromUtcNs) * 1e-9).c_str()) +
                   (roLock.bIsOpen ? " (to the end)  " : "  ") + GetMembers(roLock) + "\n";
     }
     return roReport.aoLocks.empty() ? "\nNo lock groups formed or ended.\n" : szText;
@@ -231,14 +222,16 @@ std::string ReportPrint_Csv(const SReport& roReport)
     {
         szText +=
             GetId(roStream) + "," + QuoteCsv(roStream.oTexts.szName) +
-            Print(",%.3f,%.3f,%llu,%llu,%llu,%llu,%llu,%.6f", roStream.flWatchedSeconds, roStream.flRunningSeconds,
-                  static_cast<unsigned long long>(roStream.uiFields), static_cast<unsigned long long>(roStream.uiLost),
-                  static_cast<unsigned long long>(roStream.uiUnobserved),
-                  static_cast<unsigned long long>(roStream.uiSkipped),
-                  static_cast<unsigned long long>(roStream.uiSignalLosses), roStream.flWorstGapSeconds);
+            TextFormat_Print(",%.3f,%.3f,%llu,%llu,%llu,%llu,%llu,%.6f", roStream.flWatchedSeconds,
+                             roStream.flRunningSeconds, static_cast<unsigned long long>(roStream.uiFields),
+                             static_cast<unsigned long long>(roStream.uiLost),
+                             static_cast<unsigned long long>(roStream.uiUnobserved),
+                             static_cast<unsigned long long>(roStream.uiSkipped),
+                             static_cast<unsigned long long>(roStream.uiSignalLosses), roStream.flWorstGapSeconds);
         for (const SEstimate* poEstimate : {&roStream.oRateHz, &roStream.oDriftPerHour})
         {
-            szText += poEstimate->bIsValid ? Print(",%.12g,%.6g", poEstimate->flValue, poEstimate->flStdErr) : ",,";
+            szText += poEstimate->bIsValid ? TextFormat_Print(",%.12g,%.6g", poEstimate->flValue, poEstimate->flStdErr)
+                                           : ",,";
         }
         szText += "\r\n";
     }
