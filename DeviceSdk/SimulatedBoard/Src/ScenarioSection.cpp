@@ -251,7 +251,7 @@ void CScenarioSection::Require(std::string_view szKey)
 
 void CScenarioSection::Finish(bool bOnlyMisspelt)
 {
-    for (size_t uiChild = 0; uiChild < m_abUsed.size(); ++uiChild)
+    for (size_t uiChild = 0; uiChild < m_abUsed.size() && (m_bMissing || !m_roFault.IsSet()); ++uiChild)
     {
         const SScenarioNode& roChild = m_roTable.aoChildren[uiChild];
         const std::string* poNearest = m_abUsed[uiChild] ? nullptr : Spelling_FindNearest(roChild.szKey, m_aszAsked);
@@ -259,10 +259,8 @@ void CScenarioSection::Finish(bool bOnlyMisspelt)
         {
             continue;
         }
-        if (std::exchange(m_bMissing, false))
-        {
-            m_roFault = {};
-        }
+        m_bMissing = false;
+        m_roFault = {};
         m_roFault.Set(roChild.uiLine, "unknown key " + roChild.szKey +
                                           (poNearest == nullptr ? "" : ": did you mean " + *poNearest + "?"));
     }
