@@ -194,6 +194,40 @@ TEST(WatchFields, ALostSignalHasABeginAnEndAndNoLostFields)
     EXPECT_NEAR(static_cast<double>(oBench.GetInput(2).iStateSinceUtcNs - oBench.ToUtcNs(1'000'000'000)), 0.0, 2e7);
 }
 
+TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
+{
+    const WatchEnginePtr poEngine = WatchEngine_Create({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
+    SWatchSnapshot oSnapshot;
+    SFieldRecord oRecord = {};
+    oRecord.uiArrivalNs = 10'000'000'000;
+    const auto Take = [&](EWaitResult eResult, uint64_t uiWaitedNs)
+    {
+        oRecord.eResult = eResult;
+        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs + 1000;
+        oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
+        oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
+        oRecord.uiFieldCounter += 16;
+        WatchEngine_TakeRecord(*poEngine, gc_eIn, 0, oRecord);
+        WatchEngine_Analyse(*poEngine, {.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
+        return oSnapshot.aoDirections[0].aoStreams[0].eState;
+    };
+    for (uint32_t uiField = 0; uiField < 30; ++uiField)
+    {
+        Take(EWaitResult::FIELD, 100'000'000);
+    }
+    Take(EWaitResult::TIMED_OUT, 50'000'000);
+    EXPECT_EQ(Take(EWaitResult::TIMED_OUT, 5'000'000'000), EStreamState::RUNNING) << "the machine stood still";
+    for (uint32_t uiWait = 0; uiWait < 16; ++uiWait)
+    {
+        EXPECT_EQ(Take(EWaitResult::TIMED_OUT, 50'000'000), EStreamState::RUNNING);
+    }
+    for (uint32_t uiWait = 0; uiWait < 4; ++uiWait)
+    {
+        Take(EWaitResult::TIMED_OUT, 50'000'000);
+    }
+    EXPECT_EQ(oSnapshot.aoDirections[0].aoStreams[0].eState, EStreamState::LOST);
+}
+
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'format_change', at_s = 20, standard = '1080p59.94' }]"));

@@ -30,12 +30,12 @@ struct SWatchSettings
 // What the clocks of the machine say, read together by the caller.
 struct SClockReading
 {
-    uint64_t uiMonotonicNs;         // CLOCK_MONOTONIC
-    int64_t iUtcNs;                 // CLOCK_REALTIME at the same moment
-    int32_t iTaiOffsetSeconds;      // TAI - UTC, 0: not known
-    bool bIsSynchronised;           // the kernel's word
-    double flEstimatedErrorSeconds; // the kernel's estimate
-    double flReadingErrorSeconds;   // how far apart both clocks may have been read
+    uint64_t uiMonotonicNs = 0;           // CLOCK_MONOTONIC
+    int64_t iUtcNs = 0;                   // CLOCK_REALTIME at the same moment
+    int32_t iTaiOffsetSeconds = 0;        // TAI - UTC, 0: not known
+    bool bIsSynchronised = false;         // the kernel's word
+    double flEstimatedErrorSeconds = 0.0; // the kernel's estimate
+    double flReadingErrorSeconds = 0.0;   // how far apart both clocks may have been read
 };
 
 struct SWatchEngine;

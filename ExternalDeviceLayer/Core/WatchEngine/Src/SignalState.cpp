@@ -9,6 +9,8 @@ namespace
 constexpr double flSecondsPerNs = 1e-9;
 constexpr double flSilentNs = 1e9;
 constexpr double flSilentPeriods = 4.0;
+constexpr double flLeastTimeOutNs = 1e6;
+constexpr double flTimeOutFactor = 1.5;
 
 double GetSeconds(uint64_t uiFromNs, uint64_t uiToNs)
 {
@@ -122,8 +124,18 @@ bool CSignalState::TakeField(const SFieldRecord& roRecord, double flPeriod)
     m_bHasField = true;
     m_uiLastTick = roRecord.uiTick;
     m_uiLastNs = roRecord.uiArrivalNs;
+    m_flWaitedNs = 0.0;
     SetState(EStreamState::RUNNING, roRecord.uiTick, roRecord.uiArrivalNs);
     return bIsFirst;
+}
+
+// Time that was waited in vain. A wait that took much longer than others that timed out was not all waiting: the
+// machine stood still.
+void CSignalState::AddSilence(const SFieldRecord& roRecord)
+{
+    const auto flNs = static_cast<double>(static_cast<int64_t>(roRecord.uiArrivalNs - roRecord.uiWaitBeginNs));
+    m_flTimeOutNs = std::clamp(flNs, flLeastTimeOutNs, m_flTimeOutNs);
+    m_flWaitedNs += std::min(flNs, flTimeOutFactor * m_flTimeOutNs);
 }
 
 void CSignalState::TakeOther(const SFieldRecord& roRecord, double flPeriod)
@@ -134,9 +146,9 @@ void CSignalState::TakeOther(const SFieldRecord& roRecord, double flPeriod)
     case EWaitResult::TIMED_OUT:
     {
         const double flPeriodNs = flPeriod * m_roContext.oClock.GetNsPerTick();
-        const auto flSinceNs = static_cast<double>(static_cast<int64_t>(roRecord.uiArrivalNs - m_uiLastNs));
+        AddSilence(roRecord);
         if (m_roFigures.eState == EStreamState::RUNNING &&
-            flSinceNs >= std::max(flSilentNs, flSilentPeriods * flPeriodNs))
+            m_flWaitedNs >= std::max(flSilentNs, flSilentPeriods * flPeriodNs))
         {
             BeginAway(false);
         }

@@ -28,6 +28,7 @@ public:
 
 private:
     void Begin(uint64_t uiMonotonicNs);
+    void AddSilence(const SFieldRecord& roRecord);
     void BeginAway(bool bIsCanceled);
     void EndAway(const SFieldRecord& roRecord, double flPeriod);
     void DeclareLoss();
@@ -43,7 +44,9 @@ private:
     bool m_bIsCanceled = false;
     uint64_t m_uiLastTick = 0; // of the last field
     uint64_t m_uiLastNs = 0;
-    uint64_t m_uiSinceTick = 0; // of the state
+    double m_flWaitedNs = 0.0;    // in vain since then
+    double m_flTimeOutNs = 250e6; // shortest wait that timed out, at most this
+    uint64_t m_uiSinceTick = 0;   // of the state
     uint64_t m_uiSinceNs = 0;
     uint64_t m_uiBeganNs = 0;        // to be watched
     double m_flRunningSeconds = 0.0; // without the present run
