@@ -7,6 +7,9 @@
 namespace
 {
 
+// Fields that a counter may tell of at once: ever, and before the period is known.
+constexpr double flMostFields = 1e9;
+constexpr double flMostUntimed = 500.0;
 // Nobody waits through so many fields: silence of a second is a lost signal.
 constexpr int64_t iMostJudged = 100'000;
 // Shares of a period: how near to the begin of a wait a field may start and still count as outside; how much of a
@@ -77,18 +80,19 @@ SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& r
     }
     const int64_t iFields = iDifference / iCounterPerField + (iDifference % iCounterPerField >= 8 ? 1 : 0);
     const auto flTicks = static_cast<double>(static_cast<int64_t>(roField.uiTick - roBefore.uiTick));
-    const double flByTime = flPeriod > 0.0 ? flTicks / flPeriod : static_cast<double>(iFields);
+    const double flByTime = flPeriod > 0.0 ? flTicks / flPeriod : flMostUntimed;
     if (iDifference > 0 && iFields <= 1)
     {
         return {ECounterStep::FORWARD, 1};
     }
     // Long gaps may hide a change of rate, so only a counter that is far ahead of the time has jumped there.
-    const double flMost = iFields <= 16 ? flByTime + 0.5 : 2.0 * flByTime;
+    const double flMost = std::min(iFields <= 16 ? flByTime + 0.5 : 2.0 * flByTime, flMostFields);
     if (iDifference > 0 && static_cast<double>(iFields) <= flMost)
     {
         return {ECounterStep::FORWARD, iFields};
     }
-    return {ECounterStep::JUMPED, flByTime < 1e9 ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
+    const bool bByTime = flPeriod > 0.0 && flByTime < flMostFields;
+    return {ECounterStep::JUMPED, bByTime ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
 }
 
 double FieldGap_GetNotablyLateNs(double flUsualLateNs, double flPeriodNs)

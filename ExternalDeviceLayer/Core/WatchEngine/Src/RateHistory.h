@@ -64,7 +64,7 @@ public:
     int64_t GetSecond() const { return m_iSecond; }
     int64_t GetPhase(int64_t iNumber, uint64_t uiTick) const
     {
-        return static_cast<int64_t>(uiTick - m_uiTick) - iNumber * m_iPeriod;
+        return static_cast<int64_t>(uiTick - GetGridTick(iNumber));
     }
     /* What a field's tick is before its phase. */
     uint64_t GetGridTick(int64_t iNumber) const
