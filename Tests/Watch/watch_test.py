@@ -117,7 +117,7 @@ class Check(WatchCase):
         both = ("--locked", "IN_00,IN_01")
         cases = [
             (LOCKED, (*both, "--expect", "IN_00,IN_01", "--rate-within", "1,5"), 1, "VIDEO WARNING - IN_00 runs at +"),
-            (LOCKED, (*both, "--within", "20us", "--rate-within", "5"), 0, "VIDEO OK - 2 of 2 streams run, 1 pairs in"),
+            (LOCKED, (*both, "--within", "20us", "--rate-within", "5"), 0, "VIDEO OK - 2 of 2 streams run, 1 pair in"),
             (FREE, ("--locked", "IN_00,IN_02"), 2, "VIDEO CRITICAL - IN_00 and IN_02 are not in lock"),
             (GOING, (), 2, "VIDEO CRITICAL - IN_01 is lost"),
             (LOSING, ("--most-lost", "0,100"), 1, "VIDEO WARNING - IN_01 lost "),

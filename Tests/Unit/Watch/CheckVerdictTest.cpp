@@ -78,7 +78,7 @@ const SCase aoCases[] = {
     {"nothing runs at all", [](auto&, auto& roNow) { In(roNow, 0).eState = In(roNow, 1).eState = EStreamState::IDLE; },
      EVerdict::CRITICAL, "0 of 3"},
     {"a lost field is a warning by itself", [](auto&, auto& roNow) { In(roNow, 0).oCounters.uiFieldsLost = 1; },
-     EVerdict::WARNING, "IN_00 lost 1 fields"},
+     EVerdict::WARNING, "IN_00 lost 1 field"},
     {"lost fields at the limit are well",
      [](auto& roOptions, auto& roNow)
      {
@@ -127,7 +127,7 @@ const SCase aoCases[] = {
          roOptions.oRateWithinPpm = {5.0, 5.0};
      },
      EVerdict::UNKNOWN, "the rate of IN_00 is not known"},
-    {"in lock", [](auto& roOptions, auto&) { AskForLock(roOptions); }, EVerdict::OK, "1 pairs in lock"},
+    {"in lock", [](auto& roOptions, auto&) { AskForLock(roOptions); }, EVerdict::OK, "1 pair in lock"},
     {"a lock that the eye believes",
      [](auto& roOptions, auto& roNow)
      {
@@ -184,7 +184,7 @@ TEST(CheckVerdict, PrintsOneLineWithPerformanceData)
     oOptions.oMostLost = {1, 2};
     const SWatchPublication oPublication = MakePublication();
     const std::string szLine = CheckVerdict_Print(CheckVerdict_Judge(oOptions, oPublication));
-    EXPECT_THAT(szLine, StartsWith("VIDEO OK - 2 of 3 streams run, 1 pairs in lock | "));
+    EXPECT_THAT(szLine, StartsWith("VIDEO OK - 2 of 3 streams run, 1 pair in lock | "));
     EXPECT_THAT(szLine, HasSubstr(" IN_00_ppm=2.0000;-5:5;-10:10 IN_00_lost=0;1;2;0 IN_00_unobserved=0;;;0 "));
     EXPECT_THAT(szLine, HasSubstr(" IN_00_IN_01_offset=0.000005000s;;-0.000010000:0.000010000"));
 }

@@ -28,6 +28,12 @@ int GetRank(EVerdict eVerdict)
     return 1;
 }
 
+// "1 field", "2 fields"
+std::string CountOf(uint64_t uiCount, const char* szWhat)
+{
+    return std::to_string(uiCount) + " " + szWhat + (uiCount == 1 ? "" : "s");
+}
+
 SStreamKey GetKey(const SStreamFigures& roStream)
 {
     return {roStream.eDirection, roStream.uiIndex};
@@ -153,8 +159,8 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
         if (roStream.oCounters.uiSignalLosses > 0)
         {
             Find(EVerdict::WARNING, "expect", {GetKey(roStream)},
-                 TextFormat_Print("%s lost its signal %llu times, for %.3f s", rszId.c_str(),
-                                  static_cast<unsigned long long>(roStream.oCounters.uiSignalLosses),
+                 TextFormat_Print("%s lost its signal %s, for %.3f s", rszId.c_str(),
+                                  CountOf(roStream.oCounters.uiSignalLosses, "time").c_str(),
                                   roStream.oCounters.flSignalLostSeconds));
         }
     }
@@ -172,7 +178,7 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
     if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
     {
         Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {GetKey(roStream)},
-             TextFormat_Print("%s lost %llu fields", rszId.c_str(), static_cast<unsigned long long>(uiLost)));
+             rszId + " lost " + CountOf(uiLost, "field"));
     }
 }
 
@@ -304,7 +310,7 @@ void CJudge::Summarise()
     std::string szText = TextFormat_Print("%u of %zu streams run", m_uiRunning, m_aoStreams.size());
     if (m_uiInLock > 0)
     {
-        szText += TextFormat_Print(", %u pairs in lock", m_uiInLock);
+        szText += ", " + CountOf(m_uiInLock, "pair") + " in lock";
     }
     // A board where nothing runs is no good news, whatever was asked for.
     const EVerdict eSummary = m_aoStreams.empty() ? EVerdict::UNKNOWN
