@@ -1,22 +1,29 @@
 // CPU time and memory of the whole watch with 32 inputs and 32 outputs in real time, its store on, beside a process
 // with as many threads that only wait for the fields of the same board. In turns, so that what else the machine does
-// falls on both.
-//   WatchCost [seconds a turn] [pairs] [arguments of the watch...]
+// falls on both. With --served one client scrapes every five seconds, and another one listens to the live stream.
+//   WatchCost [seconds a turn] [pairs] [--served] [arguments of the watch...]
 #include <VtSimulatedBoard.h>
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include "HttpClient.h"
 
 namespace
 {
@@ -83,6 +90,69 @@ double ReadResidentMiB(pid_t iProcess)
     return flResident * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1024.0 * 1024.0);
 }
 
+// A port that nobody listens on at the moment.
+std::string FindAddress()
+{
+    sockaddr_in oAddress = {};
+    oAddress.sin_family = AF_INET;
+    oAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t uiSize = sizeof(oAddress);
+    const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bind(iSocket, reinterpret_cast<const sockaddr*>(&oAddress), uiSize);
+    getsockname(iSocket, reinterpret_cast<sockaddr*>(&oAddress), &uiSize);
+    close(iSocket);
+    return "127.0.0.1:" + std::to_string(ntohs(oAddress.sin_port));
+}
+
+// A scrape every five seconds and a live listener, in this process: what they cost themselves is not counted.
+class CClients
+{
+public:
+    explicit CClients(const std::string& rszAddress)
+        : m_oScraper([this, rszAddress] { Scrape(rszAddress); }),
+          m_oListener([this, rszAddress] { Listen(rszAddress); })
+    {
+    }
+
+    ~CClients()
+    {
+        m_bEnds = true;
+        m_oScraper.join();
+        m_oListener.join();
+        std::printf("%u scrapes, %u live snapshots\n", m_uiScrapes.load(), m_uiSnapshots.load());
+    }
+
+private:
+    void Scrape(const std::string& rszAddress)
+    {
+        for (uint32_t uiStep = 0; !m_bEnds; ++uiStep)
+        {
+            if (uiStep % 50 == 0)
+            {
+                m_uiScrapes +=
+                    HttpClient_Ask(rszAddress, "GET /metrics").find("vt_video_phase_seconds{") != std::string::npos;
+            }
+            usleep(100000);
+        }
+    }
+
+    void Listen(const std::string& rszAddress)
+    {
+        CHttpClient oClient(rszAddress);
+        oClient.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n");
+        while (!m_bEnds)
+        {
+            m_uiSnapshots += oClient.TakeUntil("event: snapshot");
+        }
+    }
+
+    std::atomic<bool> m_bEnds = false;
+    std::atomic<uint32_t> m_uiScrapes = 0;
+    std::atomic<uint32_t> m_uiSnapshots = 0;
+    std::thread m_oScraper;
+    std::thread m_oListener;
+};
+
 struct SLoad
 {
     double flCores;
@@ -90,7 +160,7 @@ struct SLoad
 };
 
 // What a process of its own takes, once it has settled.
-template <typename TBody> SLoad MeasureLoad(TBody fnBody, uint32_t uiSeconds)
+template <typename TBody> SLoad MeasureLoad(TBody fnBody, uint32_t uiSeconds, const std::string& rszServed = {})
 {
     const pid_t iProcess = fork();
     if (iProcess == 0)
@@ -101,6 +171,7 @@ template <typename TBody> SLoad MeasureLoad(TBody fnBody, uint32_t uiSeconds)
         _exit(1);
     }
     usleep(uiSettleUs);
+    const std::unique_ptr<CClients> poClients(rszServed.empty() ? nullptr : new CClients(rszServed));
     clockid_t iClock = 0;
     clock_getcpuclockid(iProcess, &iClock);
     const double flBefore = ReadCpuSeconds(iClock);
@@ -129,10 +200,12 @@ int main(int iArguments, char** pszArguments)
     }
     const std::string szScenario = std::string(szFolder) + "/scenario.toml";
     const std::string szStore = std::string(szFolder) + "/store";
+    const std::string szAddress = FindAddress();
     WriteScenario(szScenario);
     setenv("VELTRANO_SCENARIO", szScenario.c_str(), 1);
-    std::vector<std::string> aszArguments = {VT_WATCH_FILE, "serve", "--listen", "127.0.0.1:0", "--store", szStore};
-    for (int iArgument = 3; iArgument < iArguments; ++iArgument)
+    std::vector<std::string> aszArguments = {VT_WATCH_FILE, "serve", "--listen", szAddress, "--store", szStore};
+    const bool bIsServed = iArguments > 3 && std::strcmp(pszArguments[3], "--served") == 0;
+    for (int iArgument = bIsServed ? 4 : 3; iArgument < iArguments; ++iArgument)
     {
         aszArguments.emplace_back(pszArguments[iArgument]);
     }
@@ -146,7 +219,8 @@ int main(int iArguments, char** pszArguments)
     for (int iPair = 0; iPair < iPairs; ++iPair)
     {
         const SLoad oBare = MeasureLoad(RunBareLoop, uiSeconds);
-        const SLoad oWatch = MeasureLoad([&] { execv(VT_WATCH_FILE, apszArguments.data()); }, uiSeconds);
+        const SLoad oWatch = MeasureLoad([&] { execv(VT_WATCH_FILE, apszArguments.data()); }, uiSeconds,
+                                         bIsServed ? szAddress : std::string());
         aflRatios.push_back(oWatch.flCores / oBare.flCores);
         std::printf("bare loop %.2f %% of a core; watch %.2f %%, %.1f MiB resident; ratio %.3f\n",
                     oBare.flCores * 100.0, oWatch.flCores * 100.0, oWatch.flMiB, aflRatios.back());

@@ -50,6 +50,13 @@ const std::string& CHttpClient::ReadUntil(const std::string& szText)
     return m_szRead;
 }
 
+bool CHttpClient::TakeUntil(const std::string& szText)
+{
+    const size_t uiFound = ReadUntil(szText).find(szText);
+    m_szRead.erase(0, uiFound == std::string::npos ? m_szRead.size() : uiFound + szText.size());
+    return uiFound != std::string::npos;
+}
+
 std::string HttpClient_Ask(const std::string& szAddress, const std::string& szRequestLine, const std::string& szHeaders)
 {
     CHttpClient oClient(szAddress);

@@ -19,6 +19,9 @@ public:
 
     // Until a text has come, or the server closes, or ten seconds have passed; gives all that has come so far.
     const std::string& ReadUntil(const std::string& szText);
+    // The same, and forgets what has come up to the end of the text; false when it has not come.
+    bool TakeUntil(const std::string& szText);
+
     const std::string& ReadAll() { return ReadUntil("\x01 never \x01"); }
 
 private:

@@ -216,8 +216,8 @@ mg_context* StartLibrary(SHttpServer& roServer)
     oCallbacks.begin_request = OnRequest;
     oCallbacks.http_error = OnError;
     oCallbacks.init_thread = OnThread;
+    // Not log_access: with that the library asks the time by a call that is not for several threads.
     oCallbacks.log_message = KeepQuiet;
-    oCallbacks.log_access = KeepQuiet;
     const std::string szPorts = roServer.oAddress.szHost + ":" + std::to_string(roServer.oAddress.uiPort);
     const char* aszOptions[] = {"listening_ports",
                                 szPorts.c_str(),
