@@ -8,8 +8,7 @@ namespace
 
 constexpr const char* szTraceRemedy =
     "prepare its trace for your group, run as root, or set VELTRANO_INPUT_MODE=own (docs/LinuxBoard.md, \"Rights\")";
-constexpr const char* szTakenRemedy = "end the other program, or run this one as root without the prepared trace "
-                                      "(docs/LinuxBoard.md, \"Rights\")";
+constexpr const char* szTakenRemedy = "end the other program, or run this one as root (docs/LinuxBoard.md, \"Rights\")";
 constexpr const char* szReadRemedy = "let its owner stream, as with v4l2-ctl --stream-mmap (docs/LinuxBoard.md, "
                                      "\"What there is\")";
 

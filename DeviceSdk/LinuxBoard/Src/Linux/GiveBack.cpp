@@ -52,8 +52,8 @@ bool IsSafe(const std::string& szFolder, bool bOursAlone)
     return (oStat.st_uid == geteuid() || oStat.st_uid == 0) && ((oStat.st_mode & 022) == 0 || bSticky);
 }
 
-/* Our folder in the first place that does for it; empty when none does. */
-std::string NoteFolder()
+/* Our folder in the first place that does for it; empty when none does, or has it and it is not to be made. */
+std::string NoteFolder(bool bMake)
 {
     const std::string szUser = std::to_string(geteuid());
     const char* szRuntime = std::getenv("XDG_RUNTIME_DIR");
@@ -65,7 +65,8 @@ std::string NoteFolder()
         szFolder += rszPlace == "/tmp" ? "/veltrano-" + szUser : "/veltrano";
         if (rszPlace.empty() || !IsSafe(rszPlace, false))
             continue;
-        mkdir(szFolder.c_str(), 0700);
+        if (bMake)
+            mkdir(szFolder.c_str(), 0700);
         if (IsSafe(szFolder, true))
             return szFolder;
     }
@@ -117,7 +118,7 @@ void FollowFile(const std::string& szFile)
 
 void OpenTable(SNotes& roNotes)
 {
-    const std::string szFolder = NoteFolder();
+    const std::string szFolder = NoteFolder(true);
     if (!szFolder.empty())
     {
         roNotes.szFile = szFolder + "/" + std::string(szNotePrefix) + std::to_string(getpid());
@@ -163,7 +164,7 @@ void PutInForce(SGiveBackNote& roNote, ENoteKind eKind)
 
 void GiveBack_Leftovers()
 {
-    const std::string szFolder = NoteFolder();
+    const std::string szFolder = NoteFolder(false);
     const std::unique_ptr<DIR, int (*)(DIR*)> poFolder(szFolder.empty() ? nullptr : opendir(szFolder.c_str()),
                                                        &closedir);
     if (poFolder == nullptr)

@@ -77,14 +77,14 @@ ETraceAccess CTraceFeed::Access(const std::string& szVideo)
     const char* szDirectory = TraceInstance_Directory();
     if (szDirectory == nullptr)
         return ETraceAccess::None;
-    const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
-    if (!aoPipes.empty())
-        return Claim(aoPipes) ? ETraceAccess::Granted : ETraceAccess::Taken;
     const std::string szEnable = "/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/enable";
-    return IsAllowed(std::string(szDirectory) + "/instances", W_OK | X_OK) &&
-                   IsAllowed(std::string(szDirectory) + szEnable, W_OK)
-               ? ETraceAccess::Granted
-               : ETraceAccess::None;
+    if (IsAllowed(std::string(szDirectory) + "/instances", W_OK | X_OK) &&
+        IsAllowed(std::string(szDirectory) + szEnable, W_OK))
+        return ETraceAccess::Granted;
+    const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
+    if (aoPipes.empty())
+        return ETraceAccess::None;
+    return Claim(aoPipes) ? ETraceAccess::Granted : ETraceAccess::Taken;
 }
 
 bool CTraceFeed::OpenPipes(const std::string& szInstance)
