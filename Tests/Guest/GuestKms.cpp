@@ -2,12 +2,18 @@
  * Plays the program that drives displays: becomes master of cards, sets modes, flips buffers, switches off and on.
  * Its arguments are the orders, obeyed one after the other:
  *   card <node>                 opens a card and becomes its master; later orders are for it
+ *   watch <node>                opens a card without becoming its master
+ *   blanks <ms>                 waits for each vertical blank of the card, and does nothing else
  *   mode <kHz> <8 positions>    sets a mode on the first connector (hdisplay ... vtotal)
- *   flip <ms>                   flips on every vertical blank of all cards that have a mode
+ *   phase <us>                  starts the card's vertical blanks so much later than those of the first card
+ *   late <permille> <permille>  from now on buffers are set this part of a field after its start, in turn; 0 at first
+ *   flip <ms>                   flips in every field of all cards that have a mode
  *   hold <ms>                   does nothing
  *   off | on                    switches the CRTC off, and on again with the same mode
  *   truth                       prints the stamp of each card's last vertical blank
+ *   verbose                     from now on each flip is printed: card, sequence, stamp in us
  */
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -34,12 +40,19 @@ struct SCard
     uint32_t uiConnector = 0;
     uint32_t uiCrtc = 0;
     drmModeModeInfo oMode{};
-    std::array<uint32_t, 2> auiFramebuffers{};
+    std::array<uint32_t, 3> auiFramebuffers{};
     size_t uiShown = 0;
     uint64_t uiFlips = 0;
+    CClock::time_point oFieldStart;
     bool bPending = false;
     bool bOn = false;
+
+    double Hz() const { return oMode.clock * 1000.0 / (oMode.htotal * oMode.vtotal); }
 };
+
+// When in a field buffers are set, in turn.
+std::array<int, 2> g_aiLatePermille{};
+bool g_bVerbose = false;
 
 [[noreturn]] void Fail(const char* szWhat)
 {
@@ -53,21 +66,22 @@ void Check(int iResult, const char* szWhat)
         Fail(szWhat);
 }
 
-SCard OpenCard(const char* szNode)
+SCard OpenCard(const char* szNode, bool bMaster)
 {
     SCard oCard;
     oCard.szNode = szNode;
     oCard.iFd = open(szNode, O_RDWR | O_CLOEXEC);
     if (oCard.iFd < 0)
         Fail("open");
-    Check(drmSetMaster(oCard.iFd), "drmSetMaster");
+    if (bMaster)
+        Check(drmSetMaster(oCard.iFd), "drmSetMaster");
     drmModeRes* poResources = drmModeGetResources(oCard.iFd);
     if (poResources == nullptr || poResources->count_connectors == 0 || poResources->count_crtcs == 0)
         Fail("drmModeGetResources");
     oCard.uiConnector = poResources->connectors[0];
     oCard.uiCrtc = poResources->crtcs[0];
     drmModeFreeResources(poResources);
-    std::printf("master %s\n", szNode);
+    std::printf("%s %s\n", bMaster ? "master" : "opened", szNode);
     return oCard;
 }
 
@@ -115,54 +129,115 @@ void SetMode(SCard& roCard, const std::array<uint32_t, 9>& rauiTimings)
     SwitchOn(roCard);
 }
 
-void OnFlip(int /*iFd*/, unsigned int /*uiSequence*/, unsigned int /*uiSeconds*/, unsigned int /*uiMicroseconds*/,
-            void* pvCard)
+uint64_t StampNs(const SCard& roCard)
+{
+    uint64_t uiSequence = 0;
+    uint64_t uiStampNs = 0;
+    Check(drmCrtcGetSequence(roCard.iFd, roCard.uiCrtc, &uiSequence, &uiStampNs), "drmCrtcGetSequence");
+    return uiStampNs;
+}
+
+// The virtual card counts its fields from the moment at which somebody first wants to know of them.
+void StartAtPhase(const SCard& roFirst, SCard& roCard, int iUs)
+{
+    constexpr CClock::duration SWITCHING{std::chrono::milliseconds(50)};
+    SwitchOff(roCard);
+    SwitchOn(roCard);
+    const CClock::duration oPeriod{static_cast<int64_t>(1e9 / roFirst.Hz())};
+    CClock::time_point oStart{std::chrono::nanoseconds(StampNs(roFirst)) + std::chrono::microseconds(iUs)};
+    while (oStart < CClock::now() + SWITCHING)
+        oStart += oPeriod;
+    while (CClock::now() < oStart)
+    {
+    }
+    uint64_t uiQueued = 0;
+    Check(drmCrtcQueueSequence(roCard.iFd, roCard.uiCrtc, DRM_CRTC_SEQUENCE_RELATIVE, 1, &uiQueued, 0),
+          "drmCrtcQueueSequence");
+}
+
+void OnFlip(int /*iFd*/, unsigned int uiSequence, unsigned int uiSeconds, unsigned int uiMicroseconds, void* pvCard)
 {
     auto* poCard = static_cast<SCard*>(pvCard);
     poCard->bPending = false;
     poCard->uiFlips++;
+    poCard->oFieldStart =
+        CClock::time_point(std::chrono::seconds(uiSeconds) + std::chrono::microseconds(uiMicroseconds));
+    if (g_bVerbose)
+        std::printf("flip %s %u %u%06u\n", poCard->szNode.c_str(), uiSequence, uiSeconds, uiMicroseconds);
+}
+
+void OnSequence(int /*iFd*/, uint64_t /*uiSequence*/, uint64_t /*uiNs*/, uint64_t /*uiUser*/) {}
+
+// Flips a card whose moment has come; otherwise brings roWake forward to it.
+void FlipWhenDue(SCard& roCard, CClock::time_point& roWake)
+{
+    if (!roCard.bOn || roCard.bPending)
+        return;
+    const CClock::duration oPeriod{static_cast<int64_t>(1e9 / roCard.Hz())};
+    const CClock::time_point oDue = roCard.oFieldStart + oPeriod * g_aiLatePermille[roCard.uiFlips % 2] / 1000;
+    if (oDue > CClock::now())
+    {
+        roWake = std::min(roWake, oDue);
+        return;
+    }
+    roCard.uiShown = (roCard.uiShown + 1) % roCard.auiFramebuffers.size();
+    Check(drmModePageFlip(roCard.iFd, roCard.uiCrtc, roCard.auiFramebuffers[roCard.uiShown], DRM_MODE_PAGE_FLIP_EVENT,
+                          &roCard),
+          "drmModePageFlip");
+    roCard.bPending = true;
+}
+
+void HandleEvents(SCard& roCard)
+{
+    drmEventContext oContext{};
+    oContext.version = 4;
+    oContext.page_flip_handler = OnFlip;
+    oContext.sequence_handler = OnSequence;
+    drmHandleEvent(roCard.iFd, &oContext);
 }
 
 void Flip(std::deque<SCard>& raoCards, int iMs)
 {
-    drmEventContext oContext{};
-    oContext.version = 2;
-    oContext.page_flip_handler = OnFlip;
     const auto oEnd = CClock::now() + std::chrono::milliseconds(iMs);
     while (CClock::now() < oEnd)
     {
         std::vector<pollfd> aoPolled;
+        CClock::time_point oWake = CClock::now() + std::chrono::milliseconds(50);
         for (SCard& roCard : raoCards)
         {
             aoPolled.push_back({roCard.iFd, POLLIN, 0});
-            if (!roCard.bOn || roCard.bPending)
-                continue;
-            roCard.uiShown = 1 - roCard.uiShown;
-            Check(drmModePageFlip(roCard.iFd, roCard.uiCrtc, roCard.auiFramebuffers[roCard.uiShown],
-                                  DRM_MODE_PAGE_FLIP_EVENT, &roCard),
-                  "drmModePageFlip");
-            roCard.bPending = true;
+            FlipWhenDue(roCard, oWake);
         }
-        poll(aoPolled.data(), aoPolled.size(), 50);
-        for (const pollfd& roPolled : aoPolled)
-            if ((roPolled.revents & POLLIN) != 0)
-                drmHandleEvent(roPolled.fd, &oContext);
+        const auto oWaitNs = std::chrono::nanoseconds(oWake - CClock::now()).count();
+        const timespec oWait{0, std::clamp<long>(oWaitNs, 0, 999999999)};
+        ppoll(aoPolled.data(), aoPolled.size(), &oWait, nullptr);
+        for (size_t uiCard = 0; uiCard < raoCards.size(); uiCard++)
+            if ((aoPolled[uiCard].revents & POLLIN) != 0)
+                HandleEvents(raoCards[uiCard]);
     }
     for (SCard& roCard : raoCards) // a flip that is under way must not meet the next order
         if (roCard.bPending)
-            drmHandleEvent(roCard.iFd, &oContext);
+            HandleEvents(roCard);
+}
+
+void WaitForBlanks(const SCard& roCard, int iMs)
+{
+    const auto oEnd = CClock::now() + std::chrono::milliseconds(iMs);
+    while (CClock::now() < oEnd)
+    {
+        drmVBlank oBlank{};
+        oBlank.request.type = DRM_VBLANK_RELATIVE;
+        oBlank.request.sequence = 1;
+        Check(drmWaitVBlank(roCard.iFd, &oBlank), "drmWaitVBlank");
+    }
 }
 
 void PrintTruth(const std::deque<SCard>& raoCards)
 {
     for (const SCard& roCard : raoCards)
     {
-        uint64_t uiSequence = 0;
-        uint64_t uiStampNs = 0;
-        Check(drmCrtcGetSequence(roCard.iFd, roCard.uiCrtc, &uiSequence, &uiStampNs), "drmCrtcGetSequence");
-        const drmModeModeInfo& roMode = roCard.oMode;
         std::printf("truth %s stamp %llu hz %.9f flips %llu\n", roCard.szNode.c_str(),
-                    static_cast<unsigned long long>(uiStampNs), roMode.clock * 1000.0 / (roMode.htotal * roMode.vtotal),
+                    static_cast<unsigned long long>(StampNs(roCard)), roCard.Hz(),
                     static_cast<unsigned long long>(roCard.uiFlips));
     }
 }
@@ -179,7 +254,11 @@ int main(int iArguments, char** pszArguments)
         const std::string& rszOrder = aszOrders[uiAt];
         const auto Next = [&] { return ++uiAt < aszOrders.size() ? aszOrders[uiAt].c_str() : ""; };
         if (rszOrder == "card")
-            aoCards.push_back(OpenCard(Next()));
+            aoCards.push_back(OpenCard(Next(), true));
+        else if (rszOrder == "watch")
+            aoCards.push_back(OpenCard(Next(), false));
+        else if (rszOrder == "blanks")
+            WaitForBlanks(aoCards.back(), std::atoi(Next()));
         else if (rszOrder == "mode")
         {
             std::array<uint32_t, 9> auiTimings;
@@ -187,6 +266,13 @@ int main(int iArguments, char** pszArguments)
                 ruiTiming = static_cast<uint32_t>(std::atoi(Next()));
             SetMode(aoCards.back(), auiTimings);
         }
+        else if (rszOrder == "phase")
+            StartAtPhase(aoCards.front(), aoCards.back(), std::atoi(Next()));
+        else if (rszOrder == "late")
+            for (int& riPermille : g_aiLatePermille)
+                riPermille = std::atoi(Next());
+        else if (rszOrder == "verbose")
+            g_bVerbose = true;
         else if (rszOrder == "flip")
             Flip(aoCards, std::atoi(Next()));
         else if (rszOrder == "hold")
