@@ -149,6 +149,10 @@ void CWatchBench::Step(SStream& roStream)
     }
     oRecord.uiArrivalNs = std::max({uiDueNs, roStream.uiWaitNs + 1000, roStream.uiNotBeforeNs});
     oRecord.uiRunDelayNs = roStream.uiRunDelayNs;
+    if (m_oSetup.bKernelTells && eStatus == VtStatus_OK)
+    {
+        oRecord.uiRunDelayNs = oRecord.uiArrivalNs - roStream.uiAheadNs;
+    }
     roStream.uiRunDelayNs = 0;
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;

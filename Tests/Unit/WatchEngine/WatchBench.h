@@ -21,6 +21,7 @@ struct SBenchSetup
     double flClockPpm = 0.0;       // CLOCK_MONOTONIC against the chip's
     double flLatencyNs = 20'000.0; // least delay of a wake-up
     double flSpreadNs = 10'000.0;  // mean of what comes on top
+    bool bKernelTells = false;     // how long a thread stood ready before each arrival
     int32_t iTaiOffsetSeconds = 37;
     uint64_t uiStartTick = 0; // of the chip, when that is not its frequency
 };

@@ -114,6 +114,17 @@ TEST(WatchFields, AMachineThatStandsStillIsSeenWhereverItsStreamsComeBack)
     EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 1500U);
 }
 
+TEST(WatchFields, LossesAreFoundOnABusyMachineWhoseKernelTellsOfDelays)
+{
+    SBenchSetup oSetup;
+    oSetup.flSpreadNs = 800e3;
+    oSetup.bKernelTells = true;
+    CWatchBench oBench(MakeInput("event = [{ kind = 'missed_field', at_field = 400, every_fields = 97 }]"), oSetup);
+    oBench.Run(60);
+    EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsLost, (60U * 60 - 3 - 400) / 97 + 1);
+    EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 0U);
+}
+
 TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'hang', at_s = 3, ms = 250 }]"));

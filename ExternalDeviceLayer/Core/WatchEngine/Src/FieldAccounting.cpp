@@ -26,7 +26,6 @@ struct SJudge
     const SFieldGap& roGap;
     std::span<const SStretch> aoStalls;
     double flPeriodNs = 0.0;
-    bool bLateUnexplained = false; // the wait returned late, and not for want of a processor
 
     bool IsOutside(double flStart) const;
     bool IsExcused(double flStart) const;
@@ -53,8 +52,7 @@ bool SJudge::IsExcused(double flStart) const
 {
     const bool bInLastWait = flStart >= After(roGap.uiLastWaitNs, roGap.uiArrivalNs);
     const double flReady = -flStart; // from its begin to the arrival
-    if (bInLastWait &&
-        (bLateUnexplained || static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flReadyShare) * flPeriodNs))
+    if (bInLastWait && static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flReadyShare) * flPeriodNs)
     {
         return true;
     }
@@ -95,13 +93,23 @@ SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& r
     return {ECounterStep::JUMPED, bByTime ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
 }
 
-double FieldGap_GetNotablyLateNs(double flUsualLateNs, double flPeriodNs)
+double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flUsualLateNs,
+                           double flPeriodNs)
 {
-    return std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, flPeriodNs / 4.0));
+    const double flNotablyLate =
+        std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, flPeriodNs / 4.0));
+    if (flPeriodNs <= 0.0 || flLateNs <= flNotablyLate)
+    {
+        return 0.0;
+    }
+    const auto flReady = static_cast<double>(roField.uiRunDelayNs);
+    const double flSinceDue = flLateNs + static_cast<double>(iFields - 1) * flPeriodNs;
+    const bool bIsExplained = flReady > 0.0 && flLateNs <= flReady + flUnexplainedNs;
+    const double flWaited = After(roField.uiArrivalNs, roField.uiWaitBeginNs);
+    return std::clamp(bIsExplained ? flReady : flSinceDue, 0.0, std::min(flSinceDue, std::max(0.0, flWaited)));
 }
 
-SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, double flUsualLateNs,
-                           std::span<const SStretch> aoStalls)
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStretch> aoStalls)
 {
     SGapVerdict oVerdict;
     const double flTick = static_cast<double>(roGap.iMissing) * roGap.flPeriod;
@@ -113,10 +121,6 @@ SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, do
     }
     SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
     const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
-    const double flNotablyLate = FieldGap_GetNotablyLateNs(flUsualLateNs, oJudge.flPeriodNs);
-    const bool bLate = -flLastStart > flNotablyLate && roGap.uiLastWaitNs < roGap.uiArrivalNs;
-    const auto flRunDelay = static_cast<double>(roGap.uiRunDelayNs);
-    oJudge.bLateUnexplained = bLate && (roGap.uiRunDelayNs == 0 || -flLastStart > flRunDelay + flUnexplainedNs);
     for (int64_t iBack = roGap.iMissing; iBack > 0; --iBack)
     {
         const double flStart = flLastStart - static_cast<double>(iBack) * oJudge.flPeriodNs;

@@ -6,8 +6,8 @@
  * is unobserved when, with its start moved to CLOCK_MONOTONIC by the tick clock,
  *  - it began while the thread was outside a wait;
  *  - the kernel says that the thread may have stood ready without a processor from its begin until the wait returned;
- *  - the wait returned notably late, and the kernel's account does not explain that: the machine itself stood still;
- *  - another stream's wait, or the analysis, was held up meanwhile.
+ *  - this or another stream's wait, or the analysis, was held up meanwhile: it returned notably late, and the kernel's
+ *    account either says for how long, or does not explain it and the machine itself stood still.
  * Otherwise it is lost. A wait that returns late gets the newest field, so that a late wake looks like a gap.
  */
 #ifndef FIELD_ACCOUNTING_H
@@ -72,16 +72,21 @@ struct SGapVerdict
     uint64_t uiFirstUnobservedTick = 0;
 };
 
-/* From which lateness on a wait that returns is notably late. */
-double FieldGap_GetNotablyLateNs(double flUsualLateNs, double flPeriodNs);
+/*
+ * How long before its arrival a wait was held up, in nanoseconds; 0 when it is not notably late. As long as the thread
+ * stood ready if the kernel's account explains the lateness, otherwise back to the first field that it missed.
+ *   iFields        in  from the field before to this one
+ *   flLateNs       in  how late the wait returned
+ *   flUsualLateNs  in  how late this stream's waits return on average
+ */
+double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flUsualLateNs,
+                           double flPeriodNs);
 
 /*
  * Judges a gap.
- *   flUsualLateNs  in  how late this stream's waits return on average
- *   aoStalls       in  when waits of any stream were due and did not return
+ *   aoStalls  in  when waits of any stream, this one too, were held up
  */
-SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, double flUsualLateNs,
-                           std::span<const SStretch> aoStalls);
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStretch> aoStalls);
 
 // Where the thread was since the last field.
 class CWaitTrace

@@ -74,11 +74,12 @@ SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, doubl
         const SRecentSecond* poSecond = nullptr;
         double flBefore = 0.0;
         double flBeforeNumber = -2.0;
-        for (const SRecentField& roField : GetSecond(iSecond, poSecond))
+        const std::span<const SRecentField> aoFields = GetSecond(iSecond, poSecond);
+        const double flOrigin = static_cast<double>(poSecond->iPhase - roLine.iPhase) -
+                                roLine.GetPhase(static_cast<double>(poSecond->iNumber - roLine.iNumber));
+        for (const SRecentField& roField : aoFields)
         {
-            const double flNumber = static_cast<double>(poSecond->iNumber - roLine.iNumber) + double{roField.flNumber};
-            const double flDeviation = static_cast<double>(poSecond->iPhase - roLine.iPhase) + double{roField.flPhase} -
-                                       roLine.GetPhase(flNumber);
+            const double flDeviation = flOrigin + double{roField.flPhase} - roLine.flSlope * double{roField.flNumber};
             flLeast = bIsFirst ? flDeviation : std::min(flLeast, flDeviation);
             flMost = bIsFirst ? flDeviation : std::max(flMost, flDeviation);
             bIsFirst = false;

@@ -76,19 +76,17 @@ void CStreamWatch::TakeArrival(const SFieldRecord& roRecord)
     m_flLateNs = flLateNs;
 }
 
-// A wait that was due and did not return is a witness for the other streams, back to the first field that it missed.
+// A wait that was held up is a witness, for this stream and all others.
 void CStreamWatch::TakeStall(const SFieldRecord& roRecord, int64_t iFields)
 {
     const double flPeriodNs = GetPeriod() * m_roContext.oClock.GetNsPerTick();
-    if (flPeriodNs <= 0.0 || m_flLateNs <= FieldGap_GetNotablyLateNs(m_flUsualLateNs, flPeriodNs))
+    m_oFigures.oCounters.uiLateWakes += flPeriodNs > 0.0 && m_flLateNs > flLateWakeShare * flPeriodNs ? 1 : 0;
+    const auto uiStallNs =
+        static_cast<uint64_t>(FieldGap_GetStallNs(roRecord, iFields, m_flLateNs, m_flUsualLateNs, flPeriodNs));
+    if (uiStallNs > 0)
     {
-        return;
+        m_roContext.oStalls.Add(roRecord.uiArrivalNs - uiStallNs, roRecord.uiArrivalNs);
     }
-    m_oFigures.oCounters.uiLateWakes += m_flLateNs > flLateWakeShare * flPeriodNs ? 1 : 0;
-    const auto uiDueNs = static_cast<uint64_t>(m_flLateNs + static_cast<double>(iFields - 1) * flPeriodNs);
-    const uint64_t uiBeginNs = std::max(roRecord.uiArrivalNs - std::min(uiDueNs, roRecord.uiArrivalNs),
-                                        std::min(roRecord.uiWaitBeginNs, roRecord.uiArrivalNs));
-    m_roContext.oStalls.Add(uiBeginNs, roRecord.uiArrivalNs);
 }
 
 void CStreamWatch::TakeField(const SFieldRecord& roRecord)
@@ -180,7 +178,7 @@ void CStreamWatch::JudgeGaps(uint64_t uiNowNs)
 
 void CStreamWatch::JudgeGap(const SFieldGap& roGap)
 {
-    const SGapVerdict oVerdict = FieldGap_Judge(roGap, m_roContext.oClock, m_flUsualLateNs, m_roContext.oStalls.Get());
+    const SGapVerdict oVerdict = FieldGap_Judge(roGap, m_roContext.oClock, m_roContext.oStalls.Get());
     m_oFigures.oCounters.uiFieldsLost += oVerdict.uiLost;
     m_oFigures.oCounters.uiFieldsUnobserved += oVerdict.uiUnobserved;
     if (oVerdict.uiLost > 0)

@@ -4,6 +4,7 @@
 #ifndef WATCH_CONTEXT_H
 #define WATCH_CONTEXT_H
 
+#include <algorithm>
 #include <array>
 #include <span>
 
@@ -11,12 +12,20 @@
 #include "FieldAccounting.h"
 #include "TickClock.h"
 
-// When waits were due and did not return, in the last seconds; the longest ones.
+// When waits were due and did not return, in the last seconds; the longest ones. Those that touch are one.
 class CStallList
 {
 public:
     void Add(uint64_t uiBeginNs, uint64_t uiEndNs)
     {
+        for (SStretch& roStall : std::span(m_aoStalls.data(), m_uiCount))
+        {
+            if (uiBeginNs <= roStall.uiEndNs && roStall.uiBeginNs <= uiEndNs)
+            {
+                roStall = {std::min(uiBeginNs, roStall.uiBeginNs), std::max(uiEndNs, roStall.uiEndNs)};
+                return;
+            }
+        }
         if (m_uiCount < m_aoStalls.size())
         {
             m_aoStalls[m_uiCount++] = {uiBeginNs, uiEndNs};
