@@ -81,11 +81,14 @@ TEST(WatchLock, RatesFarFromTheNominalOneCostNoCertainty)
     // Seconds hold 59 or 60 of these fields, each stream's at other seconds: their means lie at other moments.
     const std::string szFar = "[[chip.input]]\nstandard = '1080p59.94'\nppm = 90\njitter_ticks = 3\n";
     CWatchBench oBench(szFar + szFar + "phase_us = 3000\n");
-    oBench.Run(60);
-    const SPairFigures& roPair = oBench.GetPair(0, 1);
-    EXPECT_NEAR(roPair.oOffsetSeconds.flValue, 3e-3, 20e-9);
-    EXPECT_NEAR(roPair.oDriftRatio.flValue, 0.0, 4.0 * roPair.oDriftRatio.flStdErr);
-    EXPECT_LT(roPair.oDriftRatio.flStdErr, 1e-9);
+    for (uint32_t uiRound = 0; uiRound < 8; ++uiRound)
+    {
+        oBench.Run(8);
+        const SPairFigures& roPair = oBench.GetPair(0, 1);
+        EXPECT_NEAR(roPair.oOffsetSeconds.flValue, 3e-3, 20e-9);
+        EXPECT_LT(roPair.oOffsetSeconds.flStdErr, 20e-9);
+        EXPECT_NEAR(roPair.oDriftRatio.flValue, 0.0, 4.0 * roPair.oDriftRatio.flStdErr);
+    }
 }
 
 TEST(WatchLock, LocksThatHoldAreNotRevokedOverHours)
