@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -20,8 +21,6 @@ namespace
 
 // What ends or stops the process, and has to wait until a key read has put the terminal back.
 constexpr int aiEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP};
-
-volatile sig_atomic_t g_bIsScreenResized = 0;
 
 void HandleSignal(int iSignal);
 
@@ -51,9 +50,12 @@ void HandleSignal(int iSignal)
     errno = iErrno;
 }
 
-void HandleResize(int /*iSignal*/)
+sigset_t ResizeSignal()
 {
-    g_bIsScreenResized = 1;
+    sigset_t oSignals;
+    sigemptyset(&oSignals);
+    sigaddset(&oSignals, SIGWINCH);
+    return oSignals;
 }
 
 // The terminal for the length of one key read: raw and non-blocking, then as it was found. Signals that would end or
@@ -208,9 +210,9 @@ void SetCursorPosition(uint32_t uiXPos, uint32_t uiYPos)
 
 bool TakeScreenResize()
 {
-    const bool bIsResized = g_bIsScreenResized != 0;
-    g_bIsScreenResized = 0;
-    return bIsResized;
+    const sigset_t oSignals = ResizeSignal();
+    const timespec oNoWait = {};
+    return sigtimedwait(&oSignals, nullptr, &oNoWait) == SIGWINCH;
 }
 
 void PrepareTerminal()
@@ -232,8 +234,7 @@ void PrepareTerminal()
             CatchSignal(iSignal);
         }
     }
-    struct sigaction oResize = {};
-    oResize.sa_handler = HandleResize;
-    oResize.sa_flags = SA_RESTART;
-    sigaction(SIGWINCH, &oResize, nullptr);
+    // Kept until it is asked for, and not handled: a handler would end the pause of the moment before its time.
+    const sigset_t oSignals = ResizeSignal();
+    pthread_sigmask(SIG_BLOCK, &oSignals, nullptr);
 }
