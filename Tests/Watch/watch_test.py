@@ -178,7 +178,7 @@ class Serve(WatchCase):
                 told.append(manager.recv(4096).decode())
             self.assertTrue(any("STATUS=simulated board: 2 running" in message for message in told), told)
 
-    def test_no_watchdog_while_the_analysis_stands_still(self):
+    def test_pings_the_watchdog_from_named_threads(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
             path = str(self.folder / "notify")
             manager.bind(path)

@@ -1,6 +1,10 @@
 #include "CheckCommand.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
+#include <thread>
 #include <unistd.h>
 
 #include "CheckVerdict.h"
@@ -15,6 +19,7 @@ namespace
 constexpr uint32_t uiEndMs = 850;
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiBeatMs = 50;
+constexpr uint32_t uiPatienceSeconds = 10; // beyond the time that was asked for: to open the board, and to judge
 
 int Say(const std::string& rszLine, EVerdict eVerdict)
 {
@@ -27,6 +32,30 @@ int SayUnknown(const std::string& rszText)
 {
     return Say("VIDEO UNKNOWN - " + rszText, EVerdict::UNKNOWN);
 }
+
+// Answers in the board's place when one of its calls does not come back: a monitoring system must hear something.
+class CAnswerGuard
+{
+public:
+    explicit CAnswerGuard(std::chrono::seconds oPatience)
+        : m_oThread([this, oPatience](const std::stop_token& roStop) { Await(roStop, oPatience); })
+    {
+    }
+
+private:
+    void Await(const std::stop_token& roStop, std::chrono::seconds oPatience)
+    {
+        std::unique_lock oLock(m_oMutex);
+        if (!m_oStopped.wait_for(oLock, roStop, oPatience, [&roStop] { return roStop.stop_requested(); }))
+        {
+            _exit(SayUnknown("the board does not answer"));
+        }
+    }
+
+    std::mutex m_oMutex;
+    std::condition_variable_any m_oStopped;
+    std::jthread m_oThread;
+};
 
 SWatchSettings MakeSettings(const SCheckOptions& roOptions)
 {
@@ -81,6 +110,7 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
 {
     CSignalWatch oSignals;
     oSignals.Start(uiEndMs, static_cast<int>(EVerdict::UNKNOWN), {});
+    const CAnswerGuard oGuard(std::chrono::seconds(roOptions.uiSeconds + uiPatienceSeconds));
     CBoardSession oSession;
     std::string szFault;
     int iStatus = static_cast<int>(EVerdict::UNKNOWN);
