@@ -85,10 +85,16 @@ SSearch OpenFromSystem()
 SSearch OpenOwn()
 {
     std::error_code oError;
-    const std::filesystem::path oFolder = std::filesystem::read_symlink("/proc/self/exe", oError).parent_path();
+    const std::filesystem::path oProgram = std::filesystem::read_symlink("/proc/self/exe", oError);
+    if (oError)
+    {
+        // What is left would be a folder beside the current one, which is anybody's.
+        return {nullptr, std::string(szLibrary) + ": there is none in the system, and where the program is cannot be " +
+                             "found out (/proc/self/exe: " + oError.message() + ")"};
+    }
     for (const char* szFolder : aszOwnFolders)
     {
-        const std::filesystem::path oFile = oFolder / szFolder / szLibrary;
+        const std::filesystem::path oFile = oProgram.parent_path() / szFolder / szLibrary;
         if (std::filesystem::exists(oFile, oError))
         {
             return Open(oFile.string());
