@@ -23,8 +23,10 @@ struct SCableLockResult
 
 /*
  * Runs the test for g_uiCableLockDurationSec seconds, one sample per second, and reports through Log and, but for the
- * rows of timestamps, the SDK's debug channel. uiNbOfVideo          in  number of streams paoVideoMonitorData  in their
- * records hDev                 in  the board, for the debug channel
+ * rows of timestamps, the SDK's debug channel.
+ *   uiNbOfVideo          in  number of streams
+ *   paoVideoMonitorData  in  their records
+ *   hDev                 in  the board, for the debug channel
  */
 void CableLockStatus(uint32_t uiNbOfVideo, const SMonitorUserData* paoVideoMonitorData, VtDevice_Handle hDev);
 

@@ -38,8 +38,11 @@ inline void PublishRates(SMonitorUserData& roData, const VtVideo_VidParam& roVid
 
 /*
  * Adds a pass to the long-run totals of a record and derives average, ppm, maximum and minimum. The average is fields
- * per second also for interlaced streams. roData           in/out  the record; its own thread only uiCounts         in
- * field counts of the pass uiTicks          in      ticks of the pass uiTickPerSecond  in      tick frequency, not 0
+ * per second also for interlaced streams.
+ *   roData           in/out  the record; its own thread only
+ *   uiCounts         in      field counts of the pass
+ *   uiTicks          in      ticks of the pass
+ *   uiTickPerSecond  in      tick frequency, not 0
  *   flPassRate       in      rate of the pass
  */
 void AddPassToTotals(SMonitorUserData& roData, uint64_t uiCounts, uint64_t uiTicks, uint32_t uiTickPerSecond,
