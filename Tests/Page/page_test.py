@@ -129,7 +129,7 @@ class PageTest(unittest.TestCase):
 
     def test_3_the_chart_has_the_points_that_the_api_has(self):
         self.open("?view=stream&stream=IN_01")
-        rows = "const c = document.querySelector('.stream-view').charts; if (!c) return null;" \
+        rows = "const c = document.querySelector('.stream-view')?.charts; if (!c) return null;" \
                "return Array.from({length: c.phase.rows()}, (_, i) => c.phase.value(i))"
         drawn = [row for row in self.until(lambda: self.script(rows)) if row[1] is not None]
         self.assertGreater(len(drawn), 5)
@@ -146,7 +146,7 @@ class PageTest(unittest.TestCase):
         self.until(lambda: self.text(".spans"))
         self.browser.find_element(By.CSS_SELECTOR, "button[data-span='3600']").click()
         self.assertIn("span=3600", self.browser.current_url)
-        self.until(lambda: self.script("return document.querySelector('.stream-view').charts"))
+        self.until(lambda: self.script("return document.querySelector('.stream-view')?.charts"))
         self.browser.find_element(By.CSS_SELECTOR, "button[aria-label='Zoom in']").click()
         link = self.browser.current_url
         self.assertRegex(link, "from=.*to=")
