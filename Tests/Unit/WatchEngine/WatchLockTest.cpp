@@ -148,6 +148,31 @@ TEST(WatchLock, GroupsKeepTheirIdentityWhileTheyLast)
     EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U);
 }
 
+TEST(WatchLock, WanderDoesNotMakeALockFlicker)
+{
+    // 12 ppb apart; the wander of the one takes their drift through 0 twice in 90 s.
+    CWatchBench oBench("lock_group = [{ name = 'house', wander_ticks = 40, wander_period_s = 90 }]\n"
+                       "[[chip.input]]\nstandard = '1080p60'\njitter_ticks = 2\nlock_group = 'house'\n"
+                       "[[chip.input]]\nstandard = '1080p60'\njitter_ticks = 2\nppm = 0.012\nphase_us = 2\n");
+    oBench.Run(10);
+    for (uint32_t uiSecond = 10; uiSecond < 600; ++uiSecond)
+    {
+        oBench.Run(1);
+        ASSERT_EQ(oBench.GetPair(0, 1).eLock, ELockState::PASSING) << "after " << uiSecond << " s";
+    }
+}
+
+TEST(WatchLock, ALockThatIsRegainedCountsAgain)
+{
+    CWatchBench oBench(MakeInput("") +
+                       MakeInput("phase_us = 1\nevent = [{ kind = 'lock_lost', at_s = 20, for_s = 60, ppm = 0.04 }]"));
+    oBench.Run(80);
+    EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::PASSING);
+    oBench.Run(220);
+    EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::LOCKED);
+    EXPECT_EQ(oBench.Count(EWatchEventKind::GROUP_FORMED, 0), 2U);
+}
+
 TEST(WatchLock, TheReferenceStaysUntilItIsGoneForGood)
 {
     CWatchBench oBench(MakeHouse(

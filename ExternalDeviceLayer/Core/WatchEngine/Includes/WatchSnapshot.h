@@ -153,6 +153,7 @@ struct SPairFigures
     double flOffsetLines = 0.0; // in lines of the first; 0 when these are not known
     SEstimate oDriftRatio;      // growth of the offset, seconds per second
     ELockState eLock = ELockState::IDLE;
+    uint32_t uiSecondsToLock = 0; // without drift, until a pair that passes counts as locked
     double flSecondsToThreshold = -1.0;
     double flSecondsToSlip = -1.0;
 };

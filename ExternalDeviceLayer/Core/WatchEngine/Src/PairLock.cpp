@@ -11,6 +11,8 @@ constexpr double flSameRate = 50e-6;   // measured rates so close to a multiple 
 constexpr double flHysteresis = 1.1;   // of the threshold
 constexpr double flStopsPassing = 3.0; // standard errors
 constexpr double flPasses = 4.0;       // standard errors
+constexpr uint32_t uiRelockFactor = 2; // seconds without a drift per second with one
+constexpr uint32_t uiMostRelock = 60;  // seconds
 constexpr double flContradicts = 4.0;  // standard errors between two windows
 constexpr double flRoundingVariance = 1.0 / 12.0;
 constexpr double flLeastShare = 0.35; // of a window must be there
@@ -109,17 +111,26 @@ SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, do
     return oChosen;
 }
 
-ELockState JudgeLock(const SPairFigures& roPair, double flThreshold)
+// A drift counts until it has been away for long enough.
+bool IsDrifting(SPairFigures& roPair)
+{
+    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
+    const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
+    uint32_t& ruiToLock = roPair.uiSecondsToLock;
+    ruiToLock = bDrifts ? std::min(ruiToLock + uiRelockFactor, uiMostRelock) : ruiToLock - (ruiToLock > 0 ? 1 : 0);
+    return ruiToLock > 0;
+}
+
+ELockState JudgeLock(SPairFigures& roPair, double flThreshold)
 {
     const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
     const double flOffset = std::abs(roPair.oOffsetSeconds.flValue);
     if (flOffset > (bWasWithin ? flHysteresis : 1.0) * flThreshold)
     {
+        roPair.uiSecondsToLock = 0;
         return ELockState::FREE;
     }
-    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
-    const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
-    return bDrifts ? ELockState::PASSING : ELockState::LOCKED;
+    return IsDrifting(roPair) ? ELockState::PASSING : ELockState::LOCKED;
 }
 
 // When a drift that is there takes the offset over the threshold, and through a whole period from being in step.
@@ -162,6 +173,7 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
     const auto Leave = [&roPair](ELockState eLock)
     {
         roPair.eLock = eLock;
+        roPair.uiSecondsToLock = 0;
         roPair.oOffsetSeconds = {};
         roPair.oDriftRatio = {};
         roPair.flSecondsToThreshold = -1.0;

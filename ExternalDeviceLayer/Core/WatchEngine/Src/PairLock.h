@@ -8,7 +8,8 @@
  * 4 standard errors.
  *
  * Hysteresis: within the threshold until it is exceeded by a tenth; passing from 4 standard errors of drift on, until
- * it falls below 3.
+ * it has been below 3 for twice as long as it was above, a minute at most: wander takes a drift through 0 over and
+ * over.
  */
 #ifndef PAIR_LOCK_H
 #define PAIR_LOCK_H
@@ -27,7 +28,7 @@ struct SPairContext
 bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond);
 
 /*
- * Draws the figures of a pair anew; its state is read for the hysteresis.
+ * Draws the figures of a pair anew, once a second; its state is read for the hysteresis.
  *   roPair  in/out  all but the indexes and lines
  */
 void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SPairContext& roContext,
