@@ -45,6 +45,7 @@ TEST(WatchFields, PlantedLossesAreAllFoundAndNoneIsInventedOverSeeds)
         ExpectHealthy(oBench, 3);
         for (uint32_t uiInput = 0; uiInput < 4; ++uiInput)
         {
+            EXPECT_LT(oBench.GetInput(uiInput).oWakes.flSumSeconds, 1800 * 100e-6) << "the first wake ties the clocks";
             EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiFieldsUnobserved, 0U);
             EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiSignalLosses, 0U);
             EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiFields, 1800U) << "input " << uiInput;

@@ -30,11 +30,12 @@ public:
         {
             return flLateNs > 0.0 ? flLateNs : 0.0;
         }
+        const bool bCanTell = m_bIsKnown; // the first of all ties the clocks, and cannot be late
         if (!m_bHasPoint || flLateNs < m_flLeastLateNs)
         {
             TakeLeast(uiTick, uiArrivalNs, flLateNs);
         }
-        return flLateNs > 0.0 && m_bIsKnown ? flLateNs : 0.0;
+        return flLateNs > 0.0 && bCanTell ? flLateNs : 0.0;
     }
     /* Draws the line anew. */
     void Update();
