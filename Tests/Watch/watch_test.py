@@ -161,6 +161,25 @@ class Serve(WatchCase):
         for client in clients:
             client.close()
 
+    def test_standard_files_that_are_closed_are_nobody_elses(self):
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            address = f"127.0.0.1:{free.getsockname()[1]}"
+        close = f'exec "$0" "$@" --listen {address} --store {self.store} --journal - <&- >&- 2>&-'
+        environment = {**os.environ, "VELTRANO_SCENARIO": "", "LD_LIBRARY_PATH": BOARD}
+        process = subprocess.Popen(["sh", "-c", close, PROGRAM, "serve"], env=environment)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+
+        def costs():
+            with urllib.request.urlopen(f"http://{address}/api/v1/streams", timeout=PATIENCE) as answer:
+                return json.load(answer)["costs"]
+        await_(lambda: costs()["journal_failing"])
+        self.assertFalse(costs()["store_failing"])
+        files = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
+        self.assertEqual(files, ["/dev/null"] * 3)
+        process.terminate()
+        self.assertEqual(process.wait(PATIENCE), 0)
+
     def test_tells_the_service_manager(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
             path = str(self.folder / "notify")

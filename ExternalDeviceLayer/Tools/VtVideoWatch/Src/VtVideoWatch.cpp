@@ -8,11 +8,13 @@
 #include "Notice.h"
 #include "ReportCommand.h"
 #include "ServeCommand.h"
+#include "StandardFiles.h"
 #include "WatchClocks.h"
 #include "WatchOptions.h"
 
 int main(int argc, char* argv[])
 {
+    StandardFiles_KeepPlaces();
     SWatchOptions oOptions;
     std::string szText;
     const std::vector<std::string> aszArguments(argv + (argc > 0 ? 1 : 0), argv + argc);
