@@ -126,6 +126,11 @@ TEST(Store, ShowsTheGapBehindARunThatWasKilled)
     EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
     ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
     EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
+    CStoreReader oReader;
+    std::string szFault;
+    ASSERT_TRUE(oReader.Open(szFile, szFault)) << szFault;
+    ASSERT_FALSE(oReader.FindRuns(0, INT64_MAX).empty());
+    EXPECT_EQ(oReader.FindRuns(0, INT64_MAX)[0].eEnd, ERunEnd::BROKEN);
 }
 
 // What was seen in the store before the kill is in it afterwards, and all of a second or nothing.

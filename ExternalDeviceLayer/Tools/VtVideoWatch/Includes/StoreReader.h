@@ -14,12 +14,20 @@
 #include "StoreFile.h"
 #include "WatchData.h"
 
+// How a run of the program ended; numbers of the store.
+enum class ERunEnd : uint8_t
+{
+    OPEN,   // it runs, or was killed and nobody has written since
+    CLOSED, // it said so
+    BROKEN  // the next one said so
+};
+
 // A run of the program.
 struct SStoreRun
 {
     int64_t iBeginUtcNs = 0;
     int64_t iEndUtcNs = 0; // of the last second that was written
-    bool bIsClosed = false;
+    ERunEnd eEnd = ERunEnd::OPEN;
     std::string szHost;
     std::string szBoard;
 };

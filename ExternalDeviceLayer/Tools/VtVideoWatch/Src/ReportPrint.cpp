@@ -66,6 +66,20 @@ std::string GetMembers(const SReportLock& roLock)
     return szMembers;
 }
 
+const char* GetEnd(ERunEnd eEnd)
+{
+    switch (eEnd)
+    {
+    case ERunEnd::OPEN:
+        return ", where the watch broke off or still runs";
+    case ERunEnd::CLOSED:
+        break;
+    case ERunEnd::BROKEN:
+        return ", where the watch broke off";
+    }
+    return "";
+}
+
 std::string PrintHead(const SReport& roReport)
 {
     std::string szText =
@@ -73,7 +87,7 @@ std::string PrintHead(const SReport& roReport)
     for (const SStoreRun& roRun : roReport.aoRuns)
     {
         szText += "Watched on " + roRun.szHost + " from " + GetMoment(roRun.iBeginUtcNs) + " to " +
-                  GetMoment(roRun.iEndUtcNs) + (roRun.bIsClosed ? "\n" : ", where the watch broke off or still runs\n");
+                  GetMoment(roRun.iEndUtcNs) + GetEnd(roRun.eEnd) + "\n";
     }
     return szText + (roReport.aoRuns.empty() ? "Nothing was watched in this time.\n" : "");
 }
@@ -192,7 +206,7 @@ CJson ToJson(const SStoreRun& roRun)
     oJson["board"] = roRun.szBoard;
     oJson["from"] = WatchTexts_GetUtc(roRun.iBeginUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roRun.iEndUtcNs);
-    oJson["closed"] = roRun.bIsClosed;
+    oJson["closed"] = roRun.eEnd == ERunEnd::CLOSED;
     return oJson;
 }
 

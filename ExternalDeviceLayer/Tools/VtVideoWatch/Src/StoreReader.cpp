@@ -96,7 +96,7 @@ std::vector<SStoreRun> CStoreReader::FindRuns(int64_t iFromUtcNs, int64_t iToUtc
         SStoreRun& roRun = aoRuns.emplace_back();
         roRun.iBeginUtcNs = oStatement.GetInt();
         roRun.iEndUtcNs = oStatement.GetInt();
-        roRun.bIsClosed = oStatement.GetInt() != 0;
+        roRun.eEnd = static_cast<ERunEnd>(std::clamp<int64_t>(oStatement.GetInt(), 0, 2));
         roRun.szHost = oStatement.GetText();
         roRun.szBoard = oStatement.GetText();
     }

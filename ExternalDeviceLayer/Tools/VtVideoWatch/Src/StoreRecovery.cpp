@@ -38,7 +38,7 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
             }
         }
     }
-    return CStoreStatement(poFile, "UPDATE runs SET is_closed = 1 WHERE id = ?").Bind(roRun.iRun).Run();
+    return CStoreStatement(poFile, "UPDATE runs SET is_closed = 2 WHERE id = ?").Bind(roRun.iRun).Run();
 }
 
 bool EndKilledRuns(sqlite3* poFile)
