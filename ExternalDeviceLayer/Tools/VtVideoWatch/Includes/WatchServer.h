@@ -24,6 +24,9 @@ struct SWatchServerDeleter
 // Its end sends every client away and waits for the threads: well below a second.
 using WatchServerPtr = std::unique_ptr<SWatchServer, SWatchServerDeleter>;
 
+/* Whether a text is an ADDRESS:PORT to listen on, free or not; rszProblem is one line that says how it should look. */
+bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem);
+
 /*
  * Starts to serve.
  *   roData      in   must outlive the server

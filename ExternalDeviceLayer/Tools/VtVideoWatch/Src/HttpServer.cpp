@@ -242,7 +242,8 @@ HttpServerPtr HttpServer_Start(const std::string& szListen, HttpHandler oHandler
 {
     HttpServerPtr poServer(new SHttpServer);
     poServer->oHandler = std::move(oHandler);
-    if (!HttpSockets_ReadAddress(szListen, poServer->oAddress, rszProblem))
+    if (!HttpSockets_ReadAddress(szListen, poServer->oAddress, rszProblem) ||
+        !HttpSockets_TryListening(poServer->oAddress, rszProblem))
     {
         return nullptr;
     }

@@ -15,11 +15,14 @@ struct SListenAddress
 };
 
 /*
- * Reads ADDRESS:PORT and tries whether it can be listened on.
+ * Reads ADDRESS:PORT.
  *   roAddress   out  the parts
  *   rszProblem  out  one line that says what is wrong
  */
 bool HttpSockets_ReadAddress(const std::string& szListen, SListenAddress& roAddress, std::string& rszProblem);
+
+/* Whether an address can be listened on: the server says no more than that it could not start, rszProblem says why. */
+bool HttpSockets_TryListening(const SListenAddress& roAddress, std::string& rszProblem);
 
 /* Shuts down every socket of this process that is bound to an address, so that whoever waits for one returns. */
 void HttpSockets_ShutDown(const SListenAddress& roAddress);

@@ -1,10 +1,12 @@
 #include "WatchOptions.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 
 #include "OptionValues.h"
 #include "WatchData.h"
+#include "WatchServer.h"
 
 namespace
 {
@@ -118,6 +120,12 @@ void AddReport(CLI::App& roApp, SReportOptions& roReport, int64_t iNowUtcNs)
     roApp.footer("Exit status: 0; 1 when the store cannot be read; 2 for a wrong command line.");
 }
 
+bool HasTwins(const std::vector<SStreamKey>& raoStreams)
+{
+    return std::ranges::any_of(raoStreams, [&raoStreams](const SStreamKey& roStream)
+                               { return std::ranges::count(raoStreams, roStream) > 1; });
+}
+
 // What the library does not look at: values that depend on each other. Empty when all is well.
 std::string FindContradiction(const SWatchOptions& roOptions)
 {
@@ -129,8 +137,16 @@ std::string FindContradiction(const SWatchOptions& roOptions)
             return "--reference: one stream per direction";
         }
     }
+    if (HasTwins(roOptions.oCheck.aoExpected))
+    {
+        return "--expect: a stream is named twice";
+    }
     for (const std::vector<SStreamKey>& raoStreams : roOptions.oCheck.aaoLocked)
     {
+        if (HasTwins(raoStreams))
+        {
+            return "--locked: a stream is named twice";
+        }
         for (const SStreamKey& roStream : raoStreams)
         {
             if (raoStreams.size() < 2 || roStream.eDirection != raoStreams.front().eDirection)
@@ -143,7 +159,9 @@ std::string FindContradiction(const SWatchOptions& roOptions)
     {
         return "--from: must be before --to";
     }
-    return {};
+    std::string szProblem;
+    static_cast<void>(WatchServer_IsAddress(roOptions.oServe.szListen, szProblem));
+    return szProblem;
 }
 
 bool IsMainFlag(const std::string& rszArgument)

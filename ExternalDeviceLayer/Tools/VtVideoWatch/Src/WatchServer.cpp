@@ -5,6 +5,7 @@
 
 #include "ApiQuery.h"
 #include "HttpServer.h"
+#include "HttpSockets.h"
 #include "LiveHub.h"
 #include "PageFiles.h"
 #include "WatchApi.h"
@@ -77,6 +78,12 @@ SHttpAnswer Answer(SWatchServer& roServer, const SHttpServer& roHttp, const SHtt
 }
 
 } // namespace
+
+bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem)
+{
+    SListenAddress oAddress;
+    return HttpSockets_ReadAddress(szListen, oAddress, rszProblem);
+}
 
 WatchServerPtr WatchServer_Start(SWatchData& roData, const std::string& szListen, std::string& rszProblem)
 {

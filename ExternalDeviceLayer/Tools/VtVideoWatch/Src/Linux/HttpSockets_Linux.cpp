@@ -33,8 +33,9 @@ sockaddr* AsSocketAddress(sockaddr_in& roAddress)
     return reinterpret_cast<sockaddr*>(&roAddress);
 }
 
-// The server says no more than that it could not start; this says why.
-bool TryListening(const SListenAddress& roAddress, std::string& rszProblem)
+} // namespace
+
+bool HttpSockets_TryListening(const SListenAddress& roAddress, std::string& rszProblem)
 {
     const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int iYes = 1;
@@ -52,8 +53,6 @@ bool TryListening(const SListenAddress& roAddress, std::string& rszProblem)
     }
     return bCan;
 }
-
-} // namespace
 
 bool HttpSockets_ReadAddress(const std::string& szListen, SListenAddress& roAddress, std::string& rszProblem)
 {
@@ -74,7 +73,7 @@ bool HttpSockets_ReadAddress(const std::string& szListen, SListenAddress& roAddr
             inet_pton(AF_INET, roAddress.szHost.c_str(), &oHost) == 1)
         {
             roAddress.bIsLoopback = (ntohl(oHost.s_addr) >> 24) == 127;
-            return TryListening(roAddress, rszProblem);
+            return true;
         }
     }
     rszProblem = "cannot listen on \"" + szListen + "\": give ADDRESS:PORT in numbers, as in 127.0.0.1:9843";
