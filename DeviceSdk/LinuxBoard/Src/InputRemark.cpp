@@ -37,8 +37,10 @@ SInputRemark InputRemark_Of(const SInputFacts& roFacts)
         break;
     }
     SInputRemark oRemark;
-    if (roFacts.bHidden)
+    if (roFacts.bHidden && roFacts.bInUse)
         Add(oRemark, "in use, buffers not told", "in use");
+    else if (roFacts.bHidden)
+        Add(oRemark, "buffers not told", "buffers not told");
     if (!roFacts.bRateFixed)
         Add(oRemark, "nominal rate unknown", "rate unknown");
     if (!roFacts.bStampsStart)

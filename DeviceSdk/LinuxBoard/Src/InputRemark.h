@@ -23,8 +23,9 @@ struct SInputFacts
 {
     EFrameSource eSource = EFrameSource::Own;
     bool bRateFixed = true;    /* by the signal */
-    bool bHidden = false;      /* another program has it, and its driver tells nobody else of the buffers */
+    bool bHidden = false;      /* its driver tells nobody but an owner of the buffers */
     bool bStampsStart = false; /* stamps mark the start of a frame */
+    bool bInUse = false;       /* another program is known to have it */
 };
 
 struct SInputRemark

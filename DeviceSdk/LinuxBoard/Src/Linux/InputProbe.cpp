@@ -43,9 +43,10 @@ SInputFacts InputProbe_Facts(const CV4l2Node& roNode, const std::string& szVideo
 {
     const SBufferCensus oCensus = roNode.CountBuffers();
     SInputFacts oFacts;
-    oFacts.bHidden = oCensus.bHidden;
+    oFacts.bInUse = bOwn && oCensus.bHidden && !COwnedCapture::IsFree(roNode);
+    oFacts.bHidden = oCensus.bHidden && (!bOwn || oFacts.bInUse);
     oFacts.bRateFixed = roNode.IsRateFixed();
-    if (bOwn && oCensus.uiTotal == 0 && !oCensus.bHidden)
+    if (bOwn && oCensus.uiTotal == 0 && !oFacts.bInUse)
         oFacts.eSource = EFrameSource::Own;
     else
         oFacts.eSource = ObservedSource(CTraceFeed::Access(szVideo), oCensus);

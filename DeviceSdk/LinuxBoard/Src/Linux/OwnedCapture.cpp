@@ -143,6 +143,12 @@ int COwnedCapture::RequestBuffers(uint32_t uiCount, uint32_t& ruiGiven) const
     return iError;
 }
 
+bool COwnedCapture::IsFree(const CV4l2Node& roNode)
+{
+    uint32_t uiGiven = 0;
+    return COwnedCapture(roNode).RequestBuffers(0, uiGiven) == 0;
+}
+
 SBufferCensus COwnedCapture::TryBuffers(const CV4l2Node& roNode)
 {
     COwnedCapture oCapture(roNode);
@@ -172,7 +178,7 @@ int COwnedCapture::Start()
 {
     // Buffers of another program: hands off, even where the driver would let us.
     const SBufferCensus oCensus = m_roNode.CountBuffers();
-    if (oCensus.uiTotal != 0 || oCensus.bHidden)
+    if (oCensus.uiTotal != 0 || (oCensus.bHidden && !IsFree(m_roNode)))
         return -EBUSY;
     int iError = Prepare();
     if (iError == 0)

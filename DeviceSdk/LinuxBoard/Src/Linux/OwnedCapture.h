@@ -48,6 +48,11 @@ public:
 
     EFetch Fetch(SCapturedFrame& roFrame);
 
+    /*
+     * Whether nobody has an input whose driver tells nothing of its buffers: it is asked for none, which it refuses
+     * while another program has some. Nothing is sent to the device. Only for the mode own.
+     */
+    static bool IsFree(const CV4l2Node& roNode);
     /* Borrows a buffer of an idle input for a moment to see what its frames will be like; empty when it is not idle. */
     static SBufferCensus TryBuffers(const CV4l2Node& roNode);
 
