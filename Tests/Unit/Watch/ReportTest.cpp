@@ -27,7 +27,7 @@ SReport MakeReport()
     oReport.iFromUtcNs = iStepsBeginUtcNs;
     oReport.iToUtcNs = iStepsBeginUtcNs + 4 * 60 * iNsPerMinute;
     oReport.aoRuns.push_back(
-        {iStepsBeginUtcNs, iStepsBeginUtcNs + 3 * 60 * iNsPerMinute, true, "wall", "/lib/libVeltrano.so"});
+        {iStepsBeginUtcNs, iStepsBeginUtcNs + 3 * 60 * iNsPerMinute, ERunEnd::CLOSED, "wall", "/lib/libVeltrano.so"});
     SReportStream& roStream = oReport.aoStreams.emplace_back();
     roStream.oTexts.szName = "Camera \"A\", left";
     roStream.oRateHz = {60.0, 1e-6, true};
