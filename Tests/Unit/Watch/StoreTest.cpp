@@ -128,7 +128,7 @@ TEST(Store, ShowsTheGapBehindARunThatWasKilled)
     EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
     CStoreReader oReader;
     std::string szFault;
-    ASSERT_TRUE(oReader.Open(szFile, szFault)) << szFault;
+    ASSERT_EQ(oReader.Open(szFile, szFault), EStoreOpen::OPENED) << szFault;
     ASSERT_FALSE(oReader.FindRuns(0, INT64_MAX).empty());
     EXPECT_EQ(oReader.FindRuns(0, INT64_MAX)[0].eEnd, ERunEnd::BROKEN);
 }
