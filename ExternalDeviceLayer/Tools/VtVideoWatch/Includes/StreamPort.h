@@ -37,7 +37,7 @@ private:
     void DescribeInput(SStreamDescription& roDescription);
     void DescribeOutput(SStreamDescription& roDescription);
 
-    const VtDevice_Handle m_hDev;
+    VtDevice_Handle m_hDev;
     const EStreamDirection m_eDirection;
     const uint32_t m_uiIndex;
     VtVideoIn_Handle m_hInput = nullptr;
