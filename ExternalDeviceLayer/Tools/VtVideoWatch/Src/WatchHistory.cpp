@@ -58,7 +58,7 @@ const SHistoryPoint& CPointRing::operator[](uint32_t uiPoint) const
 CWatchHistory::CWatchHistory(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
     : m_aoStreams{std::vector<SStreamHistory>(uiNbOfInputs), std::vector<SStreamHistory>(uiNbOfOutputs)}
 {
-    m_aoChanged.reserve(2 * (uiNbOfInputs + uiNbOfOutputs));
+    m_aoChanged.reserve(size_t{2} * (uiNbOfInputs + uiNbOfOutputs));
 }
 
 const CWatchHistory::SStreamHistory* CWatchHistory::GetStream(EStreamDirection eDirection, uint32_t uiIndex) const
