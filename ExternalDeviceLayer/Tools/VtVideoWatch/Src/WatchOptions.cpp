@@ -16,7 +16,7 @@ template <typename TFind, typename TTake>
 CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, const char* szHelp, TFind fnFind,
                       TTake fnTake)
 {
-    const std::string szExpected = std::string("expected ") + szForm;
+    const std::string szExpected = std::string("': expected ") + szForm;
     const auto fnParse = [=](const CLI::results_t& raszTexts)
     {
         for (const std::string& rszText : raszTexts)
@@ -24,7 +24,7 @@ CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, c
             const auto oValue = fnFind(rszText);
             if (!oValue)
             {
-                throw CLI::ValidationError(szName, "'" + rszText + "': " + szExpected);
+                throw CLI::ValidationError(szName, std::string("'").append(rszText).append(szExpected));
             }
             fnTake(*oValue);
         }
