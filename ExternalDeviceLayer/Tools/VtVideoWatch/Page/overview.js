@@ -106,7 +106,7 @@ export function makeOverview() {
     return { section, body };
   }
 
-  function drawTraces(model, compared) {
+  function drawTraces(model) {
     for (const direction of directions) {
       for (const stream of model.directions[direction].streams) {
         const trace = traces.get(stream.id);
@@ -115,7 +115,6 @@ export function makeOverview() {
         const colour = getComputedStyle(strip.cells.state).color;
         const threshold = model.threshold?.seconds ?? (model.threshold?.lines ?? 1) * (stream.line ?? 15e-6);
         drawTrace(strip.canvas, trace, colour, 2 * threshold, stream.period ?? Infinity);
-        setAttribute(strip.canvas, "data-kind", compared.get(stream).kind);
       }
     }
   }
@@ -147,7 +146,7 @@ export function makeOverview() {
       }
       if (Date.now() - drawnMs >= sparkEveryMs) {
         drawnMs = Date.now();
-        drawTraces(model, compared);
+        drawTraces(model);
       }
     },
     close() {},
