@@ -133,6 +133,11 @@ class Check(WatchCase):
                 self.assertEqual(ended, status, output)
                 self.assertEqual(output.count("\n"), 1, "one line")
 
+    def test_verdict_that_nobody_can_read_is_unknown(self):
+        environment = {**os.environ, "VELTRANO_SCENARIO": "", "LD_LIBRARY_PATH": BOARD}
+        with open("/dev/full", "w") as full:
+            self.assertEqual(subprocess.call([PROGRAM, "check", "--seconds", "1"], stdout=full, env=environment), 3)
+
     def test_whole_verdict_by_its_schema(self):
         status, output = self.check(LOCKED, "--json", "--locked", "IN_00,IN_01")
         verdict = json.loads(output)

@@ -115,6 +115,20 @@ TEST(StreamThread, TriesAgainWhereAHandleIsRefused)
     EXPECT_EQ(oBoard.Records().size(), 2U); // one try per second, not a flood
 }
 
+TEST(StreamThread, TriesNoFasterWhereEveryWaitFailsAtOnce)
+{
+    CWatchedBoard oBoard(
+        std::string(szGranted) +
+        "[[fault]]\noperation = \"VtVideoIn_WaitForFieldStart\"\nstatus = \"VtStatus_FAIL\"\ntimes = 0\n");
+    ASSERT_TRUE(Await([&] { return oBoard.Records().size() >= 3; }));
+    const std::vector<SFieldRecord>& raoRecords = oBoard.Records();
+    for (size_t uiRecord = 0; uiRecord < 3; ++uiRecord)
+    {
+        EXPECT_EQ(raoRecords[uiRecord].eResult, EWaitResult::GONE);
+    }
+    EXPECT_GE(raoRecords[2].uiArrivalNs - raoRecords[0].uiArrivalNs, 1'900'000'000U);
+}
+
 TEST(BoardSession, RefusesWhatCannotBeWatched)
 {
     const std::pair<const char*, const char*> aoCases[] = {

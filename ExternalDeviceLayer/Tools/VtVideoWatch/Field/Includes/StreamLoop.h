@@ -22,7 +22,7 @@ public:
 
     /* One turn of an open stream: waits for a field and hands over what came of it. */
     void TakeField();
-    /* One turn of a stream that is not open: opens it, or says that it is gone and lets a second pass. */
+    /* One turn of a stream that is not open: opens it, at most once a second, or says that it is gone. */
     void Reopen();
 
 private:
@@ -40,6 +40,7 @@ private:
     uint64_t m_uiLastTick = 0;
     uint64_t m_uiLastCounter = 0;
     uint64_t m_uiNextDescriptionNs = 0;
+    uint64_t m_uiNextOpenNs = 0;
 };
 
 #endif

@@ -105,18 +105,23 @@ void CStreamLoop::ReportGone()
     m_roChannel.oFields.Push(m_oRecord);
 }
 
+// A board may hand out the stream and refuse its first wait: that is a try like any other.
 void CStreamLoop::Reopen()
 {
     m_uiLastArrivalNs = 0;
+    while (ReadMonotonicNs() < m_uiNextOpenNs)
+    {
+        if (m_roSetup.bStop.load(std::memory_order_relaxed))
+        {
+            return;
+        }
+        SleepNs(uiStopCheckNs);
+    }
+    m_uiNextOpenNs = ReadMonotonicNs() + uiReopenPeriodNs;
     if (m_oPort.Open())
     {
         m_uiNextDescriptionNs = 0;
         return;
     }
     ReportGone();
-    const uint64_t uiUntilNs = ReadMonotonicNs() + uiReopenPeriodNs;
-    while (!m_roSetup.bStop.load(std::memory_order_relaxed) && ReadMonotonicNs() < uiUntilNs)
-    {
-        SleepNs(uiStopCheckNs);
-    }
 }
