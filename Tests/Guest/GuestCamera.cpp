@@ -63,14 +63,22 @@ template <size_t SIZE, typename... TParts> constexpr std::array<uint8_t, SIZE> B
     const auto Append = [&](auto oPart)
     {
         if constexpr (std::is_same_v<decltype(oPart), SWord>)
+        {
             for (int iByte = 0; iByte < oPart.iBytes; iByte++)
+            {
                 auiBytes.at(uiAt++) = Byte(oPart.uiValue, iByte);
+            }
+        }
         else
+        {
             auiBytes.at(uiAt++) = static_cast<uint8_t>(oPart);
+        }
     };
     (Append(roParts), ...);
     if (uiAt != SIZE)
+    {
         throw "a descriptor of another length"; // at compile time
+    }
     return auiBytes;
 }
 
@@ -176,7 +184,9 @@ void SendFrames()
         // The end of a frame is also the end of its one transfer; the lowest bit changes from frame to frame.
         oTransfer.auiData[1] = static_cast<uint8_t>(0x82 | (uiFrame & 1));
         if (ioctl(g_oCamera.iFd, USB_RAW_IOCTL_EP_WRITE, &oTransfer) < 0)
+        {
             return;
+        }
         g_oCamera.uiFrames++;
         // A host that did not take frames for a while gets the next one in time, not all at once.
         oNext = std::max(oNext, CClock::now() - std::chrono::milliseconds(8));
@@ -189,7 +199,9 @@ void Configure()
     std::memcpy(&oDescriptor, STREAM_ENDPOINT, USB_DT_ENDPOINT_SIZE);
     g_oCamera.iEndpoint = ioctl(g_oCamera.iFd, USB_RAW_IOCTL_EP_ENABLE, &oDescriptor);
     if (g_oCamera.iEndpoint < 0 || ioctl(g_oCamera.iFd, USB_RAW_IOCTL_CONFIGURE, 0) < 0)
+    {
         Fail("configure");
+    }
     std::thread(SendFrames).detach();
     Receive(0);
     Print("configured", 1);
@@ -232,7 +244,9 @@ void AnswerStreamRequest(const usb_ctrlrequest& roRequest)
 {
     const int iSelector = roRequest.wValue >> 8;
     if ((roRequest.wIndex & 0xff) != 1 || (iSelector != UVC_VS_PROBE_CONTROL && iSelector != UVC_VS_COMMIT_CONTROL))
+    {
         return Stall();
+    }
     const char* const szWhat = iSelector == UVC_VS_PROBE_CONTROL ? "probe" : "commit";
     static constexpr std::array<uint8_t, 2> LENGTH = {26, 0};
     static constexpr std::array<uint8_t, 1> INFO = {3};
@@ -254,7 +268,9 @@ void AnswerStreamRequest(const usb_ctrlrequest& roRequest)
 void OnControl(const usb_ctrlrequest& roRequest)
 {
     if ((roRequest.bRequestType & USB_TYPE_MASK) == USB_TYPE_CLASS)
+    {
         return AnswerStreamRequest(roRequest);
+    }
     switch (roRequest.bRequest)
     {
     case USB_REQ_GET_DESCRIPTOR:
@@ -278,7 +294,9 @@ void Plug(const char* szController)
     oInit.speed = USB_SPEED_HIGH;
     if (g_oCamera.iFd < 0 || ioctl(g_oCamera.iFd, USB_RAW_IOCTL_INIT, &oInit) < 0 ||
         ioctl(g_oCamera.iFd, USB_RAW_IOCTL_RUN, 0) < 0)
+    {
         Fail("plug in");
+    }
 }
 
 } // namespace
@@ -287,9 +305,13 @@ int main(int iArguments, char** pszArguments)
 {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     for (int iArgument = 2; iArgument < iArguments; iArgument++)
+    {
         g_oCamera.auiDistancesMs.push_back(static_cast<uint32_t>(std::atoi(pszArguments[iArgument])));
+    }
     if (g_oCamera.auiDistancesMs.empty())
+    {
         Fail("no distance of frames given");
+    }
     Agree({});
     std::signal(SIGTERM, OnTerminate);
     Plug(pszArguments[1]);
@@ -303,8 +325,12 @@ int main(int iArguments, char** pszArguments)
     {
         oEvent.uiLength = sizeof(oEvent.oRequest);
         if (ioctl(g_oCamera.iFd, USB_RAW_IOCTL_EVENT_FETCH, &oEvent) < 0)
+        {
             Fail("fetch an event");
+        }
         if (oEvent.uiType == USB_RAW_EVENT_CONTROL)
+        {
             OnControl(oEvent.oRequest);
+        }
     }
 }

@@ -33,16 +33,22 @@ public:
     CStream(bool bInput, uint32_t uiIndex) : m_uiIndex(uiIndex), m_hDev(Veltrano_GetDevice(0))
     {
         if (bInput)
+        {
             VtVideoIn_GetHandle(m_hDev, uiIndex, VtAccessMode_READONLY, &m_hIn);
+        }
         else
+        {
             VtVideoOut_GetHandle(m_hDev, uiIndex, VtAccessMode_READONLY, &m_hOut);
+        }
     }
 
     VtStatus Wait(SField& roField)
     {
         if (m_hIn == nullptr)
+        {
             return VtVideoOut_WaitForFieldStart(m_hOut, TIME_OUT_MS, &roField.uiCounter, &roField.uiBuffers,
                                                 &roField.uiTicks, &roField.bTop);
+        }
         const VtStatus eStatus =
             VtVideoIn_WaitForFieldStart(m_hIn, TIME_OUT_MS, &roField.uiCounter, &roField.uiTicks, &roField.bTop);
         const VtBoard_CaptureSkipBufferCountIn oIn{m_uiIndex};
@@ -72,7 +78,9 @@ int64_t NowNs()
 int main(int iArguments, char** pszArguments)
 {
     if (iArguments != 4)
+    {
         return 2;
+    }
     Veltrano_LoadLite();
     CStream oStream(std::strcmp(pszArguments[1], "IN") == 0, static_cast<uint32_t>(std::atoi(pszArguments[2])));
     uint32_t uiHz = 0;
@@ -85,11 +93,15 @@ int main(int iArguments, char** pszArguments)
         SField oField;
         const VtStatus eStatus = oStream.Wait(oField);
         if (eStatus == VtStatus_OK)
+        {
             std::printf("field %llu %llu %u %llu %lld\n", static_cast<unsigned long long>(oField.uiCounter),
                         static_cast<unsigned long long>(oField.uiTicks), oField.bTop,
                         static_cast<unsigned long long>(oField.uiBuffers), static_cast<long long>(NowNs()));
+        }
         else if (eStatus != eLast)
+        {
             std::printf("status %d\n", eStatus);
+        }
         eLast = eStatus;
     }
     Veltrano_UnLoad();

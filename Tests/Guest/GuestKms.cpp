@@ -63,7 +63,9 @@ bool g_bVerbose = false;
 void Check(int iResult, const char* szWhat)
 {
     if (iResult != 0)
+    {
         Fail(szWhat);
+    }
 }
 
 SCard OpenCard(const char* szNode, bool bMaster)
@@ -72,12 +74,18 @@ SCard OpenCard(const char* szNode, bool bMaster)
     oCard.szNode = szNode;
     oCard.iFd = open(szNode, O_RDWR | O_CLOEXEC);
     if (oCard.iFd < 0)
+    {
         Fail("open");
+    }
     if (bMaster)
+    {
         Check(drmSetMaster(oCard.iFd), "drmSetMaster");
+    }
     drmModeRes* poResources = drmModeGetResources(oCard.iFd);
     if (poResources == nullptr || poResources->count_connectors == 0 || poResources->count_crtcs == 0)
+    {
         Fail("drmModeGetResources");
+    }
     oCard.uiConnector = poResources->connectors[0];
     oCard.uiCrtc = poResources->crtcs[0];
     drmModeFreeResources(poResources);
@@ -122,10 +130,14 @@ void SetMode(SCard& roCard, const std::array<uint32_t, 9>& rauiTimings)
     uint16_t* const apuiPositions[] = {&roMode.hdisplay, &roMode.hsync_start, &roMode.hsync_end, &roMode.htotal,
                                        &roMode.vdisplay, &roMode.vsync_start, &roMode.vsync_end, &roMode.vtotal};
     for (size_t uiIndex = 0; uiIndex < std::size(apuiPositions); uiIndex++)
+    {
         *apuiPositions[uiIndex] = static_cast<uint16_t>(rauiTimings[uiIndex + 1]);
+    }
     std::snprintf(roMode.name, sizeof(roMode.name), "test");
     for (uint32_t& ruiFramebuffer : roCard.auiFramebuffers)
+    {
         ruiFramebuffer = MakeFramebuffer(roCard);
+    }
     SwitchOn(roCard);
 }
 
@@ -146,7 +158,9 @@ void StartAtPhase(const SCard& roFirst, SCard& roCard, int iUs)
     const CClock::duration oPeriod{static_cast<int64_t>(1e9 / roFirst.Hz())};
     CClock::time_point oStart{std::chrono::nanoseconds(StampNs(roFirst)) + std::chrono::microseconds(iUs)};
     while (oStart < CClock::now() + SWITCHING)
+    {
         oStart += oPeriod;
+    }
     while (CClock::now() < oStart)
     {
     }
@@ -163,7 +177,9 @@ void OnFlip(int /*iFd*/, unsigned int uiSequence, unsigned int uiSeconds, unsign
     poCard->oFieldStart =
         CClock::time_point(std::chrono::seconds(uiSeconds) + std::chrono::microseconds(uiMicroseconds));
     if (g_bVerbose)
+    {
         std::printf("flip %s %u %u%06u\n", poCard->szNode.c_str(), uiSequence, uiSeconds, uiMicroseconds);
+    }
 }
 
 void OnSequence(int /*iFd*/, uint64_t /*uiSequence*/, uint64_t /*uiNs*/, uint64_t /*uiUser*/) {}
@@ -172,7 +188,9 @@ void OnSequence(int /*iFd*/, uint64_t /*uiSequence*/, uint64_t /*uiNs*/, uint64_
 void FlipWhenDue(SCard& roCard, CClock::time_point& roWake)
 {
     if (!roCard.bOn || roCard.bPending)
+    {
         return;
+    }
     const CClock::duration oPeriod{static_cast<int64_t>(1e9 / roCard.Hz())};
     const CClock::time_point oDue = roCard.oFieldStart + oPeriod * g_aiLatePermille[roCard.uiFlips % 2] / 1000;
     if (oDue > CClock::now())
@@ -212,12 +230,20 @@ void Flip(std::deque<SCard>& raoCards, int iMs)
         const timespec oWait{0, std::clamp<long>(oWaitNs, 0, 999999999)};
         ppoll(aoPolled.data(), aoPolled.size(), &oWait, nullptr);
         for (size_t uiCard = 0; uiCard < raoCards.size(); uiCard++)
+        {
             if ((aoPolled[uiCard].revents & POLLIN) != 0)
+            {
                 HandleEvents(raoCards[uiCard]);
+            }
+        }
     }
-    for (SCard& roCard : raoCards) // a flip that is under way must not meet the next order
+    for (SCard& roCard : raoCards)
+    { // a flip that is under way must not meet the next order
         if (roCard.bPending)
+        {
             HandleEvents(roCard);
+        }
+    }
 }
 
 void WaitForBlanks(const SCard& roCard, int iMs)
@@ -254,37 +280,65 @@ int main(int iArguments, char** pszArguments)
         const std::string& rszOrder = aszOrders[uiAt];
         const auto Next = [&] { return ++uiAt < aszOrders.size() ? aszOrders[uiAt].c_str() : ""; };
         if (rszOrder == "card")
+        {
             aoCards.push_back(OpenCard(Next(), true));
+        }
         else if (rszOrder == "watch")
+        {
             aoCards.push_back(OpenCard(Next(), false));
+        }
         else if (rszOrder == "blanks")
+        {
             WaitForBlanks(aoCards.back(), std::atoi(Next()));
+        }
         else if (rszOrder == "mode")
         {
             std::array<uint32_t, 9> auiTimings;
             for (uint32_t& ruiTiming : auiTimings)
+            {
                 ruiTiming = static_cast<uint32_t>(std::atoi(Next()));
+            }
             SetMode(aoCards.back(), auiTimings);
         }
         else if (rszOrder == "phase")
+        {
             StartAtPhase(aoCards.front(), aoCards.back(), std::atoi(Next()));
+        }
         else if (rszOrder == "late")
+        {
             for (int& riPermille : g_aiLatePermille)
+            {
                 riPermille = std::atoi(Next());
+            }
+        }
         else if (rszOrder == "verbose")
+        {
             g_bVerbose = true;
+        }
         else if (rszOrder == "flip")
+        {
             Flip(aoCards, std::atoi(Next()));
+        }
         else if (rszOrder == "hold")
+        {
             poll(nullptr, 0, std::atoi(Next()));
+        }
         else if (rszOrder == "off")
+        {
             SwitchOff(aoCards.back());
+        }
         else if (rszOrder == "on")
+        {
             SwitchOn(aoCards.back());
+        }
         else if (rszOrder == "truth")
+        {
             PrintTruth(aoCards);
+        }
         else
+        {
             Fail(("unknown order " + rszOrder).c_str());
+        }
     }
     std::printf("done\n");
     return 0;

@@ -22,9 +22,6 @@
 #include <fnmatch.h>
 #include <toml++/toml.h>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -43,8 +40,10 @@ bool ReadText(const toml::node& roValue, std::string_view szKey, size_t uiMost, 
     const auto* poText = roValue.as_string();
     if (poText == nullptr || poText->get().empty() || poText->get().size() > uiMost ||
         poText->get().find('\0') != std::string::npos)
+    {
         return Refuse(roFault, roValue.source(),
                       std::string(szKey) + ": must be a text of 1 to " + std::to_string(uiMost) + " characters");
+    }
     rszText = poText->get();
     return true;
 }
@@ -54,8 +53,10 @@ bool ReadWord(const toml::node& roValue, std::string_view szKey, std::string_vie
 {
     const auto szWord = roValue.value<std::string_view>();
     if (szWord != szNo && szWord != szYes)
+    {
         return Refuse(roFault, roValue.source(),
                       std::string(szKey) + ": must be \"" + std::string(szNo) + "\" or \"" + std::string(szYes) + "\"");
+    }
     rbValue = szWord == szYes;
     return true;
 }
@@ -64,17 +65,29 @@ bool ReadKey(const toml::key& roKey, const toml::node& roValue, bool bInput, SDe
 {
     const std::string_view szKey = roKey.str();
     if (szKey == "device")
+    {
         return ReadText(roValue, szKey, uiMaxText, roRule.szDevice, roFault);
+    }
     if (szKey == "bus")
+    {
         return ReadText(roValue, szKey, uiMaxText, roRule.szBus, roFault);
+    }
     if (szKey == "driver")
+    {
         return ReadText(roValue, szKey, uiMaxText, roRule.szDriver, roFault);
+    }
     if (szKey == "name")
+    {
         return ReadText(roValue, szKey, VtTextSize_CONNECTOR_NAME - 1, roRule.szName, roFault);
+    }
     if (bInput && szKey == "mode")
+    {
         return ReadWord(roValue, szKey, "observe", "own", roRule.bOwn, roFault);
+    }
     if (bInput && szKey == "format")
+    {
         return ReadWord(roValue, szKey, "keep", "smallest", roRule.bSmallest, roFault);
+    }
     return Refuse(roFault, roKey.source(), "unknown key " + std::string(szKey));
 }
 
@@ -83,10 +96,16 @@ bool ReadRule(const toml::table& roTable, bool bInput, std::vector<SDeviceRule>&
     SDeviceRule& roRule = raoRules.emplace_back();
     roRule.uiLine = std::max<uint32_t>(roTable.source().begin.line, 1);
     for (const auto& [roKey, roValue] : roTable)
+    {
         if (!ReadKey(roKey, roValue, bInput, roRule, roFault))
+        {
             return false;
+        }
+    }
     if (roRule.szDevice.empty() && roRule.szBus.empty() && roRule.szDriver.empty())
+    {
         return Refuse(roFault, roTable.source(), "one of device, bus and driver must say which devices are meant");
+    }
     return true;
 }
 
@@ -95,8 +114,10 @@ bool ReadRules(const toml::node& roNode, std::string_view szKey, std::vector<SDe
 {
     const auto* poArray = roNode.as_array();
     if (poArray == nullptr || !poArray->is_array_of_tables() || poArray->size() > uiMaxRules)
+    {
         return Refuse(roFault, roNode.source(),
                       std::string(szKey) + ": must be 1 to " + std::to_string(uiMaxRules) + " tables");
+    }
     return std::all_of(poArray->begin(), poArray->end(),
                        [&](const toml::node& roTable)
                        { return ReadRule(*roTable.as_table(), szKey == "input", raoRules, roFault); });
@@ -119,10 +140,14 @@ bool Fits(const SDeviceRule& roRule, const SDeviceFacts& roDevice)
 void Name(std::vector<SDeviceChoice>& raoChoices, size_t uiFirst, const std::string& rszName)
 {
     if (rszName.empty())
+    {
         return;
+    }
     const bool bNumbered = raoChoices.size() > uiFirst + 1;
     for (size_t uiChoice = uiFirst; uiChoice < raoChoices.size(); uiChoice++)
+    {
         raoChoices[uiChoice].szName = rszName + (bNumbered ? " " + std::to_string(uiChoice - uiFirst + 1) : "");
+    }
 }
 
 } // namespace
@@ -132,14 +157,20 @@ bool BoardConfig_Parse(std::string_view szText, SBoardConfig& roConfig, SConfigF
     roConfig = {};
     const toml::parse_result oResult = toml::parse(szText);
     if (!oResult)
+    {
         return Refuse(roFault, oResult.error().source(), std::string(oResult.error().description()));
+    }
     for (const auto& [roKey, roValue] : oResult.table())
     {
         const std::string_view szKey = roKey.str();
         if (szKey != "input" && szKey != "output")
+        {
             return Refuse(roFault, roKey.source(), "unknown key " + std::string(szKey));
+        }
         if (!ReadRules(roValue, szKey, szKey == "input" ? roConfig.aoInputs : roConfig.aoOutputs, roFault))
+        {
             return false;
+        }
     }
     return true;
 }
@@ -149,8 +180,12 @@ std::vector<SDeviceChoice> BoardConfig_Choose(std::span<const SDeviceRule> aoRul
 {
     std::vector<SDeviceChoice> aoChoices;
     if (aoRules.empty())
+    {
         for (size_t uiDevice = 0; uiDevice < aoDevices.size(); uiDevice++)
+        {
             aoChoices.push_back({uiDevice, nullptr, aoDevices[uiDevice].szName});
+        }
+    }
     std::vector<bool> abTaken(aoDevices.size(), false);
     for (const SDeviceRule& roRule : aoRules)
     {
@@ -158,7 +193,9 @@ std::vector<SDeviceChoice> BoardConfig_Choose(std::span<const SDeviceRule> aoRul
         for (size_t uiDevice = 0; uiDevice < aoDevices.size(); uiDevice++)
         {
             if (abTaken[uiDevice] || !Fits(roRule, aoDevices[uiDevice]))
+            {
                 continue;
+            }
             abTaken[uiDevice] = true;
             aoChoices.push_back({uiDevice, &roRule, aoDevices[uiDevice].szName});
         }
@@ -166,5 +203,3 @@ std::vector<SDeviceChoice> BoardConfig_Choose(std::span<const SDeviceRule> aoRul
     }
     return aoChoices;
 }
-
-} // namespace LinuxBoard

@@ -12,9 +12,6 @@
 #include <string_view>
 #include <vector>
 
-namespace LinuxBoard
-{
-
 /* What a device is known by. */
 struct SDeviceFacts
 {
@@ -62,7 +59,5 @@ struct SDeviceChoice
  */
 std::vector<SDeviceChoice> BoardConfig_Choose(std::span<const SDeviceRule> aoRules,
                                               std::span<const SDeviceFacts> aoDevices);
-
-} // namespace LinuxBoard
 
 #endif

@@ -6,9 +6,6 @@
 
 #include <cstdint>
 
-namespace LinuxBoard
-{
-
 /*
  * Ticks of the reference counter a second, for inputs and outputs alike: CLOCK_MONOTONIC in steps of 10 ns. A reader
  * who reckons hundredths of lines in 32 bits can then take any phase of a signal of 24 Hz or more (2^32 / 1000 ticks
@@ -32,7 +29,5 @@ struct SFieldStart
     uint64_t uiStampNs = 0;      /* CLOCK_MONOTONIC */
     bool bIsTopField = false;
 };
-
-} // namespace LinuxBoard
 
 #endif

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -24,13 +21,15 @@ void CFieldTracker::SetSignal(const SFieldTiming& roTiming)
 int64_t CFieldTracker::FieldsBetween(uint64_t uiFromNs, uint64_t uiToNs) const
 {
     if (m_oTiming.uiFieldPeriodNs == 0)
+    {
         return 0;
+    }
     return static_cast<int64_t>((uiToNs - uiFromNs + m_oTiming.uiFieldPeriodNs / 2) / m_oTiming.uiFieldPeriodNs);
 }
 
 int64_t CFieldTracker::NormalStep(const SCapturedFrame& roFrame) const
 {
-    return m_oTiming.bInterlaced && roFrame.eParity == EFieldParity::None ? 2 : 1;
+    return m_oTiming.bInterlaced && roFrame.eParity == EFieldParity::NONE ? 2 : 1;
 }
 
 /* Alternating fields: both fields of a frame bear its sequence, so the parity says which half it is. */
@@ -51,7 +50,7 @@ int64_t CFieldTracker::StepOfAlternating(const SCapturedFrame& roFrame, int64_t 
     // The first guess may be wrong, and then a step looks two fields too long or too short: the stamps know.
     if (!m_bFirstParityKnown && iHalf != 0 && FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs) == iOther)
     {
-        m_oTiming.eFirstParity = m_oTiming.eFirstParity == EFieldParity::Top ? EFieldParity::Bottom : EFieldParity::Top;
+        m_oTiming.eFirstParity = m_oTiming.eFirstParity == EFieldParity::TOP ? EFieldParity::BOTTOM : EFieldParity::TOP;
         return iOther;
     }
     return iStep;
@@ -65,7 +64,9 @@ int64_t CFieldTracker::LateGap(const SCapturedFrame& roFrame, int64_t iStep)
 {
     int64_t iGap = 0;
     if (m_iHeldGap > 0)
+    {
         iGap = std::min(m_iHeldGap, FieldsBetween(m_uiHeldFromNs, roFrame.uiStampNs) - m_iHeldStep - iStep);
+    }
     m_iHeldGap = std::max<int64_t>(0, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs) - iStep);
     m_uiHeldFromNs = m_oLast.uiStampNs;
     m_iHeldStep = iStep;
@@ -81,9 +82,13 @@ int64_t CFieldTracker::StepOverUnseen(const SCapturedFrame& roFrame, int64_t iSt
     m_iHeldGap = 0;
     const auto uiGap = static_cast<uint64_t>(iStep / iNormal - 1);
     if (uiGap == 0)
+    {
         return std::max(iStep, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
+    }
     if (m_uiUnseen == msc_uiUnknown)
+    {
         return iStep;
+    }
     const uint64_t uiMet = std::min(uiGap, m_uiUnseen);
     m_uiUnseen -= uiMet;
     CountSkipped(static_cast<int64_t>(uiGap - uiMet) * iNormal);
@@ -108,12 +113,18 @@ int64_t CFieldTracker::StepInFields(const SCapturedFrame& roFrame)
         return std::max(iNormal, FieldsBetween(m_oLast.uiStampNs, roFrame.uiStampNs));
     }
     int64_t iStep = iNormal;
-    if (roFrame.eParity != EFieldParity::None)
+    if (roFrame.eParity != EFieldParity::NONE)
+    {
         iStep = StepOfAlternating(roFrame, iSequences);
+    }
     else if (iSequences > 0)
+    {
         iStep = iSequences * iNormal;
+    }
     if (m_uiUnseen != 0)
+    {
         return StepOverUnseen(roFrame, iStep, iNormal);
+    }
     if (iStep > iNormal)
     {
         m_bSequenceGaps = true;
@@ -158,12 +169,18 @@ void CFieldTracker::Unseen(uint64_t uiBuffers)
 bool CFieldTracker::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
 {
     if (oFrame.uiStampNs > uiNowNs + uiMostAheadNs)
+    {
         oFrame.uiStampNs = uiNowNs;
+    }
     const bool bPlaced = !m_bStarted || oFrame.uiStampNs > m_uiLastStampNs;
     if (oFrame.bError)
+    {
         CountError(oFrame, bPlaced);
+    }
     if (!bPlaced)
+    {
         return false;
+    }
     m_uiLastStampNs = oFrame.uiStampNs;
     oFrame.uiStampNs = StartedNs(oFrame.uiStampNs, uiNowNs);
     if (m_bStarted)
@@ -172,8 +189,10 @@ bool CFieldTracker::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
         m_uiFields += static_cast<uint64_t>(StepInFields(oFrame));
     }
     else
+    {
         m_uiFields = uint64_t{oFrame.uiSequence} * (m_oTiming.bInterlaced ? 2U : 1U) +
-                     (oFrame.eParity != EFieldParity::None && IsSecond(oFrame.eParity) ? 1U : 0U);
+                     (oFrame.eParity != EFieldParity::NONE && IsSecond(oFrame.eParity) ? 1U : 0U);
+    }
     m_bStarted = true;
     m_bRunning = true;
     m_oLast = oFrame;
@@ -192,12 +211,14 @@ bool CFieldTracker::Take(uint64_t uiNowNs, SFieldStart& roField)
         if (m_oLast.uiStampNs > m_uiDeliveredNs)
         {
             m_uiDeliveredNs = m_oLast.uiStampNs;
-            roField = {m_uiFields * uiCounterPerField, m_uiDeliveredNs, m_oLast.eParity == EFieldParity::Top};
+            roField = {m_uiFields * uiCounterPerField, m_uiDeliveredNs, m_oLast.eParity == EFieldParity::TOP};
             return true;
         }
     }
     if (!m_bSecondUnseen || uiNowNs < m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs)
+    {
         return false;
+    }
     m_bSecondUnseen = false;
     m_uiDeliveredNs = m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs;
     roField = {(m_uiFields + 1) * uiCounterPerField, m_uiDeliveredNs, false};
@@ -207,7 +228,9 @@ bool CFieldTracker::Take(uint64_t uiNowNs, SFieldStart& roField)
 uint64_t CFieldTracker::NextDueNs() const
 {
     if (m_bFirstUnseen)
+    {
         return m_oLast.uiStampNs;
+    }
     return m_bSecondUnseen ? m_oLast.uiStampNs + m_oTiming.uiFieldPeriodNs : 0;
 }
 
@@ -219,5 +242,3 @@ void CFieldTracker::Interrupt()
     m_iHeldGap = 0;
     m_uiUnseen = 0;
 }
-
-} // namespace LinuxBoard

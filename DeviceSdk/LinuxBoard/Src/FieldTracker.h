@@ -6,18 +6,15 @@
 #ifndef LINUX_BOARD_FIELD_TRACKER_H
 #define LINUX_BOARD_FIELD_TRACKER_H
 
-#include "FieldStart.h"
-
 #include <cstdint>
 
-namespace LinuxBoard
-{
+#include "FieldStart.h"
 
 enum class EFieldParity : uint8_t
 {
-    None, /* the buffer holds a whole frame */
-    Top,
-    Bottom
+    NONE, /* the buffer holds a whole frame */
+    TOP,
+    BOTTOM
 };
 
 /* One captured buffer, as the queue's owner or the kernel's trace reports it. */
@@ -25,7 +22,7 @@ struct SCapturedFrame
 {
     uint32_t uiSequence = 0;
     uint64_t uiStampNs = 0;
-    EFieldParity eParity = EFieldParity::None;
+    EFieldParity eParity = EFieldParity::NONE;
     bool bError = false; /* the driver says that the picture is not whole */
 };
 
@@ -33,7 +30,7 @@ struct SFieldTiming
 {
     uint64_t uiFieldPeriodNs = 0; /* 0 unless the signal itself fixes it */
     bool bInterlaced = false;
-    EFieldParity eFirstParity = EFieldParity::Top; /* of a frame, as long as the sequence has not shown it */
+    EFieldParity eFirstParity = EFieldParity::TOP; /* of a frame, as long as the sequence has not shown it */
     bool bGapsInStamps = false;                    /* the sequence may count delivered buffers only */
 };
 
@@ -109,7 +106,5 @@ private:
     bool m_bSecondUnseen = false; /* nor its second field */
     uint64_t m_uiDeliveredNs = 0; /* last stamp delivered */
 };
-
-} // namespace LinuxBoard
 
 #endif

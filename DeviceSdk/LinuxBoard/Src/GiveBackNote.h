@@ -11,9 +11,6 @@
 #include <linux/videodev2.h>
 #include <string_view>
 
-namespace LinuxBoard
-{
-
 /* Settings of a capture node, as they were found. A part that the driver does not have is not set. */
 struct SInputSettings
 {
@@ -30,9 +27,9 @@ struct SInputSettings
 
 enum class ENoteKind : uint32_t
 {
-    Free,
-    Input,
-    TraceInstance
+    FREE,
+    INPUT,
+    TRACE_INSTANCE
 };
 
 struct SGiveBackNote
@@ -61,7 +58,5 @@ template <size_t uiSize> void GiveBackNote_SetText(char (&acTo)[uiSize], std::st
     const size_t uiLength = szFrom.copy(acTo, uiSize - 1);
     acTo[uiLength] = '\0';
 }
-
-} // namespace LinuxBoard
 
 #endif

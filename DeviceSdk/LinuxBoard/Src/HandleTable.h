@@ -12,9 +12,6 @@
 #include <memory>
 #include <mutex>
 
-namespace LinuxBoard
-{
-
 /* Numbers the handles of all tables, so that none is good for two; goes on over unloading and loading. */
 inline std::atomic<uintptr_t> g_uiLastHandle{0};
 
@@ -31,7 +28,9 @@ public:
         {
             SSlot& roSlot = m_aoSlots[uiSlot];
             if (roSlot.uiToken.load(std::memory_order_relaxed) != 0)
+            {
                 continue;
+            }
             const uintptr_t uiToken = ++g_uiLastHandle * msc_uiSlots + uiSlot;
             roSlot.poObject = std::move(poObject);
             roSlot.uiToken.store(uiToken, std::memory_order_release);
@@ -60,7 +59,9 @@ public:
     {
         const std::lock_guard oGuard(m_oMutex);
         for (SSlot& roSlot : m_aoSlots)
+        {
             Empty(roSlot, roSlot.uiToken.load(std::memory_order_relaxed));
+        }
     }
 
 private:
@@ -73,7 +74,9 @@ private:
     static bool Empty(SSlot& roSlot, uintptr_t uiToken)
     {
         if (uiToken == 0 || roSlot.uiToken.load(std::memory_order_relaxed) != uiToken)
+        {
             return false;
+        }
         roSlot.uiToken.store(0, std::memory_order_release);
         roSlot.poObject.reset();
         return true;
@@ -82,7 +85,5 @@ private:
     std::mutex m_oMutex;
     std::array<SSlot, msc_uiSlots> m_aoSlots;
 };
-
-} // namespace LinuxBoard
 
 #endif

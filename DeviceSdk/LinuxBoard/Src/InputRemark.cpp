@@ -1,8 +1,5 @@
 #include "InputRemark.h"
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -24,28 +21,34 @@ SInputRemark InputRemark_Of(const SInputFacts& roFacts)
 {
     switch (roFacts.eSource)
     {
-    case EFrameSource::NoTrace:
+    case EFrameSource::NO_TRACE:
         return {"no per-frame data: not the owner, no trace access", "no per-frame data: no trace access",
                 szTraceRemedy};
-    case EFrameSource::TraceTaken:
+    case EFrameSource::TRACE_TAKEN:
         return {"no per-frame data: another program reads its prepared trace", "no per-frame data: trace taken",
                 szTakenRemedy};
-    case EFrameSource::ReadByCalls:
+    case EFrameSource::READ_BY_CALLS:
         return {"no per-frame data: its owner uses read()", "no per-frame data: read()", szReadRemedy};
-    case EFrameSource::Own:
-    case EFrameSource::Trace:
+    case EFrameSource::OWN:
+    case EFrameSource::TRACE:
         break;
     }
     SInputRemark oRemark;
     if (roFacts.bHidden && roFacts.bInUse)
+    {
         Add(oRemark, "in use, buffers not told", "in use");
+    }
     else if (roFacts.bHidden)
+    {
         Add(oRemark, "buffers not told", "buffers not told");
+    }
     if (!roFacts.bRateFixed)
+    {
         Add(oRemark, "nominal rate unknown", "rate unknown");
+    }
     if (!roFacts.bStampsStart)
+    {
         Add(oRemark, "end of frame", "end of frame");
+    }
     return oRemark;
 }
-
-} // namespace LinuxBoard

@@ -7,21 +7,18 @@
 
 #include <string>
 
-namespace LinuxBoard
-{
-
 enum class EFrameSource
 {
-    Own,         /* we stream the input */
-    Trace,       /* the kernel's trace of what its owner fetches */
-    NoTrace,     /* the trace may not be read */
-    TraceTaken,  /* another process reads the prepared trace, which has one reader */
-    ReadByCalls, /* its owner uses read(), which the trace does not record */
+    OWN,           /* we stream the input */
+    TRACE,         /* the kernel's trace of what its owner fetches */
+    NO_TRACE,      /* the trace may not be read */
+    TRACE_TAKEN,   /* another process reads the prepared trace, which has one reader */
+    READ_BY_CALLS, /* its owner uses read(), which the trace does not record */
 };
 
 struct SInputFacts
 {
-    EFrameSource eSource = EFrameSource::Own;
+    EFrameSource eSource = EFrameSource::OWN;
     bool bRateFixed = true;    /* by the signal */
     bool bHidden = false;      /* its driver tells nobody but an owner of the buffers */
     bool bStampsStart = false; /* stamps mark the start of a frame */
@@ -36,7 +33,5 @@ struct SInputRemark
 };
 
 SInputRemark InputRemark_Of(const SInputFacts& roFacts);
-
-} // namespace LinuxBoard
 
 #endif

@@ -5,9 +5,6 @@
 #include <iterator>
 #include <linux/videodev2.h>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -66,16 +63,24 @@ constexpr uint32_t auiRgbCodes[] = {
 VtPixelFormat Find(uint32_t SPixelFormat::*puiCode, uint32_t uiFourCc)
 {
     for (const SPixelFormat& roRow : aoPixelFormats)
+    {
         if (uiFourCc != 0 && roRow.*puiCode == uiFourCc)
+        {
             return roRow.eFormat;
+        }
+    }
     return VtPixelFormat_UNKOWN;
 }
 
 const SPixelFormat& Row(VtPixelFormat ePixelFormat)
 {
     for (const SPixelFormat& roRow : aoPixelFormats)
+    {
         if (roRow.eFormat == ePixelFormat)
+        {
             return roRow;
+        }
+    }
     return aoPixelFormats[VtPixelFormat_UNKOWN];
 }
 
@@ -104,5 +109,3 @@ const char* PixelFormat_Name(VtPixelFormat ePixelFormat)
 {
     return Row(ePixelFormat).szName;
 }
-
-} // namespace LinuxBoard

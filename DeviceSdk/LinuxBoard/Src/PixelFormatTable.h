@@ -5,12 +5,9 @@
 #ifndef LINUX_BOARD_PIXEL_FORMAT_TABLE_H
 #define LINUX_BOARD_PIXEL_FORMAT_TABLE_H
 
-#include "VtVideoTypes.h"
-
 #include <cstdint>
 
-namespace LinuxBoard
-{
+#include "VtVideoTypes.h"
 
 /* VtPixelFormat_UNKOWN for a code that the interface has no value for. */
 VtPixelFormat PixelFormat_FromV4l2(uint32_t uiFourCc);
@@ -21,7 +18,5 @@ bool PixelFormat_IsYuv(uint32_t uiV4l2FourCc);
 
 /* Never null. */
 const char* PixelFormat_Name(VtPixelFormat ePixelFormat);
-
-} // namespace LinuxBoard
 
 #endif

@@ -1,28 +1,32 @@
 /*
+
+
  * Queries of the board: connectors are the outputs, then the inputs.
  */
 #include "SdkExport.h"
 
+#include <cstdio>
+
 #include "FieldStart.h"
 #include "Linux/Board.h"
 
-#include <cstdio>
-
-using namespace LinuxBoard;
-
 VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz)
 {
-    if (CBoard::Get().m_oChips.Find(hDev) == nullptr || puiFreqHz == nullptr)
+    if (CBoard::Get().GetChips().Find(hDev) == nullptr || puiFreqHz == nullptr)
+    {
         return VtStatus_INVALID_PARAM;
+    }
     *puiFreqHz = uiTickFreqHz;
     return VtStatus_OK;
 }
 
 VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    const CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
     if (poChip == nullptr || puiCount == nullptr)
+    {
         return VtStatus_INVALID_PARAM;
+    }
     *puiCount = static_cast<uint32_t>(poChip->Devices().aoOutputs.size() + poChip->Devices().aoInputs.size());
     return VtStatus_OK;
 }
@@ -30,13 +34,17 @@ VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
                                   VtBoard_ConnectorInfo* poConnectorInfo)
 {
-    const CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
     if (poChip == nullptr || poConnectorInfo == nullptr || poConnectorInfo->uiSize != sizeof(VtBoard_ConnectorInfo))
+    {
         return VtStatus_INVALID_PARAM;
+    }
     const SDeviceList& roDevices = poChip->Devices();
     const size_t uiOutputs = roDevices.aoOutputs.size();
     if (uiConnectorIndex >= uiOutputs + roDevices.aoInputs.size())
+    {
         return VtStatus_INVALID_PARAM;
+    }
     const auto Fill = [poConnectorInfo](const auto& roSource)
     {
         *poConnectorInfo = {};
@@ -65,10 +73,14 @@ VtStatus ReadSkipCount(CChip& roChip, const void* pvIn, uint32_t uiInSize, void*
 {
     if (pvIn == nullptr || uiInSize != sizeof(VtBoard_CaptureSkipBufferCountIn) || pvOut == nullptr ||
         uiOutSize != sizeof(VtBoard_CaptureSkipBufferCountOut))
+    {
         return VtStatus_INVALID_PARAM;
+    }
     const uint32_t uiInput = static_cast<const VtBoard_CaptureSkipBufferCountIn*>(pvIn)->uiCaptureIndex;
     if (uiInput >= roChip.Devices().aoInputs.size())
+    {
         return VtStatus_INVALID_PARAM;
+    }
     const SInputCounters& roCounters = roChip.Counters(uiInput);
     *static_cast<VtBoard_CaptureSkipBufferCountOut*>(pvOut) = {
         roCounters.uiSkippedFields.load(std::memory_order_relaxed),
@@ -81,16 +93,20 @@ VtStatus ReadSkipCount(CChip& roChip, const void* pvIn, uint32_t uiInSize, void*
 VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
                             uint32_t uiOutSize)
 {
-    CChip* poChip = CBoard::Get().m_oChips.Find(hDev);
+    CChip* poChip = CBoard::Get().GetChips().Find(hDev);
     if (poChip == nullptr)
+    {
         return VtStatus_INVALID_PARAM;
+    }
     switch (uiCall)
     {
     case VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT:
         return ReadSkipCount(*poChip, pvIn, uiInSize, pvOut, uiOutSize);
     case VtBoard_CustomCallId_GET_TICK_CLOCK:
         if (uiInSize != 0 || pvOut == nullptr || uiOutSize != sizeof(VtBoard_TickClockOut))
+        {
             return VtStatus_INVALID_PARAM;
+        }
         *static_cast<VtBoard_TickClockOut*>(pvOut) = {VtBoard_ClockId_MONOTONIC, 0, 0};
         return VtStatus_OK;
     default:

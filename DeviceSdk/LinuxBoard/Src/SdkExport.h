@@ -6,6 +6,7 @@
 
 #pragma GCC visibility push(default)
 #include "Veltrano.h"
+
 #pragma GCC visibility pop
 
 #endif

@@ -1,15 +1,15 @@
 /*
+
+
  * Entry of the interface: loading, the chip, the debug channel.
  */
 #include "SdkExport.h"
 
-#include "Linux/Board.h"
-#include "PixelFormatTable.h"
-
 #include <cstdio>
 #include <syslog.h>
 
-using namespace LinuxBoard;
+#include "Linux/Board.h"
+#include "PixelFormatTable.h"
 
 void Veltrano_LoadLite(void)
 {
@@ -35,8 +35,10 @@ void Veltrano_UnLoad(void)
 
 VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
 {
-    if (CBoard::Get().m_oChips.Find(hDev) == nullptr || szMsg == nullptr)
+    if (CBoard::Get().GetChips().Find(hDev) == nullptr || szMsg == nullptr)
+    {
         return VtStatus_INVALID_PARAM;
+    }
     // The system's log: standard error shares the terminal with the tool's screen.
     syslog(LOG_USER | LOG_DEBUG, "%.*s", VtTextSize_DEBUG_MSG - 1, szMsg);
     return VtStatus_OK;
@@ -45,7 +47,9 @@ VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
 VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName)
 {
     if (szName == nullptr)
+    {
         return VtStatus_INVALID_PARAM;
+    }
     std::snprintf(szName, VtTextSize_PIXEL_FORMAT_NAME, "%s", PixelFormat_Name(ePixelFormat));
     return VtStatus_OK;
 }

@@ -1,11 +1,8 @@
 #include "StreamName.h"
 
-#include "VtTypes.h"
-
 #include <algorithm>
 
-namespace LinuxBoard
-{
+#include "VtTypes.h"
 
 namespace
 {
@@ -21,9 +18,13 @@ std::string Bracketed(std::string_view szRemark)
 std::string_view Beginning(std::string_view szText, size_t uiLength)
 {
     if (szText.size() <= uiLength)
+    {
         return szText;
+    }
     while (uiLength > 0 && (static_cast<unsigned char>(szText[uiLength]) & 0xC0U) == 0x80U)
+    {
         uiLength--;
+    }
     return szText.substr(0, uiLength);
 }
 
@@ -37,7 +38,9 @@ SStreamName StreamName_Build(std::string_view szName, std::string_view szRemark,
     {
         oName.bCut = true;
         if (!szShortRemark.empty())
+        {
             szSuffix = Bracketed(szShortRemark);
+        }
     }
     oName.szText = std::string(Beginning(szName, uiMaxLength - std::min(szSuffix.size(), uiMaxLength))) + szSuffix;
     std::replace_if(
@@ -45,5 +48,3 @@ SStreamName StreamName_Build(std::string_view szName, std::string_view szRemark,
         [](char cCharacter) { return static_cast<unsigned char>(cCharacter) < 0x20 || cCharacter == 0x7F; }, '?');
     return oName;
 }
-
-} // namespace LinuxBoard

@@ -8,9 +8,6 @@
 #include <string>
 #include <string_view>
 
-namespace LinuxBoard
-{
-
 struct SStreamName
 {
     std::string szText;
@@ -22,7 +19,5 @@ struct SStreamName
  * one (when there is a short one), then the end of the name; a remark is never cut. Control characters become '?'.
  */
 SStreamName StreamName_Build(std::string_view szName, std::string_view szRemark, std::string_view szShortRemark = {});
-
-} // namespace LinuxBoard
 
 #endif

@@ -4,9 +4,6 @@
 #include <cstring>
 #include <linux/videodev2.h>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -16,7 +13,9 @@ bool Read(const STraceField& roField, std::span<const std::byte> aoRecord, uint6
     ruiValue = 0;
     if (roField.uiSize == 0 || roField.uiSize > sizeof(ruiValue) || roField.uiOffset > aoRecord.size() ||
         roField.uiSize > aoRecord.size() - roField.uiOffset)
+    {
         return false;
+    }
     const std::byte* pFrom = aoRecord.data() + roField.uiOffset;
     switch (roField.uiSize)
     {
@@ -45,8 +44,10 @@ bool Read(const STraceField& roField, std::span<const std::byte> aoRecord, uint6
 EFieldParity ParityOf(uint64_t uiField)
 {
     if (uiField == V4L2_FIELD_TOP)
-        return EFieldParity::Top;
-    return uiField == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom : EFieldParity::None;
+    {
+        return EFieldParity::TOP;
+    }
+    return uiField == V4L2_FIELD_BOTTOM ? EFieldParity::BOTTOM : EFieldParity::NONE;
 }
 
 } // namespace
@@ -64,7 +65,9 @@ bool TraceRecord_Read(const STraceLayout& roLayout, std::span<const std::byte> a
         !Read(roLayout.oMinor, aoRecord, uiMinor) || !Read(roLayout.oType, aoRecord, uiType) ||
         !Read(roLayout.oFlags, aoRecord, uiFlags) || !Read(roLayout.oField, aoRecord, uiField) ||
         !Read(roLayout.oStamp, aoRecord, uiStampNs) || !Read(roLayout.oSequence, aoRecord, uiSequence))
+    {
         return false;
+    }
     roBuffer.uiMinor = static_cast<uint32_t>(uiMinor);
     roBuffer.bCapture = uiType == V4L2_BUF_TYPE_VIDEO_CAPTURE || uiType == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
     roBuffer.bMonotonicStamp = (uiFlags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
@@ -81,5 +84,3 @@ uint32_t TraceRecord_BufferKb(uint32_t uiFramesPerSecond)
     const uint32_t uiFrames = uiFramesPerSecond == 0 ? uiUsualRate : uiFramesPerSecond;
     return std::max(uiLeastKb, uiFrames * uiRecordBytes / 1024 + 1);
 }
-
-} // namespace LinuxBoard

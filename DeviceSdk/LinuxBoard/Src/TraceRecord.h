@@ -4,14 +4,11 @@
 #ifndef LINUX_BOARD_TRACE_RECORD_H
 #define LINUX_BOARD_TRACE_RECORD_H
 
-#include "FieldTracker.h"
-#include "TraceLayout.h"
-
 #include <cstddef>
 #include <span>
 
-namespace LinuxBoard
-{
+#include "FieldTracker.h"
+#include "TraceLayout.h"
 
 struct STracedBuffer
 {
@@ -26,7 +23,5 @@ bool TraceRecord_Read(const STraceLayout& roLayout, std::span<const std::byte> a
 
 /* The trace buffer, in KiB for each processor, that holds what this many frames a second leave in a second. */
 uint32_t TraceRecord_BufferKb(uint32_t uiFramesPerSecond);
-
-} // namespace LinuxBoard
 
 #endif

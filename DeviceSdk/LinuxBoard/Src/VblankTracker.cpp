@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 
-namespace LinuxBoard
-{
-
 void CVblankTracker::Start(uint64_t uiSequence)
 {
     if (m_bStarted)
+    {
         m_uiOffset += m_uiSequence - uiSequence;
+    }
     m_bStarted = true;
     m_bUnseen = false;
     m_bFlushed = false;
@@ -22,7 +21,9 @@ void CVblankTracker::Start(uint64_t uiSequence)
 bool CVblankTracker::Accept(uint64_t uiSequence, uint64_t uiStampNs)
 {
     if (!m_bStarted || uiSequence <= m_uiSequence || uiStampNs <= m_uiStampNs)
+    {
         return false;
+    }
     m_bUnseen = true;
     m_uiSequence = uiSequence;
     m_uiStampNs = uiStampNs;
@@ -32,7 +33,9 @@ bool CVblankTracker::Accept(uint64_t uiSequence, uint64_t uiStampNs)
 bool CVblankTracker::Take(SFieldStart& roField)
 {
     if (!m_bUnseen)
+    {
         return false;
+    }
     m_bUnseen = false;
     roField = {(m_uiSequence + m_uiOffset) * uiCounterPerField, m_uiStampNs, false};
     return true;
@@ -54,9 +57,13 @@ void CVblankTracker::AcceptEvent(uint64_t uiTag, uint64_t uiSequence, uint64_t u
 {
     const uint64_t uiAskedSequence = uiTag & ((uint64_t{1} << msc_uiSequenceBits) - 1);
     if (uiTag != TagOf(uiAskedSequence))
+    {
         return;
+    }
     if (m_uiOutstanding > 0)
+    {
         m_uiOutstanding--;
+    }
     if (uiSequence < uiAskedSequence)
     {
         m_uiNextToQueue = std::min(m_uiNextToQueue, uiAskedSequence);
@@ -80,11 +87,13 @@ void CSetBufferEstimate::Sample(uint32_t uiFramebufferId)
     m_uiUnchanged++;
     // Going dark sets no buffer.
     if (uiFramebufferId == m_uiFramebufferId || uiFramebufferId == 0)
+    {
         return;
+    }
     if (m_uiFramebufferId != 0)
+    {
         m_uiCount++;
+    }
     m_uiFramebufferId = uiFramebufferId;
     m_uiUnchanged = 0;
 }
-
-} // namespace LinuxBoard

@@ -6,13 +6,10 @@
 #ifndef LINUX_BOARD_VBLANK_TRACKER_H
 #define LINUX_BOARD_VBLANK_TRACKER_H
 
-#include "FieldStart.h"
-
 #include <cstdint>
 #include <utility>
 
-namespace LinuxBoard
-{
+#include "FieldStart.h"
 
 class CVblankTracker
 {
@@ -92,7 +89,5 @@ private:
     uint32_t m_uiFields = 0;    /* since the last look */
     uint64_t m_uiCount = 0;
 };
-
-} // namespace LinuxBoard
 
 #endif

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -15,7 +12,9 @@ void SetRates(SSignal& roSignal, uint64_t uiClockHz, uint64_t uiHTotal, uint64_t
 {
     const uint64_t uiPixels = uiHTotal * uiVTotal;
     if (uiClockHz == 0 || uiPixels == 0)
+    {
         return;
+    }
     VtVideo_VidParam& roParam = roSignal.oVidParam;
     roParam.uiPixelClock_kHz = static_cast<uint32_t>((uiClockHz + 500) / 1000);
     roParam.uiHRate_kHz = static_cast<uint32_t>((uiClockHz + uiHTotal * 500) / (uiHTotal * 1000));
@@ -37,7 +36,9 @@ SSignal VideoTimings_FromDv(const v4l2_bt_timings& roTimings)
 {
     SSignal oSignal;
     if (roTimings.width == 0 || roTimings.height == 0)
+    {
         return oSignal;
+    }
     VtVideo_VidParam& roParam = oSignal.oVidParam;
     const bool bInterlaced = roTimings.interlaced != 0;
     roParam.uiHActive = roTimings.width;
@@ -55,7 +56,9 @@ SSignal VideoTimings_FromDv(const v4l2_bt_timings& roTimings)
         uint64_t{roTimings.width} + roTimings.hfrontporch + roTimings.hsync + roTimings.hbackporch;
     uint64_t uiVTotal = uint64_t{roTimings.height} + roTimings.vfrontporch + roTimings.vsync + roTimings.vbackporch;
     if (bInterlaced)
+    {
         uiVTotal += uint64_t{roTimings.il_vfrontporch} + roTimings.il_vsync + roTimings.il_vbackporch;
+    }
     SetRates(oSignal, ReducedClockHz(roTimings), uiHTotal, uiVTotal, bInterlaced ? 2 : 1);
     return oSignal;
 }
@@ -64,15 +67,19 @@ SSignal VideoTimings_FromFrame(uint32_t uiWidth, uint32_t uiHeight, const v4l2_f
 {
     SSignal oSignal;
     if (uiWidth == 0 || uiHeight == 0)
+    {
         return oSignal;
+    }
     oSignal.oVidParam.uiHActive = uiWidth;
     oSignal.oVidParam.uiVActive = uiHeight;
     oSignal.oVidParam.bInterlaced = bInterlaced ? 1 : 0;
     // An interlaced frame has an odd number of lines: the tool's own sum adds the one that no field holds.
     const uint64_t uiLines = uint64_t{uiHeight} + (bInterlaced ? 1 : 0);
     if (roFrameTime.numerator != 0)
+    {
         SetRates(oSignal, uiWidth * uiLines * roFrameTime.denominator / roFrameTime.numerator, uiWidth, uiLines,
                  bInterlaced ? 2 : 1);
+    }
     return oSignal;
 }
 
@@ -88,7 +95,9 @@ SSignal VideoTimings_FromCamera(uint32_t uiWidth, uint32_t uiHeight, const v4l2_
 v4l2_fract VideoTimings_FrameTimeOf(v4l2_std_id uiStandard)
 {
     if ((uiStandard & V4L2_STD_525_60) != 0)
+    {
         return {1001, 30000};
+    }
     return (uiStandard & V4L2_STD_625_50) != 0 ? v4l2_fract{1, 25} : v4l2_fract{0, 0};
 }
 
@@ -96,7 +105,9 @@ SSignal VideoTimings_FromMode(const drmModeModeInfo& roMode)
 {
     SSignal oSignal;
     if (roMode.hdisplay == 0 || roMode.vdisplay == 0)
+    {
         return oSignal;
+    }
     VtVideo_VidParam& roParam = oSignal.oVidParam;
     const bool bInterlaced = (roMode.flags & DRM_MODE_FLAG_INTERLACE) != 0;
     const uint32_t uiFields = bInterlaced ? 2 : 1;
@@ -113,11 +124,13 @@ SSignal VideoTimings_FromMode(const drmModeModeInfo& roMode)
     roParam.bVerticalSyncPositive = (roMode.flags & DRM_MODE_FLAG_PVSYNC) != 0 ? 1 : 0;
     uint64_t uiLines = roMode.vtotal;
     if ((roMode.flags & DRM_MODE_FLAG_DBLSCAN) != 0)
+    {
         uiLines *= 2;
+    }
     if (roMode.vscan > 1)
+    {
         uiLines *= roMode.vscan;
+    }
     SetRates(oSignal, uint64_t{roMode.clock} * 1000, roMode.htotal, uiLines, uiFields);
     return oSignal;
 }
-
-} // namespace LinuxBoard

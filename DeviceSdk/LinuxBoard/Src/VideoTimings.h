@@ -4,14 +4,11 @@
 #ifndef LINUX_BOARD_VIDEO_TIMINGS_H
 #define LINUX_BOARD_VIDEO_TIMINGS_H
 
-#include "VtVideoTypes.h"
-
 #include <cstdint>
 #include <linux/videodev2.h>
 #include <xf86drmMode.h>
 
-namespace LinuxBoard
-{
+#include "VtVideoTypes.h"
 
 struct SSignal
 {
@@ -39,7 +36,5 @@ v4l2_fract VideoTimings_FrameTimeOf(v4l2_std_id uiStandard);
 
 /* From the mode of a display (lines and vertical positions of a frame, also when interlaced). */
 SSignal VideoTimings_FromMode(const drmModeModeInfo& roMode);
-
-} // namespace LinuxBoard
 
 #endif

@@ -1,9 +1,7 @@
-#include "BoardConfig.h"
-
 #include <gtest/gtest.h>
 #include <utility>
 
-using namespace LinuxBoard;
+#include "BoardConfig.h"
 
 namespace
 {
@@ -27,7 +25,9 @@ std::string Chosen(std::string_view szText)
     const SBoardConfig oConfig = Parsed(szText);
     std::string szChosen;
     for (const SDeviceChoice& roChoice : BoardConfig_Choose(oConfig.aoInputs, aoCameras))
+    {
         szChosen += std::to_string(roChoice.uiDevice) + "=" + roChoice.szName + " ";
+    }
     return szChosen;
 }
 

@@ -1,6 +1,3 @@
-#include "Linux/GiveBack.h"
-#include "Linux/InputSettings.h"
-
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -11,7 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace LinuxBoard;
+#include "Linux/GiveBack.h"
+#include "Linux/InputSettings.h"
 
 namespace
 {
@@ -42,7 +40,9 @@ struct GiveBack : testing::Test
             const bool bNoted = GiveBack_NoteTrace(oInstance) != nullptr;
             const bool bTold = write(aiReady[1], bNoted ? "y" : "n", 1) == 1;
             while (bTold)
+            {
                 pause();
+            }
             _exit(1);
         }
         char cNoted = 0;

@@ -1,13 +1,11 @@
-#include "InputRemark.h"
-#include "StreamName.h"
-#include "TraceRecord.h"
-
 #include <gtest/gtest.h>
 #include <linux/videodev2.h>
 #include <span>
 #include <tuple>
 
-using namespace LinuxBoard;
+#include "InputRemark.h"
+#include "StreamName.h"
+#include "TraceRecord.h"
 
 namespace
 {
@@ -44,7 +42,7 @@ TEST(TraceRecord, ReadsWhatTheKernelWritesAndNothingElse)
     EXPECT_TRUE(oBuffer.bCapture && oBuffer.bMonotonicStamp && oBuffer.oFrame.bError);
     EXPECT_EQ(oBuffer.oFrame.uiSequence, 4294967295U);
     EXPECT_EQ(oBuffer.oFrame.uiStampNs, 12345000111U);
-    EXPECT_EQ(oBuffer.oFrame.eParity, EFieldParity::Bottom);
+    EXPECT_EQ(oBuffer.oFrame.eParity, EFieldParity::BOTTOM);
     oRecord.uiType = V4L2_BUF_TYPE_VIDEO_OUTPUT;
     oRecord.uiFlags = V4L2_BUF_FLAG_TIMESTAMP_COPY;
     EXPECT_TRUE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer));
@@ -78,15 +76,15 @@ TEST(StreamName, FitsAndKeepsTheRemark)
 TEST(InputRemark, NamesWhatLacksAndNothingBesides)
 {
     const std::tuple<SInputFacts, const char*, const char*> aoRows[] = {
-        {{EFrameSource::Own, true, false, true}, "", ""},
-        {{EFrameSource::Trace, true, false, false}, "end of frame", "end of frame"},
-        {{EFrameSource::Trace, false, true, true},
+        {{EFrameSource::OWN, true, false, true}, "", ""},
+        {{EFrameSource::TRACE, true, false, false}, "end of frame", "end of frame"},
+        {{EFrameSource::TRACE, false, true, true},
          "buffers not told, nominal rate unknown",
          "buffers not told, rate unknown"},
-        {{EFrameSource::Trace, false, true, true, true},
+        {{EFrameSource::TRACE, false, true, true, true},
          "in use, buffers not told, nominal rate unknown",
          "in use, rate unknown"},
-        {{EFrameSource::ReadByCalls, false, false, false},
+        {{EFrameSource::READ_BY_CALLS, false, false, false},
          "no per-frame data: its owner uses read()",
          "no per-frame data: read()"},
     };
@@ -94,6 +92,6 @@ TEST(InputRemark, NamesWhatLacksAndNothingBesides)
     {
         EXPECT_EQ(InputRemark_Of(oFacts).szFull, pszFull);
         EXPECT_EQ(InputRemark_Of(oFacts).szShort, pszShort);
-        EXPECT_EQ(InputRemark_Of(oFacts).szRemedy.empty(), oFacts.eSource != EFrameSource::ReadByCalls);
+        EXPECT_EQ(InputRemark_Of(oFacts).szRemedy.empty(), oFacts.eSource != EFrameSource::READ_BY_CALLS);
     }
 }

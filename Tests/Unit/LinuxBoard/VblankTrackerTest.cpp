@@ -1,9 +1,7 @@
-#include "VblankTracker.h"
-#include "HandleTable.h"
-
 #include <gtest/gtest.h>
 
-using namespace LinuxBoard;
+#include "HandleTable.h"
+#include "VblankTracker.h"
 
 namespace
 {
@@ -14,7 +12,9 @@ struct VblankTracker : testing::Test
     {
         uint64_t uiLast = 0;
         for (uint64_t uiNext = oTracker.NextToQueue(); uiNext != 0; uiNext = oTracker.NextToQueue())
+        {
             oTracker.Queued(uiLast = uiNext);
+        }
         return uiLast;
     }
     CVblankTracker oTracker;
@@ -44,7 +44,9 @@ TEST_F(VblankTracker, AsksAgainForWhatAChangeOfModeFlushed)
     const uint64_t uiLast = QueueAll();
     EXPECT_EQ(oTracker.NextToQueue(), 0U);
     for (uint64_t uiAsked = 101; uiAsked <= uiLast; uiAsked++)
+    {
         oTracker.AcceptEvent(oTracker.TagOf(uiAsked), 100, 1000);
+    }
     EXPECT_EQ(oTracker.LastStampNs(), 0U);
     EXPECT_TRUE(oTracker.TakeFlushed() && !oTracker.TakeFlushed());
     EXPECT_TRUE(oTracker.IsQueueSpent());
@@ -76,7 +78,9 @@ TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)
 {
     CSetBufferEstimate oEstimate;
     for (const uint32_t uiFramebufferId : {3U, 3U, 4U, 0U, 4U, 3U, 3U})
+    {
         oEstimate.Sample(uiFramebufferId);
+    }
     EXPECT_EQ(oEstimate.Count(), 2U);
     EXPECT_EQ(CSetBufferEstimate::SampleMomentNs(1000, 20000000), 12001000U);
 }
@@ -88,12 +92,20 @@ TEST(SetBufferEstimate, LooksSeldomAtAStillPictureAndFindsEveryWayOfChangingIt)
         CSetBufferEstimate oEstimate;
         uint32_t uiLooks = 0;
         for (uint32_t uiField = 0; uiField < 600; uiField++)
+        {
             if (oEstimate.IsDue())
+            {
                 oEstimate.Sample(7), uiLooks++;
+            }
+        }
         EXPECT_LT(uiLooks, 110U);
         for (uint32_t uiField = 0; uiField < 120; uiField++)
+        {
             if (oEstimate.IsDue())
+            {
                 oEstimate.Sample(10 + uiField % uiInTurn);
+            }
+        }
         EXPECT_GE(oEstimate.Count(), 100U) << uiInTurn << " buffers in turn";
     }
 }
@@ -110,9 +122,13 @@ TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
     int* hSecond = oTable.Add(std::make_unique<int>(2));
     EXPECT_NE(hSecond, hFirst);
     for (int* hBad : {hFirst, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})
+    {
         EXPECT_EQ(oTable.Find(hBad), nullptr);
+    }
     for (size_t uiSlot = 1; uiSlot < CTable::msc_uiSlots; uiSlot++)
+    {
         ASSERT_NE(oTable.Add(std::make_unique<int>(0)), nullptr);
+    }
     EXPECT_EQ(oTable.Add(std::make_unique<int>(0)), nullptr);
     oTable.Clear();
     EXPECT_EQ(oTable.Find(hSecond), nullptr);

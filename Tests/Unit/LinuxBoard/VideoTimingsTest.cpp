@@ -1,11 +1,9 @@
-#include "VideoTimings.h"
-#include "PixelFormatTable.h"
-
 #include <gtest/gtest.h>
 #include <linux/v4l2-dv-timings.h>
 #include <sstream>
 
-using namespace LinuxBoard;
+#include "PixelFormatTable.h"
+#include "VideoTimings.h"
 
 namespace
 {
@@ -60,10 +58,14 @@ TEST(PixelFormatTable, TheTwoKernelsNamesOfOneLayoutMeet)
     EXPECT_EQ(PixelFormat_FromV4l2(V4L2_PIX_FMT_YUYV), VtPixelFormat_YUV422_YUYV);
     for (const uint32_t uiYuv : {V4L2_PIX_FMT_YUV420, V4L2_PIX_FMT_YVU420, V4L2_PIX_FMT_NV21, V4L2_PIX_FMT_NV16,
                                  V4L2_PIX_FMT_YVYU, V4L2_PIX_FMT_YUV422P, V4L2_PIX_FMT_NV12M, V4L2_PIX_FMT_MJPEG})
+    {
         EXPECT_TRUE(PixelFormat_IsYuv(uiYuv)) << uiYuv;
+    }
     for (const uint32_t uiRgb : {V4L2_PIX_FMT_RGB24, V4L2_PIX_FMT_XBGR32, V4L2_PIX_FMT_SRGGB12, V4L2_PIX_FMT_RGB565X,
                                  V4L2_PIX_FMT_ARGB555X, 0U})
+    {
         EXPECT_FALSE(PixelFormat_IsYuv(uiRgb)) << uiRgb;
+    }
     EXPECT_EQ(PixelFormat_FromDrm(0), VtPixelFormat_UNKOWN);
     EXPECT_STREQ(PixelFormat_Name(VtPixelFormat_FORCE32), "VtPixelFormat_UNKOWN");
 }

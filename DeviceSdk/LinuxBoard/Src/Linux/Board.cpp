@@ -1,8 +1,5 @@
 #include "Board.h"
 
-#include "GiveBack.h"
-#include "Remark.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -11,8 +8,8 @@
 #include <string_view>
 #include <system_error>
 
-namespace LinuxBoard
-{
+#include "GiveBack.h"
+#include "Remark.h"
 
 namespace
 {
@@ -24,7 +21,9 @@ std::string Joined(const std::vector<std::string>& raszTexts)
 {
     std::string szAll;
     for (const std::string& rszText : raszTexts)
+    {
         szAll += (szAll.empty() ? "" : ", ") + rszText;
+    }
     return szAll;
 }
 
@@ -33,9 +32,13 @@ bool Asks(const char* szVariable, std::string_view szNo, std::string_view szYes)
 {
     const char* szValue = std::getenv(szVariable);
     if (szValue == nullptr || szValue == szNo)
+    {
         return false;
+    }
     if (szValue == szYes)
+    {
         return true;
+    }
     Remark_Say(std::string(szVariable) + " takes " + std::string(szYes) + " or " + std::string(szNo) + ", not '" +
                szValue + "': taken for " + std::string(szNo));
     return false;
@@ -58,7 +61,9 @@ bool ReadConfig(SBoardConfig& roConfig)
 {
     const std::string szFile = ConfigFile();
     if (szFile.empty())
+    {
         return true;
+    }
     SConfigFault oFault;
     std::error_code oError;
     const bool bFile = std::filesystem::is_regular_file(szFile, oError);
@@ -67,13 +72,21 @@ bool ReadConfig(SBoardConfig& roConfig)
     oFile.read(szText.data(), static_cast<std::streamsize>(szText.size()));
     szText.resize(static_cast<size_t>(oFile.gcount()));
     if (!bFile)
+    {
         oFault.szText = "cannot be read: " + (oError ? oError.message() : std::string("not a regular file"));
+    }
     else if (!oFile.is_open() || oFile.bad())
+    {
         oFault.szText = "cannot be read: " + std::generic_category().message(errno);
+    }
     else if (szText.size() > uiMaxConfigSize)
+    {
         oFault.szText = "the text is longer than 1 MiB";
+    }
     else if (BoardConfig_Parse(szText, roConfig, oFault))
+    {
         return true;
+    }
     SayOfConfig(szFile, oFault);
     return false;
 }
@@ -83,15 +96,23 @@ void Report(const SDeviceList& roDevices)
     const std::string szRefused =
         roDevices.aszRefused.empty() ? "nothing was refused" : "refused: " + Joined(roDevices.aszRefused) + szRemedy;
     if (roDevices.aoInputs.empty() && roDevices.aoOutputs.empty())
+    {
         Remark_Say("nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video "
                    "capture nodes in /sys/class/video4linux; " +
                    szRefused);
+    }
     else if (!roDevices.aszRefused.empty())
+    {
         Remark_Say(szRefused);
+    }
     for (const std::string& rszText : roDevices.aszRemarks)
+    {
         Remark_Say(rszText);
+    }
     for (const SConfigFault& roFault : roDevices.aoUnmatched)
+    {
         SayOfConfig(ConfigFile(), roFault);
+    }
 }
 
 } // namespace
@@ -106,19 +127,25 @@ CBoard& CBoard::Get()
 VtDevice_Handle CBoard::OpenChip()
 {
     if (!m_bLoaded || m_bScanned)
+    {
         return m_hChip;
+    }
     m_bScanned = true;
     GiveBack_Leftovers();
     const SInputOptions oOptions = {Asks("VELTRANO_INPUT_MODE", "observe", "own"),
                                     Asks("VELTRANO_INPUT_FORMAT", "keep", "smallest")};
     SBoardConfig oConfig;
     if (!ReadConfig(oConfig))
+    {
         return m_hChip;
+    }
     auto poChip = std::make_unique<CChip>(oConfig, oOptions);
     const SDeviceList& roDevices = poChip->Devices();
     Report(roDevices);
     if (!roDevices.aoInputs.empty() || !roDevices.aoOutputs.empty())
+    {
         m_hChip = m_oChips.Add(std::move(poChip));
+    }
     return m_hChip;
 }
 
@@ -132,5 +159,3 @@ void CBoard::Unload()
     m_bScanned = false;
     m_bLoaded = false;
 }
-
-} // namespace LinuxBoard

@@ -5,16 +5,13 @@
 #ifndef LINUX_BOARD_BOARD_H
 #define LINUX_BOARD_BOARD_H
 
-#include "../HandleTable.h"
+#include <array>
+
 #include "DeviceList.h"
+#include "HandleTable.h"
 #include "InputStream.h"
 #include "OutputStream.h"
 #include "VtBoard.h"
-
-#include <array>
-
-namespace LinuxBoard
-{
 
 class CChip
 {
@@ -50,16 +47,17 @@ public:
      */
     VtDevice_Handle OpenChip();
 
+    CHandleTable<VtDevice_Handle, CChip>& GetChips() { return m_oChips; }
+    CHandleTable<VtVideoIn_Handle, CInputStream>& GetInputs() { return m_oInputs; }
+    CHandleTable<VtVideoOut_Handle, COutputStream>& GetOutputs() { return m_oOutputs; }
+
+private:
     CHandleTable<VtDevice_Handle, CChip> m_oChips;
     CHandleTable<VtVideoIn_Handle, CInputStream> m_oInputs;
     CHandleTable<VtVideoOut_Handle, COutputStream> m_oOutputs;
-
-private:
     bool m_bLoaded = false;
     bool m_bScanned = false;
     VtDevice_Handle m_hChip = nullptr;
 };
-
-} // namespace LinuxBoard
 
 #endif

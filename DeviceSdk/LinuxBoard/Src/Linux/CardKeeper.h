@@ -6,14 +6,11 @@
 #ifndef LINUX_BOARD_CARD_KEEPER_H
 #define LINUX_BOARD_CARD_KEEPER_H
 
-#include "KmsCard.h"
-
 #include <map>
 #include <mutex>
 #include <string>
 
-namespace LinuxBoard
-{
+#include "KmsCard.h"
 
 class CCardKeeper
 {
@@ -36,7 +33,5 @@ private:
     std::mutex m_oMutex;
     std::map<std::string, CKmsCard> m_aoCards;
 };
-
-} // namespace LinuxBoard
 
 #endif

@@ -1,10 +1,5 @@
 #include "DeviceList.h"
 
-#include "../InputRemark.h"
-#include "../StreamName.h"
-#include "InputProbe.h"
-#include "V4l2Node.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -13,8 +8,10 @@
 #include <memory>
 #include <string_view>
 
-namespace LinuxBoard
-{
+#include "InputProbe.h"
+#include "InputRemark.h"
+#include "StreamName.h"
+#include "V4l2Node.h"
 
 namespace
 {
@@ -45,7 +42,9 @@ std::vector<CUdevDevice> Devices(udev* poUdev, const char* szSubsystem, const ch
     std::vector<CUdevDevice> apoDevices;
     const CUdevEnumerate poEnumerate(udev_enumerate_new(poUdev));
     if (poEnumerate == nullptr)
+    {
         return apoDevices;
+    }
     udev_enumerate_add_match_subsystem(poEnumerate.get(), szSubsystem);
     udev_enumerate_add_match_sysname(poEnumerate.get(), szPattern);
     udev_enumerate_scan_devices(poEnumerate.get());
@@ -54,7 +53,9 @@ std::vector<CUdevDevice> Devices(udev* poUdev, const char* szSubsystem, const ch
     {
         CUdevDevice poDevice(udev_device_new_from_syspath(poUdev, udev_list_entry_get_name(poEntry)));
         if (poDevice != nullptr)
+        {
             apoDevices.push_back(std::move(poDevice));
+        }
     }
     std::sort(apoDevices.begin(), apoDevices.end(),
               [](const CUdevDevice& rpoOne, const CUdevDevice& rpoOther) {
@@ -74,8 +75,12 @@ VtBoard_ConnectorType TypeOf(std::string_view szName)
         {"VGA", VtBoard_ConnectorType_VGA},
     };
     for (const auto& [szPart, eType] : aoTypes)
+    {
         if (szName.find(szPart) != std::string_view::npos)
+        {
             return eType;
+        }
+    }
     return VtBoard_ConnectorType_UNKNOWN;
 }
 
@@ -83,7 +88,9 @@ void Refuse(SDeviceList& roList, const std::string& szNode, int iError)
 {
     const std::string szText = szNode + ": " + std::strerror(-iError);
     if (std::find(roList.aszRefused.begin(), roList.aszRefused.end(), szText) == roList.aszRefused.end())
+    {
         roList.aszRefused.push_back(szText);
+    }
 }
 
 /* The name as it is shown. What does not fit, and what can be done about it, is said besides. */
@@ -91,9 +98,13 @@ std::string Named(SDeviceList& roList, const std::string& szName, const SInputRe
 {
     SStreamName oName = StreamName_Build(szName, roRemark.szFull, roRemark.szShort);
     if (!roRemark.szRemedy.empty())
+    {
         roList.aszRemarks.push_back(szName + ": " + roRemark.szFull + "; " + roRemark.szRemedy);
+    }
     else if (oName.bCut)
+    {
         roList.aszRemarks.push_back(szName + (roRemark.szFull.empty() ? "" : ": ") + roRemark.szFull);
+    }
     return oName.szText;
 }
 
@@ -120,7 +131,9 @@ std::vector<SDeviceFacts> FactsOf(const std::vector<SCandidate>& raoCandidates)
     std::vector<SDeviceFacts> aoFacts;
     aoFacts.reserve(raoCandidates.size());
     for (const SCandidate& roCandidate : raoCandidates)
+    {
         aoFacts.push_back(roCandidate.oFacts);
+    }
     return aoFacts;
 }
 
@@ -135,14 +148,18 @@ void FindOutput(std::vector<SCandidate>& raoCandidates, udev_device* poDevice)
     const bool bActive =
         Has(poDevice, "status", "connected") && Has(poDevice, "enabled", "enabled") && Has(poDevice, "dpms", "On");
     if (!bActive || poCard == nullptr)
+    {
         return;
+    }
     SCandidate& roCandidate = raoCandidates.emplace_back();
     roCandidate.poDevice = poDevice;
     roCandidate.oFacts.szName = udev_device_get_sysname(poDevice);
     roCandidate.oFacts.aszBusPaths = {BusPathOfUdev(poCard)};
     udev_device* poBus = udev_device_get_parent(poCard);
     if (poBus == nullptr)
+    {
         return;
+    }
     roCandidate.oFacts.aszBusPaths.emplace_back(udev_device_get_sysname(poBus));
     roCandidate.oFacts.szDriver = OrEmpty(udev_device_get_driver(poBus));
 }
@@ -157,7 +174,9 @@ void AddOutput(SDeviceList& roList, const SCandidate& roCandidate, const SDevice
     CKmsCard oCard;
     int iError = roKeeper.Keep(oSource.szCardNode);
     if (iError == 0)
+    {
         iError = oCard.Open(oSource.szCardNode);
+    }
     if (iError != 0)
     {
         Refuse(roList, oSource.szCardNode, iError);
@@ -173,7 +192,9 @@ void FindInput(SDeviceList& roList, std::vector<SCandidate>& raoCandidates, udev
     // Where udev has asked the node already, it need not be opened to learn that it captures no video.
     const std::string_view szKnown = OrEmpty(udev_device_get_property_value(poDevice, "ID_V4L_CAPABILITIES"));
     if (!szKnown.empty() && szKnown.find(":capture:") == std::string_view::npos)
+    {
         return;
+    }
     const std::string szNode(OrEmpty(udev_device_get_devnode(poDevice)));
     SCandidate oCandidate;
     SInputFormat oFormat;
@@ -185,11 +206,15 @@ void FindInput(SDeviceList& roList, std::vector<SCandidate>& raoCandidates, udev
     }
     const CV4l2Node& roNode = oCandidate.oNode;
     if (!roNode.IsCapture() || roNode.ReadFormat(oFormat) != 0 || (!roNode.IsDigital() && oFormat.uiWidth == 0))
+    {
         return;
+    }
     oCandidate.poDevice = poDevice;
     oCandidate.oFacts.szName = OrEmpty(udev_device_get_sysattr_value(poDevice, "name"));
     if (oCandidate.oFacts.szName.empty())
+    {
         oCandidate.oFacts.szName = udev_device_get_sysname(poDevice);
+    }
     oCandidate.oFacts.aszBusPaths = {roNode.BusPath(), BusPathOfUdev(poDevice)};
     oCandidate.oFacts.szDriver = roNode.Driver();
     raoCandidates.push_back(std::move(oCandidate));
@@ -201,8 +226,10 @@ void AddInput(SDeviceList& roList, SCandidate& roCandidate, const SDeviceChoice&
     SInputSource oSource;
     oSource.oOptions = roDefaults;
     if (roChoice.poRule != nullptr)
+    {
         oSource.oOptions = {roChoice.poRule->bOwn.value_or(roDefaults.bOwn),
                             roChoice.poRule->bSmallest.value_or(roDefaults.bSmallest)};
+    }
     oSource.szNode = roCandidate.oNode.Path();
     oSource.szVideo = udev_device_get_sysname(roCandidate.poDevice);
     const int iError = oSource.oOptions.bOwn ? roCandidate.oNode.Open(oSource.szNode, O_RDWR) : 0;
@@ -223,16 +250,24 @@ void Warn(SDeviceList& roList, std::span<const SDeviceRule> aoRules, const std::
           const std::string& rszWhat)
 {
     for (const SDeviceRule& roRule : aoRules)
+    {
         if (std::none_of(raoChoices.begin(), raoChoices.end(),
                          [&roRule](const SDeviceChoice& roChoice) { return roChoice.poRule == &roRule; }))
+        {
             roList.aoUnmatched.push_back(
                 {roRule.uiLine, "no " + rszWhat + " is like this, or an earlier table has it"});
+        }
+    }
     std::string szBeyond;
     for (size_t uiChoice = uiMaxStreams; uiChoice < raoChoices.size(); uiChoice++)
+    {
         szBeyond += (szBeyond.empty() ? "" : ", ") + raoChoices[uiChoice].szName;
+    }
     if (!szBeyond.empty())
+    {
         roList.aszRemarks.push_back("more than " + std::to_string(uiMaxStreams) + " " + rszWhat +
                                     "s; not watched: " + szBeyond + "; VELTRANO_LINUX_CONFIG chooses others");
+    }
 }
 
 void ListOutputs(SDeviceList& roList, udev* poUdev, std::span<const SDeviceRule> aoRules, CCardKeeper& roKeeper)
@@ -240,10 +275,14 @@ void ListOutputs(SDeviceList& roList, udev* poUdev, std::span<const SDeviceRule>
     const std::vector<CUdevDevice> apoDevices = Devices(poUdev, "drm", "card*-*");
     std::vector<SCandidate> aoCandidates;
     for (const CUdevDevice& rpoDevice : apoDevices)
+    {
         FindOutput(aoCandidates, rpoDevice.get());
+    }
     const std::vector<SDeviceChoice> aoChoices = BoardConfig_Choose(aoRules, FactsOf(aoCandidates));
     for (size_t uiChoice = 0; uiChoice < std::min(aoChoices.size(), uiMaxStreams); uiChoice++)
+    {
         AddOutput(roList, aoCandidates[aoChoices[uiChoice].uiDevice], aoChoices[uiChoice], roKeeper);
+    }
     Warn(roList, aoRules, aoChoices, "output");
 }
 
@@ -253,10 +292,14 @@ void ListInputs(SDeviceList& roList, udev* poUdev, std::span<const SDeviceRule> 
     const std::vector<CUdevDevice> apoDevices = Devices(poUdev, "video4linux", "video*");
     std::vector<SCandidate> aoCandidates;
     for (const CUdevDevice& rpoDevice : apoDevices)
+    {
         FindInput(roList, aoCandidates, rpoDevice.get());
+    }
     const std::vector<SDeviceChoice> aoChoices = BoardConfig_Choose(aoRules, FactsOf(aoCandidates));
     for (size_t uiChoice = 0; uiChoice < std::min(aoChoices.size(), uiMaxStreams); uiChoice++)
+    {
         AddInput(roList, aoCandidates[aoChoices[uiChoice].uiDevice], aoChoices[uiChoice], roDefaults);
+    }
     Warn(roList, aoRules, aoChoices, "input");
 }
 
@@ -267,10 +310,10 @@ SDeviceList DeviceList_Scan(const SBoardConfig& roConfig, const SInputOptions& r
     SDeviceList oList;
     const CUdev poUdev(udev_new());
     if (poUdev == nullptr)
+    {
         return oList;
+    }
     ListOutputs(oList, poUdev.get(), roConfig.aoOutputs, roKeeper);
     ListInputs(oList, poUdev.get(), roConfig.aoInputs, roDefaults);
     return oList;
 }
-
-} // namespace LinuxBoard

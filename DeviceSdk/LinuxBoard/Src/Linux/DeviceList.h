@@ -5,15 +5,12 @@
 #ifndef LINUX_BOARD_DEVICE_LIST_H
 #define LINUX_BOARD_DEVICE_LIST_H
 
-#include "../BoardConfig.h"
-#include "CardKeeper.h"
-#include "VtBoard.h"
-
 #include <string>
 #include <vector>
 
-namespace LinuxBoard
-{
+#include "BoardConfig.h"
+#include "CardKeeper.h"
+#include "VtBoard.h"
 
 /* The interface promises no more streams than this in a direction. */
 inline constexpr size_t uiMaxStreams = 32;
@@ -53,7 +50,5 @@ struct SDeviceList
 
 /* roDefaults: for inputs whose rule says nothing, or that have none. */
 SDeviceList DeviceList_Scan(const SBoardConfig& roConfig, const SInputOptions& roDefaults, CCardKeeper& roKeeper);
-
-} // namespace LinuxBoard
 
 #endif

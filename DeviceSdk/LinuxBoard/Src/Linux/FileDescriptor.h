@@ -7,9 +7,6 @@
 #include <unistd.h>
 #include <utility>
 
-namespace LinuxBoard
-{
-
 class CFileDescriptor
 {
 public:
@@ -30,13 +27,13 @@ public:
     void Close()
     {
         if (m_iFd >= 0)
+        {
             close(std::exchange(m_iFd, -1));
+        }
     }
 
 private:
     int m_iFd = -1;
 };
-
-} // namespace LinuxBoard
 
 #endif

@@ -8,12 +8,9 @@
 #ifndef LINUX_BOARD_GIVE_BACK_H
 #define LINUX_BOARD_GIVE_BACK_H
 
-#include "../GiveBackNote.h"
-
 #include <string>
 
-namespace LinuxBoard
-{
+#include "GiveBackNote.h"
 
 /* Follows and removes the notes of processes that are no more. Once, before devices are looked at. */
 void GiveBack_Leftovers();
@@ -27,7 +24,5 @@ void GiveBack_Drop(SGiveBackNote* poNote);
 
 /* No note is left: lets the guardian go. */
 void GiveBack_End();
-
-} // namespace LinuxBoard
 
 #endif

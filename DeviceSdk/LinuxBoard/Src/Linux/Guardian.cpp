@@ -1,8 +1,5 @@
 #include "Guardian.h"
 
-#include "InputSettings.h"
-#include "V4l2Node.h"
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -19,8 +16,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace LinuxBoard
-{
+#include "InputSettings.h"
+#include "V4l2Node.h"
 
 namespace
 {
@@ -43,7 +40,9 @@ int GiveBackInput(const SGiveBackNote& roNote)
 {
     const CFileDescriptor oNode(open(roNote.szPath, O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (!oNode.IsOpen() || !IsDeviceOf(oNode.Get(), roNote))
+    {
         return 0;
+    }
     v4l2_format oNow{};
     oNow.type = roNote.oFound.oFormat.type;
     // Without a type we were ended while we set it.
@@ -54,8 +53,10 @@ int GiveBackInput(const SGiveBackNote& roNote)
 
 int Follow(const SGiveBackNote& roNote)
 {
-    if (roNote.eKind == ENoteKind::Input)
+    if (roNote.eKind == ENoteKind::INPUT)
+    {
         return GiveBackInput(roNote);
+    }
     return rmdir(roNote.szPath) == 0 ? 0 : -errno;
 }
 
@@ -64,21 +65,29 @@ void IgnoreSignals()
     struct sigaction oIgnore = {};
     oIgnore.sa_handler = SIG_IGN;
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP, SIGALRM, SIGUSR1, SIGUSR2})
+    {
         sigaction(iSignal, &oIgnore, nullptr);
+    }
 }
 
 void CloseRange(unsigned int uiFirst, unsigned int uiLast)
 {
     if (uiFirst > uiLast)
+    {
         return;
+    }
 #ifdef SYS_close_range
     if (syscall(SYS_close_range, uiFirst, uiLast, 0) == 0)
+    {
         return;
+    }
 #endif
     rlimit oLimit{};
     getrlimit(RLIMIT_NOFILE, &oLimit);
     for (unsigned int uiFd = uiFirst; uiFd <= uiLast && uiFd < oLimit.rlim_cur; uiFd++)
+    {
         close(static_cast<int>(uiFd));
+    }
 }
 
 /* A descriptor that the child keeps holds a device, a terminal or a pipe for as long as the child lives. */
@@ -88,9 +97,13 @@ void CloseAllBut(int iOne, int iOther)
     for (const int iKept : {std::min(iOne, iOther), std::max(iOne, iOther)})
     {
         if (iKept < 0)
+        {
             continue;
+        }
         if (iKept > 0)
+        {
             CloseRange(uiFirst, static_cast<unsigned int>(iKept) - 1);
+        }
         uiFirst = static_cast<unsigned int>(iKept) + 1;
     }
     CloseRange(uiFirst, UINT_MAX);
@@ -102,9 +115,11 @@ void TakeName()
     prctl(PR_SET_NAME, szChildName.data());
     // The terminator behind it stays.
     for (char* pcRoom = program_invocation_name; *pcRoom != '\0'; pcRoom++)
+    {
         *pcRoom = static_cast<size_t>(pcRoom - program_invocation_name) < szChildName.size()
                       ? szChildName[static_cast<size_t>(pcRoom - program_invocation_name)]
                       : ' ';
+    }
 }
 
 [[noreturn]] void RunChild(SGiveBackTable& roTable, const char* szNoteFile, int iNoteFd, int iLifeline)
@@ -114,13 +129,19 @@ void TakeName()
     CloseAllBut(iLifeline, iNoteFd);
     TakeName();
     if (chdir("/") != 0)
+    {
         _exit(1);
+    }
     char cNothing = 0;
     while (read(iLifeline, &cNothing, 1) < 0 && errno == EINTR)
+    {
         ;
+    }
     Guardian_GiveBack(roTable);
     if (szNoteFile != nullptr)
+    {
         unlink(szNoteFile);
+    }
     _exit(0);
 }
 
@@ -131,12 +152,16 @@ void Guardian_GiveBack(SGiveBackTable& roTable)
     for (SGiveBackNote& roNote : roTable.aoNotes)
     {
         const std::atomic_ref<ENoteKind> eKind(roNote.eKind);
-        if (eKind.load(std::memory_order_acquire) == ENoteKind::Free)
+        if (eKind.load(std::memory_order_acquire) == ENoteKind::FREE)
+        {
             continue;
+        }
         // A process that ends closes one descriptor after the other. Who is busy for longer is another program.
         for (int iAttempt = 0; iAttempt < iAttempts && Follow(roNote) == -EBUSY; iAttempt++)
+        {
             nanosleep(&oPause, nullptr);
-        eKind.store(ENoteKind::Free, std::memory_order_release);
+        }
+        eKind.store(ENoteKind::FREE, std::memory_order_release);
     }
 }
 
@@ -144,13 +169,17 @@ bool CGuardian::Start(SGiveBackTable& roTable, const char* szNoteFile, int iNote
 {
     std::array<int, 2> aiPipe{};
     if (pipe2(aiPipe.data(), O_CLOEXEC) != 0)
+    {
         return false;
+    }
     CFileDescriptor oRead(aiPipe[0]);
     m_oLifeline = CFileDescriptor(aiPipe[1]);
     // Not fork(): no signal tells of this child's end, and a program that waits for its own children never meets it.
     const long iPid = syscall(SYS_clone, 0UL, nullptr, nullptr, nullptr, nullptr);
     if (iPid == 0)
+    {
         RunChild(roTable, szNoteFile, iNoteFd, oRead.Get());
+    }
     m_iPid = static_cast<pid_t>(iPid);
     return IsRunning();
 }
@@ -159,9 +188,11 @@ void CGuardian::End()
 {
     m_oLifeline.Close();
     if (IsRunning())
+    {
         while (waitpid(m_iPid, nullptr, static_cast<int>(__WCLONE)) < 0 && errno == EINTR)
+        {
             ;
+        }
+    }
     m_iPid = -1;
 }
-
-} // namespace LinuxBoard

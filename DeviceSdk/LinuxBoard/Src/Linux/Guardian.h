@@ -4,13 +4,10 @@
 #ifndef LINUX_BOARD_GUARDIAN_H
 #define LINUX_BOARD_GUARDIAN_H
 
-#include "../GiveBackNote.h"
-#include "FileDescriptor.h"
-
 #include <sys/types.h>
 
-namespace LinuxBoard
-{
+#include "FileDescriptor.h"
+#include "GiveBackNote.h"
 
 /* Follows all notes of a table, and drops them. Waits up to a second for descriptors that are being closed. */
 void Guardian_GiveBack(SGiveBackTable& roTable);
@@ -31,7 +28,5 @@ private:
     CFileDescriptor m_oLifeline; /* its other end is told when this process ends */
     pid_t m_iPid = -1;
 };
-
-} // namespace LinuxBoard
 
 #endif

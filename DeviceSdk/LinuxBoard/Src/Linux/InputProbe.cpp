@@ -3,9 +3,6 @@
 #include "OwnedCapture.h"
 #include "TraceFeed.h"
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -17,9 +14,13 @@ bool StampsFrameStart(const CV4l2Node& roNode, bool bOwn)
 {
     SBufferCensus oCensus = roNode.CountBuffers();
     if (oCensus.uiTotal == 0 && bOwn)
+    {
         oCensus = COwnedCapture::TryBuffers(roNode);
+    }
     if (oCensus.uiTotal == 0)
+    {
         return roNode.Driver() == "uvcvideo";
+    }
     return (oCensus.uiFlags & V4L2_BUF_FLAG_TSTAMP_SRC_MASK) == V4L2_BUF_FLAG_TSTAMP_SRC_SOE;
 }
 
@@ -27,14 +28,14 @@ EFrameSource ObservedSource(ETraceAccess eAccess, const SBufferCensus& roCensus)
 {
     switch (eAccess)
     {
-    case ETraceAccess::None:
-        return EFrameSource::NoTrace;
-    case ETraceAccess::Taken:
-        return EFrameSource::TraceTaken;
-    case ETraceAccess::Granted:
+    case ETraceAccess::NONE:
+        return EFrameSource::NO_TRACE;
+    case ETraceAccess::TAKEN:
+        return EFrameSource::TRACE_TAKEN;
+    case ETraceAccess::GRANTED:
         break;
     }
-    return roCensus.IsReadByCalls() ? EFrameSource::ReadByCalls : EFrameSource::Trace;
+    return roCensus.IsReadByCalls() ? EFrameSource::READ_BY_CALLS : EFrameSource::TRACE;
 }
 
 } // namespace
@@ -47,11 +48,13 @@ SInputFacts InputProbe_Facts(const CV4l2Node& roNode, const std::string& szVideo
     oFacts.bHidden = oCensus.bHidden && (!bOwn || oFacts.bInUse);
     oFacts.bRateFixed = roNode.IsRateFixed();
     if (bOwn && oCensus.uiTotal == 0 && !oFacts.bInUse)
-        oFacts.eSource = EFrameSource::Own;
+    {
+        oFacts.eSource = EFrameSource::OWN;
+    }
     else
+    {
         oFacts.eSource = ObservedSource(CTraceFeed::Access(szVideo), oCensus);
-    oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::Own);
+    }
+    oFacts.bStampsStart = StampsFrameStart(roNode, oFacts.eSource == EFrameSource::OWN);
     return oFacts;
 }
-
-} // namespace LinuxBoard

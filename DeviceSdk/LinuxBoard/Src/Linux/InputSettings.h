@@ -5,10 +5,7 @@
 #ifndef LINUX_BOARD_INPUT_SETTINGS_H
 #define LINUX_BOARD_INPUT_SETTINGS_H
 
-#include "../GiveBackNote.h"
-
-namespace LinuxBoard
-{
+#include "GiveBackNote.h"
 
 /* 0, or a negative errno when there is no format to be kept. */
 int InputSettings_Read(int iFd, uint32_t uiBufferType, SInputSettings& roSettings);
@@ -18,7 +15,5 @@ int InputSettings_Write(int iFd, const SInputSettings& roSettings);
 
 /* Whether two formats are one for whoever uses them. */
 bool InputSettings_IsSameFormat(const v4l2_format& roOne, const v4l2_format& roOther);
-
-} // namespace LinuxBoard
 
 #endif

@@ -1,16 +1,13 @@
 #include "InputStream.h"
 
-#include "MonotonicClock.h"
-#include "Remark.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <utility>
 
-namespace LinuxBoard
-{
+#include "MonotonicClock.h"
+#include "Remark.h"
 
 namespace
 {
@@ -61,7 +58,9 @@ VtStatus CInputStream::Open(const SInputSource& roSource)
     }
     const void* pvNobody = nullptr;
     if (m_roCounters.pvWriter.compare_exchange_strong(pvNobody, this))
+    {
         PublishCounters();
+    }
     return VtStatus_OK;
 }
 
@@ -69,7 +68,9 @@ int CInputStream::OpenNode()
 {
     const int iError = m_oNode.Open(m_oSource.szNode, m_oSource.oOptions.bOwn ? O_RDWR : O_RDONLY);
     if (iError != 0)
+    {
         return iError;
+    }
     if (!m_oNode.IsCapture())
     {
         m_oNode.Close();
@@ -79,9 +80,11 @@ int CInputStream::OpenNode()
     m_bOwn = m_oSource.oOptions.bOwn && m_oOwned.Start() != -EBUSY;
     m_aoPolled.assign(1, {-1, 0, 0});
     if (!m_bOwn)
+    {
         OpenTrace();
+    }
     m_bReadable = true;
-    m_eSignal = EInputSignal::Present;
+    m_eSignal = EInputSignal::PRESENT;
     m_uiNextCountNs = 0;
     CheckSignal();
     return 0;
@@ -94,14 +97,16 @@ bool CInputStream::OpenTrace()
     m_oTrace.Open(m_oSource.szVideo, m_oNode.Minor(), oSignal.oVidParam.uiVRate_Hz);
     m_aoPolled.resize(1);
     for (const CFileDescriptor& roPipe : m_oTrace.Pipes())
+    {
         m_aoPolled.push_back({roPipe.Get(), POLLIN, 0});
+    }
     return m_oTrace.IsOpen();
 }
 
 /* As long as anybody has it open, the kernel keeps its number, and a returning device would get another one. */
 void CInputStream::LoseDevice()
 {
-    m_eSignal = EInputSignal::Gone;
+    m_eSignal = EInputSignal::GONE;
     m_oSignal = {};
     m_oCensus = {};
     m_oOwned.Forget();
@@ -118,10 +123,14 @@ void CInputStream::CheckSignal()
     m_eSignal = m_oNode.DetectSignal(m_oSignal);
     m_uiNextCheckNs = MonotonicClock_NowNs() + (m_oNode.TellsChanges() ? uiCheckToldNs : uiCheckUntoldNs);
     m_bPollNode = true;
-    if (m_eSignal == EInputSignal::Gone)
+    if (m_eSignal == EInputSignal::GONE)
+    {
         LoseDevice();
-    if (m_eSignal != EInputSignal::Present)
+    }
+    if (m_eSignal != EInputSignal::PRESENT)
+    {
         return;
+    }
     if (m_bOwn && m_oOwned.IsOutdated())
     {
         m_oOwned.Stop();
@@ -132,10 +141,12 @@ void CInputStream::CheckSignal()
     m_bHalfFrames = oFormat.eField == V4L2_FIELD_TOP || oFormat.eField == V4L2_FIELD_BOTTOM;
     const VtVideo_VidParam& roParam = m_oSignal.oVidParam;
     m_oTracker.SetSignal({m_oSignal.uiFieldPeriodNs, roParam.bInterlaced != 0,
-                          roParam.bBottomFieldFirst != 0 ? EFieldParity::Bottom : EFieldParity::Top,
+                          roParam.bBottomFieldFirst != 0 ? EFieldParity::BOTTOM : EFieldParity::TOP,
                           m_oNode.HasGapsInStamps()});
-    if (eBefore == EInputSignal::Lost)
+    if (eBefore == EInputSignal::LOST)
+    {
         m_oTracker.Interrupt();
+    }
 }
 
 void CInputStream::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
@@ -143,40 +154,56 @@ void CInputStream::Accept(SCapturedFrame oFrame, uint64_t uiNowNs)
     m_uiLastArrivalNs = uiNowNs;
     // What a device without a signal captures is nobody's field; and what piled up before the first wait filled the
     // queue, so that the gap behind it is of our making.
-    if (m_eSignal != EInputSignal::Present || !m_bWaited)
+    if (m_eSignal != EInputSignal::PRESENT || !m_bWaited)
+    {
         return;
+    }
     if (m_bHalfFrames)
-        oFrame.eParity = EFieldParity::None;
+    {
+        oFrame.eParity = EFieldParity::NONE;
+    }
     m_oTracker.Accept(oFrame, uiNowNs);
 }
 
 void CInputStream::RestartOwned(uint64_t uiNowNs)
 {
     if (uiNowNs < m_uiNextStartNs)
+    {
         return;
+    }
     m_uiNextStartNs = uiNowNs + uiRestartPauseNs;
     // Another program was faster: what cannot be owned is observed.
     if (m_oOwned.Start() == -EBUSY && OpenTrace())
+    {
         m_bOwn = false;
+    }
     m_bPollNode = true;
 }
 
 void CInputStream::FetchOwned(uint64_t uiNowNs, bool bOnlyOne)
 {
     if (!m_oOwned.IsRunning())
+    {
         RestartOwned(uiNowNs);
+    }
     SCapturedFrame oFrame;
-    EFetch eFetch = EFetch::Nothing;
-    while (m_oOwned.IsRunning() && (eFetch = m_oOwned.Fetch(oFrame)) == EFetch::Frame)
+    EFetch eFetch = EFetch::NOTHING;
+    while (m_oOwned.IsRunning() && (eFetch = m_oOwned.Fetch(oFrame)) == EFetch::FRAME)
     {
         Accept(oFrame, uiNowNs);
         if (bOnlyOne)
+        {
             break;
+        }
     }
-    if (eFetch == EFetch::Gone)
+    if (eFetch == EFetch::GONE)
+    {
         LoseDevice();
-    if (eFetch == EFetch::Failed)
+    }
+    if (eFetch == EFetch::FAILED)
+    {
         m_oOwned.Stop();
+    }
 }
 
 void CInputStream::ReadTrace(uint64_t uiNowNs, bool bOnlyOne)
@@ -184,30 +211,42 @@ void CInputStream::ReadTrace(uint64_t uiNowNs, bool bOnlyOne)
     const auto aoPolled = bOnlyOne ? std::span<const pollfd>(m_aoPolled).subspan(1) : std::span<const pollfd>();
     const STraceBatch& roBatch = m_oTrace.Read(aoPolled, uiNowNs);
     if (roBatch.uiUnseen != 0 && m_bWaited)
+    {
         m_oTracker.Unseen(roBatch.uiUnseen);
+    }
     for (const STraceBatch::SEntry& roEntry : roBatch.aoEntries)
+    {
         Accept(roEntry.oFrame, uiNowNs);
+    }
     m_oTracker.AllSeen();
 }
 
 void CInputStream::ReadFrames(uint64_t uiNowNs)
 {
     m_bReadable = false;
-    if (m_eSignal == EInputSignal::Gone)
+    if (m_eSignal == EInputSignal::GONE)
+    {
         return;
+    }
     // Whoever was woken by a frame finds this one; asking whether there are more would cost as much again.
     const bool bOnlyOne = m_uiSleptFromNs != 0 && uiNowNs > m_uiSleptFromNs + uiNoSleepNs;
     if (m_bOwn)
+    {
         FetchOwned(uiNowNs, bOnlyOne);
+    }
     else
+    {
         ReadTrace(uiNowNs, bOnlyOne);
+    }
     PublishCounters();
 }
 
 void CInputStream::PublishCounters() const
 {
     if (m_roCounters.pvWriter.load(std::memory_order_relaxed) != this)
+    {
         return;
+    }
     m_roCounters.uiSkippedFields.store(m_oTracker.SkippedFields(), std::memory_order_relaxed);
     m_roCounters.uiBuffers.store(m_oTracker.Buffers(), std::memory_order_relaxed);
 }
@@ -215,18 +254,24 @@ void CInputStream::PublishCounters() const
 uint64_t CInputStream::NextMomentNs(uint64_t uiDeadlineNs) const
 {
     uint64_t uiMomentNs = std::min(uiDeadlineNs, m_uiNextCheckNs);
-    if (m_bOwn && !m_oOwned.IsRunning() && m_eSignal != EInputSignal::Gone)
+    if (m_bOwn && !m_oOwned.IsRunning() && m_eSignal != EInputSignal::GONE)
+    {
         uiMomentNs = std::min(uiMomentNs, m_uiNextStartNs);
+    }
     const uint64_t uiDueNs = m_oTracker.NextDueNs();
-    return uiDueNs != 0 && m_eSignal == EInputSignal::Present ? std::min(uiMomentNs, uiDueNs) : uiMomentNs;
+    return uiDueNs != 0 && m_eSignal == EInputSignal::PRESENT ? std::min(uiMomentNs, uiDueNs) : uiMomentNs;
 }
 
 void CInputStream::HeedNode(short iEvents)
 {
     if ((iEvents & POLLPRI) != 0 && m_oNode.ReadEvents())
+    {
         m_uiNextCheckNs = 0;
+    }
     if ((iEvents & (POLLERR | POLLHUP | POLLNVAL)) == 0)
+    {
         return;
+    }
     CheckSignal();
     m_bPollNode = false;
 }
@@ -234,9 +279,9 @@ void CInputStream::HeedNode(short iEvents)
 void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
 {
     // Never POLLIN on a queue that is not ours: the kernel would take it as the wish to read, and start the stream.
-    const bool bOwnFrames = m_bOwn && m_oOwned.IsRunning() && m_eSignal == EInputSignal::Present;
+    const bool bOwnFrames = m_bOwn && m_oOwned.IsRunning() && m_eSignal == EInputSignal::PRESENT;
     const auto iNodeEvents = static_cast<short>(bOwnFrames ? POLLPRI | POLLIN : POLLPRI);
-    const bool bTrace = m_eSignal == EInputSignal::Present;
+    const bool bTrace = m_eSignal == EInputSignal::PRESENT;
     const auto aoPolled = std::span(m_aoPolled).first(bTrace ? m_aoPolled.size() : 1);
     m_aoPolled[0] = {m_bPollNode ? m_oNode.Fd() : -1, iNodeEvents, 0};
     m_uiSleptFromNs = uiNowNs;
@@ -253,22 +298,28 @@ void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
         m_bReadable || (iNodeTold & POLLIN) != 0 ||
         std::any_of(aoPolled.begin() + 1, aoPolled.end(), [](const pollfd& roPolled) { return roPolled.revents != 0; });
     if (iNodeTold != 0)
+    {
         HeedNode(iNodeTold);
+    }
 }
 
 void CInputStream::PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs)
 {
     Sleep(uiNowNs, std::min(uiDeadlineNs, uiNowNs + uiLostPauseNs));
     m_bReadable = true;
-    if (m_eSignal == EInputSignal::Gone)
+    if (m_eSignal == EInputSignal::GONE)
     {
         if (MonotonicClock_NowNs() < m_uiNextCheckNs)
+        {
             return;
+        }
         m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
         OpenNode();
     }
     else if (!m_oNode.TellsChanges())
+    {
         m_uiNextCheckNs = std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
+    }
 }
 
 VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField)
@@ -276,9 +327,11 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
     uint64_t uiNowNs = MonotonicClock_NowNs();
     const uint64_t uiDeadlineNs = uiNowNs + uiTimeOutMs * uiNsPerMs;
     if (!m_bWaited)
+    {
         ReadFrames(uiNowNs);
+    }
     m_bWaited = true;
-    if (m_eSignal != EInputSignal::Present)
+    if (m_eSignal != EInputSignal::PRESENT)
     {
         PauseWithoutSignal(uiNowNs, uiDeadlineNs);
         uiNowNs = MonotonicClock_NowNs();
@@ -288,16 +341,26 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
     m_uiSleptFromNs = 0;
     for (;;)
     {
-        if (uiNowNs >= m_uiNextCheckNs && m_eSignal != EInputSignal::Gone)
+        if (uiNowNs >= m_uiNextCheckNs && m_eSignal != EInputSignal::GONE)
+        {
             CheckSignal();
+        }
         if (m_bReadable)
+        {
             ReadFrames(uiNowNs);
-        if (m_eSignal != EInputSignal::Present)
+        }
+        if (m_eSignal != EInputSignal::PRESENT)
+        {
             return VtStatus_CANCELED;
+        }
         if (m_oTracker.Take(uiNowNs, roField))
+        {
             return VtStatus_OK;
+        }
         if (uiNowNs >= uiDeadlineNs)
+        {
             return VtStatus_TIMEOUT;
+        }
         Sleep(uiNowNs, uiDeadlineNs);
         uiNowNs = MonotonicClock_NowNs();
     }
@@ -305,8 +368,10 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
 
 VtStatus CInputStream::ReadDetectedParameters(VtVideo_VidParam& roParam)
 {
-    if (m_eSignal != EInputSignal::Gone)
+    if (m_eSignal != EInputSignal::GONE)
+    {
         CheckSignal();
+    }
     roParam = m_oSignal.oVidParam;
     return VtStatus_OK;
 }
@@ -314,7 +379,9 @@ VtStatus CInputStream::ReadDetectedParameters(VtVideo_VidParam& roParam)
 void CInputStream::SayOnce(bool& rbSaid, const char* szText) const
 {
     if (!std::exchange(rbSaid, true))
+    {
         Remark_Say(m_oSource.szVideo + ": " + szText);
+    }
 }
 
 /* Where our own buffers are needs no asking: all of them are the driver's but for the moment of a fetch. */
@@ -324,27 +391,37 @@ void CInputStream::CountBuffers(uint64_t uiNowNs)
     m_oCensus = m_bOwn && m_oOwned.IsRunning() ? m_oOwned.Census() : m_oNode.CountBuffers();
     const bool bSilent = uiNowNs - std::max(m_uiLastArrivalNs, m_uiOpenedNs) > uiSilenceNs;
     if (bSilent && m_oTrace.IsOpen() && m_oCensus.IsReadByCalls())
+    {
         SayOnce(m_bSaidReading, "its owner fetches pictures by read(), of which the kernel's trace tells nothing: no "
                                 "per-frame data");
+    }
     if (m_oTracker.IsLossUnknown())
+    {
         SayOnce(m_bSaidUnknown, "the trace ran over while this program could not read it: how many fields were skipped "
                                 "meanwhile is unknown, and not counted");
+    }
 }
 
 VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus& roCensus)
 {
     const uint64_t uiNowNs = MonotonicClock_NowNs();
     reState = VtVideoIn_State_STOPPED;
-    if (m_eSignal != EInputSignal::Gone)
+    if (m_eSignal != EInputSignal::GONE)
     {
         if (uiNowNs >= m_uiNextCountNs)
+        {
             CountBuffers(uiNowNs);
+        }
         const bool bFlowing = m_uiLastArrivalNs != 0 && uiNowNs - m_uiLastArrivalNs < uiSilenceNs;
         const bool bQueued = m_oCensus.uiQueued + m_oCensus.uiReady != 0;
         if (bFlowing || bQueued || (m_oCensus.bHidden && !m_oTrace.IsOpen()))
+        {
             reState = VtVideoIn_State_STARTED;
+        }
         else if (m_oCensus.uiTotal == 0 && !m_oCensus.bHidden)
+        {
             reState = VtVideoIn_State_NOT_INITIALIZED;
+        }
     }
     roCensus = m_oCensus;
     return VtStatus_OK;
@@ -353,12 +430,14 @@ VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus&
 VtStatus CInputStream::ReadBufferAttributes(SInputFormat& roFormat, uint32_t& ruiBuffers)
 {
     roFormat = {};
-    if (m_eSignal != EInputSignal::Gone && m_oNode.ReadFormat(roFormat) != 0)
+    if (m_eSignal != EInputSignal::GONE && m_oNode.ReadFormat(roFormat) != 0)
+    {
         return VtStatus_FAIL;
-    if (m_eSignal != EInputSignal::Gone)
+    }
+    if (m_eSignal != EInputSignal::GONE)
+    {
         CountBuffers(MonotonicClock_NowNs());
+    }
     ruiBuffers = m_oCensus.uiTotal;
     return VtStatus_OK;
 }
-
-} // namespace LinuxBoard

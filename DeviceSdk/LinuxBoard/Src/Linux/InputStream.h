@@ -6,20 +6,17 @@
 #ifndef LINUX_BOARD_INPUT_STREAM_H
 #define LINUX_BOARD_INPUT_STREAM_H
 
-#include "../FieldStart.h"
-#include "../FieldTracker.h"
-#include "DeviceList.h"
-#include "OwnedCapture.h"
-#include "TraceFeed.h"
-#include "V4l2Node.h"
-#include "VtVideoIn.h"
-
 #include <atomic>
 #include <poll.h>
 #include <vector>
 
-namespace LinuxBoard
-{
+#include "DeviceList.h"
+#include "FieldStart.h"
+#include "FieldTracker.h"
+#include "OwnedCapture.h"
+#include "TraceFeed.h"
+#include "V4l2Node.h"
+#include "VtVideoIn.h"
 
 /* Counts of one input, written by the first of its open handles, read by any thread. */
 struct SInputCounters
@@ -79,7 +76,7 @@ private:
     bool m_bReadable = true;    /* frames may be there */
     bool m_bSaidReading = false;
     bool m_bSaidUnknown = false;
-    EInputSignal m_eSignal = EInputSignal::Present;
+    EInputSignal m_eSignal = EInputSignal::PRESENT;
     SSignal m_oSignal;
     SBufferCensus m_oCensus;
     uint64_t m_uiNextCheckNs = 0; /* when the signal is looked at next, or a device that is away is looked for */
@@ -89,7 +86,5 @@ private:
     uint64_t m_uiSleptFromNs = 0;   /* when the last sleep of this wait began, 0 before it */
     uint64_t m_uiLastArrivalNs = 0; /* when the last frame came in */
 };
-
-} // namespace LinuxBoard
 
 #endif

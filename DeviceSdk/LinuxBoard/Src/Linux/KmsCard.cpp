@@ -6,9 +6,6 @@
 #include <memory>
 #include <xf86drm.h>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -40,7 +37,9 @@ int CKmsCard::Open(const std::string& szNode)
 {
     m_oFd = CFileDescriptor(open(szNode.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!m_oFd.IsOpen())
+    {
         return -errno;
+    }
     // The kernel makes the first opener master without being asked, and then nobody else can set a mode.
     // Before Linux 5.8 only root could resign: rather no output than a card that nobody else can use.
     if (drmDropMaster(m_oFd.Get()) != 0 && drmIsMaster(m_oFd.Get()) != 0)
@@ -59,10 +58,14 @@ uint32_t CKmsCard::FindConnector(const std::string& szConnector) const
         // "Current": the other call makes the driver probe the cable, which can disturb the signal.
         const CConnector poConnector(drmModeGetConnectorCurrent(Fd(), poResources->connectors[iIndex]));
         if (poConnector == nullptr)
+        {
             continue;
+        }
         const char* szType = drmModeGetConnectorTypeName(poConnector->connector_type);
         if (szType != nullptr && szConnector == szType + ("-" + std::to_string(poConnector->connector_type_id)))
+        {
             return poConnector->connector_id;
+        }
     }
     return 0;
 }
@@ -73,12 +76,18 @@ int CKmsCard::ReadCrtcOf(uint32_t uiConnectorId, uint32_t& ruiCrtcId) const
     errno = 0;
     const CConnector poConnector(drmModeGetConnectorCurrent(Fd(), uiConnectorId));
     if (poConnector == nullptr)
+    {
         return errno == 0 ? -EIO : -errno;
+    }
     if (poConnector->encoder_id == 0)
+    {
         return 0;
+    }
     const CEncoder poEncoder(drmModeGetEncoder(Fd(), poConnector->encoder_id));
     if (poEncoder != nullptr)
+    {
         ruiCrtcId = poEncoder->crtc_id;
+    }
     return 0;
 }
 
@@ -89,7 +98,9 @@ VtVideoOut_PowerState CKmsCard::ReadPower(uint32_t uiConnectorId) const
     {
         const CProperty poProperty(drmModeGetProperty(Fd(), poConnector->props[iIndex]));
         if (poProperty == nullptr || std::strcmp(poProperty->name, "DPMS") != 0)
+        {
             continue;
+        }
         switch (poConnector->prop_values[iIndex])
         {
         case DRM_MODE_DPMS_STANDBY:
@@ -111,7 +122,9 @@ int CKmsCard::ReadCrtc(uint32_t uiCrtcId, SCrtcView& roView) const
     errno = 0;
     const CCrtc poCrtc(drmModeGetCrtc(Fd(), uiCrtcId));
     if (poCrtc == nullptr)
+    {
         return errno == 0 ? -EIO : -errno;
+    }
     roView = {poCrtc->mode_valid != 0, poCrtc->mode, poCrtc->buffer_id};
     return 0;
 }
@@ -120,7 +133,9 @@ bool CKmsCard::ReadFramebuffer(uint32_t uiFramebufferId, SFramebufferView& roVie
 {
     const CFramebuffer poFramebuffer(drmModeGetFB2(Fd(), uiFramebufferId));
     if (poFramebuffer == nullptr)
+    {
         return false;
+    }
     roView = {poFramebuffer->width, poFramebuffer->height, poFramebuffer->pixel_format};
     // A privileged reader is given the buffer itself: give it back, each part once.
     for (size_t uiPlane = 0; uiPlane < std::size(poFramebuffer->handles); uiPlane++)
@@ -128,9 +143,13 @@ bool CKmsCard::ReadFramebuffer(uint32_t uiFramebufferId, SFramebufferView& roVie
         const uint32_t uiHandle = poFramebuffer->handles[uiPlane];
         bool bClosed = uiHandle == 0;
         for (size_t uiBefore = 0; uiBefore < uiPlane; uiBefore++)
+        {
             bClosed = bClosed || poFramebuffer->handles[uiBefore] == uiHandle;
+        }
         if (!bClosed)
+        {
             drmCloseBufferHandle(Fd(), uiHandle);
+        }
     }
     return true;
 }
@@ -155,5 +174,3 @@ void CKmsCard::ReadEvents(CVblankTracker& roTracker) const
     drmHandleEvent(Fd(), &oContext);
     g_poTracker = nullptr;
 }
-
-} // namespace LinuxBoard

@@ -5,16 +5,13 @@
 #ifndef LINUX_BOARD_KMS_CARD_H
 #define LINUX_BOARD_KMS_CARD_H
 
-#include "../VblankTracker.h"
-#include "FileDescriptor.h"
-#include "VtVideoOut.h"
-
 #include <cstdint>
 #include <string>
 #include <xf86drmMode.h>
 
-namespace LinuxBoard
-{
+#include "FileDescriptor.h"
+#include "VblankTracker.h"
+#include "VtVideoOut.h"
 
 struct SCrtcView
 {
@@ -60,7 +57,5 @@ public:
 private:
     CFileDescriptor m_oFd;
 };
-
-} // namespace LinuxBoard
 
 #endif

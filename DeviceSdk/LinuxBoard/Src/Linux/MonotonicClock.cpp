@@ -3,9 +3,6 @@
 #include <cerrno>
 #include <ctime>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -29,8 +26,8 @@ bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs, u
                                 static_cast<long>(uiLeftNs % uiNsPerSecond)};
         const int iReady = ppoll(aoPolled.data(), aoPolled.size(), &oLeft, nullptr);
         if (iReady >= 0 || errno != EINTR)
+        {
             return iReady > 0;
+        }
     }
 }
-
-} // namespace LinuxBoard

@@ -8,9 +8,6 @@
 #include <poll.h>
 #include <span>
 
-namespace LinuxBoard
-{
-
 inline constexpr uint64_t uiNsPerMs = 1000000;
 
 /* CLOCK_MONOTONIC, nanoseconds. */
@@ -21,7 +18,5 @@ uint64_t MonotonicClock_NowNs();
  * not end the sleep. uiNowNs: what the clock has just said. True when a descriptor has something.
  */
 bool MonotonicClock_PollUntil(std::span<pollfd> aoPolled, uint64_t uiMomentNs, uint64_t uiNowNs);
-
-} // namespace LinuxBoard
 
 #endif

@@ -6,16 +6,13 @@
 #ifndef LINUX_BOARD_OUTPUT_STREAM_H
 #define LINUX_BOARD_OUTPUT_STREAM_H
 
-#include "../FieldStart.h"
-#include "../VblankTracker.h"
-#include "CardKeeper.h"
-#include "KmsCard.h"
-#include "VtVideoOut.h"
-
 #include <string>
 
-namespace LinuxBoard
-{
+#include "CardKeeper.h"
+#include "FieldStart.h"
+#include "KmsCard.h"
+#include "VblankTracker.h"
+#include "VtVideoOut.h"
 
 class COutputStream
 {
@@ -34,11 +31,11 @@ public:
 private:
     enum class ESignal
     {
-        Unknown, /* the numbering of the CRTC has to be found first */
-        Running,
-        Off,
-        NoVblank, /* there is a signal, but the card tells nothing of its fields */
-        Gone      /* the card is away, and closed */
+        UNKNOWN, /* the numbering of the CRTC has to be found first */
+        RUNNING,
+        OFF,
+        NO_VBLANK, /* there is a signal, but the card tells nothing of its fields */
+        GONE       /* the card is away, and closed */
     };
 
     int OpenCard();
@@ -62,7 +59,7 @@ private:
     CKmsCard m_oCard;
     CVblankTracker m_oTracker;
     CSetBufferEstimate m_oSetBuffers;
-    ESignal m_eSignal = ESignal::Unknown;
+    ESignal m_eSignal = ESignal::UNKNOWN;
     uint32_t m_uiConnectorId = 0;
     uint32_t m_uiCrtcId = 0;
     uint64_t m_uiFieldPeriodNs = 0;
@@ -71,7 +68,5 @@ private:
     uint64_t m_uiViewedNs = 0;       /* when */
     uint64_t m_uiNextLookNs = 0;     /* when a card that is away is looked for next */
 };
-
-} // namespace LinuxBoard
 
 #endif

@@ -1,17 +1,14 @@
 #include "OwnedCapture.h"
 
-#include "GiveBack.h"
-#include "InputSettings.h"
-#include "MonotonicClock.h"
-
 #include <array>
 #include <cerrno>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
 
-namespace LinuxBoard
-{
+#include "GiveBack.h"
+#include "InputSettings.h"
+#include "MonotonicClock.h"
 
 namespace
 {
@@ -22,10 +19,14 @@ constexpr uint32_t uiFormatsTried = 64;
 uint32_t ImageSize(const v4l2_format& roFormat)
 {
     if (roFormat.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+    {
         return roFormat.fmt.pix.sizeimage;
+    }
     uint32_t uiSize = 0;
     for (uint32_t uiPlane = 0; uiPlane < roFormat.fmt.pix_mp.num_planes && uiPlane < VIDEO_MAX_PLANES; uiPlane++)
+    {
         uiSize += roFormat.fmt.pix_mp.plane_fmt[uiPlane].sizeimage;
+    }
     return uiSize;
 }
 
@@ -81,17 +82,25 @@ int COwnedCapture::Prepare()
     v4l2_dv_timings oDetected{};
     const bool bOtherTimings = HasOtherTimings(oDetected);
     if (iError != 0 || !(bOtherTimings || m_bSmallest))
+    {
         return iError;
+    }
     m_bChanged = true;
     m_poNote = GiveBack_NoteInput(m_roNode.Path(), m_roNode.Fd(), m_oFound);
     if (bOtherTimings)
+    {
         iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_DV_TIMINGS, &oDetected);
+    }
     if (iError == 0 && m_bSmallest)
+    {
         iError = SetSmallestFormat();
+    }
     v4l2_format oOurs{};
     oOurs.type = m_roNode.BufferType();
     if (m_poNote != nullptr && V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oOurs) == 0)
+    {
         m_poNote->oOurs = oOurs;
+    }
     return iError;
 }
 
@@ -101,7 +110,9 @@ int COwnedCapture::SetSmallestFormat() const
     oBefore.type = m_roNode.BufferType();
     const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_FMT, &oBefore);
     if (iError != 0)
+    {
         return iError;
+    }
     v4l2_format oSmallest = oBefore;
     for (uint32_t uiIndex = 0; uiIndex < uiFormatsTried; uiIndex++)
     {
@@ -109,13 +120,19 @@ int COwnedCapture::SetSmallestFormat() const
         oDescription.index = uiIndex;
         oDescription.type = oBefore.type;
         if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_ENUM_FMT, &oDescription) != 0)
+        {
             break;
+        }
         v4l2_format oTried = SmallestRequest(oBefore, oDescription.pixelformat);
         if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_TRY_FMT, &oTried) == 0 && ImageSize(oTried) < ImageSize(oSmallest))
+        {
             oSmallest = oTried;
+        }
     }
     if (ImageSize(oSmallest) == ImageSize(oBefore))
+    {
         return 0;
+    }
     return V4l2_Ioctl(m_roNode.Fd(), VIDIOC_S_FMT, &oSmallest);
 }
 
@@ -162,7 +179,9 @@ int COwnedCapture::QueueAll()
     uint32_t uiGiven = 0;
     int iError = RequestBuffers(uiBuffersWanted, uiGiven);
     if (iError != 0)
+    {
         return iError;
+    }
     m_uiBuffers = uiGiven;
     MapBuffer();
     for (uint32_t uiIndex = 0; uiIndex < uiGiven && iError == 0; uiIndex++)
@@ -179,16 +198,24 @@ int COwnedCapture::Start()
     // Buffers of another program: hands off, even where the driver would let us.
     const SBufferCensus oCensus = m_roNode.CountBuffers();
     if (oCensus.uiTotal != 0 || (oCensus.bHidden && !IsFree(m_roNode)))
+    {
         return -EBUSY;
+    }
     int iError = Prepare();
     if (iError == 0)
+    {
         iError = QueueAll();
+    }
     auto uiType = static_cast<int>(m_roNode.BufferType());
     if (iError == 0)
+    {
         iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMON, &uiType);
+    }
     m_bStreaming = iError == 0;
     if (iError != 0)
+    {
         Stop();
+    }
     return iError;
 }
 
@@ -196,20 +223,28 @@ void COwnedCapture::Stop()
 {
     auto uiType = static_cast<int>(m_roNode.BufferType());
     if (m_bStreaming)
+    {
         V4l2_Ioctl(m_roNode.Fd(), VIDIOC_STREAMOFF, &uiType);
+    }
     uint32_t uiGiven = 0;
     Unmap();
     if (m_uiBuffers != 0)
+    {
         RequestBuffers(0, uiGiven);
+    }
     if (m_bChanged)
+    {
         InputSettings_Write(m_roNode.Fd(), m_oFound);
+    }
     Forget();
 }
 
 void COwnedCapture::Unmap()
 {
     if (m_pvMapped != nullptr)
+    {
         munmap(std::exchange(m_pvMapped, nullptr), static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+    }
 }
 
 void COwnedCapture::Forget()
@@ -225,7 +260,9 @@ void COwnedCapture::MapBuffer()
 {
     v4l2_buffer oBuffer = NewBuffer();
     if (V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QUERYBUF, &oBuffer) != 0)
+    {
         return;
+    }
     const bool bPlanes = oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
     const uint32_t uiOffset = bPlanes ? m_aoPlanes[0].m.mem_offset : oBuffer.m.offset;
     void* pvMapped = mmap(nullptr, static_cast<size_t>(sysconf(_SC_PAGESIZE)), PROT_READ, MAP_SHARED, m_roNode.Fd(),
@@ -244,13 +281,19 @@ SBufferCensus COwnedCapture::Census() const
 EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
 {
     if (m_bBufferLost)
-        return EFetch::Failed;
+    {
+        return EFetch::FAILED;
+    }
     v4l2_buffer oBuffer = NewBuffer();
     const int iError = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_DQBUF, &oBuffer);
     if (iError == -EAGAIN)
-        return EFetch::Nothing;
+    {
+        return EFetch::NOTHING;
+    }
     if (iError != 0)
-        return iError == -ENODEV ? EFetch::Gone : EFetch::Failed;
+    {
+        return iError == -ENODEV ? EFetch::GONE : EFetch::FAILED;
+    }
     const bool bMonotonic = (oBuffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     roFrame.uiSequence = oBuffer.sequence;
     // A stamp of another clock compares with nothing: the time of arrival does.
@@ -258,12 +301,10 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
                                          static_cast<uint64_t>(oBuffer.timestamp.tv_usec) * 1000ULL
                                    : MonotonicClock_NowNs();
     roFrame.bError = (oBuffer.flags & V4L2_BUF_FLAG_ERROR) != 0;
-    roFrame.eParity = oBuffer.field == V4L2_FIELD_TOP      ? EFieldParity::Top
-                      : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::Bottom
-                                                           : EFieldParity::None;
+    roFrame.eParity = oBuffer.field == V4L2_FIELD_TOP      ? EFieldParity::TOP
+                      : oBuffer.field == V4L2_FIELD_BOTTOM ? EFieldParity::BOTTOM
+                                                           : EFieldParity::NONE;
     // Without its buffers the queue would fall silent for good, and no call would say so.
     m_bBufferLost = V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QBUF, &oBuffer) != 0;
-    return EFetch::Frame;
+    return EFetch::FRAME;
 }
-
-} // namespace LinuxBoard

@@ -5,23 +5,20 @@
 #ifndef LINUX_BOARD_OWNED_CAPTURE_H
 #define LINUX_BOARD_OWNED_CAPTURE_H
 
-#include "../FieldTracker.h"
-#include "../GiveBackNote.h"
-#include "V4l2Node.h"
-
 #include <array>
 #include <linux/videodev2.h>
 
-namespace LinuxBoard
-{
+#include "FieldTracker.h"
+#include "GiveBackNote.h"
+#include "V4l2Node.h"
 
 /* How DQBUF went. */
 enum class EFetch
 {
-    Frame,
-    Nothing,
-    Failed, /* the stream broke: it has to be started again */
-    Gone
+    FRAME,
+    NOTHING,
+    FAILED, /* the stream broke: it has to be started again */
+    GONE
 };
 
 class COwnedCapture
@@ -77,7 +74,5 @@ private:
     SGiveBackNote* m_poNote = nullptr; /* may be null when there is no room for it */
     void* m_pvMapped = nullptr;
 };
-
-} // namespace LinuxBoard
 
 #endif

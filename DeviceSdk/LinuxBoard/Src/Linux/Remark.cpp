@@ -4,9 +4,6 @@
 #include <cstdio>
 #include <syslog.h>
 
-namespace LinuxBoard
-{
-
 namespace
 {
 
@@ -32,5 +29,3 @@ void Remark_SayPlain(const std::string& szText)
     std::fprintf(stderr, "%s\n", szLine.c_str());
     syslog(LOG_USER | LOG_NOTICE, "%s", szLine.c_str());
 }
-
-} // namespace LinuxBoard

@@ -7,14 +7,9 @@
 
 #include <string>
 
-namespace LinuxBoard
-{
-
 /* Begins with the name of the board. */
 void Remark_Say(const std::string& szText);
 /* As it stands. */
 void Remark_SayPlain(const std::string& szText);
-
-} // namespace LinuxBoard
 
 #endif

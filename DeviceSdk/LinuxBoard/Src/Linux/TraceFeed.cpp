@@ -1,9 +1,5 @@
 #include "TraceFeed.h"
 
-#include "../TraceRecord.h"
-#include "GiveBack.h"
-#include "TraceInstance.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -17,8 +13,9 @@ extern "C" {
 #include <kbuffer.h>
 }
 
-namespace LinuxBoard
-{
+#include "GiveBack.h"
+#include "TraceInstance.h"
+#include "TraceRecord.h"
 
 namespace
 {
@@ -46,7 +43,9 @@ std::vector<CFileDescriptor> PipesOf(const std::string& szInstance)
         const std::string szPipe = itCpu->path().string() + "/trace_pipe_raw";
         aoPipes.emplace_back(open(szPipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (!aoPipes.back().IsOpen())
+        {
             return {};
+        }
     }
     return aoPipes;
 }
@@ -76,15 +75,21 @@ ETraceAccess CTraceFeed::Access(const std::string& szVideo)
 {
     const char* szDirectory = TraceInstance_Directory();
     if (szDirectory == nullptr)
-        return ETraceAccess::None;
+    {
+        return ETraceAccess::NONE;
+    }
     const std::string szEnable = "/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/enable";
     if (IsAllowed(std::string(szDirectory) + "/instances", W_OK | X_OK) &&
         IsAllowed(std::string(szDirectory) + szEnable, W_OK))
-        return ETraceAccess::Granted;
+    {
+        return ETraceAccess::GRANTED;
+    }
     const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
     if (aoPipes.empty())
-        return ETraceAccess::None;
-    return Claim(aoPipes) ? ETraceAccess::Granted : ETraceAccess::Taken;
+    {
+        return ETraceAccess::NONE;
+    }
+    return Claim(aoPipes) ? ETraceAccess::GRANTED : ETraceAccess::TAKEN;
 }
 
 bool CTraceFeed::OpenPipes(const std::string& szInstance)
@@ -93,7 +98,9 @@ bool CTraceFeed::OpenPipes(const std::string& szInstance)
     m_poDecoder.reset(kbuffer_alloc(KBUFFER_LSIZE_SAME_AS_HOST, KBUFFER_ENDIAN_SAME_AS_HOST));
     m_aoPage.resize(static_cast<size_t>(sysconf(_SC_PAGESIZE)));
     if (m_poDecoder == nullptr || TraceInstance_ReadLayout(szInstance.c_str(), &m_oLayout) != 0)
+    {
         m_aoPipes.clear();
+    }
     return IsOpen();
 }
 
@@ -101,7 +108,9 @@ bool CTraceFeed::OpenPrepared(const std::string& szVideo)
 {
     m_bForeignRecords = true;
     if (OpenPipes(PreparedInstance(szVideo)) && !Claim(m_aoPipes))
+    {
         m_aoPipes.clear();
+    }
     return IsOpen();
 }
 
@@ -112,9 +121,13 @@ bool CTraceFeed::OpenOwn(const std::string& szVideo, uint32_t uiFramesPerSecond)
     const std::unique_ptr<char, decltype(&std::free)> szInstance(
         m_poInstance == nullptr ? nullptr : TraceInstance_PathOf(m_poInstance), &std::free);
     if (szInstance != nullptr)
+    {
         m_poNote = GiveBack_NoteTrace(szInstance.get());
+    }
     if (szInstance == nullptr || !OpenPipes(szInstance.get()))
+    {
         Close();
+    }
     return IsOpen();
 }
 
@@ -124,10 +137,10 @@ bool CTraceFeed::Open(const std::string& szVideo, uint32_t uiMinor, uint32_t uiF
     m_uiMinor = uiMinor;
     switch (Access(szVideo))
     {
-    case ETraceAccess::Granted:
+    case ETraceAccess::GRANTED:
         return OpenPrepared(szVideo) || OpenOwn(szVideo, uiFramesPerSecond);
-    case ETraceAccess::None:
-    case ETraceAccess::Taken:
+    case ETraceAccess::NONE:
+    case ETraceAccess::TAKEN:
         break;
     }
     return false;
@@ -136,13 +149,19 @@ bool CTraceFeed::Open(const std::string& szVideo, uint32_t uiMinor, uint32_t uiF
 void CTraceFeed::TakePage(uint64_t uiNowNs)
 {
     if (kbuffer_load_subbuffer(m_poDecoder.get(), m_aoPage.data()) != 0)
+    {
         return;
+    }
     // Negative: some, nobody knows how many. Of a trace that others share, who knows whose they were.
     const int iMissed = kbuffer_missed_events(m_poDecoder.get());
     if (iMissed < 0 || (iMissed > 0 && m_bForeignRecords))
+    {
         m_oBatch.uiUnseen = CFieldTracker::msc_uiUnknown;
+    }
     else if (m_oBatch.uiUnseen != CFieldTracker::msc_uiUnknown)
+    {
         m_oBatch.uiUnseen += static_cast<uint64_t>(iMissed);
+    }
     unsigned long long uiMoment = 0;
     for (void* pvEvent = kbuffer_read_event(m_poDecoder.get(), &uiMoment); pvEvent != nullptr;
          pvEvent = kbuffer_next_event(m_poDecoder.get(), &uiMoment))
@@ -152,9 +171,13 @@ void CTraceFeed::TakePage(uint64_t uiNowNs)
         STracedBuffer oBuffer;
         if (!TraceRecord_Read(m_oLayout, {pRecord, uiSize}, oBuffer) || !oBuffer.bCapture ||
             oBuffer.uiMinor != m_uiMinor)
+        {
             continue;
+        }
         if (!oBuffer.bMonotonicStamp)
+        {
             oBuffer.oFrame.uiStampNs = uiNowNs;
+        }
         m_oBatch.aoEntries.push_back({uiMoment, oBuffer.oFrame});
     }
 }
@@ -163,10 +186,13 @@ bool CTraceFeed::ReadPage(const CFileDescriptor& roPipe, uint64_t uiNowNs)
 {
     ssize_t iLength = 0;
     do
+    {
         iLength = read(roPipe.Get(), m_aoPage.data(), m_aoPage.size());
-    while (iLength < 0 && errno == EINTR);
+    } while (iLength < 0 && errno == EINTR);
     if (iLength <= 0)
+    {
         return false;
+    }
     TakePage(uiNowNs);
     return true;
 }
@@ -178,16 +204,22 @@ const STraceBatch& CTraceFeed::Read(std::span<const pollfd> aoPolled, uint64_t u
     for (size_t uiPipe = 0; uiPipe < m_aoPipes.size(); uiPipe++)
     {
         if (aoPolled.empty())
+        {
             while (ReadPage(m_aoPipes[uiPipe], uiNowNs))
+            {
                 ;
+            }
+        }
         else if (uiPipe < aoPolled.size() && aoPolled[uiPipe].revents != 0)
+        {
             ReadPage(m_aoPipes[uiPipe], uiNowNs);
+        }
     }
     if (m_oBatch.aoEntries.size() > 1)
+    {
         std::stable_sort(m_oBatch.aoEntries.begin(), m_oBatch.aoEntries.end(),
                          [](const STraceBatch::SEntry& roOne, const STraceBatch::SEntry& roOther)
                          { return roOne.uiMoment < roOther.uiMoment; });
+    }
     return m_oBatch;
 }
-
-} // namespace LinuxBoard

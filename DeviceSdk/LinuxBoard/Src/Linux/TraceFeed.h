@@ -6,10 +6,6 @@
 #ifndef LINUX_BOARD_TRACE_FEED_H
 #define LINUX_BOARD_TRACE_FEED_H
 
-#include "../FieldTracker.h"
-#include "../TraceLayout.h"
-#include "FileDescriptor.h"
-
 #include <cstdint>
 #include <memory>
 #include <poll.h>
@@ -17,19 +13,20 @@
 #include <string>
 #include <vector>
 
+#include "FieldTracker.h"
+#include "FileDescriptor.h"
+#include "TraceLayout.h"
+
 struct tracefs_instance;
 struct kbuffer;
-
-namespace LinuxBoard
-{
 
 struct SGiveBackNote;
 
 enum class ETraceAccess
 {
-    None,
-    Taken, /* another reader has the prepared trace */
-    Granted
+    NONE,
+    TAKEN, /* another reader has the prepared trace */
+    GRANTED
 };
 
 struct STraceBatch
@@ -90,7 +87,5 @@ private:
     uint32_t m_uiMinor = 0;
     bool m_bForeignRecords = false; /* the trace is not ours and may hold those of other nodes */
 };
-
-} // namespace LinuxBoard
 
 #endif

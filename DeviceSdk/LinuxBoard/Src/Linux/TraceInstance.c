@@ -33,7 +33,9 @@ const char* TraceInstance_Directory(void)
 static void Destroy(struct tracefs_instance* poInstance)
 {
     if (poInstance == NULL)
+    {
         return;
+    }
     tracefs_event_disable(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT);
     tracefs_instance_destroy(poInstance);
     tracefs_instance_free(poInstance);
@@ -48,13 +50,17 @@ static struct tracefs_instance* Create(const char* szVideo, unsigned int uiMinor
     snprintf(szFilter, sizeof(szFilter), "minor == %u", uiMinor);
     struct tracefs_instance* poInstance = tracefs_instance_create(szName);
     if (poInstance == NULL)
+    {
         return NULL;
+    }
     /* A kernel that knows one of these three not gives more than is needed, or later; the reader copes. */
     tracefs_instance_set_buffer_size(poInstance, uiBufferKb, -1);
     tracefs_instance_file_write(poInstance, "buffer_percent", "0");
     tracefs_event_file_write(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT, "filter", szFilter);
     if (tracefs_event_enable(poInstance, TRACE_INSTANCE_SYSTEM, TRACE_INSTANCE_EVENT) == 0)
+    {
         return poInstance;
+    }
     Destroy(poInstance);
     return NULL;
 }
@@ -65,14 +71,20 @@ static int RemoveIfAbandoned(const char* szName, void* pvContext)
     char cAfter = 0;
     (void)pvContext;
     if (sscanf(szName, TRACE_INSTANCE_PREFIX "%d%c", &iPid, &cAfter) != 2 || cAfter != '-' || iPid <= 0)
+    {
         return 0;
+    }
     if (kill(iPid, 0) == 0 || errno != ESRCH)
+    {
         return 0;
+    }
     /* The process may live in a container that counts processes anew; then the kernel refuses, for it is in use. So
        nothing is switched off before. */
     struct tracefs_instance* poInstance = tracefs_instance_create(szName);
     if (poInstance == NULL)
+    {
         return 0;
+    }
     tracefs_instance_destroy(poInstance);
     tracefs_instance_free(poInstance);
     return 0;
@@ -94,7 +106,9 @@ char* TraceInstance_PathOf(const struct tracefs_instance* poInstance)
     /* The library promises not to change the instance, but does not say so. */
     const char* szName = tracefs_instance_get_name((struct tracefs_instance*)(uintptr_t)poInstance);
     if (szDirectory == NULL || asprintf(&szPath, "%s/instances/%s", szDirectory, szName) < 0)
+    {
         return NULL;
+    }
     return szPath;
 }
 
@@ -116,7 +130,9 @@ static int ReadDescription(const char* szInstance, char acText[uiFormatSize])
     snprintf(szPath, sizeof(szPath), "%s/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/format", szInstance);
     FILE* poFile = fopen(szPath, "re");
     if (poFile == NULL)
+    {
         return 0;
+    }
     const size_t uiLength = fread(acText, 1, uiFormatSize - 1, poFile);
     fclose(poFile);
     acText[uiLength] = '\0';
@@ -130,9 +146,13 @@ int TraceInstance_ReadLayout(const char* szInstance, struct STraceLayout* poLayo
     struct tep_handle* poTep = iLength > 0 ? tep_alloc() : NULL;
     struct tep_event* poEvent = NULL;
     if (poTep == NULL)
+    {
         return -1;
+    }
     if (tep_parse_format(poTep, &poEvent, acText, (unsigned long)iLength, TRACE_INSTANCE_SYSTEM) != 0)
+    {
         poEvent = NULL;
+    }
     if (poEvent != NULL)
     {
         poLayout->iEventId = poEvent->id;

@@ -5,7 +5,7 @@
 #ifndef LINUX_BOARD_TRACE_INSTANCE_H
 #define LINUX_BOARD_TRACE_INSTANCE_H
 
-#include "../TraceLayout.h"
+#include "TraceLayout.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,7 +1,5 @@
 #include "V4l2Node.h"
 
-#include "../PixelFormatTable.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -13,8 +11,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-namespace LinuxBoard
-{
+#include "PixelFormatTable.h"
 
 namespace
 {
@@ -53,8 +50,9 @@ int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument)
 {
     int iResult = 0;
     do
+    {
         iResult = ioctl(iFd, uiRequest, pvArgument);
-    while (iResult < 0 && errno == EINTR);
+    } while (iResult < 0 && errno == EINTR);
     return iResult < 0 ? -errno : 0;
 }
 
@@ -64,10 +62,14 @@ int CV4l2Node::Open(const std::string& szNode, int iMode)
     m_szPath = szNode;
     m_oFd = CFileDescriptor(open(szNode.c_str(), iMode | O_NONBLOCK | O_CLOEXEC));
     if (!m_oFd.IsOpen())
+    {
         return -errno;
+    }
     struct stat oStat = {};
     if (fstat(Fd(), &oStat) == 0)
+    {
         m_uiMinor = minor(oStat.st_rdev);
+    }
     ReadFacts();
     return 0;
 }
@@ -76,20 +78,30 @@ void CV4l2Node::ReadFacts()
 {
     v4l2_capability oCapability{};
     if (V4l2_Ioctl(Fd(), VIDIOC_QUERYCAP, &oCapability) != 0)
+    {
         return;
+    }
     m_szDriver = Text(oCapability.driver);
     m_szBusPath = Text(oCapability.bus_info);
     const uint32_t uiCaps =
         (oCapability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? oCapability.device_caps : oCapability.capabilities;
     if ((uiCaps & V4L2_CAP_STREAMING) == 0)
+    {
         return;
+    }
     if ((uiCaps & V4L2_CAP_VIDEO_CAPTURE) != 0)
+    {
         m_uiBufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    }
     else if ((uiCaps & V4L2_CAP_VIDEO_CAPTURE_MPLANE) != 0)
+    {
         m_uiBufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+    }
     v4l2_input oInput{};
     if (ReadInput(oInput))
+    {
         m_szInput = Text(oInput.name);
+    }
 }
 
 /* Whoever uses the node may select another input at any time. */
@@ -97,7 +109,9 @@ bool CV4l2Node::ReadInput(v4l2_input& roInput)
 {
     roInput = {};
     if (V4l2_Ioctl(Fd(), VIDIOC_G_INPUT, &roInput.index) != 0 || V4l2_Ioctl(Fd(), VIDIOC_ENUMINPUT, &roInput) != 0)
+    {
         return false;
+    }
     m_bDigital = (roInput.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0;
     m_bTelevision = (roInput.capabilities & V4L2_IN_CAP_STD) != 0;
     if (roInput.index != m_uiInput)
@@ -114,14 +128,20 @@ int CV4l2Node::ReadFormat(SInputFormat& roFormat) const
     oFormat.type = m_uiBufferType;
     const int iError = V4l2_Ioctl(Fd(), VIDIOC_G_FMT, &oFormat);
     if (iError != 0)
+    {
         return iError;
+    }
     // The two records begin alike, but only as far as the field.
     if (m_uiBufferType == V4L2_BUF_TYPE_VIDEO_CAPTURE)
+    {
         roFormat = {oFormat.fmt.pix.width, oFormat.fmt.pix.height, oFormat.fmt.pix.pixelformat,
                     static_cast<v4l2_field>(oFormat.fmt.pix.field)};
+    }
     else
+    {
         roFormat = {oFormat.fmt.pix_mp.width, oFormat.fmt.pix_mp.height, oFormat.fmt.pix_mp.pixelformat,
                     static_cast<v4l2_field>(oFormat.fmt.pix_mp.field)};
+    }
     return 0;
 }
 
@@ -170,23 +190,31 @@ EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
     SInputFormat oFormat;
     v4l2_input oInput{};
     if (ReadFormat(oFormat) == -ENODEV)
-        return EInputSignal::Gone;
+    {
+        return EInputSignal::GONE;
+    }
     if (ReadInput(oInput) && (oInput.status & uiLostStatus) != 0)
-        return EInputSignal::Lost;
+    {
+        return EInputSignal::LOST;
+    }
     if (m_bDigital)
     {
         v4l2_dv_timings oTimings{};
         const int iError = ReadDigitalTimings(oTimings);
         if (iError != 0)
-            return iError == -ENODEV ? EInputSignal::Gone : EInputSignal::Lost;
+        {
+            return iError == -ENODEV ? EInputSignal::GONE : EInputSignal::LOST;
+        }
         roSignal = VideoTimings_FromDv(oTimings.bt);
     }
     else
+    {
         ReadFrameSignal(oFormat, roSignal);
+    }
     VtVideo_VidParam& roParam = roSignal.oVidParam;
     roParam.bIsYuv = PixelFormat_IsYuv(oFormat.uiFourCc) ? 1 : 0;
     roParam.bBottomFieldFirst = roParam.bInterlaced != 0 && IsBottomFirst(roParam.uiVActive) ? 1 : 0;
-    return EInputSignal::Present;
+    return EInputSignal::PRESENT;
 }
 
 SBufferCensus CV4l2Node::CountBuffers() const
@@ -206,18 +234,28 @@ SBufferCensus CV4l2Node::CountBuffers() const
         const int iError = V4l2_Ioctl(Fd(), VIDIOC_QUERYBUF, &oBuffer);
         oCensus.bHidden = oCensus.bHidden || iError == -EBUSY;
         if (iError != 0)
+        {
             break;
+        }
         if (uiIndex == 0)
+        {
             oCensus.uiFlags = oBuffer.flags;
+        }
         oCensus.uiTotal++;
         oCensus.bMapped =
             oCensus.bMapped || (oBuffer.flags & V4L2_BUF_FLAG_MAPPED) != 0 || oBuffer.memory != V4L2_MEMORY_MMAP;
         if ((oBuffer.flags & V4L2_BUF_FLAG_DONE) != 0)
+        {
             oCensus.uiReady++;
+        }
         else if ((oBuffer.flags & V4L2_BUF_FLAG_QUEUED) != 0)
+        {
             oCensus.uiQueued++;
+        }
         else
+        {
             oCensus.uiLoaned++;
+        }
     }
     return oCensus;
 }
@@ -235,8 +273,8 @@ bool CV4l2Node::ReadEvents() const
     bool bChanged = false;
     v4l2_event oEvent{};
     while (V4l2_Ioctl(Fd(), VIDIOC_DQEVENT, &oEvent) == 0)
+    {
         bChanged = bChanged || oEvent.type == V4L2_EVENT_SOURCE_CHANGE;
+    }
     return bChanged;
 }
-
-} // namespace LinuxBoard

@@ -6,17 +6,14 @@
 #ifndef LINUX_BOARD_V4L2_NODE_H
 #define LINUX_BOARD_V4L2_NODE_H
 
-#include "../FieldTracker.h"
-#include "../VideoTimings.h"
-#include "FileDescriptor.h"
-#include "VtVideoIn.h"
-
 #include <cstdint>
 #include <linux/videodev2.h>
 #include <string>
 
-namespace LinuxBoard
-{
+#include "FieldTracker.h"
+#include "FileDescriptor.h"
+#include "VideoTimings.h"
+#include "VtVideoIn.h"
 
 /* ioctl without interruptions by signals; 0 or a negative errno. */
 int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument);
@@ -46,9 +43,9 @@ struct SBufferCensus
 
 enum class EInputSignal
 {
-    Present,
-    Lost,
-    Gone /* the device itself went away */
+    PRESENT,
+    LOST,
+    GONE /* the device itself went away */
 };
 
 class CV4l2Node
@@ -106,7 +103,5 @@ private:
     std::string m_szBusPath;
     std::string m_szInput;
 };
-
-} // namespace LinuxBoard
 
 #endif
