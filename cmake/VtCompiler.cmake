@@ -22,7 +22,7 @@ add_compile_options(-ffp-contract=off "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" 
 add_link_options(-pthread)
 
 add_compile_options(
-    -Wall -Wextra -Werror -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wcast-qual -Wformat=2
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wcast-qual -Wformat=2
     -Wundef -Wvla -Wnull-dereference -Wdouble-promotion
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>

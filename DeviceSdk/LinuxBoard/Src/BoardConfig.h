@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "TextFault.h"
+
 /* What a device is known by. */
 struct SDeviceFacts
 {
@@ -38,12 +40,9 @@ struct SBoardConfig
     std::vector<SDeviceRule> aoOutputs;
 };
 
-struct SConfigFault
-{
-    uint32_t uiLine = 1;
-    std::string szText;
-};
+using SConfigFault = STextFault;
 
+/* False with roFault set when the text is no TOML, or says what no rule can. */
 bool BoardConfig_Parse(std::string_view szText, SBoardConfig& roConfig, SConfigFault& roFault);
 
 struct SDeviceChoice

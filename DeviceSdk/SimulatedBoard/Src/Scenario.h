@@ -12,6 +12,7 @@
 
 #include "Operations.h"
 #include "Schedule.h"
+#include "TextFault.h"
 #include "TickMath.h"
 #include "Veltrano.h"
 #include "VideoTiming.h"
@@ -129,21 +130,7 @@ struct SScenario
     std::vector<SFaultRule> aoFaults;
 };
 
-// Why a scenario is refused. The first fault found stands.
-struct SScenarioFault
-{
-    uint32_t uiLine = 0;
-    std::string szText; // empty: none
-
-    bool IsSet() const { return !szText.empty(); }
-    void Set(uint32_t uiAtLine, std::string szWhat)
-    {
-        if (!IsSet())
-        {
-            uiLine = uiAtLine;
-            szText = std::move(szWhat);
-        }
-    }
-};
+// Why a scenario is refused.
+using SScenarioFault = STextFault;
 
 #endif

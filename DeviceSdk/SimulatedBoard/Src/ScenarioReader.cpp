@@ -154,7 +154,7 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
 {
     roScenario = {};
     SScenarioNode oRoot;
-    if (!ScenarioTree_Parse(szText, oRoot, roFault))
+    if (!TomlTree_Parse(szText, oRoot, roFault))
     {
         return false;
     }

@@ -13,7 +13,10 @@
 #include <span>
 #include <string_view>
 
-#include "ScenarioTree.h"
+#include "Scenario.h"
+#include "TomlTree.h"
+
+using SScenarioNode = STomlNode;
 
 template <typename T> struct SNamedValue
 {

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "ScenarioReader.h"
+#include "TomlTree.h"
 
 namespace
 {
@@ -50,7 +51,7 @@ bool ReadFile(const std::string& rszFile, std::string& rszText, SScenarioFault& 
         roFault.Set(1, "cannot be read: " + std::generic_category().message(errno));
         return false;
     }
-    rszText.resize(uiScenarioTextLimit + 1);
+    rszText.resize(uiTomlTextLimit + 1);
     rszText.resize(std::fread(rszText.data(), 1, rszText.size(), pFile.get()));
     if (std::ferror(pFile.get()) != 0)
     {

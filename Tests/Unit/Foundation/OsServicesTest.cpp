@@ -1,5 +1,6 @@
 #include "OsServices.h"
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -57,7 +57,8 @@ TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
     for (int64_t iSecond = 1; iSecond <= 700; ++iSecond)
     {
         const SMadeUpSecond oSecond = MakeSecond(iSecond, static_cast<uint64_t>(iSecond));
-        for (const SMinuteSummary& roMinute : WatchData_Publish(*poData, oSecond.poPublication, oSecond.aoEvents))
+        const std::span aoMinutes = WatchData_Publish(*poData, oSecond.poPublication, oSecond.aoEvents);
+        for (const SMinuteSummary& roMinute : aoMinutes)
         {
             uiComplete += roMinute.bIsComplete ? 1 : 0;
             EXPECT_EQ(roMinute.oPoint.uiFields, 60 * roMinute.uiPoints);
