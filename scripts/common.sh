@@ -3,9 +3,12 @@
 
 szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-aszRunPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev libdrm-dev libudev-dev libtracefs-dev
-    libtraceevent-dev libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libcivetweb-dev prometheus-cpp-dev
+# What each part of the tree is built with: the monitor on the simulated board, the other board, the watch.
+aszMonitorPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev)
+aszLinuxBoardPackages=(libdrm-dev libudev-dev libtracefs-dev libtraceevent-dev)
+aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libcivetweb-dev prometheus-cpp-dev
     libjs-dygraphs)
+aszRunPackages=("${aszMonitorPackages[@]}" "${aszLinuxBoardPackages[@]}" "${aszWatchPackages[@]}")
 aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema chromium
     chromium-driver python3-selenium)
 aszBenchmarkPackages=(libbenchmark-dev)
@@ -55,10 +58,25 @@ require_compiler() {
     esac
 }
 
-# build_preset <preset> <target or all> [configure arguments...]
+# part_options <preset> [WATCH] [LINUX_BOARD]: prints what CMake must be told for these parts to be built; nothing where it
+# knows already. A part that was built once stays, a build that begins leaves the others out.
+part_options() {
+    local szCache="$szRoot/build/$1/CMakeCache.txt" szPart
+    shift
+    for szPart in WATCH LINUX_BOARD; do
+        case " $* " in
+            *" $szPart "*) grep -qs "^VT_BUILD_$szPart:BOOL=ON" "$szCache" || echo "-DVT_BUILD_$szPart=ON" ;;
+            *) [ -f "$szCache" ] || echo "-DVT_BUILD_$szPart=OFF" ;;
+        esac
+    done
+}
+
+# build_preset <preset> <targets, in one word> [configure arguments...]
 # Quiet when nothing is out of date; otherwise shows the build's own progress.
 build_preset() {
-    local szPreset=$1 szTarget=$2 szLog
+    local szPreset=$1 szLog
+    local -a aszTargets
+    read -r -a aszTargets <<<"$2"
     shift 2
     local szDir="$szRoot/build/$szPreset"
     szLog=$(mktemp)
@@ -70,11 +88,11 @@ build_preset() {
             die "the build could not be configured"
         fi
     fi
-    if (cd "$szDir" && ninja -n "$szTarget" >"$szLog" 2>&1 && grep -q 'no work to do' "$szLog"); then
+    if (cd "$szDir" && ninja -n "${aszTargets[@]}" >"$szLog" 2>&1 && grep -q 'no work to do' "$szLog"); then
         rm -f "$szLog"
         return 0
     fi
     rm -f "$szLog"
     say "building ($szPreset)"
-    ninja -C "$szDir" "$szTarget" >&2 || die "the build failed"
+    ninja -C "$szDir" "${aszTargets[@]}" >&2 || die "the build failed"
 }

@@ -97,9 +97,11 @@ void Report(const SDeviceList& roDevices)
         roDevices.aszRefused.empty() ? "nothing was refused" : "refused: " + Joined(roDevices.aszRefused) + szRemedy;
     if (roDevices.aoInputs.empty() && roDevices.aoOutputs.empty())
     {
-        Remark_Say("nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video "
-                   "capture nodes in /sys/class/video4linux; " +
-                   szRefused);
+        Remark_Say(
+            "nothing to watch: looked for connected and enabled connectors in /sys/class/drm and for video "
+            "capture nodes in /sys/class/video4linux; " +
+            szRefused +
+            "; for the simulated board: ./run --board simulated, or update-alternatives --config libVeltrano.so");
     }
     else if (!roDevices.aszRefused.empty())
     {
