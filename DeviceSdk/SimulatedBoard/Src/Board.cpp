@@ -34,7 +34,7 @@ bool OpenTruth(const SScenario& roScenario, std::unique_ptr<CTruthFile>& rpoTrut
     {
         return true;
     }
-    rpoTruth = CTruthFile::Open(roScenario.szTruthFile);
+    rpoTruth = CTruthFile::Open(roScenario.szTruthFile, roScenario.bTruthDetail);
     if (rpoTruth == nullptr)
     {
         const SScenarioFault oFault{1, "cannot be written: " + std::generic_category().message(errno)};

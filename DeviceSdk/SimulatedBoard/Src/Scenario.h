@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "BufferFeed.h"
 #include "Operations.h"
 #include "Schedule.h"
+#include "StreamDescription.h"
 #include "TextFault.h"
 #include "TickMath.h"
 #include "Veltrano.h"
@@ -43,6 +45,10 @@ enum class EEventKind : uint8_t
     LOCK_LOST,
     POWER_STATE,
     HANG,
+    DESCRIPTION_CHANGE,
+    FIELD_ORDER_SWAP,
+    CADENCE_CHANGE,
+    SLOW_CONSUMER,
     COUNT
 };
 
@@ -58,6 +64,9 @@ struct SEvent
     int64_t iDriftPpt = 0;                                   // LOCK_LOST, parts in 10^12 faster than while locked
     uint32_t uiHangMs = 0;                                   // HANG
     VtVideoOut_PowerState ePower{VtVideoOut_PowerState_OFF}; // POWER_STATE
+    std::vector<SMemberChange> aoChanges;                    // DESCRIPTION_CHANGE
+    SBufferFeed oFeed;                                       // CADENCE_CHANGE
+    uint32_t uiTakenPpm = 0;                                 // SLOW_CONSUMER, of the fields
     uint32_t uiLine = 0;                                     // where the scenario says when
     uint32_t uiValueLine = 0;                                // and how far
 };
@@ -67,6 +76,8 @@ struct SStream
     // What every field start is made of stands together, for few cache lines.
     EDirection eDirection = EDirection::INPUT;
     VtVideoOut_PowerState ePowerState = VtVideoOut_PowerState_ON; // outputs
+    uint32_t uiTickFreqHz = 0;                                    // of the chip
+    uint32_t uiBuffers = 8;                                       // inputs
     FixedTicks iOrigin = 0;                                       // when field 0 starts, by the chip's counter
     uint64_t uiKey = 0;                                           // of the stream's own random draws
     double flJitterTicks = 0.0;                                   // sigma
@@ -74,26 +85,18 @@ struct SStream
     uint64_t uiFieldCounterStart = 0;
     uint64_t uiSetBufferStart = 0;
     SVideoTiming oTiming;
-    VtVideo_VidParam oColour{}; // only the colour flags count
-    int64_t iRatePpt = 0;       // parts in 10^12 above the nominal rate
+    SStreamDescription oDescription; // of its timings only the colour flags count; sizes 0: those of the signal
+    int64_t iRatePpt = 0;            // parts in 10^12 above the nominal rate
     double flWanderPeriodS = 60.0;
-    uint64_t uiWanderKey = 0;  // streams with the same key wander together
-    uint32_t uiTickFreqHz = 0; // of the chip
+    uint64_t uiWanderKey = 0; // streams with the same key wander together
+    SBufferFeed oFeed;        // what the application sets
     std::vector<SEvent> aoEvents;
 
-    VtPixelFormat ePixelFormat = VtPixelFormat_YUV422_UYVY;
-    uint32_t uiWidth = 0; // 0: the active size of the signal
-    uint32_t uiHeight = 0;
-
-    VtVideoIn_State eCaptureState = VtVideoIn_State_STARTED;
-    uint32_t uiBuffers = 8;
     uint32_t uiReady = 1;
     uint32_t uiReadySpread = 0;
     uint32_t uiLoan = 2;
     uint32_t uiLoanSpread = 0;
     uint64_t uiSkipCountStart = 0;
-
-    std::vector<uint32_t> auiSetBufferPattern{1}; // buffers set in successive fields, repeated
     uint64_t uiLuidStart = 0x1000;
 };
 
@@ -126,6 +129,7 @@ struct SScenario
     double flScale = 1.0; // board seconds per real second
     bool bHold = false;   // granted: a wait without a grant has no time-out
     std::string szTruthFile;
+    bool bTruthDetail = false; // with what the queries say, and with the ends of events
     std::vector<SChip> aoChips;
     std::vector<SFaultRule> aoFaults;
 };

@@ -12,7 +12,6 @@
 namespace
 {
 
-constexpr size_t uiEventLimit = 64;
 constexpr double flSecondsLimit = 1e8;
 
 enum class ELength : uint8_t
@@ -29,12 +28,21 @@ enum class EOverlap : uint8_t
     SUCCESSIVE // each ends where the next begins
 };
 
+// Which streams have it.
+enum class EOf : uint8_t
+{
+    BOTH,
+    INPUTS,
+    OUTPUTS
+};
+
 struct SEventKind
 {
     EEventKind eKind;
     std::string_view szName;
     ELength eLength;
     EOverlap eOverlap;
+    EOf eOf = EOf::BOTH;
 };
 
 constexpr std::array<SEventKind, static_cast<size_t>(EEventKind::COUNT)> aoKinds = {{
@@ -47,8 +55,12 @@ constexpr std::array<SEventKind, static_cast<size_t>(EEventKind::COUNT)> aoKinds
     {EEventKind::BUFFERS_RUN_OUT, "buffers_run_out", ELength::ONE, EOverlap::DISJOINT},
     {EEventKind::PHASE_STEP, "phase_step", ELength::POINT, EOverlap::FREE},
     {EEventKind::LOCK_LOST, "lock_lost", ELength::FOR_EVER, EOverlap::DISJOINT},
-    {EEventKind::POWER_STATE, "power_state", ELength::FOR_EVER, EOverlap::FREE},
+    {EEventKind::POWER_STATE, "power_state", ELength::FOR_EVER, EOverlap::FREE, EOf::OUTPUTS},
     {EEventKind::HANG, "hang", ELength::POINT, EOverlap::FREE},
+    {EEventKind::DESCRIPTION_CHANGE, "description_change", ELength::FOR_EVER, EOverlap::FREE},
+    {EEventKind::FIELD_ORDER_SWAP, "field_order_swap", ELength::FOR_EVER, EOverlap::FREE},
+    {EEventKind::CADENCE_CHANGE, "cadence_change", ELength::FOR_EVER, EOverlap::SUCCESSIVE, EOf::OUTPUTS},
+    {EEventKind::SLOW_CONSUMER, "slow_consumer", ELength::FOR_EVER, EOverlap::DISJOINT, EOf::INPUTS},
 }};
 
 FixedTicks FieldTicks(const SStream& roStream)
@@ -99,6 +111,12 @@ void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChip
         roSection.Require(roSection.Has("at_s") ? "at_s" : "at_field");
     }
     const bool bPeriodic = ReadFields(roSection, "every_fields", "every_s", 2, roStream, 0, false, roWhen.uiPeriod);
+    int64_t iTimes = 0;
+    if (roSection.ReadInteger("times", 1, static_cast<int64_t>(CStreamModel::msc_uiFieldLimit), iTimes))
+    {
+        roWhen.uiTimes = static_cast<uint64_t>(iTimes);
+        roSection.Require(roSection.Has("every_s") ? "every_s" : "every_fields");
+    }
     roWhen.uiLength = roKind.eLength == ELength::FOR_EVER ? uiForEver : 1;
     if (roKind.eLength == ELength::POINT)
     {
@@ -136,10 +154,24 @@ void ReadDrift(CScenarioSection& roSection, const SStream& roStream, SEvent& roE
     }
 }
 
+void ReadCadence(CScenarioSection& roSection, const SStream& roStream, SEvent& roEvent)
+{
+    roEvent.oFeed.uiKey = ~roStream.uiKey - roEvent.oWhen.uiFirst;
+    if (!ScenarioFeed_Read(roSection, roStream, roEvent.oFeed))
+    {
+        roSection.Require(roSection.Has("set_buffer_rate") ? "set_buffer_rate" : "set_buffer_pattern");
+    }
+    if (roEvent.oWhen.uiPeriod != 0)
+    {
+        roSection.Refuse("kind", "cannot be periodic");
+    }
+}
+
 // What only this kind of event has.
 void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& roEvent, SScenarioFault& roFault)
 {
     int64_t iCount = 1;
+    double flTakes = 0.0;
     switch (roEvent.eKind)
     {
     case EEventKind::FORMAT_CHANGE:
@@ -162,14 +194,20 @@ void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& r
     case EEventKind::POWER_STATE:
         roSection.Require("state");
         (void)roSection.ReadName<VtVideoOut_PowerState>("state", aoPowerStates, roEvent.ePower);
-        if (roStream.eDirection == EDirection::INPUT)
-        {
-            roSection.Refuse("kind", "inputs have no power state");
-        }
         break;
     case EEventKind::HANG:
         roSection.Require("ms");
         (void)roSection.Read("ms", 1U, 60000U, roEvent.uiHangMs);
+        break;
+    case EEventKind::DESCRIPTION_CHANGE:
+        ScenarioChanges_Read(roSection, roStream.eDirection, roEvent.aoChanges);
+        break;
+    case EEventKind::CADENCE_CHANGE:
+        ReadCadence(roSection, roStream, roEvent);
+        break;
+    case EEventKind::SLOW_CONSUMER:
+        (void)roSection.ReadFloat("takes", 0.0, 0.999999, flTakes);
+        roEvent.uiTakenPpm = static_cast<uint32_t>(std::llround(flTakes * 1e6));
         break;
     default:
         break;
@@ -199,6 +237,10 @@ void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStr
     oEvent.eKind = itKind->eKind;
     oEvent.uiLine = oSection.GetLine(oSection.FindFirst({"at_field", "at_s"}));
     oEvent.uiValueLine = oSection.GetLine(oSection.FindFirst({"ppm", "step_ticks", "step_us", "step_lines"}));
+    if (itKind->eOf == (roStream.eDirection == EDirection::INPUT ? EOf::OUTPUTS : EOf::INPUTS))
+    {
+        oSection.Refuse("kind", itKind->eOf == EOf::OUTPUTS ? "goes with outputs alone" : "goes with inputs alone");
+    }
     ReadWhen(oSection, *itKind, roContext, roStream, oEvent.oWhen);
     ReadDetails(oSection, roStream, oEvent, roFault);
     oSection.Finish();
@@ -258,23 +300,49 @@ void CheckReach(const SStream& roStream, FixedTicks iLongest, FixedTicks iShorte
     }
 }
 
+const SEvent* FindEvent(const SStream& roStream, EEventKind eKind)
+{
+    const auto itEvent = std::ranges::find(roStream.aoEvents, eKind, &SEvent::eKind);
+    return itEvent == roStream.aoEvents.end() ? nullptr : &*itEvent;
+}
+
+// Kinds whose effects on one stream cannot be told apart, and one that would have none.
+void CheckKinds(const SStream& roStream, SScenarioFault& roFault)
+{
+    const SEvent* poDoubled = FindEvent(roStream, EEventKind::DOUBLED_FIELD);
+    if (poDoubled != nullptr && FindEvent(roStream, EEventKind::FORMAT_CHANGE) != nullptr)
+    {
+        roFault.Set(poDoubled->uiLine, "a stream has either doubled_field or format_change events");
+    }
+    const SEvent* poSlow = FindEvent(roStream, EEventKind::SLOW_CONSUMER);
+    if (poSlow != nullptr && FindEvent(roStream, EEventKind::BUFFERS_RUN_OUT) != nullptr)
+    {
+        roFault.Set(poSlow->uiLine, "a stream has either slow_consumer or buffers_run_out events");
+    }
+    const SEvent* poSwap = FindEvent(roStream, EEventKind::FIELD_ORDER_SWAP);
+    const auto fnInterlaced = [](const SEvent& roEvent) { return roEvent.oTiming.bInterlaced; };
+    if (poSwap != nullptr && !roStream.oTiming.bInterlaced && std::ranges::none_of(roStream.aoEvents, fnInterlaced))
+    {
+        roFault.Set(poSwap->uiLine, "the stream is never interlaced");
+    }
+}
+
 void CheckTogether(CScenarioSection& roSection, const SStream& roStream, SScenarioFault& roFault)
 {
     FixedTicks iBack = 0;
     FixedTicks iShortest = FieldTicks(roStream);
     FixedTicks iLongest = iShortest;
-    bool bFormats = false;
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         if (roEvent.eKind == EEventKind::FORMAT_CHANGE)
         {
-            bFormats = true;
             const FixedTicks iTicks =
                 VideoTiming_GetFieldTicks(roEvent.oTiming, roStream.uiTickFreqHz, roStream.iRatePpt);
             iShortest = std::min(iShortest, iTicks);
             iLongest = std::max(iLongest, iTicks);
         }
     }
+    CheckKinds(roStream, roFault);
     CheckReach(roStream, iLongest, iShortest, roFault);
     if (roStream.flJitterTicks * 128.0 > FixedTicks_ToDouble(iShortest))
     {
@@ -290,10 +358,6 @@ void CheckTogether(CScenarioSection& roSection, const SStream& roStream, SScenar
         if (GetDriftBackTicks(roStream, roEvent) > FixedTicks_ToDouble(iShortest) / 16.0)
         {
             roFault.Set(roEvent.uiValueLine, "the stream would jump back by more than 1/16 of the shortest field");
-        }
-        if (bFormats && roEvent.eKind == EEventKind::DOUBLED_FIELD)
-        {
-            roFault.Set(roEvent.uiLine, "a stream has either doubled_field or format_change events");
         }
     }
 }
@@ -334,17 +398,25 @@ std::string_view EventKind_GetName(EEventKind eKind)
     return aoKinds[static_cast<size_t>(eKind)].szName;
 }
 
-void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
-                         SScenarioFault& roFault)
+bool EventKind_IsLasting(EEventKind eKind)
+{
+    return aoKinds[static_cast<size_t>(eKind)].eLength != ELength::POINT;
+}
+
+void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, const SLockGroup* poGroup,
+                         SStream& roStream, SScenarioFault& roFault)
 {
     const std::span<const SScenarioNode> aoEvents = roStreamSection.ReadTables("event", uiEventLimit);
     if (roFault.IsSet())
     {
         return; // they are measured by the stream, which has none of its own then
     }
-    for (const SScenarioNode& roEvent : aoEvents)
+    for (const auto aoTables : {aoEvents, poGroup == nullptr ? std::span<const SScenarioNode>{} : poGroup->aoEvents})
     {
-        ReadEvent(roEvent, roContext, roStream, roFault);
+        for (const SScenarioNode& roEvent : aoTables)
+        {
+            ReadEvent(roEvent, roContext, roStream, roFault);
+        }
     }
     for (const SEventKind& roKind : aoKinds)
     {

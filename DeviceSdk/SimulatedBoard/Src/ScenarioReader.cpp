@@ -51,6 +51,7 @@ void ReadTruth(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFau
     CScenarioSection oSection(roTable, roFault);
     oSection.Require("file");
     (void)oSection.ReadText("file", 4096, roScenario.szTruthFile);
+    (void)oSection.ReadBoolean("detail", roScenario.bTruthDetail);
     oSection.Finish();
 }
 
@@ -66,8 +67,27 @@ void ReadLockGroup(const SScenarioNode& roTable, SChipContext& roContext, SScena
     }
     ScenarioClock_Read(oSection, roContext.uiTickFreqHz, oGroup.iRatePpt, oGroup.flWanderTicks, oGroup.flWanderPeriodS);
     oGroup.uiKey = Noise_Hash(roContext.uiSeed ^ 0x6C6F636B, (roContext.uiChip << 8) + roContext.aoLockGroups.size());
+    oGroup.uiLine = oSection.GetLine("event");
+    oGroup.aoEvents = oSection.ReadTables("event", uiEventLimit);
     oSection.Finish();
     roContext.aoLockGroups.push_back(std::move(oGroup));
+}
+
+bool BelongsTo(const std::vector<SStream>& raoStreams, const SLockGroup& roGroup)
+{
+    return std::ranges::find(raoStreams, roGroup.uiKey, &SStream::uiWanderKey) != raoStreams.end();
+}
+
+// Events are read stream by stream; those that no stream has would be taken unread.
+void CheckGroupEvents(const SChip& roChip, const SChipContext& roContext, SScenarioFault& roFault)
+{
+    for (const SLockGroup& roGroup : roContext.aoLockGroups)
+    {
+        if (!roGroup.aoEvents.empty() && !BelongsTo(roChip.aoInputs, roGroup) && !BelongsTo(roChip.aoOutputs, roGroup))
+        {
+            roFault.Set(roGroup.uiLine, "event: no stream belongs to lock group \"" + roGroup.szName + '"');
+        }
+    }
 }
 
 void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenario, SScenarioFault& roFault)
@@ -108,6 +128,7 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
         ScenarioStream_Read(roOutput, oContext, EDirection::OUTPUT, uiIndex, oChip, roFault);
     }
     oSection.Finish();
+    CheckGroupEvents(oChip, oContext, roFault);
     roScenario.aoChips.push_back(std::move(oChip));
 }
 

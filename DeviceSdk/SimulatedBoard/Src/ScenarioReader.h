@@ -15,6 +15,8 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
 
 /* The name by which a scenario calls a kind of event. */
 std::string_view EventKind_GetName(EEventKind eKind);
+/* Whether it lasts for fields, instead of happening at one. */
+bool EventKind_IsLasting(EEventKind eKind);
 
 // ---- Pieces of the reader, one file each ----
 
@@ -26,7 +28,12 @@ struct SLockGroup
     double flWanderTicks = 0.0;
     double flWanderPeriodS = 60.0;
     uint64_t uiKey = 0;
+    uint32_t uiLine = 0;
+    std::span<const SScenarioNode> aoEvents; // that happen to all its streams
 };
+
+// Most events of a stream, and of a lock group.
+inline constexpr size_t uiEventLimit = 64;
 
 // What a stream takes from the chip that it belongs to.
 struct SChipContext
@@ -50,9 +57,15 @@ FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szNa
 void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roContext, EDirection eDirection,
                          uint32_t uiIndex, SChip& roChip, SScenarioFault& roFault);
 void ScenarioConnector_Read(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& roFault);
-/* Appends the events of a stream whose other members are read. */
-void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, SStream& roStream,
-                         SScenarioFault& roFault);
+/* Appends the events of a stream whose other members are read, and those of its lock group (null: it has none). */
+void ScenarioEvents_Read(CScenarioSection& roStreamSection, const SChipContext& roContext, const SLockGroup* poGroup,
+                         SStream& roStream, SScenarioFault& roFault);
+/* The keys that say how an application sets buffers; false when there is none of them. */
+bool ScenarioFeed_Read(CScenarioSection& roSection, const SStream& roStream, SBufferFeed& roFeed);
+/* The key "pixel_format". */
+bool ScenarioPixelFormat_Read(CScenarioSection& roSection, VtPixelFormat& rePixelFormat);
+/* What an event says of a stream from then on, key by key. */
+void ScenarioChanges_Read(CScenarioSection& roSection, EDirection eDirection, std::vector<SMemberChange>& raoChanges);
 void ScenarioFaultRule_Read(const SScenarioNode& roTable, SScenario& roScenario, SScenarioFault& roFault);
 
 #endif

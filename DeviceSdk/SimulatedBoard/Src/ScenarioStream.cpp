@@ -58,8 +58,8 @@ void ReadColour(CScenarioSection& roSection, VtVideo_VidParam& roColour)
     roColour.fIs3GLevelB = bLevelB ? 1U : 0U;
 }
 
-// Rate and wander: from the lock group, or the stream's own.
-void ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStream& roStream)
+// Rate and wander: from the lock group, which is returned, or the stream's own.
+const SLockGroup* ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStream& roStream)
 {
     std::string szGroup;
     roStream.uiWanderKey = ~roStream.uiKey;
@@ -67,7 +67,7 @@ void ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStrea
     {
         ScenarioClock_Read(roSection, roContext.uiTickFreqHz, roStream.iRatePpt, roStream.flWanderTicks,
                            roStream.flWanderPeriodS);
-        return;
+        return nullptr;
     }
     for (const char* szKey : {"ppm", "wander_ticks", "wander_period_s"})
     {
@@ -80,12 +80,13 @@ void ReadLock(CScenarioSection& roSection, const SChipContext& roContext, SStrea
         std::ranges::transform(roContext.aoLockGroups, std::back_inserter(aszGroups), &SLockGroup::szName);
         roSection.Refuse("lock_group",
                          "there is no lock group \"" + szGroup + "\"" + Spelling_Suggest(szGroup, aszGroups));
-        return;
+        return nullptr;
     }
     roStream.iRatePpt = itGroup->iRatePpt;
     roStream.flWanderTicks = itGroup->flWanderTicks;
     roStream.flWanderPeriodS = itGroup->flWanderPeriodS;
     roStream.uiWanderKey = itGroup->uiKey;
+    return &*itGroup;
 }
 
 void ReadPhase(CScenarioSection& roSection, const SChipContext& roContext, SStream& roStream)
@@ -105,32 +106,9 @@ void ReadPhase(CScenarioSection& roSection, const SChipContext& roContext, SStre
     }
 }
 
-void ReadPixelFormat(CScenarioSection& roSection, SStream& roStream)
-{
-    std::string szName;
-    if (roSection.ReadText("pixel_format", 64, szName))
-    {
-        const auto itName = std::ranges::find(aszPixelFormats, std::string(szPixelFormatPrefix) + szName);
-        if (itName == aszPixelFormats.end())
-        {
-            std::vector<std::string> aszNames;
-            std::ranges::transform(aszPixelFormats, std::back_inserter(aszNames),
-                                   [](std::string_view szFormat)
-                                   { return std::string(szFormat.substr(szPixelFormatPrefix.size())); });
-            roSection.RefuseName("pixel_format", szName, aszNames);
-        }
-        else
-        {
-            roStream.ePixelFormat = static_cast<VtPixelFormat>(itName - aszPixelFormats.begin());
-        }
-    }
-    (void)roSection.Read("width", 1U, 65536U, roStream.uiWidth);
-    (void)roSection.Read("height", 1U, 65536U, roStream.uiHeight);
-}
-
 void ReadInput(CScenarioSection& roSection, SStream& roStream)
 {
-    (void)roSection.ReadName<VtVideoIn_State>("capture_state", aoCaptureStates, roStream.eCaptureState);
+    (void)roSection.ReadName<VtVideoIn_State>("capture_state", aoCaptureStates, roStream.oDescription.eCaptureState);
     (void)roSection.Read("buffers", 0U, 1024U, roStream.uiBuffers);
     roStream.uiReady = std::min(roStream.uiReady, roStream.uiBuffers);
     roStream.uiLoan = std::min(roStream.uiLoan, roStream.uiBuffers - roStream.uiReady);
@@ -151,7 +129,8 @@ void ReadOutput(CScenarioSection& roSection, SStream& roStream)
 {
     (void)roSection.ReadName<VtVideoOut_PowerState>("power_state", aoPowerStates, roStream.ePowerState);
     (void)roSection.ReadCounter("set_buffer_start", roStream.uiSetBufferStart);
-    (void)roSection.ReadIntegers("set_buffer_pattern", 1000, 64, roStream.auiSetBufferPattern);
+    roStream.oFeed.uiKey = ~roStream.uiKey;
+    (void)ScenarioFeed_Read(roSection, roStream, roStream.oFeed);
     (void)roSection.ReadCounter("luid_start", roStream.uiLuidStart);
 }
 
@@ -195,6 +174,51 @@ void ReadConnector(CScenarioSection& roSection, EDirection eDirection, uint32_t 
 }
 
 } // namespace
+
+bool ScenarioPixelFormat_Read(CScenarioSection& roSection, VtPixelFormat& rePixelFormat)
+{
+    std::string szName;
+    if (!roSection.ReadText("pixel_format", 64, szName))
+    {
+        return false;
+    }
+    const auto itName = std::ranges::find(aszPixelFormats, std::string(szPixelFormatPrefix) + szName);
+    if (itName == aszPixelFormats.end())
+    {
+        std::vector<std::string> aszNames;
+        std::ranges::transform(aszPixelFormats, std::back_inserter(aszNames),
+                               [](std::string_view szFormat)
+                               { return std::string(szFormat.substr(szPixelFormatPrefix.size())); });
+        roSection.RefuseName("pixel_format", szName, aszNames);
+        return false;
+    }
+    rePixelFormat = static_cast<VtPixelFormat>(itName - aszPixelFormats.begin());
+    return true;
+}
+
+bool ScenarioFeed_Read(CScenarioSection& roSection, const SStream& roStream, SBufferFeed& roFeed)
+{
+    const bool bPattern = roSection.ReadIntegers("set_buffer_pattern", 1000, 64, roFeed.auiPattern);
+    double flRateHz = 0.0;
+    double flIrregular = 0.0;
+    const bool bRate = roSection.ReadFloat("set_buffer_rate", 0.001, 4000.0, flRateHz);
+    if (bPattern && bRate)
+    {
+        roSection.Refuse("set_buffer_rate", "either set_buffer_pattern or set_buffer_rate");
+    }
+    if (roSection.ReadFloat("set_buffer_irregular", 0.0, 1.0, flIrregular) && !bRate)
+    {
+        roSection.Refuse("set_buffer_irregular", "goes with set_buffer_rate alone");
+    }
+    if (bRate)
+    {
+        // A counter of millionths of buffers advances by so many in a field.
+        const auto uiMillionthsHz = static_cast<uint32_t>(std::llround(flRateHz * 1e6));
+        roFeed.iBuffersAField = VideoTiming_GetFieldTicks(roStream.oTiming, uiMillionthsHz, 0) / 1'000'000;
+        roFeed.uiIrregularPpm = static_cast<uint32_t>(std::llround(flIrregular * 1e6));
+    }
+    return bPattern || bRate;
+}
 
 FixedTicks ScenarioTicks_Read(CScenarioSection& roSection, std::string_view szName, const SVideoTiming& roTiming,
                               uint32_t uiTickFreqHz)
@@ -278,11 +302,13 @@ void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roCon
     oStream.uiKey = Noise_Hash(roContext.uiSeed, (uint64_t{roContext.uiChip} << 16) +
                                                      (eDirection == EDirection::OUTPUT ? 256U : 0U) + uiIndex);
     ScenarioTiming_Read(oSection, roContext.uiTickFreqHz, roFault, oStream.oTiming);
-    ReadColour(oSection, oStream.oColour);
-    ReadLock(oSection, roContext, oStream);
+    ReadColour(oSection, oStream.oDescription.oVidParam);
+    const SLockGroup* poGroup = ReadLock(oSection, roContext, oStream);
     ReadPhase(oSection, roContext, oStream);
     (void)oSection.ReadCounter("field_counter_start", oStream.uiFieldCounterStart);
-    ReadPixelFormat(oSection, oStream);
+    (void)ScenarioPixelFormat_Read(oSection, oStream.oDescription.ePixelFormat);
+    (void)oSection.Read("width", 1U, 65536U, oStream.oDescription.uiWidth);
+    (void)oSection.Read("height", 1U, 65536U, oStream.oDescription.uiHeight);
     if (eDirection == EDirection::INPUT)
     {
         ReadInput(oSection, oStream);
@@ -292,7 +318,7 @@ void ScenarioStream_Read(const SScenarioNode& roTable, const SChipContext& roCon
         ReadOutput(oSection, oStream);
     }
     ReadConnector(oSection, eDirection, uiIndex, roChip);
-    ScenarioEvents_Read(oSection, roContext, oStream, roFault);
+    ScenarioEvents_Read(oSection, roContext, poGroup, oStream, roFault);
     oSection.Finish();
     (eDirection == EDirection::INPUT ? roChip.aoInputs : roChip.aoOutputs).push_back(std::move(oStream));
 }

@@ -15,9 +15,10 @@ inline constexpr uint64_t uiForEver = std::numeric_limits<uint64_t>::max();
 
 struct SSchedule
 {
-    uint64_t uiFirst = 0;  // first field of the first occurrence
-    uint64_t uiLength = 1; // fields of an occurrence, uiForEver for one that does not end
-    uint64_t uiPeriod = 0; // fields from one occurrence to the next, 0: once
+    uint64_t uiFirst = 0;         // first field of the first occurrence
+    uint64_t uiLength = 1;        // fields of an occurrence, uiForEver for one that does not end
+    uint64_t uiPeriod = 0;        // fields from one occurrence to the next, 0: once
+    uint64_t uiTimes = uiForEver; // occurrences of a periodic one, at least 1
 
     // Occurrences that have begun at uiField or before.
     constexpr uint64_t Occurrences(uint64_t uiField) const
@@ -26,14 +27,13 @@ struct SSchedule
         {
             return 0;
         }
-        return uiPeriod == 0 ? 1 : 1 + (uiField - uiFirst) / uiPeriod;
+        return uiPeriod == 0 ? 1 : 1 + BegunAfterTheFirst(uiField);
     }
 
     // Fields since the beginning of the last occurrence; uiField must not be before the first.
     constexpr uint64_t Offset(uint64_t uiField) const
     {
-        const uint64_t uiSince = uiField - uiFirst;
-        return uiPeriod == 0 ? uiSince : uiSince % uiPeriod;
+        return uiField - uiFirst - (uiPeriod == 0 ? 0 : BegunAfterTheFirst(uiField) * uiPeriod);
     }
 
     constexpr bool IsActive(uint64_t uiField) const { return uiField >= uiFirst && Offset(uiField) < uiLength; }
@@ -47,18 +47,15 @@ struct SSchedule
         {
             return 0;
         }
-        const uint64_t uiSince = uiField - uiFirst;
-        if (uiPeriod == 0)
-        {
-            return std::min(uiSince, uiLength);
-        }
-        return uiSince / uiPeriod * uiLength + std::min(uiSince % uiPeriod, uiLength);
+        const uint64_t uiWhole = uiPeriod == 0 ? 0 : BegunAfterTheFirst(uiField);
+        return uiWhole * uiLength + std::min(uiField - uiFirst - uiWhole * uiPeriod, uiLength);
     }
 
-    // First field behind the occurrence that uiField, an active one, lies in.
-    constexpr uint64_t EndOf(uint64_t uiField) const
+private:
+    // Of a periodic one, from its first on.
+    constexpr uint64_t BegunAfterTheFirst(uint64_t uiField) const
     {
-        return uiLength == uiForEver ? uiForEver : uiField - Offset(uiField) + uiLength;
+        return std::min((uiField - uiFirst) / uiPeriod, uiTimes - 1);
     }
 };
 

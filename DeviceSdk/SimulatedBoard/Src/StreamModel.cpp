@@ -39,6 +39,17 @@ bool IsActive(const std::vector<SSchedule>& raoWhen, uint64_t uiField)
     return std::ranges::any_of(raoWhen, [uiField](const SSchedule& roWhen) { return roWhen.IsActive(uiField); });
 }
 
+// Leaves disjoint schedules, whose effects may simply be added up.
+template <typename T> void EndWhereTheNextBegins(std::vector<T>& raoSuccessive)
+{
+    std::ranges::sort(raoSuccessive, {}, [](const T& roOne) { return roOne.oWhen.uiFirst; });
+    for (size_t uiNext = 1; uiNext < raoSuccessive.size(); ++uiNext)
+    {
+        SSchedule& roBefore = raoSuccessive[uiNext - 1].oWhen;
+        roBefore.uiLength = std::min(roBefore.uiLength, raoSuccessive[uiNext].oWhen.uiFirst - roBefore.uiFirst);
+    }
+}
+
 // What a field is shorter by at a rate iPpt parts in 10^12 faster: T p / (1 + p), with no product above 128 bits.
 FixedTicks DriftTicks(FixedTicks iFieldTicks, int64_t iPpt)
 {
@@ -49,24 +60,20 @@ FixedTicks DriftTicks(FixedTicks iFieldTicks, int64_t iPpt)
 } // namespace
 
 CStreamModel::CStreamModel(const SStream& roStream)
-    : m_bEvents(!roStream.aoEvents.empty()), m_oStream(roStream), m_oFormat(MakeFormat({}, roStream.oTiming))
+    : m_bEvents(!roStream.aoEvents.empty()),
+      m_oStream(roStream),
+      m_oFormat(MakeFormat({}, roStream.oTiming)),
+      m_oFeed(roStream.oFeed)
 {
     m_iFieldTicks = m_oFormat.iFieldTicks;
     m_bInterlaced = roStream.oTiming.bInterlaced;
     m_uiWanderStart = Noise_Hash(roStream.uiWanderKey, 0);
-    uint64_t uiSum = 0;
-    for (const uint32_t uiBuffers : roStream.auiSetBufferPattern)
-    {
-        m_auiPatternSums.push_back(uiSum);
-        uiSum += uiBuffers;
-    }
-    m_auiPatternSums.push_back(uiSum);
-    m_uiPatternStep = roStream.auiSetBufferPattern.size() == 1 ? uiSum : 0;
     for (const SEvent& roEvent : roStream.aoEvents)
     {
         AddEvent(roEvent);
     }
-    EndFormatsWhereTheNextBegins();
+    EndWhereTheNextBegins(m_aoFormats);
+    EndWhereTheNextBegins(m_aoCadences);
 }
 
 CStreamModel::SFormat CStreamModel::MakeFormat(const SSchedule& roWhen, const SVideoTiming& roTiming) const
@@ -76,11 +83,12 @@ CStreamModel::SFormat CStreamModel::MakeFormat(const SSchedule& roWhen, const SV
     const double flTurns =
         FixedTicks_ToDouble(oFormat.iFieldTicks) / (m_oStream.flWanderPeriodS * m_oStream.uiTickFreqHz);
     oFormat.uiWanderIncrement = static_cast<uint64_t>((flTurns - std::floor(flTurns)) * 0x1p63) * 2;
-    oFormat.oVidParam.bIsYuv = m_oStream.oColour.bIsYuv;
-    oFormat.oVidParam.fColorSpace = m_oStream.oColour.fColorSpace;
-    oFormat.oVidParam.fChromaSubSampling = m_oStream.oColour.fChromaSubSampling;
-    oFormat.oVidParam.fColorDepth = m_oStream.oColour.fColorDepth;
-    oFormat.oVidParam.fIs3GLevelB = m_oStream.oColour.fIs3GLevelB;
+    const VtVideo_VidParam& roColour = m_oStream.oDescription.oVidParam;
+    oFormat.oVidParam.bIsYuv = roColour.bIsYuv;
+    oFormat.oVidParam.fColorSpace = roColour.fColorSpace;
+    oFormat.oVidParam.fChromaSubSampling = roColour.fChromaSubSampling;
+    oFormat.oVidParam.fColorDepth = roColour.fColorDepth;
+    oFormat.oVidParam.fIs3GLevelB = roColour.fIs3GLevelB;
     return oFormat;
 }
 
@@ -121,19 +129,20 @@ void CStreamModel::AddEvent(const SEvent& roEvent)
     case EEventKind::HANG:
         m_aoHangs.push_back(roEvent);
         break;
+    case EEventKind::DESCRIPTION_CHANGE:
+        m_aoDescriptions.push_back(roEvent);
+        break;
+    case EEventKind::FIELD_ORDER_SWAP:
+        m_aoSwaps.push_back(roEvent.oWhen);
+        break;
+    case EEventKind::CADENCE_CHANGE:
+        m_aoCadences.push_back({roEvent.oWhen, CBufferFeed(roEvent.oFeed)});
+        break;
+    case EEventKind::SLOW_CONSUMER:
+        m_aoSlow.push_back({roEvent.oWhen, roEvent.uiTakenPpm});
+        break;
     case EEventKind::COUNT:
         break;
-    }
-}
-
-// Leaves disjoint schedules, whose effects may simply be added up.
-void CStreamModel::EndFormatsWhereTheNextBegins()
-{
-    std::ranges::sort(m_aoFormats, {}, [](const SFormat& roFormat) { return roFormat.oWhen.uiFirst; });
-    for (size_t uiFormat = 1; uiFormat < m_aoFormats.size(); ++uiFormat)
-    {
-        SSchedule& roBefore = m_aoFormats[uiFormat - 1].oWhen;
-        roBefore.uiLength = std::min(roBefore.uiLength, m_aoFormats[uiFormat].oWhen.uiFirst - roBefore.uiFirst);
     }
 }
 
@@ -245,12 +254,17 @@ SFieldStart CStreamModel::GetField(uint64_t uiField) const
             oField.uiFieldCounter += roJump.oWhen.Occurrences(uiField) * static_cast<uint64_t>(roJump.iJump);
         }
     }
-    if (m_bEvents || m_bInterlaced)
-    {
-        const SVideoTiming& roTiming = GetFormat(uiField).oTiming;
-        oField.bIsTopField = roTiming.bInterlaced && (uiField % 2 == 0) != roTiming.bBottomFieldFirst;
-    }
+    oField.bIsTopField = (m_bEvents || m_bInterlaced) && IsTopField(uiField);
     return oField;
+}
+
+bool CStreamModel::IsTopField(uint64_t uiField) const
+{
+    const SVideoTiming& roTiming = GetFormat(uiField).oTiming;
+    const auto iSwaps =
+        std::ranges::count_if(m_aoSwaps, [uiField](const SSchedule& roSwap) { return roSwap.IsActive(uiField); });
+    const bool bFirstOfFrame = (uiField + static_cast<uint64_t>(iSwaps)) % 2 == 0;
+    return roTiming.bInterlaced && bFirstOfFrame != roTiming.bBottomFieldFirst;
 }
 
 uint64_t CStreamModel::FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const
@@ -293,9 +307,25 @@ uint64_t CStreamModel::FindLastReported(uint64_t uiFrom, uint64_t uiEnd) const
     return uiEnd;
 }
 
-VtVideo_VidParam CStreamModel::GetVidParam(uint64_t uiField) const
+SStreamDescription CStreamModel::GetDescription(uint64_t uiField) const
 {
-    return GetFate(uiField) == EFieldFate::LOST ? VtVideo_VidParam{} : GetFormat(uiField).oVidParam;
+    const SFormat& roFormat = GetFormat(uiField);
+    SStreamDescription oDescription = m_oStream.oDescription;
+    oDescription.oVidParam = roFormat.oVidParam;
+    oDescription.uiWidth = oDescription.uiWidth != 0 ? oDescription.uiWidth : roFormat.oTiming.uiHActive;
+    oDescription.uiHeight = oDescription.uiHeight != 0 ? oDescription.uiHeight : roFormat.oTiming.uiVActive;
+    for (const SEvent& roEvent : m_aoDescriptions)
+    {
+        for (size_t uiChange = 0; roEvent.oWhen.IsActive(uiField) && uiChange < roEvent.aoChanges.size(); ++uiChange)
+        {
+            roEvent.aoChanges[uiChange].fnSet(oDescription, roEvent.aoChanges[uiChange].uiValue);
+        }
+    }
+    if (GetFate(uiField) == EFieldFate::LOST)
+    {
+        oDescription.oVidParam = {};
+    }
+    return oDescription;
 }
 
 VtVideoOut_PowerState CStreamModel::GetPowerState(uint64_t uiField) const
@@ -318,6 +348,16 @@ SCaptureState CStreamModel::GetCaptureState(uint64_t uiField) const
     }
     oState.uiReady = m_oStream.uiReady;
     oState.uiLoan = m_oStream.uiLoan;
+    for (const SSlowConsumer& roSlow : m_aoSlow)
+    {
+        if (roSlow.oWhen.IsActive(uiField))
+        {
+            oState.uiLoan += m_oStream.uiLoanSpread;
+            oState.uiReady += roSlow.Waiting(roSlow.oWhen.Offset(uiField) + 1, GetRoom());
+            oState.uiInternal = oState.uiTotal - oState.uiReady - oState.uiLoan;
+            return oState;
+        }
+    }
     if (m_oStream.uiReadySpread > 0)
     {
         oState.uiReady += Noise_Uniform(~m_oStream.uiKey, 2 * uiField, m_oStream.uiReadySpread);
@@ -330,9 +370,15 @@ SCaptureState CStreamModel::GetCaptureState(uint64_t uiField) const
     return oState;
 }
 
+// Buffers that a slow application leaves to fields that wait for it.
+uint32_t CStreamModel::GetRoom() const
+{
+    return m_oStream.uiBuffers - m_oStream.uiReady - m_oStream.uiLoan - m_oStream.uiLoanSpread;
+}
+
 uint64_t CStreamModel::GetSkipCount(uint64_t uiField) const
 {
-    uint64_t uiSkipped = m_oStream.uiSkipCountStart + CountActiveBefore(m_aoRunOuts, uiField + 1);
+    uint64_t uiSkipped = m_oStream.uiSkipCountStart + uiField + 1 - GetFilledCount(uiField);
     for (const SEvent& roSkip : m_aoSkips)
     {
         uiSkipped += roSkip.oWhen.Occurrences(uiField) * roSkip.uiCount;
@@ -342,41 +388,43 @@ uint64_t CStreamModel::GetSkipCount(uint64_t uiField) const
 
 uint64_t CStreamModel::GetFilledCount(uint64_t uiField) const
 {
-    return uiField + 1 - CountActiveBefore(m_aoRunOuts, uiField + 1);
+    uint64_t uiFilled = CountFilledBefore(uiField + 1);
+    for (const SSlowConsumer& roSlow : m_aoSlow)
+    {
+        uiFilled -= roSlow.SkippedUpTo(uiField, GetRoom());
+    }
+    return uiFilled;
 }
 
-// Buffers that the pattern sets in the first uiFields fields.
-uint64_t CStreamModel::GetPatternSum(uint64_t uiFields) const
+// Fields before uiField but those in which buffers had run out.
+uint64_t CStreamModel::CountFilledBefore(uint64_t uiField) const
 {
-    if (m_uiPatternStep != 0)
-    {
-        return uiFields * m_uiPatternStep;
-    }
-    const size_t uiLength = m_auiPatternSums.size() - 1;
-    return uiFields / uiLength * m_auiPatternSums.back() + m_auiPatternSums[uiFields % uiLength];
+    return uiField - CountActiveBefore(m_aoRunOuts, uiField);
 }
 
 uint64_t CStreamModel::GetSetBufferCount(uint64_t uiField) const
 {
     if (!m_bEvents)
     {
-        return m_oStream.uiSetBufferStart + GetPatternSum(uiField + 1);
+        return m_oStream.uiSetBufferStart + m_oFeed.CountIn(uiField + 1);
     }
-    // While buffers run out the pattern stands still.
-    const uint64_t uiFields = GetFilledCount(uiField);
-    uint64_t uiCount = m_oStream.uiSetBufferStart + GetPatternSum(uiFields);
+    // While buffers run out a cadence stands still, and so does the stream's own during another.
+    uint64_t uiFields = CountFilledBefore(uiField + 1);
+    uint64_t uiCount = m_oStream.uiSetBufferStart;
+    for (const SCadence& roCadence : m_aoCadences)
+    {
+        const uint64_t uiFirst = std::min(roCadence.oWhen.uiFirst, uiField + 1);
+        const uint64_t uiEnd = uiFirst + roCadence.oWhen.ActiveBefore(uiField + 1);
+        const uint64_t uiPlayed = CountFilledBefore(uiEnd) - CountFilledBefore(uiFirst);
+        uiCount += roCadence.oFeed.CountIn(uiPlayed);
+        uiFields -= uiPlayed;
+    }
+    uiCount += m_oFeed.CountIn(uiFields);
     for (const SEvent& roSkip : m_aoSkips)
     {
         uiCount += roSkip.oWhen.Occurrences(uiField) * roSkip.uiCount;
     }
     return uiCount;
-}
-
-void CStreamModel::GetBufferSize(uint64_t uiField, uint32_t& ruiWidth, uint32_t& ruiHeight) const
-{
-    const SVideoTiming& roTiming = GetFormat(uiField).oTiming;
-    ruiWidth = m_oStream.uiWidth != 0 ? m_oStream.uiWidth : roTiming.uiHActive;
-    ruiHeight = m_oStream.uiHeight != 0 ? m_oStream.uiHeight : roTiming.uiVActive;
 }
 
 uint32_t CStreamModel::GetHangMs(uint64_t uiField) const

@@ -8,6 +8,7 @@
 #ifndef SIMULATED_BOARD_STREAM_MODEL_H
 #define SIMULATED_BOARD_STREAM_MODEL_H
 
+#include "CaptureQueue.h"
 #include "Scenario.h"
 
 enum class EFieldFate : uint8_t
@@ -57,14 +58,13 @@ public:
     /* One behind the last field of uiFrom to uiEnd - 1 that is not missed; uiFrom when there is none. */
     uint64_t FindLastReported(uint64_t uiFrom, uint64_t uiEnd) const;
 
-    /* Timings at a field; all 0 when it is lost. */
-    VtVideo_VidParam GetVidParam(uint64_t uiField) const;
+    /* What the board says at a field; the timings are all 0 when it is lost. */
+    SStreamDescription GetDescription(uint64_t uiField) const;
     VtVideoOut_PowerState GetPowerState(uint64_t uiField) const;
     SCaptureState GetCaptureState(uint64_t uiField) const;
     uint64_t GetSkipCount(uint64_t uiField) const;
     uint64_t GetFilledCount(uint64_t uiField) const;
     uint64_t GetSetBufferCount(uint64_t uiField) const;
-    void GetBufferSize(uint64_t uiField, uint32_t& ruiWidth, uint32_t& ruiHeight) const;
     /* How long the wait that delivers a field hangs, milliseconds. */
     uint32_t GetHangMs(uint64_t uiField) const;
 
@@ -83,20 +83,20 @@ private:
 
     SFormat MakeFormat(const SSchedule& roWhen, const SVideoTiming& roTiming) const;
     void AddEvent(const SEvent& roEvent);
-    void EndFormatsWhereTheNextBegins();
     const SFormat& GetFormat(uint64_t uiField) const;
+    bool IsTopField(uint64_t uiField) const;
     FixedTicks GetEventTicks(uint64_t uiField) const;
     double GetWander(uint64_t uiField) const;
-    uint64_t GetPatternSum(uint64_t uiFields) const;
+    uint64_t CountFilledBefore(uint64_t uiField) const;
+    uint32_t GetRoom() const;
 
     FixedTicks m_iFieldTicks = 0;
-    const bool m_bEvents; // false: the vectors of events need no look, and their cache lines none
-    bool m_bInterlaced = false;
-    uint64_t m_uiPatternStep = 0; // buffers set in every field, when the pattern is that simple, else 0
+    const bool m_bEvents;       // false: the vectors of events need no look, and their cache lines none
+    bool m_bInterlaced = false; // in the first format
     const SStream m_oStream;
-    SFormat m_oFormat;                      // the stream's first; its schedule does not count
-    uint64_t m_uiWanderStart = 0;           // of 2^64, a turn
-    std::vector<uint64_t> m_auiPatternSums; // buffers set in the first k fields of the pattern
+    SFormat m_oFormat;            // the stream's first; its schedule does not count
+    uint64_t m_uiWanderStart = 0; // of 2^64, a turn
+    const CBufferFeed m_oFeed;
 
     std::vector<SFormat> m_aoFormats;
     std::vector<SSchedule> m_aoLosses;
@@ -114,6 +114,15 @@ private:
         FixedTicks iTicksAField = 0;
     };
     std::vector<SDrift> m_aoDrifts;
+    std::vector<SEvent> m_aoDescriptions;
+    std::vector<SSchedule> m_aoSwaps;
+    struct SCadence
+    {
+        SSchedule oWhen;
+        CBufferFeed oFeed;
+    };
+    std::vector<SCadence> m_aoCadences;
+    std::vector<SSlowConsumer> m_aoSlow;
 };
 
 #endif

@@ -93,7 +93,7 @@ VtStatus GetParameters(const CStreamCall& roCall, VtVideo_VidParam* poVidParam)
     {
         return roCall.IsRefused() ? roCall.GetStatus() : VtStatus_INVALID_PARAM;
     }
-    *poVidParam = roCall.GetModel().GetVidParam(roCall.GetCurrentField());
+    *poVidParam = roCall.GetModel().GetDescription(roCall.GetCurrentField()).oVidParam;
     return VtStatus_OK;
 }
 
@@ -151,8 +151,9 @@ VtStatus VtVideoIn_GetCaptureState(VtVideoIn_Handle hVideoIn, VtVideoIn_State* p
     {
         return VtStatus_INVALID_PARAM;
     }
-    const SCaptureState oState = oCall.GetModel().GetCaptureState(oCall.GetCurrentField());
-    *peState = oCall.GetModel().GetStream().eCaptureState;
+    const uint64_t uiField = oCall.GetCurrentField();
+    const SCaptureState oState = oCall.GetModel().GetCaptureState(uiField);
+    *peState = oCall.GetModel().GetDescription(uiField).eCaptureState;
     *puiTotalBufferCount = oState.uiTotal;
     *puiReadyBufferCount = oState.uiReady;
     *puiLoanBufferCount = oState.uiLoan;
@@ -172,8 +173,10 @@ VtStatus VtVideoIn_GetBufferAttributes(VtVideoIn_Handle hVideoIn, uint32_t* puiW
     {
         return VtStatus_INVALID_PARAM;
     }
-    oCall.GetModel().GetBufferSize(oCall.GetCurrentField(), *puiWidth, *puiHeight);
-    *pePixelFormat = oCall.GetModel().GetStream().ePixelFormat;
+    const SStreamDescription oDescription = oCall.GetModel().GetDescription(oCall.GetCurrentField());
+    *puiWidth = oDescription.uiWidth;
+    *puiHeight = oDescription.uiHeight;
+    *pePixelFormat = oDescription.ePixelFormat;
     *puiNbOfBuffer = oCall.GetModel().GetStream().uiBuffers;
     return VtStatus_OK;
 }
@@ -233,8 +236,10 @@ VtStatus VtVideoOut_GetBufferAttributes(VtVideoOut_Handle hVideoOut, VtPixelForm
     const CStreamModel& roModel = oCall.GetModel();
     const uint64_t uiField = oCall.GetCurrentField();
     const bool bShown = roModel.GetFate(uiField) != EFieldFate::LOST;
-    roModel.GetBufferSize(uiField, *puiWidth, *puiHeight);
-    *pePixelFormat = roModel.GetStream().ePixelFormat;
+    const SStreamDescription oDescription = roModel.GetDescription(uiField);
+    *puiWidth = oDescription.uiWidth;
+    *puiHeight = oDescription.uiHeight;
+    *pePixelFormat = oDescription.ePixelFormat;
     *puiLuid = bShown ? roModel.GetStream().uiLuidStart + roModel.GetSetBufferCount(uiField) : 0;
     return VtStatus_OK;
 }

@@ -12,7 +12,8 @@
 namespace
 {
 
-constexpr const char* szHeader = "chip,direction,index,field,exact_ticks,stamp,field_counter,event\n";
+constexpr const char* szHeader = "chip,direction,index,field,exact_ticks,stamp,field_counter,event";
+constexpr const char* szDetailHeader = ",top,set_buffer_counter,ready,loaned,skipped";
 constexpr size_t uiBlockBytes = 1U << 16; // of a caller who comes very late
 
 const char* FateName(EFieldFate eFate, bool bReported)
@@ -31,16 +32,17 @@ const char* FateName(EFieldFate eFate, bool bReported)
 
 } // namespace
 
-std::unique_ptr<CTruthFile> CTruthFile::Open(const std::string& rszFile)
+std::unique_ptr<CTruthFile> CTruthFile::Open(const std::string& rszFile, bool bDetail)
 {
     std::FILE* pFile = std::fopen(rszFile.c_str(), "we");
     if (pFile == nullptr)
     {
         return nullptr;
     }
-    std::unique_ptr<CTruthFile> poFile(new CTruthFile(rszFile, pFile));
+    std::unique_ptr<CTruthFile> poFile(new CTruthFile(rszFile, bDetail, pFile));
     (void)std::setvbuf(pFile, nullptr, _IONBF, 0);
-    return std::fputs(szHeader, pFile) < 0 ? nullptr : std::move(poFile);
+    const std::string szColumns = std::string(szHeader) + (bDetail ? szDetailHeader : "") + '\n';
+    return std::fputs(szColumns.c_str(), pFile) < 0 ? nullptr : std::move(poFile);
 }
 
 void CTruthFile::Write(const std::string& rszRows)
@@ -98,5 +100,38 @@ std::string CTruthRows::FormatRow(uint64_t uiField, bool bReported) const
             szFormatted += EventKind_GetName(roEvent.eKind);
         }
     }
+    if (m_pFile->IsDetailed())
+    {
+        szFormatted += FormatEnds(uiField) + FormatDetail(oField);
+    }
     return szFormatted + '\n';
+}
+
+// What lasted until the field before.
+std::string CTruthRows::FormatEnds(uint64_t uiField) const
+{
+    std::string szEnds;
+    for (const SEvent& roEvent : m_roModel.GetStream().aoEvents)
+    {
+        const bool bLasts = EventKind_IsLasting(roEvent.eKind);
+        if (bLasts && uiField > 0 && roEvent.oWhen.IsActive(uiField - 1) && !roEvent.oWhen.IsActive(uiField))
+        {
+            szEnds += '-';
+            szEnds += EventKind_GetName(roEvent.eKind);
+        }
+    }
+    return szEnds;
+}
+
+// What only the other direction has stays empty.
+std::string CTruthRows::FormatDetail(const SFieldStart& roField) const
+{
+    const std::string szTop = roField.bIsTopField ? ",1" : ",0";
+    if (m_roModel.GetStream().eDirection == EDirection::OUTPUT)
+    {
+        return szTop + ',' + std::to_string(roField.uiSetBufferCounter) + ",,,";
+    }
+    const SCaptureState oState = m_roModel.GetCaptureState(roField.uiField);
+    return szTop + ",," + std::to_string(oState.uiReady) + ',' + std::to_string(oState.uiLoan) + ',' +
+           std::to_string(m_roModel.GetSkipCount(roField.uiField));
 }

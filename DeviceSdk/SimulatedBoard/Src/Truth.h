@@ -20,7 +20,9 @@ class CTruthFile
 {
 public:
     /* Null, with errno telling why, when the file cannot be written. */
-    static std::unique_ptr<CTruthFile> Open(const std::string& rszFile);
+    static std::unique_ptr<CTruthFile> Open(const std::string& rszFile, bool bDetail);
+    /* Whether rows tell what the queries say, and where events end. */
+    bool IsDetailed() const { return m_bDetail; }
     /*
      * Appends whole rows. The first time that this fails it says so on standard error, and nothing is written any more.
      */
@@ -31,9 +33,13 @@ private:
     {
         void operator()(std::FILE* pFile) const { (void)std::fclose(pFile); }
     };
-    CTruthFile(std::string szFile, std::FILE* pFile) : m_szFile(std::move(szFile)), m_pFile(pFile) {}
+    CTruthFile(std::string szFile, bool bDetail, std::FILE* pFile)
+        : m_szFile(std::move(szFile)), m_bDetail(bDetail), m_pFile(pFile)
+    {
+    }
 
     const std::string m_szFile;
+    const bool m_bDetail;
     std::unique_ptr<std::FILE, SFileCloser> m_pFile; // unbuffered: one call, one write
     std::atomic<bool> m_bFailed{false};
 };
@@ -53,6 +59,8 @@ public:
 
 private:
     std::string FormatRow(uint64_t uiField, bool bReported) const;
+    std::string FormatEnds(uint64_t uiField) const;
+    std::string FormatDetail(const SFieldStart& roField) const;
 
     CTruthFile* const m_pFile;
     const std::string m_szStream; // first columns

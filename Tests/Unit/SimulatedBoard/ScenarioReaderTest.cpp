@@ -82,7 +82,20 @@ I event = [{ at_field = 3, for_s = 2 }] => 4: kind: missing
 E 'signal_loss'|every_s = 1 => 6: kind: a periodic signal_loss needs for_fields or for_s
 E 'signal_loss'|every_s = 1|for_s = 1 => 8: for_s: must be shorter than the period
 E 'missed_field'|every_s = 0 => 7: every_s: must last at least 2 fields
-E 'power_state'|state = 'OFF' => 6: kind: inputs have no power state
+E 'power_state'|state = 'OFF' => 6: kind: goes with outputs alone
+E 'hang'|ms = 5|times = 2 => 4: every_fields: missing
+E 'description_change' => 6: kind: changes nothing
+E 'description_change'|colour_depth = 1 => 7: unknown key colour_depth: did you mean color_depth?
+E 'description_change'|pixel_format = 'RGB' => 7: pixel_format: "RGB" is none of its names (UNKOWN,
+E 'field_order_swap' => 5: the stream is never interlaced
+E 'slow_consumer'|takes = 1 => 7: takes: must be 0 to 0.999999
+E 'slow_consumer'|[[chip.input.event]]|kind = 'buffers_run_out'|at_field = 1 => 5: a stream has either slow_consumer or buffers_run_out events
+O event = [{ kind = 'cadence_change', at_s = 1 }] => 4: set_buffer_pattern: missing
+O event = [{ kind = 'cadence_change', at_s = 1, set_buffer_rate = 24, every_s = 2, for_s = 1 }] => 4: kind: cannot be periodic
+O set_buffer_pattern = [1]|set_buffer_rate = 24 => 5: set_buffer_rate: either set_buffer_pattern or set_buffer_rate
+O set_buffer_irregular = 1 => 4: set_buffer_irregular: goes with set_buffer_rate alone
+C lock_group = [{ name = 'x', event = [{ kind = 'signal_loss', at_s = 1 }] }] => 2: event: no stream belongs to lock group "x"
+C lock_group = [{ name = 'x', event = [{ kind = 'rain', at_s = 1 }] }]|output = [{ standard = '720p50', lock_group = 'x' }] => 2: kind: "rain" is none of its names (signal_loss,
 E 'lock_lost'|ppm = -50|for_s = 30 => 7: ppm: the stream would jump back by more than 1/16 field when lock is regained
 E 'lock_lost'|ppm = 4000|[[chip.input.event]]|kind = 'format_change'|at_field = 18|timing = { h_active = 10, v_active = 10, pixel_clock_hz = 1_000_000 } => 7: the stream would jump back by more than 1/16 of the shortest field
 E 'phase_step'|step_us = 33_334|every_fields = 2 => 7: periodic steps must not take longer than the fields between them

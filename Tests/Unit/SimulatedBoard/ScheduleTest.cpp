@@ -11,6 +11,7 @@ TEST(Schedule, ClosedFormsAgreeWithCounting)
         SSchedule{.uiFirst = 3, .uiLength = uiForEver, .uiPeriod = 0},
         SSchedule{.uiFirst = 2, .uiLength = 3, .uiPeriod = 10},
         SSchedule{.uiFirst = 0, .uiLength = 1, .uiPeriod = 2},
+        SSchedule{.uiFirst = 2, .uiLength = 3, .uiPeriod = 10, .uiTimes = 3},
     };
     for (const SSchedule& roSchedule : aoSchedules)
     {
@@ -22,7 +23,10 @@ TEST(Schedule, ClosedFormsAgreeWithCounting)
         {
             const uint64_t uiSince = uiField - roSchedule.uiFirst;
             const bool bAfter = uiField >= roSchedule.uiFirst;
-            const uint64_t uiOffset = roSchedule.uiPeriod == 0 ? uiSince : uiSince % roSchedule.uiPeriod;
+            const bool bOver = roSchedule.uiPeriod != 0 && uiSince / roSchedule.uiPeriod >= roSchedule.uiTimes;
+            const uint64_t uiOffset = roSchedule.uiPeriod == 0 ? uiSince
+                                      : bOver                  ? roSchedule.uiLength
+                                                               : uiSince % roSchedule.uiPeriod;
             uiOccurrences += bAfter && uiOffset == 0 ? 1U : 0U;
             EXPECT_EQ(roSchedule.ActiveBefore(uiField), uiActiveBefore) << uiField;
             EXPECT_EQ(roSchedule.Occurrences(uiField), uiOccurrences) << uiField;

@@ -48,6 +48,7 @@ TEST_F(StreamEvents, EachKindMovesOrHidesItsFieldsAndReturns)
     for (const auto& [szEvents, szTrace] : std::vector<std::pair<std::string, std::string>>{
              {"{ kind = 'signal_loss', at_field = 3, for_fields = 2, every_fields = 5 }",
               "0 1 2 - - 5 6 7 - - 10 11 12 - "},
+             {"{ kind = 'signal_loss', at_field = 1, for_fields = 1, every_fields = 2, times = 2 }", "0 - 2 - 4 5 6 "},
              {"{ kind = 'format_change', at_field = 3, for_fields = 4, standard = '1080i50' }",
               "0 1 2 3 4+333333 5+666667 6+1000000 7+1333333 8+1333334 "},
              {"{ kind = 'missed_field', at_field = 2 }, { kind = 'missed_field', at_field = 4, for_fields = 12 }",
@@ -97,6 +98,44 @@ TEST_F(StreamEvents, QueriesTellOfTheFieldThatStartedLast)
         EXPECT_EQ(VtVideoOut_GetVideoParameters(m_hOut, &oParam), VtStatus_OK);
         EXPECT_EQ(oParam.uiVActive, bOff ? 0U : 1080U);
     }
+}
+
+// Two swaps at once are none.
+TEST_F(StreamEvents, AFieldOrderSwapTurnsTheFlagsAndNothingElse)
+{
+    Load("[time]\nmode = 'stepped'\n[[chip]]\n[[chip.input]]\nstandard = '1080i50'\n"
+         "event = [{ kind = 'field_order_swap', at_field = 3, for_fields = 3 },"
+         "{ kind = 'field_order_swap', at_field = 5 }]");
+    m_hIn = OpenIn();
+    std::string szTops;
+    for (uint32_t uiField = 0; uiField < 9; ++uiField)
+    {
+        const SWaited oWaited = Wait(m_hIn);
+        EXPECT_EQ(oWaited.uiField, uiField * 16U);
+        EXPECT_EQ(oWaited.uiTicks, 100'000'000 + uiField * 2'000'000U);
+        szTops += oWaited.bTop != 0 ? 't' : 'b';
+    }
+    EXPECT_EQ(szTops, "tbtt" // swapped from field 3 on
+                      "bbb"  // twice at 5, so not at all, and once from 6 on
+                      "tb");
+    EXPECT_EQ(GetInParam().bBottomFieldFirst, 0U);
+}
+
+TEST_F(StreamEvents, ALockGroupLosesItsStreamsAtOneMoment)
+{
+    Load("[time]\nmode = 'stepped'\n[[chip]]\nlock_group = [{ name = 'house', event = [{ kind = 'signal_loss', "
+         "at_s = 0.1, for_s = 0.1 }] }]\ninput = [{ standard = '1080p50', lock_group = 'house' }, "
+         "{ standard = '1080p50' }]\noutput = [{ standard = '720p60', lock_group = 'house', phase_us = -10 }]");
+    EXPECT_EQ(Trace(OpenIn(), 11).substr(0, 8), "0 1+3333"); // of another rate than the trace's grid
+    EXPECT_EQ(GetCounts(msc_oInput).uiCanceled, 5U);
+    EXPECT_EQ(GetTruth(msc_oInput, 5).eFate, VtSim_Fate_LOST);
+    (void)WaitTimes(OpenIn(1), 11);
+    EXPECT_EQ(GetCounts({0, VtSim_Direction_INPUT, 1}).uiCanceled, 0U);
+    const VtVideoOut_Handle hOut = OpenOut();
+    EXPECT_EQ(WaitTimes(hOut, 7).eStatus, VtStatus_OK); // field 6 starts 10 us before the moment
+    EXPECT_EQ(WaitTimes(hOut, 6).eStatus, VtStatus_CANCELED);
+    EXPECT_EQ(WaitTimes(hOut, 1).eStatus, VtStatus_OK);
+    EXPECT_EQ(GetCounts(msc_oOutput).uiCanceled, 6U);
 }
 
 TEST_F(StreamEvents, BottomFieldsComeFirstWhereTheyShould)

@@ -2,6 +2,7 @@
 #include "StreamModel.h"
 
 #include <cmath>
+#include <cstring>
 #include <gtest/gtest.h>
 
 #include "ScenarioReader.h"
@@ -145,6 +146,132 @@ TEST(StreamModel, DriftIsExactOver30Days)
             const FixedTicks iApart = oDrifting.GetExactTicks(uiField) - oOwn.GetExactTicks(uiField);
             EXPECT_LT(std::abs(FixedTicks_ToDouble(iApart)), 1e-9) << szPpm << ", field " << uiField;
         }
+    }
+}
+
+// Each application sets so many buffers in successive fields.
+TEST(StreamModel, ApplicationsKeepTheirCadenceUntilItChanges)
+{
+    const std::string szEvent = "event = [{ kind = ";
+    for (const auto& [szKeys, szSet] : std::vector<std::pair<std::string, std::string>>{
+             {"standard = '1080p60'\nset_buffer_rate = 24", "101001010010"},
+             {"standard = '1080p50'\nset_buffer_rate = 25", "101010101010"},
+             {"standard = '1080p60'\nset_buffer_rate = 30", "101010101010"},
+             {"standard = '1080p50'\nset_buffer_rate = 120", "323223232232"},
+             {"standard = '1080p60'\nset_buffer_pattern = [1, 0, 0, 1, 0]\n" + szEvent +
+                  "'buffers_run_out', at_field = 3, for_fields = 4 }]",
+              "100000010100"},
+             {"standard = '1080p60'\n" + szEvent + "'cadence_change', at_field = 2, set_buffer_rate = 24 }," +
+                  "{ kind = 'cadence_change', at_field = 9, for_fields = 2, set_buffer_pattern = [0] }," +
+                  "{ kind = 'buffers_run_out', at_field = 4, for_fields = 1 }]",
+              "111001001001"},
+             {"standard = '1080p60'\nset_buffer_pattern = [1, 0, 0]\n" + szEvent +
+                  "'cadence_change', at_field = 2, for_fields = 3, set_buffer_pattern = [3] }]",
+              "103330100100"}})
+    {
+        const SScenario oScenario = Read("[[chip]]\n[[chip.output]]\n" + szKeys);
+        const CStreamModel oModel(oScenario.aoChips[0].aoOutputs[0]);
+        std::string szFound;
+        uint64_t uiBefore = 0;
+        for (uint64_t uiField = 0; uiField < szSet.size(); ++uiField)
+        {
+            szFound += std::to_string(oModel.GetSetBufferCount(uiField) - uiBefore);
+            uiBefore = oModel.GetSetBufferCount(uiField);
+        }
+        EXPECT_EQ(szFound, szSet) << szKeys;
+    }
+}
+
+// A day at 15 buffers a second: as many as the rate says, one at a time or two, and gaps of every length up to eight.
+TEST(StreamModel, AnIrregularApplicationKeepsItsRateAndNoCadence)
+{
+    const SScenario oScenario = Read("[[chip]]\noutput = [{ standard = '1080p60', set_buffer_rate = 15,"
+                                     "set_buffer_irregular = 1 }]");
+    const CStreamModel oModel(oScenario.aoChips[0].aoOutputs[0]);
+    std::array<int, 10> aiGaps{};
+    uint64_t uiLast = 0;
+    for (uint64_t uiField = 1; uiField < 20'000; ++uiField)
+    {
+        const uint64_t uiSet = oModel.GetSetBufferCount(uiField) - oModel.GetSetBufferCount(uiField - 1);
+        ASSERT_LE(uiSet, 2U);
+        if (uiSet > 0)
+        {
+            ++aiGaps.at(uiField - uiLast);
+            uiLast = uiField;
+        }
+    }
+    EXPECT_EQ(aiGaps[0] + aiGaps[8] + aiGaps[9], 0);
+    for (size_t uiGap = 1; uiGap < 8; ++uiGap)
+    {
+        EXPECT_GT(aiGaps[uiGap], 100) << uiGap;
+    }
+    const uint64_t uiDay = uint64_t{24} * 3600;
+    EXPECT_NEAR(static_cast<double>(oModel.GetSetBufferCount(uiDay * 60)), static_cast<double>(uiDay * 15), 1.0);
+}
+
+// The queue against one that is filled and emptied field by field.
+TEST(StreamModel, ASlowConsumerFillsTheQueueThenFieldsAreSkipped)
+{
+    const std::string szWhen = "', at_field = 5, for_fields = 40, every_fields = 50, times = 2";
+    for (const uint32_t uiTakenPercent : {0U, 50U, 90U})
+    {
+        const CStreamModel oModel =
+            MakeModel("standard = '1080p60'\nbuffers = 7\nready = 1\nready_spread = 1\nloan = 2\nloan_spread = 1\n"
+                      "event = [{ kind = 'slow_consumer" +
+                      szWhen + ", takes = 0." + std::to_string(uiTakenPercent) + " }]");
+        uint64_t uiSkipped = 0;
+        uint32_t uiWaiting = 0;
+        for (uint64_t uiField = 0; uiField < 120; ++uiField)
+        {
+            const uint64_t uiSince = (uiField - 5) % 50;
+            const bool bSlow = uiField >= 5 && uiField < 105 && uiSince < 40;
+            uiWaiting = uiSince == 0 ? 0 : uiWaiting;
+            const bool bTakes = bSlow && (uiSince + 1) * uiTakenPercent / 100 > uiSince * uiTakenPercent / 100;
+            const bool bFits = bTakes || uiWaiting < 3; // 7 less 1 ready and 3 on loan
+            uiWaiting += bSlow && !bTakes && bFits ? 1 : 0;
+            uiSkipped += bSlow && !bFits ? 1 : 0;
+            const SCaptureState oState = oModel.GetCaptureState(uiField);
+            EXPECT_EQ(oModel.GetSkipCount(uiField), uiSkipped) << uiField;
+            EXPECT_EQ(oModel.GetFilledCount(uiField), uiField + 1 - uiSkipped) << uiField;
+            EXPECT_EQ(oState.uiReady + oState.uiLoan + oState.uiInternal, 7U) << uiField;
+            EXPECT_TRUE(!bSlow || (oState.uiReady == 1 + uiWaiting && oState.uiLoan == 3)) << uiField;
+            EXPECT_TRUE(bSlow || oState.uiReady <= 2) << uiField;
+        }
+        EXPECT_GT(uiSkipped, 1U);
+    }
+}
+
+// Said of another stream from field 2 to 4: every member, and not a tick of the fields.
+TEST(StreamModel, ADescriptionChangesMemberByMember)
+{
+    const std::string szShared = "h_front_porch = 7, h_sync = 8, h_back_porch = 9, v_front_porch = 3, v_sync = 2, "
+                                 "v_back_porch = 5, h_active = 960, v_active = 540, interlaced = true, "
+                                 "bottom_field_first = true, h_sync_positive = false, v_sync_positive = false";
+    const std::string szColours = "yuv = false, color_space = 9, chroma_subsampling = 2, color_depth = 1, level_b = "
+                                  "true, pixel_format = 'RGB565', width = 32, height = 16, capture_state = 'STOPPED'";
+    const auto fnRead = [](const std::string& rszInput)
+    { return CStreamModel(Read("[[chip]]\ninput = [{ " + rszInput + " }]").aoChips[0].aoInputs[0]); };
+    const SStreamDescription oWanted =
+        fnRead("timing = { pixel_clock_hz = 27_000_000, " + szShared + " }, " + szColours).GetDescription(0);
+    const VtVideo_VidParam& roWanted = oWanted.oVidParam;
+    const std::string szRates = ", v_rate_hz = " + std::to_string(roWanted.uiVRate_Hz) +
+                                ", h_rate_khz = " + std::to_string(roWanted.uiHRate_kHz) + ", pixel_clock_khz = 27000";
+    const CStreamModel oModel = fnRead("standard = '1080p60', event = [{ kind = 'description_change', at_field = 2, "
+                                       "for_fields = 2, " +
+                                       szShared + ", " + szColours + szRates + " }]");
+    const CStreamModel oPlain = fnRead("standard = '1080p60'");
+    for (uint64_t uiField = 0; uiField < 6; ++uiField)
+    {
+        const bool bChanged = uiField == 2 || uiField == 3;
+        const SStreamDescription oSaid = oModel.GetDescription(uiField);
+        const SStreamDescription oExpected = bChanged ? oWanted : oPlain.GetDescription(0);
+        EXPECT_EQ(std::memcmp(&oSaid.oVidParam, &oExpected.oVidParam, sizeof(VtVideo_VidParam)), 0) << uiField;
+        EXPECT_EQ(oSaid.ePixelFormat, oExpected.ePixelFormat);
+        EXPECT_EQ(oSaid.uiWidth, oExpected.uiWidth);
+        EXPECT_EQ(oSaid.uiHeight, oExpected.uiHeight);
+        EXPECT_EQ(oSaid.eCaptureState, oExpected.eCaptureState);
+        EXPECT_EQ(oModel.GetStamp(uiField), oPlain.GetStamp(uiField));
+        EXPECT_FALSE(oModel.GetField(uiField).bIsTopField);
     }
 }
 

@@ -122,6 +122,33 @@ TEST_F(StreamTime, WithoutHoldAWaitWithoutAGrantTimesOut)
 }
 
 // Read while the board runs: nothing is left to be written at its end.
+TEST_F(StreamTime, TruthInDetailTellsWhatQueriesSayAndWhereEventsEnd)
+{
+    const std::string szFile =
+        (std::filesystem::temp_directory_path() / ("detail-" + std::to_string(getpid()) + ".csv")).string();
+    LoadPair(
+        "event = [{ kind = 'slow_consumer', at_field = 0, for_fields = 2 }, { kind = 'hang', ms = 1, at_field = 0 }]"
+        "\nbuffers = 4\nloan = 2",
+        "event = [{ kind = 'buffers_run_out', at_field = 1 }]",
+        "[time]\nmode = 'stepped'\n[truth]\nfile = '" + szFile + "'\ndetail = true\n");
+    EXPECT_EQ(WaitTimes(m_hIn, 3).eStatus, VtStatus_OK);
+    EXPECT_EQ(WaitTimes(m_hOut, 3).eStatus, VtStatus_OK);
+    std::ifstream oFile(szFile);
+    std::string szText; // without what rows have in any case
+    for (std::string szRow; std::getline(oFile, szRow); szText += '\n')
+    {
+        szText += szRow.substr(std::min(szRow.find("event"), szRow.find("delivered")));
+    }
+    EXPECT_EQ(szText, "event,top,set_buffer_counter,ready,loaned,skipped\n"
+                      "delivered+slow_consumer+hang,0,,2,2,0\n"
+                      "delivered,0,,2,2,1\n"
+                      "delivered-slow_consumer,0,,1,2,1\n"
+                      "delivered,0,1,,,\n"
+                      "delivered+buffers_run_out,0,1,,,\n"
+                      "delivered-buffers_run_out,0,2,,,\n");
+    std::filesystem::remove(szFile);
+}
+
 TEST_F(StreamTime, TruthFileHasARowForEveryFieldAtOnceUntilTheDiskIsFull)
 {
     const std::string szFile =
