@@ -23,7 +23,7 @@ class CFieldSource
 {
 public:
     CFieldSource()
-        : m_poEngine(WatchEngine_Create({.uiTickFrequencyHz = gc_uiTickFrequencyHz, .flThresholdSeconds = 1e-4},
+        : m_poEngine(WatchEngine_Create({.uiTickFrequencyHz = gc_uiTickFrequencyHz, .oThreshold = {.flSeconds = 1e-4}},
                                         gc_uiStreams, gc_uiStreams)),
           m_aiJitter(4096)
     {
@@ -48,13 +48,13 @@ public:
     }
     void TakeSecond(uint64_t uiSecond)
     {
-        for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+        for (const EStreamDirection eDirection : aeDirections)
         {
             for (uint32_t uiStream = 0; uiStream < gc_uiStreams; ++uiStream)
             {
                 for (uint64_t uiField = uiSecond * 60; uiField < (uiSecond + 1) * 60; ++uiField)
                 {
-                    WatchEngine_TakeRecord(*m_poEngine, eDirection, uiStream, Make(uiStream, uiField));
+                    WatchEngine_TakeRecord(*m_poEngine, {eDirection, uiStream}, Make(uiStream, uiField));
                 }
             }
         }

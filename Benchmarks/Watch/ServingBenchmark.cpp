@@ -21,9 +21,9 @@ SWatchPublication MakeFull()
     {
         for (SStreamFigures& roStream : roDirection.aoStreams)
         {
-            const uint32_t uiIndex = roStream.uiIndex;
+            const uint32_t uiIndex = roStream.oKey.uiIndex;
             roStream = roDirection.aoStreams[1];
-            roStream.uiIndex = uiIndex;
+            roStream.oKey.uiIndex = uiIndex;
             roStream.oPhaseSeconds.flValue = 9.7e-4 * (1.0 + uiIndex / 33.0);
             roStream.oTaiPhaseSeconds.flValue = 4.7e-3 * (1.0 + uiIndex / 33.0);
             roStream.oDriftRatio.flValue = 7.3e-9 * (1.0 + uiIndex / 33.0);
@@ -71,7 +71,7 @@ void Pairs(benchmark::State& roState)
 void LiveSnapshot(benchmark::State& roState)
 {
     Measure(roState,
-            [](Publication rpoPublication) { return WatchJson_Print(LiveJson_FromPublication(*rpoPublication, {})); });
+            [](Publication rpoPublication) { return WatchJson_Print(LiveJson_FromPublication(*rpoPublication)); });
 }
 
 BENCHMARK(Scrape)->Unit(benchmark::kMicrosecond);

@@ -11,12 +11,11 @@
 int main(int iArguments, char** aszArguments)
 {
     const auto uiStreams = static_cast<uint32_t>(iArguments > 1 ? std::atoi(aszArguments[1]) : 4);
-    SWatchData oData;
-    oData.iPointsToUtcNs = MadeUpWatch_GetUtcNs();
-    oData.iPointsFromUtcNs = oData.iPointsToUtcNs - 600'000'000'000;
+    CMadeUpWatch oData;
+    oData.SetPoints(MadeUpWatch_GetUtcNs() - 600 * iNsPerSecond, MadeUpWatch_GetUtcNs());
     for (size_t i = 0; i < static_cast<size_t>(EWatchEventKind::COUNT); ++i)
     {
-        MadeUpWatch_AddEvent(oData, static_cast<EWatchEventKind>(i), EStreamDirection::INPUT, 0);
+        oData.AddEvent(static_cast<EWatchEventKind>(i), {EStreamDirection::INPUT, 0});
     }
     std::string szProblem;
     const WatchServerPtr poServer = WatchServer_Start(oData, "127.0.0.1:0", szProblem);
@@ -30,8 +29,8 @@ int main(int iArguments, char** aszArguments)
     pollfd oInput = {STDIN_FILENO, POLLIN, 0};
     for (uint64_t uiNumber = 1; uiNumber == 1 || poll(&oInput, 1, 1000) == 0; ++uiNumber)
     {
-        MadeUpWatch_AddEvent(oData, EWatchEventKind::FIELDS_LOST, EStreamDirection::INPUT, 0);
-        MadeUpWatch_Publish(oData, MadeUpWatch_Make(uiNumber, uiStreams));
+        oData.AddEvent(EWatchEventKind::FIELDS_LOST, {EStreamDirection::INPUT, 0});
+        oData.Publish(MadeUpWatch_Make(uiNumber, uiStreams));
     }
     return 0;
 }

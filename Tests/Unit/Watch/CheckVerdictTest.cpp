@@ -31,7 +31,7 @@ SWatchPublication MakePublication()
     for (uint32_t uiIndex = 0; uiIndex < 2; ++uiIndex)
     {
         SStreamFigures& roStream = raoDirections[0].aoStreams.emplace_back();
-        roStream.uiIndex = uiIndex;
+        roStream.oKey.uiIndex = uiIndex;
         roStream.eState = EStreamState::RUNNING;
         roStream.oCounters.uiFields = 600;
         roStream.oCounters.uiFieldsObserved = 600;
@@ -43,7 +43,7 @@ SWatchPublication MakePublication()
     roPair.eLock = ELockState::LOCKED;
     roPair.oOffsetSeconds = {5e-6, 1e-9, true};
     SStreamFigures& roOut = raoDirections[1].aoStreams.emplace_back();
-    roOut.eDirection = EStreamDirection::OUTPUT;
+    roOut.oKey.eDirection = EStreamDirection::OUTPUT;
     return oPublication;
 }
 

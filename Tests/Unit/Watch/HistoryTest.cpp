@@ -1,7 +1,9 @@
-#include "WatchHistory.h"
+#include "WatchData.h"
 
+#include "HistoryMaker.h"
+#include "MinuteSummary.h"
+#include "StoreReader.h"
 #include "StoreWriter.h"
-#include "WatchDataWriter.h"
 #include "WatchSteps.h"
 
 namespace
@@ -52,13 +54,15 @@ TEST(MinuteSummary, FollowsAPhaseAroundHalfAPeriod)
 
 TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
 {
-    const WatchDataPtr poData = WatchData_Create(1, 0, {});
+    CWatchData oData(1, 0, nullptr);
+    CHistoryMaker oMaker({});
     uint32_t uiComplete = 0;
     for (int64_t iSecond = 1; iSecond <= 700; ++iSecond)
     {
         const SMadeUpSecond oSecond = MakeSecond(iSecond, static_cast<uint64_t>(iSecond));
-        const std::span aoMinutes = WatchData_Publish(*poData, oSecond.poPublication, oSecond.aoEvents);
-        for (const SMinuteSummary& roMinute : aoMinutes)
+        oMaker.Take(oSecond.poPublication->oSnapshot);
+        oData.Put({oSecond.poPublication, oSecond.aoEvents, oMaker.GetSeconds(), oMaker.GetMinutes()});
+        for (const SMinuteSummary& roMinute : oMaker.GetMinutes())
         {
             uiComplete += roMinute.bIsComplete ? 1 : 0;
             EXPECT_EQ(roMinute.oPoint.uiFields, 60 * roMinute.uiPoints);
@@ -67,17 +71,17 @@ TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
     EXPECT_EQ(uiComplete, 11U);
     SHistoryQuery oQuery;
     oQuery.iToUtcNs = INT64_MAX;
-    const std::vector<SHistoryPoint> aoSeconds = WatchData_FindHistory(*poData, oQuery);
+    const std::vector<SHistoryPoint> aoSeconds = oData.FindHistory(oQuery);
     ASSERT_EQ(aoSeconds.size(), uiSecondsInMemory);
     EXPECT_EQ(aoSeconds.front().iUtcNs, iStepsBeginUtcNs + 100 * iNsPerSecond);
     EXPECT_EQ(aoSeconds.back().uiFields, 60U);
-    EXPECT_EQ(WatchData_GetReach(*poData).iSecondsFromUtcNs, aoSeconds.front().iUtcNs);
+    EXPECT_EQ(oData.GetReach().iSecondsFromUtcNs, aoSeconds.front().iUtcNs);
     oQuery.uiSeconds = 60;
-    const std::vector<SHistoryPoint> aoMinutes = WatchData_FindHistory(*poData, oQuery);
+    const std::vector<SHistoryPoint> aoMinutes = oData.FindHistory(oQuery);
     ASSERT_EQ(aoMinutes.size(), 12U); // the running one as well
     EXPECT_EQ(aoMinutes.back().uiFields, 40U * 60);
     oQuery.uiMost = 2;
-    EXPECT_EQ(WatchData_FindHistory(*poData, oQuery).front().iUtcNs, aoMinutes[10].iUtcNs);
+    EXPECT_EQ(oData.FindHistory(oQuery).front().iUtcNs, aoMinutes[10].iUtcNs);
 }
 
 // What was before this run comes from the store, in one piece with what the memory has.
@@ -100,52 +104,54 @@ TEST(WatchData, ReachesBackIntoTheStore)
     CStoreWriter oWriter(szFile, 35);
     SStoreRemains oRemains;
     ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs + 30 * iNsPerSecond, oRemains, szFault), EStoreOpen::OPENED);
-    const WatchDataPtr poData = WatchData_Create(1, 0, szFile);
-    WatchData_Resume(*poData, oRemains.aoRunning);
+    CWatchData oData(1, 0, std::make_unique<CStoreReader>(szFile));
+    CHistoryMaker oMaker(oRemains.aoRunning);
+    oData.Resume(oRemains.aoRunning);
     const SMadeUpSecond oSecond = MakeSecond(31, 3);
-    WatchData_Publish(*poData, oSecond.poPublication, oSecond.aoEvents);
+    oMaker.Take(oSecond.poPublication->oSnapshot);
+    oData.Put({oSecond.poPublication, oSecond.aoEvents, oMaker.GetSeconds(), oMaker.GetMinutes()});
 
-    const std::vector<SWatchEvent> aoEvents = WatchData_FindEvents(*poData, {});
+    const std::vector<SWatchEvent> aoEvents = oData.FindEvents({});
     ASSERT_EQ(aoEvents.size(), 3U);
     EXPECT_EQ(aoEvents[0].uiNumber, 3U);
     EXPECT_EQ(aoEvents[2].uiNumber, 1U);
     SHistoryQuery oQuery;
     oQuery.uiSeconds = 60;
     oQuery.iToUtcNs = INT64_MAX;
-    const std::vector<SHistoryPoint> aoMinutes = WatchData_FindHistory(*poData, oQuery);
+    const std::vector<SHistoryPoint> aoMinutes = oData.FindHistory(oQuery);
     ASSERT_EQ(aoMinutes.size(), 2U);
     EXPECT_EQ(aoMinutes[0].iUtcNs, iStepsBeginUtcNs - iNsPerMinute);
     EXPECT_EQ(aoMinutes[1].uiFields, 20U * 60 + 31 * 60); // 20 s of then, and the first snapshot's count of now
-    EXPECT_EQ(WatchData_GetReach(*poData).iMinutesFromUtcNs, aoMinutes[0].iUtcNs);
+    EXPECT_EQ(oData.GetReach().iMinutesFromUtcNs, aoMinutes[0].iUtcNs);
 }
 
 TEST(WatchData, FindsEventsByKindStreamAndGroup)
 {
-    const WatchDataPtr poData = WatchData_Create(1, 0, {});
+    CWatchData oData(1, 0, nullptr);
     SMadeUpSecond oSecond = MakeSecond(1, 1);
     SWatchEvent oGroup = oSecond.aoEvents[0];
     oGroup.uiNumber = 2;
     oGroup.eKind = EWatchEventKind::GROUP_FORMED;
     oGroup.uiMembers = 0b110;
-    oGroup.uiIndex = 1;
+    oGroup.oKey.uiIndex = 1;
     oSecond.aoEvents.push_back(oGroup);
-    WatchData_Publish(*poData, oSecond.poPublication, oSecond.aoEvents);
+    oData.Put(oSecond.GetStep());
     SEventQuery oQuery;
     oQuery.uiInputs = 1U << 2;
-    ASSERT_EQ(WatchData_FindEvents(*poData, oQuery).size(), 1U);
-    EXPECT_EQ(WatchData_FindEvents(*poData, oQuery)[0].uiNumber, 2U);
+    ASSERT_EQ(oData.FindEvents(oQuery).size(), 1U);
+    EXPECT_EQ(oData.FindEvents(oQuery)[0].uiNumber, 2U);
     oQuery = {};
     oQuery.uiKinds = 1ULL << static_cast<unsigned>(EWatchEventKind::FIELDS_LOST);
-    EXPECT_EQ(WatchData_FindEvents(*poData, oQuery)[0].uiNumber, 1U);
+    EXPECT_EQ(oData.FindEvents(oQuery)[0].uiNumber, 1U);
     oQuery = {};
     oQuery.uiAfterNumber = 2;
-    EXPECT_TRUE(WatchData_FindEvents(*poData, oQuery).empty());
+    EXPECT_TRUE(oData.FindEvents(oQuery).empty());
 }
 
 TEST(WatchData, EndWakesWhoeverWaits)
 {
-    const WatchDataPtr poData = WatchData_Create(1, 0, {});
-    std::thread oWaiter([&] { EXPECT_EQ(WatchData_AwaitNewer(*poData, 0, 60000), nullptr); });
-    WatchData_End(*poData);
+    CWatchData oData(1, 0, nullptr);
+    std::thread oWaiter([&] { EXPECT_EQ(oData.AwaitNewer(0, 60000), nullptr); });
+    oData.End();
     oWaiter.join();
 }

@@ -24,6 +24,11 @@ std::vector<uint64_t> ReadNumbers(const std::string& rszFile)
     return auiNumbers;
 }
 
+std::string PrintNumber(const SWatchEvent& roEvent)
+{
+    return "{\"number\": " + std::to_string(roEvent.uiNumber) + ", \"text\": \"" + std::string(200, 'x') + "\"}";
+}
+
 void PutNumber(CEventJournal& roJournal, uint64_t uiNumber)
 {
     roJournal.Put(MakeSecond(1, uiNumber).aoEvents);
@@ -38,7 +43,7 @@ TEST(Journal, FollowsItsNameThroughRotationAndRemoval)
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "journal";
     const std::string szRotated = oFolder / "journal.1";
-    CEventJournal oJournal(szFile);
+    CEventJournal oJournal(szFile, PrintNumber);
     std::string szFault;
     ASSERT_TRUE(oJournal.Open(szFault));
     oJournal.Start();
@@ -61,7 +66,7 @@ TEST(Journal, WritesWholeLinesOnceThereIsRoomAgain)
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "journal";
     std::signal(SIGXFSZ, SIG_IGN);
-    CEventJournal oJournal(szFile);
+    CEventJournal oJournal(szFile, PrintNumber);
     std::string szFault;
     ASSERT_TRUE(oJournal.Open(szFault));
     oJournal.Start();
@@ -91,7 +96,7 @@ TEST(Journal, WritesWholeLinesOnceThereIsRoomAgain)
 TEST(Journal, CountsWhatItMustDrop)
 {
     const CTestFolder oFolder;
-    CEventJournal oJournal(oFolder / "journal"); // never started: nothing is taken away
+    CEventJournal oJournal(oFolder / "journal", PrintNumber); // never started: nothing is taken away
     const std::vector<SWatchEvent> aoEvents(uiMostWaitingLines + 5, MakeSecond(1, 1).aoEvents[0]);
     oJournal.Put(aoEvents);
     SWatchCosts oCosts;

@@ -16,9 +16,9 @@ constexpr int64_t iMinute = 60;
 
 std::vector<SWatchEvent> ReadEvents(const std::string& rszFile)
 {
-    CStoreReader oReader;
+    CStoreReader oReader(rszFile);
     std::string szFault;
-    EXPECT_EQ(oReader.Open(rszFile, szFault), EStoreOpen::OPENED) << szFault;
+    EXPECT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
     SEventQuery oQuery;
     oQuery.uiMost = UINT32_MAX;
     std::vector<SWatchEvent> aoEvents;
@@ -29,9 +29,9 @@ std::vector<SWatchEvent> ReadEvents(const std::string& rszFile)
 
 std::vector<SMinuteSummary> ReadMinutes(const std::string& rszFile)
 {
-    CStoreReader oReader;
+    CStoreReader oReader(rszFile);
     std::string szFault;
-    EXPECT_EQ(oReader.Open(rszFile, szFault), EStoreOpen::OPENED) << szFault;
+    EXPECT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
     SHistoryQuery oQuery;
     oQuery.iToUtcNs = INT64_MAX;
     std::vector<SMinuteSummary> aoMinutes;
@@ -126,9 +126,9 @@ TEST(Store, ShowsTheGapBehindARunThatWasKilled)
     EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
     ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
     EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
-    CStoreReader oReader;
+    CStoreReader oReader(szFile);
     std::string szFault;
-    ASSERT_EQ(oReader.Open(szFile, szFault), EStoreOpen::OPENED) << szFault;
+    ASSERT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
     ASSERT_FALSE(oReader.FindRuns(0, INT64_MAX).empty());
     EXPECT_EQ(oReader.FindRuns(0, INT64_MAX)[0].eEnd, ERunEnd::BROKEN);
 }
@@ -148,9 +148,9 @@ TEST(Store, IsWholeAfterAHundredKills)
         if (iChild == 0)
         {
             SRun oRun(szFile);
-            CStoreReader oReader;
+            CStoreReader oReader(szFile);
             std::string szFault;
-            static_cast<void>(oReader.Open(szFile, szFault));
+            static_cast<void>(oReader.Open(szFault));
             for (uint64_t uiEvent = oRun.oRemains.uiLastEvent + 1;; ++uiEvent)
             {
                 oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());

@@ -14,9 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "MinuteSummary.h"
-#include "WatchClocks.h"
-#include "WatchRun.h"
+#include "WatchStep.h"
 
 // A whole minute of UTC.
 constexpr int64_t iStepsBeginUtcNs = 1'795'299'960 * iNsPerSecond;
@@ -28,7 +26,7 @@ struct SMadeUpSecond
     std::vector<SWatchEvent> aoEvents;
     std::vector<SMinuteSummary> aoMinutes;
 
-    SWatchStep GetStep() const { return {poPublication, aoEvents, aoMinutes}; }
+    SWatchStep GetStep() const { return {poPublication, aoEvents, {}, aoMinutes}; }
 };
 
 // The second that ends iSecond seconds after the begin; its event has number uiEvent.
@@ -46,7 +44,7 @@ inline SMadeUpSecond MakeSecond(int64_t iSecond, uint64_t uiEvent)
     roFigures.oCounters.uiFieldsObserved = roFigures.oCounters.uiFields;
     roFigures.oCounters.flRunningSeconds = static_cast<double>(iSecond);
     roFigures.aoRateHz[0] = {60.0 + 1e-6 * static_cast<double>(iSecond), 1e-6, true};
-    oSecond.poPublication->aoInputTexts.push_back({"IN_00", "Camera \"A\"", "1080p60", "UYVY", "STARTED"});
+    oSecond.poPublication->aaoTexts[0].push_back({"IN_00", "Camera \"A\"", "1080p60", "UYVY", "STARTED"});
     oSecond.poPublication->szHost = "wall";
 
     SWatchEvent oEvent = {};

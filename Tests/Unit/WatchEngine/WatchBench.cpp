@@ -156,7 +156,7 @@ void CWatchBench::Step(SStream& roStream)
     roStream.uiRunDelayNs = 0;
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
-    WatchEngine_TakeRecord(*m_poEngine, roStream.eDirection, roStream.uiIndex, oRecord);
+    WatchEngine_TakeRecord(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oRecord);
 }
 
 void CWatchBench::Describe(const SStream& roStream)
@@ -184,7 +184,7 @@ void CWatchBench::Describe(const SStream& roStream)
         VtVideoOut_GetBufferAttributes(roStream.hOut, &oDescription.ePixelFormat, &oDescription.uiWidth,
                                        &oDescription.uiHeight, &uiLuid);
     }
-    WatchEngine_TakeDescription(*m_poEngine, roStream.eDirection, roStream.uiIndex, oDescription);
+    WatchEngine_TakeDescription(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oDescription);
 }
 
 void CWatchBench::Run(uint32_t uiSeconds)
@@ -264,20 +264,21 @@ uint64_t CWatchBench::Sum(EWatchEventKind eKind, uint32_t uiIndex) const
     uint64_t uiSum = 0;
     for (const SWatchEvent& roEvent : aoEvents)
     {
-        uiSum += roEvent.eKind == eKind && roEvent.uiIndex == uiIndex ? roEvent.uiCount : 0;
+        uiSum += roEvent.eKind == eKind && roEvent.oKey.uiIndex == uiIndex ? roEvent.uiCount : 0;
     }
     return uiSum;
 }
 
 uint64_t CWatchBench::Count(EWatchEventKind eKind, uint32_t uiIndex) const
 {
-    return static_cast<uint64_t>(std::ranges::count_if(
-        aoEvents, [&](const SWatchEvent& roEvent) { return roEvent.eKind == eKind && roEvent.uiIndex == uiIndex; }));
+    return static_cast<uint64_t>(
+        std::ranges::count_if(aoEvents, [&](const SWatchEvent& roEvent)
+                              { return roEvent.eKind == eKind && roEvent.oKey.uiIndex == uiIndex; }));
 }
 
 const SWatchEvent* CWatchBench::Find(EWatchEventKind eKind, uint32_t uiIndex) const
 {
     const auto itEvent = std::ranges::find_if(aoEvents, [&](const SWatchEvent& roEvent)
-                                              { return roEvent.eKind == eKind && roEvent.uiIndex == uiIndex; });
+                                              { return roEvent.eKind == eKind && roEvent.oKey.uiIndex == uiIndex; });
     return itEvent == aoEvents.end() ? nullptr : &*itEvent;
 }

@@ -219,7 +219,7 @@ TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
         oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
         oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
         oRecord.uiFieldCounter += 16;
-        WatchEngine_TakeRecord(*poEngine, gc_eIn, 0, oRecord);
+        WatchEngine_TakeRecord(*poEngine, {gc_eIn, 0}, oRecord);
         WatchEngine_Analyse(*poEngine, {.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
         return oSnapshot.aoDirections[0].aoStreams[0].eState;
     };

@@ -65,7 +65,7 @@ TEST(WatchSoak, NothingThatABoardSaysBreaksTheEngine)
         oRecord.uiSetBufferCounter = Extreme(uiStep);
         oRecord.uiRunDelayNs = Extreme(0);
         oRecord.eResult = Draw(30) != 0 ? EWaitResult::FIELD : static_cast<EWaitResult>(Draw(4));
-        WatchEngine_TakeRecord(*poEngine, eDirection, static_cast<uint32_t>(Draw(3)), oRecord);
+        WatchEngine_TakeRecord(*poEngine, {eDirection, static_cast<uint32_t>(Draw(3))}, oRecord);
         if (Draw(20) == 0)
         {
             SStreamDescription oDescription = {};
@@ -76,7 +76,7 @@ TEST(WatchSoak, NothingThatABoardSaysBreaksTheEngine)
             oDescription.oTimings.uiPixelClock_kHz = static_cast<uint32_t>(Extreme(74'250));
             oDescription.uiSkippedBuffers = Extreme(uiStep);
             oDescription.bHasSkippedBuffers = true;
-            WatchEngine_TakeDescription(*poEngine, eDirection, static_cast<uint32_t>(Draw(3)), oDescription);
+            WatchEngine_TakeDescription(*poEngine, {eDirection, static_cast<uint32_t>(Draw(3))}, oDescription);
         }
         if (Draw(100) != 0)
         {

@@ -3,18 +3,16 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <iterator>
 
 namespace
 {
-
-constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 // The first stream is the reference, every fourth has no signal, the last one carries a hostile name.
 SStreamFigures MakeStream(EStreamDirection eDirection, uint32_t i, int64_t iNowNs)
 {
     SStreamFigures oStream;
-    oStream.eDirection = eDirection;
-    oStream.uiIndex = i;
+    oStream.oKey = {eDirection, i};
     const bool bRuns = i % 4 != 3;
     oStream.eState = bRuns ? EStreamState::RUNNING : EStreamState::LOST;
     oStream.iStateSinceUtcNs = iNowNs - 3600 * iNsPerSecond;
@@ -103,7 +101,7 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     clock_gettime(CLOCK_MONOTONIC, &oNow);
     roSnapshot.uiNumber = uiNumber;
     roSnapshot.uiTickFrequencyHz = 27'000'000;
-    roSnapshot.flThresholdLines = 1.0;
+    roSnapshot.oThreshold.flLines = 1.0;
     roSnapshot.oClock.iUtcNs = MadeUpWatch_GetUtcNs();
     roSnapshot.oClock.uiMonotonicNs =
         static_cast<uint64_t>(oNow.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(oNow.tv_nsec);
@@ -112,8 +110,8 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     roSnapshot.aoDirections[1] = MakeDirection(EStreamDirection::OUTPUT, uiStreams, roSnapshot.oClock.iUtcNs);
     for (uint32_t i = 0; i < uiStreams; ++i)
     {
-        oPublication.aoInputTexts.push_back(MakeTexts(i, uiStreams));
-        oPublication.aoOutputTexts.push_back(MakeTexts(i, uiStreams));
+        oPublication.aaoTexts[0].push_back(MakeTexts(i, uiStreams));
+        oPublication.aaoTexts[1].push_back(MakeTexts(i, uiStreams));
     }
     oPublication.szHost = "made-up";
     oPublication.szBoard = "/nowhere/libVeltrano.so";
@@ -123,86 +121,81 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     return oPublication;
 }
 
-void MadeUpWatch_Publish(SWatchData& roData, SWatchPublication oPublication)
+void CMadeUpWatch::Publish(SWatchPublication oPublication)
 {
-    const std::lock_guard oGuard(roData.oMutex);
-    for (const SWatchEvent& roEvent : roData.aoEvents)
+    const std::lock_guard oGuard(m_oMutex);
+    for (const SWatchEvent& roEvent : m_aoEvents)
     {
-        auto& raoStreams = oPublication.oSnapshot.aoDirections[static_cast<size_t>(roEvent.eDirection)].aoStreams;
-        raoStreams[roEvent.uiIndex].uiLastEvent = roEvent.uiNumber;
+        auto& raoStreams = oPublication.oSnapshot.aoDirections[static_cast<size_t>(roEvent.oKey.eDirection)].aoStreams;
+        raoStreams[roEvent.oKey.uiIndex].oLastEvent = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
     }
-    roData.poLatest = std::make_shared<const SWatchPublication>(std::move(oPublication));
-    roData.oChanged.notify_all();
+    m_poLatest = std::make_shared<const SWatchPublication>(std::move(oPublication));
+    m_oChanged.notify_all();
 }
 
-uint64_t MadeUpWatch_AddEvent(SWatchData& roData, EWatchEventKind eKind, EStreamDirection eDirection, uint32_t uiIndex)
+uint64_t CMadeUpWatch::AddEvent(EWatchEventKind eKind, const SStreamKey& roKey)
 {
-    const std::lock_guard oGuard(roData.oMutex);
+    const std::lock_guard oGuard(m_oMutex);
     SWatchEvent oEvent = {};
-    oEvent.uiNumber = roData.aoEvents.size() + 1;
+    oEvent.uiNumber = m_aoEvents.size() + 1;
     oEvent.iUtcNs = MadeUpWatch_GetUtcNs();
     oEvent.uiTick = oEvent.uiNumber * 1000;
     oEvent.eKind = eKind;
-    oEvent.eDirection = eDirection;
-    oEvent.uiIndex = uiIndex;
+    oEvent.oKey = roKey;
     oEvent.uiCount = 3;
     oEvent.uiAfter = 1;
     oEvent.flSeconds = 0.25;
     oEvent.uiGroup = 7;
     oEvent.uiMembers = 3;
-    roData.aoEvents.push_back(oEvent);
+    m_aoEvents.push_back(oEvent);
     return oEvent.uiNumber;
 }
 
-std::shared_ptr<const SWatchPublication> WatchData_GetLatest(const SWatchData& roData)
+void CMadeUpWatch::SetPoints(int64_t iFromUtcNs, int64_t iToUtcNs)
 {
-    auto& roOwn = const_cast<SWatchData&>(roData);
-    const std::lock_guard oGuard(roOwn.oMutex);
-    return roOwn.poLatest;
+    const std::lock_guard oGuard(m_oMutex);
+    m_iPointsFromUtcNs = iFromUtcNs;
+    m_iPointsToUtcNs = iToUtcNs;
 }
 
-std::shared_ptr<const SWatchPublication> WatchData_AwaitNewer(SWatchData& roData, uint64_t uiKnownNumber,
-                                                              uint32_t uiTimeOutMs)
+WatchPublicationPtr CMadeUpWatch::GetLatest() const
 {
-    std::unique_lock oLock(roData.oMutex);
-    const auto IsNewer = [&] { return roData.poLatest && roData.poLatest->oSnapshot.uiNumber > uiKnownNumber; };
-    roData.oChanged.wait_for(oLock, std::chrono::milliseconds(uiTimeOutMs), IsNewer);
-    return IsNewer() ? roData.poLatest : nullptr;
+    const std::lock_guard oGuard(m_oMutex);
+    return m_poLatest;
 }
 
-std::vector<SWatchEvent> WatchData_FindEvents(SWatchData& roData, const SEventQuery& roQuery)
+WatchPublicationPtr CMadeUpWatch::AwaitNewer(uint64_t uiKnownNumber, uint32_t uiTimeOutMs)
 {
-    const std::lock_guard oGuard(roData.oMutex);
+    std::unique_lock oLock(m_oMutex);
+    const auto fnIsNewer = [&] { return m_poLatest && m_poLatest->oSnapshot.uiNumber > uiKnownNumber; };
+    m_oChanged.wait_for(oLock, std::chrono::milliseconds(uiTimeOutMs), fnIsNewer);
+    return fnIsNewer() ? m_poLatest : nullptr;
+}
+
+std::vector<SWatchEvent> CMadeUpWatch::FindEvents(const SEventQuery& roQuery)
+{
+    const std::lock_guard oGuard(m_oMutex);
     std::vector<SWatchEvent> aoFound;
-    for (auto oEvent = roData.aoEvents.rbegin(); oEvent != roData.aoEvents.rend(); ++oEvent)
-    {
-        const uint64_t uiStreams = oEvent->eDirection == EStreamDirection::INPUT ? roQuery.uiInputs : roQuery.uiOutputs;
-        if (aoFound.size() < roQuery.uiMost && oEvent->uiNumber > roQuery.uiAfterNumber &&
-            (uiStreams >> oEvent->uiIndex & 1U) != 0 &&
-            (roQuery.uiKinds >> static_cast<unsigned>(oEvent->eKind) & 1U) != 0 &&
-            oEvent->iUtcNs >= roQuery.iFromUtcNs && oEvent->iUtcNs < roQuery.iToUtcNs)
-        {
-            aoFound.push_back(*oEvent);
-        }
-    }
+    std::copy_if(m_aoEvents.rbegin(), m_aoEvents.rend(), std::back_inserter(aoFound),
+                 [&](const SWatchEvent& roEvent) { return WatchQuery_Fits(roEvent, roQuery); });
+    aoFound.resize(std::min<size_t>(aoFound.size(), roQuery.uiMost));
     return aoFound;
 }
 
-std::vector<SHistoryPoint> WatchData_FindHistory(SWatchData& roData, const SHistoryQuery& roQuery)
+std::vector<SHistoryPoint> CMadeUpWatch::FindHistory(const SHistoryQuery& roQuery)
 {
-    const std::lock_guard oGuard(roData.oMutex);
+    const std::lock_guard oGuard(m_oMutex);
     std::vector<SHistoryPoint> aoPoints;
-    const int64_t iStep = roQuery.uiSeconds * iNsPerSecond;
-    for (int64_t iUtcNs = roData.iPointsFromUtcNs; iUtcNs < roData.iPointsToUtcNs; iUtcNs += iStep)
+    for (int64_t iUtcNs = m_iPointsFromUtcNs; iUtcNs < m_iPointsToUtcNs; iUtcNs += roQuery.uiSeconds * iNsPerSecond)
     {
-        if (iUtcNs >= roQuery.iFromUtcNs && iUtcNs < roQuery.iToUtcNs)
+        SHistoryPoint oPoint;
+        oPoint.iUtcNs = iUtcNs;
+        oPoint.uiSeconds = roQuery.uiSeconds;
+        oPoint.uiFields = 60;
+        oPoint.oRateHz = {60.0 + 1.0 / 3.0, 1e-6 / 3.0, true};
+        oPoint.oPhaseSeconds = {1e-6 / 3.0, 1e-9, iUtcNs / iNsPerSecond % 2 == 0};
+        if (WatchQuery_Fits(oPoint, roQuery))
         {
-            SHistoryPoint oPoint;
-            oPoint.iUtcNs = iUtcNs;
-            oPoint.uiSeconds = roQuery.uiSeconds;
-            oPoint.uiFields = 60;
-            oPoint.oRateHz = {60.0 + 1.0 / 3.0, 1e-6 / 3.0, true};
-            oPoint.oPhaseSeconds = {1e-6 / 3.0, 1e-9, iUtcNs / iNsPerSecond % 2 == 0};
             aoPoints.push_back(oPoint);
         }
     }
@@ -211,8 +204,8 @@ std::vector<SHistoryPoint> WatchData_FindHistory(SWatchData& roData, const SHist
     return aoPoints;
 }
 
-SHistoryReach WatchData_GetReach(SWatchData& roData)
+SHistoryReach CMadeUpWatch::GetReach()
 {
-    const std::lock_guard oGuard(roData.oMutex);
-    return {roData.iPointsFromUtcNs, 0};
+    const std::lock_guard oGuard(m_oMutex);
+    return {m_iPointsFromUtcNs, INT64_MAX};
 }

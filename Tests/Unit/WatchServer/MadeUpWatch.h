@@ -8,25 +8,36 @@
 #include <mutex>
 #include <vector>
 
-#include "WatchData.h"
+#include "WatchReader.h"
 
-struct SWatchData
+class CMadeUpWatch : public IWatchReader
 {
-    std::mutex oMutex;
-    std::condition_variable oChanged;
-    std::shared_ptr<const SWatchPublication> poLatest;
-    std::vector<SWatchEvent> aoEvents; // oldest first
-    int64_t iPointsFromUtcNs = 0;      // history: one point per second from here on
-    int64_t iPointsToUtcNs = 0;
+public:
+    void Publish(SWatchPublication oPublication);
+
+    /* Adds an event of a kind and returns its number. */
+    uint64_t AddEvent(EWatchEventKind eKind, const SStreamKey& roKey);
+
+    /* A history of a point per second. */
+    void SetPoints(int64_t iFromUtcNs, int64_t iToUtcNs);
+
+    WatchPublicationPtr GetLatest() const override;
+    WatchPublicationPtr AwaitNewer(uint64_t uiKnownNumber, uint32_t uiTimeOutMs) override;
+    std::vector<SWatchEvent> FindEvents(const SEventQuery& roQuery) override;
+    std::vector<SHistoryPoint> FindHistory(const SHistoryQuery& roQuery) override;
+    SHistoryReach GetReach() override;
+
+private:
+    mutable std::mutex m_oMutex;
+    std::condition_variable m_oChanged;
+    WatchPublicationPtr m_poLatest;
+    std::vector<SWatchEvent> m_aoEvents; // oldest first
+    int64_t m_iPointsFromUtcNs = INT64_MAX;
+    int64_t m_iPointsToUtcNs = INT64_MAX;
 };
 
 /* A publication of so many streams per direction, as of now, with every kind of figure known and unknown. */
 SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams);
-
-void MadeUpWatch_Publish(SWatchData& roData, SWatchPublication oPublication);
-
-/* Adds an event of a kind and returns its number. */
-uint64_t MadeUpWatch_AddEvent(SWatchData& roData, EWatchEventKind eKind, EStreamDirection eDirection, uint32_t uiIndex);
 
 /* The moment now, whole seconds of UTC. */
 int64_t MadeUpWatch_GetUtcNs();

@@ -33,10 +33,7 @@ protected:
         m_szAddress = WatchServer_GetAddress(*m_poServer);
     }
 
-    void Publish(uint64_t uiNumber, uint32_t uiStreams = 4)
-    {
-        MadeUpWatch_Publish(m_oData, MadeUpWatch_Make(uiNumber, uiStreams));
-    }
+    void Publish(uint64_t uiNumber, uint32_t uiStreams = 4) { m_oData.Publish(MadeUpWatch_Make(uiNumber, uiStreams)); }
 
     std::string Get(const std::string& szPath) const { return HttpClient_Ask(m_szAddress, "GET " + szPath); }
 
@@ -46,7 +43,7 @@ protected:
         return CJson::parse(szAnswer.substr(szAnswer.find("\r\n\r\n")), nullptr, false);
     }
 
-    SWatchData m_oData;
+    CMadeUpWatch m_oData;
     WatchServerPtr m_poServer;
     std::string m_szAddress;
 };
@@ -83,7 +80,7 @@ TEST_F(WatchServerTest, ASilentWatchIsNotWell)
 {
     SWatchPublication oPublication = MadeUpWatch_Make(1, 1);
     oPublication.oSnapshot.oClock.uiMonotonicNs -= 6'000'000'000U;
-    MadeUpWatch_Publish(m_oData, std::move(oPublication));
+    m_oData.Publish(std::move(oPublication));
     EXPECT_THAT(Get("/healthz"), HasSubstr("no snapshot for 6 s\n"));
 }
 
@@ -140,9 +137,7 @@ TEST_F(WatchServerTest, HistoryComesInColumnsWithItsUncertainties)
     Publish(1);
     const int64_t iNow = MadeUpWatch_GetUtcNs();
     {
-        const std::lock_guard oGuard(m_oData.oMutex);
-        m_oData.iPointsFromUtcNs = iNow - 99'000'000'000;
-        m_oData.iPointsToUtcNs = iNow + 1'000'000'000;
+        m_oData.SetPoints(iNow - 99 * iNsPerSecond, iNow + iNsPerSecond);
     }
     const CJson oPhase = GetJson("/api/v1/history?stream=OUT_00&fields=phase,rate&limit=10");
     EXPECT_EQ(oPhase["t"].size(), 10U);
@@ -164,9 +159,9 @@ TEST_F(WatchServerTest, HistoryComesInColumnsWithItsUncertainties)
 
 TEST_F(WatchServerTest, EventsAreFoundByStreamKindAndNumber)
 {
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 1);
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_BACK, EStreamDirection::INPUT, 1);
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::OUTPUT, 1);
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::INPUT, 1});
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_BACK, {EStreamDirection::INPUT, 1});
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::OUTPUT, 1});
     Publish(1);
     const auto GetNumbers = [&](const std::string& szQuery)
     {
@@ -209,12 +204,12 @@ TEST_F(WatchServerTest, AScrapeTellsOfOnePublication)
 
 TEST_F(WatchServerTest, TheLiveStreamLosesNoEventOverAReconnection)
 {
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 1);
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::INPUT, 1});
     Publish(1);
     CHttpClient oFirst(m_szAddress);
     oFirst.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\n\r\n");
     EXPECT_THAT(oFirst.ReadUntil("event: snapshot\nid: 1\ndata: {"), Not(HasSubstr("event: events")));
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_BACK, EStreamDirection::INPUT, 1);
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_BACK, {EStreamDirection::INPUT, 1});
     Publish(2);
     EXPECT_THAT(oFirst.ReadUntil("id: 2\ndata: {\"snapshot\""), HasSubstr("event: events\nid: 2\ndata: {"));
 
@@ -228,7 +223,7 @@ TEST_F(WatchServerTest, TheLiveStreamLosesNoEventOverAReconnection)
     CHttpClient oOld(m_szAddress);
     oOld.Send("GET /api/v1/live HTTP/1.1\r\nHost: localhost\r\nLast-Event-ID: 900\r\n\r\n");
     oOld.ReadUntil("event: snapshot");
-    MadeUpWatch_AddEvent(m_oData, EWatchEventKind::SIGNAL_LOST, EStreamDirection::INPUT, 2);
+    m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::INPUT, 2});
     Publish(3);
     EXPECT_THAT(oOld.ReadUntil("id: 3\ndata: {\"snapshot\""), HasSubstr("event: events\nid: 3\n"));
 }

@@ -1,3 +1,5 @@
+#include "EventKinds.h"
+#include "StreamId.h"
 #include "WatchJson.h"
 #include "WatchTexts.h"
 
@@ -13,24 +15,24 @@ TEST(WatchTextsTest, EveryWordIsOfItsOwnAndFoundAgain)
     for (size_t i = 0; i < static_cast<size_t>(EWatchEventKind::COUNT); ++i)
     {
         const auto eKind = static_cast<EWatchEventKind>(i);
-        szKinds.insert(WatchTexts_GetEventKind(eKind));
-        EXPECT_EQ(WatchTexts_FindEventKind(WatchTexts_GetEventKind(eKind)), eKind);
+        szKinds.insert(EventKind_Get(eKind).szName);
+        EXPECT_EQ(EventKind_Find(EventKind_Get(eKind).szName), eKind);
     }
     EXPECT_EQ(szKinds.size(), static_cast<size_t>(EWatchEventKind::COUNT));
-    EXPECT_STREQ(WatchTexts_GetEventKind(EWatchEventKind::COUNT), "unknown");
-    EXPECT_STREQ(WatchTexts_GetEventKind(EWatchEventKind::GROUP_ENDED), "group_ended");
-    EXPECT_EQ(WatchTexts_FindEventKind("unknown"), std::nullopt);
+    EXPECT_STREQ(EventKind_Get(EWatchEventKind::COUNT).szName, "unknown");
+    EXPECT_STREQ(EventKind_Get(EWatchEventKind::GROUP_ENDED).szName, "group_ended");
+    EXPECT_EQ(EventKind_Find("unknown"), std::nullopt);
     EXPECT_STREQ(WatchTexts_GetPowerState(VtVideoOut_PowerState_SUSPEND), "suspend");
 }
 
 TEST(WatchTextsTest, AStreamIsNamedInOneWayOnly)
 {
-    EXPECT_EQ(WatchTexts_GetStreamId(EStreamDirection::OUTPUT, 31), "OUT_31");
-    EXPECT_EQ(WatchTexts_FindStream("OUT_31"), (SStreamKey{EStreamDirection::OUTPUT, 31}));
-    EXPECT_EQ(WatchTexts_FindStream("IN_07"), (SStreamKey{EStreamDirection::INPUT, 7}));
+    EXPECT_EQ(StreamId_Print({EStreamDirection::OUTPUT, 31}), "OUT_31");
+    EXPECT_EQ(StreamId_Find("OUT_31"), (SStreamKey{EStreamDirection::OUTPUT, 31}));
+    EXPECT_EQ(StreamId_Find("IN_07"), (SStreamKey{EStreamDirection::INPUT, 7}));
     for (const char* szWrong : {"", "IN_", "IN_7", "IN_32", "IN_007", "OUT_-1", "in_00", "IN_0x", "IN 00", "OUT00"})
     {
-        EXPECT_EQ(WatchTexts_FindStream(szWrong), std::nullopt) << szWrong;
+        EXPECT_EQ(StreamId_Find(szWrong), std::nullopt) << szWrong;
     }
 }
 
@@ -56,8 +58,7 @@ TEST(WatchJsonTest, AnEventCarriesWhatItsKindTells)
     SWatchEvent oEvent = {};
     oEvent.uiNumber = 3;
     oEvent.eKind = EWatchEventKind::LOCK_CHANGED;
-    oEvent.eDirection = EStreamDirection::OUTPUT;
-    oEvent.uiIndex = 2;
+    oEvent.oKey = {EStreamDirection::OUTPUT, 2};
     oEvent.uiAfter = static_cast<uint64_t>(ELockState::PASSING);
     const CJson oLock = WatchJson_FromEvent(oEvent);
     EXPECT_EQ(oLock["stream"], "OUT_02");
@@ -85,7 +86,7 @@ TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)
 {
     SStreamFigures oStream;
     oStream.oPhaseSeconds = {std::numeric_limits<double>::infinity(), 1e-9, true};
-    oStream.uiLastEvent = 9;
+    oStream.oLastEvent = {9, EWatchEventKind::SIGNAL_LOST, 0};
     SStreamTexts oTexts;
     oTexts.szName = "<b>\"\n\xff";
     const CJson oJson = CJson::parse(WatchJson_Print(WatchJson_FromStream(oStream, oTexts)));
@@ -96,5 +97,5 @@ TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)
     EXPECT_TRUE(oJson["nominal"].is_null());
     EXPECT_TRUE(oJson["seconds_to_slip"].is_null());
     EXPECT_EQ(oJson["last_event"]["number"], 9);
-    EXPECT_TRUE(oJson["last_event"]["kind"].is_null());
+    EXPECT_EQ(oJson["last_event"]["kind"], "signal_lost");
 }

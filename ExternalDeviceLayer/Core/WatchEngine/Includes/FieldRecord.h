@@ -9,13 +9,6 @@
 
 #include "VtVideoTypes.h"
 
-// Which way a stream goes. Together with its index it names the stream everywhere.
-enum class EStreamDirection : uint8_t
-{
-    INPUT,
-    OUTPUT
-};
-
 // How a wait for a field start ended.
 enum class EWaitResult : uint8_t
 {

@@ -19,12 +19,12 @@
 struct SWatchSettings
 {
     uint32_t uiTickFrequencyHz = 0;
-    double flThresholdLines = 1.0;   // how close two streams in lock are; in lines of the first one
-    double flThresholdSeconds = 0.0; // the same in seconds; counts instead of the lines when above 0
-    int32_t iReferenceInput = -1;    // index of the stream that phases are told against; -1: the engine chooses
+    SLockThreshold oThreshold = {};
+    int32_t iReferenceInput = -1; // index of the stream that phases are told against; -1: the engine chooses
     int32_t iReferenceOutput = -1;
     bool bTicksAreMonotonic = false; // the board says that its ticks are CLOCK_MONOTONIC plus iTickOffsetNs
     int64_t iTickOffsetNs = 0;
+    uint64_t uiEventsBefore = 0; // events are numbered on from here
 };
 
 // What the clocks of the machine say, read together by the caller.
@@ -56,8 +56,7 @@ using WatchEnginePtr = std::unique_ptr<SWatchEngine, SWatchEngineDeleter>;
 WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs);
 
 /* Takes in what a stream's thread saw. Records of one stream come in the order in which they were made. */
-void WatchEngine_TakeRecord(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
-                            const SFieldRecord& roRecord);
+void WatchEngine_TakeRecord(SWatchEngine& roEngine, const SStreamKey& roKey, const SFieldRecord& roRecord);
 
 /*
  * Takes in that the caller itself was due and did not run: a witness that the machine was late, not a signal.
@@ -69,7 +68,7 @@ void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t 
  * Takes in a description of a stream. One that is read after a canceled wait tells an output that was switched off from
  * a signal that was lost, if it is there by the next analysis.
  */
-void WatchEngine_TakeDescription(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
+void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey,
                                  const SStreamDescription& roDescription);
 
 /*

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "FieldRecord.h"
+#include "StreamKey.h"
 
 enum class EWatchEventKind : uint8_t
 {
@@ -44,8 +44,7 @@ struct SWatchEvent
     int64_t iUtcNs;    // when it happened, nanoseconds since 1970-01-01 UTC
     uint64_t uiTick;   // the same in the board's ticks; 0: not known
     EWatchEventKind eKind;
-    EStreamDirection eDirection;
-    uint32_t uiIndex; // of the stream; of the first member for groups
+    SStreamKey oKey;  // of the stream; of the first member for groups
     uint64_t uiCount; // see the kinds; events of one kind that come in bursts are folded into one
     uint64_t uiBefore;
     uint64_t uiAfter;

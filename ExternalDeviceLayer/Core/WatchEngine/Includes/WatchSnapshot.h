@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "FieldRecord.h"
-
-// Most streams that a direction can have.
-constexpr uint32_t uiMaxStreamsPerDirection = 32;
+#include "LockThreshold.h"
+#include "StreamKey.h"
+#include "WatchEvent.h"
 
 enum class EStreamState : uint8_t
 {
@@ -106,10 +106,17 @@ struct SWakeHistogram
     double flSumSeconds = 0.0;
 };
 
+// The newest event of a stream.
+struct SLastEvent
+{
+    uint64_t uiNumber = 0; // 0: none yet
+    EWatchEventKind eKind = EWatchEventKind::WATCH_BEGAN;
+    int64_t iUtcNs = 0;
+};
+
 struct SStreamFigures
 {
-    EStreamDirection eDirection = EStreamDirection::INPUT;
-    uint32_t uiIndex = 0;
+    SStreamKey oKey;
     EStreamState eState = EStreamState::IDLE;
     int64_t iStateSinceUtcNs = 0;
     SStreamDescription oDescription = {};
@@ -141,7 +148,7 @@ struct SStreamFigures
 
     SEstimate oTaiPhaseSeconds;           // against the grid that starts at 1970-01-01T00:00:00 TAI
     double flTaiUncertaintySeconds = 0.0; // how closely that grid is known here
-    uint64_t uiLastEvent = 0;             // number of the newest event of this stream, 0: none
+    SLastEvent oLastEvent;
 };
 
 // Two streams of one direction; uiFirst < uiSecond.
@@ -191,8 +198,7 @@ struct SWatchSnapshot
 {
     uint64_t uiNumber = 0; // grows by one per snapshot, from 1
     uint32_t uiTickFrequencyHz = 0;
-    double flThresholdSeconds = 0.0; // of the lock states, unless it is in lines
-    double flThresholdLines = 0.0;
+    SLockThreshold oThreshold;    // of the lock states
     uint64_t uiEventsDropped = 0; // events that found no room because nobody took them
     SClockFigures oClock;
     std::array<SDirectionFigures, 2> aoDirections; // by EStreamDirection

@@ -21,7 +21,7 @@ CDirectionWatch::CDirectionWatch(SWatchContext& roContext, const SWatchSettings&
 {
     for (uint32_t uiIndex = 0; uiIndex < uiNbOfStreams; ++uiIndex)
     {
-        m_apoStreams.push_back(std::make_unique<CStreamWatch>(roContext, eDirection, uiIndex));
+        m_apoStreams.push_back(std::make_unique<CStreamWatch>(roContext, SStreamKey{eDirection, uiIndex}));
         for (uint32_t uiSecond = uiIndex + 1; uiSecond < uiNbOfStreams; ++uiSecond)
         {
             SPairFigures& roPair = m_aoPairs.emplace_back();
@@ -35,8 +35,7 @@ SWatchEvent CDirectionWatch::MakeEvent(EWatchEventKind eKind, uint32_t uiIndex) 
 {
     SWatchEvent oEvent = {};
     oEvent.eKind = eKind;
-    oEvent.eDirection = m_eDirection;
-    oEvent.uiIndex = uiIndex;
+    oEvent.oKey = {m_eDirection, uiIndex};
     return oEvent;
 }
 
@@ -65,8 +64,9 @@ void CDirectionWatch::UpdatePairs()
         const CStreamWatch& roFirst = *m_apoStreams[roPair.uiFirst];
         const CStreamWatch& roSecond = *m_apoStreams[roPair.uiSecond];
         const double flLine = roFirst.GetFigures().flLineSeconds;
-        const double flByLines = m_roSettings.flThresholdLines * (flLine > 0.0 ? flLine : flNoLine);
-        const SPairContext oContext{m_roSettings.flThresholdSeconds > 0.0 ? m_roSettings.flThresholdSeconds : flByLines,
+        const double flByLines = m_roSettings.oThreshold.flLines * (flLine > 0.0 ? flLine : flNoLine);
+        const SPairContext oContext{m_roSettings.oThreshold.flSeconds > 0.0 ? m_roSettings.oThreshold.flSeconds
+                                                                            : flByLines,
                                     static_cast<double>(m_roSettings.uiTickFrequencyHz)};
         PairLock_Update(roFirst.GetPhase(), roSecond.GetPhase(), oContext, roPair);
         roPair.flOffsetLines = flLine > 0.0 ? roPair.oOffsetSeconds.flValue / flLine : 0.0;
@@ -205,7 +205,7 @@ void CDirectionWatch::Fill(const SClockReading& roClock, SDirectionFigures& roFi
     for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
     {
         roFigures.aoStreams[uiStream] = m_apoStreams[uiStream]->GetFigures();
-        roFigures.aoStreams[uiStream].uiLastEvent = m_roContext.oEvents.GetLast(m_eDirection, uiStream);
+        roFigures.aoStreams[uiStream].oLastEvent = m_roContext.oEvents.GetLast({m_eDirection, uiStream});
     }
     roFigures.aoPairs = m_aoPairs;
     roFigures.aoGroups.clear();

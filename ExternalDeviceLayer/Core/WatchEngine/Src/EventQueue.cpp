@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr uint64_t uiNsPerSecond = 1'000'000'000;
-constexpr uint64_t uiQuietNs = 10 * uiNsPerSecond;
-constexpr uint64_t uiFirstPauseNs = 60 * uiNsPerSecond;
-constexpr uint64_t uiLongestPauseNs = 3600 * uiNsPerSecond;
+constexpr uint64_t uiQuietNs = 10 * iNsPerSecond;
+constexpr uint64_t uiFirstPauseNs = iNsPerMinute;
+constexpr uint64_t uiLongestPauseNs = iNsPerHour;
 constexpr uint32_t uiSinglyAtOnce = 10;
 constexpr size_t uiMostPending = 4096;
 constexpr size_t uiMostReady = 16384;
@@ -59,23 +60,24 @@ void Fold(SWatchEvent& roInto, const SWatchEvent& roEvent)
 
 } // namespace
 
-CEventQueue::CEventQueue(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+CEventQueue::CEventQueue(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
     : m_uiNbOfInputs(uiNbOfInputs),
       m_aoEpisodes(size_t{uiNbOfInputs + uiNbOfOutputs} * uiKinds),
-      m_auiLast(uiNbOfInputs + uiNbOfOutputs)
+      m_aoLast(uiNbOfInputs + uiNbOfOutputs),
+      m_uiNumber(roSettings.uiEventsBefore)
 {
     m_aoPending.reserve(uiMostPending);
     m_aoReady.reserve(uiMostReady);
 }
 
-size_t CEventQueue::GetStream(EStreamDirection eDirection, uint32_t uiIndex) const
+size_t CEventQueue::GetStream(const SStreamKey& roKey) const
 {
-    return eDirection == EStreamDirection::INPUT ? uiIndex : m_uiNbOfInputs + uiIndex;
+    return roKey.eDirection == EStreamDirection::INPUT ? roKey.uiIndex : m_uiNbOfInputs + roKey.uiIndex;
 }
 
 CEventQueue::SEpisode& CEventQueue::GetEpisode(const SWatchEvent& roEvent)
 {
-    return m_aoEpisodes[GetStream(roEvent.eDirection, roEvent.uiIndex) * uiKinds + static_cast<size_t>(roEvent.eKind)];
+    return m_aoEpisodes[GetStream(roEvent.oKey) * uiKinds + static_cast<size_t>(roEvent.eKind)];
 }
 
 void CEventQueue::Push(const SPending& roPending)
@@ -183,9 +185,10 @@ void CEventQueue::MakeReady()
             ++m_uiDropped;
             continue;
         }
-        roPending.oEvent.uiNumber = ++m_uiNumber;
-        m_auiLast[GetStream(roPending.oEvent.eDirection, roPending.oEvent.uiIndex)] = m_uiNumber;
-        m_aoReady.push_back(roPending.oEvent);
+        SWatchEvent& roEvent = roPending.oEvent;
+        roEvent.uiNumber = ++m_uiNumber;
+        m_aoLast[GetStream(roEvent.oKey)] = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
+        m_aoReady.push_back(roEvent);
     }
     m_aoPending.clear();
 }
@@ -211,9 +214,4 @@ std::span<const SWatchEvent> CEventQueue::Take()
     }
     m_bTaken = true;
     return m_aoReady;
-}
-
-uint64_t CEventQueue::GetLast(EStreamDirection eDirection, uint32_t uiIndex) const
-{
-    return m_auiLast[GetStream(eDirection, uiIndex)];
 }

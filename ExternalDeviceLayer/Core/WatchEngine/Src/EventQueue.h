@@ -20,7 +20,7 @@
 class CEventQueue
 {
 public:
-    CEventQueue(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs);
+    CEventQueue(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs);
 
     /*
      * Adds an event; kind, stream and figures are set. Its moment is its tick, or where that is 0 that of
@@ -34,7 +34,7 @@ public:
     /* What has become ready since the last call. */
     std::span<const SWatchEvent> Take();
 
-    uint64_t GetLast(EStreamDirection eDirection, uint32_t uiIndex) const;
+    const SLastEvent& GetLast(const SStreamKey& roKey) const { return m_aoLast[GetStream(roKey)]; }
     uint64_t GetDropped() const { return m_uiDropped; }
 
 private:
@@ -56,7 +56,7 @@ private:
     };
 
     SEpisode& GetEpisode(const SWatchEvent& roEvent);
-    size_t GetStream(EStreamDirection eDirection, uint32_t uiIndex) const;
+    size_t GetStream(const SStreamKey& roKey) const;
     bool IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const;
     void Push(const SPending& roPending);
     void ReleaseFolded(uint64_t uiNowNs);
@@ -65,12 +65,12 @@ private:
 
     uint32_t m_uiNbOfInputs;
     std::vector<SEpisode> m_aoEpisodes; // by stream, then kind
-    std::vector<uint64_t> m_auiLast;    // number by stream
+    std::vector<SLastEvent> m_aoLast;   // by stream
     std::vector<SPending> m_aoPending;
     std::vector<SWatchEvent> m_aoReady;
     bool m_bTaken = false;
     bool m_bEndAll = false;
-    uint64_t m_uiNumber = 0;
+    uint64_t m_uiNumber;
     uint64_t m_uiDropped = 0;
 };
 

@@ -23,8 +23,7 @@ void CSignalState::AddEvent(EWatchEventKind eKind, uint64_t uiTick, uint64_t uiM
 {
     SWatchEvent oEvent = {};
     oEvent.eKind = eKind;
-    oEvent.eDirection = m_roFigures.eDirection;
-    oEvent.uiIndex = m_roFigures.uiIndex;
+    oEvent.oKey = m_roFigures.oKey;
     oEvent.uiTick = uiTick;
     oEvent.flSeconds = flSeconds;
     m_roContext.oEvents.Add(oEvent, uiMonotonicNs);
@@ -46,8 +45,7 @@ void CSignalState::SetState(EStreamState eState, uint64_t uiTick, uint64_t uiMon
     m_uiSinceNs = uiMonotonicNs;
     SWatchEvent oEvent = {};
     oEvent.eKind = EWatchEventKind::STATE_CHANGED;
-    oEvent.eDirection = m_roFigures.eDirection;
-    oEvent.uiIndex = m_roFigures.uiIndex;
+    oEvent.oKey = m_roFigures.oKey;
     oEvent.uiTick = uiTick;
     oEvent.uiBefore = static_cast<uint64_t>(eBefore);
     oEvent.uiAfter = static_cast<uint64_t>(eState);
@@ -57,7 +55,7 @@ void CSignalState::SetState(EStreamState eState, uint64_t uiTick, uint64_t uiMon
 bool CSignalState::IsMeantToRun() const
 {
     const SStreamDescription& roDescription = m_roFigures.oDescription;
-    if (m_roFigures.eDirection == EStreamDirection::OUTPUT)
+    if (m_roFigures.oKey.eDirection == EStreamDirection::OUTPUT)
     {
         // All zero: nobody has described it yet.
         return roDescription.uiMomentNs == 0 || roDescription.ePowerState == VtVideoOut_PowerState_ON ||

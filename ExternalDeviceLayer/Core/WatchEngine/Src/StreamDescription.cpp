@@ -73,7 +73,7 @@ void CStreamWatch::TakeStates(const SStreamDescription& roDescription)
     SStreamCounters& roCounters = m_oFigures.oCounters;
     Compare(EWatchEventKind::FORMAT_CHANGED, roBefore.ePixelFormat, roDescription.ePixelFormat,
             roCounters.uiFormatChanges);
-    if (m_oFigures.eDirection == EStreamDirection::INPUT)
+    if (m_oFigures.oKey.eDirection == EStreamDirection::INPUT)
     {
         Compare(EWatchEventKind::CAPTURE_CHANGED, roBefore.eCaptureState, roDescription.eCaptureState,
                 roCounters.uiStateChanges);

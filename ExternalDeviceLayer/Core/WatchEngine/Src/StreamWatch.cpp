@@ -15,22 +15,20 @@ constexpr uint64_t uiMostBuffersPerField = 1000; // beyond, the counter began an
 
 } // namespace
 
-CStreamWatch::CStreamWatch(SWatchContext& roContext, EStreamDirection eDirection, uint32_t uiIndex)
+CStreamWatch::CStreamWatch(SWatchContext& roContext, const SStreamKey& roKey)
     : m_roContext(roContext),
       m_oSignal(roContext, m_oFigures),
       m_oTracker(roContext.uiTickFrequencyHz),
       m_oHistory(roContext.uiTickFrequencyHz)
 {
-    m_oFigures.eDirection = eDirection;
-    m_oFigures.uiIndex = uiIndex;
+    m_oFigures.oKey = roKey;
 }
 
 SWatchEvent CStreamWatch::MakeEvent(EWatchEventKind eKind, uint64_t uiTick, uint64_t uiCount) const
 {
     SWatchEvent oEvent = {};
     oEvent.eKind = eKind;
-    oEvent.eDirection = m_oFigures.eDirection;
-    oEvent.uiIndex = m_oFigures.uiIndex;
+    oEvent.oKey = m_oFigures.oKey;
     oEvent.uiTick = uiTick;
     oEvent.uiCount = uiCount;
     return oEvent;
@@ -123,7 +121,7 @@ void CStreamWatch::TakeField(const SFieldRecord& roRecord)
         TakeGap(roRecord, oStep.iFields - 1);
     }
     TakeGrid(roRecord, oStep.iFields);
-    if (m_oFigures.eDirection == EStreamDirection::OUTPUT)
+    if (m_oFigures.oKey.eDirection == EStreamDirection::OUTPUT)
     {
         TakeBuffers(roRecord, oStep.iFields);
     }

@@ -16,7 +16,7 @@
 class CStreamWatch
 {
 public:
-    CStreamWatch(SWatchContext& roContext, EStreamDirection eDirection, uint32_t uiIndex);
+    CStreamWatch(SWatchContext& roContext, const SStreamKey& roKey);
     CStreamWatch(const CStreamWatch&) = delete;
     CStreamWatch& operator=(const CStreamWatch&) = delete;
 

@@ -63,7 +63,9 @@ private:
 struct SWatchContext
 {
     SWatchContext(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
-        : uiTickFrequencyHz(roSettings.uiTickFrequencyHz), oClock(roSettings), oEvents(uiNbOfInputs, uiNbOfOutputs)
+        : uiTickFrequencyHz(roSettings.uiTickFrequencyHz),
+          oClock(roSettings),
+          oEvents(roSettings, uiNbOfInputs, uiNbOfOutputs)
     {
     }
 

@@ -6,6 +6,7 @@
 
 #include "DirectionWatch.h"
 #include "TaiGrid.h"
+#include "TimeUnits.h"
 
 namespace
 {
@@ -13,7 +14,6 @@ namespace
 // How long after its start a field may be handed in and still be in time for the analysis of its second.
 constexpr uint64_t uiSettleNs = 50'000'000;
 constexpr uint64_t uiStallMemoryNs = 2'000'000'000;
-constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 } // namespace
 
@@ -39,9 +39,9 @@ struct SWatchEngine
 namespace
 {
 
-CStreamWatch& GetStream(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex)
+CStreamWatch& GetStream(SWatchEngine& roEngine, const SStreamKey& roKey)
 {
-    return roEngine.aoDirections[static_cast<size_t>(eDirection)].GetStream(uiIndex);
+    return roEngine.aoDirections[static_cast<size_t>(roKey.eDirection)].GetStream(roKey.uiIndex);
 }
 
 // The newest whole second that all fields must have been handed in for. True when it is another one than before.
@@ -128,16 +128,15 @@ WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiN
     return WatchEnginePtr(new SWatchEngine(roSettings, uiNbOfInputs, uiNbOfOutputs));
 }
 
-void WatchEngine_TakeRecord(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
-                            const SFieldRecord& roRecord)
+void WatchEngine_TakeRecord(SWatchEngine& roEngine, const SStreamKey& roKey, const SFieldRecord& roRecord)
 {
-    GetStream(roEngine, eDirection, uiIndex).TakeRecord(roRecord);
+    GetStream(roEngine, roKey).TakeRecord(roRecord);
 }
 
-void WatchEngine_TakeDescription(SWatchEngine& roEngine, EStreamDirection eDirection, uint32_t uiIndex,
+void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey,
                                  const SStreamDescription& roDescription)
 {
-    GetStream(roEngine, eDirection, uiIndex).TakeDescription(roDescription);
+    GetStream(roEngine, roKey).TakeDescription(roDescription);
 }
 
 void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
@@ -153,8 +152,7 @@ void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, S
 
     roSnapshot.uiNumber = ++roEngine.uiSnapshots;
     roSnapshot.uiTickFrequencyHz = roEngine.oSettings.uiTickFrequencyHz;
-    roSnapshot.flThresholdSeconds = roEngine.oSettings.flThresholdSeconds;
-    roSnapshot.flThresholdLines = roEngine.oSettings.flThresholdLines;
+    roSnapshot.oThreshold = roEngine.oSettings.oThreshold;
     roSnapshot.uiEventsDropped = roEngine.oContext.oEvents.GetDropped();
     FillClock(roEngine, roClock, roSnapshot.oClock);
     for (size_t uiDirection = 0; uiDirection < roEngine.aoDirections.size(); ++uiDirection)

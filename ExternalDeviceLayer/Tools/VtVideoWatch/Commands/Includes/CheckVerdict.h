@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "WatchData.h"
 #include "WatchOptions.h"
+#include "WatchPublication.h"
 
 // Exit statuses of monitoring plug-ins.
 enum class EVerdict : uint8_t

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "StoreReader.h"
-#include "WatchTexts.h"
 
 struct SReportStream
 {

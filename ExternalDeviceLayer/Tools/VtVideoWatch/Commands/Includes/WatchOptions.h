@@ -10,19 +10,13 @@
 #include <vector>
 
 #include "BoardSession.h"
-#include "WatchTexts.h"
+#include "LockThreshold.h"
+#include "StreamKey.h"
 
 // Exit statuses; check has those of monitoring plug-ins (CheckVerdict.h).
 constexpr int iExitOk = 0;
 constexpr int iExitFailure = 1; // something that the program needs is not there; one line on standard error says what
 constexpr int iExitUsage = 2;   // the command line is wrong; likewise
-
-// How close streams in lock are: in lines or, when that is not 0, in seconds.
-struct SLockThreshold
-{
-    double flLines = 1.0;
-    double flSeconds = 0.0;
-};
 
 struct SServeOptions
 {

@@ -11,7 +11,6 @@
 #include "CheckVerdict.h"
 #include "SignalWatch.h"
 #include "WatchClocks.h"
-#include "WatchDataWriter.h"
 #include "WatchRun.h"
 
 namespace
@@ -77,29 +76,20 @@ private:
     std::jthread m_oThread;
 };
 
-SWatchSettings MakeSettings(const SCheckOptions& roOptions)
-{
-    SWatchSettings oSettings;
-    oSettings.flThresholdLines = roOptions.oThreshold.flLines;
-    oSettings.flThresholdSeconds = roOptions.oThreshold.flSeconds;
-    return oSettings;
-}
-
 // The last moment of the watch; null, with the reason, when there is none.
-std::shared_ptr<const SWatchPublication> Watch(const SCheckOptions& roOptions, CBoardSession& roSession,
-                                               CSignalWatch& roSignals, std::string& rszFault)
+WatchPublicationPtr Watch(const SCheckOptions& roOptions, CBoardSession& roSession, CSignalWatch& roSignals,
+                          std::string& rszFault)
 {
     if (!roSession.Open(roOptions.oBoard, rszFault) || !roSession.Start(rszFault))
     {
         return nullptr;
     }
-    const std::array<StreamChannels, 2>& raoChannels = roSession.GetChannels();
-    const WatchDataPtr poData = WatchData_Create(static_cast<uint32_t>(raoChannels[0].size()),
-                                                 static_cast<uint32_t>(raoChannels[1].size()), {});
+    WatchPublicationPtr poLast;
     SWatchRunSetup oSetup;
-    oSetup.oSettings = MakeSettings(roOptions);
+    oSetup.oSettings.oThreshold = roOptions.oThreshold;
     oSetup.iStartUtcNs = ReadClockNs(CLOCK_REALTIME);
-    CWatchRun oRun(roSession, *poData, oSetup);
+    oSetup.fnTake = [&poLast](const SWatchStep& roStep) { poLast = roStep.poPublication; };
+    CWatchRun oRun(roSession, oSetup);
     oRun.Start();
     const uint64_t uiEndNs = ReadMonotonicNs() + roOptions.uiSeconds * static_cast<uint64_t>(iNsPerSecond);
     while (ReadMonotonicNs() < uiEndNs)
@@ -111,7 +101,7 @@ std::shared_ptr<const SWatchPublication> Watch(const SCheckOptions& roOptions, C
         }
     }
     oRun.Stop();
-    return WatchData_GetLatest(*poData);
+    return poLast;
 }
 
 } // namespace
@@ -134,7 +124,7 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
     CBoardSession oSession;
     std::string szFault;
     int iStatus = static_cast<int>(EVerdict::UNKNOWN);
-    if (const std::shared_ptr<const SWatchPublication> poLast = Watch(roOptions, oSession, oSignals, szFault))
+    if (const WatchPublicationPtr poLast = Watch(roOptions, oSession, oSignals, szFault))
     {
         const SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
         iStatus = oAnswer.Give(roOptions.bJson ? CheckVerdict_PrintJson(oVerdict, *poLast, roOptions.uiSeconds)

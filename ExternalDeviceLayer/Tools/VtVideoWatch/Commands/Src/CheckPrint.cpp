@@ -2,7 +2,9 @@
 #include <nlohmann/json.hpp>
 
 #include "CheckVerdict.h"
+#include "StreamId.h"
 #include "WatchJson.h"
+#include "WatchTexts.h"
 
 namespace
 {
@@ -46,7 +48,7 @@ CJson ToJson(const SFinding& roFinding)
     oJson["streams"] = CJson::array();
     for (const SStreamKey& roStream : roFinding.aoStreams)
     {
-        oJson["streams"].push_back(WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex));
+        oJson["streams"].push_back(StreamId_Print(roStream));
     }
     return oJson;
 }
@@ -55,12 +57,12 @@ void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
 {
     roJson["streams"] = CJson::array();
     roJson["pairs"] = CJson::array();
-    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    for (const EStreamDirection eDirection : aeDirections)
     {
         const SDirectionFigures& roDirection = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
         for (const SStreamFigures& roStream : roDirection.aoStreams)
         {
-            const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
+            const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
             roJson["streams"].push_back(WatchJson_FromStream(roStream, roTexts));
         }
         for (const SPairFigures& roPair : roDirection.aoPairs)

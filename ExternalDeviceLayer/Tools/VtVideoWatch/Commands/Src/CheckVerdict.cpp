@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "StreamId.h"
 #include "TextFormat.h"
+#include "WatchTexts.h"
 
 namespace
 {
@@ -32,16 +34,6 @@ int GetRank(EVerdict eVerdict)
 std::string CountOf(uint64_t uiCount, const char* szWhat)
 {
     return std::to_string(uiCount) + " " + szWhat + (uiCount == 1 ? "" : "s");
-}
-
-SStreamKey GetKey(const SStreamFigures& roStream)
-{
-    return {roStream.eDirection, roStream.uiIndex};
-}
-
-std::string GetId(const SStreamKey& roStream)
-{
-    return WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
 }
 
 const SDirectionFigures& GetDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
@@ -91,7 +83,7 @@ private:
     void JudgeLate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeRate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeLock(const std::vector<SStreamKey>& raoStreams);
-    void JudgePair(const SPairFigures& roPair, EStreamDirection eDirection);
+    void JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, const SStreamKey& roSecond);
     void AddPerformance(const SStreamFigures& roStream, const std::string& rszId);
     void Summarise();
 
@@ -111,7 +103,7 @@ SCheckVerdict CJudge::Judge()
         const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
         if (poStream == nullptr)
         {
-            Find(EVerdict::CRITICAL, "expect", {roStream}, "the board has no " + GetId(roStream));
+            Find(EVerdict::CRITICAL, "expect", {roStream}, "the board has no " + StreamId_Print(roStream));
             continue;
         }
         JudgeStream(*poStream, !m_roOptions.aoExpected.empty());
@@ -132,18 +124,13 @@ void CJudge::ChooseStreams()
     {
         return;
     }
-    for (const SDirectionFigures& roDirection : m_roPublication.oSnapshot.aoDirections)
-    {
-        for (const SStreamFigures& roStream : roDirection.aoStreams)
-        {
-            m_aoStreams.push_back({roStream.eDirection, roStream.uiIndex});
-        }
-    }
+    WatchPublication_ForEachStream(m_roPublication.oSnapshot,
+                                   [this](const SStreamFigures& roStream) { m_aoStreams.push_back(roStream.oKey); });
 }
 
 void CJudge::JudgeStream(const SStreamFigures& roStream, bool bIsExpected)
 {
-    const std::string szId = WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+    const std::string szId = StreamId_Print(roStream.oKey);
     JudgeState(roStream, szId, bIsExpected);
     JudgeLost(roStream, szId);
     JudgeLate(roStream, szId);
@@ -158,7 +145,7 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
         ++m_uiRunning;
         if (roStream.oCounters.uiSignalLosses > 0)
         {
-            Find(EVerdict::WARNING, "expect", {GetKey(roStream)},
+            Find(EVerdict::WARNING, "expect", {roStream.oKey},
                  TextFormat_Print("%s lost its signal %s, for %.3f s", rszId.c_str(),
                                   CountOf(roStream.oCounters.uiSignalLosses, "time").c_str(),
                                   roStream.oCounters.flSignalLostSeconds));
@@ -166,7 +153,7 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
     }
     else if (bIsExpected || roStream.eState != EStreamState::IDLE)
     {
-        Find(EVerdict::CRITICAL, "expect", {GetKey(roStream)}, rszId + " is " + WatchTexts_GetState(roStream.eState));
+        Find(EVerdict::CRITICAL, "expect", {roStream.oKey}, rszId + " is " + WatchTexts_GetState(roStream.eState));
     }
 }
 
@@ -177,7 +164,7 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
     const uint64_t uiLost = roStream.oCounters.uiFieldsLost;
     if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
     {
-        Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {GetKey(roStream)},
+        Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {roStream.oKey},
              rszId + " lost " + CountOf(uiLost, "field"));
     }
 }
@@ -188,7 +175,7 @@ void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
     if (static_cast<double>(roCounters.uiFieldsUnobserved) >
         flMostUnobserved * static_cast<double>(roCounters.uiFields))
     {
-        Find(EVerdict::WARNING, "late", {GetKey(roStream)},
+        Find(EVerdict::WARNING, "late", {roStream.oKey},
              TextFormat_Print("the watcher was too late for %llu of %llu fields of %s",
                               static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
                               static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
@@ -204,7 +191,7 @@ void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
     const SEstimate* poPpm = FindPpm(roStream);
     if (poPpm == nullptr)
     {
-        Find(EVerdict::UNKNOWN, "rate", {GetKey(roStream)}, "the rate of " + rszId + " is not known yet");
+        Find(EVerdict::UNKNOWN, "rate", {roStream.oKey}, "the rate of " + rszId + " is not known yet");
         return;
     }
     const double flDeviation = std::fabs(poPpm->flValue);
@@ -217,7 +204,7 @@ void CJudge::JudgeRate(const SStreamFigures& roStream, const std::string& rszId)
     const EVerdict eVerdict = flSurely > roLimits.oCritical  ? EVerdict::CRITICAL
                               : flSurely > roLimits.oWarning ? EVerdict::WARNING
                                                              : EVerdict::UNKNOWN;
-    Find(eVerdict, "rate", {GetKey(roStream)},
+    Find(eVerdict, "rate", {roStream.oKey},
          TextFormat_Print("%s runs at %+.3f ppm (+/- %.3f)", rszId.c_str(), poPpm->flValue, poPpm->flStdErr));
 }
 
@@ -228,7 +215,7 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
         const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
         if (poStream == nullptr || poStream->eState != EStreamState::RUNNING)
         {
-            Find(EVerdict::CRITICAL, "locked", {roStream}, GetId(roStream) + " is not there to be in lock");
+            Find(EVerdict::CRITICAL, "locked", {roStream}, StreamId_Print(roStream) + " is not there to be in lock");
         }
     }
     const EStreamDirection eDirection = raoStreams.front().eDirection;
@@ -238,16 +225,16 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
         const SStreamKey oSecond = {eDirection, roPair.uiSecond};
         if (std::ranges::count(raoStreams, oFirst) > 0 && std::ranges::count(raoStreams, oSecond) > 0)
         {
-            JudgePair(roPair, eDirection);
+            JudgePair(roPair, oFirst, oSecond);
         }
     }
 }
 
-void CJudge::JudgePair(const SPairFigures& roPair, EStreamDirection eDirection)
+void CJudge::JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, const SStreamKey& roSecond)
 {
-    const std::string szFirst = WatchTexts_GetStreamId(eDirection, roPair.uiFirst);
-    const std::string szSecond = WatchTexts_GetStreamId(eDirection, roPair.uiSecond);
-    const std::vector<SStreamKey> aoBoth = {{eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}};
+    const std::string szFirst = StreamId_Print(roFirst);
+    const std::string szSecond = StreamId_Print(roSecond);
+    const std::vector<SStreamKey> aoBoth = {roFirst, roSecond};
     const std::string szPair = szFirst + " and " + szSecond;
     const std::string szOffset =
         TextFormat_Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);

@@ -4,7 +4,9 @@
 #include <cmath>
 #include <span>
 
-#include "WatchClocks.h"
+#include "StreamId.h"
+#include "TimeUnits.h"
+#include "WatchTexts.h"
 
 namespace
 {
@@ -84,7 +86,7 @@ std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view
     std::vector<SStreamKey> aoStreams;
     for (const std::string_view szPart : Split(szText))
     {
-        const std::optional<SStreamKey> oStream = WatchTexts_FindStream(szPart);
+        const std::optional<SStreamKey> oStream = StreamId_Find(szPart);
         if (!oStream)
         {
             return std::nullopt;

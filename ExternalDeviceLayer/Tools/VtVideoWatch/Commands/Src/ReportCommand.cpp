@@ -7,9 +7,9 @@
 
 int ReportCommand_Run(const SReportOptions& roOptions)
 {
-    CStoreReader oStore;
+    CStoreReader oStore(roOptions.szStore);
     std::string szFault;
-    if (oStore.Open(roOptions.szStore, szFault) != EStoreOpen::OPENED)
+    if (oStore.Open(szFault) != EStoreOpen::OPENED)
     {
         Notice_Say(szFault);
         return iExitFailure;

@@ -5,12 +5,11 @@
 #include <map>
 #include <utility>
 
-#include "WatchClocks.h"
+#include "TimeUnits.h"
 
 namespace
 {
 
-constexpr int64_t iNsPerHour = 60 * iNsPerMinute;
 constexpr uint32_t uiLeastMinutesForDrift = 3;
 
 double ToSeconds(int64_t iNs)
@@ -72,8 +71,7 @@ private:
 
 SReportStream* FindStream(SReport& roReport, const SWatchEvent& roEvent)
 {
-    const auto itStream =
-        std::ranges::find(roReport.aoStreams, SStreamKey{roEvent.eDirection, roEvent.uiIndex}, &SReportStream::oKey);
+    const auto itStream = std::ranges::find(roReport.aoStreams, roEvent.oKey, &SReportStream::oKey);
     return itStream == roReport.aoStreams.end() ? nullptr : &*itStream;
 }
 
@@ -178,14 +176,14 @@ public:
 
     void Add(const SWatchEvent& roEvent)
     {
-        const Key oKey = {roEvent.eDirection, roEvent.uiGroup};
+        const Key oKey = {roEvent.oKey.eDirection, roEvent.uiGroup};
         switch (roEvent.eKind)
         {
         case EWatchEventKind::GROUP_FORMED:
         case EWatchEventKind::GROUP_CHANGED:
             EndOne(oKey, roEvent.iUtcNs);
             m_oOpen[oKey] = m_raoLocks.size();
-            m_raoLocks.push_back({roEvent.eDirection, roEvent.uiMembers, roEvent.iUtcNs, roEvent.iUtcNs, true});
+            m_raoLocks.push_back({roEvent.oKey.eDirection, roEvent.uiMembers, roEvent.iUtcNs, roEvent.iUtcNs, true});
             break;
         case EWatchEventKind::GROUP_ENDED:
             EndOne(oKey, roEvent.iUtcNs);
@@ -283,9 +281,9 @@ SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iT
     for (const SStoreStream& roStream : roStore.FindStreams())
     {
         SReportStream& roReported = oReport.aoStreams.emplace_back();
-        roReported.oKey = {roStream.eDirection, roStream.uiIndex};
+        roReported.oKey = roStream.oKey;
         roReported.oTexts = roStream.oTexts;
-        const SHistoryQuery oMinutes = {roStream.eDirection, roStream.uiIndex, iFromUtcNs, iToUtcNs, 60, UINT32_MAX};
+        const SHistoryQuery oMinutes = {roStream.oKey, iFromUtcNs, iToUtcNs, 60, UINT32_MAX};
         std::vector<SMinuteSummary> aoMinutes;
         roStore.FindMinutes(oMinutes, aoMinutes);
         ReportData_AddMinutes(oReport, roReported, aoMinutes);

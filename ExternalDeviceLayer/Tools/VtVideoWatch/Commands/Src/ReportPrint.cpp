@@ -3,16 +3,13 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "StreamId.h"
 #include "TextFormat.h"
 #include "WatchJson.h"
+#include "WatchTexts.h"
 
 namespace
 {
-
-std::string GetId(const SReportStream& roStream)
-{
-    return WatchTexts_GetStreamId(roStream.oKey.eDirection, roStream.oKey.uiIndex);
-}
 
 // "2026-11-21 22:05:37"
 std::string GetMoment(int64_t iUtcNs)
@@ -56,12 +53,9 @@ std::string GetDrift(const SEstimate& roDrift)
 std::string GetMembers(const SReportLock& roLock)
 {
     std::string szMembers;
-    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    for (const std::string& rszMember : StreamId_PrintMembers(roLock.eDirection, roLock.uiMembers))
     {
-        if ((roLock.uiMembers >> uiIndex & 1) != 0)
-        {
-            szMembers += (szMembers.empty() ? "" : ", ") + WatchTexts_GetStreamId(roLock.eDirection, uiIndex);
-        }
+        szMembers += (szMembers.empty() ? "" : ", ") + rszMember;
     }
     return szMembers;
 }
@@ -99,7 +93,7 @@ std::string PrintStreams(const SReport& roReport)
     for (const SReportStream& roStream : roReport.aoStreams)
     {
         szText +=
-            TextFormat_Print("%-7s %-18.18s %13s %12s %8llu %13s ", GetId(roStream).c_str(),
+            TextFormat_Print("%-7s %-18.18s %13s %12s %8llu %13s ", StreamId_Print(roStream.oKey).c_str(),
                              roStream.oTexts.szName.c_str(), GetLength(roStream.flWatchedSeconds).c_str(),
                              GetAvailability(roStream).c_str(), static_cast<unsigned long long>(roStream.uiLost),
                              roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
@@ -152,7 +146,7 @@ std::string QuoteCsv(const std::string& rszText)
 CJson ToJson(const SReportStream& roStream)
 {
     CJson oJson;
-    oJson["stream"] = GetId(roStream);
+    oJson["stream"] = StreamId_Print(roStream.oKey);
     oJson["name"] = roStream.oTexts.szName;
     oJson["standard"] = roStream.oTexts.szStandard;
     oJson["format"] = roStream.oTexts.szFormat;
@@ -185,14 +179,7 @@ CJson ToJson(const SReportLock& roLock)
 {
     CJson oJson;
     oJson["direction"] = WatchTexts_GetDirection(roLock.eDirection);
-    oJson["members"] = CJson::array();
-    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
-    {
-        if ((roLock.uiMembers >> uiIndex & 1) != 0)
-        {
-            oJson["members"].push_back(WatchTexts_GetStreamId(roLock.eDirection, uiIndex));
-        }
-    }
+    oJson["members"] = StreamId_PrintMembers(roLock.eDirection, roLock.uiMembers);
     oJson["from"] = WatchTexts_GetUtc(roLock.iFromUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roLock.iToUtcNs);
     oJson["lasts"] = roLock.bIsOpen;
@@ -235,7 +222,7 @@ std::string ReportPrint_Csv(const SReport& roReport)
     for (const SReportStream& roStream : roReport.aoStreams)
     {
         szText +=
-            GetId(roStream) + "," + QuoteCsv(roStream.oTexts.szName) +
+            StreamId_Print(roStream.oKey) + "," + QuoteCsv(roStream.oTexts.szName) +
             TextFormat_Print(",%.3f,%.3f,%llu,%llu,%llu,%llu,%llu,%.6f", roStream.flWatchedSeconds,
                              roStream.flRunningSeconds, static_cast<unsigned long long>(roStream.uiFields),
                              static_cast<unsigned long long>(roStream.uiLost),

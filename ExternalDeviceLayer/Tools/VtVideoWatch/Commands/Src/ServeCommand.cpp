@@ -1,17 +1,22 @@
 #include "ServeCommand.h"
 
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "EventJournal.h"
 #include "Notice.h"
 #include "ServiceNotice.h"
 #include "SignalWatch.h"
+#include "StoreReader.h"
 #include "StoreWriter.h"
+#include "StreamId.h"
 #include "WatchClocks.h"
-#include "WatchDataWriter.h"
+#include "WatchData.h"
+#include "WatchJson.h"
 #include "WatchRun.h"
 #include "WatchServer.h"
+#include "WatchTexts.h"
 
 namespace
 {
@@ -28,7 +33,7 @@ struct SServeRun
     std::unique_ptr<CStoreWriter> poStore;
     SStoreRemains oRemains;
     CBoardSession oSession;
-    WatchDataPtr poData;
+    std::unique_ptr<CWatchData> poData;
     WatchServerPtr poServer;
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
@@ -50,7 +55,7 @@ bool CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun, std
     {
         if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
         {
-            rszFault = "--reference: the board has no " + WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
+            rszFault = "--reference: the board has no " + StreamId_Print(roStream);
             return false;
         }
     }
@@ -60,8 +65,7 @@ bool CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun, std
 SWatchSettings MakeSettings(const SServeOptions& roOptions)
 {
     SWatchSettings oSettings;
-    oSettings.flThresholdLines = roOptions.oThreshold.flLines;
-    oSettings.flThresholdSeconds = roOptions.oThreshold.flSeconds;
+    oSettings.oThreshold = roOptions.oThreshold;
     for (const SStreamKey& roStream : roOptions.aoReferences)
     {
         int32_t& riReference =
@@ -75,10 +79,12 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
 {
     SWatchRunSetup oSetup;
     oSetup.oSettings = MakeSettings(roOptions);
-    oSetup.uiEventsBefore = roRun.oRemains.uiLastEvent;
+    oSetup.oSettings.uiEventsBefore = roRun.oRemains.uiLastEvent;
+    oSetup.aoRunning = roRun.oRemains.aoRunning;
     oSetup.iStartUtcNs = iNowUtcNs;
     oSetup.fnTake = [&roRun](const SWatchStep& roStep)
     {
+        roRun.poData->Put(roStep);
         if (roRun.poStore)
         {
             roRun.poStore->Put(roStep);
@@ -111,10 +117,11 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
         return false;
     }
     const std::array<StreamChannels, 2>& raoChannels = roRun.oSession.GetChannels();
-    roRun.poData = WatchData_Create(static_cast<uint32_t>(raoChannels[0].size()),
-                                    static_cast<uint32_t>(raoChannels[1].size()), roOptions.szStore);
-    WatchData_Resume(*roRun.poData, roRun.oRemains.aoRunning);
-    roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, *roRun.poData, MakeRunSetup(roOptions, roRun, iNowUtcNs));
+    roRun.poData = std::make_unique<CWatchData>(
+        static_cast<uint32_t>(raoChannels[0].size()), static_cast<uint32_t>(raoChannels[1].size()),
+        roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
+    roRun.poData->Resume(roRun.oRemains.aoRunning);
+    roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
     roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.szListen, rszFault);
     if (!roRun.poServer || !roRun.oSession.Start(rszFault))
     {
@@ -133,21 +140,16 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
     return true;
 }
 
-std::string MakeStatus(SWatchData& roData)
+std::string MakeStatus(const IWatchReader& roReader)
 {
-    const std::shared_ptr<const SWatchPublication> poLatest = WatchData_GetLatest(roData);
+    const WatchPublicationPtr poLatest = roReader.GetLatest();
     if (!poLatest)
     {
         return "starting";
     }
     std::array<uint32_t, static_cast<size_t>(EStreamState::COUNT)> auiStates = {};
-    for (const SDirectionFigures& roDirection : poLatest->oSnapshot.aoDirections)
-    {
-        for (const SStreamFigures& roFigures : roDirection.aoStreams)
-        {
-            ++auiStates[static_cast<size_t>(roFigures.eState)];
-        }
-    }
+    WatchPublication_ForEachStream(poLatest->oSnapshot, [&auiStates](const SStreamFigures& roFigures)
+                                   { ++auiStates[static_cast<size_t>(roFigures.eState)]; });
     std::string szStatus = poLatest->bIsSimulated ? "simulated board:" : "streams:";
     for (size_t uiState = 0; uiState < auiStates.size(); ++uiState)
     {
@@ -190,7 +192,7 @@ bool End(SServeRun& roRun)
     }
     if (roRun.poData)
     {
-        WatchData_End(*roRun.poData);
+        roRun.poData->End();
     }
     if (roRun.poStore)
     {
@@ -211,7 +213,8 @@ int ServeCommand_Run(const SServeOptions& roOptions)
     SServeRun oRun;
     if (!roOptions.szJournal.empty())
     {
-        oRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal);
+        oRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal, [](const SWatchEvent& roEvent)
+                                                         { return WatchJson_Print(WatchJson_FromEvent(roEvent)); });
     }
     CSignalWatch oSignals;
     oSignals.Start(uiEndMs, iExitOk,

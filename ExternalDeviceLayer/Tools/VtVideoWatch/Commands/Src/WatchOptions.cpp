@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "HistoryPoint.h"
 #include "OptionValues.h"
-#include "WatchData.h"
 #include "WatchServer.h"
 
 namespace

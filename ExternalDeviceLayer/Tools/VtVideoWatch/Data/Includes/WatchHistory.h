@@ -10,8 +10,8 @@
 #include <span>
 #include <vector>
 
-#include "MinuteSummary.h"
-#include "WatchData.h"
+#include "WatchQuery.h"
+#include "WatchReader.h"
 
 constexpr uint32_t uiSecondsInMemory = 600;
 constexpr uint32_t uiMinutesInMemory = 1440;
@@ -37,23 +37,16 @@ class CWatchHistory
 public:
     CWatchHistory(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs);
 
-    /* Takes up a minute that an earlier run began and this one goes on with. */
-    void Resume(const SMinuteSummary& roSummary);
-
-    /*
-     * Adds what a snapshot says of the time since the one before.
-     * The minutes that it changed, until the next call: of each stream the running one, and before it the one that is
-     * complete now.
-     */
-    std::span<const SMinuteSummary> Add(const SWatchSnapshot& roSnapshot);
+    /* Adds seconds, and minutes: those that run on replace what there was of them. */
+    void Add(std::span<const SStreamSecond> aoSeconds, std::span<const SMinuteSummary> aoMinutes);
 
     /* Appends the points in a query's range that the memory holds, oldest first; the running minute is the last. */
     void Find(const SHistoryQuery& roQuery, std::vector<SHistoryPoint>& raoPoints) const;
 
     /* Where the memory of a stream begins; INT64_MAX when there is nothing. uiSeconds: 1 or 60. */
-    int64_t GetBegin(EStreamDirection eDirection, uint32_t uiIndex, uint32_t uiSeconds) const;
+    int64_t GetBegin(const SStreamKey& roKey, uint32_t uiSeconds) const;
     /* The earliest of all streams. */
-    int64_t GetBegin(uint32_t uiSeconds) const;
+    SHistoryReach GetReach() const;
 
 private:
     struct SStreamHistory
@@ -61,15 +54,12 @@ private:
         CPointRing oSeconds{uiSecondsInMemory};
         CPointRing oMinutes{uiMinutesInMemory}; // complete ones
         SMinuteSummary oRunning;
-        SStreamCounters oCounters; // at the last snapshot
     };
 
-    const SStreamHistory* GetStream(EStreamDirection eDirection, uint32_t uiIndex) const;
-    void AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs);
+    const SStreamHistory* GetStream(const SStreamKey& roKey) const;
+    SStreamHistory* GetStream(const SStreamKey& roKey);
 
     std::array<std::vector<SStreamHistory>, 2> m_aoStreams;
-    std::vector<SMinuteSummary> m_aoChanged;
-    int64_t m_iLastUtcNs = 0;
 };
 
 #endif

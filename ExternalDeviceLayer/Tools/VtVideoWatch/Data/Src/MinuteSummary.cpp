@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "WatchClocks.h"
-
 namespace
 {
 
@@ -33,17 +31,11 @@ void AddPhase(SMinuteSummary& roSummary, const SEstimate& roPhase, double flPeri
 
 } // namespace
 
-int64_t MinuteSummary_GetBegin(int64_t iUtcNs)
-{
-    const int64_t iRest = iUtcNs % iNsPerMinute;
-    return iUtcNs - (iRest < 0 ? iRest + iNsPerMinute : iRest);
-}
-
 void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flSeconds,
                        double flPeriodSeconds)
 {
     SHistoryPoint& roMinute = roSummary.oPoint;
-    roMinute.iUtcNs = MinuteSummary_GetBegin(roSecond.iUtcNs);
+    roMinute.iUtcNs = HistoryPoint_GetMinute(roSecond.iUtcNs);
     roMinute.uiSeconds = 60;
     ++roSummary.uiPoints;
     roSummary.flWatchedSeconds += flSeconds;

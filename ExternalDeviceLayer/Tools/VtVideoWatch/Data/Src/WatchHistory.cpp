@@ -1,46 +1,7 @@
 #include "WatchHistory.h"
 
 #include <algorithm>
-
-#include "WatchClocks.h"
-
-namespace
-{
-
-uint32_t Growth(uint64_t uiNow, uint64_t uiBefore)
-{
-    return static_cast<uint32_t>(uiNow - std::min(uiBefore, uiNow));
-}
-
-SHistoryPoint MakeSecond(const SStreamFigures& roFigures, const SStreamCounters& roBefore, int64_t iBeginUtcNs)
-{
-    const SStreamCounters& roNow = roFigures.oCounters;
-    SHistoryPoint oPoint;
-    oPoint.iUtcNs = iBeginUtcNs;
-    oPoint.uiSeconds = 1;
-    oPoint.uiFields = Growth(roNow.uiFields, roBefore.uiFields);
-    oPoint.uiObserved = Growth(roNow.uiFieldsObserved, roBefore.uiFieldsObserved);
-    oPoint.uiLost = Growth(roNow.uiFieldsLost, roBefore.uiFieldsLost);
-    oPoint.uiUnobserved = Growth(roNow.uiFieldsUnobserved, roBefore.uiFieldsUnobserved);
-    oPoint.uiSkipped = Growth(roNow.uiBuffersSkipped, roBefore.uiBuffersSkipped);
-    oPoint.flRunningSeconds = static_cast<float>(roNow.flRunningSeconds - roBefore.flRunningSeconds);
-    oPoint.oRateHz = roFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
-    oPoint.oPhaseSeconds = roFigures.oPhaseSeconds;
-    oPoint.flPhaseMinSeconds = roFigures.oPhaseSeconds.flValue;
-    oPoint.flPhaseMaxSeconds = roFigures.oPhaseSeconds.flValue;
-    oPoint.oDriftRatio = roFigures.oDriftRatio;
-    oPoint.flJitterRmsSeconds = roFigures.flJitterRmsSeconds;
-    oPoint.eLock = roFigures.eLock;
-    oPoint.eState = roFigures.eState;
-    return oPoint;
-}
-
-bool IsInRange(const SHistoryPoint& roPoint, const SHistoryQuery& roQuery)
-{
-    return roPoint.iUtcNs >= roQuery.iFromUtcNs && roPoint.iUtcNs < roQuery.iToUtcNs;
-}
-
-} // namespace
+#include <utility>
 
 void CPointRing::Add(const SHistoryPoint& roPoint)
 {
@@ -58,68 +19,46 @@ const SHistoryPoint& CPointRing::operator[](uint32_t uiPoint) const
 CWatchHistory::CWatchHistory(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
     : m_aoStreams{std::vector<SStreamHistory>(uiNbOfInputs), std::vector<SStreamHistory>(uiNbOfOutputs)}
 {
-    m_aoChanged.reserve(size_t{2} * (uiNbOfInputs + uiNbOfOutputs));
 }
 
-const CWatchHistory::SStreamHistory* CWatchHistory::GetStream(EStreamDirection eDirection, uint32_t uiIndex) const
+const CWatchHistory::SStreamHistory* CWatchHistory::GetStream(const SStreamKey& roKey) const
 {
-    const std::vector<SStreamHistory>& raoStreams = m_aoStreams[static_cast<size_t>(eDirection)];
-    return uiIndex < raoStreams.size() ? &raoStreams[uiIndex] : nullptr;
+    const std::vector<SStreamHistory>& raoStreams = m_aoStreams[static_cast<size_t>(roKey.eDirection)];
+    return roKey.uiIndex < raoStreams.size() ? &raoStreams[roKey.uiIndex] : nullptr;
 }
 
-void CWatchHistory::Resume(const SMinuteSummary& roSummary)
+CWatchHistory::SStreamHistory* CWatchHistory::GetStream(const SStreamKey& roKey)
 {
-    std::vector<SStreamHistory>& raoStreams = m_aoStreams[static_cast<size_t>(roSummary.eDirection)];
-    if (roSummary.uiIndex < raoStreams.size())
+    return const_cast<SStreamHistory*>(std::as_const(*this).GetStream(roKey));
+}
+
+void CWatchHistory::Add(std::span<const SStreamSecond> aoSeconds, std::span<const SMinuteSummary> aoMinutes)
+{
+    for (const SStreamSecond& roSecond : aoSeconds)
     {
-        raoStreams[roSummary.uiIndex].oRunning = roSummary;
-    }
-}
-
-void CWatchHistory::AddStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs)
-{
-    SStreamHistory& roStream = m_aoStreams[static_cast<size_t>(roFigures.eDirection)][roFigures.uiIndex];
-    const SHistoryPoint oSecond = MakeSecond(roFigures, roStream.oCounters, iBeginUtcNs);
-    const double flSeconds = roFigures.oCounters.flWatchedSeconds - roStream.oCounters.flWatchedSeconds;
-    roStream.oCounters = roFigures.oCounters;
-    roStream.oSeconds.Add(oSecond);
-    SMinuteSummary& roRunning = roStream.oRunning;
-    if (roRunning.uiPoints > 0 && roRunning.oPoint.iUtcNs != MinuteSummary_GetBegin(iBeginUtcNs))
-    {
-        roRunning.bIsComplete = true;
-        roStream.oMinutes.Add(roRunning.oPoint);
-        m_aoChanged.push_back(roRunning);
-        roRunning = {};
-    }
-    roRunning.eDirection = roFigures.eDirection;
-    roRunning.uiIndex = roFigures.uiIndex;
-    MinuteSummary_Add(roRunning, oSecond, flSeconds, roFigures.flPeriodSeconds);
-    m_aoChanged.push_back(roRunning);
-}
-
-std::span<const SMinuteSummary> CWatchHistory::Add(const SWatchSnapshot& roSnapshot)
-{
-    // The first second began about one before the first snapshot; later ones begin where the last one ended.
-    const int64_t iNowUtcNs = roSnapshot.oClock.iUtcNs;
-    const int64_t iBeginUtcNs = m_iLastUtcNs == 0 ? iNowUtcNs - iNsPerSecond : m_iLastUtcNs;
-    m_iLastUtcNs = iNowUtcNs;
-    m_aoChanged.clear();
-    for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
-    {
-        for (const SStreamFigures& roFigures : roDirection.aoStreams)
+        if (SStreamHistory* poStream = GetStream(roSecond.oKey))
         {
-            if (GetStream(roFigures.eDirection, roFigures.uiIndex) != nullptr)
-            {
-                AddStream(roFigures, iBeginUtcNs);
-            }
+            poStream->oSeconds.Add(roSecond.oPoint);
         }
     }
-    return m_aoChanged;
+    for (const SMinuteSummary& roMinute : aoMinutes)
+    {
+        SStreamHistory* poStream = GetStream(roMinute.oKey);
+        if (poStream == nullptr)
+        {
+            continue;
+        }
+        poStream->oRunning = roMinute.bIsComplete ? SMinuteSummary() : roMinute;
+        if (roMinute.bIsComplete)
+        {
+            poStream->oMinutes.Add(roMinute.oPoint);
+        }
+    }
 }
 
 void CWatchHistory::Find(const SHistoryQuery& roQuery, std::vector<SHistoryPoint>& raoPoints) const
 {
-    const SStreamHistory* poStream = GetStream(roQuery.eDirection, roQuery.uiIndex);
+    const SStreamHistory* poStream = GetStream(roQuery.oKey);
     if (poStream == nullptr)
     {
         return;
@@ -127,20 +66,21 @@ void CWatchHistory::Find(const SHistoryQuery& roQuery, std::vector<SHistoryPoint
     const CPointRing& roRing = roQuery.uiSeconds == 1 ? poStream->oSeconds : poStream->oMinutes;
     for (uint32_t uiPoint = 0; uiPoint < roRing.GetCount(); ++uiPoint)
     {
-        if (IsInRange(roRing[uiPoint], roQuery))
+        if (WatchQuery_Fits(roRing[uiPoint], roQuery))
         {
             raoPoints.push_back(roRing[uiPoint]);
         }
     }
-    if (roQuery.uiSeconds != 1 && poStream->oRunning.uiPoints > 0 && IsInRange(poStream->oRunning.oPoint, roQuery))
+    const SMinuteSummary& roRunning = poStream->oRunning;
+    if (roQuery.uiSeconds != 1 && roRunning.uiPoints > 0 && WatchQuery_Fits(roRunning.oPoint, roQuery))
     {
-        raoPoints.push_back(poStream->oRunning.oPoint);
+        raoPoints.push_back(roRunning.oPoint);
     }
 }
 
-int64_t CWatchHistory::GetBegin(EStreamDirection eDirection, uint32_t uiIndex, uint32_t uiSeconds) const
+int64_t CWatchHistory::GetBegin(const SStreamKey& roKey, uint32_t uiSeconds) const
 {
-    const SStreamHistory* poStream = GetStream(eDirection, uiIndex);
+    const SStreamHistory* poStream = GetStream(roKey);
     if (poStream == nullptr)
     {
         return INT64_MAX;
@@ -153,16 +93,17 @@ int64_t CWatchHistory::GetBegin(EStreamDirection eDirection, uint32_t uiIndex, u
     return uiSeconds != 1 && poStream->oRunning.uiPoints > 0 ? poStream->oRunning.oPoint.iUtcNs : INT64_MAX;
 }
 
-int64_t CWatchHistory::GetBegin(uint32_t uiSeconds) const
+SHistoryReach CWatchHistory::GetReach() const
 {
-    int64_t iBegin = INT64_MAX;
-    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    SHistoryReach oReach;
+    for (const EStreamDirection eDirection : aeDirections)
     {
-        const auto uiCount = static_cast<uint32_t>(m_aoStreams[static_cast<size_t>(eDirection)].size());
-        for (uint32_t uiIndex = 0; uiIndex < uiCount; ++uiIndex)
+        for (uint32_t uiIndex = 0; uiIndex < m_aoStreams[static_cast<size_t>(eDirection)].size(); ++uiIndex)
         {
-            iBegin = std::min(iBegin, GetBegin(eDirection, uiIndex, uiSeconds));
+            const SStreamKey oKey = {eDirection, uiIndex};
+            oReach.iSecondsFromUtcNs = std::min(oReach.iSecondsFromUtcNs, GetBegin(oKey, 1));
+            oReach.iMinutesFromUtcNs = std::min(oReach.iMinutesFromUtcNs, GetBegin(oKey, 60));
         }
     }
-    return iBegin;
+    return oReach;
 }

@@ -13,10 +13,7 @@
 class CStreamPort
 {
 public:
-    CStreamPort(VtDevice_Handle hDev, EStreamDirection eDirection, uint32_t uiIndex)
-        : m_hDev(hDev), m_eDirection(eDirection), m_uiIndex(uiIndex)
-    {
-    }
+    CStreamPort(VtDevice_Handle hDev, const SStreamKey& roKey) : m_hDev(hDev), m_oKey(roKey) {}
     ~CStreamPort() { Close(); }
     CStreamPort(const CStreamPort&) = delete;
     CStreamPort& operator=(const CStreamPort&) = delete;
@@ -38,8 +35,7 @@ private:
     void DescribeOutput(SStreamDescription& roDescription);
 
     VtDevice_Handle m_hDev;
-    const EStreamDirection m_eDirection;
-    const uint32_t m_uiIndex;
+    const SStreamKey m_oKey;
     VtVideoIn_Handle m_hInput = nullptr;
     VtVideoOut_Handle m_hOutput = nullptr;
     VTSTR64 m_szName = {};

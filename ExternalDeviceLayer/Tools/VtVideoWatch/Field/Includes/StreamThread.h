@@ -16,6 +16,7 @@
 #include "FieldRecord.h"
 #include "KrvTypes.h"
 #include "SpscRing.h"
+#include "StreamKey.h"
 #include "Veltrano.h"
 
 // What a stream is, with the texts that only the board can tell.
@@ -46,8 +47,7 @@ struct SStreamSetup
 
 struct SStreamChannel
 {
-    EStreamDirection eDirection = EStreamDirection::INPUT;
-    uint32_t uiIndex = 0;
+    SStreamKey oKey;
     CSpscRing<SFieldRecord> oFields{1024}; // a second at 1000 Hz
     CSpscRing<SDescriptionRecord> oDescriptions{8};
 };

@@ -58,7 +58,7 @@ void CBoardSession::ReadFacts()
 
 bool CBoardSession::CountStreams(std::string& rszFault)
 {
-    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    for (const EStreamDirection eDirection : aeDirections)
     {
         uint32_t uiCount = 0;
         const bool bIsInput = eDirection == EStreamDirection::INPUT;
@@ -77,8 +77,7 @@ bool CBoardSession::CountStreams(std::string& rszFault)
         for (uint32_t uiIndex = 0; uiIndex < uiCount; ++uiIndex)
         {
             auto poChannel = std::make_shared<SStreamChannel>();
-            poChannel->eDirection = eDirection;
-            poChannel->uiIndex = uiIndex;
+            poChannel->oKey = {eDirection, uiIndex};
             m_aoChannels[static_cast<size_t>(eDirection)].push_back(std::move(poChannel));
         }
     }

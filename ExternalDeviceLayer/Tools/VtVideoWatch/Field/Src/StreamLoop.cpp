@@ -24,7 +24,7 @@ void SleepNs(uint64_t uiNs)
 CStreamLoop::CStreamLoop(SStreamSetup& roSetup, SStreamChannel& roChannel)
     : m_roSetup(roSetup),
       m_roChannel(roChannel),
-      m_oPort(roSetup.hDev, roChannel.eDirection, roChannel.uiIndex),
+      m_oPort(roSetup.hDev, roChannel.oKey),
       m_flNsPerTick(static_cast<double>(iNsPerSecond) / roSetup.uiTickFrequencyHz)
 {
 }

@@ -29,9 +29,9 @@ EWaitResult ToResult(VtStatus eStatus)
 
 bool CStreamPort::Open()
 {
-    const bool bIsInput = m_eDirection == EStreamDirection::INPUT;
-    const VtStatus eStatus = bIsInput ? VtVideoIn_GetHandle(m_hDev, m_uiIndex, VtAccessMode_READONLY, &m_hInput)
-                                      : VtVideoOut_GetHandle(m_hDev, m_uiIndex, VtAccessMode_READONLY, &m_hOutput);
+    const bool bIsInput = m_oKey.eDirection == EStreamDirection::INPUT;
+    const VtStatus eStatus = bIsInput ? VtVideoIn_GetHandle(m_hDev, m_oKey.uiIndex, VtAccessMode_READONLY, &m_hInput)
+                                      : VtVideoOut_GetHandle(m_hDev, m_oKey.uiIndex, VtAccessMode_READONLY, &m_hOutput);
     if (eStatus < 0)
     {
         m_hInput = nullptr;
@@ -39,7 +39,7 @@ bool CStreamPort::Open()
     }
     if (IsOpen())
     {
-        static_cast<void>(FindConnectorName(m_hDev, m_uiIndex, bIsInput ? 1 : 0, m_szName));
+        static_cast<void>(FindConnectorName(m_hDev, m_oKey.uiIndex, bIsInput ? 1 : 0, m_szName));
     }
     return IsOpen();
 }
@@ -64,7 +64,7 @@ void CStreamPort::Wait(SFieldRecord& roRecord)
     roRecord = {};
     roRecord.uiWaitBeginNs = ReadMonotonicNs();
     const VtStatus eStatus =
-        m_eDirection == EStreamDirection::INPUT
+        m_oKey.eDirection == EStreamDirection::INPUT
             ? VtVideoIn_WaitForFieldStart(m_hInput, uiFieldWaitTimeOutMs, &roRecord.uiFieldCounter, &roRecord.uiTick,
                                           &bIsTopField)
             : VtVideoOut_WaitForFieldStart(m_hOutput, uiFieldWaitTimeOutMs, &roRecord.uiFieldCounter,
@@ -79,7 +79,7 @@ void CStreamPort::Describe(SDescriptionRecord& roRecord)
     SStreamDescription& roDescription = roRecord.oDescription;
     roDescription = {};
     roDescription.uiMomentNs = ReadMonotonicNs();
-    if (m_eDirection == EStreamDirection::INPUT)
+    if (m_oKey.eDirection == EStreamDirection::INPUT)
     {
         DescribeInput(roDescription);
     }
@@ -107,7 +107,7 @@ void CStreamPort::DescribeInput(SStreamDescription& roDescription)
     static_cast<void>(VtVideoIn_GetCaptureState(m_hInput, &roDescription.eCaptureState, &uiTotal,
                                                 &roDescription.uiReadyBufferCount, &roDescription.uiLoanBufferCount,
                                                 &uiInternal));
-    const VtBoard_CaptureSkipBufferCountIn oIn = {m_uiIndex};
+    const VtBoard_CaptureSkipBufferCountIn oIn = {m_oKey.uiIndex};
     VtBoard_CaptureSkipBufferCountOut oOut = {};
     roDescription.bHasSkippedBuffers = VtBoard_CustomCall(m_hDev, VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT,
                                                           &oIn, sizeof(oIn), &oOut, sizeof(oOut)) == VtStatus_OK;

@@ -1,12 +1,12 @@
 #include "StreamThread.h"
 
-#include <cstdio>
 #include <pthread.h>
 #include <sched.h>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "StreamId.h"
 #include "StreamLoop.h"
 
 namespace
@@ -16,10 +16,7 @@ constexpr int iRealTimePriority = 1; // the lowest: above all ordinary work, bel
 
 void NameThread(const SStreamChannel& roChannel)
 {
-    char szName[16];
-    std::snprintf(szName, sizeof(szName), "%s_%02u", roChannel.eDirection == EStreamDirection::INPUT ? "IN" : "OUT",
-                  roChannel.uiIndex);
-    pthread_setname_np(pthread_self(), szName);
+    pthread_setname_np(pthread_self(), StreamId_Print(roChannel.oKey).c_str());
 }
 
 void AskForRealTime(SStreamSetup& roSetup)

@@ -7,10 +7,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "TimeUnits.h"
 #include "WatchEngine.h"
-
-constexpr int64_t iNsPerSecond = 1'000'000'000;
-constexpr int64_t iNsPerMinute = 60 * iNsPerSecond;
 
 /* A clock now, nanoseconds. */
 inline int64_t ReadClockNs(clockid_t iClock)

@@ -15,8 +15,7 @@
 #include <thread>
 
 #include "HttpServer.h"
-#include "LastEvents.h"
-#include "WatchData.h"
+#include "WatchReader.h"
 
 // Listeners at once; the next one is told to come back later.
 constexpr uint32_t uiMostListeners = 16;
@@ -25,7 +24,7 @@ constexpr uint32_t uiMostListeners = 16;
 class CLiveHub
 {
 public:
-    explicit CLiveHub(SWatchData& roData);
+    explicit CLiveHub(IWatchReader& roReader);
     ~CLiveHub();
     CLiveHub(const CLiveHub&) = delete;
     CLiveHub& operator=(const CLiveHub&) = delete;
@@ -55,8 +54,7 @@ private:
     void Serve(const HttpWriter& roWriter, std::optional<uint64_t> oAfter);
     std::string PrintEvents(uint64_t uiAfter, uint64_t& ruiNewest) const;
 
-    SWatchData& m_roData;
-    CLastEvents m_oLastEvents;
+    IWatchReader& m_roReader;
     mutable std::mutex m_oMutex;
     std::condition_variable m_oChanged;
     MessagePtr m_poMessage;

@@ -1,6 +1,6 @@
 /*
  * The answers under /api/v1/ but for the live ones: figures, pairs, history and events as JSON (docs/api/), and whether
- * the watch is well. Reads through WatchData alone.
+ * the watch is well. Reads through WatchReader.h alone.
  */
 #ifndef WATCH_API_H
 #define WATCH_API_H
@@ -10,14 +10,13 @@
 #include <string>
 
 #include "HttpServer.h"
-#include "LastEvents.h"
-#include "WatchData.h"
+#include "WatchReader.h"
 
 // Thread-safe.
 class CWatchApi
 {
 public:
-    explicit CWatchApi(SWatchData& roData) : m_roData(roData), m_oLastEvents(roData) {}
+    explicit CWatchApi(IWatchReader& roReader) : m_roReader(roReader) {}
 
     SHttpAnswer AnswerStreams(const SHttpRequest& roRequest);
     SHttpAnswer AnswerPairs(const SHttpRequest& roRequest);
@@ -30,7 +29,7 @@ private:
     struct SMade
     {
         std::mutex oMutex;
-        std::shared_ptr<const SWatchPublication> poFrom;
+        WatchPublicationPtr poFrom;
         std::shared_ptr<const std::string> poText;
     };
 
@@ -39,8 +38,7 @@ private:
     std::string MakeStreams(const SWatchPublication& roPublication);
     std::string MakePairs(const SWatchPublication& roPublication);
 
-    SWatchData& m_roData;
-    CLastEvents m_oLastEvents;
+    IWatchReader& m_roReader;
     SMade m_oStreams;
     SMade m_oPairs;
 };

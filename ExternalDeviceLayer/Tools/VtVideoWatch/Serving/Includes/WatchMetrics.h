@@ -11,7 +11,7 @@
 #include <string>
 
 #include "HttpServer.h"
-#include "WatchData.h"
+#include "WatchPublication.h"
 
 // What the serving itself costs.
 struct SServingCosts
@@ -23,7 +23,6 @@ struct SServingCosts
 };
 
 /* The whole answer to a scrape; without a publication only what does not need one. Thread-safe. */
-std::string WatchMetrics_Print(const std::shared_ptr<const SWatchPublication>& rpoPublication,
-                               const SServingCosts& roServing);
+std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing);
 
 #endif

@@ -1,6 +1,6 @@
 /*
  * Everything that the watch serves, on one address: metrics, JSON, the live stream, the page. It reads through
- * WatchData alone and has threads of its own.
+ * WatchReader.h alone and has threads of its own.
  *
  *   /               the page, and its files beside it
  *   /metrics        for Prometheus
@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "WatchData.h"
+#include "WatchReader.h"
 
 struct SWatchServer;
 void WatchServer_Stop(SWatchServer* poServer);
@@ -29,12 +29,12 @@ bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem)
 
 /*
  * Starts to serve.
- *   roData      in   must outlive the server
+ *   roReader    in   must outlive the server
  *   szListen    in   ADDRESS:PORT, see HttpServer_Start
  *   rszProblem  out  one line that says why it could not be
  * Null when it could not be. One thread at a time, like the end.
  */
-WatchServerPtr WatchServer_Start(SWatchData& roData, const std::string& szListen, std::string& rszProblem);
+WatchServerPtr WatchServer_Start(IWatchReader& roReader, const std::string& szListen, std::string& rszProblem);
 
 /* The address in use, "127.0.0.1:9843". Thread-safe. */
 const std::string& WatchServer_GetAddress(const SWatchServer& roServer);

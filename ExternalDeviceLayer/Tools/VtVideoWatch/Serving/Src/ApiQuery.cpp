@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <charconv>
 
+#include "StreamId.h"
+#include "WatchTexts.h"
+
 namespace
 {
 
@@ -119,7 +122,7 @@ std::vector<std::string> CApiQuery::GetList(const char* szName) const
 SStreamKey CApiQuery::GetStream(const char* szName)
 {
     const auto oValue = m_oValues.find(szName);
-    const auto oStream = oValue == m_oValues.end() ? std::nullopt : WatchTexts_FindStream(oValue->second);
+    const auto oStream = oValue == m_oValues.end() ? std::nullopt : StreamId_Find(oValue->second);
     if (!oStream)
     {
         SetProblem("parameter " + std::string(szName) + ": give one stream, as in IN_00 or OUT_03");

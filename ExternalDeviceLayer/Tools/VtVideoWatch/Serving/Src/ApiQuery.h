@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "WatchTexts.h"
+#include "StreamKey.h"
 
 class CApiQuery
 {

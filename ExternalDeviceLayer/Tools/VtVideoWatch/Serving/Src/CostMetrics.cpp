@@ -71,7 +71,7 @@ void CollectWakes(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     roFamily.name = "vt_video_wake_latency_seconds";
     roFamily.help = "How long after a field's start the watch had it in hand.";
     roFamily.type = MetricType::Histogram;
-    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    for (const EStreamDirection eDirection : aeDirections)
     {
         prometheus::ClientMetric& roMetric = roFamily.metric.emplace_back();
         roMetric.label.push_back({"direction", WatchTexts_GetDirection(eDirection)});

@@ -4,6 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "TimeUnits.h"
+#include "WatchTexts.h"
+
 namespace
 {
 
@@ -98,7 +101,6 @@ std::vector<const SHistoryColumn*> HistoryJson_FindColumns(CApiQuery& roQuery)
 void HistoryJson_AddColumns(CJson& roJson, std::span<const SHistoryPoint> aoPoints,
                             std::span<const SHistoryColumn* const> apoColumns)
 {
-    constexpr int64_t iNsPerMillisecond = 1'000'000;
     CJson oMoments = CJson::array();
     for (const SHistoryPoint& roPoint : aoPoints)
     {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ApiQuery.h"
+#include "HistoryPoint.h"
 #include "WatchJson.h"
 
 struct SHistoryColumn

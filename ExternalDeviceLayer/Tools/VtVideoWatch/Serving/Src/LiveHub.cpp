@@ -28,7 +28,7 @@ std::string PrintMessage(const char* szEvent, uint64_t uiId, const CJson& roJson
 
 } // namespace
 
-CLiveHub::CLiveHub(SWatchData& roData) : m_roData(roData), m_oLastEvents(roData)
+CLiveHub::CLiveHub(IWatchReader& roReader) : m_roReader(roReader)
 {
     const CSignalsBlocked oBlocked;
     m_oThread = std::thread([this] { Run(); });
@@ -70,7 +70,7 @@ void CLiveHub::Run()
         const uint64_t uiEventsAfter = m_poMessage == nullptr ? UINT64_MAX : m_poMessage->uiNewestEvent;
         oLock.unlock();
         const auto oBegin = std::chrono::steady_clock::now();
-        const auto poLatest = WatchData_AwaitNewer(m_roData, uiKnown, uiWaitMs);
+        const auto poLatest = m_roReader.AwaitNewer(uiKnown, uiWaitMs);
         MessagePtr poMessage = poLatest == nullptr ? nullptr : Make(*poLatest, uiEventsAfter);
         oLock.lock();
         if (poMessage != nullptr)
@@ -91,7 +91,7 @@ std::string CLiveHub::PrintEvents(uint64_t uiAfter, uint64_t& ruiNewest) const
     SEventQuery oQuery;
     oQuery.uiAfterNumber = uiAfter;
     oQuery.uiMost = uiMostEvents + 1;
-    std::vector<SWatchEvent> aoEvents = WatchData_FindEvents(m_roData, oQuery);
+    std::vector<SWatchEvent> aoEvents = m_roReader.FindEvents(oQuery);
     if (aoEvents.empty())
     {
         return {};
@@ -116,14 +116,13 @@ CLiveHub::MessagePtr CLiveHub::Make(const SWatchPublication& roPublication, uint
     {
         SEventQuery oNewest;
         oNewest.uiMost = 1;
-        const std::vector<SWatchEvent> aoNewest = WatchData_FindEvents(m_roData, oNewest);
+        const std::vector<SWatchEvent> aoNewest = m_roReader.FindEvents(oNewest);
         uiEventsAfter = aoNewest.empty() ? 0 : aoNewest.front().uiNumber;
     }
     poMessage->uiEventsAfter = uiEventsAfter;
     poMessage->uiNewestEvent = uiEventsAfter;
     poMessage->szEvents = PrintEvents(uiEventsAfter, poMessage->uiNewestEvent);
-    poMessage->szSnapshot = PrintMessage("snapshot", poMessage->uiNewestEvent,
-                                         LiveJson_FromPublication(roPublication, m_oLastEvents.Find(roPublication)));
+    poMessage->szSnapshot = PrintMessage("snapshot", poMessage->uiNewestEvent, LiveJson_FromPublication(roPublication));
     return poMessage;
 }
 

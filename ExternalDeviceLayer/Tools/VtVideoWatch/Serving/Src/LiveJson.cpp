@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "StreamId.h"
 #include "WatchTexts.h"
 
 namespace
@@ -52,9 +53,9 @@ CJson FromSecondsTo(double flSeconds)
     return flSeconds < 0.0 ? CJson() : CJson(WatchJson_Round(flSeconds, iErrorDigits + 1));
 }
 
-CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts, std::span<const SWatchEvent> aoEvents)
+CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
-    return {{"id", WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex)},
+    return {{"id", StreamId_Print(roStream.oKey)},
             {"name", roTexts.szName},
             {"standard", roTexts.szStandard},
             {"state", WatchTexts_GetState(roStream.eState)},
@@ -69,11 +70,10 @@ CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts
             {"fields_lost", roStream.oCounters.uiFieldsLost},
             {"fields_unobserved", roStream.oCounters.uiFieldsUnobserved},
             {"signal_losses", roStream.oCounters.uiSignalLosses},
-            {"last_event", WatchJson_FromLastEvent(roStream.uiLastEvent, aoEvents)}};
+            {"last_event", WatchJson_FromLastEvent(roStream.oLastEvent)}};
 }
 
-CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection,
-                    std::span<const SWatchEvent> aoEvents)
+CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
     const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     CJson oGroups = CJson::array();
@@ -84,31 +84,26 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
     CJson oStreams = CJson::array();
     for (const SStreamFigures& roStream : roFigures.aoStreams)
     {
-        const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
-        oStreams.push_back(FromLiveStream(roStream, roTexts, aoEvents));
+        const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
+        oStreams.push_back(FromLiveStream(roStream, roTexts));
     }
-    return {{"reference",
-             roFigures.bHasReference ? CJson(WatchTexts_GetStreamId(eDirection, roFigures.uiReference)) : CJson()},
-            {"groups", std::move(oGroups)},
-            {"streams", std::move(oStreams)}};
+    return {
+        {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},
+        {"groups", std::move(oGroups)},
+        {"streams", std::move(oStreams)}};
 }
 
 uint64_t CountLateWakes(const SWatchSnapshot& roSnapshot)
 {
     uint64_t uiLateWakes = 0;
-    for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
-    {
-        for (const SStreamFigures& roStream : roDirection.aoStreams)
-        {
-            uiLateWakes += roStream.oCounters.uiLateWakes;
-        }
-    }
+    WatchPublication_ForEachStream(roSnapshot, [&uiLateWakes](const SStreamFigures& roStream)
+                                   { uiLateWakes += roStream.oCounters.uiLateWakes; });
     return uiLateWakes;
 }
 
 } // namespace
 
-CJson LiveJson_FromPublication(const SWatchPublication& roPublication, std::span<const SWatchEvent> aoEvents)
+CJson LiveJson_FromPublication(const SWatchPublication& roPublication)
 {
     const SWatchCosts& roCosts = roPublication.oCosts;
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
@@ -119,6 +114,6 @@ CJson LiveJson_FromPublication(const SWatchPublication& roPublication, std::span
             {"store_failing", roCosts.bStoreIsFailing},
             {"journal_failing", roCosts.bJournalIsFailing},
             {"directions",
-             {{"input", FromDirection(roPublication, EStreamDirection::INPUT, aoEvents)},
-              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT, aoEvents)}}}};
+             {{"input", FromDirection(roPublication, EStreamDirection::INPUT)},
+              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT)}}}};
 }

@@ -4,11 +4,8 @@
 #ifndef LIVE_JSON_H
 #define LIVE_JSON_H
 
-#include <span>
-
 #include "WatchJson.h"
 
-/* A snapshot; aoEvents holds the newest event of every stream. */
-CJson LiveJson_FromPublication(const SWatchPublication& roPublication, std::span<const SWatchEvent> aoEvents);
+CJson LiveJson_FromPublication(const SWatchPublication& roPublication);
 
 #endif

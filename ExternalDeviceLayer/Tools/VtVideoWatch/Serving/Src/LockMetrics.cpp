@@ -25,16 +25,16 @@ void CollectLockStates(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     CFamily oFamily(raoFamilies, "vt_video_lock_state",
                     "1 for the state of the lock against the direction's reference, 0 for the others.",
                     MetricType::Gauge);
-    ForEachStream(roSnapshot,
-                  [&](const SStreamFigures& roStream)
-                  {
-                      for (size_t i = 0; i < static_cast<size_t>(ELockState::COUNT); ++i)
-                      {
-                          const auto eLock = static_cast<ELockState>(i);
-                          oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetLock(eLock)),
-                                      roStream.eLock == eLock ? 1.0 : 0.0);
-                      }
-                  });
+    WatchPublication_ForEachStream(roSnapshot,
+                                   [&](const SStreamFigures& roStream)
+                                   {
+                                       for (size_t i = 0; i < static_cast<size_t>(ELockState::COUNT); ++i)
+                                       {
+                                           const auto eLock = static_cast<ELockState>(i);
+                                           oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetLock(eLock)),
+                                                       roStream.eLock == eLock ? 1.0 : 0.0);
+                                       }
+                                   });
 }
 
 uint32_t GetGroup(const SDirectionFigures& roDirection, uint32_t uiIndex)
@@ -58,7 +58,7 @@ void CollectGroups(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     {
         for (const SStreamFigures& roStream : roDirection.aoStreams)
         {
-            oFamily.Add(MetricLabels_Get(roStream), GetGroup(roDirection, roStream.uiIndex));
+            oFamily.Add(MetricLabels_Get(roStream), GetGroup(roDirection, roStream.oKey.uiIndex));
         }
     }
 }

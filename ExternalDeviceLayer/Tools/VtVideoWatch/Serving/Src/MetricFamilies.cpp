@@ -33,8 +33,8 @@ CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName, con
 {
     CLabels oLabels;
     oLabels.reserve(szName == nullptr ? 2 : 3);
-    oLabels.push_back({"direction", WatchTexts_GetDirection(roStream.eDirection)});
-    oLabels.push_back({"index", std::to_string(roStream.uiIndex)});
+    oLabels.push_back({"direction", WatchTexts_GetDirection(roStream.oKey.eDirection)});
+    oLabels.push_back({"index", std::to_string(roStream.oKey.uiIndex)});
     if (szName != nullptr)
     {
         oLabels.push_back({szName, szValue});

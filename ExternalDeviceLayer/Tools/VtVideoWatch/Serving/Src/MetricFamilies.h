@@ -10,7 +10,7 @@
 
 #include <prometheus/metric_family.h>
 
-#include "WatchData.h"
+#include "WatchPublication.h"
 
 using CFamilies = std::vector<prometheus::MetricFamily>;
 using CLabels = std::vector<prometheus::ClientMetric::Label>;
@@ -32,18 +32,6 @@ private:
 
 /* Of a stream, with one more label if szName is given. */
 CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName = nullptr, const char* szValue = nullptr);
-
-/* One per stream of both directions. */
-template <typename FVisit> void ForEachStream(const SWatchSnapshot& roSnapshot, const FVisit& roVisit)
-{
-    for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
-    {
-        for (const SStreamFigures& roStream : roDirection.aoStreams)
-        {
-            roVisit(roStream);
-        }
-    }
-}
 
 /* The parts of a scrape. */
 void StreamMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);

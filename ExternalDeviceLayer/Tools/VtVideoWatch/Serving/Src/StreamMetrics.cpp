@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "StreamId.h"
 #include "WatchJson.h"
 #include "WatchTexts.h"
 
@@ -79,15 +80,15 @@ void CollectCounters(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     for (const SCounterMetric& roCounter : aoCounters)
     {
         CFamily oFamily(raoFamilies, roCounter.szName, roCounter.szHelp, MetricType::Counter);
-        ForEachStream(roSnapshot,
-                      [&](const SStreamFigures& roStream)
-                      {
-                          if (IsMeant(roCounter.eOnly, roStream.eDirection))
-                          {
-                              oFamily.Add(MetricLabels_Get(roStream),
-                                          static_cast<double>(roCounter.oGet(roStream.oCounters)));
-                          }
-                      });
+        WatchPublication_ForEachStream(roSnapshot,
+                                       [&](const SStreamFigures& roStream)
+                                       {
+                                           if (IsMeant(roCounter.eOnly, roStream.oKey.eDirection))
+                                           {
+                                               oFamily.Add(MetricLabels_Get(roStream),
+                                                           static_cast<double>(roCounter.oGet(roStream.oCounters)));
+                                           }
+                                       });
     }
 }
 
@@ -152,12 +153,12 @@ void CollectFigures(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     for (const SFigureMetric& roFigure : aoFigures)
     {
         CFamily oFamily(raoFamilies, roFigure.szName, roFigure.szHelp, roFigure.eType);
-        ForEachStream(roSnapshot,
-                      [&](const SStreamFigures& roStream)
-                      {
-                          oFamily.AddKnown(MetricLabels_Get(roStream), roFigure.oIsKnown(roStream),
-                                           WatchJson_Round(roFigure.oGet(roStream), roFigure.iDigits));
-                      });
+        WatchPublication_ForEachStream(roSnapshot,
+                                       [&](const SStreamFigures& roStream)
+                                       {
+                                           oFamily.AddKnown(MetricLabels_Get(roStream), roFigure.oIsKnown(roStream),
+                                                            WatchJson_Round(roFigure.oGet(roStream), roFigure.iDigits));
+                                       });
     }
 }
 
@@ -181,7 +182,7 @@ void CollectWindows(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     CFamily oTdev(raoFamilies, "vt_video_tdev_seconds", "Time deviation of the field starts.", MetricType::Gauge);
     CFamily oTdevError(raoFamilies, "vt_video_tdev_stderr_seconds", "Standard error of the time deviation.",
                        MetricType::Gauge);
-    ForEachStream(
+    WatchPublication_ForEachStream(
         roSnapshot,
         [&](const SStreamFigures& roStream)
         {
@@ -202,35 +203,35 @@ void CollectWindows(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
 void CollectInfo(const SWatchPublication& roPublication, CFamilies& raoFamilies)
 {
     CFamily oFamily(raoFamilies, "vt_video_stream_info", "Names and formats of a stream; always 1.", MetricType::Gauge);
-    ForEachStream(roPublication.oSnapshot,
-                  [&](const SStreamFigures& roStream)
-                  {
-                      const SStreamTexts& roTexts =
-                          WatchJson_GetTexts(roPublication, roStream.eDirection, roStream.uiIndex);
-                      CLabels oLabels = MetricLabels_Get(roStream, "name", "");
-                      oLabels.back().value = WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex);
-                      oLabels.push_back({"connector", roTexts.szName});
-                      oLabels.push_back({"format", roTexts.szFormat});
-                      oLabels.push_back({"standard", roTexts.szStandard});
-                      oLabels.push_back({"setup", roTexts.szCapture});
-                      oFamily.Add(std::move(oLabels), 1.0);
-                  });
+    WatchPublication_ForEachStream(roPublication.oSnapshot,
+                                   [&](const SStreamFigures& roStream)
+                                   {
+                                       const SStreamTexts& roTexts =
+                                           WatchPublication_GetTexts(roPublication, roStream.oKey);
+                                       CLabels oLabels = MetricLabels_Get(roStream, "name", "");
+                                       oLabels.back().value = StreamId_Print(roStream.oKey);
+                                       oLabels.push_back({"connector", roTexts.szName});
+                                       oLabels.push_back({"format", roTexts.szFormat});
+                                       oLabels.push_back({"standard", roTexts.szStandard});
+                                       oLabels.push_back({"setup", roTexts.szCapture});
+                                       oFamily.Add(std::move(oLabels), 1.0);
+                                   });
 }
 
 void CollectStates(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
 {
     CFamily oFamily(raoFamilies, "vt_video_stream_state", "1 for the state that the stream is in, 0 for the others.",
                     MetricType::Gauge);
-    ForEachStream(roSnapshot,
-                  [&](const SStreamFigures& roStream)
-                  {
-                      for (size_t i = 0; i < static_cast<size_t>(EStreamState::COUNT); ++i)
-                      {
-                          const auto eState = static_cast<EStreamState>(i);
-                          oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetState(eState)),
-                                      roStream.eState == eState ? 1.0 : 0.0);
-                      }
-                  });
+    WatchPublication_ForEachStream(roSnapshot,
+                                   [&](const SStreamFigures& roStream)
+                                   {
+                                       for (size_t i = 0; i < static_cast<size_t>(EStreamState::COUNT); ++i)
+                                       {
+                                           const auto eState = static_cast<EStreamState>(i);
+                                           oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetState(eState)),
+                                                       roStream.eState == eState ? 1.0 : 0.0);
+                                       }
+                                   });
 }
 
 } // namespace

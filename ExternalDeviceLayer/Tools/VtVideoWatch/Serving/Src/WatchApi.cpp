@@ -8,8 +8,11 @@
 #include <nlohmann/json.hpp>
 
 #include "ApiQuery.h"
+#include "EventKinds.h"
 #include "HistoryJson.h"
+#include "StreamId.h"
 #include "WatchJson.h"
+#include "WatchTexts.h"
 
 namespace
 {
@@ -17,8 +20,6 @@ namespace
 constexpr const char* szJson = "application/json";
 constexpr uint64_t uiMostEvents = 1000;
 constexpr uint64_t uiMostPoints = 60000;
-constexpr int64_t iNsPerSecond = 1'000'000'000;
-constexpr int64_t iNsPerMillisecond = 1'000'000;
 // The watch publishes once a second: what is older than this is no longer a picture of now.
 constexpr double flMostAgeSeconds = 5.0;
 
@@ -45,7 +46,7 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
     }
     for (const std::string& rszId : roQuery.GetList("stream"))
     {
-        const auto oStream = WatchTexts_FindStream(rszId);
+        const auto oStream = StreamId_Find(rszId);
         if (!oStream)
         {
             roQuery.SetProblem("parameter stream: give streams as in IN_00,OUT_03");
@@ -57,7 +58,7 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
     roEvents.uiKinds = roQuery.Has("kind") ? 0 : ~0ULL;
     for (const std::string& rszKind : roQuery.GetList("kind"))
     {
-        const auto oKind = WatchTexts_FindEventKind(rszKind);
+        const auto oKind = EventKind_Find(rszKind);
         if (!oKind)
         {
             roQuery.SetProblem("parameter kind: there are no events of the kind \"" + rszKind + "\"");
@@ -69,10 +70,8 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
 
 SHistoryQuery ReadHistoryQuery(CApiQuery& roQuery, int64_t iNowUtcNs)
 {
-    const SStreamKey oStream = roQuery.GetStream("stream");
     SHistoryQuery oHistory;
-    oHistory.eDirection = oStream.eDirection;
-    oHistory.uiIndex = oStream.uiIndex;
+    oHistory.oKey = roQuery.GetStream("stream");
     oHistory.uiSeconds = static_cast<uint32_t>(roQuery.GetNumber("step", 1, 1, 60));
     if (oHistory.uiSeconds != 1 && oHistory.uiSeconds != 60)
     {
@@ -104,7 +103,7 @@ template <typename TRecord> bool CutSurplus(std::vector<TRecord>& raoRecords, si
 
 CJson FromReach(int64_t iUtcNs)
 {
-    return iUtcNs == 0 ? CJson() : CJson(iUtcNs / iNsPerMillisecond);
+    return iUtcNs == INT64_MAX ? CJson() : CJson(iUtcNs / iNsPerMillisecond);
 }
 
 } // namespace
@@ -116,7 +115,7 @@ SHttpAnswer CWatchApi::AnswerMade(const SHttpRequest& roRequest, SMade& roMade, 
     {
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
-    const auto poLatest = WatchData_GetLatest(m_roData);
+    const auto poLatest = m_roReader.GetLatest();
     if (poLatest == nullptr)
     {
         return AnswerTooEarly();
@@ -135,7 +134,7 @@ SHttpAnswer CWatchApi::AnswerMade(const SHttpRequest& roRequest, SMade& roMade, 
 
 std::string CWatchApi::MakeStreams(const SWatchPublication& roPublication)
 {
-    return WatchJson_Print(WatchJson_FromStreams(roPublication, m_oLastEvents.Find(roPublication))) + "\n";
+    return WatchJson_Print(WatchJson_FromStreams(roPublication)) + "\n";
 }
 
 std::string CWatchApi::MakePairs(const SWatchPublication& roPublication)
@@ -156,7 +155,7 @@ SHttpAnswer CWatchApi::AnswerPairs(const SHttpRequest& roRequest)
 SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)
 {
     constexpr std::array aszNames = {"stream", "from", "to", "step", "fields", "limit"};
-    const auto poLatest = WatchData_GetLatest(m_roData);
+    const auto poLatest = m_roReader.GetLatest();
     if (poLatest == nullptr)
     {
         return AnswerTooEarly();
@@ -168,15 +167,16 @@ SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)
     {
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
-    const std::string szId = WatchTexts_GetStreamId(oHistory.eDirection, oHistory.uiIndex);
-    if (oHistory.uiIndex >= poLatest->oSnapshot.aoDirections[static_cast<size_t>(oHistory.eDirection)].aoStreams.size())
+    const std::string szId = StreamId_Print(oHistory.oKey);
+    if (oHistory.oKey.uiIndex >=
+        poLatest->oSnapshot.aoDirections[static_cast<size_t>(oHistory.oKey.eDirection)].aoStreams.size())
     {
         return HttpAnswer_MakeError(404, "there is no stream " + szId);
     }
     const uint32_t uiMost = oHistory.uiMost++;
-    std::vector<SHistoryPoint> aoPoints = WatchData_FindHistory(m_roData, oHistory);
+    std::vector<SHistoryPoint> aoPoints = m_roReader.FindHistory(oHistory);
     const bool bIsTruncated = CutSurplus(aoPoints, uiMost, false);
-    const SHistoryReach oReach = WatchData_GetReach(m_roData);
+    const SHistoryReach oReach = m_roReader.GetReach();
     CJson oJson = {{"stream", szId},
                    {"step", oHistory.uiSeconds},
                    {"from", oHistory.iFromUtcNs / iNsPerMillisecond},
@@ -208,7 +208,7 @@ SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
     oEvents.uiMost = static_cast<uint32_t>(uiMost + 1);
-    std::vector<SWatchEvent> aoEvents = WatchData_FindEvents(m_roData, oEvents);
+    std::vector<SWatchEvent> aoEvents = m_roReader.FindEvents(oEvents);
     const bool bIsTruncated = CutSurplus(aoEvents, uiMost, true);
     CJson oJson = {{"events", CJson::array()}, {"truncated", bIsTruncated}};
     for (const SWatchEvent& roEvent : aoEvents)
@@ -221,7 +221,7 @@ SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
 SHttpAnswer CWatchApi::AnswerHealth(const SHttpRequest& /*roRequest*/)
 {
     constexpr const char* szText = "text/plain; charset=utf-8";
-    const auto poLatest = WatchData_GetLatest(m_roData);
+    const auto poLatest = m_roReader.GetLatest();
     if (poLatest == nullptr)
     {
         return HttpAnswer_Make(503, szText, "the first snapshot is not there yet\n");

@@ -35,7 +35,7 @@ void CollectServing(const SServingCosts& roServing, CFamilies& raoFamilies)
 class CWatchCollectable : public prometheus::Collectable
 {
 public:
-    CWatchCollectable(std::shared_ptr<const SWatchPublication> poPublication, const SServingCosts& roServing)
+    CWatchCollectable(WatchPublicationPtr poPublication, const SServingCosts& roServing)
         : m_poPublication(std::move(poPublication)), m_oServing(roServing)
     {
     }
@@ -56,14 +56,13 @@ public:
     }
 
 private:
-    std::shared_ptr<const SWatchPublication> m_poPublication;
+    WatchPublicationPtr m_poPublication;
     SServingCosts m_oServing;
 };
 
 } // namespace
 
-std::string WatchMetrics_Print(const std::shared_ptr<const SWatchPublication>& rpoPublication,
-                               const SServingCosts& roServing)
+std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing)
 {
     const CWatchCollectable oCollectable(rpoPublication, roServing);
     return prometheus::TextSerializer().Serialize(oCollectable.Collect());

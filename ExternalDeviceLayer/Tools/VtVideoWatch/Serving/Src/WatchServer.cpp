@@ -13,9 +13,12 @@
 
 struct SWatchServer
 {
-    explicit SWatchServer(SWatchData& roWatchData) : roData(roWatchData), oApi(roWatchData), oHub(roWatchData) {}
+    explicit SWatchServer(IWatchReader& roWatchReader)
+        : roReader(roWatchReader), oApi(roWatchReader), oHub(roWatchReader)
+    {
+    }
 
-    SWatchData& roData;
+    IWatchReader& roReader;
     CWatchApi oApi;
     CLiveHub oHub;
     std::mutex oScrapeMutex; // one scrape at a time: a second one would only slow down both
@@ -37,7 +40,7 @@ SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp)
     oCosts.uiScrapes = roServer.uiScrapes;
     oCosts.flScrapeSeconds = roServer.flScrapeSeconds;
     SHttpAnswer oAnswer = HttpAnswer_Make(200, "text/plain; version=0.0.4; charset=utf-8",
-                                          WatchMetrics_Print(WatchData_GetLatest(roServer.roData), oCosts));
+                                          WatchMetrics_Print(roServer.roReader.GetLatest(), oCosts));
     roServer.flScrapeSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - oBegin).count();
     ++roServer.uiScrapes;
     return oAnswer;
@@ -85,9 +88,9 @@ bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem)
     return HttpSockets_ReadAddress(szListen, oAddress, rszProblem);
 }
 
-WatchServerPtr WatchServer_Start(SWatchData& roData, const std::string& szListen, std::string& rszProblem)
+WatchServerPtr WatchServer_Start(IWatchReader& roReader, const std::string& szListen, std::string& rszProblem)
 {
-    WatchServerPtr poServer(new SWatchServer(roData));
+    WatchServerPtr poServer(new SWatchServer(roReader));
     SWatchServer& roServer = *poServer;
     poServer->poHttp = HttpServer_Start(
         szListen,

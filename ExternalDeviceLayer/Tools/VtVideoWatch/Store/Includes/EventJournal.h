@@ -9,21 +9,29 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <span>
 #include <string>
 #include <thread>
 
-#include "WatchData.h"
 #include "WatchEvent.h"
+#include "WatchPublication.h"
 
 constexpr uint32_t uiMostWaitingLines = 10000;
 
 class CEventJournal
 {
 public:
-    /* szFile: a file that is appended to, or "-" for standard output. */
-    explicit CEventJournal(std::string szFile) : m_szFile(std::move(szFile)) {}
+    using PrintEvent = std::function<std::string(const SWatchEvent& roEvent)>;
+
+    /*
+     *   szFile   in  a file that is appended to, or "-" for standard output
+     *   fnPrint  in  an event's line, without its end; called by the writing thread
+     */
+    CEventJournal(std::string szFile, PrintEvent fnPrint) : m_szFile(std::move(szFile)), m_fnPrint(std::move(fnPrint))
+    {
+    }
     ~CEventJournal() { Close(); }
     CEventJournal(const CEventJournal&) = delete;
     CEventJournal& operator=(const CEventJournal&) = delete;
@@ -53,6 +61,7 @@ private:
     void Say(bool bIsWritten, const std::string& rszFault);
 
     const std::string m_szFile;
+    const PrintEvent m_fnPrint;
     int m_iFile = -1;         // the writing thread's, and the opening one's before it starts
     size_t m_uiLineBytes = 0; // of the first waiting line, that the file has already
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "MinuteSummary.h"
 #include "StoreFile.h"
-#include "WatchData.h"
+#include "WatchPublication.h"
+#include "WatchReader.h"
 
 // How a run of the program ended; numbers of the store.
 enum class ERunEnd : uint8_t
@@ -35,36 +35,35 @@ struct SStoreRun
 // A stream that has ever been watched.
 struct SStoreStream
 {
-    EStreamDirection eDirection = EStreamDirection::INPUT;
-    uint32_t uiIndex = 0;
+    SStreamKey oKey;
     SStreamTexts oTexts; // as they were last
 };
 
-class CStoreReader
+class CStoreReader : public IWatchArchive
 {
 public:
-    /* Opens the store; on a fault everything below finds nothing. */
-    EStoreOpen Open(const std::string& rszFile, std::string& rszFault);
-    bool IsOpen() const { return m_poFile != nullptr; }
+    explicit CStoreReader(std::string szFile) : m_szFile(std::move(szFile)) {}
 
-    /* Appends events that fit a query and are older than one, newest first; uiMost counts what is there already. */
-    void FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents);
+    /*
+     * Opens the store. Everything below tries that too, for the file may come into being later, and finds nothing while
+     * it cannot be done.
+     */
+    EStoreOpen Open(std::string& rszFault);
 
-    /* Appends the minutes of a stream that begin in a query's range, oldest first, at most uiMost, the newest ones. */
-    void FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes);
-
-    /* Begin of the oldest minute; INT64_MAX when there is none. */
-    int64_t GetBegin();
+    void FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents) override;
+    void FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes) override;
+    int64_t GetBegin() override;
 
     std::vector<SStoreRun> FindRuns(int64_t iFromUtcNs, int64_t iToUtcNs);
     std::vector<SStoreStream> FindStreams();
 
 private:
+    EStoreOpen Reach(std::string& rszFault);
+    CStoreStatement Ask(const std::string& rszSql);
+
+    const std::string m_szFile;
     std::mutex m_oMutex;
     StoreFilePtr m_poFile;
 };
-
-/* Whether an event fits a query: its moment, number, kind and stream; a lock group fits by any of its members. */
-bool StoreReader_Fits(const SWatchEvent& roEvent, const SEventQuery& roQuery);
 
 #endif

@@ -4,7 +4,7 @@
 #ifndef STORE_ROWS_H
 #define STORE_ROWS_H
 
-#include "MinuteSummary.h"
+#include "HistoryPoint.h"
 #include "StoreFile.h"
 #include "WatchEvent.h"
 
@@ -23,6 +23,7 @@ std::string StoreRows_GetPlaces(int iColumns);
 
 void StoreRows_Bind(CStoreStatement& roStatement, const SWatchEvent& roEvent);
 void StoreRows_Bind(CStoreStatement& roStatement, const SMinuteSummary& roSummary);
+SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement);
 SWatchEvent StoreRows_ReadEvent(CStoreStatement& roStatement);
 SMinuteSummary StoreRows_ReadMinute(CStoreStatement& roStatement);
 

@@ -6,6 +6,7 @@
 #ifndef STORE_WRITER_H
 #define STORE_WRITER_H
 
+#include <array>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -13,12 +14,12 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "StoreFile.h"
 #include "StoreLock.h"
-#include "WatchRun.h"
+#include "WatchStep.h"
 
 constexpr uint32_t uiMostWaitingEvents = 50000;
 constexpr uint32_t uiMostWaitingMinutes = 10000;
@@ -64,12 +65,12 @@ public:
     void AddCosts(SWatchCosts& roCosts);
 
 private:
-    using MinuteKey = std::tuple<int64_t, EStreamDirection, uint32_t>;
+    using MinuteKey = std::pair<int64_t, SStreamKey>;
     struct SWaiting
     {
         std::deque<SWatchEvent> aoEvents;
         std::map<MinuteKey, SMinuteSummary> aoMinutes;
-        std::shared_ptr<const SWatchPublication> poLatest;
+        WatchPublicationPtr poLatest;
         bool bIsLast = false;
     };
 
@@ -83,6 +84,7 @@ private:
     bool WriteMinutes(const SWaiting& roWaiting);
     bool WriteRun(const SWaiting& roWaiting);
     bool WriteStreams(const SWatchPublication& roPublication);
+    bool WriteStream(const SStreamKey& roKey, const SStreamTexts& roTexts);
     bool Prune(int64_t iNowUtcNs);
     void TakeBack(SWaiting& roWaiting);
     void Bound();
@@ -98,8 +100,8 @@ private:
     int64_t m_iBeginUtcNs = 0;
     int64_t m_iNextPruneUtcNs = 0;
     uint64_t m_uiShift = 0; // added to event numbers when the store was reached too late to be asked for its last one
-    std::vector<SStreamTexts> m_aoWrittenTexts;
-    std::shared_ptr<const SWatchPublication> m_poLatest;
+    std::array<std::vector<SStreamTexts>, 2> m_aaoWrittenTexts;
+    WatchPublicationPtr m_poLatest;
 
     std::mutex m_oMutex; // guards the rest
     std::condition_variable m_oMore;

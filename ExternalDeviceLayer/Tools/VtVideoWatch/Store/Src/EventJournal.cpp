@@ -4,13 +4,11 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
-#include <nlohmann/json.hpp>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "Notice.h"
-#include "WatchJson.h"
 
 namespace
 {
@@ -181,7 +179,7 @@ bool CEventJournal::WriteWaiting(std::string& rszFault)
             {
                 break;
             }
-            szLine = WatchJson_Print(WatchJson_FromEvent(m_aoWaiting.front())) + "\n";
+            szLine = m_fnPrint(m_aoWaiting.front()) + "\n";
         }
         bIsWritten = WriteLine(szLine);
         if (bIsWritten)

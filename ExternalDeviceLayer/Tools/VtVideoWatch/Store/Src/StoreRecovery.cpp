@@ -21,7 +21,7 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
         std::string("INSERT INTO events(") + szEventColumns + ") VALUES " + StoreRows_GetPlaces(iEventColumns);
     CStoreStatement oInsert(poFile, szSql.c_str());
     uint64_t uiNumber = StoreRecovery_GetLastEvent(poFile);
-    for (const EStreamDirection eDirection : {EStreamDirection::INPUT, EStreamDirection::OUTPUT})
+    for (const EStreamDirection eDirection : aeDirections)
     {
         for (uint32_t uiIndex = 0; uiIndex < roRun.auiStreams[static_cast<size_t>(eDirection)]; ++uiIndex)
         {
@@ -29,8 +29,7 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
             oEvent.uiNumber = ++uiNumber;
             oEvent.iUtcNs = roRun.iEndUtcNs;
             oEvent.eKind = EWatchEventKind::WATCH_ENDED;
-            oEvent.eDirection = eDirection;
-            oEvent.uiIndex = uiIndex;
+            oEvent.oKey = {eDirection, uiIndex};
             StoreRows_Bind(oInsert, oEvent);
             if (!oInsert.Run())
             {
@@ -78,7 +77,7 @@ uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile)
 bool StoreRecovery_Run(sqlite3* poFile, int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
     const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile) &&
-                         PutMinutesAway(poFile, MinuteSummary_GetBegin(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
+                         PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
     if (!bIsDone)
     {
         static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));

@@ -12,11 +12,6 @@ template <typename TEnum> TEnum ReadEnum(CStoreStatement& roStatement)
     return iValue >= 0 && iValue < static_cast<int64_t>(TEnum::COUNT) ? static_cast<TEnum>(iValue) : TEnum{};
 }
 
-EStreamDirection ReadDirection(CStoreStatement& roStatement)
-{
-    return roStatement.GetInt() == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT;
-}
-
 void BindEstimate(CStoreStatement& roStatement, const SEstimate& roEstimate)
 {
     // A number that is none becomes NULL, and so does what is not known.
@@ -51,10 +46,16 @@ std::string StoreRows_GetPlaces(int iColumns)
     return szPlaces + ")";
 }
 
+SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement)
+{
+    const bool bIsInput = roStatement.GetInt() == 0;
+    return {bIsInput ? EStreamDirection::INPUT : EStreamDirection::OUTPUT, roStatement.GetUint32()};
+}
+
 void StoreRows_Bind(CStoreStatement& roStatement, const SWatchEvent& roEvent)
 {
     roStatement.Bind(roEvent.uiNumber).Bind(roEvent.iUtcNs).Bind(roEvent.uiTick).Bind(ToNumber(roEvent.eKind));
-    roStatement.Bind(ToNumber(roEvent.eDirection)).Bind(roEvent.uiIndex).Bind(roEvent.uiCount);
+    roStatement.Bind(ToNumber(roEvent.oKey.eDirection)).Bind(roEvent.oKey.uiIndex).Bind(roEvent.uiCount);
     roStatement.Bind(roEvent.uiBefore).Bind(roEvent.uiAfter).Bind(roEvent.flBefore).Bind(roEvent.flAfter);
     roStatement.Bind(roEvent.flSeconds).Bind(roEvent.uiGroup).Bind(roEvent.uiMembers);
 }
@@ -66,8 +67,7 @@ SWatchEvent StoreRows_ReadEvent(CStoreStatement& roStatement)
     oEvent.iUtcNs = roStatement.GetInt();
     oEvent.uiTick = roStatement.GetUint();
     oEvent.eKind = ReadEnum<EWatchEventKind>(roStatement);
-    oEvent.eDirection = ReadDirection(roStatement);
-    oEvent.uiIndex = roStatement.GetUint32();
+    oEvent.oKey = StoreRows_ReadKey(roStatement);
     oEvent.uiCount = roStatement.GetUint();
     oEvent.uiBefore = roStatement.GetUint();
     oEvent.uiAfter = roStatement.GetUint();
@@ -82,7 +82,7 @@ SWatchEvent StoreRows_ReadEvent(CStoreStatement& roStatement)
 void StoreRows_Bind(CStoreStatement& roStatement, const SMinuteSummary& roSummary)
 {
     const SHistoryPoint& roPoint = roSummary.oPoint;
-    roStatement.Bind(ToNumber(roSummary.eDirection)).Bind(roSummary.uiIndex).Bind(roPoint.iUtcNs);
+    roStatement.Bind(ToNumber(roSummary.oKey.eDirection)).Bind(roSummary.oKey.uiIndex).Bind(roPoint.iUtcNs);
     roStatement.Bind(roSummary.uiPoints).Bind(roSummary.uiRatePoints).Bind(roSummary.uiPhasePoints);
     roStatement.Bind(roPoint.uiFields).Bind(roPoint.uiObserved).Bind(roPoint.uiLost).Bind(roPoint.uiUnobserved);
     roStatement.Bind(roPoint.uiSkipped)
@@ -99,8 +99,7 @@ SMinuteSummary StoreRows_ReadMinute(CStoreStatement& roStatement)
 {
     SMinuteSummary oSummary;
     SHistoryPoint& roPoint = oSummary.oPoint;
-    oSummary.eDirection = ReadDirection(roStatement);
-    oSummary.uiIndex = roStatement.GetUint32();
+    oSummary.oKey = StoreRows_ReadKey(roStatement);
     roPoint.iUtcNs = roStatement.GetInt();
     roPoint.uiSeconds = 60;
     oSummary.uiPoints = roStatement.GetUint32();

@@ -11,9 +11,6 @@
 namespace
 {
 
-constexpr int64_t iNsPerHour = 60 * iNsPerMinute;
-constexpr int64_t iNsPerDay = 24 * iNsPerHour;
-
 bool HasMoved(sqlite3* poFile)
 {
     int iHasMoved = 0;
@@ -74,7 +71,7 @@ void CStoreWriter::Put(const SWatchStep& roStep)
         m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.end(), roStep.aoEvents.begin(), roStep.aoEvents.end());
         for (const SMinuteSummary& roMinute : roStep.aoMinutes)
         {
-            m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.eDirection, roMinute.uiIndex}] = roMinute;
+            m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.oKey}] = roMinute;
         }
         m_oWaiting.poLatest = roStep.poPublication;
         Bound();
@@ -160,7 +157,7 @@ void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
         static_cast<void>(StoreFile_Run(m_poFile.get(), "ROLLBACK"));
         m_iRun = m_poFile == nullptr ? 0 : iRunBefore;
         m_iNextPruneUtcNs = 0;
-        m_aoWrittenTexts.clear();
+        m_aaoWrittenTexts = {};
         TakeBack(roWaiting);
     }
     Say(bIsWritten, szFault);
@@ -178,7 +175,7 @@ bool CStoreWriter::Reach(std::string& rszFault)
         return true;
     }
     m_iRun = 0;
-    m_aoWrittenTexts.clear();
+    m_aaoWrittenTexts = {};
     if (OpenFile(rszFault) != EStoreOpen::OPENED)
     {
         return false;
@@ -238,8 +235,8 @@ bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
                                 "INSERT INTO runs(begin_ns, end_ns, is_closed, host, board, board_version, inputs, "
                                 "outputs) VALUES (?, 0, 0, ?, ?, ?, ?, ?)");
         oInsert.Bind(m_iBeginUtcNs).Bind(roLatest.szHost).Bind(roLatest.szBoard).Bind(roLatest.uiBoardVersion);
-        oInsert.Bind(static_cast<uint64_t>(roLatest.aoInputTexts.size()));
-        oInsert.Bind(static_cast<uint64_t>(roLatest.aoOutputTexts.size()));
+        oInsert.Bind(static_cast<uint64_t>(roLatest.aaoTexts[0].size()));
+        oInsert.Bind(static_cast<uint64_t>(roLatest.aaoTexts[1].size()));
         if (!oInsert.Run())
         {
             return false;
@@ -292,32 +289,37 @@ bool CStoreWriter::WriteMinutes(const SWaiting& roWaiting)
 
 bool CStoreWriter::WriteStreams(const SWatchPublication& roPublication)
 {
-    std::vector<SStreamTexts> aoTexts = roPublication.aoInputTexts;
-    aoTexts.insert(aoTexts.end(), roPublication.aoOutputTexts.begin(), roPublication.aoOutputTexts.end());
-    m_aoWrittenTexts.resize(aoTexts.size());
-    CStoreStatement oInsert;
-    for (size_t uiStream = 0; uiStream < aoTexts.size(); ++uiStream)
+    for (const EStreamDirection eDirection : aeDirections)
     {
-        const SStreamTexts& roTexts = aoTexts[uiStream];
-        SStreamTexts& roWritten = m_aoWrittenTexts[uiStream];
-        if (roWritten.szId == roTexts.szId && roWritten.szName == roTexts.szName &&
-            roWritten.szStandard == roTexts.szStandard && roWritten.szFormat == roTexts.szFormat)
+        const std::vector<SStreamTexts>& raoTexts = roPublication.aaoTexts[static_cast<size_t>(eDirection)];
+        std::vector<SStreamTexts>& raoWritten = m_aaoWrittenTexts[static_cast<size_t>(eDirection)];
+        raoWritten.resize(raoTexts.size());
+        for (uint32_t uiIndex = 0; uiIndex < raoTexts.size(); ++uiIndex)
         {
-            continue;
+            const SStreamTexts& roTexts = raoTexts[uiIndex];
+            SStreamTexts& roWritten = raoWritten[uiIndex];
+            const bool bIsKnown = roWritten.szId == roTexts.szId && roWritten.szName == roTexts.szName &&
+                                  roWritten.szStandard == roTexts.szStandard && roWritten.szFormat == roTexts.szFormat;
+            if (bIsKnown)
+            {
+                continue;
+            }
+            if (!WriteStream({eDirection, uiIndex}, roTexts))
+            {
+                return false;
+            }
+            roWritten = roTexts;
         }
-        const bool bIsInput = uiStream < roPublication.aoInputTexts.size();
-        oInsert = CStoreStatement(m_poFile.get(), "INSERT OR REPLACE INTO streams(direction, stream, name, standard, "
-                                                  "format) VALUES (?, ?, ?, ?, ?)");
-        oInsert.Bind(static_cast<int64_t>(bIsInput ? 0 : 1));
-        oInsert.Bind(static_cast<uint64_t>(uiStream - (bIsInput ? 0 : roPublication.aoInputTexts.size())));
-        oInsert.Bind(roTexts.szName).Bind(roTexts.szStandard).Bind(roTexts.szFormat);
-        if (!oInsert.Run())
-        {
-            return false;
-        }
-        roWritten = roTexts;
     }
     return true;
+}
+
+bool CStoreWriter::WriteStream(const SStreamKey& roKey, const SStreamTexts& roTexts)
+{
+    CStoreStatement oInsert(m_poFile.get(), "INSERT OR REPLACE INTO streams(direction, stream, name, standard, format) "
+                                            "VALUES (?, ?, ?, ?, ?)");
+    oInsert.Bind(static_cast<int64_t>(roKey.eDirection)).Bind(roKey.uiIndex);
+    return oInsert.Bind(roTexts.szName).Bind(roTexts.szStandard).Bind(roTexts.szFormat).Run();
 }
 
 // Once an hour. Stream by stream, because that is how minutes are ordered.

@@ -1,6 +1,6 @@
 /*
- * The words of the watch: what states, events, windows and streams are called in every answer, metric and line that it
- * writes. All of them are snake_case. No state; any thread.
+ * The words of the watch: what states and windows are called, and how a moment is written, in every answer, metric and
+ * line that it writes. All of them are snake_case. No state; any thread.
  */
 #ifndef WATCH_TEXTS_H
 #define WATCH_TEXTS_H
@@ -10,38 +10,17 @@
 #include <string>
 #include <string_view>
 
-#include "WatchEvent.h"
 #include "WatchSnapshot.h"
 
 // Values outside of the enumeration are "unknown" throughout.
 const char* WatchTexts_GetDirection(EStreamDirection eDirection);
 const char* WatchTexts_GetState(EStreamState eState);
 const char* WatchTexts_GetLock(ELockState eLock);
-const char* WatchTexts_GetEventKind(EWatchEventKind eKind);
 const char* WatchTexts_GetCaptureState(VtVideoIn_State eState);
 const char* WatchTexts_GetPowerState(VtVideoOut_PowerState eState);
 
 // "1s" to "1000s".
 const char* WatchTexts_GetRateWindow(ERateWindow eWindow);
-
-// The other way round; nothing for a word that stands for none.
-std::optional<EStreamDirection> WatchTexts_FindDirection(std::string_view szText);
-std::optional<ELockState> WatchTexts_FindLock(std::string_view szText);
-std::optional<EWatchEventKind> WatchTexts_FindEventKind(std::string_view szText);
-
-// A stream by its direction and index.
-struct SStreamKey
-{
-    EStreamDirection eDirection = EStreamDirection::INPUT;
-    uint32_t uiIndex = 0;
-    bool operator==(const SStreamKey&) const = default;
-};
-
-/* "IN_00", "OUT_31". */
-std::string WatchTexts_GetStreamId(EStreamDirection eDirection, uint32_t uiIndex);
-
-/* The stream that an identity such as "IN_00" names; nothing unless it is spelt exactly so and below 32. */
-std::optional<SStreamKey> WatchTexts_FindStream(std::string_view szId);
 
 /* A moment, nanoseconds since 1970-01-01 UTC, as ISO 8601 with nine decimals: "2026-11-21T22:05:37.000000000Z". */
 std::string WatchTexts_GetUtc(int64_t iUtcNs);

@@ -6,6 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "EventKinds.h"
+#include "StreamId.h"
 #include "WatchTexts.h"
 
 namespace
@@ -106,7 +108,7 @@ CJson FromTai(const SStreamFigures& roStream)
 
 const char* GetSetupState(const SStreamFigures& roStream)
 {
-    return roStream.eDirection == EStreamDirection::INPUT
+    return roStream.oKey.eDirection == EStreamDirection::INPUT
                ? WatchTexts_GetCaptureState(roStream.oDescription.eCaptureState)
                : WatchTexts_GetPowerState(roStream.oDescription.ePowerState);
 }
@@ -114,9 +116,9 @@ const char* GetSetupState(const SStreamFigures& roStream)
 // Who the stream is and what it carries.
 CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
-    return {{"id", WatchTexts_GetStreamId(roStream.eDirection, roStream.uiIndex)},
-            {"index", roStream.uiIndex},
-            {"direction", WatchTexts_GetDirection(roStream.eDirection)},
+    return {{"id", StreamId_Print(roStream.oKey)},
+            {"index", roStream.oKey.uiIndex},
+            {"direction", WatchTexts_GetDirection(roStream.oKey.eDirection)},
             {"name", roTexts.szName},
             {"standard", roTexts.szStandard},
             {"format", roTexts.szFormat},
@@ -127,19 +129,18 @@ CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
             {"line_seconds", roStream.flLineSeconds > 0.0 ? CJson(roStream.flLineSeconds) : CJson()}};
 }
 
-CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection,
-                    std::span<const SWatchEvent> aoEvents)
+CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
     const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     CJson oStreams = CJson::array();
     for (const SStreamFigures& roStream : roFigures.aoStreams)
     {
-        const SStreamTexts& roTexts = WatchJson_GetTexts(roPublication, eDirection, roStream.uiIndex);
-        oStreams.push_back(WatchJson_FromStream(roStream, roTexts, aoEvents));
+        const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
+        oStreams.push_back(WatchJson_FromStream(roStream, roTexts));
     }
-    return {{"reference",
-             roFigures.bHasReference ? CJson(WatchTexts_GetStreamId(eDirection, roFigures.uiReference)) : CJson()},
-            {"streams", std::move(oStreams)}};
+    return {
+        {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},
+        {"streams", std::move(oStreams)}};
 }
 
 CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirection)
@@ -159,9 +160,10 @@ CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirectio
 
 CJson FromThreshold(const SWatchSnapshot& roSnapshot)
 {
-    const bool bIsInSeconds = roSnapshot.flThresholdSeconds > 0.0;
-    return {{"seconds", bIsInSeconds ? CJson(roSnapshot.flThresholdSeconds) : CJson()},
-            {"lines", bIsInSeconds ? CJson() : CJson(roSnapshot.flThresholdLines)}};
+    const SLockThreshold& roThreshold = roSnapshot.oThreshold;
+    const bool bIsInSeconds = roThreshold.flSeconds > 0.0;
+    return {{"seconds", bIsInSeconds ? CJson(roThreshold.flSeconds) : CJson()},
+            {"lines", bIsInSeconds ? CJson() : CJson(roThreshold.flLines)}};
 }
 
 std::string GetVersionText(uint64_t uiVersion)
@@ -186,21 +188,18 @@ CJson WatchJson_FromEstimate(const SEstimate& roEstimate, const char* szValueNam
     return {{szValueName, roEstimate.flValue}, {szStdErrName, roEstimate.flStdErr}};
 }
 
-CJson WatchJson_FromLastEvent(uint64_t uiNumber, std::span<const SWatchEvent> aoEvents)
+CJson WatchJson_FromLastEvent(const SLastEvent& roEvent)
 {
-    if (uiNumber == 0)
+    if (roEvent.uiNumber == 0)
     {
         return {};
     }
-    const auto oEvent = std::ranges::find(aoEvents, uiNumber, &SWatchEvent::uiNumber);
-    const bool bIsKnown = oEvent != aoEvents.end();
-    return {{"number", uiNumber},
-            {"kind", bIsKnown ? CJson(WatchTexts_GetEventKind(oEvent->eKind)) : CJson()},
-            {"utc", bIsKnown ? CJson(WatchTexts_GetUtc(oEvent->iUtcNs)) : CJson()}};
+    return {{"number", roEvent.uiNumber},
+            {"kind", EventKind_Get(roEvent.eKind).szName},
+            {"utc", WatchTexts_GetUtc(roEvent.iUtcNs)}};
 }
 
-CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& roTexts,
-                           std::span<const SWatchEvent> aoEvents)
+CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
     const double flLine = roStream.flLineSeconds;
     CJson oJson = FromIdentity(roStream, roTexts);
@@ -217,14 +216,14 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
     oJson["seconds_to_threshold"] = FromSecondsTo(roStream.flSecondsToThreshold);
     oJson["seconds_to_slip"] = FromSecondsTo(roStream.flSecondsToSlip);
     oJson["tai"] = FromTai(roStream);
-    oJson["last_event"] = WatchJson_FromLastEvent(roStream.uiLastEvent, aoEvents);
+    oJson["last_event"] = WatchJson_FromLastEvent(roStream.oLastEvent);
     return oJson;
 }
 
 CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair)
 {
-    return {{"first", WatchTexts_GetStreamId(eDirection, roPair.uiFirst)},
-            {"second", WatchTexts_GetStreamId(eDirection, roPair.uiSecond)},
+    return {{"first", StreamId_Print({eDirection, roPair.uiFirst})},
+            {"second", StreamId_Print({eDirection, roPair.uiSecond})},
             {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines,
                                   roPair.flOffsetLines != 0.0 || roPair.oOffsetSeconds.flValue == 0.0)},
             {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
@@ -265,7 +264,7 @@ CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot)
             {"tick_frequency_hz", roSnapshot.uiTickFrequencyHz}};
 }
 
-CJson WatchJson_FromStreams(const SWatchPublication& roPublication, std::span<const SWatchEvent> aoEvents)
+CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
 {
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
             {"host", roPublication.szHost},
@@ -278,8 +277,8 @@ CJson WatchJson_FromStreams(const SWatchPublication& roPublication, std::span<co
             {"threshold", FromThreshold(roPublication.oSnapshot)},
             {"costs", WatchJson_FromCosts(roPublication.oCosts)},
             {"directions",
-             {{"input", FromDirection(roPublication, EStreamDirection::INPUT, aoEvents)},
-              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT, aoEvents)}}}};
+             {{"input", FromDirection(roPublication, EStreamDirection::INPUT)},
+              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT)}}}};
 }
 
 CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
@@ -290,15 +289,6 @@ CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
             {"directions",
              {{"input", FromPairsOf(raoDirections[0], EStreamDirection::INPUT)},
               {"output", FromPairsOf(raoDirections[1], EStreamDirection::OUTPUT)}}}};
-}
-
-const SStreamTexts& WatchJson_GetTexts(const SWatchPublication& roPublication, EStreamDirection eDirection,
-                                       uint32_t uiIndex)
-{
-    static const SStreamTexts oNone;
-    const auto& raoTexts =
-        eDirection == EStreamDirection::INPUT ? roPublication.aoInputTexts : roPublication.aoOutputTexts;
-    return uiIndex < raoTexts.size() ? raoTexts[uiIndex] : oNone;
 }
 
 double WatchJson_Round(double flValue, int iDigits)

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
@@ -17,35 +19,6 @@ constexpr std::array<const char*, 5> aszLocks = {"locked", "passing", "free", "i
 static_assert(aszLocks.size() == static_cast<size_t>(ELockState::COUNT));
 constexpr std::array<const char*, 4> aszRateWindows = {"1s", "10s", "100s", "1000s"};
 static_assert(aszRateWindows.size() == static_cast<size_t>(ERateWindow::COUNT));
-
-// In the order of EWatchEventKind.
-constexpr std::array<const char*, 24> aszEventKinds = {
-    "watch_began",       //
-    "watch_ended",       //
-    "state_changed",     //
-    "signal_lost",       //
-    "signal_back",       //
-    "fields_lost",       //
-    "fields_unobserved", //
-    "counter_repeated",  //
-    "counter_backward",  //
-    "field_early",       //
-    "field_late",        //
-    "phase_stepped",     //
-    "timings_changed",   //
-    "format_changed",    //
-    "capture_changed",   //
-    "power_changed",     //
-    "buffers_skipped",   //
-    "buffers_repeated",  //
-    "buffers_overwritten",
-    "lock_changed",      //
-    "reference_changed", //
-    "group_formed",      //
-    "group_changed",     //
-    "group_ended",
-};
-static_assert(aszEventKinds.size() == static_cast<size_t>(EWatchEventKind::COUNT));
 
 template <typename EValue> struct SValueName
 {
@@ -85,22 +58,6 @@ const char* GetName(const SValueName<EValue> (&raoNames)[uiCount], EValue eValue
     }
     return szUnknown;
 }
-
-template <typename EValue, size_t uiCount>
-std::optional<EValue> FindValue(const std::array<const char*, uiCount>& raszNames, std::string_view szText)
-{
-    for (size_t i = 0; i < uiCount; ++i)
-    {
-        if (szText == raszNames[i])
-        {
-            return static_cast<EValue>(i);
-        }
-    }
-    return std::nullopt;
-}
-
-constexpr int64_t iNsPerSecond = 1'000'000'000;
-constexpr int64_t iNsPerMillisecond = 1'000'000;
 
 // Takes a number of exactly so many digits, and what follows it, off the front of a text.
 bool TakeDigits(std::string_view& rszText, size_t uiDigits, char chAfter, int& riValue)
@@ -201,10 +158,6 @@ const char* WatchTexts_GetLock(ELockState eLock)
 {
     return GetName(aszLocks, eLock);
 }
-const char* WatchTexts_GetEventKind(EWatchEventKind eKind)
-{
-    return GetName(aszEventKinds, eKind);
-}
 const char* WatchTexts_GetCaptureState(VtVideoIn_State eState)
 {
     return GetName(aoCaptureStates, eState);
@@ -216,45 +169,6 @@ const char* WatchTexts_GetPowerState(VtVideoOut_PowerState eState)
 const char* WatchTexts_GetRateWindow(ERateWindow eWindow)
 {
     return GetName(aszRateWindows, eWindow);
-}
-
-std::optional<EStreamDirection> WatchTexts_FindDirection(std::string_view szText)
-{
-    return FindValue<EStreamDirection>(aszDirections, szText);
-}
-
-std::optional<ELockState> WatchTexts_FindLock(std::string_view szText)
-{
-    return FindValue<ELockState>(aszLocks, szText);
-}
-
-std::optional<EWatchEventKind> WatchTexts_FindEventKind(std::string_view szText)
-{
-    return FindValue<EWatchEventKind>(aszEventKinds, szText);
-}
-
-std::string WatchTexts_GetStreamId(EStreamDirection eDirection, uint32_t uiIndex)
-{
-    char szId[24];
-    std::snprintf(szId, sizeof(szId), "%s_%02u", eDirection == EStreamDirection::INPUT ? "IN" : "OUT", uiIndex);
-    return szId;
-}
-
-std::optional<SStreamKey> WatchTexts_FindStream(std::string_view szId)
-{
-    SStreamKey oKey;
-    oKey.eDirection = szId.starts_with("OUT_") ? EStreamDirection::OUTPUT : EStreamDirection::INPUT;
-    const size_t uiPrefix = oKey.eDirection == EStreamDirection::OUTPUT ? 4 : 3;
-    if (szId.size() != uiPrefix + 2 || szId[uiPrefix] < '0' || szId[uiPrefix + 1] < '0')
-    {
-        return std::nullopt;
-    }
-    oKey.uiIndex = static_cast<uint32_t>((szId[uiPrefix] - '0') * 10 + (szId[uiPrefix + 1] - '0'));
-    if (oKey.uiIndex >= uiMaxStreamsPerDirection || WatchTexts_GetStreamId(oKey.eDirection, oKey.uiIndex) != szId)
-    {
-        return std::nullopt;
-    }
-    return oKey;
 }
 
 std::string WatchTexts_GetUtc(int64_t iUtcNs)

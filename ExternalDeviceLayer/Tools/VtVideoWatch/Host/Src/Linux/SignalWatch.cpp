@@ -13,8 +13,6 @@
 namespace
 {
 
-constexpr uint64_t uiNsPerMs = 1'000'000;
-
 void Raise(int iEvent)
 {
     static_cast<void>(eventfd_write(iEvent, 1));
@@ -79,7 +77,7 @@ void CSignalWatch::Run()
             EndProcess();
         }
         pollfd aoFiles[] = {{m_iSignals, POLLIN, 0}, {m_iOver, POLLIN, 0}};
-        const int iTimeOutMs = uiLimitNs == 0 ? -1 : static_cast<int>((uiLimitNs - uiNowNs) / uiNsPerMs) + 1;
+        const int iTimeOutMs = uiLimitNs == 0 ? -1 : static_cast<int>((uiLimitNs - uiNowNs) / iNsPerMillisecond) + 1;
         poll(aoFiles, std::size(aoFiles), iTimeOutMs);
         signalfd_siginfo oSignal = {};
         bool bEnds = false;
@@ -97,7 +95,7 @@ void CSignalWatch::Run()
         }
         if (bEnds && uiLimitNs == 0)
         {
-            uiLimitNs = ReadMonotonicNs() + m_uiEndMs * uiNsPerMs;
+            uiLimitNs = ReadMonotonicNs() + m_uiEndMs * iNsPerMillisecond;
         }
     }
 }

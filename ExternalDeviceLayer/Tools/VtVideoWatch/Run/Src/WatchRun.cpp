@@ -7,17 +7,16 @@
 #include <utility>
 
 #include "ProcessCosts.h"
+#include "StreamId.h"
 #include "VideoTexts.h"
 #include "WatchClocks.h"
-#include "WatchDataWriter.h"
-#include "WatchTexts.h"
 
 namespace
 {
 
 constexpr uint64_t uiDrainPeriodNs = 50'000'000;
 constexpr uint64_t uiStallNs = 2'000'000; // so late, this thread did not just wake up slowly
-constexpr uint64_t uiAnalysisPeriodNs = 1'000'000'000;
+constexpr uint64_t uiAnalysisPeriodNs = iNsPerSecond;
 
 std::string GetHostName()
 {
@@ -34,8 +33,11 @@ void SleepUntil(uint64_t uiMomentNs)
 
 } // namespace
 
-CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchData& roData, SWatchRunSetup oSetup)
-    : m_roSession(roSession), m_roData(roData), m_oSetup(std::move(oSetup)), m_uiLastEvent(m_oSetup.uiEventsBefore)
+CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
+    : m_roSession(roSession),
+      m_oSetup(std::move(oSetup)),
+      m_oHistory(m_oSetup.aoRunning),
+      m_uiLastEvent(m_oSetup.oSettings.uiEventsBefore)
 {
     const SBoardFacts& roFacts = roSession.GetFacts();
     const std::array<StreamChannels, 2>& raoChannels = roSession.GetChannels();
@@ -54,15 +56,10 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchData& roData, SWatchR
     {
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
-            GetTexts(rpoChannel->eDirection).emplace_back().szId =
-                WatchTexts_GetStreamId(rpoChannel->eDirection, rpoChannel->uiIndex);
+            const SStreamKey& roKey = rpoChannel->oKey;
+            m_oTemplate.aaoTexts[static_cast<size_t>(roKey.eDirection)].emplace_back().szId = StreamId_Print(roKey);
         }
     }
-}
-
-std::vector<SStreamTexts>& CWatchRun::GetTexts(EStreamDirection eDirection)
-{
-    return eDirection == EStreamDirection::INPUT ? m_oTemplate.aoInputTexts : m_oTemplate.aoOutputTexts;
 }
 
 void CWatchRun::Start()
@@ -117,38 +114,28 @@ void CWatchRun::Drain()
     {
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
-            const EStreamDirection eDirection = rpoChannel->eDirection;
-            const uint32_t uiIndex = rpoChannel->uiIndex;
+            const SStreamKey& roKey = rpoChannel->oKey;
             rpoChannel->oFields.Drain([&](const SFieldRecord& roRecord)
-                                      { WatchEngine_TakeRecord(*m_poEngine, eDirection, uiIndex, roRecord); });
+                                      { WatchEngine_TakeRecord(*m_poEngine, roKey, roRecord); });
             rpoChannel->oDescriptions.Drain([&](const SDescriptionRecord& roRecord)
-                                            { TakeDescription(eDirection, uiIndex, roRecord); });
+                                            { TakeDescription(roKey, roRecord); });
         }
     }
 }
 
-void CWatchRun::TakeDescription(EStreamDirection eDirection, uint32_t uiIndex, const SDescriptionRecord& roRecord)
+void CWatchRun::TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord)
 {
     const SStreamDescription& roDescription = roRecord.oDescription;
-    WatchEngine_TakeDescription(*m_poEngine, eDirection, uiIndex, roDescription);
-    SStreamTexts& roTexts = GetTexts(eDirection)[uiIndex];
+    WatchEngine_TakeDescription(*m_poEngine, roKey, roDescription);
+    SStreamTexts& roTexts = m_oTemplate.aaoTexts[static_cast<size_t>(roKey.eDirection)][roKey.uiIndex];
     VTSTR256 szStandard = {};
     FormatVideoParam(&roDescription.oTimings, 0, szStandard);
     roTexts.szName = roRecord.szName;
     roTexts.szStandard = szStandard;
     roTexts.szFormat = roRecord.szFormat;
-    roTexts.szCapture = eDirection == EStreamDirection::INPUT ? VtVideoInStateToString(roDescription.eCaptureState)
-                                                              : PowerStateToString(roDescription.ePowerState);
-}
-
-void CWatchRun::AddEvents(std::span<const SWatchEvent> aoEvents)
-{
-    for (SWatchEvent oEvent : aoEvents)
-    {
-        oEvent.uiNumber += m_oSetup.uiEventsBefore;
-        m_uiLastEvent = std::max(m_uiLastEvent, oEvent.uiNumber);
-        m_aoEvents.push_back(oEvent);
-    }
+    roTexts.szCapture = roKey.eDirection == EStreamDirection::INPUT
+                            ? VtVideoInStateToString(roDescription.eCaptureState)
+                            : PowerStateToString(roDescription.ePowerState);
 }
 
 void CWatchRun::EndWatch(const SClockReading& roClock)
@@ -161,8 +148,7 @@ void CWatchRun::EndWatch(const SClockReading& roClock)
             oEvent.uiNumber = ++m_uiLastEvent;
             oEvent.iUtcNs = roClock.iUtcNs;
             oEvent.eKind = EWatchEventKind::WATCH_ENDED;
-            oEvent.eDirection = rpoChannel->eDirection;
-            oEvent.uiIndex = rpoChannel->uiIndex;
+            oEvent.oKey = rpoChannel->oKey;
             m_aoEvents.push_back(oEvent);
         }
     }
@@ -179,7 +165,9 @@ void CWatchRun::FillCosts(SWatchCosts& roCosts)
         }
     }
     roCosts.flAnalysisSeconds = m_flAnalysisSeconds;
-    ProcessCosts_Fill(roCosts);
+    const SProcessCosts oProcess = ProcessCosts_Read();
+    roCosts.flCpuSeconds = oProcess.flCpuSeconds;
+    roCosts.uiResidentBytes = oProcess.uiResidentBytes;
     if (m_oSetup.fnAddCosts)
     {
         m_oSetup.fnAddCosts(roCosts);
@@ -195,31 +183,17 @@ void CWatchRun::Analyse(bool bIsLast)
         WatchEngine_EndEpisodes(*m_poEngine);
     }
     const SClockReading oClock = ReadClocks();
-    if (bIsLast)
-    {
-        WatchEngine_EndEpisodes(*m_poEngine);
-    }
     WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot);
-    m_aoEvents.clear();
-    AddEvents(WatchEngine_TakeEvents(*m_poEngine));
+    const std::span<const SWatchEvent> aoEvents = WatchEngine_TakeEvents(*m_poEngine);
+    m_aoEvents.assign(aoEvents.begin(), aoEvents.end());
+    m_uiLastEvent = aoEvents.empty() ? m_uiLastEvent : aoEvents.back().uiNumber;
     if (bIsLast)
     {
         EndWatch(oClock);
     }
-    for (SDirectionFigures& roDirection : poPublication->oSnapshot.aoDirections)
-    {
-        for (SStreamFigures& roFigures : roDirection.aoStreams)
-        {
-            roFigures.uiLastEvent += roFigures.uiLastEvent == 0 ? 0 : m_oSetup.uiEventsBefore;
-        }
-    }
+    m_oHistory.Take(poPublication->oSnapshot);
     m_flAnalysisSeconds = static_cast<double>(ReadMonotonicNs() - uiBeginNs) * 1e-9;
     FillCosts(poPublication->oCosts);
-    const std::shared_ptr<const SWatchPublication> poPublished = std::move(poPublication);
-    const std::span<const SMinuteSummary> aoMinutes = WatchData_Publish(m_roData, poPublished, m_aoEvents);
-    if (m_oSetup.fnTake)
-    {
-        m_oSetup.fnTake({poPublished, m_aoEvents, aoMinutes});
-    }
+    m_oSetup.fnTake({std::move(poPublication), m_aoEvents, m_oHistory.GetSeconds(), m_oHistory.GetMinutes()});
     m_uiProgress.fetch_add(1, std::memory_order_relaxed);
 }

@@ -5,19 +5,21 @@
 
 #include "WatchClocks.h"
 
-void ProcessCosts_Fill(SWatchCosts& roCosts)
+SProcessCosts ProcessCosts_Read()
 {
-    roCosts.flCpuSeconds = static_cast<double>(ReadClockNs(CLOCK_PROCESS_CPUTIME_ID)) * 1e-9;
+    SProcessCosts oCosts;
+    oCosts.flCpuSeconds = static_cast<double>(ReadClockNs(CLOCK_PROCESS_CPUTIME_ID)) * 1e-9;
     std::FILE* poFile = std::fopen("/proc/self/statm", "re");
     if (poFile == nullptr)
     {
-        return;
+        return oCosts;
     }
     unsigned long uiSize = 0;
     unsigned long uiResident = 0;
     if (std::fscanf(poFile, "%lu %lu", &uiSize, &uiResident) == 2)
     {
-        roCosts.uiResidentBytes = static_cast<uint64_t>(uiResident) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+        oCosts.uiResidentBytes = static_cast<uint64_t>(uiResident) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     }
     std::fclose(poFile);
+    return oCosts;
 }

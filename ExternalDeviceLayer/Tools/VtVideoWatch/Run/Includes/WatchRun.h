@@ -1,7 +1,7 @@
 /*
  * The watch itself: one thread that takes what the streams' threads hand over, lets the engine analyse it once a
- * second, publishes the moment, and passes it on. It makes no call to the board and no I/O but reading its own costs,
- * so that nothing delays it.
+ * second, and hands on what that second came to. It makes no call to the board and no I/O but reading its own costs, so
+ * that nothing delays it.
  */
 #ifndef WATCH_RUN_H
 #define WATCH_RUN_H
@@ -11,43 +11,30 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <span>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "BoardSession.h"
-#include "MinuteSummary.h"
-#include "WatchData.h"
+#include "HistoryMaker.h"
 #include "WatchEngine.h"
-
-// What a second came to.
-struct SWatchStep
-{
-    std::shared_ptr<const SWatchPublication> poPublication;
-    std::span<const SWatchEvent> aoEvents;     // new ones, oldest first
-    std::span<const SMinuteSummary> aoMinutes; // that have changed
-};
+#include "WatchStep.h"
 
 struct SWatchRunSetup
 {
-    SWatchSettings oSettings;    // the board's facts are filled in by the run
-    uint64_t uiEventsBefore = 0; // number of the last event of earlier runs
+    SWatchSettings oSettings;              // the board's facts are filled in by the run
+    std::vector<SMinuteSummary> aoRunning; // minutes that an earlier run has left unfinished
     int64_t iStartUtcNs = 0;
-    // Called by the run's thread for every second; must not block. May be empty.
+    // Called by the run's thread for every second; must not block.
     std::function<void(const SWatchStep&)> fnTake;
-    // Asked for what the takers cost and lose, before a moment is published. May be empty.
+    // Asked for what the takers cost and lose, before a second is handed on. May be empty.
     std::function<void(SWatchCosts&)> fnAddCosts;
 };
 
 class CWatchRun
 {
 public:
-    /*
-     *   roSession  in  open; outlives the run
-     *   roData     in  where moments are published; outlives the run
-     */
-    CWatchRun(const CBoardSession& roSession, SWatchData& roData, SWatchRunSetup oSetup);
+    /* roSession: open; outlives the run. */
+    CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup);
     ~CWatchRun() { Stop(); }
     CWatchRun(const CWatchRun&) = delete;
     CWatchRun& operator=(const CWatchRun&) = delete;
@@ -56,7 +43,7 @@ public:
     /* Analyses a last time and tells that the streams are watched no longer. Takes about 50 ms. */
     void Stop();
 
-    /* Moments published so far: grows as long as the analysis makes progress. Any thread. */
+    /* Seconds handed on so far: grows as long as the analysis makes progress. Any thread. */
     uint64_t GetProgress() const { return m_uiProgress.load(std::memory_order_relaxed); }
 
 private:
@@ -64,16 +51,14 @@ private:
     void TellStall(uint64_t uiDueNs);
     void Drain();
     void Analyse(bool bIsLast);
-    void TakeDescription(EStreamDirection eDirection, uint32_t uiIndex, const SDescriptionRecord& roRecord);
-    void AddEvents(std::span<const SWatchEvent> aoEvents);
+    void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
     void EndWatch(const SClockReading& roClock);
     void FillCosts(SWatchCosts& roCosts);
-    std::vector<SStreamTexts>& GetTexts(EStreamDirection eDirection);
 
     const CBoardSession& m_roSession;
-    SWatchData& m_roData;
     SWatchRunSetup m_oSetup;
     WatchEnginePtr m_poEngine;
+    CHistoryMaker m_oHistory;
     SWatchPublication m_oTemplate; // what stays the same from one moment to the next, texts included
     std::vector<SWatchEvent> m_aoEvents;
     uint64_t m_uiLastEvent;

@@ -1,0 +1,13 @@
+/*
+ * How close streams in lock are: in lines of the first one or, when that is not 0, in seconds. Plain data.
+ */
+#ifndef LOCK_THRESHOLD_H
+#define LOCK_THRESHOLD_H
+
+struct SLockThreshold
+{
+    double flLines = 1.0;
+    double flSeconds = 0.0;
+};
+
+#endif

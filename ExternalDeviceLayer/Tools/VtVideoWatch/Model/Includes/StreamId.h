@@ -1,0 +1,22 @@
+/*
+ * What a stream is called in every answer, line and thread's name: "IN_00", "OUT_31". No state; any thread.
+ */
+#ifndef STREAM_ID_H
+#define STREAM_ID_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "StreamKey.h"
+
+std::string StreamId_Print(const SStreamKey& roKey);
+
+/* The stream that a text names; nothing unless it is spelt exactly so and below uiMaxStreamsPerDirection. */
+std::optional<SStreamKey> StreamId_Find(std::string_view szId);
+
+/* Members of a lock group, by index. uiMembers: bit i is stream i of the direction. */
+std::vector<std::string> StreamId_PrintMembers(EStreamDirection eDirection, uint32_t uiMembers);
+
+#endif

@@ -1,0 +1,38 @@
+/*
+ * What is asked of events and history, and what fits. No state; any thread.
+ */
+#ifndef WATCH_QUERY_H
+#define WATCH_QUERY_H
+
+#include <cstdint>
+
+#include "HistoryPoint.h"
+#include "WatchEvent.h"
+
+struct SHistoryQuery
+{
+    SStreamKey oKey;
+    int64_t iFromUtcNs = 0;
+    int64_t iToUtcNs = 0;   // exclusive
+    uint32_t uiSeconds = 1; // 1 or 60
+    uint32_t uiMost = 1000; // points at most; the newest ones
+};
+
+struct SEventQuery
+{
+    int64_t iFromUtcNs = INT64_MIN;
+    int64_t iToUtcNs = INT64_MAX; // exclusive
+    uint64_t uiAfterNumber = 0;   // only newer ones
+    uint64_t uiKinds = ~0ULL;     // bit k: EWatchEventKind k
+    uint64_t uiInputs = ~0ULL;    // bit i: input i
+    uint64_t uiOutputs = ~0ULL;
+    uint32_t uiMost = 1000; // the newest ones
+};
+
+/* Whether a point begins in the range that is asked for. */
+bool WatchQuery_Fits(const SHistoryPoint& roPoint, const SHistoryQuery& roQuery);
+
+/* Whether an event fits: its moment, number, kind and stream; one of a lock group fits by any of its members. */
+bool WatchQuery_Fits(const SWatchEvent& roEvent, const SEventQuery& roQuery);
+
+#endif

@@ -1,0 +1,39 @@
+#include "StreamId.h"
+
+#include <cstdio>
+
+std::string StreamId_Print(const SStreamKey& roKey)
+{
+    char szId[24];
+    std::snprintf(szId, sizeof(szId), "%s_%02u", roKey.eDirection == EStreamDirection::INPUT ? "IN" : "OUT",
+                  roKey.uiIndex);
+    return szId;
+}
+
+std::optional<SStreamKey> StreamId_Find(std::string_view szId)
+{
+    for (const EStreamDirection eDirection : aeDirections)
+    {
+        for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+        {
+            if (StreamId_Print({eDirection, uiIndex}) == szId)
+            {
+                return SStreamKey{eDirection, uiIndex};
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> StreamId_PrintMembers(EStreamDirection eDirection, uint32_t uiMembers)
+{
+    std::vector<std::string> aszMembers;
+    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    {
+        if ((uiMembers >> uiIndex & 1U) != 0)
+        {
+            aszMembers.push_back(StreamId_Print({eDirection, uiIndex}));
+        }
+    }
+    return aszMembers;
+}
