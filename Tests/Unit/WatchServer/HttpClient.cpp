@@ -60,6 +60,6 @@ bool CHttpClient::TakeUntil(const std::string& szText)
 std::string HttpClient_Ask(const std::string& szAddress, const std::string& szRequestLine, const std::string& szHeaders)
 {
     CHttpClient oClient(szAddress);
-    oClient.Send(szRequestLine + " HTTP/1.1\r\n" + szHeaders + "\r\n");
+    oClient.Send(szRequestLine + " HTTP/1.1\r\nConnection: close\r\n" + szHeaders + "\r\n");
     return oClient.ReadAll();
 }

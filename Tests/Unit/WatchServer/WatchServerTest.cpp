@@ -28,14 +28,18 @@ protected:
     void SetUp() override
     {
         std::string szProblem;
-        m_poServer = WatchServer_Start(m_oData, "127.0.0.1:0", szProblem);
+        m_poServer = WatchServer_Start(m_oData, {{"127.0.0.1:0"}}, szProblem);
         ASSERT_NE(m_poServer, nullptr) << szProblem;
-        m_szAddress = WatchServer_GetAddress(*m_poServer);
+        m_szAddress = WatchServer_GetAddresses(*m_poServer).front();
     }
 
     void Publish(uint64_t uiNumber, uint32_t uiStreams = 4) { m_oData.Publish(MadeUpWatch_Make(uiNumber, uiStreams)); }
 
     std::string Get(const std::string& szPath) const { return HttpClient_Ask(m_szAddress, "GET " + szPath); }
+    std::string Ask(const std::string& szRequestLine, const std::string& szHeaders) const
+    {
+        return HttpClient_Ask(m_szAddress, szRequestLine, "Host: localhost\r\n" + szHeaders);
+    }
 
     CJson GetJson(const std::string& szPath) const
     {
@@ -87,12 +91,12 @@ TEST_F(WatchServerTest, ASilentWatchIsNotWell)
 TEST_F(WatchServerTest, ANameFromElsewhereCannotPointHere)
 {
     Publish(1);
-    for (const char* szHost : {"evil.example", "evil.example:9843", "127.0.0.1.evil.example", "localhost.evil"})
+    for (const char* szHost : {"evil.example", "evil.example:80", "127.0.0.1.evil.example", "localhost.evil"})
     {
         const std::string szHeaders = std::string("Host: ") + szHost + "\r\n";
         EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", szHeaders), StartsWith("HTTP/1.1 403 ")) << szHost;
     }
-    for (const char* szHost : {"localhost", "localhost:1", "127.0.0.1:9843"})
+    for (const char* szHost : {"LOCALHOST", "localhost:1", "127.0.0.1:80", "127.9.9.9", "[::1]:80"})
     {
         const std::string szHeaders = std::string("Host: ") + szHost + "\r\n";
         EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", szHeaders), StartsWith("HTTP/1.1 200 ")) << szHost;
@@ -257,13 +261,49 @@ TEST_F(WatchServerTest, RudeClientsAreTurnedAway)
     EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", "X: " + std::string(9000, 'x') + "\r\n"),
                 StartsWith("HTTP/1.1 4"));
     EXPECT_THAT(HttpClient_Ask(m_szAddress, std::string(300, '\xff')), StartsWith("HTTP/1.1 400 "));
-    // So many that say nothing hold every thread but for a few seconds.
+    const std::pair<const char*, const char*> aoLines[] = {
+        {"GET * HTTP/1.1", "400 "},
+        {"GET http://localhost:1/healthz HTTP/1.1", "200 "},
+        {"GET http://evil.example/healthz HTTP/1.1", "403 "},
+        {"GET /healthz HTTP/3.0", "505 HTTP Version Not Supported"},
+        {"GET /%zz HTTP/1.1", "400 "},
+        {"OPTIONS * HTTP/1.1", "405 "},
+    };
+    for (const auto& [szLine, szStatus] : aoLines)
+    {
+        CHttpClient oClient(m_szAddress);
+        oClient.Send(std::string(szLine) + "\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+        EXPECT_THAT(oClient.ReadAll(), StartsWith(std::string("HTTP/1.1 ") + szStatus)) << szLine;
+    }
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", ""), StartsWith("HTTP/1.1 400 ")) << "without a host";
+    EXPECT_THAT(Ask("GET /healthz", "Content-Length: 3\r\n"), StartsWith("HTTP/1.1 400 ")) << "with a body";
+}
+
+// More than there are places for: who says nothing loses his own to who asks.
+TEST_F(WatchServerTest, SilentClientsHoldNobodyUp)
+{
+    Publish(1);
     std::vector<std::unique_ptr<CHttpClient>> apoSilent;
-    for (int i = 0; i < 30; ++i)
+    for (int i = 0; i < 300; ++i)
     {
         apoSilent.push_back(std::make_unique<CHttpClient>(m_szAddress));
+        apoSilent.back()->Send(i % 3 == 0 ? "" : i % 3 == 1 ? "GET /" : "GET / HTTP/1.1\r\nHost: ");
     }
     EXPECT_THAT(Get("/healthz"), StartsWith("HTTP/1.1 200 "));
+    EXPECT_THAT(Get("/metrics"), Not(HasSubstr("vt_video_http_connections_dropped_total 0\n")));
+}
+
+TEST_F(WatchServerTest, AKeptConnectionServesOneRequestAfterTheOther)
+{
+    Publish(1);
+    CHttpClient oClient(m_szAddress);
+    for (int i = 0; i < 3; ++i)
+    {
+        oClient.Send("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n");
+        EXPECT_TRUE(oClient.TakeUntil("\r\n\r\nok\n")) << i;
+        oClient.Send("GET /api/v1/events HTTP/1.1\r\nHost: localhost\r\n\r\n");
+        EXPECT_TRUE(oClient.TakeUntil("\"truncated\":false}\n")) << i;
+    }
 }
 
 TEST_F(WatchServerTest, TheEndDoesNotWaitForAnyClient)
@@ -282,20 +322,22 @@ TEST_F(WatchServerTest, TheEndDoesNotWaitForAnyClient)
     EXPECT_LT(std::chrono::steady_clock::now() - oBegin, std::chrono::seconds(1));
     EXPECT_FALSE(CHttpClient(m_szAddress).IsConnected());
     std::string szProblem;
-    EXPECT_NE(WatchServer_Start(m_oData, m_szAddress, szProblem), nullptr) << "the port is free again: " << szProblem;
+    EXPECT_NE(WatchServer_Start(m_oData, {{m_szAddress}}, szProblem), nullptr)
+        << "the port is free again: " << szProblem;
 }
 
 TEST_F(WatchServerTest, WhatCannotBeListenedOnIsSaidInOneLine)
 {
     const std::pair<std::string, const char*> aoFaults[] = {
-        {m_szAddress, "Address already in use"}, {"127.0.0.1", "ADDRESS:PORT"},        {"127.0.0.1:", "ADDRESS:PORT"},
-        {"127.0.0.1:65536", "ADDRESS:PORT"},     {"127.0.0.1:80x", "ADDRESS:PORT"},    {"nowhere:80", "ADDRESS:PORT"},
-        {"192.0.2.1:0", "cannot listen on"},     {"[::1]:0", "IPv6 is not supported"},
+        {m_szAddress, "Address already in use"}, {"127.0.0.1", "ADDRESS:PORT"},     {"127.0.0.1:", "ADDRESS:PORT"},
+        {"127.0.0.1:65536", "ADDRESS:PORT"},     {"127.0.0.1:80x", "ADDRESS:PORT"}, {"nowhere:80", "ADDRESS:PORT"},
+        {"192.0.2.1:0", "cannot listen on"},     {"[::1:0", "ADDRESS:PORT"},        {"unix:", "unix:PATH"},
+        {"unix:/nowhere/http", "No such file"},
     };
     for (const auto& [szListen, szFault] : aoFaults)
     {
         std::string szProblem;
-        EXPECT_EQ(WatchServer_Start(m_oData, szListen, szProblem), nullptr) << szListen;
+        EXPECT_EQ(WatchServer_Start(m_oData, {{szListen}}, szProblem), nullptr) << szListen;
         EXPECT_THAT(szProblem, HasSubstr(szFault)) << szListen;
         EXPECT_EQ(szProblem.find('\n'), std::string::npos) << szListen;
     }
@@ -310,8 +352,12 @@ TEST_F(WatchServerTest, ThePageComesWithItsFilesAndIsKept)
     EXPECT_THAT(szPage, HasSubstr("<!doctype html>"));
     const size_t uiTag = szPage.find("ETag: ") + 6;
     const std::string szTag = szPage.substr(uiTag, szPage.find("\r\n", uiTag) - uiTag);
-    EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /", "If-None-Match: " + szTag + "\r\n"), StartsWith("HTTP/1.1 304 "));
-    const std::string szPacked = HttpClient_Ask(m_szAddress, "GET /dygraph.min.js", "Accept-Encoding: gzip\r\n");
+    for (const std::string& rszTags : {szTag, "\"x\", W/" + szTag, std::string("*")})
+    {
+        EXPECT_THAT(Ask("GET /", "If-None-Match: " + rszTags + "\r\n"), StartsWith("HTTP/1.1 304 ")) << rszTags;
+    }
+    EXPECT_THAT(Ask("GET /", "Accept-Encoding: gzip;q=0, *;q=0.0\r\n"), Not(HasSubstr("Content-Encoding")));
+    const std::string szPacked = Ask("GET /dygraph.min.js", "Accept-Encoding: br, GZIP;q=0.1\r\n");
     EXPECT_THAT(szPacked, HasSubstr("\r\nContent-Encoding: gzip\r\n"));
     EXPECT_THAT(szPacked, HasSubstr("\r\n\r\n\x1f\x8b"));
 }

@@ -27,4 +27,7 @@ std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText
  */
 std::optional<int64_t> OptionValues_FindMoment(std::string_view szText, int64_t iNowUtcNs);
 
+/* "0660": rights of a file, in octal digits. */
+std::optional<uint32_t> OptionValues_FindMode(std::string_view szText);
+
 #endif

@@ -12,6 +12,7 @@
 #include "BoardSession.h"
 #include "LockThreshold.h"
 #include "StreamKey.h"
+#include "WatchServer.h"
 
 // Exit statuses; check has those of monitoring plug-ins (CheckVerdict.h).
 constexpr int iExitOk = 0;
@@ -21,7 +22,7 @@ constexpr int iExitUsage = 2;   // the command line is wrong; likewise
 struct SServeOptions
 {
     SBoardOptions oBoard;
-    std::string szListen = "127.0.0.1:9843";
+    SServingOptions oServing;
     std::string szStore;   // empty: none
     std::string szJournal; // empty: none
     uint32_t uiKeepDays = 35;

@@ -146,3 +146,11 @@ std::optional<int64_t> OptionValues_FindMoment(std::string_view szText, int64_t 
     }
     return iNowUtcNs + static_cast<int64_t>(*flSeconds * static_cast<double>(iNsPerSecond));
 }
+
+std::optional<uint32_t> OptionValues_FindMode(std::string_view szText)
+{
+    uint32_t uiMode = 0;
+    const char* szEnd = szText.data() + szText.size();
+    const auto [szRest, eError] = std::from_chars(szText.data(), szEnd, uiMode, 8);
+    return eError == std::errc() && szRest == szEnd && uiMode <= 0777 ? std::optional(uiMode) : std::nullopt;
+}

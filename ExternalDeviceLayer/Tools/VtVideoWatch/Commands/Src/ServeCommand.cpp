@@ -122,12 +122,15 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
         roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
     roRun.poData->Resume(roRun.oRemains.aoRunning);
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
-    roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.szListen, rszFault);
+    roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, rszFault);
     if (!roRun.poServer || !roRun.oSession.Start(rszFault))
     {
         return false;
     }
-    Notice_Say("serving on http://" + WatchServer_GetAddress(*roRun.poServer) + "/");
+    for (const std::string& rszAddress : WatchServer_GetAddresses(*roRun.poServer))
+    {
+        Notice_Say("serving on " + (rszAddress.starts_with("unix:") ? rszAddress : "http://" + rszAddress + "/"));
+    }
     if (roRun.poStore)
     {
         roRun.poStore->Start();

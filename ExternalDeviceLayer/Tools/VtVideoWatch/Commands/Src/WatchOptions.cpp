@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "HistoryPoint.h"
+#include "ListenAddress.h"
 #include "OptionValues.h"
-#include "WatchServer.h"
 
 namespace
 {
@@ -52,9 +52,15 @@ void AddThreshold(CLI::App& roApp, SLockThreshold& roThreshold)
 void AddServe(CLI::App& roApp, SServeOptions& roServe)
 {
     AddBoardOptions(roApp, roServe.oBoard);
-    roApp.add_option("--listen", roServe.szListen, "where to serve; port 0 takes any free one")
-        ->type_name("ADDRESS:PORT")
-        ->capture_default_str();
+    roApp
+        .add_option("--listen", roServe.oServing.aszListen,
+                    std::string("where to serve, may be repeated; port 0 takes any free one (") + szDefaultListen + ")")
+        ->type_name("ADDRESS:PORT|unix:PATH")
+        ->allow_extra_args(false);
+    AddValue(roApp, "--socket-mode", "0660", "who may use unix sockets, as for chmod (0660)", OptionValues_FindMode,
+             [&roServe](uint32_t uiMode) { roServe.oServing.oSocketFile.uiMode = uiMode; });
+    roApp.add_option("--socket-group", roServe.oServing.oSocketFile.szGroup, "group of unix sockets")
+        ->type_name("GROUP");
     roApp.add_option("--store", roServe.szStore, "keep history and events in this SQLite file")->type_name("FILE");
     roApp.add_option("--keep", roServe.uiKeepDays, "how long the store keeps minutes; events stay for ever")
         ->type_name("DAYS")
@@ -160,7 +166,14 @@ std::string FindContradiction(const SWatchOptions& roOptions)
         return "--from: must be before --to";
     }
     std::string szProblem;
-    static_cast<void>(WatchServer_IsAddress(roOptions.oServe.szListen, szProblem));
+    for (const std::string& rszListen : roOptions.oServe.oServing.aszListen)
+    {
+        SListenAddress oAddress;
+        if (!ListenAddress_Read(rszListen, oAddress, szProblem))
+        {
+            break;
+        }
+    }
     return szProblem;
 }
 

@@ -1,7 +1,8 @@
 /*
  * The HTTP server that carries the watch's answers: GET and HEAD alone, with bounds on the size of a request, on the
- * time that one may take, and on connections. A connection has a thread of a small pool, which runs at a lower priority
- * than the watching; a client that is slow, silent or hostile holds one of them for a few seconds and nothing else.
+ * time that one may take, and on connections. A thread takes connections in, one per daemon of the library moves their
+ * bytes, and two make the answers that take longer; all of them run at a lower priority than the watching. A client
+ * that is slow, silent or hostile holds a place among connections for a few seconds, and loses it to whoever needs it.
  */
 #ifndef HTTP_SERVER_H
 #define HTTP_SERVER_H
@@ -12,64 +13,107 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct SHttpRequest
 {
     std::string szPath; // decoded, without the query
     std::string szQuery;
+    std::string szAccept;
     std::string szIfNoneMatch;
     std::string szLastEventId;
     bool bAcceptsGzip = false;
     bool bIsHead = false;
 };
 
-// Sends a piece of a body; false when the client is gone or too slow, or when the server ends.
-using HttpWriter = std::function<bool(std::string_view szPiece)>;
+using HttpPiece = std::shared_ptr<const std::string>;
+
+enum class EHttpNext : uint8_t
+{
+    PIECE,
+    NOTHING_YET,
+    END
+};
+
+// A body that is not there as a whole. Its end means that the client is gone, or the server ends.
+class IHttpStream
+{
+public:
+    virtual ~IHttpStream() = default;
+
+    /*
+     * Before anything is taken.
+     *   fnWake  in  to be called whenever there may be something after NOTHING_YET; by any thread, also later than
+     * needed
+     */
+    virtual void SetWaker(std::function<void()> fnWake) = 0;
+
+    /* The next piece. Must not wait. One thread at a time. */
+    virtual EHttpNext TakeNext(HttpPiece& rpoPiece) = 0;
+};
 
 struct SHttpAnswer
 {
     int iStatus = 200;
     const char* szType = "application/json";
     std::string_view szBody;
-    std::shared_ptr<const std::string> poBody; // what szBody points into, unless that lasts for ever
-    std::string szETag;                        // with its quotes; without one nothing may be kept by a cache
+    HttpPiece poBody;   // what szBody points into, unless that lasts for ever
+    std::string szETag; // with its quotes; without one nothing may be kept by a cache
     bool bIsGzip = false;
-    std::function<void(const HttpWriter& roWriter)> oStream; // instead of a body: writes until the client goes
+    bool bVariesByEncoding = false;        // gzip or not, as the client accepts
+    std::shared_ptr<IHttpStream> poStream; // instead of a body; none for HEAD
 };
 
 // Requests answered so far, by status.
-constexpr std::array<int, 9> aiHttpStatuses = {200, 304, 400, 403, 404, 405, 500, 503, 0}; // 0: any other one
-using HttpCounts = std::array<uint64_t, aiHttpStatuses.size()>;
+constexpr std::array<int, 10> aiHttpStatuses = {200, 304, 400, 401, 403, 404, 405, 500, 503, 0}; // 0: any other one
+
+struct SHttpCounts
+{
+    std::array<uint64_t, aiHttpStatuses.size()> auiAnswers = {};
+    uint64_t uiOpen = 0;    // connections now
+    uint64_t uiDropped = 0; // connections that were ended because they took too long, or for the sake of others
+};
 
 struct SHttpServer;
 using HttpHandler = std::function<SHttpAnswer(const SHttpServer& roServer, const SHttpRequest& roRequest)>;
+
+// Who may use unix sockets.
+struct SHttpSocketFile
+{
+    uint32_t uiMode = 0660;
+    std::string szGroup; // empty: as it comes
+};
+
+struct SHttpSetup
+{
+    std::vector<std::string> aszListen; // see ListenAddress_Read
+    SHttpSocketFile oSocketFile;
+    HttpHandler oHandler; // answers a request; called by several threads at once
+    // Whether that may take longer than some milliseconds: then it has a thread of its own, and delays no other answer.
+    std::function<bool(const SHttpRequest& roRequest)> oIsSlow;
+};
 
 void HttpServer_Stop(SHttpServer* poServer);
 struct SHttpServerDeleter
 {
     void operator()(SHttpServer* poServer) const { HttpServer_Stop(poServer); }
 };
-// Its end closes every connection and waits for their threads: well below a second.
+// Its end closes every connection and waits for its threads: well below a second. Streams must have been told before.
 using HttpServerPtr = std::unique_ptr<SHttpServer, SHttpServerDeleter>;
 
 /*
- * Starts to serve.
- *   szListen    in   ADDRESS:PORT, an IPv4 address in numbers; port 0 takes any free one
- *   oHandler    in   answers a request; called by many threads at once, and perhaps before this returns
- *   rszProblem  out  one line that says why it could not be
- * Null when it could not be. Bound to a loopback address, requests for any other host are refused with 403: a page from
- * elsewhere cannot have its name point here.
+ * Starts to serve on all addresses of a setup, and on the sockets that the service manager hands over; without either,
+ * on szDefaultListen. oSetup      in   the handler may be called before this returns rszProblem  out  one line that
+ * says why it could not be Null when it could not be. At a loopback address, requests for any other host are refused
+ * with 403: a page from elsewhere cannot have its name point here.
  */
-HttpServerPtr HttpServer_Start(const std::string& szListen, HttpHandler oHandler, std::string& rszProblem);
+HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem);
 
-/* The address in use, "127.0.0.1:9843". Thread-safe. */
-const std::string& HttpServer_GetAddress(const SHttpServer& roServer);
+/* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
+const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer);
 
 /* Thread-safe. */
-HttpCounts HttpServer_GetCounts(const SHttpServer& roServer);
-
-/* True from the moment on at which the server ends. Thread-safe. */
-bool HttpServer_IsEnding(const SHttpServer& roServer);
+SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer);
 
 /* An answer whose body it owns. */
 SHttpAnswer HttpAnswer_Make(int iStatus, const char* szType, std::string szBody);

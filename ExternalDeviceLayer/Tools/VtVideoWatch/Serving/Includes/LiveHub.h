@@ -1,16 +1,17 @@
 /*
  * The live stream: every snapshot and the events that came with it, as server-sent events. One thread makes the text
- * once a second, and only while somebody listens; each listener's own thread sends it. A listener that does not keep up
- * misses snapshots, never events, and costs the others nothing.
+ * once a second, and only while somebody listens; the server's threads send it. A listener that does not keep up misses
+ * snapshots, never events, and costs the others nothing.
  */
 #ifndef LIVE_HUB_H
 #define LIVE_HUB_H
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -29,6 +30,9 @@ public:
     CLiveHub(const CLiveHub&) = delete;
     CLiveHub& operator=(const CLiveHub&) = delete;
 
+    /* False when the system has no thread to give. */
+    bool Start();
+
     SHttpAnswer Answer(const SHttpRequest& roRequest);
     uint32_t GetListeners() const;
 
@@ -45,20 +49,23 @@ private:
         std::string szEvents;
     };
     using MessagePtr = std::shared_ptr<const SMessage>;
+    class CListener;
 
     void Run();
     MessagePtr Make(const SWatchPublication& roPublication, uint64_t uiEventsAfter);
-    MessagePtr AwaitNewer(uint64_t uiKnown);
-    bool Enter();
-    void Leave();
-    void Serve(const HttpWriter& roWriter, std::optional<uint64_t> oAfter);
+    void Publish(MessagePtr poMessage);
+    bool Enter(CListener& roListener);
+    void Leave(CListener& roListener);
+    void WakeAll();
     std::string PrintEvents(uint64_t uiAfter, uint64_t& ruiNewest) const;
 
     IWatchReader& m_roReader;
     mutable std::mutex m_oMutex;
     std::condition_variable m_oChanged;
     MessagePtr m_poMessage;
-    uint32_t m_uiListeners = 0;
+    uint64_t m_uiBeats = 0; // grows while there is nothing else to say
+    std::chrono::steady_clock::time_point m_oLastSaid;
+    std::set<CListener*> m_apoListeners;
     bool m_bIsEnding = false;
     std::thread m_oThread; // the last member: it uses all others
 };

@@ -16,7 +16,7 @@
 // What the serving itself costs.
 struct SServingCosts
 {
-    HttpCounts auiRequests = {};
+    SHttpCounts oHttp;
     uint32_t uiListeners = 0;
     uint64_t uiScrapes = 0; // before this one
     double flScrapeSeconds = 0.0;

@@ -1,5 +1,5 @@
 /*
- * Everything that the watch serves, on one address: metrics, JSON, the live stream, the page. It reads through
+ * Everything that the watch serves, at all its addresses: metrics, JSON, the live stream, the page. It reads through
  * WatchReader.h alone and has threads of its own.
  *
  *   /               the page, and its files beside it
@@ -12,7 +12,9 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "HttpServer.h"
 #include "WatchReader.h"
 
 struct SWatchServer;
@@ -24,19 +26,23 @@ struct SWatchServerDeleter
 // Its end sends every client away and waits for the threads: well below a second.
 using WatchServerPtr = std::unique_ptr<SWatchServer, SWatchServerDeleter>;
 
-/* Whether a text is an ADDRESS:PORT to listen on, free or not; rszProblem is one line that says how it should look. */
-bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem);
+// Where and how to serve.
+struct SServingOptions
+{
+    std::vector<std::string> aszListen; // as ListenAddress_Read takes them
+    SHttpSocketFile oSocketFile = {};
+};
 
 /*
  * Starts to serve.
  *   roReader    in   must outlive the server
- *   szListen    in   ADDRESS:PORT, see HttpServer_Start
+ *   roOptions   in   where
  *   rszProblem  out  one line that says why it could not be
  * Null when it could not be. One thread at a time, like the end.
  */
-WatchServerPtr WatchServer_Start(IWatchReader& roReader, const std::string& szListen, std::string& rszProblem);
+WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& roOptions, std::string& rszProblem);
 
-/* The address in use, "127.0.0.1:9843". Thread-safe. */
-const std::string& WatchServer_GetAddress(const SWatchServer& roServer);
+/* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
+const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer);
 
 #endif

@@ -18,13 +18,15 @@ std::string_view TakePart(std::string_view& rszText, char chSeparator)
     return szPart;
 }
 
-bool DecodePercent(std::string_view szText, std::string& rszDecoded)
+} // namespace
+
+bool ApiQuery_DecodePercent(std::string_view szText, bool bPlusIsSpace, std::string& rszDecoded)
 {
     for (size_t i = 0; i < szText.size(); ++i)
     {
         if (szText[i] != '%')
         {
-            rszDecoded += szText[i] == '+' ? ' ' : szText[i];
+            rszDecoded += bPlusIsSpace && szText[i] == '+' ? ' ' : szText[i];
             continue;
         }
         uint8_t uiByte = 0;
@@ -39,8 +41,6 @@ bool DecodePercent(std::string_view szText, std::string& rszDecoded)
     return true;
 }
 
-} // namespace
-
 CApiQuery::CApiQuery(std::string_view szQuery, std::span<const char* const> aszNames)
 {
     while (!szQuery.empty())
@@ -53,7 +53,7 @@ CApiQuery::CApiQuery(std::string_view szQuery, std::span<const char* const> aszN
         {
             SetProblem("there is no parameter \"" + szName + "\" here");
         }
-        else if (!DecodePercent(szPart, szValue))
+        else if (!ApiQuery_DecodePercent(szPart, true, szValue))
         {
             SetProblem("parameter " + szName + ": a percent sign must be followed by two hexadecimal digits");
         }

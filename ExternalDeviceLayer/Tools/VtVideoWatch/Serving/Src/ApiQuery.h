@@ -14,6 +14,12 @@
 
 #include "StreamKey.h"
 
+/*
+ * Appends a text with its %41 decoded; a plus sign is a space in queries alone. False when a percent sign is followed
+ * by anything but two hexadecimal digits.
+ */
+bool ApiQuery_DecodePercent(std::string_view szText, bool bPlusIsSpace, std::string& rszDecoded);
+
 class CApiQuery
 {
 public:

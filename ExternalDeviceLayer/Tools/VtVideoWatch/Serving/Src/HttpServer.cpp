@@ -1,261 +1,184 @@
 #include "HttpServer.h"
 
-#include <atomic>
-#include <chrono>
-#include <cstring>
-#include <ctime>
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
 
-#include <civetweb.h>
-
+#include "HttpCall.h"
+#include "HttpDaemon.h"
 #include "HttpSockets.h"
+#include "ListenAddress.h"
 
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+// What it may have open at once, and what must be left for the rest of the program where files are scarce.
+constexpr size_t uiMostConnections = 256;
+constexpr size_t uiLeastConnections = 4;
+constexpr size_t uiFilesForOthers = 8;
+constexpr int iAcceptsPerTurn = 64;
+constexpr int iNoFilesMs = 20;
 
-// More than there may be live listeners, so that a scrape always finds one.
-constexpr const char* szThreads = "28";
-constexpr const char* szQueue = "20";
-constexpr const char* szRequestBytes = "8192";
-constexpr const char* szIdleMs = "3000"; // for the whole of a request, and for each step of an answer
-constexpr std::chrono::seconds oMostPerPiece{8};
-constexpr size_t uiWriteBytes = 16384;
-
-constexpr const char* szSecurityHeaders =
-    "Content-Security-Policy: default-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'\r\n"
-    "X-Content-Type-Options: nosniff\r\n"
-    "Referrer-Policy: no-referrer\r\n"
-    "Cross-Origin-Resource-Policy: same-origin\r\n"
-    "Connection: close\r\n";
-
-std::string GetHeader(const mg_connection* poConnection, const char* szName)
+// Of the files that may still be opened, at most half are for connections, and there may be twice as many for a moment.
+size_t CountConnections()
 {
-    const char* szValue = mg_get_header(poConnection, szName);
-    return szValue == nullptr ? std::string() : std::string(szValue);
-}
-
-// Without its port, "[::1]:80" and "localhost:80" alike.
-std::string_view GetHostName(std::string_view szHost)
-{
-    const size_t uiColon = szHost.rfind(':');
-    const size_t uiBracket = szHost.rfind(']');
-    const bool bHasPort =
-        uiColon != std::string_view::npos && (uiBracket == std::string_view::npos || uiBracket < uiColon);
-    return bHasPort ? szHost.substr(0, uiColon) : szHost;
-}
-
-const char* GetReason(int iStatus)
-{
-    switch (iStatus)
-    {
-    case 200:
-        return "OK";
-    case 304:
-        return "Not Modified";
-    case 400:
-        return "Bad Request";
-    case 403:
-        return "Forbidden";
-    case 404:
-        return "Not Found";
-    case 405:
-        return "Method Not Allowed";
-    case 503:
-        return "Service Unavailable";
-    default:
-        return "Internal Server Error";
-    }
+    const size_t uiFree = HttpSockets_CountFreeFiles();
+    return std::min(uiMostConnections, uiFree < uiFilesForOthers ? 0 : (uiFree - uiFilesForOthers) / 2);
 }
 
 } // namespace
 
 struct SHttpServer
 {
-    SListenAddress oAddress;
-    std::string szAddress;
-    HttpHandler oHandler;
-    mg_context* poContext = nullptr;
-    std::atomic<bool> bIsEnding = false;
-    std::array<std::atomic<uint64_t>, aiHttpStatuses.size()> auiCounts = {};
+    SHttpServer() : uiConnections(CountConnections()), oService(uiConnections), oDaemon(oService) {}
+
+    const size_t uiConnections;
+    SHttpService oService;
+    std::vector<SHttpListener> aoListeners;
+    std::vector<std::string> aszAddresses;
+    CHttpDaemon oDaemon;
+    int iEnd = -1; // eventfd: readable at the end
+    std::thread oDoor;
 };
 
 namespace
 {
 
-void CountAnswer(SHttpServer& roServer, int iStatus)
+// Takes in who waits at a listener. False when files are scarce.
+bool TakeIn(SHttpServer& roServer, const SHttpListener& roListener)
 {
-    size_t i = 0;
-    while (i + 1 < aiHttpStatuses.size() && aiHttpStatuses[i] != iStatus)
+    for (int i = 0; i < iAcceptsPerTurn; ++i)
     {
-        ++i;
-    }
-    roServer.auiCounts[i].fetch_add(1, std::memory_order_relaxed);
-}
-
-// The library bounds each step of a write, this bounds their sum.
-bool WritePiece(const SHttpServer& roServer, mg_connection* poConnection, std::string_view szPiece)
-{
-    const Clock::time_point oLatest = Clock::now() + oMostPerPiece;
-    while (!szPiece.empty())
-    {
-        const size_t uiBytes = std::min(szPiece.size(), uiWriteBytes);
-        if (roServer.bIsEnding || Clock::now() > oLatest ||
-            mg_write(poConnection, szPiece.data(), uiBytes) != static_cast<int>(uiBytes))
+        const int iSocket = HttpSockets_Accept(roListener);
+        if (iSocket < 0)
         {
-            return false;
+            return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
         }
-        szPiece.remove_prefix(uiBytes);
+        if (roServer.oService.oConnections.Enter(iSocket, roListener) == nullptr)
+        {
+            close(iSocket);
+            continue;
+        }
+        roServer.oDaemon.Add(iSocket);
     }
     return true;
 }
 
-std::string GetDate()
+// The thread that stands at the door.
+void Stand(SHttpServer& roServer)
 {
-    const time_t iNow = std::time(nullptr);
-    std::tm oTime = {};
-    gmtime_r(&iNow, &oTime);
-    char szDate[64];
-    std::strftime(szDate, sizeof(szDate), "%a, %d %b %Y %H:%M:%S GMT", &oTime);
-    return szDate;
-}
-
-std::string PrintHead(const SHttpAnswer& roAnswer)
-{
-    std::string szHead = "HTTP/1.1 " + std::to_string(roAnswer.iStatus) + " " + GetReason(roAnswer.iStatus) + "\r\n";
-    szHead += "Date: " + GetDate() + "\r\n";
-    szHead += szSecurityHeaders;
-    szHead += std::string("Content-Type: ") + roAnswer.szType + "\r\n";
-    szHead += roAnswer.szETag.empty()
-                  ? "Cache-Control: no-store\r\n"
-                  : "Cache-Control: no-cache\r\nVary: Accept-Encoding\r\nETag: " + roAnswer.szETag + "\r\n";
-    szHead += roAnswer.bIsGzip ? "Content-Encoding: gzip\r\n" : "";
-    szHead += roAnswer.iStatus == 405 ? "Allow: GET, HEAD\r\n" : "";
-    szHead += roAnswer.iStatus == 503 ? "Retry-After: 2\r\n" : "";
-    if (!roAnswer.oStream && roAnswer.iStatus != 304)
+    std::vector<pollfd> aoFiles = {{roServer.iEnd, POLLIN, 0}};
+    for (const SHttpListener& roListener : roServer.aoListeners)
     {
-        szHead += "Content-Length: " + std::to_string(roAnswer.szBody.size()) + "\r\n";
+        aoFiles.push_back({roListener.iSocket, POLLIN, 0});
     }
-    return szHead + "\r\n";
-}
-
-void Send(SHttpServer& roServer, mg_connection* poConnection, const SHttpAnswer& roAnswer, bool bIsHead)
-{
-    CountAnswer(roServer, roAnswer.iStatus);
-    const HttpWriter oWriter = [&](std::string_view szPiece) { return WritePiece(roServer, poConnection, szPiece); };
-    if (!oWriter(PrintHead(roAnswer)) || bIsHead)
+    bool bHasFiles = true;
+    while (!roServer.oService.bIsEnding)
     {
-        return;
+        const int iLookMs = roServer.oService.oConnections.EndOverdue();
+        poll(aoFiles.data(), bHasFiles ? aoFiles.size() : 1, bHasFiles ? iLookMs : iNoFilesMs);
+        bHasFiles = true;
+        for (size_t i = 1; i < aoFiles.size() && !roServer.oService.bIsEnding; ++i)
+        {
+            bHasFiles = TakeIn(roServer, roServer.aoListeners[i - 1]) && bHasFiles;
+        }
+        if (!bHasFiles)
+        {
+            roServer.oService.oConnections.EndIdle();
+        }
     }
-    if (roAnswer.oStream)
+}
+
+bool Listen(SHttpServer& roServer, const SHttpSetup& roSetup, std::string& rszProblem)
+{
+    if (!HttpSockets_TakeGiven(roServer.aoListeners, rszProblem))
     {
-        roAnswer.oStream(oWriter);
-        return;
+        return false;
     }
-    oWriter(roAnswer.szBody);
-}
-
-bool IsHostAllowed(const SHttpServer& roServer, const std::string& szHost)
-{
-    const std::string_view szName = GetHostName(szHost);
-    return !roServer.oAddress.bIsLoopback || szName.empty() || szName == "localhost" || szName == "127.0.0.1" ||
-           szName == roServer.oAddress.szHost;
-}
-
-SHttpAnswer Answer(const SHttpServer& roServer, const mg_connection* poConnection, SHttpRequest& roRequest)
-{
-    const mg_request_info* poInfo = mg_get_request_info(poConnection);
-    roRequest.bIsHead = std::strcmp(poInfo->request_method, "HEAD") == 0;
-    if (!roRequest.bIsHead && std::strcmp(poInfo->request_method, "GET") != 0)
+    std::vector<std::string> aszListen = roSetup.aszListen;
+    if (aszListen.empty() && roServer.aoListeners.empty())
     {
-        return HttpAnswer_MakeError(405, "only GET and HEAD are served");
+        aszListen.emplace_back(szDefaultListen);
     }
-    if (!IsHostAllowed(roServer, GetHeader(poConnection, "Host")))
+    for (const std::string& rszListen : aszListen)
     {
-        return HttpAnswer_MakeError(403, "this address is served for localhost alone");
+        SListenAddress oAddress;
+        SHttpListener oListener;
+        if (!ListenAddress_Read(rszListen, oAddress, rszProblem) ||
+            !HttpSockets_Listen(oAddress, roSetup.oSocketFile, oListener, rszProblem))
+        {
+            return false;
+        }
+        roServer.aoListeners.push_back(std::move(oListener));
     }
-    roRequest.szPath = poInfo->local_uri == nullptr ? "" : poInfo->local_uri;
-    roRequest.szQuery = poInfo->query_string == nullptr ? "" : poInfo->query_string;
-    roRequest.szIfNoneMatch = GetHeader(poConnection, "If-None-Match");
-    roRequest.szLastEventId = GetHeader(poConnection, "Last-Event-ID");
-    roRequest.bAcceptsGzip = GetHeader(poConnection, "Accept-Encoding").find("gzip") != std::string::npos;
-    return roServer.oHandler(roServer, roRequest);
+    for (const SHttpListener& roListener : roServer.aoListeners)
+    {
+        roServer.aszAddresses.push_back(ListenAddress_Print(roListener.oAddress));
+    }
+    return true;
 }
 
-int OnRequest(mg_connection* poConnection)
+// All threads come from one of a lower priority, which they inherit.
+bool StartThreads(SHttpServer& roServer)
 {
-    auto* poServer = static_cast<SHttpServer*>(mg_get_user_data(mg_get_context(poConnection)));
-    SHttpRequest oRequest;
-    const SHttpAnswer oAnswer = Answer(*poServer, poConnection, oRequest);
-    Send(*poServer, poConnection, oAnswer, oRequest.bIsHead);
-    return oAnswer.iStatus;
-}
-
-// What the library itself refuses: requests that are malformed or too large.
-int OnError(mg_connection* poConnection, int iStatus, const char* /*szMessage*/)
-{
-    auto* poServer = static_cast<SHttpServer*>(mg_get_user_data(mg_get_context(poConnection)));
-    Send(*poServer, poConnection, HttpAnswer_MakeError(iStatus, GetReason(iStatus)), false);
-    return 0;
-}
-
-void* OnThread(const mg_context* /*poContext*/, int /*iType*/)
-{
-    HttpSockets_LowerThreadPriority();
-    return nullptr;
-}
-
-int KeepQuiet(const mg_connection* /*poConnection*/, const char* /*szMessage*/)
-{
-    return 1;
-}
-
-mg_context* StartLibrary(SHttpServer& roServer)
-{
-    mg_callbacks oCallbacks = {};
-    oCallbacks.begin_request = OnRequest;
-    oCallbacks.http_error = OnError;
-    oCallbacks.init_thread = OnThread;
-    // Not log_access: with that the library asks the time by a call that is not for several threads.
-    oCallbacks.log_message = KeepQuiet;
-    const std::string szPorts = roServer.oAddress.szHost + ":" + std::to_string(roServer.oAddress.uiPort);
-    const char* aszOptions[] = {"listening_ports",
-                                szPorts.c_str(),
-                                "num_threads",
-                                szThreads,
-                                "connection_queue",
-                                szQueue,
-                                "max_request_size",
-                                szRequestBytes,
-                                "request_timeout_ms",
-                                szIdleMs,
-                                "enable_keep_alive",
-                                "no",
-                                nullptr};
     const CSignalsBlocked oBlocked;
-    return mg_start(&oCallbacks, &roServer, aszOptions);
+    bool bIsWell = false;
+    try
+    {
+        std::thread(
+            [&]
+            {
+                HttpSockets_LowerThreadPriority();
+                bIsWell = roServer.oDaemon.Start(static_cast<unsigned>(3 * roServer.uiConnections)) &&
+                          roServer.oService.oJobs.Start();
+            })
+            .join();
+        if (bIsWell)
+        {
+            roServer.oDoor = std::thread(
+                [&roServer]
+                {
+                    HttpSockets_LowerThreadPriority();
+                    Stand(roServer);
+                });
+        }
+    }
+    catch (const std::system_error&)
+    {
+        return false;
+    }
+    return bIsWell;
 }
 
 } // namespace
 
-HttpServerPtr HttpServer_Start(const std::string& szListen, HttpHandler oHandler, std::string& rszProblem)
+HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem)
 {
     HttpServerPtr poServer(new SHttpServer);
-    poServer->oHandler = std::move(oHandler);
-    if (!HttpSockets_ReadAddress(szListen, poServer->oAddress, rszProblem) ||
-        !HttpSockets_TryListening(poServer->oAddress, rszProblem))
+    SHttpServer& roServer = *poServer;
+    roServer.oService.oIsSlow = std::move(oSetup.oIsSlow);
+    roServer.oService.oAnswer = [&roServer, oHandler = std::move(oSetup.oHandler)](const SHttpRequest& roRequest)
+    { return oHandler(roServer, roRequest); };
+    if (roServer.uiConnections < uiLeastConnections)
+    {
+        rszProblem = "cannot serve: too few files may be opened (see ulimit -n)";
+        return nullptr;
+    }
+    if (!Listen(roServer, oSetup, rszProblem))
     {
         return nullptr;
     }
-    poServer->poContext = StartLibrary(*poServer);
-    mg_server_port oPort = {};
-    if (poServer->poContext == nullptr || mg_get_server_ports(poServer->poContext, 1, &oPort) != 1)
+    roServer.iEnd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (roServer.iEnd < 0 || !StartThreads(roServer))
     {
-        rszProblem = "cannot listen on " + szListen + ": the server does not start";
+        rszProblem = "cannot serve: the system gives no threads or files";
         return nullptr;
     }
-    poServer->oAddress.uiPort = static_cast<uint16_t>(oPort.port);
-    poServer->szAddress = poServer->oAddress.szHost + ":" + std::to_string(oPort.port);
     return poServer;
 }
 
@@ -265,32 +188,40 @@ void HttpServer_Stop(SHttpServer* poServer)
     {
         return;
     }
-    poServer->bIsEnding = true;
-    if (poServer->poContext != nullptr)
+    poServer->oService.bIsEnding = true;
+    if (poServer->oDoor.joinable())
     {
-        // The library looks for its end every two seconds only; a socket that is shut down wakes it at once.
-        HttpSockets_ShutDown(poServer->oAddress);
-        mg_stop(poServer->poContext);
+        static_cast<void>(eventfd_write(poServer->iEnd, 1));
+        poServer->oDoor.join();
+    }
+    for (SHttpListener& roListener : poServer->aoListeners)
+    {
+        HttpSockets_Close(roListener);
+    }
+    poServer->oService.oJobs.End();
+    // The library does not end with anything laid aside; what comes now is not laid aside any more.
+    for (const HttpCallPtr& rpoCall : poServer->oService.oConnections.GetCalls())
+    {
+        HttpCall_Wake(*rpoCall);
+    }
+    if (poServer->iEnd >= 0)
+    {
+        close(poServer->iEnd);
     }
     delete poServer;
 }
 
-const std::string& HttpServer_GetAddress(const SHttpServer& roServer)
+const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer)
 {
-    return roServer.szAddress;
+    return roServer.aszAddresses;
 }
 
-bool HttpServer_IsEnding(const SHttpServer& roServer)
+SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer)
 {
-    return roServer.bIsEnding;
-}
-
-HttpCounts HttpServer_GetCounts(const SHttpServer& roServer)
-{
-    HttpCounts auiCounts = {};
-    for (size_t i = 0; i < auiCounts.size(); ++i)
-    {
-        auiCounts[i] = roServer.auiCounts[i].load(std::memory_order_relaxed);
-    }
-    return auiCounts;
+    SHttpCounts oCounts;
+    std::ranges::transform(roServer.oService.auiCounts, oCounts.auiAnswers.begin(),
+                           [](const auto& ruiCount) { return ruiCount.load(std::memory_order_relaxed); });
+    oCounts.uiOpen = roServer.oService.oConnections.GetOpen();
+    oCounts.uiDropped = roServer.oService.oConnections.GetDropped();
+    return oCounts;
 }

@@ -4,30 +4,45 @@
 #ifndef HTTP_SOCKETS_H
 #define HTTP_SOCKETS_H
 
-#include <cstdint>
 #include <string>
+#include <vector>
 
-struct SListenAddress
+#include "HttpServer.h"
+#include "ListenAddress.h"
+
+// A socket that is listened on.
+struct SHttpListener
 {
-    std::string szHost; // "127.0.0.1"
-    uint16_t uiPort = 0;
-    bool bIsLoopback = false;
+    int iSocket = -1;
+    SListenAddress oAddress; // with the port that was taken for 0
+    bool bIsFile = false;    // a unix socket that was made here, and goes with its listener
 };
 
 /*
- * Reads ADDRESS:PORT.
- *   roAddress   out  the parts
- *   rszProblem  out  one line that says what is wrong
+ * Listens on an address.
+ *   roFile      in   who may use a unix socket; the others have no use for it
+ *   rszProblem  out  one line that says why it could not be
+ * A unix socket that nobody listens on any more gives way.
  */
-bool HttpSockets_ReadAddress(const std::string& szListen, SListenAddress& roAddress, std::string& rszProblem);
+bool HttpSockets_Listen(const SListenAddress& roAddress, const SHttpSocketFile& roFile, SHttpListener& roListener,
+                        std::string& rszProblem);
 
-/* Whether an address can be listened on: the server says no more than that it could not start, rszProblem says why. */
-bool HttpSockets_TryListening(const SListenAddress& roAddress, std::string& rszProblem);
+/*
+ * Takes over the sockets that the service manager listens on for this process (LISTEN_FDS), once.
+ *   raoListeners  in, out  they are added
+ *   rszProblem    out      one line that says which is none to listen on
+ */
+bool HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners, std::string& rszProblem);
 
-/* Shuts down every socket of this process that is bound to an address, so that whoever waits for one returns. */
-void HttpSockets_ShutDown(const SListenAddress& roAddress);
+void HttpSockets_Close(SHttpListener& roListener);
 
-/* Gives the calling thread less of a loaded processor than threads of ordinary priority get. */
+/* The next connection that waits, non-blocking; negative when none does, or none can be had (errno). */
+int HttpSockets_Accept(const SHttpListener& roListener);
+
+/* How many more files the process may open. */
+size_t HttpSockets_CountFreeFiles();
+
+/* Gives the calling thread, and those that it starts, less of a loaded processor than ordinary ones get. */
 void HttpSockets_LowerThreadPriority();
 
 // Keeps every signal from the threads that are started while it lives: they belong to the program's own threads.

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <deque>
 #include <optional>
+#include <system_error>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -15,7 +18,7 @@
 namespace
 {
 
-// So long the hub may overlook its end, and a listener a silent watch.
+// So long the hub may overlook its end.
 constexpr uint32_t uiWaitMs = 200;
 constexpr std::chrono::seconds oKeepAlive{5};
 constexpr uint32_t uiMostEvents = 1000;
@@ -28,16 +31,119 @@ std::string PrintMessage(const char* szEvent, uint64_t uiId, const CJson& roJson
 
 } // namespace
 
-CLiveHub::CLiveHub(IWatchReader& roReader) : m_roReader(roReader)
+// One who listens: what he has had, and what is on its way to him.
+class CLiveHub::CListener : public IHttpStream
+{
+public:
+    CListener(CLiveHub& roHub, std::optional<uint64_t> oAfter) : m_roHub(roHub), m_oAfter(oAfter) {}
+    ~CListener() override { m_roHub.Leave(*this); }
+    CListener(const CListener&) = delete;
+    CListener& operator=(const CListener&) = delete;
+
+    void SetWaker(std::function<void()> fnWake) override;
+    EHttpNext TakeNext(HttpPiece& rpoPiece) override;
+
+    // The hub's mutex is held.
+    void Wake() const
+    {
+        if (m_fnWake)
+        {
+            m_fnWake();
+        }
+    }
+
+private:
+    void Take(const MessagePtr& rpoMessage);
+
+    CLiveHub& m_roHub;
+    std::function<void()> m_fnWake;
+    std::optional<uint64_t> m_oAfter; // the newest event that he knows of
+    std::deque<HttpPiece> m_apoPieces = {std::make_shared<const std::string>("retry: 2000\n\n")};
+    uint64_t m_uiKnown = 0; // snapshot
+    uint64_t m_uiBeats = 0;
+};
+
+void CLiveHub::CListener::SetWaker(std::function<void()> fnWake)
+{
+    const std::lock_guard oGuard(m_roHub.m_oMutex);
+    m_fnWake = std::move(fnWake);
+}
+
+EHttpNext CLiveHub::CListener::TakeNext(HttpPiece& rpoPiece)
+{
+    MessagePtr poMessage;
+    {
+        const std::lock_guard oGuard(m_roHub.m_oMutex);
+        if (m_roHub.m_bIsEnding)
+        {
+            return EHttpNext::END;
+        }
+        const bool bIsSilent = std::exchange(m_uiBeats, m_roHub.m_uiBeats) != m_roHub.m_uiBeats;
+        if (m_roHub.m_poMessage != nullptr && m_roHub.m_poMessage->uiNumber != m_uiKnown)
+        {
+            poMessage = m_roHub.m_poMessage;
+        }
+        else if (bIsSilent && m_apoPieces.empty())
+        {
+            m_apoPieces.push_back(std::make_shared<const std::string>(": still here\n\n"));
+        }
+    }
+    if (m_apoPieces.empty() && poMessage != nullptr)
+    {
+        Take(poMessage);
+    }
+    if (m_apoPieces.empty())
+    {
+        return EHttpNext::NOTHING_YET;
+    }
+    rpoPiece = std::move(m_apoPieces.front());
+    m_apoPieces.pop_front();
+    return EHttpNext::PIECE;
+}
+
+void CLiveHub::CListener::Take(const MessagePtr& rpoMessage)
+{
+    m_uiKnown = rpoMessage->uiNumber;
+    // Numbers beyond the newest one are of a watch before this one, whose events began anew.
+    const uint64_t uiAfter = std::min(m_oAfter.value_or(rpoMessage->uiEventsAfter), rpoMessage->uiNewestEvent);
+    m_oAfter = rpoMessage->uiNewestEvent;
+    if (uiAfter < rpoMessage->uiEventsAfter)
+    {
+        uint64_t uiNewest = 0;
+        m_apoPieces.push_back(std::make_shared<const std::string>(m_roHub.PrintEvents(uiAfter, uiNewest)));
+        m_oAfter = std::max(uiNewest, rpoMessage->uiNewestEvent);
+    }
+    else if (uiAfter < rpoMessage->uiNewestEvent)
+    {
+        m_apoPieces.emplace_back(rpoMessage, &rpoMessage->szEvents);
+    }
+    m_apoPieces.emplace_back(rpoMessage, &rpoMessage->szSnapshot);
+    std::erase_if(m_apoPieces, [](const HttpPiece& rpoPiece) { return rpoPiece->empty(); });
+}
+
+CLiveHub::CLiveHub(IWatchReader& roReader) : m_roReader(roReader) {}
+
+bool CLiveHub::Start()
 {
     const CSignalsBlocked oBlocked;
-    m_oThread = std::thread([this] { Run(); });
+    try
+    {
+        m_oThread = std::thread([this] { Run(); });
+    }
+    catch (const std::system_error&)
+    {
+        return false;
+    }
+    return true;
 }
 
 CLiveHub::~CLiveHub()
 {
     End();
-    m_oThread.join();
+    if (m_oThread.joinable())
+    {
+        m_oThread.join();
+    }
 }
 
 void CLiveHub::End()
@@ -45,12 +151,28 @@ void CLiveHub::End()
     const std::lock_guard oGuard(m_oMutex);
     m_bIsEnding = true;
     m_oChanged.notify_all();
+    WakeAll();
 }
 
 uint32_t CLiveHub::GetListeners() const
 {
     const std::lock_guard oGuard(m_oMutex);
-    return m_uiListeners;
+    return static_cast<uint32_t>(m_apoListeners.size());
+}
+
+void CLiveHub::WakeAll()
+{
+    for (const CListener* poListener : m_apoListeners)
+    {
+        poListener->Wake();
+    }
+}
+
+void CLiveHub::Publish(MessagePtr poMessage)
+{
+    m_poMessage = std::move(poMessage);
+    m_oLastSaid = std::chrono::steady_clock::now();
+    WakeAll();
 }
 
 void CLiveHub::Run()
@@ -59,10 +181,11 @@ void CLiveHub::Run()
     std::unique_lock oLock(m_oMutex);
     while (!m_bIsEnding)
     {
-        if (m_uiListeners == 0)
+        if (m_apoListeners.empty())
         {
             m_poMessage = nullptr;
             m_oChanged.wait(oLock);
+            m_oLastSaid = std::chrono::steady_clock::now();
             continue;
         }
         const uint64_t uiKnown = m_poMessage == nullptr ? 0 : m_poMessage->uiNumber;
@@ -73,15 +196,21 @@ void CLiveHub::Run()
         const auto poLatest = m_roReader.AwaitNewer(uiKnown, uiWaitMs);
         MessagePtr poMessage = poLatest == nullptr ? nullptr : Make(*poLatest, uiEventsAfter);
         oLock.lock();
+        const auto oNow = std::chrono::steady_clock::now();
         if (poMessage != nullptr)
         {
-            m_poMessage = std::move(poMessage);
-            m_oChanged.notify_all();
+            Publish(std::move(poMessage));
         }
-        else if (std::chrono::steady_clock::now() - oBegin < std::chrono::milliseconds(uiWaitMs / 2))
+        else if (oNow - oBegin < std::chrono::milliseconds(uiWaitMs / 2))
         {
             // The watch has ended, and its waits return at once.
             m_oChanged.wait_for(oLock, std::chrono::milliseconds(uiWaitMs));
+        }
+        if (oNow - m_oLastSaid > oKeepAlive)
+        {
+            ++m_uiBeats;
+            m_oLastSaid = oNow;
+            WakeAll();
         }
     }
 }
@@ -126,63 +255,22 @@ CLiveHub::MessagePtr CLiveHub::Make(const SWatchPublication& roPublication, uint
     return poMessage;
 }
 
-CLiveHub::MessagePtr CLiveHub::AwaitNewer(uint64_t uiKnown)
-{
-    std::unique_lock oLock(m_oMutex);
-    m_oChanged.wait_for(oLock, oKeepAlive,
-                        [&] { return m_bIsEnding || (m_poMessage != nullptr && m_poMessage->uiNumber != uiKnown); });
-    return m_poMessage != nullptr && m_poMessage->uiNumber != uiKnown ? m_poMessage : nullptr;
-}
-
-bool CLiveHub::Enter()
+bool CLiveHub::Enter(CListener& roListener)
 {
     const std::lock_guard oGuard(m_oMutex);
-    if (m_bIsEnding || m_uiListeners == uiMostListeners)
+    if (m_bIsEnding || m_apoListeners.size() >= uiMostListeners)
     {
         return false;
     }
-    ++m_uiListeners;
+    m_apoListeners.insert(&roListener);
     m_oChanged.notify_all();
     return true;
 }
 
-void CLiveHub::Leave()
+void CLiveHub::Leave(CListener& roListener)
 {
     const std::lock_guard oGuard(m_oMutex);
-    --m_uiListeners;
-}
-
-void CLiveHub::Serve(const HttpWriter& roWriter, std::optional<uint64_t> oAfter)
-{
-    uint64_t uiKnown = 0;
-    bool bIsThere = roWriter("retry: 2000\n\n");
-    while (bIsThere)
-    {
-        const MessagePtr poMessage = AwaitNewer(uiKnown);
-        if (poMessage == nullptr)
-        {
-            bIsThere = roWriter(": still here\n\n");
-            const std::lock_guard oGuard(m_oMutex);
-            bIsThere = bIsThere && !m_bIsEnding;
-            continue;
-        }
-        uiKnown = poMessage->uiNumber;
-        // Numbers beyond the newest one are of a watch before this one, whose events began anew.
-        const uint64_t uiAfter = std::min(oAfter.value_or(poMessage->uiEventsAfter), poMessage->uiNewestEvent);
-        std::string szOwn;
-        if (uiAfter < poMessage->uiEventsAfter)
-        {
-            uint64_t uiNewest = 0;
-            szOwn = PrintEvents(uiAfter, uiNewest);
-            oAfter = std::max(uiNewest, poMessage->uiNewestEvent);
-        }
-        else
-        {
-            szOwn = uiAfter < poMessage->uiNewestEvent ? poMessage->szEvents : std::string();
-            oAfter = poMessage->uiNewestEvent;
-        }
-        bIsThere = (szOwn.empty() || roWriter(szOwn)) && roWriter(poMessage->szSnapshot);
-    }
+    m_apoListeners.erase(&roListener);
 }
 
 SHttpAnswer CLiveHub::Answer(const SHttpRequest& roRequest)
@@ -205,13 +293,17 @@ SHttpAnswer CLiveHub::Answer(const SHttpRequest& roRequest)
     {
         oAfter = uiLastId;
     }
-    if (!roRequest.bIsHead && !Enter())
+    SHttpAnswer oAnswer;
+    oAnswer.szType = "text/event-stream";
+    if (roRequest.bIsHead)
+    {
+        return oAnswer;
+    }
+    auto poListener = std::make_shared<CListener>(*this, oAfter);
+    if (!Enter(*poListener))
     {
         return HttpAnswer_MakeError(503, "there are " + std::to_string(uiMostListeners) + " live listeners already");
     }
-    SHttpAnswer oAnswer;
-    oAnswer.szType = "text/event-stream";
-    const auto poLeave = roRequest.bIsHead ? nullptr : std::shared_ptr<CLiveHub>(this, [](CLiveHub* p) { p->Leave(); });
-    oAnswer.oStream = [this, oAfter, poLeave](const HttpWriter& roWriter) { Serve(roWriter, oAfter); };
+    oAnswer.poStream = std::move(poListener);
     return oAnswer;
 }

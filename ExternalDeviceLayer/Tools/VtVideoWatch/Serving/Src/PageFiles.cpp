@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "HttpRequest.h"
 #include "WatchJson.h"
 
 SHttpAnswer PageFiles_Answer(const SHttpRequest& roRequest)
@@ -16,9 +17,10 @@ SHttpAnswer PageFiles_Answer(const SHttpRequest& roRequest)
     SHttpAnswer oAnswer;
     oAnswer.szType = oFile->szType;
     oAnswer.bIsGzip = roRequest.bAcceptsGzip;
+    oAnswer.bVariesByEncoding = true;
     // Both forms are of one file, but a cache has to tell them apart.
     oAnswer.szETag = std::string("\"") + oFile->szETag + (oAnswer.bIsGzip ? "-gz\"" : "\"");
-    if (roRequest.szIfNoneMatch.find(oAnswer.szETag) != std::string::npos)
+    if (HttpRequest_HasTag(roRequest.szIfNoneMatch, oAnswer.szETag))
     {
         oAnswer.iStatus = 304;
         return oAnswer;

@@ -12,7 +12,7 @@ using prometheus::MetricType;
 
 void CollectServing(const SServingCosts& roServing, CFamilies& raoFamilies)
 {
-    raoFamilies.reserve(raoFamilies.size() + 3);
+    raoFamilies.reserve(raoFamilies.size() + 5);
     CFamily oListeners(raoFamilies, "vt_video_live_listeners", "Listeners of the live stream.", MetricType::Gauge);
     oListeners.Add({}, roServing.uiListeners);
     CFamily oRequests(raoFamilies, "vt_video_http_requests_total", "Requests answered, by status.",
@@ -20,8 +20,14 @@ void CollectServing(const SServingCosts& roServing, CFamilies& raoFamilies)
     for (size_t i = 0; i < aiHttpStatuses.size(); ++i)
     {
         const std::string szCode = aiHttpStatuses[i] == 0 ? "other" : std::to_string(aiHttpStatuses[i]);
-        oRequests.Add({{"code", szCode}}, static_cast<double>(roServing.auiRequests[i]));
+        oRequests.Add({{"code", szCode}}, static_cast<double>(roServing.oHttp.auiAnswers[i]));
     }
+    CFamily oOpen(raoFamilies, "vt_video_http_connections", "Connections of clients now.", MetricType::Gauge);
+    oOpen.Add({}, static_cast<double>(roServing.oHttp.uiOpen));
+    CFamily oDropped(raoFamilies, "vt_video_http_connections_dropped_total",
+                     "Connections that were ended because they took too long, or for the sake of others.",
+                     MetricType::Counter);
+    oDropped.Add({}, static_cast<double>(roServing.oHttp.uiDropped));
     prometheus::MetricFamily& roScrapes = raoFamilies.emplace_back();
     roScrapes.name = "vt_video_scrape_seconds";
     roScrapes.help = "Time that the scrapes before this one took here.";

@@ -1,11 +1,11 @@
 #include "WatchServer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <mutex>
 
 #include "ApiQuery.h"
 #include "HttpServer.h"
-#include "HttpSockets.h"
 #include "LiveHub.h"
 #include "PageFiles.h"
 #include "WatchApi.h"
@@ -35,7 +35,7 @@ SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp)
     const std::lock_guard oGuard(roServer.oScrapeMutex);
     const auto oBegin = std::chrono::steady_clock::now();
     SServingCosts oCosts;
-    oCosts.auiRequests = HttpServer_GetCounts(roHttp);
+    oCosts.oHttp = HttpServer_GetCounts(roHttp);
     oCosts.uiListeners = roServer.oHub.GetListeners();
     oCosts.uiScrapes = roServer.uiScrapes;
     oCosts.flScrapeSeconds = roServer.flScrapeSeconds;
@@ -50,6 +50,7 @@ struct SRoute
 {
     const char* szPath;
     SHttpAnswer (*oAnswer)(SWatchServer& roServer, const SHttpRequest& roRequest);
+    bool bIsSlow = false; // reads as much as it is asked for, perhaps from the store
 };
 
 using Server = SWatchServer&;
@@ -58,8 +59,9 @@ using Request = const SHttpRequest&;
 constexpr SRoute aoRoutes[] = {
     {"/api/v1/streams", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerStreams(roRequest); }},
     {"/api/v1/pairs", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerPairs(roRequest); }},
-    {"/api/v1/history", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHistory(roRequest); }},
-    {"/api/v1/events", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerEvents(roRequest); }},
+    {"/api/v1/history", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHistory(roRequest); },
+     true},
+    {"/api/v1/events", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerEvents(roRequest); }, true},
     {"/api/v1/live", [](Server roServer, Request roRequest) { return roServer.oHub.Answer(roRequest); }},
     {"/healthz", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHealth(roRequest); }},
 };
@@ -80,23 +82,30 @@ SHttpAnswer Answer(SWatchServer& roServer, const SHttpServer& roHttp, const SHtt
     return PageFiles_Answer(roRequest);
 }
 
-} // namespace
-
-bool WatchServer_IsAddress(const std::string& szListen, std::string& rszProblem)
+bool IsSlow(const SHttpRequest& roRequest)
 {
-    SListenAddress oAddress;
-    return HttpSockets_ReadAddress(szListen, oAddress, rszProblem);
+    return std::ranges::any_of(aoRoutes, [&](const SRoute& roRoute)
+                               { return roRoute.bIsSlow && roRequest.szPath == roRoute.szPath; });
 }
 
-WatchServerPtr WatchServer_Start(IWatchReader& roReader, const std::string& szListen, std::string& rszProblem)
+} // namespace
+
+WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& roOptions, std::string& rszProblem)
 {
     WatchServerPtr poServer(new SWatchServer(roReader));
     SWatchServer& roServer = *poServer;
-    poServer->poHttp = HttpServer_Start(
-        szListen,
-        [&roServer](const SHttpServer& roHttp, const SHttpRequest& roRequest)
-        { return Answer(roServer, roHttp, roRequest); },
-        rszProblem);
+    if (!roServer.oHub.Start())
+    {
+        rszProblem = "cannot serve: the system gives no threads";
+        return nullptr;
+    }
+    SHttpSetup oSetup;
+    oSetup.aszListen = roOptions.aszListen;
+    oSetup.oSocketFile = roOptions.oSocketFile;
+    oSetup.oHandler = [&roServer](const SHttpServer& roHttp, const SHttpRequest& roRequest)
+    { return Answer(roServer, roHttp, roRequest); };
+    oSetup.oIsSlow = IsSlow;
+    poServer->poHttp = HttpServer_Start(std::move(oSetup), rszProblem);
     return poServer->poHttp == nullptr ? nullptr : std::move(poServer);
 }
 
@@ -109,7 +118,7 @@ void WatchServer_Stop(SWatchServer* poServer)
     }
 }
 
-const std::string& WatchServer_GetAddress(const SWatchServer& roServer)
+const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer)
 {
-    return HttpServer_GetAddress(*roServer.poHttp);
+    return HttpServer_GetAddresses(*roServer.poHttp);
 }
