@@ -13,11 +13,14 @@ import unittest
 import urllib.request
 
 from selenium import webdriver
+from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
-from selenium.webdriver.support.ui import Select, WebDriverWait
+from selenium.webdriver.support.ui import WebDriverWait
+
+from made_up_watch import NOW, MadeUpWatch, estimate, event, history, lost, snapshot, stream, utc
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAM, BOARD = sys.argv[1:3]
@@ -46,24 +49,18 @@ def start_browser():
     return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
 
 
-class PageTest(unittest.TestCase):
+class PageCase(unittest.TestCase):
+    """A browser, and how a test speaks with it."""
+
     @classmethod
     def setUpClass(cls):
-        cls.watch, cls.base = start_watch(os.path.join(HERE, "Wall.toml"))
-        cls.began = time.time()
         cls.browser = start_browser()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.browser.quit()
-        cls.watch.kill()
-        cls.watch.wait()
-        cls.watch.stdout.close()
+        cls.addClassCleanup(cls.browser.quit)
 
     def setUp(self):
-        self.show()
+        self.size()
 
-    def show(self, width=1280, height=900, dark=False):
+    def size(self, width=1280, height=900, dark=False):
         self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                      {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
         scheme = {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}
@@ -72,15 +69,20 @@ class PageTest(unittest.TestCase):
     def open(self, query=""):
         self.browser.get(self.base + "/" + query)
 
-    def ask(self, path):
-        with urllib.request.urlopen(self.base + path, timeout=10) as answer:
-            return json.load(answer)
-
     def until(self, condition, seconds=20):
         return WebDriverWait(self.browser, seconds, 0.1).until(lambda _: condition())
 
+    def until_equal(self, expected, get):
+        try:
+            self.until(lambda: get() == expected, 8)
+        except TimeoutException:
+            self.assertEqual(get(), expected)
+
     def script(self, text, *arguments):
         return self.browser.execute_script(text, *arguments)
+
+    def find(self, selector):
+        return self.until(lambda: self.browser.find_elements(By.CSS_SELECTOR, selector))[0]
 
     def row(self, stream):
         return self.browser.find_element(By.CSS_SELECTOR, f"tr[data-stream={stream}]")
@@ -89,7 +91,27 @@ class PageTest(unittest.TestCase):
         return self.script("return [...document.querySelectorAll('tr[data-stream]')].map((row) => row.dataset.stream)")
 
     def text(self, selector):
-        return self.script("return document.querySelector(arguments[0])?.textContent ?? ''", selector)
+        found = self.script("return document.querySelector(arguments[0])?.textContent ?? ''", selector)
+        return found.replace("\u00a0", " ").replace("\u2011", "-")
+
+
+class RealWatchTest(PageCase):
+    """The page and the program together."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.watch, cls.base = start_watch(os.path.join(HERE, "Wall.toml"))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.watch.kill()
+        cls.watch.wait()
+        cls.watch.stdout.close()
+
+    def ask(self, path):
+        with urllib.request.urlopen(self.base + path, timeout=10) as answer:
+            return json.load(answer)
 
     def test_1_planted_loss_is_seen_within_two_seconds_and_without_reload(self):
         self.open()
@@ -110,7 +132,7 @@ class PageTest(unittest.TestCase):
 
     def test_2_every_stream_is_shown_as_the_api_has_it(self):
         self.open()
-        self.until(lambda: "Lost" in self.row("IN_05").text and "Locked" in self.row("IN_01").text, 40)
+        self.until(lambda: "No signal" in self.row("IN_05").text and "Locked" in self.row("IN_01").text, 40)
         answer = self.ask("/api/v1/streams")
         streams = [stream for one in answer["directions"].values() for stream in one["streams"]]
         self.assertEqual(sorted(self.rows()), sorted(stream["id"] for stream in streams))
@@ -120,84 +142,30 @@ class PageTest(unittest.TestCase):
             if stream["state"] == "running":
                 self.assertIn(f"{stream['rates'][1]['hz']:.3f}"[:5], shown)
         self.assertRegex(self.row("IN_01").find_element(By.CSS_SELECTOR, ".phase").text, r"^[+]\d+\.\d\d$")
-        self.assertEqual(self.rows()[0], "IN_05", "worst first")
-        self.assertIn("IN_05 has lost the signal", self.text("#verdict"))
+        self.until(lambda: self.rows()[0] == "IN_05")
         self.assertIn("Simulated board", self.text("#badges"))
         self.assertIn(HOSTILE, self.row("IN_02").text)
         self.assertEqual(self.browser.find_elements(By.TAG_NAME, "img"), [])
-        self.assertNotIn("owned", self.browser.title)
-
-    def test_3_the_chart_has_the_points_that_the_api_has(self):
-        self.open("?view=stream&stream=IN_01")
-        rows = "const c = document.querySelector('.stream-view')?.charts; if (!c) return null;" \
-               "return Array.from({length: c.phase.rows()}, (_, i) => c.phase.value(i))"
-        drawn = [row for row in self.until(lambda: self.script(rows)) if row[1] is not None]
-        self.assertGreater(len(drawn), 5)
-        history = self.ask(f"/api/v1/history?stream=IN_01&step=1&fields=phase&from={drawn[0][0]}&to={drawn[-1][0] + 1}")
-        known = {t: pair for t, *pair in zip(history["t"], history["phase"], history["phase_stderr"])}
-        self.assertEqual([row[0] for row in drawn], [t for t in known if known[t][0] is not None])
-        for moment, value, error in drawn:
-            self.assertEqual([value, error], known[moment])
-        self.assertIn("IN_01 is in step", self.text(".sentence"))
-        self.assertGreater(len(self.browser.find_elements(By.CSS_SELECTOR, ".bars rect")), 10)
-
-    def test_4_zoom_filter_and_link_restore_the_view(self):
-        self.open("?view=stream&stream=IN_04")
-        self.until(lambda: self.text(".spans"))
-        self.browser.find_element(By.CSS_SELECTOR, "button[data-span='3600']").click()
-        self.assertIn("span=3600", self.browser.current_url)
-        self.until(lambda: self.script("return document.querySelector('.stream-view')?.charts"))
-        self.browser.find_element(By.CSS_SELECTOR, "button[aria-label='Zoom in']").click()
-        link = self.browser.current_url
-        self.assertRegex(link, "from=.*to=")
-        window = "return document.querySelector('.stream-view')?.charts?.phase.window()"
-        self.until(lambda: (shown := self.script(window)) and shown[1] - shown[0] == 1800000)
-        shown = self.script(window)
-        self.open("?view=events&stream=IN_04&kind=fields_lost")
-        listed = self.until(lambda: self.browser.find_elements(By.CSS_SELECTOR, ".events tbody tr"))
-        self.assertTrue(all("IN_04" in row.text and "Fields lost" in row.text for row in listed))
-        filters = [Select(one).first_selected_option.text for one in
-                   self.browser.find_elements(By.CSS_SELECTOR, ".filters select")]
-        self.assertEqual(filters, ["IN_04", "Fields lost"])
-        self.browser.get(link)
-        self.assertEqual(self.until(lambda: self.script(window)), shown)
+        self.assertNotEqual(self.browser.title, "owned")
         self.browser.get(self.base + "/?refin=IN_01")
         self.until(lambda: self.row("IN_01").text.startswith("Reference"))
         self.until(lambda: self.row("IN_00").find_element(By.CSS_SELECTOR, ".phase").text.startswith("−"))
 
-    def test_5_works_by_keyboard_alone_and_has_landmarks(self):
-        self.open()
-        self.until(self.rows)
-        for landmark in ("header", "nav[aria-label]", "main", "footer", "[role=status][aria-live]"):
-            self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, "body > " + landmark + ", header > " +
-                                                            landmark)), 1, landmark)
-        for _ in range(40):
-            self.browser.switch_to.active_element.send_keys(Keys.TAB)
-            if self.browser.switch_to.active_element.text == "IN_01":
-                break
-        self.browser.switch_to.active_element.send_keys(Keys.ENTER)
-        self.assertIn("stream=IN_01", self.browser.current_url)
-        self.open("?view=pairs")
-        first = self.until(lambda: self.browser.find_elements(By.CSS_SELECTOR, ".matrix td[tabindex='0']"))[0]
-        self.script("arguments[0].focus()", first)
-        first.send_keys(Keys.ARROW_RIGHT)
-        self.assertRegex(self.until(lambda: self.text(".panel[role=status]")), "against IN_")
+    def test_3_the_charts_have_as_many_points_as_the_api(self):
+        self.open("?view=stream&stream=IN_01")
+        chart = "return document.querySelector('.chart [role=img]')?.getAttribute('aria-label') ?? ''"
+        summary = r"phase, (\d\d) points between (.*) µs and (.*) µs"
+        drawn = self.until(lambda: re.fullmatch(summary, self.script(chart)))
+        history_now = self.ask("/api/v1/history?stream=IN_01&step=1&fields=phase")
+        phases = [one for one in history_now["phase"] if one is not None]
+        self.assertIn(len(phases) - int(drawn[1]), (0, 1, 2), "a second or two may have passed")
+        self.assertAlmostEqual(float(drawn[2]), min(phases) * 1e6, delta=0.1)
+        self.until(lambda: len(self.browser.find_elements(By.CSS_SELECTOR, ".bars rect")) > 10)
 
-    def test_6_fits_both_widths_in_both_colour_schemes(self):
-        backs = set()
-        for dark in (False, True):
-            for width in (1280, 400):
-                self.show(width, 900, dark)
-                for query in ("", "?view=stream&stream=IN_01", "?view=pairs", "?view=events"):
-                    self.open(query)
-                    self.until(lambda: self.script("return document.querySelector('main').children.length > 0"))
-                    over = self.script("return document.scrollingElement.scrollWidth - innerWidth")
-                    self.assertLessEqual(over, 0, f"{query} at {width}")
-            backs.add(self.script("return getComputedStyle(document.body).backgroundColor"))
-        self.assertEqual(len(backs), 2)
-
-    def test_7_says_when_the_watch_is_gone_and_nothing_else_was_asked_or_complained_of(self):
-        self.open()
+    def test_4_asks_nobody_else_and_complains_of_nothing_and_says_when_the_watch_is_gone(self):
+        for query in ("?view=stream&stream=IN_01", "?view=pairs", "?view=events", ""):
+            self.open(query)
+            self.until(lambda: len(self.text("main")) > 100)
         self.until(lambda: self.text("#link") == "live")
         complaints = [one for one in self.browser.get_log("browser") if one["level"] in ("SEVERE", "WARNING")]
         self.assertEqual(complaints, [])
@@ -207,6 +175,220 @@ class PageTest(unittest.TestCase):
         self.assertTrue(addresses)
         self.watch.terminate()
         self.until(lambda: "gone" in self.text("#link"))
+        self.assertRegex(self.text("#verdict strong"), r"^The watch is gone since \d\d:\d\d:\d\d UTC$")
+        self.assertNotIn("is-good", self.script("return document.querySelector('#verdict').className"))
+
+
+def wall():
+    """What an operator may find at three in the morning."""
+    house = {"seconds": 0.0, "stderr": 1e-8, "lines": 0.0}
+    return [stream(0, "Camera A", phase=house), stream(1, "Camera B"),
+            stream(2, "Drifter", lock="passing", drift={"ratio": 1.2e-9, "stderr": 2e-10},
+                   seconds_to_threshold=4080.0, seconds_to_slip=90000.0),
+            stream(3, "Lossy", counters={"fields_lost": 150},
+                   last_event={"number": 7, "kind": "fields_lost", "utc": utc(NOW - 4000)}),
+            lost(4, "Cable", NOW - 840000,
+                 last_event={"number": 5, "kind": "lock_changed", "utc": utc(NOW - 839000)}),
+            stream(5, HOSTILE, state="gone", since=utc(NOW - 60000)),
+            stream(0, "Left", "output"),
+            stream(1, "Desktop", "output", state="idle", lock="idle", rates=[], phase=None)]
+
+
+# Every text that is shown and cannot be read: its contrast with what is behind it is less than 4.5:1.
+CONTRASTS = """
+const toLinear = (value) => (value <= 0.04045 ? value / 12.92 : ((value + 0.055) / 1.055) ** 2.4);
+const luminance = ([r, g, b]) => 0.2126 * toLinear(r / 255) + 0.7152 * toLinear(g / 255) + 0.0722 * toLinear(b / 255);
+const numbers = (colour) => colour.match(/[0-9.]+/g).map(Number);
+const isSolid = (node) => (numbers(getComputedStyle(node).backgroundColor)[3] ?? 1) > 0.99;
+function* ancestors(node) { for (; node; node = node.parentElement) yield node; }
+const poor = [];
+const walker = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+  const holder = node.parentElement;
+  if (!node.textContent.trim() || !holder.checkVisibility() || holder.closest('option,script,noscript,.skip')) continue;
+  const back = [...ancestors(holder)].find(isSolid);
+  const [dark, light] = [getComputedStyle(holder).color, getComputedStyle(back).backgroundColor]
+    .map((colour) => luminance(numbers(colour))).sort((a, b) => a - b);
+  const isDimmed = [...ancestors(holder)].some((one) => getComputedStyle(one).opacity !== '1');
+  if (isDimmed || (light + 0.05) / (dark + 0.05) < 4.5) poor.push([node.textContent, holder.className]);
+}
+return poor;
+"""
+
+
+class MadeUpTest(PageCase):
+    """What the page makes of snapshots that are made up here, to the word."""
+
+    def setUp(self):
+        super().setUp()
+        self.watch = MadeUpWatch()
+        self.addCleanup(self.watch.close)
+        self.base = self.watch.base
+        self.watch.streams = snapshot(wall())
+
+    def test_the_first_screen_says_what_is_broken_and_since_when(self):
+        self.open()
+        self.until_equal(
+            "IN_04 Cable has had no signal since 02:46:00 UTC; IN_05 <img src=x onerror=document… is gone since "
+            "02:59:00 UTC; IN_03 Lossy loses fields; IN_02 Drifter is drifting, out of step in about 1 h; "
+            "OUT_01 Desktop idle", lambda: self.text("#verdict .more"))
+        self.assertEqual(self.text("#verdict strong"), "4 of 8 streams in step")
+        self.assertEqual(self.browser.title, "4 of 8 streams in step – Streams – Video watch, rack-7")
+        self.assertEqual(self.rows(), ["IN_04", "IN_05", "IN_02", "IN_03", "IN_01", "IN_00", "OUT_00", "OUT_01"])
+        self.assertEqual(self.row("IN_04").find_element(By.CSS_SELECTOR, ".event").text, "Signal lost, 14 min ago")
+
+    def test_each_view_has_its_title_and_each_stream_its_sentence(self):
+        for query, title, selector, sentence in (
+                ("?view=pairs", "Pairs", "h2", "Inputs"), ("?view=events", "Events", ".filters span", "none"),
+                ("?view=stream&stream=IN_04", "IN_04", ".sentence",
+                 "IN_04 has had no signal since 02:46:00 UTC, for 14 min."),
+                ("?view=stream&stream=IN_02", "IN_02", ".sentence",
+                 "IN_02 is in step only in passing, drifts +1.20 ppb, leaves the lock in about 1 h, "
+                 "slips a whole field in about 1 d.")):
+            self.open(query)
+            self.until_equal(sentence, lambda selector=selector: self.text(selector))
+            self.assertEqual(self.browser.title, f"4 of 8 streams in step – {title} – Video watch, rack-7")
+
+    def test_times_to_come_are_as_exact_as_they_are_known(self):
+        cases = [[600, 90, "in about 10 min"], [4080, 700, "in about 1 h"], [4080, 1, "in 1 h 8 min"],
+                 [0.19, 0.1, "within 1 s"], [95, 4, "in about 1 min 35 s"], [95, 0.1, "in 1 min 35 s"],
+                 [200, 900, "within 20 min"], [90000, 15000, "in about 1 d"], [-1, 0, "–"]]
+        self.open()
+        said = self.browser.execute_async_script(
+            "const [cases, done] = arguments; import('/format.js').then("
+            "(format) => done(cases.map(([seconds, error]) => format.countdown(seconds, error))))", cases)
+        self.assertEqual(said, [expected for _, _, expected in cases])
+
+    def test_worst_first_is_calm_and_never_moves_under_the_pointer_or_the_focus(self):
+        def healthy(shift, **changes):
+            return [stream(i, f"Camera {i}", phase=estimate("seconds", shift * (i - 3) * 1e-7, 1e-8),
+                           **(changes if i == 6 else {})) for i in range(8)]
+        self.watch.streams = snapshot(healthy(0))
+        self.open()
+        board = ["IN_00", *(f"IN_{i:02d}" for i in range(1, 8))]
+        self.until_equal(board[1:] + board[:1], self.rows)
+        self.script("window.orders = 0; new MutationObserver(() => ++orders).observe("
+                    "document.querySelector('.strips tbody'), { childList: true })")
+        free = {"lock": "free", "lines": 50.0}
+
+        def show(second, *given, **changes):
+            self.watch.show(healthy(*given, **changes), ms=NOW + second * 1000)
+            self.until_equal(utc(NOW + second * 1000)[:19].replace("T", " "), lambda: self.text("#clock")[:19])
+        for second in range(1, 8):
+            show(second, (-1) ** second * second)
+        show(8, 1, **free)
+        show(9, 1)
+        show(10, 1, **free)
+        self.assertEqual(self.script("return orders"), 0, "phases wander, and a state lasts a second")
+        self.script("document.querySelector('tr[data-stream=IN_02] a').focus()")
+        show(14, 1, **free)
+        self.assertEqual(self.rows()[0], "IN_01")
+        self.assertIn("keeps its order", self.text(".heading"))
+        self.script("document.activeElement.blur()")
+        show(15, 1, **free)
+        self.assertEqual(self.rows()[0], "IN_06")
+
+    def test_a_chart_tells_value_error_and_event_at_the_pointer_and_why_it_is_empty(self):
+        self.watch.add([event(1, NOW - 150000, "fields_lost", "IN_01", count=3)])
+        self.open("?view=stream&stream=IN_01&from=" + utc(NOW - 300000) + "&to=" + utc(NOW))
+        chart = self.find(".chart [role=img]")
+        self.until_equal("phase, 300 points between +3.00 µs and +3.00 µs", lambda: chart.get_attribute("aria-label"))
+        plot = self.script("const box = arguments[0].querySelector('canvas:last-of-type').getBoundingClientRect();"
+                           "return [box.left + 88 + (box.width - 96) / 2, box.top + 60]", chart)
+        self.browser.execute_cdp_cmd("Input.dispatchMouseEvent", {"type": "mouseMoved", "x": plot[0], "y": plot[1]})
+        self.until(lambda: self.text(".reading"), 5)
+        self.assertRegex(self.text(".reading"),
+                         r"^2026-03-01 02:57:[23]\d UTC: \+3\.00 µs ± 20 ns; Fields lost: 3 fields$")
+        self.watch.history = lambda query: history(query["stream"], NOW, 600, NOW - 840000)
+        self.open("?view=stream&stream=IN_04")
+        self.until_equal("Nothing has come since 02:46:00 UTC.", lambda: self.text(".problem"))
+        self.find(".notice a").click()
+        self.assertIn("from=2026-03-01T02%3A41%3A00.000Z&to=2026-03-01T02%3A51%3A00.000Z", self.browser.current_url)
+        self.find("button[aria-label='Zoom in']").click()
+        self.assertIn("from=2026-03-01T02%3A43%3A30.000Z&to=2026-03-01T02%3A48%3A30.000Z", self.browser.current_url)
+
+    def test_a_reference_of_ones_own_choice_takes_phase_and_lock_from_the_pair(self):
+        self.watch.streams = snapshot([stream(0, "Camera"), stream(1, "Film", lock="different", phase=None)])
+        self.watch.pairs["directions"]["input"]["pairs"] = [
+            {"first": "IN_00", "second": "IN_01", "offset": {"seconds": 2.966e-6, "stderr": 1e-8, "lines": 0.2},
+             "drift": None, "lock": "locked", "seconds_to_threshold": None, "seconds_to_slip": None}]
+        self.open("?refin=IN_01")
+        self.until_equal(["Locked", "−0.20", "−2.97"], lambda: [
+            self.text(f"tr[data-stream=IN_00] .{name}") for name in ("state", "lines", "phase")])
+
+    def test_events_stand_by_their_moments_and_a_full_millisecond_does_not_stall(self):
+        self.watch.add([event(n, NOW - 90000, "buffers_skipped", count=1) for n in range(1, 251)] +
+                       [event(251, NOW - 95000, "fields_lost", count=2), event(252, NOW - 80000, "state_changed",
+                                                                               before="running", after="gone")])
+        self.open("?view=events")
+        self.until_equal("200 shown", lambda: self.text(".filters span"))
+        self.find(".events .gone svg.gone use[href='#shape-gone']")
+        # One that comes while older ones are fetched, and one that was folded and is told late.
+        self.find("main button").click()
+        self.watch.add([event(253, NOW - 85000, "fields_lost", count=40), event(254, NOW, "signal_lost")])
+        self.until_equal("254 shown", lambda: self.text(".filters span"))
+        order = self.script("return [...document.querySelectorAll('.events tbody tr')]"
+                            ".map((row) => Number(row.dataset.number))")
+        self.assertEqual(order, [254, 252, 253, *range(250, 0, -1), 251])
+
+    def test_focus_comes_back_and_everything_works_by_keyboard(self):
+        self.open()
+        self.until(self.rows)
+        for landmark in ("header", "nav[aria-label]", "main", "footer", "[role=status][aria-live]"):
+            self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, "body > " + landmark + ", header > " +
+                                                            landmark)), 1, landmark)
+        for _ in range(40):
+            self.browser.switch_to.active_element.send_keys(Keys.TAB)
+            if self.browser.switch_to.active_element.text == "IN_03":
+                break
+        self.browser.switch_to.active_element.send_keys(Keys.ENTER)
+        self.until_equal("IN_03", lambda: self.text(".stream-head h2"))
+        self.browser.back()
+        self.until_equal("IN_03", lambda: self.browser.switch_to.active_element.text)
+        pair = {"first": "IN_00", "second": "IN_01", "offset": None, "drift": None, "lock": "free",
+                "seconds_to_threshold": None, "seconds_to_slip": 95.0}
+        self.watch.pairs["directions"]["input"]["pairs"] = [pair]
+        self.open("?view=pairs")
+        first = self.find(".matrix td[tabindex='0'].cell-free")
+        first.send_keys(Keys.ARROW_RIGHT)
+        self.browser.switch_to.active_element.send_keys(Keys.ARROW_LEFT)
+        self.until_equal("IN_01 Camera B against IN_00 Camera A: free: outside of the threshold; "
+                         "a field slipped in 1 min 35 s", lambda: self.text(".panel[role=status]"))
+
+    def test_updates_can_be_paused_and_what_is_old_is_never_green(self):
+        self.watch.streams = snapshot([stream(0, "Camera A")])
+        self.open()
+        self.until_equal("Everything that runs is in step", lambda: self.text("#verdict strong"))
+        self.find("#pause").click()
+        asked = len(self.watch.asked)
+        self.watch.show(wall(), ms=NOW + 5000)
+        self.until(lambda: self.text("#link").startswith("updates are paused since"))
+        self.assertIn("is-warn", self.script("return document.querySelector('#verdict').className"))
+        self.assertEqual(self.text("#verdict .more"), "its last word: Everything that runs is in step")
+        self.assertEqual(self.rows(), ["IN_00"])
+        self.assertEqual(len(self.watch.asked), asked)
+        self.find("#pause").click()
+        self.until_equal("4 of 8 streams in step", lambda: self.text("#verdict strong"))
+
+    def test_fits_every_width_and_can_be_read_in_both_colour_schemes_live_and_old(self):
+        self.watch.add([event(n, NOW - n, kind, of="IN_03", count=2) for n, kind in
+                        enumerate(("fields_lost", "fields_unobserved", "buffers_skipped", "format_changed"))])
+        self.watch.pairs["directions"]["input"]["pairs"] = [
+            {"first": "IN_00", "second": f"IN_{i + 1:02d}", "offset": None, "drift": None, "lock": lock,
+             "seconds_to_threshold": None, "seconds_to_slip": None}
+            for i, lock in enumerate(("locked", "passing", "free", "different", "idle"))]
+        for dark in (False, True):
+            for query in ("", "?view=stream&stream=IN_04", "?view=pairs", "?view=events"):
+                for width in (2500, 1280, 800, 400):
+                    self.size(width, 900, dark)
+                    if width == 2500:
+                        self.open(query)
+                        self.until(lambda: len(self.text("main")) > 200)
+                    over = self.script("return document.scrollingElement.scrollWidth - innerWidth")
+                    self.assertLessEqual(over, 0, f"{query} at {width}")
+                self.assertEqual(self.script(CONTRASTS), [], query)
+                self.find("#pause").click()
+                self.assertEqual(self.script(CONTRASTS), [], query + ", paused")
 
 
 class FullBoardTest(unittest.TestCase):

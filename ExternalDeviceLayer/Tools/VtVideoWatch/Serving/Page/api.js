@@ -6,7 +6,9 @@ async function ask(path, query, signal) {
   const text = new URLSearchParams(query).toString();
   const answer = await fetch(text ? `${path}?${text}` : path, { signal, cache: "no-store" });
   const json = await answer.json().catch(() => null);
-  if (!answer.ok) throw new CApiError(json?.error ?? `${path}: ${answer.status}`);
+  if (!answer.ok) {
+    throw new CApiError(json?.error ?? `${path}: ${answer.status}`);
+  }
   return json;
 }
 
@@ -14,6 +16,46 @@ export const askStreams = (signal) => ask("api/v1/streams", {}, signal);
 export const askPairs = (signal) => ask("api/v1/pairs", {}, signal);
 export const askHistory = (query, signal) => ask("api/v1/history", query, signal);
 export const askEvents = (query, signal) => ask("api/v1/events", query, signal);
+
+let isPaused = false;
+
+export function pauseAsking(paused) {
+  isPaused = paused;
+}
+
+const breathMs = 250; // how soon a poller sees that it is wanted again
+
+// Asks at once, and again everyMs() after each answer, but not while nobody looks or updates are paused.
+// question(signal) fetches and takes; what it throws is its own to catch, for here it only means another try.
+export function poll(everyMs, question) {
+  let request = new AbortController();
+  let timer = 0;
+  let doneMs = -Infinity;
+  const run = async (isWanted) => {
+    clearTimeout(timer);
+    const { signal } = request;
+    if (isWanted || (!isPaused && !document.hidden && Date.now() - doneMs >= everyMs())) {
+      await question(signal).catch(() => undefined);
+      doneMs = Date.now();
+    }
+    if (!signal.aborted) {
+      timer = setTimeout(run, breathMs);
+    }
+  };
+  run(true);
+  return {
+    // Asks now; an answer that is still on its way is of no use any more.
+    again() {
+      request.abort();
+      request = new AbortController();
+      return run(true);
+    },
+    stop() {
+      request.abort();
+      clearTimeout(timer);
+    },
+  };
+}
 
 const lateAfterMs = 3500; // snapshots come once a second
 
@@ -23,7 +65,10 @@ export function listen(on) {
   let state = "";
   let source = null;
   const set = (next) => {
-    if (next !== state) on.link((state = next), lastMs);
+    if (next !== state) {
+      state = next;
+      on.link(state, lastMs);
+    }
   };
   const connect = () => {
     source = new EventSource("api/v1/live");
@@ -38,10 +83,14 @@ export function listen(on) {
   connect();
   addEventListener("pagehide", () => source.close());
   setInterval(() => {
-    if (Date.now() - lastMs > lateAfterMs) set(source.readyState === EventSource.OPEN ? "late" : "gone");
+    if (Date.now() - lastMs > lateAfterMs) {
+      set(source.readyState === EventSource.OPEN ? "late" : "gone");
+    }
   }, 1000);
   // The browser itself comes back after a broken line, but not after a refusal.
   setInterval(() => {
-    if (source.readyState === EventSource.CLOSED) connect();
+    if (source.readyState === EventSource.CLOSED) {
+      connect();
+    }
   }, 5000);
 }

@@ -1,55 +1,64 @@
 // What the streams are compared with: the watch's own reference of a direction, or one that the address names. For the
-// latter the lock states come from the pairs, which are fetched only then.
-import { findStream, kindOf, phaseAgainst } from "./model.js";
+// latter phase and lock come from the pairs, which are fetched only then.
+import { findStream, kindOf } from "./model.js";
+
+const ownReference = (model, direction) => model.directions[direction].reference ?? "";
 
 export function referenceIds(model, state) {
-  const own = (direction) => model.directions[direction].reference ?? "";
-  const pick = (id, direction) => (findStream(model, id)?.direction === direction ? id : own(direction));
+  const pick = (id, direction) =>
+    findStream(model, id)?.direction === direction ? id : ownReference(model, direction);
   return { input: pick(state.refin, "input"), output: pick(state.refout, "output") };
 }
 
 export function needsPairs(model, state) {
   const chosen = referenceIds(model, state);
-  return Object.entries(chosen).some(([direction, id]) => id !== (model.directions[direction].reference ?? ""));
+  return Object.entries(chosen).some(([direction, id]) => id !== ownReference(model, direction));
 }
 
-export function findPair(pairs, first, second) {
-  const list = pairs?.directions?.[first.direction]?.pairs ?? [];
+function findPair(pairs, stream, otherId) {
+  const list = pairs?.directions?.[stream.direction]?.pairs ?? [];
   return list.find(
-    (pair) =>
-      (pair.first === first.id && pair.second === second.id) || (pair.first === second.id && pair.second === first.id),
+    ({ first, second }) => (first === stream.id && second === otherId) || (second === stream.id && first === otherId),
   );
 }
 
-// { kind, phase: {seconds, error} or null, lines, drift, toThreshold, toSlip } of a stream against its reference.
-export function compare(stream, model, references, pairs) {
-  const referenceId = references[stream.direction];
-  const isOwn = referenceId === (model.directions[stream.direction].reference ?? "");
-  const reference = findStream(model, referenceId);
-  if (isOwn || !reference || stream === reference) {
-    return finish(stream, stream.lock, reference, referenceId, stream);
-  }
-  const pair = findPair(pairs, stream, reference);
+// As a stream has it against the watch's own reference.
+function compareOwn(stream) {
+  return {
+    phase: stream.phase === null ? null : { seconds: stream.phase, error: stream.phaseError },
+    lines: stream.lines,
+    drift: stream.drift,
+    driftError: stream.driftError,
+    toThreshold: stream.toThreshold,
+    toThresholdError: stream.toThresholdError,
+    toSlip: stream.toSlip,
+    toSlipError: stream.toSlipError,
+  };
+}
+
+// As their pair has it: its offset is that of the second after the first.
+function comparePair(stream, reference, pair) {
   const sign = pair?.second === stream.id ? 1 : -1;
-  return finish(stream, pair?.lock ?? "idle", reference, referenceId, {
+  const phase = pair?.offset ? { seconds: sign * pair.offset.seconds, error: pair.offset.stderr } : null;
+  return {
+    phase,
+    lines: phase && reference.line ? phase.seconds / reference.line : null,
     drift: pair?.drift ? sign * pair.drift.ratio : null,
     driftError: pair?.drift?.stderr ?? null,
     toThreshold: pair?.seconds_to_threshold ?? null,
+    toThresholdError: pair?.seconds_to_threshold_stderr ?? null,
     toSlip: pair?.seconds_to_slip ?? null,
-  });
+    toSlipError: pair?.seconds_to_slip_stderr ?? null,
+  };
 }
 
-function finish(stream, lock, reference, referenceId, motion) {
-  const kind = kindOf(stream, referenceId, lock);
-  const comparable = stream.state === "running" && lock !== "different" && kind !== "reference";
-  const phase = comparable ? phaseAgainst(stream, reference) : null;
-  return {
-    kind,
-    phase,
-    lines: phase && stream.line ? phase.seconds / stream.line : null,
-    drift: motion.drift,
-    driftError: motion.driftError,
-    toThreshold: motion.toThreshold,
-    toSlip: motion.toSlip,
-  };
+// { kind, phase: {seconds, error} or null, lines, drift, toThreshold, toSlip, ... } of a stream against its reference.
+export function compare(stream, model, references, pairs) {
+  const referenceId = references[stream.direction];
+  const reference = findStream(model, referenceId);
+  if (!reference || stream === reference || referenceId === ownReference(model, stream.direction)) {
+    return { ...compareOwn(stream), kind: kindOf(stream, referenceId, stream.lock) };
+  }
+  const pair = findPair(pairs, stream, referenceId);
+  return { ...comparePair(stream, reference, pair), kind: kindOf(stream, referenceId, pair?.lock ?? "idle") };
 }

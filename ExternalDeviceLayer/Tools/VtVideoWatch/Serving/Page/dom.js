@@ -4,9 +4,13 @@
 export function element(name, attributes = {}, ...children) {
   const made = document.createElement(name);
   for (const [key, value] of Object.entries(attributes)) {
-    if (key.startsWith("on")) made.addEventListener(key.slice(2), value);
-    else if (value === true) made.setAttribute(key, "");
-    else if (value !== false && value !== null && value !== undefined) made.setAttribute(key, value);
+    if (key.startsWith("on")) {
+      made.addEventListener(key.slice(2), value);
+    } else if (value === true) {
+      made.setAttribute(key, "");
+    } else if (value !== false && value !== null && value !== undefined) {
+      made.setAttribute(key, value);
+    }
   }
   made.append(...children.filter((child) => child !== null && child !== undefined));
   return made;
@@ -14,11 +18,15 @@ export function element(name, attributes = {}, ...children) {
 
 // Writes a text only when it differs: what does not change is neither laid out nor read aloud again.
 export function setText(node, text) {
-  if (node.textContent !== text) node.textContent = text;
+  if (node.textContent !== text) {
+    node.textContent = text;
+  }
 }
 
 export function setAttribute(node, name, value) {
-  if (node.getAttribute(name) !== value) node.setAttribute(name, value);
+  if (node.getAttribute(name) !== value) {
+    node.setAttribute(name, value);
+  }
 }
 
 const svgNamespace = "http://www.w3.org/2000/svg";

@@ -1,6 +1,6 @@
-// Numbers and moments as people read them. Input is SI: seconds, hertz, ratios; moments are milliseconds since 1970 UTC.
+// Numbers and moments as people read them. Input is SI: seconds, hertz, ratios; moments are milliseconds since 1970.
 
-const dash = "–";
+export const dash = "–";
 const minus = "−";
 
 export function isNumber(value) {
@@ -8,7 +8,9 @@ export function isNumber(value) {
 }
 
 export function fixed(value, digits) {
-  if (!isNumber(value)) return dash;
+  if (!isNumber(value)) {
+    return dash;
+  }
   const text = Math.abs(value).toFixed(digits);
   return value < 0 && Number(text) !== 0 ? minus + text : text;
 }
@@ -20,7 +22,9 @@ function signed(value, digits) {
 
 // As many decimals as the uncertainty bears out: two digits of it at most.
 function digitsFor(stderr, most) {
-  if (!isNumber(stderr) || stderr <= 0) return most;
+  if (!isNumber(stderr) || stderr <= 0) {
+    return most;
+  }
   return Math.min(most, Math.max(0, 1 - Math.floor(Math.log10(stderr))));
 }
 
@@ -50,7 +54,9 @@ const timeUnits = [
 
 // A small span of time in the unit that suits it.
 export function span(seconds, sign = true) {
-  if (!isNumber(seconds)) return dash;
+  if (!isNumber(seconds)) {
+    return dash;
+  }
   const size = Math.abs(seconds);
   const [unit, name, digits] = timeUnits.find(([least]) => size >= least) ?? timeUnits[3];
   const value = seconds / unit;
@@ -60,7 +66,9 @@ export function span(seconds, sign = true) {
 
 // Always microseconds, and without the unit, so that a column of them compares.
 export function microsecondsFigure(seconds) {
-  if (!isNumber(seconds)) return dash;
+  if (!isNumber(seconds)) {
+    return dash;
+  }
   const value = seconds * 1e6;
   return signed(value, Math.abs(value) < 100 ? 2 : Math.abs(value) < 10000 ? 1 : 0);
 }
@@ -74,30 +82,77 @@ export function lines(value) {
 }
 
 export function ppb(ratio) {
-  if (!isNumber(ratio)) return dash;
+  if (!isNumber(ratio)) {
+    return dash;
+  }
   const value = ratio * 1e9;
   const size = Math.abs(value);
-  if (size >= 1e5) return `${signed(value / 1e3, 1)} ppm`;
+  if (size >= 1e5) {
+    return `${signed(value / 1e3, 1)} ppm`;
+  }
   return `${signed(value, size < 10 ? 2 : size < 1000 ? 1 : 0)} ppb`;
+}
+
+export function ppbError(ratio) {
+  return ppb(Math.abs(ratio)).replace("+", "");
 }
 
 // How long something lasts or is away, in words that get coarser with length.
 export function duration(seconds) {
-  if (!isNumber(seconds) || seconds < 0) return dash;
-  if (seconds < 1) return `${Math.round(seconds * 1000)} ms`;
-  if (seconds < 10) return `${seconds.toFixed(1)} s`;
+  if (!isNumber(seconds) || seconds < 0) {
+    return dash;
+  }
+  if (seconds < 1) {
+    return `${Math.round(seconds * 1000)} ms`;
+  }
+  return seconds < 9.95 ? `${seconds.toFixed(1)} s` : wholeDuration(seconds);
+}
+
+const durationUnits = [
+  [86400, "d", 3600, "h"],
+  [3600, "h", 60, "min"],
+  [60, "min", 1, "s"],
+];
+
+// Two units at most, and the smaller one only when it says something.
+function wholeDuration(seconds) {
+  if (seconds >= 86400 * 999) {
+    return "years";
+  }
   const whole = Math.round(seconds);
-  if (whole < 60) return `${whole} s`;
-  if (whole < 3600) return `${Math.floor(whole / 60)} min ${whole % 60} s`;
-  if (whole < 86400) return `${Math.floor(whole / 3600)} h ${Math.floor((whole % 3600) / 60)} min`;
-  if (whole < 86400 * 999) return `${Math.floor(whole / 86400)} d ${Math.floor((whole % 86400) / 3600)} h`;
-  return "years";
+  const found = durationUnits.find(([size]) => whole >= size);
+  if (!found) {
+    return `${whole} s`;
+  }
+  const [size, name, smallSize, smallName] = found;
+  const small = Math.floor((whole % size) / smallSize);
+  return `${Math.floor(whole / size)} ${name}${small > 0 ? ` ${small} ${smallName}` : ""}`;
+}
+
+const steps = [1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1200, 1800, 3600, 7200, 10800, 21600, 43200, 86400, 432000];
+
+// When something will be, as exactly as is known: "in about 10 min", and never digits that the error does not bear out.
+export function countdown(seconds, error) {
+  if (!isNumber(seconds) || seconds < 0) {
+    return dash;
+  }
+  const doubt = Math.max(isNumber(error) ? error : 0, seconds / 200, 0.5);
+  const step = steps.find((one) => one >= doubt) ?? 86400 * 30;
+  const rounded = Math.round(seconds / step) * step;
+  if (rounded === 0) {
+    return `within ${wholeDuration(step)}`;
+  }
+  return `in ${doubt > seconds / 100 ? "about " : ""}${wholeDuration(rounded)}`;
 }
 
 export function age(sinceMs, nowMs) {
   const seconds = Math.max(0, (nowMs - sinceMs) / 1000);
-  if (seconds < 1) return "now";
-  return `${seconds < 60 ? `${Math.floor(seconds)} s` : duration(seconds).replace(/ \d+ s$/, "")} ago`;
+  return seconds < 1 ? "now" : `${longAge(seconds)} ago`;
+}
+
+// How long something has been so: whole units that do not tick once a second for longer than a minute.
+export function longAge(seconds) {
+  return seconds < 60 ? `${Math.floor(seconds)} s` : wholeDuration(seconds).replace(/ \d+ s$/, "");
 }
 
 export function count(value) {
@@ -118,6 +173,13 @@ export function utcDateTime(ms, withMilliseconds = false) {
   return `${day} ${utcTime(ms, withMilliseconds)}`;
 }
 
+// "since 02:46:12 UTC", with the day when it was another one; nothing of it is broken over two lines.
+export function since(ms, nowMs) {
+  const [day, time] = utcDateTime(ms).replaceAll("-", "\u2011").split(" ");
+  const today = utcDateTime(nowMs).replaceAll("-", "\u2011").split(" ")[0];
+  return `since\u00a0${day === today ? "" : `${day}\u00a0`}${time}\u00a0UTC`;
+}
+
 export function localDateTime(ms) {
   const date = new Date(ms);
   const day = `${date.getFullYear()}-${pad(date.getMonth() + 1)}-${pad(date.getDate())}`;
@@ -125,3 +187,12 @@ export function localDateTime(ms) {
 }
 
 export const localZone = Intl.DateTimeFormat().resolvedOptions().timeZone || "local";
+
+const longestName = 28;
+
+// "IN_04 Camera B": who a stream is, for people.
+export function label(stream) {
+  const letters = Array.from(stream.name ?? "");
+  const name = letters.length > longestName ? `${letters.slice(0, longestName - 1).join("")}…` : letters.join("");
+  return name ? `${stream.id} ${name}` : stream.id;
+}

@@ -1,10 +1,10 @@
 // The points and marks behind a stream's charts, for a span of time; seconds where the watch still has them, minutes
 // beyond.
 import { askEvents, askHistory } from "./api.js";
-import { eventClass, eventDetail, eventWord } from "./words.js";
+import { eventClass, eventText, eventWord } from "./words.js";
 import { toMs } from "./model.js";
 
-export const fullResolutionSeconds = 600;
+const fullResolutionSeconds = 600;
 const mostPoints = 4000;
 
 // The span that the address means, at a moment.
@@ -12,7 +12,9 @@ export function spanOf(state, nowMs, reach) {
   if (state.from && state.to) {
     const from = toMs(state.from);
     const to = toMs(state.to);
-    if (from < to) return { from, to, isLive: false };
+    if (from < to) {
+      return { from, to, isLive: false };
+    }
   }
   if (state.span === "all") {
     const from = reach?.minutes_from ?? reach?.seconds_from ?? nowMs - fullResolutionSeconds * 1000;
@@ -38,23 +40,35 @@ export async function fetchSpan(id, span, signal) {
     points = await askHistory({ ...query, step }, signal);
   }
   const events = await askEvents({ stream: id, from: query.from, to: query.to, limit: 500 }, signal);
-  return { points, step, reach: points.reach, events: events.events, marks: marksOf(events.events) };
+  return { points, step, reach: points.reach, events: events.events, marks: marksOf(events.events, query.to) };
 }
 
-// Newest first in, oldest first out: what lasted is drawn from its begin to its end.
-function marksOf(events) {
+const markKinds = ["lost", "gone", "free", "passing", "idle"];
+
+// Newest first in, oldest first out: what lasted is drawn from its begin to its end, or to the end of what is shown.
+function marksOf(events, endMs) {
   const marks = [];
+  let open = null;
   for (const event of [...events].reverse()) {
     const kind = eventClass(event);
-    if (!["lost", "free", "passing", "idle"].includes(kind) && event.kind !== "signal_back") continue;
     const fromMs = toMs(event.utc);
-    if (event.kind === "signal_back") {
-      marks.push({ kind: "lost", fromMs: fromMs - event.seconds * 1000, toMs: fromMs, text: eventWord("signal_lost") });
-    } else {
-      marks.push({ kind, fromMs, text: [eventWord(event.kind), eventDetail(event)].filter(Boolean).join(": ") });
+    if (event.kind === "signal_lost") {
+      open = { kind, fromMs, toMs: endMs, text: eventText(event) };
+      marks.push(open);
+    } else if (event.kind === "signal_back") {
+      open ??= addedTo(marks, { kind: "lost", fromMs: fromMs - event.seconds * 1000, text: eventWord("signal_lost") });
+      open.toMs = fromMs;
+      open = null;
+    } else if (markKinds.includes(kind)) {
+      marks.push({ kind, fromMs, text: eventText(event) });
     }
   }
   return marks;
+}
+
+function addedTo(marks, mark) {
+  marks.push(mark);
+  return mark;
 }
 
 // Rows for a chart: [Date, [value, error]]. Where nothing is known, and where points are further apart than they
@@ -63,7 +77,9 @@ export function rowsOf(points, value, error, step) {
   const rows = [];
   let before = null;
   points.t.forEach((moment, i) => {
-    if (before !== null && moment - before > 2.5 * step * 1000) rows.push([new Date(before + 1), [null, null]]);
+    if (before !== null && moment - before > 2.5 * step * 1000) {
+      rows.push([new Date(before + 1), [null, null]]);
+    }
     before = moment;
     const shown = value(i);
     rows.push([new Date(moment), shown === null ? [null, null] : [shown, error(i) ?? 0]]);

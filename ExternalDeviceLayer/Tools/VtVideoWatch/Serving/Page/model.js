@@ -14,11 +14,17 @@ function shownRate(rates) {
   return known("10s") ?? known("1s") ?? null;
 }
 
-// A stream from /api/v1/streams, or from the live stream, which leaves out what rarely changes: that is taken from known.
-export function toStream(json, known = {}) {
+// When a stream that the page has not known before has lost fields, as far as its last event tells.
+function lossOf(event) {
+  return event?.kind === "fields_lost" ? toMs(event.utc) : -Infinity;
+}
+
+// A stream from /api/v1/streams, or from the live stream, which leaves out what rarely changes: that comes from known.
+export function toStream(json, nowMs, known = {}) {
   const rate = json.rates ? shownRate(json.rates) : json.rate;
   const counters = json.counters ?? json;
   const hertz = rate?.hz ?? null;
+  const lost = counters.fields_lost ?? 0;
   return {
     id: json.id,
     direction: json.direction ?? (json.id.startsWith("OUT") ? "output" : "input"),
@@ -34,24 +40,24 @@ export function toStream(json, known = {}) {
     ppmError: rate?.stderr_ppm ?? null,
     nominal: json.nominal?.hz ?? json.nominal_hz ?? null,
     period: hertz ? 1 / hertz : null,
-    line: json.line_seconds ?? lineOf(json.phase) ?? known.line ?? null,
+    line: json.line_seconds ?? known.line ?? null,
     phase: json.phase?.seconds ?? null,
+    lines: json.phase?.lines ?? null,
     phaseError: json.phase?.stderr ?? null,
     drift: json.drift?.ratio ?? null,
     driftError: json.drift?.stderr ?? null,
     toThreshold: json.seconds_to_threshold ?? null,
+    toThresholdError: json.seconds_to_threshold_stderr ?? null,
     toSlip: json.seconds_to_slip ?? null,
-    lost: counters.fields_lost ?? 0,
+    toSlipError: json.seconds_to_slip_stderr ?? null,
+    lost,
+    lossMs: lost > (known.lost ?? lost) ? nowMs : (known.lossMs ?? lossOf(json.last_event)),
     unobserved: counters.fields_unobserved ?? 0,
     losses: counters.signal_losses ?? 0,
     lastEvent: json.last_event?.kind
       ? { number: json.last_event.number, kind: json.last_event.kind, ms: toMs(json.last_event.utc) }
       : null,
   };
-}
-
-function lineOf(offset) {
-  return offset?.lines ? offset.seconds / offset.lines : null;
 }
 
 // The whole watch, from either of both.
@@ -65,7 +71,6 @@ export function toModel(json, before) {
     clock: json.clock ?? before?.clock ?? null,
     threshold: json.threshold ?? before?.threshold ?? null,
     costs: json.costs ?? { ...before?.costs, ...pickCosts(json) },
-    lateWakes: json.late_wakes ?? before?.lateWakes ?? 0,
     directions: {},
   };
   for (const direction of directions) {
@@ -73,7 +78,9 @@ export function toModel(json, before) {
     model.directions[direction] = {
       reference: given.reference,
       groups: given.groups ?? before?.directions[direction].groups ?? [],
-      streams: given.streams.map((stream) => toStream(stream, (before ? findStream(before, stream.id) : undefined))),
+      streams: given.streams.map((stream) =>
+        toStream(stream, model.ms, before ? findStream(before, stream.id) : undefined),
+      ),
     };
   }
   return model;
@@ -91,21 +98,9 @@ export function findStream(model, id) {
   return streamsOf(model).find((stream) => stream.id === id);
 }
 
-// The offset of a stream against another one of its direction, within half of the shorter period; null when it is not
-// known or means nothing.
-export function phaseAgainst(stream, reference) {
-  if (!reference || stream.phase === null || reference.phase === null) return null;
-  const period = Math.min(stream.period ?? Infinity, reference.period ?? Infinity);
-  const offset = stream.phase - reference.phase;
-  if (!Number.isFinite(period) || period <= 0) return { seconds: offset, error: null };
-  const seconds = offset - Math.round(offset / period) * period;
-  const error = Math.hypot(stream.phaseError ?? 0, reference.phaseError ?? 0);
-  return { seconds, error };
-}
-
 // One word and one shape for what a stream is doing.
 export const kinds = {
-  lost: { word: "Lost", rank: 0, meaning: "had a signal and lost it" },
+  lost: { word: "No signal", rank: 0, meaning: "had a signal and lost it" },
   gone: { word: "Gone", rank: 1, meaning: "the device does not answer any more" },
   free: { word: "Free", rank: 2, meaning: "runs, but out of step with the reference" },
   passing: { word: "Passing", rank: 3, meaning: "in step at the moment, but drifting through" },
@@ -116,7 +111,11 @@ export const kinds = {
 };
 
 export function kindOf(stream, referenceId, lock) {
-  if (stream.state === "lost" || stream.state === "gone" || stream.state === "idle") return stream.state;
-  if (stream.id === referenceId) return "reference";
-  return lock === "locked" || lock === "passing" || lock === "free" ? lock : "running";
+  if (stream.state !== "running") {
+    return stream.state;
+  }
+  if (stream.id === referenceId) {
+    return "reference";
+  }
+  return ["locked", "passing", "free"].includes(lock) ? lock : "running";
 }

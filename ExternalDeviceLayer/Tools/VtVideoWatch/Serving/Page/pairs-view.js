@@ -1,6 +1,6 @@
 // All pairs: a matrix per direction, a letter and a colour per state, the offset at the pointer or the keys' focus.
-import { addressWith } from "./address.js";
-import { askPairs } from "./api.js";
+import { addressOf } from "./address.js";
+import { askPairs, poll } from "./api.js";
 import { element, setAttribute, setText } from "./dom.js";
 import * as format from "./format.js";
 import { directions, directionTitles } from "./model.js";
@@ -14,61 +14,41 @@ const states = {
 };
 
 // Members of a group stand together, so that it shows as a block; the rest follows in the board's order.
-function orderOf(ids, groups) {
+function inBlocks(streams, groups) {
   const grouped = groups.flatMap((group) => group.members);
-  return [...grouped, ...ids.filter((id) => !grouped.includes(id))];
+  const members = grouped.map((id) => streams.find((stream) => stream.id === id)).filter(Boolean);
+  return [...members, ...streams.filter((stream) => !grouped.includes(stream.id))];
 }
 
-function pairText(pair, row, column) {
-  if (!pair) return "";
-  const sign = pair.first === row ? 1 : -1;
-  const [, meaning] = states[pair.lock];
-  const parts = [`${column} against ${row}: ${meaning}`];
+// What is known of a pair, for whoever reads along the row of one of both.
+export function pairText(pair, row, column) {
+  const sign = pair.first === row.id ? 1 : -1;
+  const parts = [`${format.label(column)} against ${format.label(row)}: ${states[pair.lock][1]}`];
   if (pair.offset) {
     const lines = pair.offset.lines === null ? "" : ` (${format.lines(sign * pair.offset.lines)})`;
     parts.push(`offset ${format.span(sign * pair.offset.seconds)} ± ${format.span(pair.offset.stderr, false)}${lines}`);
   }
-  if (pair.drift) parts.push(`drift ${format.ppb(sign * pair.drift.ratio)} ± ${format.ppb(pair.drift.stderr).replace("+", "")}`);
-  if (pair.seconds_to_threshold !== null) parts.push(`threshold in ${format.duration(pair.seconds_to_threshold)}`);
-  if (pair.seconds_to_slip !== null) parts.push(`a field slipped in ${format.duration(pair.seconds_to_slip)}`);
+  if (pair.drift) {
+    parts.push(`drift ${format.ppb(sign * pair.drift.ratio)} ± ${format.ppbError(pair.drift.stderr)}`);
+  }
+  if (pair.seconds_to_threshold !== null) {
+    parts.push(`threshold ${format.countdown(pair.seconds_to_threshold, pair.seconds_to_threshold_stderr)}`);
+  }
+  if (pair.seconds_to_slip !== null) {
+    parts.push(`a field slipped ${format.countdown(pair.seconds_to_slip, pair.seconds_to_slip_stderr)}`);
+  }
   return parts.join("; ");
 }
 
-function makeMatrix(direction, ids, reading) {
-  const cells = new Map(); // "row column" -> td
-  const heads = ids.map((id) => element("th", { scope: "col", title: id }, id.slice(-2)));
-  const rows = ids.map((row) => {
-    const tds = ids.map((column) => {
-      const td = row === column ? element("td", { class: "self", role: "gridcell" }) : element("td", { role: "gridcell", tabindex: -1 });
-      cells.set(`${row} ${column}`, td);
-      return td;
-    });
-    const link = element("a", { "data-state": "", href: addressWith({ view: "stream", stream: row }) }, row);
-    return element("tr", { role: "row" }, element("th", { scope: "row" }, link), ...tds);
-  });
-  const table = element(
-    "table",
-    { class: "matrix", role: "grid", "aria-label": `${directionTitles[direction]}: every pair` },
-    element("thead", {}, element("tr", { role: "row" }, element("td", { class: "self" }), ...heads)),
-    element("tbody", {}, ...rows),
-  );
-  const say = (event) => {
-    const td = event.target.closest("td[tabindex]");
-    if (td) setText(reading, td.dataset.text ?? "");
-  };
-  table.addEventListener("pointerover", say);
-  table.addEventListener("focusin", say);
-  table.addEventListener("keydown", (event) => moveFocus(event, ids, cells));
-  const first = ids.length > 1 ? cells.get(`${ids[0]} ${ids[1]}`) : null;
-  first?.setAttribute("tabindex", "0");
-  return { table, cells };
-}
+const steps = { ArrowRight: [0, 1], ArrowLeft: [0, -1], ArrowDown: [1, 0], ArrowUp: [-1, 0] };
 
 // Arrow keys walk over the matrix, as in any grid.
 function moveFocus(event, ids, cells) {
-  const step = { ArrowRight: [0, 1], ArrowLeft: [0, -1], ArrowDown: [1, 0], ArrowUp: [-1, 0] }[event.key];
+  const step = steps[event.key];
   const from = [...cells].find(([, td]) => td === event.target);
-  if (!step || !from) return;
+  if (!step || !from) {
+    return;
+  }
   event.preventDefault();
   let [row, column] = from[0].split(" ").map((id) => ids.indexOf(id));
   do {
@@ -76,65 +56,146 @@ function moveFocus(event, ids, cells) {
     column += step[1];
   } while (row === column);
   const td = cells.get(`${ids[row]} ${ids[column]}`);
-  if (!td) return;
-  event.target.setAttribute("tabindex", "-1");
-  td.setAttribute("tabindex", "0");
-  td.focus();
+  if (td) {
+    event.target.setAttribute("tabindex", "-1");
+    td.setAttribute("tabindex", "0");
+    td.focus();
+  }
+}
+
+function makeCell(row, column) {
+  return row === column
+    ? element("td", { class: "self", role: "gridcell" })
+    : element("td", { role: "gridcell", tabindex: -1 });
+}
+
+function makeRow(stream, streams, cells) {
+  const tds = streams.map((column) => {
+    const td = makeCell(stream, column);
+    cells.set(`${stream.id} ${column.id}`, td);
+    return td;
+  });
+  const link = element("a", { "data-state": "", href: addressOf("stream", { stream: stream.id }) }, stream.id);
+  const head = element("th", { scope: "row" }, link, " ", element("span", { class: "name" }, stream.name));
+  return element("tr", { role: "row" }, head, ...tds);
+}
+
+function makeMatrix(direction, streams, say) {
+  const cells = new Map(); // "row column" -> td
+  const ids = streams.map((stream) => stream.id);
+  const heads = streams.map((stream) =>
+    element("th", { scope: "col", title: format.label(stream) }, stream.id.slice(-2)),
+  );
+  const table = element(
+    "table",
+    { class: "matrix", role: "grid", "aria-label": `${directionTitles[direction]}: every pair` },
+    element("thead", {}, element("tr", { role: "row" }, element("td", { class: "self" }), ...heads)),
+    element("tbody", {}, ...streams.map((stream) => makeRow(stream, streams, cells))),
+  );
+  const tell = (event) => {
+    const td = event.target.closest("td[tabindex]");
+    if (td) {
+      say(td.dataset.text ?? "");
+    }
+  };
+  table.addEventListener("pointerover", tell);
+  table.addEventListener("focusin", tell);
+  table.addEventListener("keydown", (event) => moveFocus(event, ids, cells));
+  cells.get(`${ids[0]} ${ids[1]}`)?.setAttribute("tabindex", "0");
+  return { table, cells };
+}
+
+function showCell(td, pair, row, column, groups) {
+  const isGrouped = groups.some((group) => group.members.includes(row.id) && group.members.includes(column.id));
+  setText(td, states[pair.lock][0]);
+  setAttribute(td, "class", `cell-${pair.lock}${isGrouped ? " in-group" : ""}`);
+  td.dataset.text = pairText(pair, row, column);
+  setAttribute(td, "title", td.dataset.text);
+  setAttribute(td, "aria-label", td.dataset.text);
+}
+
+function showGroups(list, groups, labelOf) {
+  const texts = groups.map(
+    ({ group, members, since }) =>
+      `Group ${group}: ${members.map(labelOf).join(", ")}, since ${format.utcDateTime(Date.parse(since))} UTC`,
+  );
+  if (texts.join() !== list.dataset.texts) {
+    list.dataset.texts = texts.join();
+    list.replaceChildren(...(texts.length > 0 ? texts : ["No lock groups"]).map((text) => element("li", {}, text)));
+  }
+}
+
+// One direction's matrix; it is made anew when the order of the streams changes.
+function makeDirection(direction, say) {
+  const root = element("section");
+  const list = element("ul", { class: "groups" });
+  let key = "";
+  let cells = null;
+  return {
+    root,
+    show({ pairs, groups }, streams) {
+      const ordered = inBlocks(streams, groups);
+      const byId = new Map(streams.map((stream) => [stream.id, stream]));
+      const orderedKey = ordered.map(format.label).join();
+      if (key !== orderedKey) {
+        key = orderedKey;
+        const made = makeMatrix(direction, ordered, say);
+        cells = made.cells;
+        const scroll = element("div", { class: "matrix-scroll" }, made.table);
+        root.replaceChildren(element("h2", {}, directionTitles[direction]), scroll, list);
+      }
+      for (const pair of pairs) {
+        const [first, second] = [byId.get(pair.first), byId.get(pair.second)];
+        if (first && second) {
+          showCell(cells.get(`${first.id} ${second.id}`), pair, first, second, groups);
+          showCell(cells.get(`${second.id} ${first.id}`), pair, second, first, groups);
+        }
+      }
+      showGroups(list, groups, (id) => (byId.has(id) ? format.label(byId.get(id)) : id));
+    },
+  };
+}
+
+const everyMs = 2000;
+
+function makeLegend() {
+  const entries = Object.entries(states).map(([kind, [letter, meaning]]) =>
+    element("li", {}, element("b", { class: `cell-${kind}` }, letter), ` ${meaning}`),
+  );
+  return element("div", { class: "matrix" }, element("ul", { class: "legend" }, ...entries));
 }
 
 export function makePairsView() {
-  const root = element("div");
-  const reading = element("p", { class: "panel", role: "status", "aria-live": "polite" }, "Point at a pair, or walk there with the arrow keys.");
-  const legend = element("ul", { class: "legend" }, ...Object.entries(states).map(([kind, [letter, meaning]]) => element("li", {}, element("b", { class: `cell-${kind}` }, letter), ` ${meaning}`)));
-  const views = element("div", { class: "pair-views" });
-  root.append(element("div", { class: "matrix" }, legend), reading, views);
-  const shown = {};
-  let asked = 0;
+  const reading = element(
+    "p",
+    { class: "panel", role: "status", "aria-live": "polite" },
+    "Point at a pair, or walk there with the arrow keys.",
+  );
+  const shown = Object.fromEntries(
+    directions.map((direction) => [direction, makeDirection(direction, (text) => setText(reading, text))]),
+  );
+  const views = element("div", { class: "pair-views" }, ...directions.map((direction) => shown[direction].root));
+  let poller = null;
+  let model = null;
 
-  function showDirection(direction, json, streams) {
-    const { pairs, groups } = json.directions[direction];
-    const ids = orderOf(streams.map((stream) => stream.id), groups);
-    const key = ids.join();
-    if (shown[direction]?.key !== key) {
-      const made = makeMatrix(direction, ids, reading);
-      const groupList = element("ul", { class: "groups" });
-      const section = element("section", {}, element("h2", {}, directionTitles[direction]), element("div", { class: "matrix-scroll" }, made.table), groupList);
-      if (shown[direction]) shown[direction].section.replaceWith(section);
-      else views.append(section);
-      shown[direction] = { key, section, groupList, ...made };
-    }
-    const { cells, groupList } = shown[direction];
-    for (const pair of pairs) {
-      for (const [row, column] of [[pair.first, pair.second], [pair.second, pair.first]]) {
-        const td = cells.get(`${row} ${column}`);
-        if (!td) continue;
-        const isGrouped = groups.some((group) => group.members.includes(row) && group.members.includes(column));
-        setText(td, states[pair.lock][0]);
-        setAttribute(td, "class", `cell-${pair.lock}${isGrouped ? " in-group" : ""}`);
-        td.dataset.text = pairText(pair, row, column);
-        setAttribute(td, "title", td.dataset.text);
-        setAttribute(td, "aria-label", td.dataset.text);
+  async function fetchAndShow(signal) {
+    const json = await askPairs(signal);
+    for (const direction of directions) {
+      const { streams } = model.directions[direction];
+      if (streams.length > 1) {
+        shown[direction].show(json.directions[direction], streams);
       }
-    }
-    const texts = groups.map((group) => `Group ${group.group}: ${group.members.join(", ")}, since ${format.utcDateTime(Date.parse(group.since))} UTC`);
-    if (texts.join() !== groupList.dataset.texts) {
-      groupList.dataset.texts = texts.join();
-      groupList.replaceChildren(...(texts.length > 0 ? texts : ["No lock groups"]).map((text) => element("li", {}, text)));
     }
   }
 
   return {
-    root,
-    async show({ model }) {
-      if (Date.now() - asked < 2000) return;
-      asked = Date.now();
-      const json = await askPairs().catch(() => null);
-      if (!json) return;
-      for (const direction of directions) {
-        const { streams } = model.directions[direction];
-        if (streams.length > 1) showDirection(direction, json, streams);
-      }
+    root: element("div", {}, makeLegend(), reading, views),
+    show(context) {
+      ({ model } = context);
+      poller ??= poll(() => everyMs, fetchAndShow);
     },
-    close() {},
+    close() {
+      poller?.stop();
+    },
   };
 }

@@ -22,8 +22,12 @@ function rangeOf(values) {
   let low = Infinity;
   let high = -Infinity;
   for (const value of values) {
-    if (value < low) low = value;
-    if (value > high) high = value;
+    if (value < low) {
+      low = value;
+    }
+    if (value > high) {
+      high = value;
+    }
   }
   return [low, high];
 }
@@ -34,7 +38,9 @@ export function drawTrace(canvas, trace, colour, leastRange, wrap) {
   const scale = Math.min(devicePixelRatio || 1, 2);
   const width = Math.round(canvas.clientWidth * scale);
   const height = Math.round(canvas.clientHeight * scale);
-  if (width === 0 || height === 0) return;
+  if (width === 0 || height === 0) {
+    return;
+  }
   if (canvas.width !== width || canvas.height !== height) {
     canvas.width = width;
     canvas.height = height;
@@ -43,7 +49,9 @@ export function drawTrace(canvas, trace, colour, leastRange, wrap) {
   pen.clearRect(0, 0, width, height);
   const values = valuesOf(trace);
   const [low, high] = rangeOf(values);
-  if (!(high >= low)) return;
+  if (!(high >= low)) {
+    return;
+  }
   const middle = (low + high) / 2;
   const range = Math.max(high - low, leastRange);
   const step = width / (pointsKept - 1);
@@ -55,9 +63,14 @@ export function drawTrace(canvas, trace, colour, leastRange, wrap) {
   values.forEach((value, i) => {
     const x = begin + i * step;
     const y = height / 2 - ((value - middle) / range) * (height - 3 * scale);
-    if (Number.isNaN(value)) return void (before = NaN);
-    if (Number.isNaN(before) || Math.abs(value - before) > wrap / 2) pen.moveTo(x, y);
-    else pen.lineTo(x, y);
+    if (Number.isNaN(value)) {
+      return void (before = NaN);
+    }
+    if (Number.isNaN(before) || Math.abs(value - before) > wrap / 2) {
+      pen.moveTo(x, y);
+    } else {
+      pen.lineTo(x, y);
+    }
     before = value;
   });
   pen.stroke();

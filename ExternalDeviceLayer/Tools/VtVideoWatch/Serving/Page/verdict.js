@@ -2,68 +2,105 @@
 import { element, shape } from "./dom.js";
 import * as format from "./format.js";
 import { streamsOf } from "./model.js";
+import { thresholdCountdown } from "./words.js";
+
+const mostNamed = 3;
 
 const named = (streams) => {
-  const names = streams.slice(0, 3).map((one) => one.stream.id);
-  return names.join(", ") + (streams.length > 3 ? ` and ${streams.length - 3} more` : "");
+  const names = streams.slice(0, mostNamed).map((one) => format.label(one.stream));
+  return names.join(", ") + (streams.length > mostNamed ? ` and ${streams.length - mostNamed} more` : "");
 };
 
 const are = (streams) => (streams.length === 1 ? "is" : "are");
 const have = (streams) => (streams.length === 1 ? "has" : "have");
+const since = (streams, nowMs) => format.since(Math.min(...streams.map((one) => one.stream.sinceMs)), nowMs);
 
-function clauses(of) {
-  const list = [];
-  if (of.lost.length > 0) list.push(`${named(of.lost)} ${have(of.lost)} lost the signal`);
-  if (of.gone.length > 0) list.push(`${named(of.gone)} ${are(of.gone)} gone`);
-  if (of.free.length > 0) list.push(`${named(of.free)} ${are(of.free)} out of step`);
-  if (of.passing.length > 0) {
-    const soonest = Math.min(...of.passing.map((one) => one.compared.toThreshold ?? Infinity));
-    const when = Number.isFinite(soonest) ? `, in step for another ${format.duration(soonest)}` : "";
-    list.push(`${named(of.passing)} ${are(of.passing)} drifting${when}`);
-  }
-  return list;
+function driftClause(passing) {
+  const [soonest] = passing
+    .map((one) => one.compared)
+    .filter((compared) => compared.toThreshold !== null)
+    .sort((a, b) => a.toThreshold - b.toThreshold);
+  const when = soonest ? `, out of step ${thresholdCountdown(soonest)}` : "";
+  return `${named(passing)} ${are(passing)} drifting${when}`;
+}
+
+function clauses(of, nowMs) {
+  return [
+    of.lost.length > 0 && `${named(of.lost)} ${have(of.lost)} had no signal ${since(of.lost, nowMs)}`,
+    of.gone.length > 0 && `${named(of.gone)} ${are(of.gone)} gone ${since(of.gone, nowMs)}`,
+    of.losing.length > 0 && `${named(of.losing)} ${of.losing.length === 1 ? "loses" : "lose"} fields`,
+    of.free.length > 0 && `${named(of.free)} ${are(of.free)} out of step`,
+    of.passing.length > 0 && driftClause(of.passing),
+  ].filter(Boolean);
 }
 
 function remarks(of) {
-  const list = [];
-  if (of.running.length > 0) list.push(`${named(of.running)} cannot be compared`);
-  if (of.idle.length > 0) list.push(`${named(of.idle)} idle`);
-  return list;
+  return [
+    of.running.length > 0 && `${named(of.running)} cannot be compared`,
+    of.idle.length > 0 && `${named(of.idle)} idle`,
+  ].filter(Boolean);
 }
 
-// compared: Map from stream to what compare() says of it.
-export function judge(model, compared) {
-  const of = { lost: [], gone: [], free: [], passing: [], running: [], locked: [], reference: [], idle: [] };
+const losingMs = 60000;
+const order = ["lost", "gone", "losing", "free", "passing", "running", "locked", "reference", "idle"];
+
+function sortOut(model, compared) {
+  const of = Object.fromEntries(order.map((kind) => [kind, []]));
   for (const stream of streamsOf(model)) {
-    const one = compared.get(stream);
-    of[one.kind].push({ stream, compared: one });
+    const one = { stream, compared: compared.get(stream) };
+    of[one.compared.kind].push(one);
+    if (stream.state === "running" && model.ms - stream.lossMs < losingMs) {
+      of.losing.push(one);
+    }
   }
-  const total = streamsOf(model).length;
-  const inStep = of.locked.length + of.reference.length;
-  const faults = clauses(of);
-  if (total === 0) return { level: "warn", shape: "idle", text: "There is nothing to watch", more: "the board has no streams" };
-  if (faults.length === 0 && inStep + of.running.length === 0) {
-    return { level: "warn", shape: "idle", text: "Nothing runs", more: `${total} streams are idle` };
-  }
+  return of;
+}
+
+function fault(of, total, faults) {
+  const worst = order.find((kind) => of[kind].length > 0);
   const isBad = of.lost.length + of.gone.length > 0;
+  const inStep = of.locked.length + of.reference.length;
   return {
-    level: isBad ? "bad" : faults.length > 0 ? "warn" : "good",
-    shape: isBad ? "lost" : of.free.length > 0 ? "free" : of.passing.length > 0 ? "passing" : "locked",
-    text: faults.length > 0 ? `${inStep} of ${total} streams in step` : "Everything that runs is in step",
+    level: isBad ? "bad" : "warn",
+    shape: worst === "losing" ? "free" : worst,
+    text: of.losing.length > 0 && !isBad ? "Fields are being lost" : `${inStep} of ${total} streams in step`,
     more: [...faults, ...remarks(of)].join("; "),
   };
 }
 
-let shown = "";
+// compared: Map from stream to what compare() says of it.
+export function judge(model, compared) {
+  const of = sortOut(model, compared);
+  const total = compared.size;
+  const faults = clauses(of, model.ms);
+  if (total === 0) {
+    return { level: "warn", shape: "idle", text: "There is nothing to watch", more: "the board has no streams" };
+  }
+  if (faults.length > 0) {
+    return fault(of, total, faults);
+  }
+  if (of.idle.length === total) {
+    return { level: "warn", shape: "idle", text: "Nothing runs", more: `${total} streams are idle` };
+  }
+  return { level: "good", shape: "locked", text: "Everything that runs is in step", more: remarks(of).join("; ") };
+}
+
+// What a verdict is worth once nothing new comes: what it was, and that nobody knows any more.
+export function outdated(verdict, text) {
+  const was = verdict.more ? `${verdict.text}; ${verdict.more}` : verdict.text;
+  return { level: verdict.level === "bad" ? "bad" : "warn", shape: "idle", text, more: `its last word: ${was}` };
+}
 
 export function showVerdict(place, verdict) {
   const key = JSON.stringify(verdict);
-  if (key === shown) return; // it is read aloud when it changes, and only then
-  shown = key;
+  if (place.dataset.key === key) {
+    return; // it is read aloud when it changes, and only then
+  }
+  place.dataset.key = key;
   place.className = `verdict is-${verdict.level}`;
   place.replaceChildren(
     shape(verdict.shape),
     element("strong", {}, verdict.text),
-    element("span", { class: "more", title: verdict.more }, verdict.more),
+    element("span", { class: "more" }, verdict.more),
   );
 }

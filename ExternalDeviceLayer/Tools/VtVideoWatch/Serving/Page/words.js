@@ -34,6 +34,8 @@ export function eventWord(kind) {
   return eventWords[kind] ?? kind;
 }
 
+const lockClasses = ["locked", "passing", "free"];
+
 // How much an event matters to the eye: the class of its colour, and of its mark on a chart.
 const eventClasses = {
   signal_lost: "lost",
@@ -53,12 +55,14 @@ const eventClasses = {
 };
 
 export function eventClass(event) {
-  if (event.kind === "lock_changed") return event.after in lockClasses ? lockClasses[event.after] : "idle";
-  if (event.kind === "state_changed") return event.after === "running" ? "locked" : event.after;
+  if (event.kind === "lock_changed") {
+    return lockClasses.includes(event.after) ? event.after : "idle";
+  }
+  if (event.kind === "state_changed") {
+    return event.after === "running" ? "locked" : event.after;
+  }
   return eventClasses[event.kind] ?? "running";
 }
-
-const lockClasses = { locked: "locked", passing: "passing", free: "free" };
 
 const plural = (count, one, many) => `${format.count(count)} ${count === 1 ? one : many}`;
 
@@ -66,34 +70,95 @@ function valueText(event, value) {
   return event.kind === "timings_changed" ? format.rate(value) : String(value);
 }
 
+const details = {
+  fields_unobserved: (event) => `${plural(event.count, "field", "fields")} not seen; no fault of the signal`,
+  signal_back: (event) => `away for ${format.duration(event.seconds)}`,
+  phase_stepped: (event) => `by ${format.span(event.seconds)}`,
+  group_ended: (event) => `${event.members?.join(", ")}, after ${format.duration(event.seconds)}`,
+};
+
 // What happened, beyond the event's word.
 export function eventDetail(event) {
-  if (event.kind === "fields_unobserved") return `${plural(event.count, "field", "fields")} not seen; no fault of the signal`;
-  if (event.kind === "signal_back") return `away for ${format.duration(event.seconds)}`;
-  if (event.kind === "group_ended") return `${event.members?.join(", ")}, after ${format.duration(event.seconds)}`;
-  if (event.members) return event.members.join(", ");
-  if (event.before !== undefined) return `${valueText(event, event.before)} → ${valueText(event, event.after)}`;
-  if (event.kind === "phase_stepped") return `by ${format.span(event.seconds)}`;
+  if (event.kind in details) {
+    return details[event.kind](event);
+  }
+  if (event.members) {
+    return event.members.join(", ");
+  }
+  const times = event.count > 1 ? `, ${format.count(event.count)} times together` : "";
+  if (event.before !== undefined) {
+    return `${valueText(event, event.before)} → ${valueText(event, event.after)}${times}`;
+  }
   const unit = event.kind.startsWith("buffers") ? ["buffer", "buffers"] : ["field", "fields"];
   const counted = event.count === undefined ? "" : plural(event.count, ...unit);
   return event.seconds === undefined ? counted : `${counted}, by ${format.span(event.seconds)} at most`;
 }
 
-// "drifts +1.2 ppb, leaves the lock in 3 h 12 min"
-export function movement(stream, compared) {
-  const kind = compared.kind;
-  if (kind === "lost") return "has lost its signal";
-  if (kind === "gone") return "is gone: the device does not answer any more";
-  if (kind === "idle") return "is idle";
-  if (kind === "reference") return "is what the others are compared with";
-  if (kind === "running") return stream.lock === "different" ? "runs at a rate that does not compare" : "runs";
-  const still = compared.drift === null || Math.abs(compared.drift) < 3 * (compared.driftError ?? 0);
-  const drift = still ? "does not drift" : `drifts ${format.ppb(compared.drift)}`;
-  const ends = [];
-  if (compared.toThreshold !== null) {
-    ends.push(`${kind === "free" ? "comes within the threshold" : "leaves the lock"} in ${format.duration(compared.toThreshold)}`);
+// "Fields lost: 3 fields"
+export function eventText(event) {
+  return [eventWord(event.kind), eventDetail(event)].filter(Boolean).join(": ");
+}
+
+// The newest that is worth telling of a stream: of one that is away, since when.
+export function lastWord(stream) {
+  if (stream.state === "lost" || stream.state === "gone") {
+    return { text: stream.state === "lost" ? eventWord("signal_lost") : "Gone", ms: stream.sinceMs };
   }
-  if (compared.toSlip !== null) ends.push(`slips a whole field in ${format.duration(compared.toSlip)}`);
-  const where = { locked: "is in step", passing: "is in step only in passing", free: "runs free" }[kind];
-  return still ? `${where} and ${drift}` : [where, drift, ...ends].join(", ");
+  return stream.lastEvent && { text: eventWord(stream.lastEvent.kind), ms: stream.lastEvent.ms };
+}
+
+const motionWords = { locked: "is in step", passing: "is in step only in passing", free: "runs free" };
+
+// What the server does not say, the drift's own error does: the time to a crossing is as unsure as the drift.
+function countdown(compared, seconds, error) {
+  const byDrift = compared.drift ? Math.abs((seconds * (compared.driftError ?? 0)) / compared.drift) : null;
+  return format.countdown(seconds, error ?? byDrift);
+}
+
+// When the threshold is crossed: "in about 1 h"; null when it is not.
+export function thresholdCountdown(compared) {
+  const { toThreshold, toThresholdError } = compared;
+  return toThreshold === null ? null : countdown(compared, toThreshold, toThresholdError);
+}
+
+function ends(compared) {
+  const list = [];
+  const threshold = thresholdCountdown(compared);
+  if (threshold !== null) {
+    list.push(`${compared.kind === "free" ? "comes within the threshold" : "leaves the lock"} ${threshold}`);
+  }
+  if (compared.toSlip !== null) {
+    list.push(`slips a whole field ${countdown(compared, compared.toSlip, compared.toSlipError)}`);
+  }
+  return list;
+}
+
+function motion(compared) {
+  const isStill = compared.drift === null || Math.abs(compared.drift) < 3 * (compared.driftError ?? 0);
+  const where = motionWords[compared.kind];
+  return isStill
+    ? `${where} and does not drift`
+    : [where, `drifts ${format.ppb(compared.drift)}`, ...ends(compared)].join(", ");
+}
+
+function since(stream, nowMs) {
+  return `${format.since(stream.sinceMs, nowMs)}, for ${format.longAge((nowMs - stream.sinceMs) / 1000)}`;
+}
+
+// "is in step, drifts +1.2 ppb, leaves the lock in 3 h 12 min"
+export function movement(stream, compared, nowMs) {
+  switch (compared.kind) {
+    case "lost":
+      return `has had no signal ${since(stream, nowMs)}`;
+    case "gone":
+      return `is gone ${since(stream, nowMs)}: the device does not answer any more`;
+    case "idle":
+      return "is idle";
+    case "reference":
+      return "is what the others are compared with";
+    case "running":
+      return stream.lock === "different" ? "runs at a rate that does not compare" : "runs";
+    default:
+      return motion(compared);
+  }
 }
