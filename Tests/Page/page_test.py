@@ -384,8 +384,7 @@ class MadeUpTest(PageCase):
                     if width == 2500:
                         self.open(query)
                         self.until(lambda: len(self.text("main")) > 200)
-                    over = self.script("return document.scrollingElement.scrollWidth - innerWidth")
-                    self.assertLessEqual(over, 0, f"{query} at {width}")
+                    self.until(lambda: self.script("return document.scrollingElement.scrollWidth <= innerWidth"))
                 self.assertEqual(self.script(CONTRASTS), [], query)
                 self.find("#pause").click()
                 self.assertEqual(self.script(CONTRASTS), [], query + ", paused")

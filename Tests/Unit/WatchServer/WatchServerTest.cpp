@@ -2,13 +2,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
+#include <sstream>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "EventKinds.h"
 #include "HttpClient.h"
 #include "LiveHub.h"
 #include "MadeUpWatch.h"
@@ -341,6 +346,22 @@ TEST_F(WatchServerTest, WhatCannotBeListenedOnIsSaidInOneLine)
         EXPECT_THAT(szProblem, HasSubstr(szFault)) << szListen;
         EXPECT_EQ(szProblem.find('\n'), std::string::npos) << szListen;
     }
+}
+
+TEST_F(WatchServerTest, ThePageHasAWordForEveryKindOfEventAndForNoOther)
+{
+    const std::string szWords = Get("/words.js");
+    const size_t uiBegin = szWords.find("const eventWords = {\n");
+    std::istringstream oTable(szWords.substr(uiBegin, szWords.find("\n};", uiBegin) - uiBegin));
+    std::vector<std::string> aszNames;
+    std::string szLine;
+    for (std::getline(oTable, szLine); std::getline(oTable, szLine);)
+    {
+        aszNames.push_back(szLine.substr(2, szLine.find(':') - 2));
+    }
+    std::vector<std::string> aszKinds;
+    std::ranges::transform(aoEventKinds, std::back_inserter(aszKinds), &SEventKind::szName);
+    EXPECT_THAT(aszNames, testing::UnorderedElementsAreArray(aszKinds));
 }
 
 TEST_F(WatchServerTest, ThePageComesWithItsFilesAndIsKept)
