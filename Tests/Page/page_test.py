@@ -10,6 +10,7 @@ import subprocess
 import sys
 import time
 import unittest
+import urllib.error
 import urllib.request
 
 from selenium import webdriver
@@ -102,6 +103,8 @@ class RealWatchTest(PageCase):
     def setUpClass(cls):
         super().setUpClass()
         cls.watch, cls.base = start_watch(os.path.join(HERE, "Wall.toml"))
+        WebDriverWait(cls.browser, 10, 0.1, (urllib.error.HTTPError,)).until(
+            lambda _: urllib.request.urlopen(cls.base + "/healthz", timeout=10).close() is None)
 
     @classmethod
     def tearDownClass(cls):

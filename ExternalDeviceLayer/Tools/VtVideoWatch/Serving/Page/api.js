@@ -23,20 +23,24 @@ export function pauseAsking(paused) {
   isPaused = paused;
 }
 
-const breathMs = 250; // how soon a poller sees that it is wanted again
+const breathMs = 250; // how soon a poller sees that it is due
+const retryMs = 2000; // after a question without an answer
 
 // Asks at once, and again everyMs() after each answer, but not while nobody looks or updates are paused.
-// question(signal) fetches and takes; what it throws is its own to catch, for here it only means another try.
+// question(signal) fetches and takes; what it throws means another try soon.
 export function poll(everyMs, question) {
   let request = new AbortController();
   let timer = 0;
-  let doneMs = -Infinity;
+  let dueMs = -Infinity;
   const run = async (isWanted) => {
     clearTimeout(timer);
     const { signal } = request;
-    if (isWanted || (!isPaused && !document.hidden && Date.now() - doneMs >= everyMs())) {
-      await question(signal).catch(() => undefined);
-      doneMs = Date.now();
+    if (isWanted || (!isPaused && !document.hidden && Date.now() >= dueMs)) {
+      const isAnswered = await question(signal).then(
+        () => true,
+        () => false,
+      );
+      dueMs = Date.now() + (isAnswered ? everyMs() : Math.min(everyMs(), retryMs));
     }
     if (!signal.aborted) {
       timer = setTimeout(run, breathMs);
