@@ -6,10 +6,11 @@ szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # What each part of the tree is built with: the monitor on the simulated board, the other board, the watch.
 aszMonitorPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev)
 aszLinuxBoardPackages=(libdrm-dev libudev-dev libtracefs-dev libtraceevent-dev)
-aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libmicrohttpd-dev prometheus-cpp-dev
+aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev
+    prometheus-cpp-dev
     libjs-dygraphs)
 aszRunPackages=("${aszMonitorPackages[@]}" "${aszLinuxBoardPackages[@]}" "${aszWatchPackages[@]}")
-aszTestPackages=(libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema chromium
+aszTestPackages=(curl openssl libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema chromium
     chromium-driver python3-selenium)
 aszBenchmarkPackages=(libbenchmark-dev)
 aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)

@@ -2,6 +2,7 @@
 
 usage: doors_test.py <VtVideoWatch>
 """
+import ctypes
 import grp
 import os
 import pathlib
@@ -43,7 +44,7 @@ class DoorsTest(unittest.TestCase):
 
     def start(self, *options, before=()):
         with self.log.open("w") as log:
-            process = subprocess.Popen([*before, watch_path, "serve", *options], stdout=log, stderr=log)
+            process = subprocess.Popen([*before, watch_path, "serve", *map(str, options)], stdout=log, stderr=log)
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
         return process
@@ -107,6 +108,112 @@ class DoorsTest(unittest.TestCase):
                 self.assertIn("vt_video", self.curl(text[1] + "metrics"), files)
                 [client.close() for client in clients]
         self.assertTrue(text[1])
+
+    def make_certificate(self, name, *options):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                        "-days", "2", "-subj", f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                        self.folder / f"{name}.key", "-out", self.folder / f"{name}.pem", *options],
+                       check=True, capture_output=True)
+        (self.folder / f"{name}.key").chmod(0o600)
+
+    def make_users(self, **passwords):
+        crypt = ctypes.CDLL("libcrypt.so.1").crypt
+        crypt.restype = ctypes.c_char_p
+        path = self.folder / "users"
+        path.write_text("".join(f"{name}:{crypt(word.encode(), b'$2b$05$' + b'a' * 22).decode()}\n"
+                                for name, word in passwords.items()))
+        path.chmod(0o600)
+        return path
+
+    def start_secured(self, *options):
+        self.make_certificate("server")
+        users = self.make_users(ada="word")
+        watch = self.start("--listen", "127.0.0.1:0", "--listen", f"unix:{self.socket}", "--tls-certificate",
+                           self.folder / "server.pem", "--tls-key", self.folder / "server.key", "--users", users, *options)
+        return watch, self.addresses(2)[0]
+
+    def tls(self, address, *options):
+        return subprocess.run(["openssl", "s_client", "-connect", address.split("/")[2], "-CAfile",
+                               self.folder / "server.pem", "-verify_return_error", *options],
+                              input="", capture_output=True, text=True, timeout=20)
+
+    def test_tls_and_passwords(self):
+        watch, address = self.start_secured()
+        self.assertTrue(address.startswith("https://"))
+        trusting = ["--cacert", str(self.folder / "server.pem")]
+        self.curl(*trusting, address + "metrics", status="401")
+        for _ in range(2):
+            self.assertIn("vt_video", self.curl(*trusting, "-u", "ada:word", address + "metrics"))
+            self.curl(*trusting, "-u", "ada:other", address + "metrics", status="401")
+            self.curl(*trusting, "-u", "eve:word", address + "metrics", status="401")
+        self.assertIn("vt_video", self.curl("--unix-socket", str(self.socket), "http://x/metrics"))
+        for version in ("-tls1", "-tls1_1"):
+            self.assertNotEqual(self.tls(address, version, "-cipher", "ALL:@SECLEVEL=0").returncode, 0, version)
+        for version in ("-tls1_2", "-tls1_3"):
+            self.assertEqual(self.tls(address, version).returncode, 0, version)
+
+        # A pair that does not fit is said, the old one stays; one that fits is taken, and so are other users.
+        shutil.copy(self.folder / "server.pem", self.folder / "old.pem")
+        self.make_certificate("server", "-keyout", os.devnull)
+        watch.send_signal(signal.SIGHUP)
+        wait_for(lambda: "what was read before goes on" in self.log.read_text(), self.log.read_text)
+        self.curl("--cacert", str(self.folder / "old.pem"), "-u", "ada:word", address + "healthz")
+        self.make_certificate("server")
+        self.make_users(bob="word")
+        watch.send_signal(signal.SIGHUP)
+        wait_for(lambda: self.tls(address).returncode == 0, self.log.read_text)
+        self.assertIn("vt_video", self.curl(*trusting, "-u", "bob:word", address + "metrics"))
+        self.curl(*trusting, "-u", "ada:word", address + "metrics", status="401")
+        self.end(watch)
+
+    def test_client_certificates(self):
+        self.make_certificate("client", "-addext", "extendedKeyUsage=clientAuth")
+        self.make_certificate("stranger")
+        _, address = self.start_secured("--tls-client-ca", self.folder / "client.pem")
+        ask = ["--cacert", str(self.folder / "server.pem"), "-u", "ada:word", address + "healthz"]
+        self.curl(*ask, status="403")
+        for name, status in (("stranger", "403"), ("client", "200")):
+            self.curl("--cert", str(self.folder / f"{name}.pem"), "--key", str(self.folder / f"{name}.key"), *ask,
+                      status=status)
+
+    def test_prometheus_scrapes_with_tls_and_password(self):
+        _, address = self.start_secured()
+        (self.folder / "prometheus.yml").write_text(f"""
+scrape_configs:
+  - job_name: vt-video
+    scrape_interval: 1s
+    scheme: https
+    tls_config: {{ ca_file: {self.folder}/server.pem }}
+    basic_auth: {{ username: ada, password: word }}
+    static_configs: [{{ targets: ["{address.split("/")[2]}"] }}]
+""")
+        port = free_port()
+        server = subprocess.Popen(
+            ["prometheus", f"--config.file={self.folder}/prometheus.yml", f"--storage.tsdb.path={self.folder}/data",
+             f"--web.listen-address=127.0.0.1:{port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.terminate)
+        query = f"http://127.0.0.1:{port}/api/v1/query?query=" + "up%20*%20on()%20group_left()%20count(vt_video_fields_total)"
+        wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
+                 self.log.read_text, 40)
+
+    def test_what_others_may_read_and_what_is_no_such_file_is_refused(self):
+        self.make_certificate("server")
+        users = self.make_users(ada="word")
+        pem, key = self.folder / "server.pem", self.folder / "server.key"
+        bad = self.folder / "bad"
+        bad.touch(0o600)
+        users.chmod(0o644)
+        faults = [(["--users", users], "others may read it"), (["--users", bad], "no users in it"),
+                  (["--users", self.folder / "none"], "No such file"), (["--users", "/dev/zero"], "no file of at most"),
+                  (["--tls-certificate", pem, "--tls-key", bad], "--tls-key"), (["--tls-key", key], "--tls-certificate")]
+        for options, text in faults:
+            watch = self.start("--listen", "127.0.0.1:0", *options)
+            self.assertIn(watch.wait(timeout=20), (1, 2), options)
+            self.assertIn(text, self.log.read_text(), options)
+        self.start("--listen", "0.0.0.0:0")
+        self.addresses(1)
+        wait_for(lambda: "may read everything" in self.log.read_text(), self.log.read_text)
 
 
 if __name__ == "__main__":

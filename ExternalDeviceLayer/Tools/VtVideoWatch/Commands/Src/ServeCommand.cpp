@@ -1,6 +1,7 @@
 #include "ServeCommand.h"
 
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
@@ -34,6 +35,7 @@ struct SServeRun
     SStoreRemains oRemains;
     CBoardSession oSession;
     std::unique_ptr<CWatchData> poData;
+    std::mutex oServerMutex; // whether there is one: HUP comes at any time
     WatchServerPtr poServer;
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
@@ -122,14 +124,22 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
         roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
     roRun.poData->Resume(roRun.oRemains.aoRunning);
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
-    roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, rszFault);
+    {
+        const std::lock_guard oGuard(roRun.oServerMutex);
+        roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, rszFault);
+    }
     if (!roRun.poServer || !roRun.oSession.Start(rszFault))
     {
         return false;
     }
-    for (const std::string& rszAddress : WatchServer_GetAddresses(*roRun.poServer))
+    for (const std::string& rszUrl : WatchServer_GetUrls(*roRun.poServer))
     {
-        Notice_Say("serving on " + (rszAddress.starts_with("unix:") ? rszAddress : "http://" + rszAddress + "/"));
+        Notice_Say("serving on " + rszUrl);
+    }
+    const std::string szWarning = WatchServer_GetWarning(*roRun.poServer);
+    if (!szWarning.empty())
+    {
+        Notice_Say(szWarning);
     }
     if (roRun.poStore)
     {
@@ -205,8 +215,21 @@ bool End(SServeRun& roRun)
     {
         roRun.poJournal->Close();
     }
-    roRun.poServer.reset();
+    {
+        const std::lock_guard oGuard(roRun.oServerMutex);
+        roRun.poServer.reset();
+    }
     return roRun.oSession.Stop(uiThreadsEndMs);
+}
+
+void ReloadServer(SServeRun& roRun)
+{
+    const std::lock_guard oGuard(roRun.oServerMutex);
+    std::string szProblem;
+    if (roRun.poServer && !WatchServer_Reload(*roRun.poServer, szProblem))
+    {
+        Notice_Say(szProblem + "; what was read before goes on");
+    }
 }
 
 } // namespace
@@ -227,6 +250,7 @@ int ServeCommand_Run(const SServeOptions& roOptions)
                        {
                            oRun.poJournal->Reopen();
                        }
+                       ReloadServer(oRun);
                    });
     std::string szFault;
     int iStatus = iExitOk;

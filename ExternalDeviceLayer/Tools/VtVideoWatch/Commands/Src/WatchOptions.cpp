@@ -61,6 +61,18 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
              [&roServe](uint32_t uiMode) { roServe.oServing.oSocketFile.uiMode = uiMode; });
     roApp.add_option("--socket-group", roServe.oServing.oSocketFile.szGroup, "group of unix sockets")
         ->type_name("GROUP");
+    SHttpFiles& roFiles = roServe.oServing.oFiles;
+    CLI::Option* poCertificate =
+        roApp.add_option("--tls-certificate", roFiles.szCertificate, "serve by TLS, with this certificate (PEM)")
+            ->type_name("FILE");
+    CLI::Option* poKey =
+        roApp.add_option("--tls-key", roFiles.szKey, "its key")->type_name("FILE")->needs(poCertificate);
+    poCertificate->needs(poKey);
+    roApp.add_option("--tls-client-ca", roFiles.szClientCa, "ask clients for certificates of these authorities")
+        ->type_name("FILE")
+        ->needs(poCertificate);
+    roApp.add_option("--users", roFiles.szUsers, "ask for names and passwords: lines of htpasswd -B")
+        ->type_name("FILE");
     roApp.add_option("--store", roServe.szStore, "keep history and events in this SQLite file")->type_name("FILE");
     roApp.add_option("--keep", roServe.uiKeepDays, "how long the store keeps minutes; events stay for ever")
         ->type_name("DAYS")
@@ -74,11 +86,12 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
              [&roServe](const std::vector<SStreamKey>& raoStreams)
              { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); })
         ->take_all();
-    roApp.footer("Without --store the history is kept in memory: ten minutes by the second and a day by the minute,\n"
-                 "2040 points of " +
-                 std::to_string(sizeof(SHistoryPoint)) + " bytes per stream, and the last 10000 events.\n" +
-                 "Exit status: 0 after INT or TERM; 1 when the board, the store, the journal or the address cannot be\n"
-                 "used; 2 for a wrong command line. HUP opens the journal anew.");
+    roApp.footer(
+        "Without --store the history is kept in memory: ten minutes by the second and a day by the minute,\n"
+        "2040 points of " +
+        std::to_string(sizeof(SHistoryPoint)) + " bytes per stream, and the last 10000 events.\n" +
+        "Exit status: 0 after INT or TERM; 1 when the board, the store, the journal or the address cannot be\n"
+        "used; 2 for a wrong command line. HUP opens the journal anew, and reads certificates and users again.");
 }
 
 void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)

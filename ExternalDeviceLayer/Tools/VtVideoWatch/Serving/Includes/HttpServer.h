@@ -84,10 +84,20 @@ struct SHttpSocketFile
     std::string szGroup; // empty: as it comes
 };
 
+// Files that say how to serve; empty: none. Not for unix sockets, whose rights say who may use them.
+struct SHttpFiles
+{
+    std::string szCertificate; // PEM, with those between it and its authority
+    std::string szKey;
+    std::string szClientCa; // clients must have a certificate of one of these authorities
+    std::string szUsers;    // lines of htpasswd -B
+};
+
 struct SHttpSetup
 {
     std::vector<std::string> aszListen; // see ListenAddress_Read
     SHttpSocketFile oSocketFile;
+    SHttpFiles oFiles;
     HttpHandler oHandler; // answers a request; called by several threads at once
     // Whether that may take longer than some milliseconds: then it has a thread of its own, and delays no other answer.
     std::function<bool(const SHttpRequest& roRequest)> oIsSlow;
@@ -111,6 +121,19 @@ HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem);
 
 /* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
 const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer);
+
+/* The same as who asks writes them, "https://127.0.0.1:80/". Thread-safe. */
+std::vector<std::string> HttpServer_GetUrls(const SHttpServer& roServer);
+
+/* One line for whoever leaves an address open to everybody on the network; mostly empty. Thread-safe. */
+std::string HttpServer_GetWarning(const SHttpServer& roServer);
+
+/*
+ * Reads the files of the setup again. Connections under another certificate are ended when it has changed.
+ *   rszProblem  out  one line that says what is wrong: then everything stays as it is
+ * Thread-safe.
+ */
+bool HttpServer_Reload(SHttpServer& roServer, std::string& rszProblem);
 
 /* Thread-safe. */
 SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer);

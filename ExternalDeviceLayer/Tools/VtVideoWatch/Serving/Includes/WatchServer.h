@@ -31,6 +31,7 @@ struct SServingOptions
 {
     std::vector<std::string> aszListen; // as ListenAddress_Read takes them
     SHttpSocketFile oSocketFile = {};
+    SHttpFiles oFiles = {};
 };
 
 /*
@@ -44,5 +45,10 @@ WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& 
 
 /* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
 const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer);
+
+/* See HttpServer_GetUrls, HttpServer_GetWarning, HttpServer_Reload. Thread-safe. */
+std::vector<std::string> WatchServer_GetUrls(const SWatchServer& roServer);
+std::string WatchServer_GetWarning(const SWatchServer& roServer);
+bool WatchServer_Reload(SWatchServer& roServer, std::string& rszProblem);
 
 #endif

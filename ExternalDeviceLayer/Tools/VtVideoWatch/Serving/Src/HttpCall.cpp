@@ -1,9 +1,26 @@
 #include "HttpCall.h"
 
-bool HttpCall_Sleep(SHttpCall& roCall, const std::atomic<bool>& rbIsEnding)
+namespace
+{
+
+// The mutex is held.
+void Wake(SHttpCall& roCall)
+{
+    if (roCall.bIsAsleep && roCall.poConnection != nullptr)
+    {
+        roCall.bIsAsleep = false;
+        MHD_resume_connection(roCall.poConnection);
+        return;
+    }
+    roCall.bIsWoken = true;
+}
+
+} // namespace
+
+bool HttpCall_Sleep(SHttpCall& roCall)
 {
     const std::lock_guard oGuard(roCall.oMutex);
-    if (roCall.bIsWoken || rbIsEnding)
+    if (roCall.bIsWoken || roCall.poPlace->poDaemon->bIsEnding)
     {
         roCall.bIsWoken = false;
         return false;
@@ -16,13 +33,17 @@ bool HttpCall_Sleep(SHttpCall& roCall, const std::atomic<bool>& rbIsEnding)
 void HttpCall_Wake(SHttpCall& roCall)
 {
     const std::lock_guard oGuard(roCall.oMutex);
-    if (roCall.bIsAsleep && roCall.poConnection != nullptr)
+    Wake(roCall);
+}
+
+void HttpCall_Finish(SHttpCall& roCall, SHttpAnswer oAnswer)
+{
+    const std::lock_guard oGuard(roCall.oMutex);
+    if (roCall.poConnection != nullptr)
     {
-        roCall.bIsAsleep = false;
-        MHD_resume_connection(roCall.poConnection);
-        return;
+        roCall.oAnswer = std::move(oAnswer);
+        Wake(roCall);
     }
-    roCall.bIsWoken = true;
 }
 
 void HttpCall_End(SHttpCall& roCall)

@@ -5,7 +5,6 @@
 #ifndef HTTP_CALL_H
 #define HTTP_CALL_H
 
-#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,7 +18,7 @@ enum class EHttpStage : uint8_t
 {
     NAMED,  // its first line has come
     HEADED, // its headers have
-    AT_WORK // another thread makes its answer
+    AT_WORK // another thread makes its answer, or has
 };
 
 struct SHttpCall
@@ -43,12 +42,15 @@ using HttpCallPtr = std::shared_ptr<SHttpCall>;
 
 /*
  * Lays a call aside until it is woken up; by the library's thread, from within the library. False when it has been
- * woken up since the last time, or the server ends: then there is something to look at.
+ * woken up since the last time, or the daemon ends: then there is something to look at.
  */
-bool HttpCall_Sleep(SHttpCall& roCall, const std::atomic<bool>& rbIsEnding);
+bool HttpCall_Sleep(SHttpCall& roCall);
 
 /* Thread-safe; nothing happens when the call is over. */
 void HttpCall_Wake(SHttpCall& roCall);
+
+/* The answer that another thread has made; wakes the call up. Thread-safe. */
+void HttpCall_Finish(SHttpCall& roCall, SHttpAnswer oAnswer);
 
 /* It is over: nothing wakes it up any more, and its answer goes. */
 void HttpCall_End(SHttpCall& roCall);

@@ -78,7 +78,8 @@ bool CHttpConnections::EndIdle()
     return EndIdleLocked();
 }
 
-HttpConnectionPtr CHttpConnections::Enter(int iSocket, const SHttpListener& roListener)
+HttpConnectionPtr CHttpConnections::Enter(int iSocket, const SHttpListener& roListener,
+                                          std::shared_ptr<SHttpDaemonState> poDaemon)
 {
     const std::lock_guard oGuard(m_oMutex);
     // Those that are ended are gone in a moment, unless they come faster than that.
@@ -90,6 +91,7 @@ HttpConnectionPtr CHttpConnections::Enter(int iSocket, const SHttpListener& roLi
     auto poConnection = std::make_shared<SHttpConnection>();
     poConnection->iSocket = iSocket;
     poConnection->poListener = &roListener;
+    poConnection->poDaemon = std::move(poDaemon);
     poConnection->oSince = Clock::now();
     m_oConnections[iSocket] = poConnection;
     return poConnection;
@@ -144,13 +146,13 @@ int CHttpConnections::EndOverdue()
     return m_oConnections.empty() ? -1 : iLookMs;
 }
 
-std::vector<std::shared_ptr<SHttpCall>> CHttpConnections::GetCalls() const
+std::vector<std::shared_ptr<SHttpCall>> CHttpConnections::GetCalls(const SHttpDaemonState& roDaemon) const
 {
     const std::lock_guard oGuard(m_oMutex);
     std::vector<std::shared_ptr<SHttpCall>> apoCalls;
     for (const auto& [iSocket, rpoConnection] : m_oConnections)
     {
-        if (rpoConnection->poCall != nullptr)
+        if (rpoConnection->poCall != nullptr && rpoConnection->poDaemon.get() == &roDaemon)
         {
             apoCalls.push_back(rpoConnection->poCall);
         }

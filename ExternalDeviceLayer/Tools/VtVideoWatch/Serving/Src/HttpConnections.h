@@ -5,6 +5,7 @@
 #ifndef HTTP_CONNECTIONS_H
 #define HTTP_CONNECTIONS_H
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -27,10 +28,19 @@ enum class EHttpPhase : uint8_t
     ENDED      // its socket is shut down; whoever serves it will find out
 };
 
+// What connections know of who serves them.
+struct SHttpDaemonState
+{
+    std::atomic<bool> bIsEnding = false;
+    bool bAsksForCertificates = false;
+};
+
 struct SHttpConnection
 {
     int iSocket = -1;
     const SHttpListener* poListener = nullptr;
+    std::shared_ptr<SHttpDaemonState> poDaemon;
+    bool bIsCertified = false; // its client's certificate has been found good
     EHttpPhase ePhase = EHttpPhase::EXPECTED;
     std::chrono::steady_clock::time_point oSince;
     std::shared_ptr<SHttpCall> poCall; // the newest one
@@ -46,7 +56,7 @@ public:
      * A place for a new connection. When all are taken, the one that has been idle for longest loses its own: first of
      * those that have never asked for anything. Null when nobody is idle.
      */
-    HttpConnectionPtr Enter(int iSocket, const SHttpListener& roListener);
+    HttpConnectionPtr Enter(int iSocket, const SHttpListener& roListener, std::shared_ptr<SHttpDaemonState> poDaemon);
 
     // Ends one that is idle, as if a place were needed; false when there is none.
     bool EndIdle();
@@ -63,7 +73,7 @@ public:
     /* Shuts down those whose time is over. Gives the milliseconds until it should be done again; -1: there are none. */
     int EndOverdue();
 
-    std::vector<std::shared_ptr<SHttpCall>> GetCalls() const;
+    std::vector<std::shared_ptr<SHttpCall>> GetCalls(const SHttpDaemonState& roDaemon) const;
     size_t GetOpen() const;
     uint64_t GetDropped() const;
 

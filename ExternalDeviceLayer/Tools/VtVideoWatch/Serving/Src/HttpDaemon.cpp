@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include <gnutls/gnutls.h>
+#include <gnutls/x509.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -17,6 +19,8 @@ namespace
 // Line and headers of a request, and what the library needs beside them.
 constexpr size_t uiConnectionBytes = 12288;
 constexpr size_t uiStreamBytes = 16384;
+// TLS 1.2 and up, and keys that nobody can read later who has that of the certificate.
+constexpr const char* szTlsPriorities = "SECURE128:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:-RSA:%SERVER_PRECEDENCE";
 
 constexpr std::pair<const char*, const char*> aszSecurityHeaders[] = {
     {"Content-Security-Policy", "default-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
@@ -57,7 +61,7 @@ struct SStreamReader
 bool TakePiece(SHttpService& roService, SHttpCall& roCall)
 {
     roCall.uiSent = 0;
-    while (!roService.bIsEnding)
+    while (!roCall.poPlace->poDaemon->bIsEnding)
     {
         switch (roCall.oAnswer.poStream->TakeNext(roCall.poPiece))
         {
@@ -69,7 +73,7 @@ bool TakePiece(SHttpService& roService, SHttpCall& roCall)
         case EHttpNext::NOTHING_YET:
             roCall.poPiece = nullptr;
             roService.oConnections.SetPhase(*roCall.poPlace, EHttpPhase::WAITING);
-            if (HttpCall_Sleep(roCall, roService.bIsEnding))
+            if (HttpCall_Sleep(roCall))
             {
                 return true;
             }
@@ -147,6 +151,10 @@ void AddHeaders(MHD_Response* poResponse, const SHttpAnswer& roAnswer)
     if (roAnswer.bIsGzip)
     {
         Add("Content-Encoding", "gzip");
+    }
+    if (roAnswer.iStatus == 401)
+    {
+        Add("WWW-Authenticate", "Basic realm=\"VtVideoWatch\", charset=\"UTF-8\"");
     }
     if (roAnswer.iStatus == 405)
     {
@@ -246,25 +254,88 @@ SHttpAnswer MakeAnswer(SHttpService& roService, const SHttpRequest& roRequest)
     }
 }
 
-MHD_Result Work(SHttpService& roService, const HttpCallPtr& rpoCall)
+// Has another thread make the answer.
+MHD_Result Work(CHttpJobs& roJobs, const HttpCallPtr& rpoCall, std::function<SHttpAnswer()> fnMake)
 {
     rpoCall->eStage = EHttpStage::AT_WORK;
-    const auto fnJob = [&roService, poCall = rpoCall]
-    {
-        poCall->oAnswer = MakeAnswer(roService, poCall->oRequest);
-        HttpCall_Wake(*poCall);
-    };
-    // Asleep before the job can end; what is laid aside is not over.
-    if (!HttpCall_Sleep(*rpoCall, roService.bIsEnding))
+    // Asleep before the job can end.
+    if (!HttpCall_Sleep(*rpoCall))
     {
         return MHD_NO;
     }
-    if (!roService.oJobs.Put(fnJob))
+    if (!roJobs.Put([poCall = rpoCall, fnMake = std::move(fnMake)] { HttpCall_Finish(*poCall, fnMake()); }))
     {
-        rpoCall->oAnswer = HttpAnswer_MakeError(503, "too many ask at once");
-        HttpCall_Wake(*rpoCall);
+        HttpCall_Finish(*rpoCall, HttpAnswer_MakeError(503, "too many ask at once"));
     }
     return MHD_YES;
+}
+
+// Of an authority that clients must have theirs from.
+bool HasCertificate(const HttpCallPtr& rpoCall)
+{
+    SHttpConnection& roPlace = *rpoCall->poPlace;
+    if (!roPlace.poDaemon->bAsksForCertificates || roPlace.bIsCertified)
+    {
+        return true;
+    }
+    const MHD_ConnectionInfo* poInfo =
+        MHD_get_connection_info(rpoCall->poConnection, MHD_CONNECTION_INFO_GNUTLS_SESSION);
+    std::string szPurpose = GNUTLS_KP_TLS_WWW_CLIENT;
+    gnutls_typed_vdata_st oPurpose = {GNUTLS_DT_KEY_PURPOSE_OID, reinterpret_cast<unsigned char*>(szPurpose.data()), 0};
+    unsigned uiFaults = 0;
+    roPlace.bIsCertified = poInfo != nullptr && poInfo->tls_session != nullptr &&
+                           gnutls_certificate_verify_peers(static_cast<gnutls_session_t>(poInfo->tls_session),
+                                                           &oPurpose, 1, &uiFaults) == GNUTLS_E_SUCCESS &&
+                           uiFaults == 0;
+    return roPlace.bIsCertified;
+}
+
+SHttpAnswer RefuseUser()
+{
+    return HttpAnswer_MakeError(401, "name and password are needed");
+}
+
+MHD_Result AnswerUser(SHttpService& roService, const HttpCallPtr& rpoCall)
+{
+    if (roService.oIsSlow(rpoCall->oRequest))
+    {
+        return Work(roService.oJobs, rpoCall,
+                    [&roService, poCall = rpoCall] { return MakeAnswer(roService, poCall->oRequest); });
+    }
+    rpoCall->oAnswer = MakeAnswer(roService, rpoCall->oRequest);
+    return Send(roService, rpoCall);
+}
+
+// The whole request is there.
+MHD_Result Decide(SHttpService& roService, const HttpCallPtr& rpoCall)
+{
+    roService.oConnections.SetPhase(*rpoCall->poPlace, EHttpPhase::ANSWERING);
+    if (!HasCertificate(rpoCall))
+    {
+        return Refuse(roService, rpoCall, 403, "a client certificate is needed");
+    }
+    if (rpoCall->poPlace->poListener->oAddress.eKind == EListenKind::UNIX)
+    {
+        return AnswerUser(roService, rpoCall);
+    }
+    const std::string szAuthorization = GetHeader(rpoCall->poConnection, "Authorization");
+    switch (roService.oUsers.Find(szAuthorization))
+    {
+    case EHttpAccess::GRANTED:
+        return AnswerUser(roService, rpoCall);
+    case EHttpAccess::REFUSED:
+        rpoCall->oAnswer = RefuseUser();
+        return Send(roService, rpoCall);
+    case EHttpAccess::UNKNOWN:
+        break;
+    }
+    return Work(roService.oChecks, rpoCall,
+                [&roService, poCall = rpoCall, szAuthorization]
+                {
+                    return roService.oUsers.Check(szAuthorization) == EHttpAccess::GRANTED
+                               ? MakeAnswer(roService, poCall->oRequest)
+                               : RefuseUser();
+                });
 }
 
 MHD_Result OnRequestGuarded(SHttpService& roService, MHD_Connection* poConnection, const char* szMethod,
@@ -272,7 +343,7 @@ MHD_Result OnRequestGuarded(SHttpService& roService, MHD_Connection* poConnectio
 {
     const HttpConnectionPtr poPlace = FindPlace(roService, poConnection);
     const HttpCallPtr poCall = poPlace == nullptr ? nullptr : poPlace->poCall;
-    if (poCall == nullptr || roService.bIsEnding)
+    if (poCall == nullptr || poPlace->poDaemon->bIsEnding)
     {
         return MHD_NO;
     }
@@ -285,13 +356,7 @@ MHD_Result OnRequestGuarded(SHttpService& roService, MHD_Connection* poConnectio
     case EHttpStage::HEADED:
         break;
     }
-    roService.oConnections.SetPhase(*poPlace, EHttpPhase::ANSWERING);
-    if (roService.oIsSlow(poCall->oRequest))
-    {
-        return Work(roService, poCall);
-    }
-    poCall->oAnswer = MakeAnswer(roService, poCall->oRequest);
-    return Send(roService, poCall);
+    return Decide(roService, poCall);
 }
 
 // What is thrown for want of memory must not reach the library; the connection is closed.
@@ -364,20 +429,44 @@ void OnConnection(void* poService, MHD_Connection* poConnection, void** /*ppoCon
 
 } // namespace
 
-bool CHttpDaemon::Start(unsigned uiMostConnections)
+bool CHttpDaemon::Start(unsigned uiMostConnections, const SHttpKeys* poKeys)
 {
-    constexpr unsigned uiFlags =
+    unsigned uiFlags =
         MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_USE_NO_LISTEN_SOCKET | MHD_ALLOW_SUSPEND_RESUME;
-    m_poDaemon =
-        MHD_start_daemon(uiFlags, 0, nullptr, nullptr, OnRequest, &m_roService, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                         uiConnectionBytes, MHD_OPTION_CONNECTION_LIMIT, uiMostConnections, MHD_OPTION_URI_LOG_CALLBACK,
-                         OnTarget, &m_roService, MHD_OPTION_NOTIFY_COMPLETED, OnOver, &m_roService,
-                         MHD_OPTION_NOTIFY_CONNECTION, OnConnection, &m_roService, MHD_OPTION_END);
+    std::vector<MHD_OptionItem> aoTls;
+    const auto AddText = [&aoTls](MHD_OPTION eOption, const std::string& rszText) {
+        aoTls.push_back({eOption, 0, const_cast<char*>(rszText.c_str())});
+    };
+    const std::string szPriorities = szTlsPriorities;
+    if (poKeys != nullptr)
+    {
+        uiFlags |= MHD_USE_TLS;
+        AddText(MHD_OPTION_HTTPS_MEM_CERT, poKeys->szCertificate);
+        AddText(MHD_OPTION_HTTPS_MEM_KEY, poKeys->szKey);
+        AddText(MHD_OPTION_HTTPS_PRIORITIES, szPriorities);
+    }
+    if (poKeys != nullptr && !poKeys->szClientCa.empty())
+    {
+        m_poState->bAsksForCertificates = true;
+        AddText(MHD_OPTION_HTTPS_MEM_TRUST, poKeys->szClientCa);
+    }
+    aoTls.push_back({MHD_OPTION_END, 0, nullptr});
+    m_poDaemon = MHD_start_daemon(uiFlags, 0, nullptr, nullptr, OnRequest, &m_roService,
+                                  MHD_OPTION_CONNECTION_MEMORY_LIMIT, uiConnectionBytes, MHD_OPTION_CONNECTION_LIMIT,
+                                  uiMostConnections, MHD_OPTION_URI_LOG_CALLBACK, OnTarget, &m_roService,
+                                  MHD_OPTION_NOTIFY_COMPLETED, OnOver, &m_roService, MHD_OPTION_NOTIFY_CONNECTION,
+                                  OnConnection, &m_roService, MHD_OPTION_ARRAY, aoTls.data(), MHD_OPTION_END);
     return m_poDaemon != nullptr;
 }
 
 CHttpDaemon::~CHttpDaemon()
 {
+    m_poState->bIsEnding = true;
+    // The library does not end with anything laid aside; what comes now is not laid aside any more.
+    for (const HttpCallPtr& rpoCall : m_roService.oConnections.GetCalls(*m_poState))
+    {
+        HttpCall_Wake(*rpoCall);
+    }
     if (m_poDaemon != nullptr)
     {
         MHD_stop_daemon(m_poDaemon);

@@ -10,8 +10,10 @@
 #include <string>
 
 #include "HttpConnections.h"
+#include "HttpFiles.h"
 #include "HttpJobs.h"
 #include "HttpServer.h"
+#include "HttpUsers.h"
 
 struct MHD_Daemon;
 
@@ -23,8 +25,9 @@ struct SHttpService
     std::function<SHttpAnswer(const SHttpRequest& roRequest)> oAnswer;
     std::function<bool(const SHttpRequest& roRequest)> oIsSlow;
     CHttpConnections oConnections;
-    CHttpJobs oJobs;
-    std::atomic<bool> bIsEnding = false;
+    CHttpUsers oUsers;
+    CHttpJobs oJobs{2, 32};   // long answers
+    CHttpJobs oChecks{1, 16}; // passwords: who guesses holds up nobody who is known
     std::array<std::atomic<uint64_t>, aiHttpStatuses.size()> auiCounts = {};
 };
 
@@ -36,14 +39,20 @@ public:
     CHttpDaemon(const CHttpDaemon&) = delete;
     CHttpDaemon& operator=(const CHttpDaemon&) = delete;
 
-    /* False when it cannot be had. */
-    bool Start(unsigned uiMostConnections);
+    /*
+     *   poKeys  in  for TLS; null: plain
+     * False when it cannot be had.
+     */
+    bool Start(unsigned uiMostConnections, const SHttpKeys* poKeys);
+
+    const std::shared_ptr<SHttpDaemonState>& GetState() const { return m_poState; }
 
     // Takes over a connection that has its place.
     void Add(int iSocket);
 
 private:
     SHttpService& m_roService;
+    const std::shared_ptr<SHttpDaemonState> m_poState = std::make_shared<SHttpDaemonState>();
     MHD_Daemon* m_poDaemon = nullptr;
 };
 

@@ -4,20 +4,12 @@
 
 #include "HttpSockets.h"
 
-namespace
-{
-
-constexpr size_t uiThreads = 2;
-constexpr size_t uiMostWaiting = 32;
-
-} // namespace
-
 bool CHttpJobs::Start()
 {
     const CSignalsBlocked oBlocked;
     try
     {
-        while (m_aoThreads.size() < uiThreads)
+        while (m_aoThreads.size() < m_uiThreads)
         {
             m_aoThreads.emplace_back([this] { Run(); });
         }
@@ -32,7 +24,7 @@ bool CHttpJobs::Start()
 bool CHttpJobs::Put(std::function<void()> fnJob)
 {
     const std::lock_guard oGuard(m_oMutex);
-    if (m_bIsEnding || m_afnJobs.size() >= uiMostWaiting)
+    if (m_bIsEnding || m_afnJobs.size() >= m_uiMostWaiting)
     {
         return false;
     }

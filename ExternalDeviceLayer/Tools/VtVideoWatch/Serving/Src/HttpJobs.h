@@ -1,5 +1,5 @@
 /*
- * Two threads for what takes too long for those that move bytes; what waits for them is bounded. Thread-safe.
+ * Threads for what takes too long for those that move bytes; what waits for them is bounded. Thread-safe.
  */
 #ifndef HTTP_JOBS_H
 #define HTTP_JOBS_H
@@ -14,7 +14,7 @@
 class CHttpJobs
 {
 public:
-    CHttpJobs() = default;
+    CHttpJobs(size_t uiThreads, size_t uiMostWaiting) : m_uiThreads(uiThreads), m_uiMostWaiting(uiMostWaiting) {}
     ~CHttpJobs() { End(); }
     CHttpJobs(const CHttpJobs&) = delete;
     CHttpJobs& operator=(const CHttpJobs&) = delete;
@@ -31,6 +31,8 @@ public:
 private:
     void Run();
 
+    const size_t m_uiThreads;
+    const size_t m_uiMostWaiting;
     std::mutex m_oMutex;
     std::condition_variable m_oChanged;
     std::deque<std::function<void()>> m_afnJobs;

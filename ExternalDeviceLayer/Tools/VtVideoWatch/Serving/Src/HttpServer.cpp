@@ -1,8 +1,9 @@
 #include "HttpServer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <optional>
+#include <mutex>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>
@@ -11,6 +12,7 @@
 
 #include "HttpCall.h"
 #include "HttpDaemon.h"
+#include "HttpFiles.h"
 #include "HttpSockets.h"
 #include "ListenAddress.h"
 
@@ -35,19 +37,42 @@ size_t CountConnections()
 
 struct SHttpServer
 {
-    SHttpServer() : uiConnections(CountConnections()), oService(uiConnections), oDaemon(oService) {}
+    SHttpServer() : uiConnections(CountConnections()), oService(uiConnections) {}
 
     const size_t uiConnections;
     SHttpService oService;
+    SHttpFiles oFiles;
     std::vector<SHttpListener> aoListeners;
     std::vector<std::string> aszAddresses;
-    CHttpDaemon oDaemon;
+    std::mutex oDaemonMutex; // for what follows
+    SHttpKeys oKeys;
+    std::unique_ptr<CHttpDaemon> poPlain;
+    std::unique_ptr<CHttpDaemon> poTls; // null: everything is plain
+    std::atomic<bool> bIsEnding = false;
     int iEnd = -1; // eventfd: readable at the end
     std::thread oDoor;
 };
 
 namespace
 {
+
+bool IsSecured(const SListenAddress& roAddress)
+{
+    return roAddress.eKind != EListenKind::UNIX;
+}
+
+void TakeOver(SHttpServer& roServer, const SHttpListener& roListener, int iSocket)
+{
+    const std::lock_guard oGuard(roServer.oDaemonMutex);
+    CHttpDaemon& roDaemon =
+        roServer.poTls != nullptr && IsSecured(roListener.oAddress) ? *roServer.poTls : *roServer.poPlain;
+    if (roServer.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState()) == nullptr)
+    {
+        close(iSocket);
+        return;
+    }
+    roDaemon.Add(iSocket);
+}
 
 // Takes in who waits at a listener. False when files are scarce.
 bool TakeIn(SHttpServer& roServer, const SHttpListener& roListener)
@@ -59,12 +84,7 @@ bool TakeIn(SHttpServer& roServer, const SHttpListener& roListener)
         {
             return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
         }
-        if (roServer.oService.oConnections.Enter(iSocket, roListener) == nullptr)
-        {
-            close(iSocket);
-            continue;
-        }
-        roServer.oDaemon.Add(iSocket);
+        TakeOver(roServer, roListener, iSocket);
     }
     return true;
 }
@@ -78,12 +98,12 @@ void Stand(SHttpServer& roServer)
         aoFiles.push_back({roListener.iSocket, POLLIN, 0});
     }
     bool bHasFiles = true;
-    while (!roServer.oService.bIsEnding)
+    while (!roServer.bIsEnding)
     {
         const int iLookMs = roServer.oService.oConnections.EndOverdue();
         poll(aoFiles.data(), bHasFiles ? aoFiles.size() : 1, bHasFiles ? iLookMs : iNoFilesMs);
         bHasFiles = true;
-        for (size_t i = 1; i < aoFiles.size() && !roServer.oService.bIsEnding; ++i)
+        for (size_t i = 1; i < aoFiles.size() && !roServer.bIsEnding; ++i)
         {
             bHasFiles = TakeIn(roServer, roServer.aoListeners[i - 1]) && bHasFiles;
         }
@@ -123,36 +143,59 @@ bool Listen(SHttpServer& roServer, const SHttpSetup& roSetup, std::string& rszPr
     return true;
 }
 
-// All threads come from one of a lower priority, which they inherit.
-bool StartThreads(SHttpServer& roServer)
+// Does something in a thread of a lower priority, which the threads that it starts inherit. False when there is none.
+template <typename FDo> bool DoHumbly(const FDo& roDo)
 {
     const CSignalsBlocked oBlocked;
-    bool bIsWell = false;
+    bool bIsDone = false;
     try
     {
         std::thread(
             [&]
             {
                 HttpSockets_LowerThreadPriority();
-                bIsWell = roServer.oDaemon.Start(static_cast<unsigned>(3 * roServer.uiConnections)) &&
-                          roServer.oService.oJobs.Start();
+                bIsDone = roDo();
             })
             .join();
-        if (bIsWell)
-        {
-            roServer.oDoor = std::thread(
-                [&roServer]
-                {
-                    HttpSockets_LowerThreadPriority();
-                    Stand(roServer);
-                });
-        }
     }
     catch (const std::system_error&)
     {
         return false;
     }
-    return bIsWell;
+    return bIsDone;
+}
+
+std::unique_ptr<CHttpDaemon> MakeDaemon(SHttpServer& roServer, const SHttpKeys* poKeys)
+{
+    auto poDaemon = std::make_unique<CHttpDaemon>(roServer.oService);
+    const auto uiMost = static_cast<unsigned>(3 * roServer.uiConnections);
+    return DoHumbly([&] { return poDaemon->Start(uiMost, poKeys); }) ? std::move(poDaemon) : nullptr;
+}
+
+bool StartThreads(SHttpServer& roServer)
+{
+    roServer.poPlain = MakeDaemon(roServer, nullptr);
+    roServer.poTls = roServer.oKeys.szCertificate.empty() ? nullptr : MakeDaemon(roServer, &roServer.oKeys);
+    const bool bHasDaemons =
+        roServer.poPlain != nullptr && (roServer.poTls != nullptr || roServer.oKeys.szCertificate.empty());
+    return bHasDaemons && DoHumbly(
+                              [&roServer]
+                              {
+                                  roServer.oDoor = std::thread([&roServer] { Stand(roServer); });
+                                  return roServer.oService.oJobs.Start() && roServer.oService.oChecks.Start();
+                              });
+}
+
+bool ReadFiles(SHttpServer& roServer, std::string& rszProblem)
+{
+    std::vector<SUser> aoUsers;
+    if (!HttpFiles_ReadKeys(roServer.oFiles, roServer.oKeys, rszProblem) ||
+        !HttpFiles_ReadUsers(roServer.oFiles, aoUsers, rszProblem))
+    {
+        return false;
+    }
+    roServer.oService.oUsers.Set(std::move(aoUsers));
+    return true;
 }
 
 } // namespace
@@ -169,7 +212,8 @@ HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem)
         rszProblem = "cannot serve: too few files may be opened (see ulimit -n)";
         return nullptr;
     }
-    if (!Listen(roServer, oSetup, rszProblem))
+    roServer.oFiles = oSetup.oFiles;
+    if (!ReadFiles(roServer, rszProblem) || !Listen(roServer, oSetup, rszProblem))
     {
         return nullptr;
     }
@@ -188,7 +232,7 @@ void HttpServer_Stop(SHttpServer* poServer)
     {
         return;
     }
-    poServer->oService.bIsEnding = true;
+    poServer->bIsEnding = true;
     if (poServer->oDoor.joinable())
     {
         static_cast<void>(eventfd_write(poServer->iEnd, 1));
@@ -199,11 +243,7 @@ void HttpServer_Stop(SHttpServer* poServer)
         HttpSockets_Close(roListener);
     }
     poServer->oService.oJobs.End();
-    // The library does not end with anything laid aside; what comes now is not laid aside any more.
-    for (const HttpCallPtr& rpoCall : poServer->oService.oConnections.GetCalls())
-    {
-        HttpCall_Wake(*rpoCall);
-    }
+    poServer->oService.oChecks.End();
     if (poServer->iEnd >= 0)
     {
         close(poServer->iEnd);
@@ -214,6 +254,59 @@ void HttpServer_Stop(SHttpServer* poServer)
 const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer)
 {
     return roServer.aszAddresses;
+}
+
+std::vector<std::string> HttpServer_GetUrls(const SHttpServer& roServer)
+{
+    std::vector<std::string> aszUrls;
+    for (const SHttpListener& roListener : roServer.aoListeners)
+    {
+        const std::string szAddress = ListenAddress_Print(roListener.oAddress);
+        const char* szScheme = roServer.oFiles.szCertificate.empty() ? "http://" : "https://";
+        aszUrls.push_back(IsSecured(roListener.oAddress) ? szScheme + szAddress + "/" : szAddress);
+    }
+    return aszUrls;
+}
+
+std::string HttpServer_GetWarning(const SHttpServer& roServer)
+{
+    const auto oOpen = std::ranges::find_if(roServer.aoListeners, [](const SHttpListener& roListener)
+                                            { return !roListener.oAddress.bIsLoopback; });
+    const bool bAsks = !roServer.oFiles.szUsers.empty() || !roServer.oFiles.szClientCa.empty();
+    if (oOpen == roServer.aoListeners.end() || (bAsks && !roServer.oFiles.szCertificate.empty()))
+    {
+        return {};
+    }
+    return "whoever reaches " + ListenAddress_Print(oOpen->oAddress) +
+           (bAsks ? " may read passwords on their way: see --tls-certificate"
+                  : " may read everything: see --users and --tls-certificate");
+}
+
+bool HttpServer_Reload(SHttpServer& roServer, std::string& rszProblem)
+{
+    SHttpKeys oKeys;
+    std::vector<SUser> aoUsers;
+    if (!HttpFiles_ReadKeys(roServer.oFiles, oKeys, rszProblem) ||
+        !HttpFiles_ReadUsers(roServer.oFiles, aoUsers, rszProblem))
+    {
+        return false;
+    }
+    roServer.oService.oUsers.Set(std::move(aoUsers));
+    std::unique_ptr<CHttpDaemon> poDaemon;
+    const std::lock_guard oGuard(roServer.oDaemonMutex);
+    if (oKeys == roServer.oKeys)
+    {
+        return true;
+    }
+    poDaemon = MakeDaemon(roServer, &oKeys);
+    if (poDaemon == nullptr)
+    {
+        rszProblem = "the new certificate cannot be used";
+        return false;
+    }
+    roServer.oKeys = std::move(oKeys);
+    roServer.poTls.swap(poDaemon);
+    return true;
 }
 
 SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer)

@@ -102,6 +102,7 @@ WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& 
     SHttpSetup oSetup;
     oSetup.aszListen = roOptions.aszListen;
     oSetup.oSocketFile = roOptions.oSocketFile;
+    oSetup.oFiles = roOptions.oFiles;
     oSetup.oHandler = [&roServer](const SHttpServer& roHttp, const SHttpRequest& roRequest)
     { return Answer(roServer, roHttp, roRequest); };
     oSetup.oIsSlow = IsSlow;
@@ -121,4 +122,19 @@ void WatchServer_Stop(SWatchServer* poServer)
 const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer)
 {
     return HttpServer_GetAddresses(*roServer.poHttp);
+}
+
+std::vector<std::string> WatchServer_GetUrls(const SWatchServer& roServer)
+{
+    return HttpServer_GetUrls(*roServer.poHttp);
+}
+
+std::string WatchServer_GetWarning(const SWatchServer& roServer)
+{
+    return HttpServer_GetWarning(*roServer.poHttp);
+}
+
+bool WatchServer_Reload(SWatchServer& roServer, std::string& rszProblem)
+{
+    return HttpServer_Reload(*roServer.poHttp, rszProblem);
 }
