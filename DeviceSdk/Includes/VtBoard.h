@@ -87,7 +87,7 @@ typedef struct VtBoard_TickClockOut
 /*
  * Reads the frequency of the reference counter behind every timestamp of the chip.
  *   hDev        in   the chip
- *   puiFreqHz   out  ticks per second
+ *   puiFreqHz   out  ticks per second, 1 000 000 or more
  * VtStatus_OK; VtStatus_INVALID_PARAM; VtStatus_FAIL. Thread-safe, does not block.
  */
 VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz);

@@ -49,13 +49,15 @@ VtStatus VtVideoIn_GetDetectedVideoParameters(VtVideoIn_Handle hVideoIn, VtVideo
 
 /*
  * Waits for the next field start that this handle has not seen. A caller that comes late gets the newest field
- * that has already started; the counter tells how many it missed.
+ * that has already started; the counter tells how many it missed. All handles of an input give a field the same
+ * counter and stamp.
  *   hVideoIn           in   the input
  *   uiTimeOutMs        in   longest wait, milliseconds
  *   puiFieldCounter    out  field counter, 16 per field
  *   puiTickRefCounter  out  when the field started, ticks; never goes back
  *   pbIsTopField       out  1 when the field is the top field; 0 for the bottom field and for progressive signals
- * VtStatus_OK with all outputs written; VtStatus_TIMEOUT; VtStatus_CANCELED while the signal is lost;
+ * VtStatus_OK with all outputs written; VtStatus_TIMEOUT; VtStatus_CANCELED while the signal is lost, at once or when
+ * the time-out has passed;
  * VtStatus_INVALID_PARAM; any other status when the device is gone. Blocks. Per handle.
  */
 VtStatus VtVideoIn_WaitForFieldStart(VtVideoIn_Handle hVideoIn, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,

@@ -1,8 +1,8 @@
 // Promises of the device: loading, connectors, custom calls, names and the debug channel.
-#include "Checks.h"
-
 #include <array>
 #include <cstring>
+
+#include "Checks.h"
 
 namespace
 {
@@ -33,19 +33,21 @@ void Frequency(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
                             "VtBoard_GetTickReferenceFrequency(), called again,");
     roFindings.Expect(uiFreqHz > 0 && uiFreqHz == uiAgainHz, "the frequency was %u Hz, then %u Hz", uiFreqHz,
                       uiAgainHz);
+    roFindings.Expect(uiFreqHz == 0 || uiFreqHz >= 1'000'000,
+                      "the ticks are of %u Hz: a tick is the grain of every phase, and 1 MHz the least", uiFreqHz);
     roFindings.ExpectStatus(VtBoard_GetTickReferenceFrequency(hDev, nullptr), VtStatus_INVALID_PARAM,
                             "VtBoard_GetTickReferenceFrequency() without an output");
 }
 
 void Counts(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 {
-    const auto Check = [&](VtStatus (*fnCount)(VtDevice_Handle, uint32_t*), const std::string& rsCall)
+    const auto Check = [&](VtStatus (*fnCount)(VtDevice_Handle, uint32_t*), const std::string& rszCall)
     {
         uint32_t uiCount = 0;
-        roFindings.ExpectStatus(fnCount(hDev, &uiCount), VtStatus_OK, rsCall);
-        roFindings.Expect(uiCount <= 32, "%s says %u, more than 32", rsCall.c_str(), uiCount);
-        roFindings.ExpectStatus(fnCount(nullptr, &uiCount), VtStatus_INVALID_PARAM, rsCall + " of a null device");
-        roFindings.ExpectStatus(fnCount(hDev, nullptr), VtStatus_INVALID_PARAM, rsCall + " without an output");
+        roFindings.ExpectStatus(fnCount(hDev, &uiCount), VtStatus_OK, rszCall);
+        roFindings.Expect(uiCount <= 32, "%s says %u, more than 32", rszCall.c_str(), uiCount);
+        roFindings.ExpectStatus(fnCount(nullptr, &uiCount), VtStatus_INVALID_PARAM, rszCall + " of a null device");
+        roFindings.ExpectStatus(fnCount(hDev, nullptr), VtStatus_INVALID_PARAM, rszCall + " without an output");
     };
     Check(VtVideoIn_GetCount, "VtVideoIn_GetCount()");
     Check(VtVideoOut_GetCount, "VtVideoOut_GetCount()");
@@ -53,7 +55,7 @@ void Counts(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 
 void Connector(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiConnector)
 {
-    const std::string sCall = "VtBoard_GetConnectorInfo() of connector " + std::to_string(uiConnector);
+    const std::string szCall = "VtBoard_GetConnectorInfo() of connector " + std::to_string(uiConnector);
     uint32_t uiInputs = 0;
     uint32_t uiOutputs = 0;
     roFindings.ExpectStatus(VtVideoIn_GetCount(hDev, &uiInputs), VtStatus_OK, "VtVideoIn_GetCount()");
@@ -62,15 +64,15 @@ void Connector(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiConnector
     std::memset(&oInfo, 0xEE, sizeof(oInfo));
     oInfo.uiSize = sizeof(oInfo) - 4;
     roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnector, &oInfo), VtStatus_INVALID_PARAM,
-                            sCall + " with a wrong uiSize");
+                            szCall + " with a wrong uiSize");
     roFindings.Expect(oInfo.uiFpgaPortIndex == 0xEEEEEEEEU, "%s with a wrong uiSize writes all the same",
-                      sCall.c_str());
+                      szCall.c_str());
     oInfo.uiSize = sizeof(oInfo);
-    if (!roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnector, &oInfo), VtStatus_OK, sCall))
+    if (!roFindings.ExpectStatus(VtBoard_GetConnectorInfo(hDev, uiConnector, &oInfo), VtStatus_OK, szCall))
     {
         return;
     }
-    roFindings.Expect(oInfo.uiSize == sizeof(oInfo), "%s changes uiSize to %u", sCall.c_str(), oInfo.uiSize);
+    roFindings.Expect(oInfo.uiSize == sizeof(oInfo), "%s changes uiSize to %u", szCall.c_str(), oInfo.uiSize);
     roFindings.Expect(std::memchr(oInfo.szName, '\0', sizeof(oInfo.szName)) != nullptr,
                       "the name of connector %u is not terminated", uiConnector);
     roFindings.Expect(oInfo.bVideoInput == 0 || oInfo.uiVideoInIndex < uiInputs,
@@ -104,26 +106,26 @@ void Connectors(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 void SkipCount(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiInput)
 {
     constexpr uint32_t uiSkip = VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT;
-    const std::string sCall = "GET_CAPTURE_SKIP_BUFFER_COUNT of input " + std::to_string(uiInput);
+    const std::string szCall = "GET_CAPTURE_SKIP_BUFFER_COUNT of input " + std::to_string(uiInput);
     VtBoard_CaptureSkipBufferCountIn oIn{uiInput};
     VtBoard_CaptureSkipBufferCountOut oOut{};
     VtBoard_CaptureSkipBufferCountOut oLater{};
     const auto Call = [&](void* pvIn, uint32_t uiInSize, void* pvOut, uint32_t uiOutSize)
     { return VtBoard_CustomCall(hDev, uiSkip, pvIn, uiInSize, pvOut, uiOutSize); };
-    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oOut, sizeof(oOut)), VtStatus_OK, sCall);
-    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oLater, sizeof(oLater)), VtStatus_OK, sCall + ", called again,");
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oOut, sizeof(oOut)), VtStatus_OK, szCall);
+    roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oLater, sizeof(oLater)), VtStatus_OK, szCall + ", called again,");
     roFindings.Expect(oLater.uiSkipBuffCnt >= oOut.uiSkipBuffCnt, "the count of skipped buffers of input %u goes back",
                       uiInput);
     roFindings.ExpectStatus(Call(nullptr, sizeof(oIn), &oOut, sizeof(oOut)), VtStatus_INVALID_PARAM,
-                            sCall + " without an input block");
+                            szCall + " without an input block");
     roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), nullptr, sizeof(oOut)), VtStatus_INVALID_PARAM,
-                            sCall + " without an output block");
+                            szCall + " without an output block");
     roFindings.ExpectStatus(Call(&oIn, 3, &oOut, sizeof(oOut)), VtStatus_INVALID_PARAM,
-                            sCall + " with an input block of 3 bytes");
+                            szCall + " with an input block of 3 bytes");
     roFindings.ExpectStatus(Call(&oIn, sizeof(oIn), &oOut, 8), VtStatus_INVALID_PARAM,
-                            sCall + " with an output block of 8 bytes");
+                            szCall + " with an output block of 8 bytes");
     roFindings.ExpectStatus(VtBoard_CustomCall(nullptr, uiSkip, &oIn, sizeof(oIn), &oOut, sizeof(oOut)),
-                            VtStatus_INVALID_PARAM, sCall + " of a null device");
+                            VtStatus_INVALID_PARAM, szCall + " of a null device");
 }
 
 void CustomCalls(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
@@ -170,10 +172,10 @@ void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
     std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
     const auto Check = [&](VtPixelFormat eFormat, const char* szExpected)
     {
-        const std::string sCall = "VtPixelFormat_GetName() of " + std::to_string(eFormat);
-        roFindings.ExpectStatus(VtPixelFormat_GetName(eFormat, szName.data()), VtStatus_OK, sCall);
+        const std::string szCall = "VtPixelFormat_GetName() of " + std::to_string(eFormat);
+        roFindings.ExpectStatus(VtPixelFormat_GetName(eFormat, szName.data()), VtStatus_OK, szCall);
         szName.back() = '\0';
-        roFindings.Expect(std::strcmp(szName.data(), szExpected) == 0, "%s gives \"%s\", not \"%s\"", sCall.c_str(),
+        roFindings.Expect(std::strcmp(szName.data(), szExpected) == 0, "%s gives \"%s\", not \"%s\"", szCall.c_str(),
                           szName.data(), szExpected);
     };
     Check(VtPixelFormat_XRGB8888, "VtPixelFormat_XRGB8888");
@@ -187,10 +189,10 @@ void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
 
 void DebugChannel(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 {
-    const std::string sLong(size_t{3} * VtTextSize_DEBUG_MSG, 'x');
+    const std::string szLong(size_t{3} * VtTextSize_DEBUG_MSG, 'x');
     roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, "veltrano-conformance: data, never a format: %n%s"), VtStatus_OK,
                             "VtDebug_WriteMsg() of a text with percent signs");
-    roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, sLong.c_str()), VtStatus_OK,
+    roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, szLong.c_str()), VtStatus_OK,
                             "VtDebug_WriteMsg() of a text that is too long");
     roFindings.ExpectStatus(VtDebug_WriteMsg(hDev, nullptr), VtStatus_INVALID_PARAM, "VtDebug_WriteMsg() of no text");
     roFindings.ExpectStatus(VtDebug_WriteMsg(nullptr, "text"), VtStatus_INVALID_PARAM,
@@ -203,7 +205,7 @@ std::span<const SCheck> DeviceChecks()
 {
     static constexpr std::array aoChecks = {
         SCheck{"a chip has one handle; it ends with unloading, and loading again brings the chip back", OneHandle},
-        SCheck{"the frequency of the ticks is known and steady", Frequency},
+        SCheck{"the frequency of the ticks is known, steady and at least 1 MHz", Frequency},
         SCheck{"inputs and outputs are counted, at most 32 of each", Counts},
         SCheck{"connectors have terminated names and belong to streams that there are", Connectors},
         SCheck{"custom calls check number, blocks and sizes; the count of skipped buffers never goes back",

@@ -46,20 +46,20 @@ bool CFindings::Expect(bool bHolds, const char* szFormat, ...)
     }
     va_list oArguments;
     va_start(oArguments, szFormat);
-    const std::string sFault = Format(szFormat, oArguments);
+    const std::string szFault = Format(szFormat, oArguments);
     va_end(oArguments);
     const std::lock_guard oGuard(m_oMutex);
     ++m_uiFaults;
-    if (m_asFaults.size() < uiFaultsShown && std::ranges::find(m_asFaults, sFault) == m_asFaults.end())
+    if (m_aszFaults.size() < uiFaultsShown && std::ranges::find(m_aszFaults, szFault) == m_aszFaults.end())
     {
-        m_asFaults.push_back(sFault);
+        m_aszFaults.push_back(szFault);
     }
     return false;
 }
 
-bool CFindings::ExpectStatus(VtStatus eGot, VtStatus eExpected, const std::string& rsCall)
+bool CFindings::ExpectStatus(VtStatus eGot, VtStatus eExpected, const std::string& rszCall)
 {
-    return Expect(eGot == eExpected, "%s answered %s, not %s", rsCall.c_str(), NameOf(eGot).c_str(),
+    return Expect(eGot == eExpected, "%s answered %s, not %s", rszCall.c_str(), NameOf(eGot).c_str(),
                   NameOf(eExpected).c_str());
 }
 
@@ -68,7 +68,16 @@ void CFindings::Skip(const char* szFormat, ...)
     va_list oArguments;
     va_start(oArguments, szFormat);
     const std::lock_guard oGuard(m_oMutex);
-    m_asSkipped.push_back(Format(szFormat, oArguments));
+    m_aszSkipped.push_back(Format(szFormat, oArguments));
+    va_end(oArguments);
+}
+
+void CFindings::Note(const char* szFormat, ...)
+{
+    va_list oArguments;
+    va_start(oArguments, szFormat);
+    const std::lock_guard oGuard(m_oMutex);
+    m_aszNotes.push_back(Format(szFormat, oArguments));
     va_end(oArguments);
 }
 
@@ -84,19 +93,20 @@ EOutcome CFindings::Outcome() const
     {
         return EOutcome::FAILS;
     }
-    return m_bChecked || m_asSkipped.empty() ? EOutcome::HOLDS : EOutcome::SKIPPED;
+    return m_bChecked || m_aszSkipped.empty() ? EOutcome::HOLDS : EOutcome::SKIPPED;
 }
 
 std::vector<std::string> CFindings::Lines() const
 {
-    std::vector<std::string> asLines = m_asFaults;
-    if (m_uiFaults > m_asFaults.size())
+    std::vector<std::string> aszLines = m_aszFaults;
+    if (m_uiFaults > m_aszFaults.size())
     {
-        asLines.push_back("(and " + std::to_string(m_uiFaults - m_asFaults.size()) + " more)");
+        aszLines.push_back("(and " + std::to_string(m_uiFaults - m_aszFaults.size()) + " more)");
     }
-    for (const std::string& rsSkipped : m_asSkipped)
+    aszLines.insert(aszLines.end(), m_aszNotes.begin(), m_aszNotes.end());
+    for (const std::string& rszSkipped : m_aszSkipped)
     {
-        asLines.push_back("skipped: " + rsSkipped);
+        aszLines.push_back("skipped: " + rszSkipped);
     }
-    return asLines;
+    return aszLines;
 }

@@ -5,6 +5,12 @@
 #include "Findings.h"
 #include "StreamOperations.h"
 
+// "IN_00"
+template <typename TStreams> std::string StreamName(uint32_t uiIndex)
+{
+    return TStreams::msc_szPrefix + std::string(uiIndex < 10 ? "0" : "") + std::to_string(uiIndex);
+}
+
 template <typename TStreams> class COpenStreams
 {
 public:
@@ -13,7 +19,7 @@ public:
     {
         THandle h;
         uint32_t uiIndex;
-        std::string sName; // "IN_00"
+        std::string szName; // "IN_00"
     };
 
     COpenStreams(CFindings& roFindings, VtDevice_Handle hDev) : m_roFindings(roFindings)
@@ -23,21 +29,20 @@ public:
         {
             THandle h = nullptr;
             const VtStatus eStatus = TStreams::Open(hDev, uiIndex, &h);
-            const std::string sName =
-                TStreams::msc_szPrefix + std::string(uiIndex < 10 ? "0" : "") + std::to_string(uiIndex);
+            const std::string szName = StreamName<TStreams>(uiIndex);
             roFindings.Expect((h != nullptr) == (eStatus == VtStatus_OK), "%s: %s answers %d with%s a handle",
-                              sName.c_str(), TStreams::msc_szOpen, eStatus, h != nullptr ? "" : "out");
+                              szName.c_str(), TStreams::msc_szOpen, eStatus, h != nullptr ? "" : "out");
             if (h != nullptr)
             {
-                m_aoStreams.push_back({h, uiIndex, sName});
+                m_aoStreams.push_back({h, uiIndex, szName});
             }
             else if (eStatus == VtStatus_RESOURCES_BUSY || eStatus == VtStatus_ACCESS_DENIED)
             {
-                roFindings.Skip("%s may not be opened now", sName.c_str());
+                roFindings.Skip("%s may not be opened now", szName.c_str());
             }
             else
             {
-                roFindings.ExpectStatus(eStatus, VtStatus_OK, sName + ": " + TStreams::msc_szOpen);
+                roFindings.ExpectStatus(eStatus, VtStatus_OK, szName + ": " + TStreams::msc_szOpen);
             }
         }
         if (m_uiCount == 0)
@@ -49,7 +54,7 @@ public:
     {
         for (const SStream& ro : m_aoStreams)
         {
-            m_roFindings.ExpectStatus(TStreams::Release(ro.h), VtStatus_OK, ro.sName + ": " + TStreams::msc_szRelease);
+            m_roFindings.ExpectStatus(TStreams::Release(ro.h), VtStatus_OK, ro.szName + ": " + TStreams::msc_szRelease);
         }
     }
     COpenStreams(const COpenStreams&) = delete;

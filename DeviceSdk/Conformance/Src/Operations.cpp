@@ -1,8 +1,8 @@
 #include "Operations.h"
 
-#include "Sdk.h"
-
 #include <array>
+
+#include "Sdk.h"
 
 namespace
 {
@@ -43,10 +43,10 @@ std::string MissingOperations()
         SOperation{"VtVideoOut_GetBufferAttributes", VtVideoOut_GetBufferAttributes != nullptr},
         SOperation{"VtVideoOut_GetPowerState", VtVideoOut_GetPowerState != nullptr},
     };
-    std::string sMissing;
+    std::string szMissing;
     for (const SOperation& ro : aoOperations)
     {
-        sMissing += ro.bThere ? "" : std::string(sMissing.empty() ? "" : ", ") + ro.szName;
+        szMissing += ro.bThere ? "" : std::string(szMissing.empty() ? "" : ", ") + ro.szName;
     }
-    return sMissing;
+    return szMissing;
 }

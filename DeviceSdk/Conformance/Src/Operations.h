@@ -4,7 +4,7 @@
 
 #include <string>
 
-// The names of those that are missing, separated by commas; empty when all are there.
+/* The names of those that are missing, separated by commas; empty when all are there. */
 std::string MissingOperations();
 
 #endif

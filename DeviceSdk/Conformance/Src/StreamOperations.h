@@ -2,11 +2,11 @@
 #ifndef STREAM_OPERATIONS_H
 #define STREAM_OPERATIONS_H
 
-#include "Sdk.h"
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "Sdk.h"
 
 // What a wait delivered. Ticks of the chip's counter; counters as the interface counts.
 struct SWaited

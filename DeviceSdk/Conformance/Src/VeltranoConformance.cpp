@@ -1,16 +1,18 @@
 // veltrano-conformance: asks whatever libVeltrano.so the loader finds for every promise of the interface, and prints
 // which hold. Knows no board; what a board has, it says itself.
-#include "Checks.h"
-#include "Operations.h"
-
-#include <dlfcn.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <iterator>
+#include <unistd.h>
+
+#include "Checks.h"
+#include "Operations.h"
 
 namespace
 {
@@ -25,16 +27,30 @@ enum EExit
 
 // Longest that one check may take; a wait that never comes back must not hold up whoever runs this.
 constexpr unsigned uiCheckAtMostSec = 180;
+constexpr uint32_t uiLossDefaultS = 60;
+constexpr uint32_t uiLossMostS = 600;
+
+struct SOptions
+{
+    uint32_t uiChip = 0;
+    std::string szOnly;
+    bool bList = false;
+    bool bHelp = false;
+    std::string szFault; // what is wrong with the command line
+};
 
 constexpr const char* szHelp =
-    "Usage: veltrano-conformance [--chip INDEX] [--list]\n"
+    "Usage: veltrano-conformance [--chip INDEX] [--only TEXT] [--wait-for-loss [SECONDS]] [--list]\n"
     "\n"
     "Checks the libVeltrano.so that the loader finds against the interface, and prints what holds and what does not.\n"
     "Another library is put first by LD_LIBRARY_PATH. Streams are opened for reading only.\n"
     "\n"
-    "  --chip INDEX  checks this chip instead of chip 0\n"
-    "  --list        prints the promises without checking them\n"
-    "  --help        prints this\n"
+    "  --chip INDEX                checks this chip instead of chip 0\n"
+    "  --only TEXT                 checks only promises with this text in them\n"
+    "  --wait-for-loss [SECONDS]   asks for a cable to be pulled, and gives that long for it, once for inputs and\n"
+    "                              once for outputs: 1 to 600 seconds, 60 when none are given\n"
+    "  --list                      prints the promises without checking them\n"
+    "  --help                      prints this\n"
     "\n"
     "Exit status: 0 all that could be checked holds, 1 something does not, 2 wrong usage, 77 there is no such chip.\n";
 
@@ -63,11 +79,11 @@ void GuardAgainstCrashes()
     }
 }
 
-void Print(EOutcome eOutcome, const char* szPromise, const std::vector<std::string>& rasLines)
+void Print(EOutcome eOutcome, const char* szPromise, const std::vector<std::string>& raszLines)
 {
     constexpr std::array aszOutcomes = {"holds", "FAILS", "skipped"};
     std::printf("%-8s %s\n", aszOutcomes[static_cast<size_t>(eOutcome)], szPromise);
-    for (const std::string& rs : rasLines)
+    for (const std::string& rs : raszLines)
     {
         std::printf("           %s\n", rs.c_str());
     }
@@ -101,7 +117,7 @@ EOutcome Run(const SCheck& roCheck, uint32_t uiChip)
 {
     CFindings oFindings;
     g_szPromise = roCheck.szPromise;
-    alarm(uiCheckAtMostSec);
+    alarm(uiCheckAtMostSec + g_uiLossAtMostS);
     VtDevice_Handle hDev = Veltrano_GetDevice(uiChip);
     if (oFindings.Expect(hDev != nullptr, "the chip did not come back after unloading and loading"))
     {
@@ -113,76 +129,117 @@ EOutcome Run(const SCheck& roCheck, uint32_t uiChip)
     return eOutcome;
 }
 
-int CheckAll(uint32_t uiChip)
+std::vector<SCheck> GetChecks(const std::string& rszOnly)
+{
+    std::vector<SCheck> aoAll;
+    for (const auto aoChecks : {DeviceChecks(), TimingChecks(), StreamChecks()})
+    {
+        std::ranges::copy_if(aoChecks, std::back_inserter(aoAll),
+                             [&rszOnly](const SCheck& ro)
+                             { return std::string_view(ro.szPromise).find(rszOnly) != std::string_view::npos; });
+    }
+    return aoAll;
+}
+
+int CheckAll(const SOptions& roOptions)
 {
     constexpr const char* szExported = "the library exports all operations of the interface";
     GuardAgainstCrashes();
     g_szPromise = szExported;
-    if (const std::string sMissing = MissingOperations(); !sMissing.empty())
+    if (const std::string szMissing = MissingOperations(); !szMissing.empty())
     {
-        Print(EOutcome::FAILS, szExported, {"missing: " + sMissing});
+        Print(EOutcome::FAILS, szExported, {"missing: " + szMissing});
         return EXIT_FAILS;
     }
     Veltrano_LoadLite();
-    if (!PrintBoard(uiChip))
+    if (!PrintBoard(roOptions.uiChip))
     {
         Veltrano_UnLoad();
         return EXIT_NO_BOARD;
     }
     Print(EOutcome::HOLDS, szExported, {});
     std::array<int, 3> aiOutcomes{1, 0, 0};
-    for (const auto aoChecks : {DeviceChecks(), StreamChecks()})
+    for (const SCheck& ro : GetChecks(roOptions.szOnly))
     {
-        for (const SCheck& ro : aoChecks)
-        {
-            ++aiOutcomes[static_cast<size_t>(Run(ro, uiChip))];
-        }
+        ++aiOutcomes[static_cast<size_t>(Run(ro, roOptions.uiChip))];
     }
     Veltrano_UnLoad();
     std::printf("\n%d hold, %d fail, %d skipped\n", aiOutcomes[0], aiOutcomes[1], aiOutcomes[2]);
     return aiOutcomes[1] == 0 ? EXIT_HOLDS : EXIT_FAILS;
 }
 
-int List()
+int List(const std::string& rszOnly)
 {
-    for (const auto aoChecks : {DeviceChecks(), StreamChecks()})
+    for (const SCheck& ro : GetChecks(rszOnly))
     {
-        for (const SCheck& ro : aoChecks)
-        {
-            std::printf("%s\n", ro.szPromise);
-        }
+        std::printf("%s\n", ro.szPromise);
     }
     return EXIT_HOLDS;
 }
 
+bool ReadNumber(const char* szText, uint32_t uiMost, uint32_t& ruiNumber)
+{
+    const char* const pcEnd = szText + std::strlen(szText);
+    const auto oRead = std::from_chars(szText, pcEnd, ruiNumber);
+    return oRead.ec == std::errc() && oRead.ptr == pcEnd && ruiNumber <= uiMost;
+}
+
+SOptions ReadOptions(std::span<char*> aszArguments)
+{
+    SOptions oOptions;
+    for (size_t uiAt = 0; uiAt < aszArguments.size(); ++uiAt)
+    {
+        const std::string_view szArgument = aszArguments[uiAt];
+        const char* const szNext = uiAt + 1 < aszArguments.size() ? aszArguments[uiAt + 1] : "";
+        oOptions.bHelp = oOptions.bHelp || szArgument == "--help" || szArgument == "-h";
+        oOptions.bList = oOptions.bList || szArgument == "--list";
+        if (szArgument == "--wait-for-loss")
+        {
+            const bool bGiven = *szNext >= '0' && *szNext <= '9';
+            g_uiLossAtMostS = uiLossDefaultS;
+            uiAt += bGiven ? 1 : 0;
+            if (bGiven && (!ReadNumber(szNext, uiLossMostS, g_uiLossAtMostS) || g_uiLossAtMostS == 0))
+            {
+                oOptions.szFault = "--wait-for-loss takes 1 to 600 seconds";
+            }
+        }
+        else if (szArgument == "--chip" || szArgument == "--only")
+        {
+            ++uiAt;
+            oOptions.szOnly = szArgument == "--only" ? szNext : oOptions.szOnly;
+            if (szArgument == "--chip" && !ReadNumber(szNext, UINT32_MAX, oOptions.uiChip))
+            {
+                oOptions.szFault = "--chip takes an index, from 0";
+            }
+        }
+        else if (szArgument != "--help" && szArgument != "-h" && szArgument != "--list")
+        {
+            oOptions.szFault = "unknown: " + std::string(szArgument);
+        }
+    }
+    if (GetChecks(oOptions.szOnly).empty())
+    {
+        oOptions.szFault = "--only: no promise has this text in it";
+    }
+    return oOptions;
+}
+
 } // namespace
+
+uint32_t g_uiLossAtMostS = 0;
 
 int main(int iArguments, char** paszArguments)
 {
-    uint32_t uiChip = 0;
-    for (int iArgument = 1; iArgument < iArguments; ++iArgument)
+    const SOptions oOptions = ReadOptions(std::span(paszArguments, static_cast<size_t>(iArguments)).subspan(1));
+    if (!oOptions.szFault.empty())
     {
-        const std::string sArgument = paszArguments[iArgument];
-        if (sArgument == "--help" || sArgument == "-h")
-        {
-            std::fputs(szHelp, stdout);
-            return EXIT_HOLDS;
-        }
-        if (sArgument == "--list")
-        {
-            return List();
-        }
-        const char* const szValue =
-            sArgument == "--chip" && iArgument + 1 < iArguments ? paszArguments[++iArgument] : "";
-        char* szEnd = nullptr;
-        uiChip = static_cast<uint32_t>(std::strtoul(szValue, &szEnd, 10));
-        if (*szValue < '0' || *szValue > '9' || *szEnd != '\0')
-        {
-            std::fprintf(stderr, "veltrano-conformance: %s\n",
-                         sArgument == "--chip" ? "--chip takes an index, from 0" : ("unknown: " + sArgument).c_str());
-            std::fputs("try --help\n", stderr);
-            return EXIT_USAGE;
-        }
+        std::fprintf(stderr, "veltrano-conformance: %s\ntry --help\n", oOptions.szFault.c_str());
+        return EXIT_USAGE;
     }
-    return CheckAll(uiChip);
+    if (oOptions.bHelp)
+    {
+        std::fputs(szHelp, stdout);
+        return EXIT_HOLDS;
+    }
+    return oOptions.bList ? List(oOptions.szOnly) : CheckAll(oOptions);
 }
