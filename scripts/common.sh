@@ -6,7 +6,7 @@ szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # What each part of the tree is built with: the monitor on the simulated board, the other board, the watch.
 aszMonitorPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev)
 aszLinuxBoardPackages=(libdrm-dev libudev-dev libtracefs-dev libtraceevent-dev)
-aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev
+aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev libmicrohttpd-dev libgnutls28-dev libcrypt-dev zlib1g-dev
     prometheus-cpp-dev
     libjs-dygraphs)
 aszRunPackages=("${aszMonitorPackages[@]}" "${aszLinuxBoardPackages[@]}" "${aszWatchPackages[@]}")

@@ -54,7 +54,8 @@ using Publication = const std::shared_ptr<const SWatchPublication>&;
 
 void Scrape(benchmark::State& roState)
 {
-    Measure(roState, [](Publication rpoPublication) { return WatchMetrics_Print(rpoPublication, {}); });
+    Measure(roState, [](Publication rpoPublication)
+            { return WatchMetrics_Print(rpoPublication, {}, EMetricFormat::PROMETHEUS); });
 }
 
 void Streams(benchmark::State& roState)

@@ -2,8 +2,10 @@
 
 usage: api_test.py <ServeMadeUp> <folder of the schemas>
 """
+import gzip
 import json
 import pathlib
+import re
 import subprocess
 import sys
 import unittest
@@ -69,14 +71,35 @@ class ApiTest(unittest.TestCase):
                     validator("live").validate(json.loads(line[6:]))
                     seen.add(kind)
 
-    def test_metrics_are_as_prometheus_wants_them(self):
-        with self.get("/metrics") as answer:
-            self.assertEqual(answer.headers["Content-Type"], "text/plain; version=0.0.4; charset=utf-8")
+    def get_as(self, accept, encoding="identity"):
+        request = urllib.request.Request(self.base + "/metrics", headers={"Accept": accept, "Accept-Encoding": encoding})
+        with urllib.request.urlopen(request, timeout=10) as answer:
             text = answer.read()
+            packed = answer.headers["Content-Encoding"] == "gzip"
+            return answer.headers["Content-Type"], gzip.decompress(text) if packed else text, len(text)
+
+    def test_metrics_are_as_prometheus_wants_them(self):
+        kind, text, _ = self.get_as("*/*")
+        self.assertEqual(kind, "text/plain; version=0.0.4; charset=utf-8")
         linted = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, timeout=60)
         self.assertEqual((linted.returncode, linted.stdout + linted.stderr), (0, b""))
         samples = [line.rpartition(b" ")[0] for line in text.splitlines() if not line.startswith(b"#")]
         self.assertEqual(len(samples), len(set(samples)), "every series once")
+
+        kind, open_text, _ = self.get_as("application/openmetrics-text;version=1.0.0;q=0.8,text/plain;version=0.0.4;q=0.5")
+        self.assertEqual(kind, "application/openmetrics-text; version=1.0.0; charset=utf-8")
+        self.assertTrue(open_text.endswith(b"\n# EOF\n"))
+        same = [line.rpartition(b" ")[0] for line in open_text.splitlines() if not line.startswith(b"#")]
+        self.assertEqual(same, samples, "the series do not depend on the format")
+        families = re.findall(rb"# TYPE (\S+) (\S+)", open_text)
+        self.assertIn((b"vt_video_build", b"info"), families)
+        self.assertIn((b"vt_video_fields", b"counter"), families)
+        self.assertFalse([name for name, _ in families if name.endswith((b"_total", b"_info"))])
+        self.assertEqual(self.get_as("application/openmetrics-text;q=0.1,text/plain")[0][:10], "text/plain")
+
+        _, unpacked, size = self.get_as("*/*", "gzip")
+        self.assertIn(b"vt_video_fields_total", unpacked)
+        self.assertLess(size * 5, len(unpacked))
 
 
 if __name__ == "__main__":

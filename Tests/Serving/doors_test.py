@@ -7,6 +7,7 @@ import grp
 import os
 import pathlib
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -130,7 +131,7 @@ class DoorsTest(unittest.TestCase):
         users = self.make_users(ada="word")
         watch = self.start("--listen", "127.0.0.1:0", "--listen", f"unix:{self.socket}", "--tls-certificate",
                            self.folder / "server.pem", "--tls-key", self.folder / "server.key", "--users", users, *options)
-        return watch, self.addresses(2)[0]
+        return watch, self.addresses(2 + options.count("--listen"))[0]
 
     def tls(self, address, *options):
         return subprocess.run(["openssl", "s_client", "-connect", address.split("/")[2], "-CAfile",
@@ -196,6 +197,36 @@ scrape_configs:
         query = f"http://127.0.0.1:{port}/api/v1/query?query=" + "up%20*%20on()%20group_left()%20count(vt_video_fields_total)"
         wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
                  self.log.read_text, 40)
+
+    def test_a_thousand_bad_clients_hold_nobody_up(self):
+        limit = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(4096, limit[1]), limit[1]))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, limit)
+        watch, address = self.start_secured("--listen", "[::1]:0")
+        host, port = address.split("/")[2].split(":")
+        self.curl("--unix-socket", str(self.socket), "http://x/healthz")
+        rude = (b"", b"GET /", b"\x16\x03\x01\xff\xff" + b"x" * 900, b"\x80" * 4000,
+                b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nX: ", b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n" * 50)
+        clients = []
+        for index in range(1000):
+            client = socket.socket(socket.AF_UNIX if index % 2 else socket.AF_INET)
+            self.addCleanup(client.close)
+            client.settimeout(5)
+            try:
+                client.connect(str(self.socket) if index % 2 else (host, int(port)))
+                client.sendall(rude[index // 2 % len(rude)])
+                clients.append(client)
+            except OSError:
+                pass  # it has been shown the door
+        self.assertGreater(len(clients), 500)
+        for way in (["--cacert", str(self.folder / "server.pem"), "-u", "ada:word", address],
+                    ["--unix-socket", str(self.socket), "http://x/"]):
+            text = self.curl(*way[:-1], way[-1] + "metrics")
+            figures = dict(re.findall(r"^((?:process|vt_video_http_conn)\w+) (\S+)$", text, re.M))
+            self.assertLessEqual(float(figures["vt_video_http_connections"]), 256)
+            self.assertLess(float(figures["process_open_fds"]), 600)
+            self.assertLess(float(figures["process_resident_memory_bytes"]), 150e6)
+        self.end(watch)
 
     def test_what_others_may_read_and_what_is_no_such_file_is_refused(self):
         self.make_certificate("server")

@@ -97,7 +97,7 @@ class FleetTest(unittest.TestCase):
         cls.addClassCleanup(cls.server.wait)
         cls.addClassCleanup(cls.server.terminate)
         # What takes longest to be known.
-        wait_for(lambda: len(cls.query("vt_video_wall_offset_seconds")) == 6 and cls.query("vt_video_slip_seconds")
+        wait_for(lambda: len(cls.query("instance_direction_index:vt_video_wall_offset_seconds:wrapped")) == 6 and cls.query("vt_video_slip_seconds")
                  and cls.query("vt_video_tdev_seconds") and cls.query('vt_video_rate_hertz{window="10s"}'), 90,
                  (cls.folder / "prometheus.log").read_text)
 
@@ -126,8 +126,8 @@ class FleetTest(unittest.TestCase):
 
     def test_offsets_across_machines_are_those_of_the_scenarios(self):
         reference = self.watches["first"].tai_phases()[0]
-        offsets = self.figures("vt_video_wall_offset_seconds")
-        uncertainties = self.figures("vt_video_wall_offset_uncertainty_seconds")
+        offsets = self.figures("instance_direction_index:vt_video_wall_offset_seconds:wrapped")
+        uncertainties = self.figures("instance_direction_index:vt_video_wall_offset_uncertainty_seconds:sum")
         for watch in self.watches.values():
             own = watch.tai_phases()
             for index in (0, 1):

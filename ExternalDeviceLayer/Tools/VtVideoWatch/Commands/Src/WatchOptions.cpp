@@ -11,6 +11,8 @@
 namespace
 {
 
+constexpr const char* szVersion = "VtVideoWatch " VT_WATCH_VERSION;
+
 // A --option whose text has to be understood by one of OptionValues; szForm says how it is to look.
 template <typename TFind, typename TTake>
 CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, const char* szHelp, TFind fnFind,
@@ -236,13 +238,17 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
 {
     CLI::App oApp("Watches the video inputs and outputs of a board and keeps what it saw.", "VtVideoWatch");
     oApp.require_subcommand(1);
-    oApp.set_version_flag("--version", VT_WATCH_VERSION);
+    oApp.set_version_flag("--version", szVersion);
     CLI::App* poServe = oApp.add_subcommand("serve", "watch until ended, and serve what is seen (the default)");
     CLI::App* poCheck = oApp.add_subcommand("check", "watch for a while, and end with a verdict");
     CLI::App* poReport = oApp.add_subcommand("report", "sum up what a store holds");
     AddServe(*poServe, roOptions.oServe);
     AddCheck(*poCheck, roOptions.oCheck);
     AddReport(*poReport, roOptions.oReport, iNowUtcNs);
+    for (CLI::App* poCommand : oApp.get_subcommands({}))
+    {
+        poCommand->set_version_flag("--version", szVersion);
+    }
     const int iStatus = ParseWith(oApp, raszArguments, rszText);
     roOptions.eCommand = poCheck->parsed()    ? EWatchCommand::CHECK
                          : poReport->parsed() ? EWatchCommand::REPORT

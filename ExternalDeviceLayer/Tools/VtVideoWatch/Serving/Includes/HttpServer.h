@@ -141,6 +141,9 @@ SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer);
 /* An answer whose body it owns. */
 SHttpAnswer HttpAnswer_Make(int iStatus, const char* szType, std::string szBody);
 
+/* The same answer compressed, where a client takes that and it is worth it. */
+SHttpAnswer HttpAnswer_Compress(SHttpAnswer oAnswer, const SHttpRequest& roRequest);
+
 /* {"error": ...} on one line. */
 SHttpAnswer HttpAnswer_MakeError(int iStatus, std::string_view szText);
 

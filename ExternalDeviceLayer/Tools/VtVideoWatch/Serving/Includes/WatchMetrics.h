@@ -1,7 +1,7 @@
 /*
- * The watch's figures in the text format of Prometheus. A scrape tells of one publication, so its figures belong
- * together. An estimate that is not known is absent: a gap in a graph, and no alarm. Labels are direction and index,
- * and nothing that grows without bound; names and formats stand in vt_video_stream_info alone.
+ * The watch's figures in the text formats of Prometheus and OpenMetrics. A scrape tells of one publication, so its
+ * figures belong together. An estimate that is not known is absent: a gap in a graph, and no alarm. Labels are
+ * direction and index, and nothing that grows without bound; names and formats stand in vt_video_stream_info alone.
  */
 #ifndef WATCH_METRICS_H
 #define WATCH_METRICS_H
@@ -13,6 +13,13 @@
 #include "HttpServer.h"
 #include "WatchPublication.h"
 
+enum class EMetricFormat : uint8_t
+{
+    PROMETHEUS,
+    OPENMETRICS
+};
+constexpr size_t uiMetricFormats = 2;
+
 // What the serving itself costs.
 struct SServingCosts
 {
@@ -23,6 +30,10 @@ struct SServingCosts
 };
 
 /* The whole answer to a scrape; without a publication only what does not need one. Thread-safe. */
-std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing);
+std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing,
+                               EMetricFormat eFormat);
+
+/* The one that an Accept header asks for: OpenMetrics only if it is named. */
+EMetricFormat WatchMetrics_FindFormat(const std::string& rszAccept);
 
 #endif

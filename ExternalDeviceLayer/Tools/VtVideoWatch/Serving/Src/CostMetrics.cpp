@@ -54,8 +54,13 @@ constexpr SCostMetric aoCosts[] = {
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.bIsSynchronised ? 1.0 : 0.0; }},
     {"vt_video_clock_estimated_error_seconds", "The kernel's estimate of that clock's error.", MetricType::Gauge,
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.flEstimatedErrorSeconds; }},
-    {"vt_video_clock_tai_offset_seconds", "TAI minus UTC by the kernel; 0 if it does not know.", MetricType::Gauge,
-     [](Publication roPublication) { return static_cast<double>(roPublication.oSnapshot.oClock.iTaiOffsetSeconds); }},
+    // 0 is what a kernel says that was never told.
+    {"vt_video_clock_tai_offset_seconds", "TAI minus UTC by the kernel.", MetricType::Gauge,
+     [](Publication roPublication)
+     {
+         const int64_t iOffset = roPublication.oSnapshot.oClock.iTaiOffsetSeconds;
+         return iOffset == 0 ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(iOffset);
+     }},
     {"process_cpu_seconds_total", "Processor time of the watch.", MetricType::Counter,
      [](Publication roPublication) { return roPublication.oCosts.flCpuSeconds; }},
     {"process_resident_memory_bytes", "Resident memory of the watch.", MetricType::Gauge,

@@ -1,9 +1,9 @@
 #include "WatchMetrics.h"
 
-#include <prometheus/collectable.h>
-#include <prometheus/text_serializer.h>
-
+#include "HttpRequest.h"
 #include "MetricFamilies.h"
+#include "MetricText.h"
+#include "ProcessFigures.h"
 
 namespace
 {
@@ -37,39 +37,50 @@ void CollectServing(const SServingCosts& roServing, CFamilies& raoFamilies)
     roSummary.sample_sum = roServing.flScrapeSeconds;
 }
 
-// One publication, seen by the metrics library.
-class CWatchCollectable : public prometheus::Collectable
+void CollectProcess(CFamilies& raoFamilies)
 {
-public:
-    CWatchCollectable(WatchPublicationPtr poPublication, const SServingCosts& roServing)
-        : m_poPublication(std::move(poPublication)), m_oServing(roServing)
+    const SProcessFigures oFigures = ProcessFigures_Read();
+    const auto Add = [&](const char* szName, const char* szHelp, uint64_t uiValue)
     {
-    }
+        CFamily oFamily(raoFamilies, szName, szHelp, MetricType::Gauge);
+        oFamily.AddKnown({}, uiValue != 0, static_cast<double>(uiValue));
+    };
+    Add("process_open_fds", "Files that the watch has open.", oFigures.uiOpenFiles);
+    Add("process_max_fds", "Files that it may have open.", oFigures.uiMostFiles);
+    Add("process_virtual_memory_bytes", "Virtual memory of the watch.", oFigures.uiVirtualBytes);
+    Add("process_threads", "Threads of the watch.", oFigures.uiThreads);
+}
 
-    CFamilies Collect() const override
-    {
-        CFamilies aoFamilies;
-        if (m_poPublication != nullptr)
-        {
-            CostMetrics_Collect(*m_poPublication, aoFamilies);
-            LockMetrics_Collect(*m_poPublication, aoFamilies);
-            StreamMetrics_Collect(*m_poPublication, aoFamilies);
-        }
-        CollectServing(m_oServing, aoFamilies);
-        // A family without samples would be two lines that say nothing.
-        std::erase_if(aoFamilies, [](const prometheus::MetricFamily& roFamily) { return roFamily.metric.empty(); });
-        return aoFamilies;
-    }
-
-private:
-    WatchPublicationPtr m_poPublication;
-    SServingCosts m_oServing;
-};
+void CollectBuild(CFamilies& raoFamilies)
+{
+    CFamily oFamily(raoFamilies, "vt_video_build_info", "Version of the watch; always 1.", MetricType::Gauge);
+    oFamily.Add({{"version", VT_WATCH_VERSION}}, 1.0);
+}
 
 } // namespace
 
-std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing)
+std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing,
+                               EMetricFormat eFormat)
 {
-    const CWatchCollectable oCollectable(rpoPublication, roServing);
-    return prometheus::TextSerializer().Serialize(oCollectable.Collect());
+    CFamilies aoFamilies;
+    CollectBuild(aoFamilies);
+    if (rpoPublication != nullptr)
+    {
+        CostMetrics_Collect(*rpoPublication, aoFamilies);
+        LockMetrics_Collect(*rpoPublication, aoFamilies);
+        StreamMetrics_Collect(*rpoPublication, aoFamilies);
+    }
+    CollectProcess(aoFamilies);
+    CollectServing(roServing, aoFamilies);
+    return MetricText_Print(aoFamilies, eFormat);
+}
+
+EMetricFormat WatchMetrics_FindFormat(const std::string& rszAccept)
+{
+    constexpr const char* szOpenMetrics = "application/openmetrics-text";
+    const int iOpen = HttpRequest_GetAcceptWeight(rszAccept, szOpenMetrics, "1.0.0");
+    const bool bIsNamed = rszAccept.find(szOpenMetrics) != std::string::npos;
+    return bIsNamed && iOpen > 0 && iOpen >= HttpRequest_GetAcceptWeight(rszAccept, "text/plain", "0.0.4")
+               ? EMetricFormat::OPENMETRICS
+               : EMetricFormat::PROMETHEUS;
 }

@@ -11,6 +11,13 @@
 #include "WatchApi.h"
 #include "WatchMetrics.h"
 
+// The metrics of a moment, in one form.
+struct SScrape
+{
+    WatchPublicationPtr poFrom;
+    SHttpAnswer oAnswer;
+};
+
 struct SWatchServer
 {
     explicit SWatchServer(IWatchReader& roWatchReader)
@@ -21,7 +28,8 @@ struct SWatchServer
     IWatchReader& roReader;
     CWatchApi oApi;
     CLiveHub oHub;
-    std::mutex oScrapeMutex; // one scrape at a time: a second one would only slow down both
+    std::mutex oScrapeMutex;               // one scrape at a time: a second one would only slow down both
+    SScrape aoScrapes[uiMetricFormats][2]; // plain, gzip
     uint64_t uiScrapes = 0;
     double flScrapeSeconds = 0.0;
     HttpServerPtr poHttp; // the last member: its threads use all others
@@ -30,20 +38,35 @@ struct SWatchServer
 namespace
 {
 
-SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp)
+SHttpAnswer MakeMetrics(SWatchServer& roServer, const SHttpServer& roHttp, const WatchPublicationPtr& rpoLatest,
+                        EMetricFormat eFormat)
 {
-    const std::lock_guard oGuard(roServer.oScrapeMutex);
-    const auto oBegin = std::chrono::steady_clock::now();
+    constexpr const char* aszTypes[] = {"text/plain; version=0.0.4; charset=utf-8",
+                                        "application/openmetrics-text; version=1.0.0; charset=utf-8"};
     SServingCosts oCosts;
     oCosts.oHttp = HttpServer_GetCounts(roHttp);
     oCosts.uiListeners = roServer.oHub.GetListeners();
     oCosts.uiScrapes = roServer.uiScrapes;
     oCosts.flScrapeSeconds = roServer.flScrapeSeconds;
-    SHttpAnswer oAnswer = HttpAnswer_Make(200, "text/plain; version=0.0.4; charset=utf-8",
-                                          WatchMetrics_Print(roServer.roReader.GetLatest(), oCosts));
+    return HttpAnswer_Make(200, aszTypes[static_cast<size_t>(eFormat)], WatchMetrics_Print(rpoLatest, oCosts, eFormat));
+}
+
+// However many ask, each form of a moment's metrics is made once.
+SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp, const SHttpRequest& roRequest)
+{
+    const WatchPublicationPtr poLatest = roServer.roReader.GetLatest();
+    const EMetricFormat eFormat = WatchMetrics_FindFormat(roRequest.szAccept);
+    const std::lock_guard oGuard(roServer.oScrapeMutex);
+    SScrape& roScrape = roServer.aoScrapes[static_cast<size_t>(eFormat)][roRequest.bAcceptsGzip ? 1 : 0];
+    const auto oBegin = std::chrono::steady_clock::now();
+    if (poLatest == nullptr || roScrape.poFrom != poLatest)
+    {
+        roScrape.oAnswer = HttpAnswer_Compress(MakeMetrics(roServer, roHttp, poLatest, eFormat), roRequest);
+        roScrape.poFrom = poLatest;
+    }
     roServer.flScrapeSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - oBegin).count();
     ++roServer.uiScrapes;
-    return oAnswer;
+    return roScrape.oAnswer;
 }
 
 struct SRoute
@@ -70,13 +93,13 @@ SHttpAnswer Answer(SWatchServer& roServer, const SHttpServer& roHttp, const SHtt
 {
     if (roRequest.szPath == "/metrics")
     {
-        return AnswerMetrics(roServer, roHttp);
+        return AnswerMetrics(roServer, roHttp, roRequest);
     }
     for (const SRoute& roRoute : aoRoutes)
     {
         if (roRequest.szPath == roRoute.szPath)
         {
-            return roRoute.oAnswer(roServer, roRequest);
+            return HttpAnswer_Compress(roRoute.oAnswer(roServer, roRequest), roRequest);
         }
     }
     return PageFiles_Answer(roRequest);
