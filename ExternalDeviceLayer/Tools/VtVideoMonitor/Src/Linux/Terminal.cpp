@@ -7,6 +7,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <termios.h>
@@ -58,13 +59,40 @@ sigset_t ResizeSignal()
     return oSignals;
 }
 
-// The terminal for the length of one key read: raw and non-blocking, then as it was found. Signals that would end or
-// stop the process in between wait, so that no shell finds it raw. SIGTTIN and SIGTTOU are for a process that has been
-// put into the background since it looked: it must not stop.
-class CRawTerminal
+// Bytes of keys that have been read and not been asked for yet.
+struct SKeyBytes
+{
+    std::array<unsigned char, 1024> aucBytes;
+    size_t uiNext = 0;
+    size_t uiCount = 0;
+};
+
+// Standard input is asked for a key a hundred times a second, so each kind of it is asked in as few calls as it takes.
+enum class EInputKind
+{
+    TERMINAL,
+    STREAM, // a pipe or a socket: may have nothing for now
+    REGULAR // has its bytes at once, or none; so has /dev/null
+};
+
+EInputKind FindInputKind()
+{
+    struct stat oStat = {};
+    if (isatty(STDIN_FILENO) != 0)
+    {
+        return EInputKind::TERMINAL;
+    }
+    const bool bIsFile = fstat(STDIN_FILENO, &oStat) == 0 && (S_ISREG(oStat.st_mode) || S_ISCHR(oStat.st_mode));
+    return bIsFile ? EInputKind::REGULAR : EInputKind::STREAM;
+}
+
+// Signals that would end or stop the process wait for as long as the object lives, so that nothing stays as no shell
+// wants to find it. SIGTTIN and SIGTTOU are for a process that has been put into the background since it looked: it
+// must not stop.
+class CHeldSignals
 {
 public:
-    CRawTerminal()
+    CHeldSignals()
     {
         sigset_t oSignals;
         sigemptyset(&oSignals);
@@ -75,17 +103,30 @@ public:
         sigaddset(&oSignals, SIGTTIN);
         sigaddset(&oSignals, SIGTTOU);
         pthread_sigmask(SIG_BLOCK, &oSignals, &m_oFoundMask);
+    }
+    ~CHeldSignals() { pthread_sigmask(SIG_SETMASK, &m_oFoundMask, nullptr); }
+    CHeldSignals(const CHeldSignals&) = delete;
+    CHeldSignals& operator=(const CHeldSignals&) = delete;
+
+private:
+    sigset_t m_oFoundMask;
+};
+
+// The terminal for the length of one key read: raw, then as it was found.
+class CRawTerminal
+{
+public:
+    CRawTerminal()
+    {
         m_bHasAttributes = tcgetattr(STDIN_FILENO, &m_oFoundAttributes) == 0;
-        m_iFoundFlags = fcntl(STDIN_FILENO, F_GETFL);
         if (m_bHasAttributes)
         {
             termios oRaw = m_oFoundAttributes;
             oRaw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+            // One byte is enough to be told of, whatever others have set.
+            oRaw.c_cc[VMIN] = 1;
+            oRaw.c_cc[VTIME] = 0;
             tcsetattr(STDIN_FILENO, TCSANOW, &oRaw);
-        }
-        if (m_iFoundFlags != -1)
-        {
-            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags | O_NONBLOCK);
         }
     }
 
@@ -95,32 +136,94 @@ public:
         {
             tcsetattr(STDIN_FILENO, TCSANOW, &m_oFoundAttributes);
         }
-        if (m_iFoundFlags != -1)
-        {
-            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags);
-        }
-        pthread_sigmask(SIG_SETMASK, &m_oFoundMask, nullptr);
     }
 
     CRawTerminal(const CRawTerminal&) = delete;
     CRawTerminal& operator=(const CRawTerminal&) = delete;
 
 private:
-    sigset_t m_oFoundMask;
+    CHeldSignals m_oHeldSignals; // until the terminal is back
     termios m_oFoundAttributes;
-    int m_iFoundFlags;
     bool m_bHasAttributes;
 };
+
+// Standard input for the length of one read: it does not wait, for another reader may take what there was.
+class CUnwaitingInput
+{
+public:
+    CUnwaitingInput() : m_iFoundFlags(fcntl(STDIN_FILENO, F_GETFL))
+    {
+        if (m_iFoundFlags != -1)
+        {
+            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags | O_NONBLOCK);
+        }
+    }
+    ~CUnwaitingInput()
+    {
+        if (m_iFoundFlags != -1)
+        {
+            fcntl(STDIN_FILENO, F_SETFL, m_iFoundFlags);
+        }
+    }
+    CUnwaitingInput(const CUnwaitingInput&) = delete;
+    CUnwaitingInput& operator=(const CUnwaitingInput&) = delete;
+
+private:
+    CHeldSignals m_oHeldSignals;
+    int m_iFoundFlags;
+};
+
+bool IsInputReady()
+{
+    pollfd oPoll = {STDIN_FILENO, POLLIN, 0};
+    return poll(&oPoll, 1, 0) > 0 && (oPoll.revents & POLLIN) != 0;
+}
+
+void ReadBytes(SKeyBytes& roBytes)
+{
+    // End of input and "nothing there" are not for ever: a pipe may get a new writer.
+    const ssize_t iCount = read(STDIN_FILENO, roBytes.aucBytes.data(), roBytes.aucBytes.size());
+    roBytes.uiNext = 0;
+    roBytes.uiCount = iCount > 0 ? static_cast<size_t>(iCount) : 0;
+}
+
+void ReadWhatIsThere(EInputKind eKind, SKeyBytes& roBytes)
+{
+    switch (eKind)
+    {
+    case EInputKind::TERMINAL:
+    {
+        const CRawTerminal oRaw;
+        if (IsInputReady())
+        {
+            const CUnwaitingInput oUnwaiting;
+            ReadBytes(roBytes);
+        }
+        break;
+    }
+    case EInputKind::STREAM:
+        if (IsInputReady())
+        {
+            const CUnwaitingInput oUnwaiting;
+            ReadBytes(roBytes);
+        }
+        break;
+    case EInputKind::REGULAR:
+        ReadBytes(roBytes);
+        break;
+    }
+}
 
 // Whether keys are meant for others: a job in the background that touches its terminal is stopped.
 bool IsInBackground()
 {
+    static const pid_t s_iOwnGroup = getpgrp(); // a shell gives a job its group before the job begins
     // No answer means no terminal, or one without job control for this process.
     const pid_t iForeground = tcgetpgrp(STDIN_FILENO);
-    return iForeground != -1 && iForeground != getpgrp();
+    return iForeground != -1 && iForeground != s_iOwnGroup;
 }
 
-// Waits until standard output takes more. The key read makes the terminal non-blocking for a moment, and standard
+// Waits until standard output takes more. Reading a key makes the terminal non-blocking for a moment, and standard
 // output is mostly the same terminal. False when waiting cannot help.
 bool WaitForTerminal()
 {
@@ -178,15 +281,17 @@ void PrintToTerminal(std::initializer_list<const char*> oTexts)
 
 int32_t getch()
 {
-    if (IsInBackground())
+    static const EInputKind s_eKind = FindInputKind();
+    static SKeyBytes s_oBytes;
+    if (s_eKind == EInputKind::TERMINAL && IsInBackground())
     {
         return -1;
     }
-    const CRawTerminal oRaw;
-    const int32_t iKey = std::getchar();
-    // End of input and "nothing there" are not for ever: a pipe may get a new writer.
-    std::clearerr(stdin);
-    return iKey;
+    if (s_oBytes.uiNext == s_oBytes.uiCount)
+    {
+        ReadWhatIsThere(s_eKind, s_oBytes);
+    }
+    return s_oBytes.uiNext < s_oBytes.uiCount ? s_oBytes.aucBytes[s_oBytes.uiNext++] : -1;
 }
 
 void ClearScreen()
