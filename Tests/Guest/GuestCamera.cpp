@@ -31,7 +31,9 @@ using CClock = std::chrono::steady_clock;
 
 constexpr uint8_t WIDTH = 80;
 constexpr uint8_t HEIGHT = 60;
-constexpr uint32_t FRAME_BYTES = WIDTH * HEIGHT * 2; // one transfer each, so that none is cut by the end of a stream
+constexpr std::array<uint32_t, 2> FRAME_BYTES = {
+    WIDTH * HEIGHT * 2,
+    WIDTH* HEIGHT / 2}; // of both sizes; one transfer each, so that none is cut by the end of a stream
 constexpr uint32_t HEADER_BYTES = 2;
 constexpr uint32_t INTERVAL_30 = 333333; // in 100 ns
 constexpr uint32_t INTERVAL_15 = 666666;
@@ -85,21 +87,25 @@ template <size_t SIZE, typename... TParts> constexpr std::array<uint8_t, SIZE> B
 constexpr auto DEVICE = Bytes<18>(18, USB_DT_DEVICE, Two(0x0200), USB_CLASS_MISC, 2, 1, 64, Two(0x1209), Two(0x0001),
                                   Two(0x0100), 0, 1, 0, 1);
 
-// One control interface with camera and output terminal; one streaming interface with one format, size and endpoint.
+// One control interface with camera and output terminal; one streaming interface with one format, two sizes and one
+// endpoint.
 // clang-format off
-constexpr auto CONFIGURATION = Bytes<157>(
-    9, USB_DT_CONFIG, Two(157), 2, 1, 0, USB_CONFIG_ATT_ONE, 50,
+constexpr auto CONFIGURATION = Bytes<191>(
+    9, USB_DT_CONFIG, Two(191), 2, 1, 0, USB_CONFIG_ATT_ONE, 50,
     8, USB_DT_INTERFACE_ASSOCIATION, 0, 2, USB_CLASS_VIDEO, UVC_SC_VIDEO_INTERFACE_COLLECTION, 0, 0,
     9, USB_DT_INTERFACE, 0, 0, 0, USB_CLASS_VIDEO, UVC_SC_VIDEOCONTROL, 0, 0,
     13, USB_DT_CS_INTERFACE, UVC_VC_HEADER, Two(0x0100), Two(40), Four(48000000), 1, 1,
     18, USB_DT_CS_INTERFACE, UVC_VC_INPUT_TERMINAL, 1, Two(0x0201), 0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0,
     9, USB_DT_CS_INTERFACE, UVC_VC_OUTPUT_TERMINAL, 2, Two(0x0101), 0, 1, 0,
     9, USB_DT_INTERFACE, 1, 0, 1, USB_CLASS_VIDEO, UVC_SC_VIDEOSTREAMING, 0, 0,
-    14, USB_DT_CS_INTERFACE, UVC_VS_INPUT_HEADER, 1, Two(75), ENDPOINT, 0, 2, 0, 0, 0, 1, 0,
-    27, USB_DT_CS_INTERFACE, UVC_VS_FORMAT_UNCOMPRESSED, 1, 1,
+    14, USB_DT_CS_INTERFACE, UVC_VS_INPUT_HEADER, 1, Two(109), ENDPOINT, 0, 2, 0, 0, 0, 1, 0,
+    27, USB_DT_CS_INTERFACE, UVC_VS_FORMAT_UNCOMPRESSED, 1, 2,
         'Y', 'U', 'Y', '2', 0, 0, 0x10, 0, 0x80, 0, 0, 0xaa, 0, 0x38, 0x9b, 0x71, 16, 1, 0, 0, 0, 0,
     34, USB_DT_CS_INTERFACE, UVC_VS_FRAME_UNCOMPRESSED, 1, 0, Two(WIDTH), Two(HEIGHT),
-        Four(FRAME_BYTES * 8 * 15), Four(FRAME_BYTES * 8 * 30), Four(FRAME_BYTES),
+        Four(FRAME_BYTES[0] * 8 * 15), Four(FRAME_BYTES[0] * 8 * 30), Four(FRAME_BYTES[0]),
+        Four(INTERVAL_30), 2, Four(INTERVAL_30), Four(INTERVAL_15),
+    34, USB_DT_CS_INTERFACE, UVC_VS_FRAME_UNCOMPRESSED, 2, 0, Two(WIDTH / 2), Two(HEIGHT / 2),
+        Four(FRAME_BYTES[1] * 8 * 15), Four(FRAME_BYTES[1] * 8 * 30), Four(FRAME_BYTES[1]),
         Four(INTERVAL_30), 2, Four(INTERVAL_30), Four(INTERVAL_15),
     7, USB_DT_ENDPOINT, ENDPOINT, USB_ENDPOINT_XFER_BULK, Two(512), 0);
 // clang-format on
@@ -113,6 +119,7 @@ struct SCamera
     std::vector<uint32_t> auiDistancesMs;
     CProbe auiProbe{};
     std::atomic<uint32_t> uiInterval{INTERVAL_30};
+    std::atomic<uint32_t> uiFrameBytes{FRAME_BYTES[0]};
     std::atomic<int> iEndpoint{-1};
     std::atomic<uint32_t> uiFrames{0};
 };
@@ -170,9 +177,8 @@ STransfer<256> Receive(size_t uiSize)
 
 void SendFrames()
 {
-    STransfer<HEADER_BYTES + FRAME_BYTES> oTransfer;
+    STransfer<HEADER_BYTES + FRAME_BYTES[0]> oTransfer;
     oTransfer.uiEndpoint = static_cast<uint16_t>(g_oCamera.iEndpoint.load());
-    oTransfer.uiLength = static_cast<uint32_t>(oTransfer.auiData.size());
     oTransfer.auiData[0] = HEADER_BYTES;
     auto oNext = CClock::now();
     for (size_t uiFrame = 0;; uiFrame++)
@@ -181,6 +187,7 @@ void SendFrames()
         oNext += uiMs != 0 ? CClock::duration(std::chrono::milliseconds(uiMs))
                            : std::chrono::nanoseconds(uint64_t{g_oCamera.uiInterval} * 100);
         std::this_thread::sleep_until(oNext);
+        oTransfer.uiLength = HEADER_BYTES + g_oCamera.uiFrameBytes;
         // The end of a frame is also the end of its one transfer; the lowest bit changes from frame to frame.
         oTransfer.auiData[1] = static_cast<uint8_t>(0x82 | (uiFrame & 1));
         if (ioctl(g_oCamera.iFd, USB_RAW_IOCTL_EP_WRITE, &oTransfer) < 0)
@@ -233,10 +240,12 @@ void Agree(const STransfer<256>& roWish)
     uint32_t uiInterval = 0;
     std::memcpy(&uiInterval, &rauiProbe[4], sizeof(uiInterval));
     uiInterval = uiInterval == INTERVAL_15 ? INTERVAL_15 : INTERVAL_30;
-    rauiProbe[2] = rauiProbe[3] = 1;
+    rauiProbe[2] = 1;
+    rauiProbe[3] = rauiProbe[3] == 2 ? 2 : 1;
+    g_oCamera.uiFrameBytes = FRAME_BYTES.at(rauiProbe[3] - 1U);
     std::memcpy(&rauiProbe[4], &uiInterval, sizeof(uiInterval));
     g_oCamera.uiInterval = uiInterval;
-    constexpr std::array<uint32_t, 2> SIZES = {FRAME_BYTES, HEADER_BYTES + FRAME_BYTES};
+    const std::array<uint32_t, 2> SIZES = {g_oCamera.uiFrameBytes, HEADER_BYTES + g_oCamera.uiFrameBytes};
     std::memcpy(&rauiProbe[18], SIZES.data(), sizeof(SIZES));
 }
 

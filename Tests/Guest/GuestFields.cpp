@@ -1,8 +1,9 @@
 /*
  * Prints what the board under test says of every field, for a comparison with what drivers and owners say of it.
- *   GuestFields <IN|OUT> <index> <milliseconds>
- * prints the line "field <counter> <ticks> <top field> <skipped, or set, buffers> <now in ns>" for each field, "status
- * <number>" where a wait ends otherwise for the first time in a row, and "hz <ticks a second>" first.
+ *   GuestFields <IN|OUT> <index>[,<index>] <milliseconds>
+ * prints "hz <ticks a second>" and "clock <number> <ns at tick 0>", then "field <counter> <ticks> <top field> <skipped,
+ * or set, buffers> <now in ns>" for each field of the first stream, and "status <number>" where a wait ends otherwise
+ * for the first time in a row.
  */
 #include <Veltrano.h>
 
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace
 {
@@ -82,10 +84,18 @@ int main(int iArguments, char** pszArguments)
         return 2;
     }
     Veltrano_LoadLite();
-    CStream oStream(std::strcmp(pszArguments[1], "IN") == 0, static_cast<uint32_t>(std::atoi(pszArguments[2])));
+    const bool bInput = std::strcmp(pszArguments[1], "IN") == 0;
+    CStream oStream(bInput, static_cast<uint32_t>(std::atoi(pszArguments[2])));
+    const char* szSecond = std::strchr(pszArguments[2], ',');
+    [[maybe_unused]] const std::optional<CStream> oSecond = // open for as long as the first
+        szSecond == nullptr
+            ? std::nullopt
+            : std::optional<CStream>(std::in_place, bInput, static_cast<uint32_t>(std::atoi(szSecond + 1)));
     uint32_t uiHz = 0;
     VtBoard_GetTickReferenceFrequency(oStream.Device(), &uiHz);
-    std::printf("hz %u\n", uiHz);
+    VtBoard_TickClockOut oClock{};
+    VtBoard_CustomCall(oStream.Device(), VtBoard_CustomCallId_GET_TICK_CLOCK, nullptr, 0, &oClock, sizeof(oClock));
+    std::printf("hz %u\nclock %u %lld\n", uiHz, oClock.uiClockId, static_cast<long long>(oClock.iOffsetNs));
     const int64_t iEndNs = NowNs() + std::atoll(pszArguments[3]) * 1000000;
     VtStatus eLast = VtStatus_OK;
     while (NowNs() < iEndNs)

@@ -39,7 +39,8 @@ pack_guest() {
     cp "$(command -v busybox)" "$szTree/bin/busybox"
     cp "$szKernel"/*.ko "$szKernel"/*.order "$szTree/modules/"
     cp "$szRoot/DeviceSdk/LinuxBoard/System/vtvideomonitor-trace" "$szTree/bin/"
-    pack_programs "$@" "$(command -v v4l2-ctl)" "$szBuild"/bin/{VtVideoMonitor,veltrano-conformance,Guest{Camera,Fields,Kms}}
+    pack_programs "$@" "$(command -v v4l2-ctl)" "$szBuild"/bin/{VtVideoMonitor,veltrano-conformance,Guest{Camera,Fields,Kms}} \
+        "$szBuild/lib/libGuestFault.so"
     cp "$szHere/play.sh" "$szTree/test/"
     cp "${aszCases[@]}" "$szTree/test/cases/"
     cp "$szHere/guest-init" "$szTree/init"

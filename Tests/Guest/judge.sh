@@ -80,6 +80,12 @@ dequeued() {
         }
         print seq, ts, "-", /[(, ]error/ ? 1 : 0 }' "$1.video"
 }
+# whole <record> <fields at least>: no field is missing between the first and the last that the board told of.
+whole() {
+    awk -v least="$2" '$1 == "field" { if (n++ && $2 != last + 16) { print FILENAME ": missing before " $0; faults++ } last = $2 }
+        END { exit faults > 0 || n < least }' "$1.fields"
+}
+
 # Sequences that the owner did not get, from its first buffer on.
 gaps() { dequeued "$1" | awk 'NR > 1 && $1 > last + 1 { n += $1 - last - 1 } { last = $1 } END { print n + 0 }'; }
 bad() { dequeued "$1" | awk '$4 { n++ } END { print n + 0 }'; }

@@ -41,8 +41,11 @@ video() {
 after() { local iSeconds=$1; shift; { sleep "$iSeconds"; "$@"; } & aiOthers="$aiOthers $!"; }
 settle() { wait $aiOthers; aiOthers=; }
 
-# fields <record> <IN|OUT> <index> <ms>: what the board itself says of each field; as asUser, if that is set.
+# fields <record> <IN|OUT> <index>[,<index>] <ms>: what the board itself says of each field; as asUser, if that is set.
 fields() { su "${asUser:-root}" -s /bin/sh -c "exec GuestFields $2 $3 $4" >"/records/$1.fields" 2>"/records/$1.err"; }
+
+# faulty <fault> <command...>: as GuestFault makes it (its GUEST_FAULT).
+faulty() { local szFault=$1; shift; GUEST_FAULT=$szFault LD_PRELOAD=/test/libGuestFault.so "$@"; }
 
 # trace_on; trace_off <minor> <record>: what the kernel says of the buffers that a node's owner dequeues.
 trace_on() { echo 512 >/sys/kernel/tracing/buffer_size_kb; echo 1 >/sys/kernel/tracing/events/v4l2/v4l2_dqbuf/enable; }
@@ -57,6 +60,12 @@ trace_off() {
 feed() {
     v4l2-ctl -d "$1" --set-dv-bt-timings="$2" && v4l2-ctl -d "$1" --set-fmt-video=width=320,height=180
     [ $# -lt 3 ] || v4l2-ctl -d "$1" -c "$3"
+}
+
+# feed_all: what cases find that begin with no signals of their own.
+feed_all() {
+    feed 0 "$hd,hfp=440" timestamp_source=0
+    feed 2 "$hd,hfp=110" timestamp_source=1
 }
 
 # state <node> <record>: all that an owner may change of an input.

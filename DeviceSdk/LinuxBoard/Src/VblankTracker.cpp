@@ -1,7 +1,6 @@
 #include "VblankTracker.h"
 
 #include <algorithm>
-#include <array>
 
 void CVblankTracker::Start(uint64_t uiSequence)
 {
@@ -70,30 +69,4 @@ void CVblankTracker::AcceptEvent(uint64_t uiTag, uint64_t uiSequence, uint64_t u
         m_bFlushed = true;
     }
     Accept(uiSequence, uiStampNs);
-}
-
-bool CSetBufferEstimate::IsDue()
-{
-    constexpr uint32_t uiLooksAtStill = 30;
-    // Two distances without a common divisor: an application that takes its buffers in turn is caught by one of them.
-    constexpr std::array<uint32_t, 2> auiPauses = {7, 9};
-    m_uiFields++;
-    return m_uiUnchanged < uiLooksAtStill || m_uiFields >= auiPauses[m_uiUnchanged % auiPauses.size()];
-}
-
-void CSetBufferEstimate::Sample(uint32_t uiFramebufferId)
-{
-    m_uiFields = 0;
-    m_uiUnchanged++;
-    // Going dark sets no buffer.
-    if (uiFramebufferId == m_uiFramebufferId || uiFramebufferId == 0)
-    {
-        return;
-    }
-    if (m_uiFramebufferId != 0)
-    {
-        m_uiCount++;
-    }
-    m_uiFramebufferId = uiFramebufferId;
-    m_uiUnchanged = 0;
 }

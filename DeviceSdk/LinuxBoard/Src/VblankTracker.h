@@ -1,7 +1,7 @@
 /*
  * From the kernel's vertical blank events to field starts: drops what does not increase, keeps the newest, and knows
- * which sequences are still to be queued. Also the estimate of the set-buffer counter. No clock is read here; the
- * owner is one output handle, used by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ * which sequences are still to be queued. No clock is read here; the owner is one output handle, used by one thread at
+ * a time. Times are nanoseconds of CLOCK_MONOTONIC.
  */
 #ifndef LINUX_BOARD_VBLANK_TRACKER_H
 #define LINUX_BOARD_VBLANK_TRACKER_H
@@ -64,30 +64,6 @@ private:
     uint64_t m_uiOffset = 0; /* from the CRTC's numbering to ours, modulo 2^64 */
     uint64_t m_uiNextToQueue = 0;
     uint64_t m_uiOutstanding = 0;
-};
-
-/*
- * Counts buffers from the framebuffer that is shown, looked at once a field. An estimate: an application that draws
- * into one framebuffer all the time shows no change. As long as none shows, it is looked at less often, for every look
- * wakes a processor.
- */
-class CSetBufferEstimate
-{
-public:
-    /* When to look in the field that began at uiStampNs: late enough for the application, early enough for the kernel.
-     */
-    static uint64_t SampleMomentNs(uint64_t uiStampNs, uint64_t uiPeriodNs) { return uiStampNs + uiPeriodNs / 10 * 6; }
-
-    /* A new field has started; true when its framebuffer is to be looked at. */
-    bool IsDue();
-    void Sample(uint32_t uiFramebufferId);
-    uint64_t Count() const { return m_uiCount; }
-
-private:
-    uint32_t m_uiFramebufferId = 0;
-    uint32_t m_uiUnchanged = 0; /* looks since the last change */
-    uint32_t m_uiFields = 0;    /* since the last look */
-    uint64_t m_uiCount = 0;
 };
 
 #endif

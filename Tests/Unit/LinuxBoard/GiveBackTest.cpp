@@ -37,6 +37,7 @@ struct GiveBack : testing::Test
         const pid_t iPid = fork();
         if (iPid == 0)
         {
+            std::signal(SIGHUP, SIG_DFL); // whoever runs the tests may have it ignored
             const bool bNoted = GiveBack_NoteTrace(oInstance) != nullptr;
             const bool bTold = write(aiReady[1], bNoted ? "y" : "n", 1) == 1;
             while (bTold)
@@ -53,6 +54,18 @@ struct GiveBack : testing::Test
         return iPid;
     }
 
+    // Ends it, and waits for its guardian, which has the note locked until it has done its work.
+    void End(pid_t iPid, int iSignal)
+    {
+        const int iNote = open(oNote.c_str(), O_RDONLY);
+        ASSERT_GE(iNote, 0);
+        EXPECT_NE(flock(iNote, LOCK_EX | LOCK_NB), 0) << "its process lives";
+        kill(iPid, iSignal);
+        EXPECT_EQ(waitpid(iPid, nullptr, 0), iPid);
+        EXPECT_EQ(flock(iNote, LOCK_EX), 0);
+        close(iNote);
+    }
+
     fs::path oRoot;
     fs::path oInstance;
     fs::path oNote;
@@ -66,17 +79,10 @@ TEST_F(GiveBack, HappensWhateverEndsTheProcess)
     {
         fs::create_directory(oInstance);
         const pid_t iPid = StartNoting();
-        const int iNote = open(oNote.c_str(), O_RDONLY);
-        ASSERT_GE(iNote, 0);
         EXPECT_EQ(fs::status(oNote.parent_path()).permissions(), fs::perms::owner_all);
-        EXPECT_NE(flock(iNote, LOCK_EX | LOCK_NB), 0) << "its process lives";
-        kill(iPid, iSignal);
-        int iStatus = 0;
-        EXPECT_EQ(waitpid(iPid, &iStatus, 0), iPid);
-        EXPECT_EQ(flock(iNote, LOCK_EX), 0) << "the guardian has done its work";
+        End(iPid, iSignal);
         EXPECT_FALSE(fs::exists(oInstance)) << "after signal " << iSignal;
         EXPECT_FALSE(fs::exists(oNote));
-        close(iNote);
     }
 }
 
@@ -100,8 +106,7 @@ TEST_F(GiveBack, IsLeftToTheNextStartWhenNobodySurvived)
     GiveBack_Leftovers();
     EXPECT_TRUE(fs::exists(oInstance));
     EXPECT_FALSE(fs::exists(oLeft) || fs::exists(oRoot / "veltrano" / "linux-board-2"));
-    kill(iPid, SIGKILL);
-    waitpid(iPid, nullptr, 0);
+    End(iPid, SIGKILL);
 }
 
 TEST_F(GiveBack, IsNothingForWhatThisProcessHasDoneItself)

@@ -74,42 +74,6 @@ TEST(Ticks, AreRoundedAndNeverGoBack)
     EXPECT_GE(UINT32_MAX / 1000, uiTickFreqHz / 24) << "a phase of 24 Hz in hundredths of lines, in 32 bits";
 }
 
-TEST(SetBufferEstimate, CountsChangesOfTheFramebufferOnly)
-{
-    CSetBufferEstimate oEstimate;
-    for (const uint32_t uiFramebufferId : {3U, 3U, 4U, 0U, 4U, 3U, 3U})
-    {
-        oEstimate.Sample(uiFramebufferId);
-    }
-    EXPECT_EQ(oEstimate.Count(), 2U);
-    EXPECT_EQ(CSetBufferEstimate::SampleMomentNs(1000, 20000000), 12001000U);
-}
-
-TEST(SetBufferEstimate, LooksSeldomAtAStillPictureAndFindsEveryWayOfChangingIt)
-{
-    for (const uint32_t uiInTurn : {2U, 3U, 4U, 7U, 9U})
-    {
-        CSetBufferEstimate oEstimate;
-        uint32_t uiLooks = 0;
-        for (uint32_t uiField = 0; uiField < 600; uiField++)
-        {
-            if (oEstimate.IsDue())
-            {
-                oEstimate.Sample(7), uiLooks++;
-            }
-        }
-        EXPECT_LT(uiLooks, 110U);
-        for (uint32_t uiField = 0; uiField < 120; uiField++)
-        {
-            if (oEstimate.IsDue())
-            {
-                oEstimate.Sample(10 + uiField % uiInTurn);
-            }
-        }
-        EXPECT_GE(oEstimate.Count(), 100U) << uiInTurn << " buffers in turn";
-    }
-}
-
 TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
 {
     using CTable = CHandleTable<int*, int>;

@@ -1,6 +1,7 @@
 #include "GiveBack.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -246,6 +248,20 @@ void GiveBack_Drop(SGiveBackNote* poNote)
     if (poNote != nullptr)
     {
         PutInForce(*poNote, ENoteKind::FREE);
+    }
+}
+
+void GiveBack_Settle(const std::string& szNode)
+{
+    SNotes& roNotes = Notes();
+    const std::lock_guard oGuard(roNotes.oMutex);
+    const auto aoNotes = roNotes.poTable == nullptr ? std::span<SGiveBackNote>() : std::span(roNotes.poTable->aoNotes);
+    for (SGiveBackNote& roNote : aoNotes)
+    {
+        if (roNote.eKind == ENoteKind::INPUT && szNode == roNote.szPath && Guardian_Follow(roNote) != -ENODEV)
+        {
+            PutInForce(roNote, ENoteKind::FREE);
+        }
     }
 }
 

@@ -22,7 +22,10 @@ SGiveBackNote* GiveBack_NoteTrace(const std::string& szInstance);
 /* What was noted has been given back, or went away. Null is allowed. */
 void GiveBack_Drop(SGiveBackNote* poNote);
 
-/* No note is left: lets the guardian go. */
+/* Follows what is still noted of a node that has no owner in this process: its device did not take it before. */
+void GiveBack_Settle(const std::string& szNode);
+
+/* No note is left that could not wait: lets the guardian go. */
 void GiveBack_End();
 
 #endif

@@ -51,15 +51,6 @@ int GiveBackInput(const SGiveBackNote& roNote)
     return bOurs ? InputSettings_Write(oNode.Get(), roNote.oFound) : 0;
 }
 
-int Follow(const SGiveBackNote& roNote)
-{
-    if (roNote.eKind == ENoteKind::INPUT)
-    {
-        return GiveBackInput(roNote);
-    }
-    return rmdir(roNote.szPath) == 0 ? 0 : -errno;
-}
-
 void IgnoreSignals()
 {
     struct sigaction oIgnore = {};
@@ -147,6 +138,15 @@ void TakeName()
 
 } // namespace
 
+int Guardian_Follow(const SGiveBackNote& roNote)
+{
+    if (roNote.eKind == ENoteKind::INPUT)
+    {
+        return GiveBackInput(roNote);
+    }
+    return rmdir(roNote.szPath) == 0 ? 0 : -errno;
+}
+
 void Guardian_GiveBack(SGiveBackTable& roTable)
 {
     for (SGiveBackNote& roNote : roTable.aoNotes)
@@ -157,7 +157,7 @@ void Guardian_GiveBack(SGiveBackTable& roTable)
             continue;
         }
         // A process that ends closes one descriptor after the other. Who is busy for longer is another program.
-        for (int iAttempt = 0; iAttempt < iAttempts && Follow(roNote) == -EBUSY; iAttempt++)
+        for (int iAttempt = 0; iAttempt < iAttempts && Guardian_Follow(roNote) == -EBUSY; iAttempt++)
         {
             nanosleep(&oPause, nullptr);
         }

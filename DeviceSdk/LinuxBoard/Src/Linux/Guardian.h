@@ -9,6 +9,9 @@
 #include "FileDescriptor.h"
 #include "GiveBackNote.h"
 
+/* Does what one note says. 0; -EBUSY when somebody has the device; another negative errno. */
+int Guardian_Follow(const SGiveBackNote& roNote);
+
 /* Follows all notes of a table, and drops them. Waits up to a second for descriptors that are being closed. */
 void Guardian_GiveBack(SGiveBackTable& roTable);
 

@@ -56,21 +56,6 @@ int WriteFormat(int iFd, const v4l2_format& roFormat)
     return V4l2_Ioctl(iFd, VIDIOC_S_FMT, &oFormat);
 }
 
-int WriteFrameTime(int iFd, const SInputSettings& roSettings)
-{
-    v4l2_streamparm oNow{};
-    oNow.type = roSettings.oFormat.type;
-    const v4l2_fract& roTime = roSettings.oFrameTime.parm.capture.timeperframe;
-    if (roSettings.bFrameTime == 0 ||
-        (V4l2_Ioctl(iFd, VIDIOC_G_PARM, &oNow) == 0 && oNow.parm.capture.timeperframe.numerator == roTime.numerator &&
-         oNow.parm.capture.timeperframe.denominator == roTime.denominator))
-    {
-        return 0;
-    }
-    v4l2_streamparm oParm = roSettings.oFrameTime;
-    return V4l2_Ioctl(iFd, VIDIOC_S_PARM, &oParm);
-}
-
 } // namespace
 
 bool InputSettings_IsSameFormat(const v4l2_format& roOne, const v4l2_format& roOther)
@@ -112,6 +97,21 @@ int InputSettings_Read(int iFd, uint32_t uiBufferType, SInputSettings& roSetting
     return 0;
 }
 
+int InputSettings_WriteFrameTime(int iFd, const SInputSettings& roSettings)
+{
+    v4l2_streamparm oNow{};
+    oNow.type = roSettings.oFormat.type;
+    const v4l2_fract& roTime = roSettings.oFrameTime.parm.capture.timeperframe;
+    if (roSettings.bFrameTime == 0 ||
+        (V4l2_Ioctl(iFd, VIDIOC_G_PARM, &oNow) == 0 && oNow.parm.capture.timeperframe.numerator == roTime.numerator &&
+         oNow.parm.capture.timeperframe.denominator == roTime.denominator))
+    {
+        return 0;
+    }
+    v4l2_streamparm oParm = roSettings.oFrameTime;
+    return V4l2_Ioctl(iFd, VIDIOC_S_PARM, &oParm);
+}
+
 int InputSettings_Write(int iFd, const SInputSettings& roSettings)
 {
     int iError = WriteTimings(iFd, roSettings);
@@ -130,5 +130,5 @@ int InputSettings_Write(int iFd, const SInputSettings& roSettings)
         }
     }
     // Last: a camera begins anew with its usual rate at every change of format.
-    return iError != 0 ? iError : WriteFrameTime(iFd, roSettings);
+    return iError != 0 ? iError : InputSettings_WriteFrameTime(iFd, roSettings);
 }

@@ -13,6 +13,9 @@ int InputSettings_Read(int iFd, uint32_t uiBufferType, SInputSettings& roSetting
 /* Sets what differs. 0; -EBUSY when somebody has buffers of the node; another negative errno. */
 int InputSettings_Write(int iFd, const SInputSettings& roSettings);
 
+/* The frame interval alone, which changes with the format; likewise. */
+int InputSettings_WriteFrameTime(int iFd, const SInputSettings& roSettings);
+
 /* Whether two formats are one for whoever uses them. */
 bool InputSettings_IsSameFormat(const v4l2_format& roOne, const v4l2_format& roOther);
 

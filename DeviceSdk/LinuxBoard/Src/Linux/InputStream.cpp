@@ -12,13 +12,13 @@
 namespace
 {
 
-/* Looking at the signal costs some devices a slow bus transfer, so it is done seldom where the driver tells of changes.
- */
-constexpr uint64_t uiCheckToldNs = 2000 * uiNsPerMs;
-constexpr uint64_t uiCheckUntoldNs = 250 * uiNsPerMs;
-/* How often an input without a signal is looked at, and one that is away is looked for. */
+/* How long a wait without a signal takes. */
 constexpr uint64_t uiLostPauseNs = 10 * uiNsPerMs;
+/* How often a device that is away is looked for: at first, and when it has been found and lost at once time and again.
+ */
 constexpr uint64_t uiAwayPauseNs = 100 * uiNsPerMs;
+constexpr uint64_t uiMostAwayPauseNs = 3200 * uiNsPerMs;
+constexpr uint64_t uiSettledNs = 1000 * uiNsPerMs;
 constexpr uint64_t uiRestartPauseNs = 500 * uiNsPerMs;
 /* A person is shown the buffers twice a second. */
 constexpr uint64_t uiCountPauseNs = 500 * uiNsPerMs;
@@ -76,6 +76,12 @@ int CInputStream::OpenNode()
         m_oNode.Close();
         return -ENOTTY;
     }
+    // A node may stay for a while when its device is no more: then nothing is begun with it.
+    if (m_oNode.DetectSignal(m_oSignal, m_oFormat) == EInputSignal::GONE)
+    {
+        m_oNode.Close();
+        return -ENODEV;
+    }
     m_uiOpenedNs = MonotonicClock_NowNs();
     m_bOwn = m_oSource.oOptions.bOwn && m_oOwned.Start() != -EBUSY;
     m_aoPolled.assign(1, {-1, 0, 0});
@@ -86,15 +92,15 @@ int CInputStream::OpenNode()
     m_bReadable = true;
     m_eSignal = EInputSignal::PRESENT;
     m_uiNextCountNs = 0;
-    CheckSignal();
+    m_uiStartedNs = MonotonicClock_NowNs();
+    m_oSignalWatch.Start(m_oNode, m_bOwn);
+    HeedSignal();
     return 0;
 }
 
 bool CInputStream::OpenTrace()
 {
-    SSignal oSignal;
-    m_oNode.DetectSignal(oSignal);
-    m_oTrace.Open(m_oSource.szVideo, m_oNode.Minor(), oSignal.oVidParam.uiVRate_Hz);
+    m_oTrace.Open(m_oSource.szVideo, m_oNode.Minor(), m_oSignal.oVidParam.uiVRate_Hz);
     m_aoPolled.resize(1);
     for (const CFileDescriptor& roPipe : m_oTrace.Pipes())
     {
@@ -109,43 +115,73 @@ void CInputStream::LoseDevice()
     m_eSignal = EInputSignal::GONE;
     m_oSignal = {};
     m_oCensus = {};
-    m_oOwned.Forget();
+    m_oSignalWatch.Stop();
+    m_oOwned.Stop();
     m_oTrace.Close();
     m_oNode.Close();
     m_aoPolled.assign(1, {-1, 0, 0});
     m_oTracker.Interrupt();
-    m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
+    const uint64_t uiNowNs = MonotonicClock_NowNs();
+    const bool bAtOnce = m_uiOpenedNs != 0 && uiNowNs - m_uiOpenedNs < uiSettledNs;
+    m_uiAwayPauseNs = bAtOnce ? std::clamp(2 * m_uiAwayPauseNs, uiAwayPauseNs, uiMostAwayPauseNs) : uiAwayPauseNs;
+    m_uiNextLookNs = uiNowNs + m_uiAwayPauseNs;
 }
 
-void CInputStream::CheckSignal()
+void CInputStream::LookForDevice(uint64_t uiNowNs)
+{
+    if (uiNowNs >= m_uiNextLookNs)
+    {
+        m_uiNextLookNs = uiNowNs + m_uiAwayPauseNs;
+        OpenNode();
+    }
+}
+
+/* What we stream was set to the timings that were detected then. What was seen before our own start is old news. */
+void CInputStream::RestartOutdated(const SSignalView& roView)
+{
+    if (!m_bOwn || !roView.bOtherTimings || !m_oOwned.IsRunning() || roView.uiSinceNs < m_uiStartedNs)
+    {
+        return;
+    }
+    m_oOwned.Stop();
+    m_oOwned.Start();
+    m_uiStartedNs = MonotonicClock_NowNs();
+    m_oSignalWatch.LookSoon();
+}
+
+void CInputStream::TakeSignal(const SSignalView& roView)
 {
     const EInputSignal eBefore = m_eSignal;
-    m_eSignal = m_oNode.DetectSignal(m_oSignal);
-    m_uiNextCheckNs = MonotonicClock_NowNs() + (m_oNode.TellsChanges() ? uiCheckToldNs : uiCheckUntoldNs);
-    m_bPollNode = true;
-    if (m_eSignal == EInputSignal::GONE)
-    {
-        LoseDevice();
-    }
+    m_eSignal = roView.eSignal;
+    m_oSignal = roView.oSignal;
+    m_oFormat = roView.oFormat;
     if (m_eSignal != EInputSignal::PRESENT)
     {
         return;
     }
-    if (m_bOwn && m_oOwned.IsOutdated())
-    {
-        m_oOwned.Stop();
-        m_oOwned.Start();
-    }
-    SInputFormat oFormat;
-    m_oNode.ReadFormat(oFormat);
-    m_bHalfFrames = oFormat.eField == V4L2_FIELD_TOP || oFormat.eField == V4L2_FIELD_BOTTOM;
+    RestartOutdated(roView);
+    m_bHalfFrames = m_oFormat.eField == V4L2_FIELD_TOP || m_oFormat.eField == V4L2_FIELD_BOTTOM;
     const VtVideo_VidParam& roParam = m_oSignal.oVidParam;
     m_oTracker.SetSignal({m_oSignal.uiFieldPeriodNs, roParam.bInterlaced != 0,
                           roParam.bBottomFieldFirst != 0 ? EFieldParity::BOTTOM : EFieldParity::TOP,
-                          m_oNode.HasGapsInStamps()});
+                          roView.bGapsInStamps});
     if (eBefore == EInputSignal::LOST)
     {
         m_oTracker.Interrupt();
+    }
+}
+
+void CInputStream::HeedSignal()
+{
+    SSignalView oView;
+    if (m_eSignal == EInputSignal::GONE || !m_oSignalWatch.Take(oView))
+    {
+        return;
+    }
+    TakeSignal(oView);
+    if (m_eSignal == EInputSignal::GONE)
+    {
+        LoseDevice();
     }
 }
 
@@ -172,12 +208,13 @@ void CInputStream::RestartOwned(uint64_t uiNowNs)
         return;
     }
     m_uiNextStartNs = uiNowNs + uiRestartPauseNs;
+    m_oNode.RefreshInput();
     // Another program was faster: what cannot be owned is observed.
     if (m_oOwned.Start() == -EBUSY && OpenTrace())
     {
         m_bOwn = false;
     }
-    m_bPollNode = true;
+    m_uiStartedNs = MonotonicClock_NowNs();
 }
 
 void CInputStream::FetchOwned(uint64_t uiNowNs, bool bOnlyOne)
@@ -253,7 +290,7 @@ void CInputStream::PublishCounters() const
 
 uint64_t CInputStream::NextMomentNs(uint64_t uiDeadlineNs) const
 {
-    uint64_t uiMomentNs = std::min(uiDeadlineNs, m_uiNextCheckNs);
+    uint64_t uiMomentNs = uiDeadlineNs;
     if (m_bOwn && !m_oOwned.IsRunning() && m_eSignal != EInputSignal::GONE)
     {
         uiMomentNs = std::min(uiMomentNs, m_uiNextStartNs);
@@ -262,28 +299,13 @@ uint64_t CInputStream::NextMomentNs(uint64_t uiDeadlineNs) const
     return uiDueNs != 0 && m_eSignal == EInputSignal::PRESENT ? std::min(uiMomentNs, uiDueNs) : uiMomentNs;
 }
 
-void CInputStream::HeedNode(short iEvents)
-{
-    if ((iEvents & POLLPRI) != 0 && m_oNode.ReadEvents())
-    {
-        m_uiNextCheckNs = 0;
-    }
-    if ((iEvents & (POLLERR | POLLHUP | POLLNVAL)) == 0)
-    {
-        return;
-    }
-    CheckSignal();
-    m_bPollNode = false;
-}
-
 void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
 {
     // Never POLLIN on a queue that is not ours: the kernel would take it as the wish to read, and start the stream.
     const bool bOwnFrames = m_bOwn && m_oOwned.IsRunning() && m_eSignal == EInputSignal::PRESENT;
-    const auto iNodeEvents = static_cast<short>(bOwnFrames ? POLLPRI | POLLIN : POLLPRI);
     const bool bTrace = m_eSignal == EInputSignal::PRESENT;
     const auto aoPolled = std::span(m_aoPolled).first(bTrace ? m_aoPolled.size() : 1);
-    m_aoPolled[0] = {m_bPollNode ? m_oNode.Fd() : -1, iNodeEvents, 0};
+    m_aoPolled[0] = {bOwnFrames ? m_oNode.Fd() : -1, POLLIN, 0};
     m_uiSleptFromNs = uiNowNs;
     m_bReadable = m_bOwn && !m_oOwned.IsRunning();
     if (!MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
@@ -293,14 +315,9 @@ void CInputStream::Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs)
         m_uiSleptFromNs = 0;
         return;
     }
-    const short iNodeTold = m_aoPolled[0].revents;
-    m_bReadable =
-        m_bReadable || (iNodeTold & POLLIN) != 0 ||
-        std::any_of(aoPolled.begin() + 1, aoPolled.end(), [](const pollfd& roPolled) { return roPolled.revents != 0; });
-    if (iNodeTold != 0)
-    {
-        HeedNode(iNodeTold);
-    }
+    // Also for a fault of our own stream: fetching says which.
+    m_bReadable = m_bReadable || std::any_of(aoPolled.begin(), aoPolled.end(),
+                                             [](const pollfd& roPolled) { return roPolled.revents != 0; });
 }
 
 void CInputStream::PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs)
@@ -309,17 +326,13 @@ void CInputStream::PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs)
     m_bReadable = true;
     if (m_eSignal == EInputSignal::GONE)
     {
-        if (MonotonicClock_NowNs() < m_uiNextCheckNs)
-        {
-            return;
-        }
-        m_uiNextCheckNs = MonotonicClock_NowNs() + uiAwayPauseNs;
-        OpenNode();
+        LookForDevice(MonotonicClock_NowNs());
     }
-    else if (!m_oNode.TellsChanges())
-    {
-        m_uiNextCheckNs = std::min(m_uiNextCheckNs, uiNowNs + uiLostPauseNs);
-    }
+}
+
+VtStatus CInputStream::WithoutSignal() const
+{
+    return m_eSignal == EInputSignal::GONE ? VtStatus_FAIL : VtStatus_CANCELED;
 }
 
 VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roField)
@@ -341,17 +354,14 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
     m_uiSleptFromNs = 0;
     for (;;)
     {
-        if (uiNowNs >= m_uiNextCheckNs && m_eSignal != EInputSignal::GONE)
-        {
-            CheckSignal();
-        }
+        HeedSignal();
         if (m_bReadable)
         {
             ReadFrames(uiNowNs);
         }
         if (m_eSignal != EInputSignal::PRESENT)
         {
-            return VtStatus_CANCELED;
+            return WithoutSignal();
         }
         if (m_oTracker.Take(uiNowNs, roField))
         {
@@ -368,12 +378,9 @@ VtStatus CInputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roFi
 
 VtStatus CInputStream::ReadDetectedParameters(VtVideo_VidParam& roParam)
 {
-    if (m_eSignal != EInputSignal::GONE)
-    {
-        CheckSignal();
-    }
+    HeedSignal();
     roParam = m_oSignal.oVidParam;
-    return VtStatus_OK;
+    return m_eSignal == EInputSignal::GONE ? VtStatus_FAIL : VtStatus_OK;
 }
 
 void CInputStream::SayOnce(bool& rbSaid, const char* szText) const
@@ -405,23 +412,25 @@ void CInputStream::CountBuffers(uint64_t uiNowNs)
 VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus& roCensus)
 {
     const uint64_t uiNowNs = MonotonicClock_NowNs();
+    HeedSignal();
     reState = VtVideoIn_State_STOPPED;
-    if (m_eSignal != EInputSignal::GONE)
+    if (m_eSignal == EInputSignal::GONE)
     {
-        if (uiNowNs >= m_uiNextCountNs)
-        {
-            CountBuffers(uiNowNs);
-        }
-        const bool bFlowing = m_uiLastArrivalNs != 0 && uiNowNs - m_uiLastArrivalNs < uiSilenceNs;
-        const bool bQueued = m_oCensus.uiQueued + m_oCensus.uiReady != 0;
-        if (bFlowing || bQueued || (m_oCensus.bHidden && !m_oTrace.IsOpen()))
-        {
-            reState = VtVideoIn_State_STARTED;
-        }
-        else if (m_oCensus.uiTotal == 0 && !m_oCensus.bHidden)
-        {
-            reState = VtVideoIn_State_NOT_INITIALIZED;
-        }
+        return VtStatus_FAIL;
+    }
+    if (uiNowNs >= m_uiNextCountNs)
+    {
+        CountBuffers(uiNowNs);
+    }
+    const bool bFlowing = m_uiLastArrivalNs != 0 && uiNowNs - m_uiLastArrivalNs < uiSilenceNs;
+    const bool bQueued = m_oCensus.uiQueued + m_oCensus.uiReady != 0;
+    if (bFlowing || bQueued || (m_oCensus.bHidden && !m_oTrace.IsOpen()))
+    {
+        reState = VtVideoIn_State_STARTED;
+    }
+    else if (m_oCensus.uiTotal == 0 && !m_oCensus.bHidden)
+    {
+        reState = VtVideoIn_State_NOT_INITIALIZED;
     }
     roCensus = m_oCensus;
     return VtStatus_OK;
@@ -429,15 +438,13 @@ VtStatus CInputStream::ReadCaptureState(VtVideoIn_State& reState, SBufferCensus&
 
 VtStatus CInputStream::ReadBufferAttributes(SInputFormat& roFormat, uint32_t& ruiBuffers)
 {
-    roFormat = {};
-    if (m_eSignal != EInputSignal::GONE && m_oNode.ReadFormat(roFormat) != 0)
+    HeedSignal();
+    if (m_eSignal == EInputSignal::GONE)
     {
         return VtStatus_FAIL;
     }
-    if (m_eSignal != EInputSignal::GONE)
-    {
-        CountBuffers(MonotonicClock_NowNs());
-    }
+    roFormat = m_oFormat;
+    CountBuffers(MonotonicClock_NowNs());
     ruiBuffers = m_oCensus.uiTotal;
     return VtStatus_OK;
 }

@@ -1,7 +1,7 @@
 /*
  * One open input handle: a capture node, where its frames come from (the kernel's trace, or our own queue), its signal
- * and the wait for its field starts. A device that is unplugged is a lost signal until it is back under its path. Used
- * by one thread at a time. Times are nanoseconds of CLOCK_MONOTONIC.
+ * and the wait for its field starts. A device that is unplugged is gone until it is back under its path. Used by one
+ * thread at a time; what may block is asked beside it. Times are nanoseconds of CLOCK_MONOTONIC.
  */
 #ifndef LINUX_BOARD_INPUT_STREAM_H
 #define LINUX_BOARD_INPUT_STREAM_H
@@ -14,6 +14,7 @@
 #include "FieldStart.h"
 #include "FieldTracker.h"
 #include "OwnedCapture.h"
+#include "SignalWatch.h"
 #include "TraceFeed.h"
 #include "V4l2Node.h"
 #include "VtVideoIn.h"
@@ -46,8 +47,12 @@ public:
 
 private:
     int OpenNode();
-    void CheckSignal();
+    void HeedSignal();
+    void TakeSignal(const SSignalView& roView);
+    void RestartOutdated(const SSignalView& roView);
     void LoseDevice();
+    void LookForDevice(uint64_t uiNowNs);
+    VtStatus WithoutSignal() const;
     void PauseWithoutSignal(uint64_t uiNowNs, uint64_t uiDeadlineNs);
     void ReadFrames(uint64_t uiNowNs);
     void FetchOwned(uint64_t uiNowNs, bool bOnlyOne);
@@ -56,7 +61,6 @@ private:
     void RestartOwned(uint64_t uiNowNs);
     void Accept(SCapturedFrame oFrame, uint64_t uiNowNs);
     void Sleep(uint64_t uiNowNs, uint64_t uiDeadlineNs);
-    void HeedNode(short iEvents);
     uint64_t NextMomentNs(uint64_t uiDeadlineNs) const;
     void PublishCounters() const;
     void CountBuffers(uint64_t uiNowNs);
@@ -68,10 +72,10 @@ private:
     CTraceFeed m_oTrace;
     std::vector<pollfd> m_aoPolled; /* the node, then the pipes of the trace */
     COwnedCapture m_oOwned;
+    CSignalWatch m_oSignalWatch;
     CFieldTracker m_oTracker;
     bool m_bOwn = false;        /* we stream this input, or will when it lets us */
     bool m_bWaited = false;     /* somebody has waited for a field */
-    bool m_bPollNode = true;    /* off after an error, which would end every sleep at once */
     bool m_bHalfFrames = false; /* only one field of each frame is captured: its parity numbers nothing */
     bool m_bReadable = true;    /* frames may be there */
     bool m_bSaidReading = false;
@@ -79,7 +83,10 @@ private:
     EInputSignal m_eSignal = EInputSignal::PRESENT;
     SSignal m_oSignal;
     SBufferCensus m_oCensus;
-    uint64_t m_uiNextCheckNs = 0; /* when the signal is looked at next, or a device that is away is looked for */
+    SInputFormat m_oFormat;
+    uint64_t m_uiNextLookNs = 0;  /* when a device that is away is looked for */
+    uint64_t m_uiAwayPauseNs = 0; /* how often */
+    uint64_t m_uiStartedNs = 0;   /* when our own stream was last started */
     uint64_t m_uiNextStartNs = 0; /* when our own stream may be started again */
     uint64_t m_uiNextCountNs = 0; /* when the buffers are counted next */
     uint64_t m_uiOpenedNs = 0;

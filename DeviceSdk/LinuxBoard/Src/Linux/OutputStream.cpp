@@ -25,6 +25,7 @@ VtStatus COutputStream::Open(const std::string& szCardNode, const std::string& s
     switch (OpenCard())
     {
     case 0:
+        m_roKeeper.Keep(m_szCardNode);
         return VtStatus_OK;
     case -EACCES:
     case -EPERM:
@@ -53,12 +54,14 @@ int COutputStream::OpenCard()
         return -ENOENT;
     }
     m_eSignal = ESignal::UNKNOWN;
+    m_oWatch.Start(m_uiConnectorId);
     return 0;
 }
 
 void COutputStream::LoseCard()
 {
     m_eSignal = ESignal::GONE;
+    m_oWatch.Stop();
     m_oCard.Close();
     m_roKeeper.LetGo(m_szCardNode);
     m_uiCrtcId = 0;
@@ -126,20 +129,38 @@ void COutputStream::FollowNumbering()
     }
 }
 
+/* The watch has seen another mode. */
+void COutputStream::FollowMode()
+{
+    m_uiMode = m_oWatch.Modes();
+    const SCrtcView oCrtc = m_oWatch.View().oCrtc;
+    const SSignal oSignal = oCrtc.bModeValid ? VideoTimings_FromMode(oCrtc.oMode) : SSignal{};
+    m_oVidParam = oSignal.oVidParam;
+    m_uiFieldPeriodNs = oSignal.uiFieldPeriodNs;
+}
+
 void COutputStream::FindSignal()
 {
     FollowNumbering();
-    SCrtcView oView;
-    if (m_eSignal == ESignal::OFF || m_eSignal == ESignal::GONE || m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
+    if (IsDark())
     {
         return;
     }
-    View(oView, MonotonicClock_NowNs());
+    const SOutputView oView = m_oWatch.Ask(m_uiCrtcId);
+    FollowMode();
     // Without vertical blanks nothing else would tell that the output is dark.
-    if (m_eSignal == ESignal::NO_VBLANK &&
-        (!oView.bModeValid || m_oCard.ReadPower(m_uiConnectorId) != VtVideoOut_PowerState_ON))
+    if (m_eSignal == ESignal::NO_VBLANK && (!oView.oCrtc.bModeValid || oView.ePower != VtVideoOut_PowerState_ON))
     {
         m_eSignal = ESignal::OFF;
+    }
+}
+
+/* While fields run the watch looks; otherwise nobody does, and there are no fields that asking could cost. */
+void COutputStream::AskIfStill()
+{
+    if (m_eSignal != ESignal::RUNNING && m_eSignal != ESignal::GONE)
+    {
+        FindSignal();
     }
 }
 
@@ -161,47 +182,15 @@ void COutputStream::KeepQueueFull()
     }
 }
 
-void COutputStream::View(const SCrtcView& roView, uint64_t uiNowNs)
-{
-    m_oView = roView;
-    m_uiViewedNs = uiNowNs;
-    m_uiFieldPeriodNs = VideoTimings_FromMode(roView.oMode).uiFieldPeriodNs;
-}
-
-void COutputStream::SampleBuffer(uint64_t uiNowNs)
-{
-    SCrtcView oView;
-    m_uiSampledStampNs = m_oTracker.LastStampNs();
-    if (m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
-    {
-        return;
-    }
-    m_oSetBuffers.Sample(oView.uiFramebufferId);
-    View(oView, uiNowNs);
-}
-
 bool COutputStream::TakeField(SFieldStart& roField, uint64_t& ruiSetBuffers)
 {
     if (!m_oTracker.Take(roField))
     {
         return false;
     }
-    if (!m_oSetBuffers.IsDue())
-    {
-        m_uiSampledStampNs = roField.uiStampNs;
-    }
-    ruiSetBuffers = m_oSetBuffers.Count();
+    m_oWatch.FieldBegan(m_uiCrtcId, roField.uiStampNs);
+    ruiSetBuffers = m_oWatch.SetBuffers();
     return true;
-}
-
-uint64_t COutputStream::NextMomentNs(uint64_t uiDeadlineNs) const
-{
-    const uint64_t uiStampNs = m_oTracker.LastStampNs();
-    if (uiStampNs == 0 || uiStampNs == m_uiSampledStampNs)
-    {
-        return uiDeadlineNs;
-    }
-    return std::min(uiDeadlineNs, CSetBufferEstimate::SampleMomentNs(uiStampNs, m_uiFieldPeriodNs));
 }
 
 void COutputStream::ReadFields()
@@ -239,15 +228,10 @@ VtStatus COutputStream::TimedOut(uint64_t uiNowNs)
     return VtStatus_TIMEOUT;
 }
 
-/* Sleeps until a field has started, the buffer is to be looked at, or the deadline. */
 void COutputStream::SleepInField(uint64_t uiNowNs, uint64_t uiDeadlineNs)
 {
-    if (NextMomentNs(uiDeadlineNs) <= uiNowNs)
-    {
-        SampleBuffer(uiNowNs);
-    }
     std::array<pollfd, 1> aoPolled = {{{m_oCard.Fd(), POLLIN, 0}}};
-    if (!MonotonicClock_PollUntil(aoPolled, NextMomentNs(uiDeadlineNs), uiNowNs))
+    if (!MonotonicClock_PollUntil(aoPolled, uiDeadlineNs, uiNowNs))
     {
         return;
     }
@@ -265,7 +249,7 @@ VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roF
 {
     uint64_t uiNowNs = MonotonicClock_NowNs();
     const uint64_t uiDeadlineNs = uiNowNs + uiTimeOutMs * uiNsPerMs;
-    if (m_eSignal == ESignal::OFF || m_eSignal == ESignal::GONE)
+    if (IsDark())
     {
         MonotonicClock_PollUntil({}, std::min(uiDeadlineNs, uiNowNs + uiOffPauseNs), uiNowNs);
     }
@@ -283,9 +267,9 @@ VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roF
     }
     for (;; uiNowNs = MonotonicClock_NowNs())
     {
-        if (m_eSignal == ESignal::GONE || m_eSignal == ESignal::OFF)
+        if (IsDark())
         {
-            return VtStatus_CANCELED;
+            return WithoutSignal();
         }
         if (TakeField(roField, ruiSetBuffers))
         {
@@ -308,64 +292,44 @@ VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roF
 
 VtStatus COutputStream::ReadVideoParameters(VtVideo_VidParam& roParam)
 {
-    // Nobody may be waiting, and only waits look again otherwise.
-    if (m_eSignal != ESignal::RUNNING && m_eSignal != ESignal::GONE)
+    AskIfStill();
+    if (m_uiMode != m_oWatch.Modes())
     {
-        FindSignal();
+        FollowMode();
     }
-    if (m_eSignal == ESignal::OFF || m_eSignal == ESignal::GONE)
-    {
-        roParam = {};
-        return VtStatus_OK;
-    }
-    // A reader who asks at every field is told what the last look into one has seen; a change of mode brings a new one.
-    const uint64_t uiNowNs = MonotonicClock_NowNs();
-    SCrtcView oView = m_oView;
-    if (uiNowNs - m_uiViewedNs > 10 * m_uiFieldPeriodNs)
-    {
-        if (m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
-        {
-            return VtStatus_FAIL;
-        }
-        View(oView, uiNowNs);
-    }
-    roParam = oView.bModeValid ? VideoTimings_FromMode(oView.oMode).oVidParam : VtVideo_VidParam{};
-    return VtStatus_OK;
+    roParam = IsDark() ? VtVideo_VidParam{} : m_oVidParam;
+    return m_eSignal == ESignal::GONE ? VtStatus_FAIL : VtStatus_OK;
 }
 
 VtStatus COutputStream::ReadBufferAttributes(VtPixelFormat& rePixelFormat, uint32_t& ruiWidth, uint32_t& ruiHeight,
                                              uint64_t& ruiLuid)
 {
-    if (m_eSignal != ESignal::RUNNING && m_eSignal != ESignal::GONE)
-    {
-        FindSignal();
-    }
-    SCrtcView oView;
-    SFramebufferView oFramebuffer;
-    const bool bDark = m_eSignal == ESignal::OFF || m_eSignal == ESignal::GONE;
-    if (!bDark && m_oCard.ReadCrtc(m_uiCrtcId, oView) != 0)
-    {
-        return VtStatus_FAIL;
-    }
-    // The framebuffer may be freed between the two questions; then there is none to describe.
-    if (oView.uiFramebufferId == 0 || !m_oCard.ReadFramebuffer(oView.uiFramebufferId, oFramebuffer))
-    {
-        oView.uiFramebufferId = 0;
-    }
-    rePixelFormat = PixelFormat_FromDrm(oFramebuffer.uiFourCc);
-    ruiWidth = oFramebuffer.uiWidth;
-    ruiHeight = oFramebuffer.uiHeight;
-    ruiLuid = oView.uiFramebufferId;
-    return VtStatus_OK;
+    AskIfStill();
+    const SOutputView oView = IsDark() ? SOutputView{} : m_oWatch.View();
+    rePixelFormat = PixelFormat_FromDrm(oView.oFramebuffer.uiFourCc);
+    ruiWidth = oView.oFramebuffer.uiWidth;
+    ruiHeight = oView.oFramebuffer.uiHeight;
+    ruiLuid = oView.oCrtc.uiFramebufferId;
+    return m_eSignal == ESignal::GONE ? VtStatus_FAIL : VtStatus_OK;
 }
 
 VtStatus COutputStream::ReadPowerState(VtVideoOut_PowerState& rePowerState)
 {
+    AskIfStill();
+    // A CRTC that is off in this moment may still be the connector's.
     uint32_t uiCrtcId = 0;
-    if (m_eSignal != ESignal::GONE && m_oCard.ReadCrtcOf(m_uiConnectorId, uiCrtcId) != 0)
+    rePowerState = VtVideoOut_PowerState_DISABLED;
+    if (m_eSignal == ESignal::GONE)
     {
         return VtStatus_FAIL;
     }
-    rePowerState = uiCrtcId == 0 ? VtVideoOut_PowerState_DISABLED : m_oCard.ReadPower(m_uiConnectorId);
+    if (m_eSignal == ESignal::RUNNING)
+    {
+        rePowerState = m_oWatch.View().ePower;
+    }
+    else if (m_oCard.ReadCrtcOf(m_uiConnectorId, uiCrtcId) == 0 && uiCrtcId != 0)
+    {
+        rePowerState = m_oCard.ReadPower(m_uiConnectorId);
+    }
     return VtStatus_OK;
 }

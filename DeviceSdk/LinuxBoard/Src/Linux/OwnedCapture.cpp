@@ -16,6 +16,11 @@ namespace
 constexpr uint32_t uiBuffersWanted = 4;
 constexpr uint32_t uiFormatsTried = 64;
 
+size_t PageSize()
+{
+    return static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
 uint32_t ImageSize(const v4l2_format& roFormat)
 {
     if (roFormat.type == V4L2_BUF_TYPE_VIDEO_CAPTURE)
@@ -49,38 +54,14 @@ v4l2_format SmallestRequest(const v4l2_format& roBefore, uint32_t uiFourCc)
     return oRequest;
 }
 
-bool IsSameTimings(const v4l2_bt_timings& roOne, const v4l2_bt_timings& roOther)
-{
-    const auto TotalOf = [](const v4l2_bt_timings& roTimings)
-    {
-        return std::array<uint64_t, 5>{roTimings.width, roTimings.height, roTimings.interlaced, roTimings.pixelclock,
-                                       uint64_t{roTimings.hfrontporch} + roTimings.hsync + roTimings.hbackporch};
-    };
-    return TotalOf(roOne) == TotalOf(roOther);
-}
-
 } // namespace
-
-/* A digital input streams what it is set to, so it has to be set to what it detects. */
-bool COwnedCapture::HasOtherTimings(v4l2_dv_timings& roDetected) const
-{
-    v4l2_dv_timings oSet{};
-    return m_roNode.IsDigital() && V4l2_Ioctl(m_roNode.Fd(), VIDIOC_QUERY_DV_TIMINGS, &roDetected) == 0 &&
-           V4l2_Ioctl(m_roNode.Fd(), VIDIOC_G_DV_TIMINGS, &oSet) == 0 && !IsSameTimings(roDetected.bt, oSet.bt);
-}
-
-bool COwnedCapture::IsOutdated() const
-{
-    v4l2_dv_timings oDetected{};
-    return m_bStreaming && HasOtherTimings(oDetected);
-}
 
 /* Notes what is there before it changes anything. */
 int COwnedCapture::Prepare()
 {
     int iError = InputSettings_Read(m_roNode.Fd(), m_roNode.BufferType(), m_oFound);
     v4l2_dv_timings oDetected{};
-    const bool bOtherTimings = HasOtherTimings(oDetected);
+    const bool bOtherTimings = m_roNode.HasOtherTimings(oDetected);
     if (iError != 0 || !(bOtherTimings || m_bSmallest))
     {
         return iError;
@@ -94,6 +75,8 @@ int COwnedCapture::Prepare()
     if (iError == 0 && m_bSmallest)
     {
         iError = SetSmallestFormat();
+        // A camera begins anew with its usual rate.
+        InputSettings_WriteFrameTime(m_roNode.Fd(), m_oFound);
     }
     v4l2_format oOurs{};
     oOurs.type = m_roNode.BufferType();
@@ -201,6 +184,7 @@ int COwnedCapture::Start()
     {
         return -EBUSY;
     }
+    GiveBack_Settle(m_roNode.Path());
     int iError = Prepare();
     if (iError == 0)
     {
@@ -232,27 +216,23 @@ void COwnedCapture::Stop()
     {
         RequestBuffers(0, uiGiven);
     }
-    if (m_bChanged)
+    const int iError = m_bChanged ? InputSettings_Write(m_roNode.Fd(), m_oFound) : 0;
+    // A device that refuses for good now may be the same again later: its note stays, for whoever takes it up.
+    if (iError != -ENODEV)
     {
-        InputSettings_Write(m_roNode.Fd(), m_oFound);
+        GiveBack_Drop(m_poNote);
     }
-    Forget();
+    m_poNote = nullptr;
+    m_bStreaming = m_bBufferLost = m_bChanged = false;
+    m_uiBuffers = 0;
 }
 
 void COwnedCapture::Unmap()
 {
     if (m_pvMapped != nullptr)
     {
-        munmap(std::exchange(m_pvMapped, nullptr), static_cast<size_t>(sysconf(_SC_PAGESIZE)));
+        munmap(std::exchange(m_pvMapped, nullptr), PageSize());
     }
-}
-
-void COwnedCapture::Forget()
-{
-    Unmap();
-    GiveBack_Drop(std::exchange(m_poNote, nullptr));
-    m_bStreaming = m_bBufferLost = m_bChanged = false;
-    m_uiBuffers = 0;
 }
 
 /* Nobody looks into it, but other observers take a queue without a mapped buffer for one that is used by read(). */
@@ -265,9 +245,13 @@ void COwnedCapture::MapBuffer()
     }
     const bool bPlanes = oBuffer.type == V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
     const uint32_t uiOffset = bPlanes ? m_aoPlanes[0].m.mem_offset : oBuffer.m.offset;
-    void* pvMapped = mmap(nullptr, static_cast<size_t>(sysconf(_SC_PAGESIZE)), PROT_READ, MAP_SHARED, m_roNode.Fd(),
-                          off_t{uiOffset});
+    void* pvMapped = mmap(nullptr, PageSize(), PROT_READ, MAP_SHARED, m_roNode.Fd(), off_t{uiOffset});
     m_pvMapped = pvMapped == MAP_FAILED ? nullptr : pvMapped;
+    // A child that had it too would hold the device for as long as it lives.
+    if (m_pvMapped != nullptr)
+    {
+        madvise(m_pvMapped, PageSize(), MADV_DONTFORK);
+    }
 }
 
 SBufferCensus COwnedCapture::Census() const

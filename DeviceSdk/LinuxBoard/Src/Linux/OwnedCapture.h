@@ -36,12 +36,8 @@ public:
     int Start();
     /* Gives the input back: buffers, and all settings as they were. */
     void Stop();
-    /* The device went away, and everything with it. */
-    void Forget();
     bool IsRunning() const { return m_bStreaming; }
     SBufferCensus Census() const;
-    /* The input detects other timings than it streams: it has to be stopped and started. */
-    bool IsOutdated() const;
 
     EFetch Fetch(SCapturedFrame& roFrame);
 
@@ -54,7 +50,6 @@ public:
     static SBufferCensus TryBuffers(const CV4l2Node& roNode);
 
 private:
-    bool HasOtherTimings(v4l2_dv_timings& roDetected) const;
     int Prepare();
     int SetSmallestFormat() const;
     void MapBuffer();

@@ -44,6 +44,16 @@ template <size_t uiSize> std::string Text(const __u8 (&acText)[uiSize])
     return {szText, strnlen(szText, uiSize)};
 }
 
+bool IsSameTimings(const v4l2_bt_timings& roOne, const v4l2_bt_timings& roOther)
+{
+    const auto TotalOf = [](const v4l2_bt_timings& roTimings)
+    {
+        return std::array<uint64_t, 5>{roTimings.width, roTimings.height, roTimings.interlaced, roTimings.pixelclock,
+                                       uint64_t{roTimings.hfrontporch} + roTimings.hsync + roTimings.hbackporch};
+    };
+    return TotalOf(roOne) == TotalOf(roOther);
+}
+
 } // namespace
 
 int V4l2_Ioctl(int iFd, unsigned long uiRequest, void* pvArgument)
@@ -184,12 +194,35 @@ bool CV4l2Node::HasGapsInStamps() const
                                                      m_szDriver) != std::end(aszCountBuffers));
 }
 
-EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
+CV4l2Node CV4l2Node::Share() const
+{
+    CV4l2Node oOther;
+    oOther.m_oFd = CFileDescriptor(fcntl(Fd(), F_DUPFD_CLOEXEC, 0));
+    oOther.m_szPath = m_szPath;
+    oOther.m_uiMinor = m_uiMinor;
+    oOther.ReadFacts();
+    return oOther;
+}
+
+bool CV4l2Node::RefreshInput()
+{
+    v4l2_input oInput{};
+    return ReadInput(oInput);
+}
+
+bool CV4l2Node::HasOtherTimings(v4l2_dv_timings& roDetected) const
+{
+    v4l2_dv_timings oSet{};
+    return m_bDigital && V4l2_Ioctl(Fd(), VIDIOC_QUERY_DV_TIMINGS, &roDetected) == 0 &&
+           V4l2_Ioctl(Fd(), VIDIOC_G_DV_TIMINGS, &oSet) == 0 && !IsSameTimings(roDetected.bt, oSet.bt);
+}
+
+EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal, SInputFormat& roFormat)
 {
     roSignal = {};
-    SInputFormat oFormat;
+    roFormat = {};
     v4l2_input oInput{};
-    if (ReadFormat(oFormat) == -ENODEV)
+    if (ReadFormat(roFormat) == -ENODEV)
     {
         return EInputSignal::GONE;
     }
@@ -209,10 +242,10 @@ EInputSignal CV4l2Node::DetectSignal(SSignal& roSignal)
     }
     else
     {
-        ReadFrameSignal(oFormat, roSignal);
+        ReadFrameSignal(roFormat, roSignal);
     }
     VtVideo_VidParam& roParam = roSignal.oVidParam;
-    roParam.bIsYuv = PixelFormat_IsYuv(oFormat.uiFourCc) ? 1 : 0;
+    roParam.bIsYuv = PixelFormat_IsYuv(roFormat.uiFourCc) ? 1 : 0;
     roParam.bBottomFieldFirst = roParam.bInterlaced != 0 && IsBottomFirst(roParam.uiVActive) ? 1 : 0;
     return EInputSignal::PRESENT;
 }

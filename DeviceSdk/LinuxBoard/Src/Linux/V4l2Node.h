@@ -73,8 +73,15 @@ public:
 
     int ReadFormat(SInputFormat& roFormat) const;
 
-    /* roSignal: timings and field period, all 0 unless the signal is present. */
-    EInputSignal DetectSignal(SSignal& roSignal);
+    /* Another of the same open node, for another thread; it stays open until both are closed. */
+    CV4l2Node Share() const;
+
+    /* roSignal: timings and field period, all 0 unless the signal is present. May take as long as the device does. */
+    EInputSignal DetectSignal(SSignal& roSignal, SInputFormat& roFormat);
+    /* A digital input streams what it is set to, which may not be what it detects. May take as long. */
+    bool HasOtherTimings(v4l2_dv_timings& roDetected) const;
+    /* Whoever uses the node may have selected another input. */
+    bool RefreshInput();
 
     /* All 0 when there are no buffers, or hidden ones. */
     SBufferCensus CountBuffers() const;

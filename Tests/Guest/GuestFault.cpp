@@ -1,0 +1,84 @@
+/*
+ * Loaded before a program in the guest (LD_PRELOAD), makes one kind of its requests to devices slow, or fail:
+ *   GUEST_FAULT="<getcrtc|getfmt|dqbuf|querytimings> <delay|error> <ms, or errno> <from> <to>"
+ * from and to: ms since the program's start.
+ */
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <drm.h>
+#include <linux/videodev2.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace
+{
+
+using CClock = std::chrono::steady_clock;
+
+struct SFault
+{
+    unsigned long uiRequest = 0;
+    bool bDelay = false;
+    int iValue = 0;
+    long iFromMs = 0;
+    long iToMs = 0;
+    CClock::time_point oStart = CClock::now();
+};
+
+unsigned long RequestOf(const char* szName)
+{
+    static constexpr std::pair<const char*, unsigned long> aoNames[] = {{"getcrtc", DRM_IOCTL_MODE_GETCRTC},
+                                                                        {"getfmt", VIDIOC_G_FMT},
+                                                                        {"dqbuf", VIDIOC_DQBUF},
+                                                                        {"querytimings", VIDIOC_QUERY_DV_TIMINGS}};
+    for (const auto& [szKnown, uiRequest] : aoNames)
+    {
+        if (std::strcmp(szKnown, szName) == 0)
+        {
+            return uiRequest;
+        }
+    }
+    return 0;
+}
+
+SFault ReadFault()
+{
+    SFault oFault;
+    char acName[16] = {};
+    char acKind[16] = {};
+    const char* szFault = std::getenv("GUEST_FAULT");
+    if (szFault != nullptr && std::sscanf(szFault, "%15s %15s %d %ld %ld", acName, acKind, &oFault.iValue,
+                                          &oFault.iFromMs, &oFault.iToMs) == 5)
+    {
+        oFault.uiRequest = RequestOf(acName);
+        oFault.bDelay = std::strcmp(acKind, "delay") == 0;
+    }
+    return oFault;
+}
+
+} // namespace
+
+extern "C" int ioctl(int iFd, unsigned long uiRequest, ...) noexcept
+{
+    static const SFault s_oFault = ReadFault();
+    va_list oArguments;
+    va_start(oArguments, uiRequest);
+    void* pvArgument = va_arg(oArguments, void*);
+    va_end(oArguments);
+    const long iMs = (CClock::now() - s_oFault.oStart) / std::chrono::milliseconds(1);
+    if (uiRequest == s_oFault.uiRequest && iMs >= s_oFault.iFromMs && iMs < s_oFault.iToMs)
+    {
+        if (!s_oFault.bDelay)
+        {
+            errno = s_oFault.iValue;
+            return -1;
+        }
+        poll(nullptr, 0, s_oFault.iValue);
+    }
+    return static_cast<int>(syscall(SYS_ioctl, iFd, uiRequest, pvArgument));
+}
