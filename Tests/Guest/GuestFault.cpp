@@ -1,6 +1,6 @@
 /*
  * Loaded before a program in the guest (LD_PRELOAD), makes one kind of its requests to devices slow, or fail:
- *   GUEST_FAULT="<getcrtc|getfmt|dqbuf|querytimings> <delay|error> <ms, or errno> <from> <to>"
+ *   GUEST_FAULT="<getcrtc|getfmt|dqbuf|querytimings|mkdir> <delay|error> <ms, or errno> <from> <to>"
  * from and to: ms since the program's start.
  */
 #include <cerrno>
@@ -12,6 +12,7 @@
 #include <drm.h>
 #include <linux/videodev2.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,7 +23,8 @@ using CClock = std::chrono::steady_clock;
 
 struct SFault
 {
-    unsigned long uiRequest = 0;
+    unsigned long uiRequest = 0; // 0 for mkdir
+    bool bMkdir = false;
     bool bDelay = false;
     int iValue = 0;
     long iFromMs = 0;
@@ -56,6 +58,7 @@ SFault ReadFault()
                                           &oFault.iFromMs, &oFault.iToMs) == 5)
     {
         oFault.uiRequest = RequestOf(acName);
+        oFault.bMkdir = std::strcmp(acName, "mkdir") == 0;
         oFault.bDelay = std::strcmp(acKind, "delay") == 0;
     }
     return oFault;
@@ -81,4 +84,15 @@ extern "C" int ioctl(int iFd, unsigned long uiRequest, ...) noexcept
         poll(nullptr, 0, s_oFault.iValue);
     }
     return static_cast<int>(syscall(SYS_ioctl, iFd, uiRequest, pvArgument));
+}
+
+extern "C" int mkdir(const char* szPath, mode_t uiMode) noexcept
+{
+    static const SFault s_oFault = ReadFault();
+    if (s_oFault.bMkdir)
+    {
+        errno = s_oFault.iValue;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_mkdir, szPath, uiMode));
 }

@@ -10,6 +10,7 @@
  *   flip <ms>                   flips in every field of all cards that have a mode
  *   hold <ms>                   does nothing
  *   off | on                    switches the CRTC off, and on again with the same mode
+ *   vrr <0|1>                   whether the CRTC may stretch its fields
  *   truth                       prints the stamp of each card's last vertical blank
  *   verbose                     from now on each flip is printed: card, sequence, stamp in us
  */
@@ -258,6 +259,21 @@ void WaitForBlanks(const SCard& roCard, int iMs)
     }
 }
 
+void SetVariable(const SCard& roCard, int iOn)
+{
+    drmModeObjectProperties* poProperties = drmModeObjectGetProperties(roCard.iFd, roCard.uiCrtc, DRM_MODE_OBJECT_CRTC);
+    for (uint32_t uiIndex = 0; poProperties != nullptr && uiIndex < poProperties->count_props; uiIndex++)
+    {
+        const drmModePropertyRes* poProperty = drmModeGetProperty(roCard.iFd, poProperties->props[uiIndex]);
+        if (poProperty != nullptr && std::strcmp(poProperty->name, "VRR_ENABLED") == 0)
+        {
+            Check(drmModeObjectSetProperty(roCard.iFd, roCard.uiCrtc, DRM_MODE_OBJECT_CRTC, poProperty->prop_id,
+                                           static_cast<uint64_t>(iOn)),
+                  "drmModeObjectSetProperty");
+        }
+    }
+}
+
 void PrintTruth(const std::deque<SCard>& raoCards)
 {
     for (const SCard& roCard : raoCards)
@@ -330,6 +346,10 @@ int main(int iArguments, char** pszArguments)
         else if (rszOrder == "on")
         {
             SwitchOn(aoCards.back());
+        }
+        else if (rszOrder == "vrr")
+        {
+            SetVariable(aoCards.back(), std::atoi(Next()));
         }
         else if (rszOrder == "truth")
         {

@@ -5,6 +5,10 @@ namespace
 
 constexpr const char* szTraceRemedy =
     "prepare its trace for your group, run as root, or set VELTRANO_INPUT_MODE=own (docs/LinuxBoard.md, \"Rights\")";
+constexpr const char* szMountRemedy = "mount it (mount -t tracefs nodev /sys/kernel/tracing), or set "
+                                      "VELTRANO_INPUT_MODE=own (docs/LinuxBoard.md, \"Rights\")";
+constexpr const char* szRefusedRemedy = "see what the kernel lacks (dmesg), prepare its trace after boot, or set "
+                                        "VELTRANO_INPUT_MODE=own (docs/LinuxBoard.md, \"Rights\")";
 constexpr const char* szTakenRemedy = "end the other program, or run this one as root (docs/LinuxBoard.md, \"Rights\")";
 constexpr const char* szReadRemedy = "let its owner stream, as with v4l2-ctl --stream-mmap (docs/LinuxBoard.md, "
                                      "\"What there is\")";
@@ -24,6 +28,10 @@ SInputRemark InputRemark_Of(const SInputFacts& roFacts)
     case EFrameSource::NO_TRACE:
         return {"no per-frame data: not the owner, no trace access", "no per-frame data: no trace access",
                 szTraceRemedy};
+    case EFrameSource::NO_TRACEFS:
+        return {"no per-frame data: the kernel's trace is not mounted", "no per-frame data: no trace", szMountRemedy};
+    case EFrameSource::TRACE_REFUSED:
+        return {"no per-frame data: the kernel makes no trace", "no per-frame data: no trace", szRefusedRemedy};
     case EFrameSource::TRACE_TAKEN:
         return {"no per-frame data: another program reads its prepared trace", "no per-frame data: trace taken",
                 szTakenRemedy};

@@ -12,6 +12,8 @@ enum class EFrameSource
     OWN,           /* we stream the input */
     TRACE,         /* the kernel's trace of what its owner fetches */
     NO_TRACE,      /* the trace may not be read */
+    NO_TRACEFS,    /* there is none */
+    TRACE_REFUSED, /* the kernel makes none */
     TRACE_TAKEN,   /* another process reads the prepared trace, which has one reader */
     READ_BY_CALLS, /* its owner uses read(), which the trace does not record */
 };

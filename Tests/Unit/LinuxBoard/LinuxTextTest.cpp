@@ -87,11 +87,15 @@ TEST(InputRemark, NamesWhatLacksAndNothingBesides)
         {{EFrameSource::READ_BY_CALLS, false, false, false},
          "no per-frame data: its owner uses read()",
          "no per-frame data: read()"},
+        {{EFrameSource::NO_TRACEFS, true, false, false},
+         "no per-frame data: the kernel's trace is not mounted",
+         "no per-frame data: no trace"},
     };
     for (const auto& [oFacts, pszFull, pszShort] : aoRows)
     {
         EXPECT_EQ(InputRemark_Of(oFacts).szFull, pszFull);
         EXPECT_EQ(InputRemark_Of(oFacts).szShort, pszShort);
-        EXPECT_EQ(InputRemark_Of(oFacts).szRemedy.empty(), oFacts.eSource != EFrameSource::READ_BY_CALLS);
+        EXPECT_EQ(InputRemark_Of(oFacts).szRemedy.empty(),
+                  oFacts.eSource == EFrameSource::OWN || oFacts.eSource == EFrameSource::TRACE);
     }
 }

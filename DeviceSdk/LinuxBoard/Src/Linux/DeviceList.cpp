@@ -109,13 +109,21 @@ std::string Named(SDeviceList& roList, const std::string& szName, const SInputRe
 }
 
 /* The output is going to be opened to be watched, so asking it here whether it has field events spares nothing less. */
-bool HasVblank(const CKmsCard& roCard, const std::string& szConnector)
+std::string RemarkOfOutput(const CKmsCard& roCard, const std::string& szConnector)
 {
     uint32_t uiCrtcId = 0;
     uint64_t uiSequence = 0;
     uint64_t uiStampNs = 0;
     roCard.ReadCrtcOf(roCard.FindConnector(szConnector), uiCrtcId);
-    return uiCrtcId == 0 || roCard.ReadSequence(uiCrtcId, uiSequence, uiStampNs) != -EOPNOTSUPP;
+    if (uiCrtcId == 0)
+    {
+        return {};
+    }
+    if (roCard.ReadSequence(uiCrtcId, uiSequence, uiStampNs) == -EOPNOTSUPP)
+    {
+        return "no vblank support";
+    }
+    return roCard.IsRateVariable(uiCrtcId) ? "variable refresh" : "";
 }
 
 /* A device that can be watched, before anybody has chosen. */
@@ -182,8 +190,7 @@ void AddOutput(SDeviceList& roList, const SCandidate& roCandidate, const SDevice
         Refuse(roList, oSource.szCardNode, iError);
         return;
     }
-    oSource.szName =
-        Named(roList, roChoice.szName, {HasVblank(oCard, oSource.szConnector) ? "" : "no vblank support", "", ""});
+    oSource.szName = Named(roList, roChoice.szName, {RemarkOfOutput(oCard, oSource.szConnector), "", ""});
     roList.aoOutputs.push_back(oSource);
 }
 

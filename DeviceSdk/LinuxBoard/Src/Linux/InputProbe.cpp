@@ -30,6 +30,10 @@ EFrameSource ObservedSource(ETraceAccess eAccess, const SBufferCensus& roCensus)
     {
     case ETraceAccess::NONE:
         return EFrameSource::NO_TRACE;
+    case ETraceAccess::ABSENT:
+        return EFrameSource::NO_TRACEFS;
+    case ETraceAccess::REFUSED:
+        return EFrameSource::TRACE_REFUSED;
     case ETraceAccess::TAKEN:
         return EFrameSource::TRACE_TAKEN;
     case ETraceAccess::GRANTED:

@@ -106,6 +106,10 @@ bool CInputStream::OpenTrace()
     {
         m_aoPolled.push_back({roPipe.Get(), POLLIN, 0});
     }
+    if (!m_oTrace.IsOpen() && CTraceFeed::Access(m_oSource.szVideo) == ETraceAccess::GRANTED)
+    {
+        SayOnce(m_bSaidRefused, "the kernel makes no trace for it now: no per-frame data");
+    }
     return m_oTrace.IsOpen();
 }
 

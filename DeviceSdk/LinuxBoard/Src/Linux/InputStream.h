@@ -79,6 +79,7 @@ private:
     bool m_bHalfFrames = false; /* only one field of each frame is captured: its parity numbers nothing */
     bool m_bReadable = true;    /* frames may be there */
     bool m_bSaidReading = false;
+    bool m_bSaidRefused = false;
     bool m_bSaidUnknown = false;
     EInputSignal m_eSignal = EInputSignal::PRESENT;
     SSignal m_oSignal;

@@ -21,6 +21,7 @@ using CConnector = CDrmPointer<drmModeConnector, drmModeFreeConnector>;
 using CEncoder = CDrmPointer<drmModeEncoder, drmModeFreeEncoder>;
 using CCrtc = CDrmPointer<drmModeCrtc, drmModeFreeCrtc>;
 using CFramebuffer = CDrmPointer<drmModeFB2, drmModeFreeFB2>;
+using CProperties = CDrmPointer<drmModeObjectProperties, drmModeFreeObjectProperties>;
 using CProperty = CDrmPointer<drmModePropertyRes, drmModeFreeProperty>;
 
 // libdrm hands events to a plain function, whose only argument of ours is a number of 64 bits that we need otherwise.
@@ -89,6 +90,20 @@ int CKmsCard::ReadCrtcOf(uint32_t uiConnectorId, uint32_t& ruiCrtcId) const
         ruiCrtcId = poEncoder->crtc_id;
     }
     return 0;
+}
+
+bool CKmsCard::IsRateVariable(uint32_t uiCrtcId) const
+{
+    const CProperties poProperties(drmModeObjectGetProperties(Fd(), uiCrtcId, DRM_MODE_OBJECT_CRTC));
+    for (uint32_t uiIndex = 0; poProperties != nullptr && uiIndex < poProperties->count_props; uiIndex++)
+    {
+        const CProperty poProperty(drmModeGetProperty(Fd(), poProperties->props[uiIndex]));
+        if (poProperty != nullptr && std::strcmp(poProperty->name, "VRR_ENABLED") == 0)
+        {
+            return poProperties->prop_values[uiIndex] != 0;
+        }
+    }
+    return false;
 }
 
 VtVideoOut_PowerState CKmsCard::ReadPower(uint32_t uiConnectorId) const

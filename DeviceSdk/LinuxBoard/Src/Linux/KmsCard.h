@@ -41,6 +41,9 @@ public:
     /* The CRTC that feeds the connector; 0 when none does. -ENODEV when the card is gone. */
     int ReadCrtcOf(uint32_t uiConnectorId, uint32_t& ruiCrtcId) const;
 
+    /* The CRTC may stretch its fields, so that what it draws decides the rate. */
+    bool IsRateVariable(uint32_t uiCrtcId) const;
+
     /* What the connector's power property says. */
     VtVideoOut_PowerState ReadPower(uint32_t uiConnectorId) const;
 

@@ -76,20 +76,20 @@ ETraceAccess CTraceFeed::Access(const std::string& szVideo)
     const char* szDirectory = TraceInstance_Directory();
     if (szDirectory == nullptr)
     {
-        return ETraceAccess::NONE;
+        return ETraceAccess::ABSENT;
+    }
+    const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
+    if (!aoPipes.empty() && Claim(aoPipes))
+    {
+        return ETraceAccess::GRANTED;
     }
     const std::string szEnable = "/events/" TRACE_INSTANCE_SYSTEM "/" TRACE_INSTANCE_EVENT "/enable";
     if (IsAllowed(std::string(szDirectory) + "/instances", W_OK | X_OK) &&
         IsAllowed(std::string(szDirectory) + szEnable, W_OK))
     {
-        return ETraceAccess::GRANTED;
+        return TraceInstance_CanCreate() ? ETraceAccess::GRANTED : ETraceAccess::REFUSED;
     }
-    const std::vector<CFileDescriptor> aoPipes = PipesOf(PreparedInstance(szVideo));
-    if (aoPipes.empty())
-    {
-        return ETraceAccess::NONE;
-    }
-    return Claim(aoPipes) ? ETraceAccess::GRANTED : ETraceAccess::TAKEN;
+    return aoPipes.empty() ? ETraceAccess::NONE : ETraceAccess::TAKEN;
 }
 
 bool CTraceFeed::OpenPipes(const std::string& szInstance)
@@ -135,15 +135,7 @@ bool CTraceFeed::Open(const std::string& szVideo, uint32_t uiMinor, uint32_t uiF
 {
     Close();
     m_uiMinor = uiMinor;
-    switch (Access(szVideo))
-    {
-    case ETraceAccess::GRANTED:
-        return OpenPrepared(szVideo) || OpenOwn(szVideo, uiFramesPerSecond);
-    case ETraceAccess::NONE:
-    case ETraceAccess::TAKEN:
-        break;
-    }
-    return false;
+    return Access(szVideo) == ETraceAccess::GRANTED && (OpenPrepared(szVideo) || OpenOwn(szVideo, uiFramesPerSecond));
 }
 
 void CTraceFeed::TakePage(uint64_t uiNowNs)

@@ -25,7 +25,9 @@ struct SGiveBackNote;
 enum class ETraceAccess
 {
     NONE,
-    TAKEN, /* another reader has the prepared trace */
+    ABSENT,  /* the kernel's trace is not mounted */
+    REFUSED, /* the kernel makes no instance, as for want of memory */
+    TAKEN,   /* another reader has the prepared trace */
     GRANTED
 };
 

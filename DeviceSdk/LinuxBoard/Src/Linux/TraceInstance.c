@@ -99,6 +99,25 @@ struct tracefs_instance* TraceInstance_Create(const char* szVideo, unsigned int 
     return poInstance;
 }
 
+bool TraceInstance_CanCreate(void)
+{
+    static bool s_bTried;
+    static bool s_bCan;
+    pthread_mutex_lock(&g_oMutex);
+    if (!s_bTried)
+    {
+        char szName[uiNameSize];
+        snprintf(szName, sizeof(szName), TRACE_INSTANCE_PREFIX "%d-trial", getpid());
+        struct tracefs_instance* poInstance = tracefs_instance_create(szName);
+        s_bTried = true;
+        s_bCan = poInstance != NULL;
+        Destroy(poInstance);
+    }
+    const bool bCan = s_bCan;
+    pthread_mutex_unlock(&g_oMutex);
+    return bCan;
+}
+
 char* TraceInstance_PathOf(const struct tracefs_instance* poInstance)
 {
     const char* szDirectory = TraceInstance_Directory();

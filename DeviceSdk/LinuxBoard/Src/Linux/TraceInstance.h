@@ -5,6 +5,8 @@
 #ifndef LINUX_BOARD_TRACE_INSTANCE_H
 #define LINUX_BOARD_TRACE_INSTANCE_H
 
+#include <stdbool.h>
+
 #include "TraceLayout.h"
 
 #ifdef __cplusplus
@@ -19,6 +21,9 @@ struct tracefs_instance;
 
 /* The directory of the trace file system; null when it is not mounted, for mounting it is not ours to do. */
 const char* TraceInstance_Directory(void);
+
+/* Whether the kernel makes instances; tried once by making one, which takes as long. */
+bool TraceInstance_CanCreate(void);
 
 /*
  * Removes what processes that were killed have left behind, and creates "<prefix><process>-<szVideo>-<number>" for the

@@ -19,7 +19,8 @@ namespace
 /* Drivers whose sequence goes on by one a delivered buffer, whatever was lost between. */
 constexpr std::string_view aszCountBuffers[] = {"cobalt", "cx23885", "cx25821", "cx8800", "saa7134", "tw68", "tw686x"};
 
-constexpr uint32_t uiLostStatus = V4L2_IN_ST_NO_POWER | V4L2_IN_ST_NO_SIGNAL | V4L2_IN_ST_NO_SYNC;
+constexpr uint32_t uiLostStatus =
+    V4L2_IN_ST_NO_POWER | V4L2_IN_ST_NO_SIGNAL | V4L2_IN_ST_NO_SYNC | V4L2_IN_ST_NO_H_LOCK;
 
 /* Lines of the systems whose frame begins with the bottom field: 480 or 486 visible ones. */
 bool IsBottomFirst(uint32_t uiLines)
