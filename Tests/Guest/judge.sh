@@ -86,8 +86,8 @@ whole() {
         END { exit faults > 0 || n < least }' "$1.fields"
 }
 
-# Sequences that the owner did not get, from its first buffer on.
-gaps() { dequeued "$1" | awk 'NR > 1 && $1 > last + 1 { n += $1 - last - 1 } { last = $1 } END { print n + 0 }'; }
+# gaps <record> [number]: sequences that the owner did not get, from its first buffer on, or from a later one.
+gaps() { dequeued "$1" | awk -v first="${2:-1}" 'NR > first && $1 > last + 1 { n += $1 - last - 1 } { last = $1 } END { print n + 0 }'; }
 bad() { dequeued "$1" | awk '$4 { n++ } END { print n + 0 }'; }
 
 # compare <record of the fields> <owner's record> <fields a buffer> <time of a field in us>: every field of the board is

@@ -167,20 +167,6 @@ void TickClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
                             VtStatus_INVALID_PARAM, "GET_TICK_CLOCK without an output block");
 }
 
-// A board whose counters of set buffers are exact need not know the call.
-void SetBufferKind(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
-{
-    VtBoard_SetBufferKindOut oOut{};
-    const VtStatus eStatus =
-        VtBoard_CustomCall(hDev, VtBoard_CustomCallId_GET_SET_BUFFER_KIND, nullptr, 0, &oOut, sizeof(oOut));
-    if (eStatus != VtStatus_UNSUPPORTED)
-    {
-        roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_SET_BUFFER_KIND");
-        roFindings.Expect(oOut.uiKind <= VtBoard_SetBufferKind_ESTIMATED,
-                          "GET_SET_BUFFER_KIND names the kind %u, which is none", oOut.uiKind);
-    }
-}
-
 void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
 {
     std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
@@ -226,8 +212,6 @@ std::span<const SCheck> DeviceChecks()
                CustomCalls},
         SCheck{"the clock that the ticks follow is one that there is, and stays, or the call is unsupported",
                TickClock},
-        SCheck{"how buffers that are set are counted is a way that there is, or the call is unsupported",
-               SetBufferKind},
         SCheck{"pixel formats have their names, unknown ones too", PixelFormatNames},
         SCheck{"the debug channel takes any text and never as a format", DebugChannel},
     };
