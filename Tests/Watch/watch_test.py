@@ -1,6 +1,6 @@
 """The real program on simulated boards: verdicts, ends, what it tells the service manager, what survives a restart.
 
-  watch_test.py PROGRAM FOLDER_OF_BOARD FOLDER_OF_SCHEMAS [unittest arguments]
+  watch_test.py PROGRAM FOLDER_OF_BOARD FOLDER_OF_SCHEMAS REFUSER [unittest arguments]
 """
 import csv
 import io
@@ -19,7 +19,7 @@ import urllib.request
 
 import jsonschema
 
-PROGRAM, BOARD, SCHEMAS = sys.argv[1:4]
+PROGRAM, BOARD, SCHEMAS, REFUSER = sys.argv[1:5]
 PATIENCE = 30.0  # seconds that only a program that hangs ever takes
 END = 1.5        # the end takes a second at most; the rest is for a busy machine
 
@@ -162,7 +162,7 @@ class Serve(WatchCase):
         self.assertEqual(status, 0)
         self.assertLess(seconds, END)
         with sqlite3.connect(self.store) as store:
-            self.assertEqual(store.execute("SELECT is_closed FROM runs").fetchall(), [(1,)])
+            self.assertEqual(store.execute("SELECT ending FROM runs").fetchall(), [(1,)])
         for client in clients:
             client.close()
 
@@ -201,6 +201,19 @@ class Serve(WatchCase):
             while "STOPPING=1" not in told[-1]:
                 told.append(manager.recv(4096).decode())
             self.assertTrue(any("STATUS=simulated board: 2 running" in message for message in told), told)
+
+    def test_every_thread_that_the_system_refuses_is_told_in_one_line(self):
+        refused, number = 0, 1
+        while number < 100:
+            watch = self.serve(LOCKED, "--store", self.store, "--journal", self.folder / "journal",
+                               LD_PRELOAD=REFUSER, VT_REFUSED_THREAD=str(number))
+            await_(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
+            if watch.process.poll() is None:
+                break  # it has all that it needs
+            refused, number = refused + 1, number + 1
+            said = watch.said.read_text()
+            self.assertEqual((watch.process.returncode, said.count("\n")), (1, 1), f"thread {number}: {said}")
+        self.assertGreaterEqual(refused, 7, "signals, streams, store, journal, analysis, and those that serve")
 
     def test_pings_the_watchdog_from_named_threads(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:

@@ -89,12 +89,11 @@ TEST(WatchData, ReachesBackIntoTheStore)
 {
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "store";
-    std::string szFault;
     {
         CStoreWriter oWriter(szFile, 35);
         SStoreRemains oRemains;
-        ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs, oRemains, szFault), EStoreOpen::OPENED);
-        oWriter.Start();
+        ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs, oRemains).GetText(), "");
+        EXPECT_EQ(oWriter.Start().GetText(), "");
         oWriter.Put(MakeSecond(20, 1).GetStep()); // 20 seconds of the minute that the next run goes on with
         SMadeUpSecond oEarlier = MakeSecond(20, 2);
         oEarlier.aoMinutes.front().oPoint.iUtcNs -= iNsPerMinute;
@@ -103,7 +102,7 @@ TEST(WatchData, ReachesBackIntoTheStore)
     }
     CStoreWriter oWriter(szFile, 35);
     SStoreRemains oRemains;
-    ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs + 30 * iNsPerSecond, oRemains, szFault), EStoreOpen::OPENED);
+    ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs + 30 * iNsPerSecond, oRemains).GetText(), "");
     CWatchData oData(1, 0, std::make_unique<CStoreReader>(szFile));
     CHistoryMaker oMaker(oRemains.aoRunning);
     oData.Resume(oRemains.aoRunning);

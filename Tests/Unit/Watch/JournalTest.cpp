@@ -44,9 +44,8 @@ TEST(Journal, FollowsItsNameThroughRotationAndRemoval)
     const std::string szFile = oFolder / "journal";
     const std::string szRotated = oFolder / "journal.1";
     CEventJournal oJournal(szFile, PrintNumber);
-    std::string szFault;
-    ASSERT_TRUE(oJournal.Open(szFault));
-    oJournal.Start();
+    ASSERT_EQ(oJournal.Open().GetText(), "");
+    ASSERT_EQ(oJournal.Start().GetText(), "");
     PutNumber(oJournal, 1);
     ASSERT_TRUE(Await([&] { return ReadNumbers(szFile) == Numbers{1}; }));
     std::filesystem::rename(szFile, szRotated);
@@ -67,9 +66,8 @@ TEST(Journal, WritesWholeLinesOnceThereIsRoomAgain)
     const std::string szFile = oFolder / "journal";
     std::signal(SIGXFSZ, SIG_IGN);
     CEventJournal oJournal(szFile, PrintNumber);
-    std::string szFault;
-    ASSERT_TRUE(oJournal.Open(szFault));
-    oJournal.Start();
+    ASSERT_EQ(oJournal.Open().GetText(), "");
+    ASSERT_EQ(oJournal.Start().GetText(), "");
     PutNumber(oJournal, 1);
     ASSERT_TRUE(Await([&] { return ReadNumbers(szFile) == Numbers{1}; }));
     rlimit oLimit = {};

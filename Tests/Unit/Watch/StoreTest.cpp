@@ -1,4 +1,5 @@
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <random>
 #include <sys/resource.h>
@@ -17,8 +18,7 @@ constexpr int64_t iMinute = 60;
 std::vector<SWatchEvent> ReadEvents(const std::string& rszFile)
 {
     CStoreReader oReader(rszFile);
-    std::string szFault;
-    EXPECT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
+    EXPECT_EQ(oReader.Open().GetText(), "");
     SEventQuery oQuery;
     oQuery.uiMost = UINT32_MAX;
     std::vector<SWatchEvent> aoEvents;
@@ -30,8 +30,7 @@ std::vector<SWatchEvent> ReadEvents(const std::string& rszFile)
 std::vector<SMinuteSummary> ReadMinutes(const std::string& rszFile)
 {
     CStoreReader oReader(rszFile);
-    std::string szFault;
-    EXPECT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
+    EXPECT_EQ(oReader.Open().GetText(), "");
     SHistoryQuery oQuery;
     oQuery.iToUtcNs = INT64_MAX;
     std::vector<SMinuteSummary> aoMinutes;
@@ -39,11 +38,15 @@ std::vector<SMinuteSummary> ReadMinutes(const std::string& rszFile)
     return aoMinutes;
 }
 
+std::vector<SStoreRun> FindRuns(const std::string& rszFile)
+{
+    return CStoreReader(rszFile).FindRuns(0, INT64_MAX);
+}
+
 std::string CheckIntegrity(const std::string& rszFile)
 {
     StoreFilePtr poFile;
-    std::string szFault;
-    EXPECT_EQ(StoreFile_OpenForReading(rszFile, poFile, szFault), EStoreOpen::OPENED) << szFault;
+    EXPECT_EQ(StoreFile_OpenForReading(rszFile, poFile).GetText(), "");
     CStoreStatement oCheck(poFile.get(), "PRAGMA integrity_check");
     return oCheck.Next() ? oCheck.GetText() : "no answer";
 }
@@ -54,10 +57,8 @@ struct SRun
     explicit SRun(const std::string& rszFile, int64_t iSecond = 0, uint32_t uiKeepDays = 35)
         : oWriter(rszFile, uiKeepDays)
     {
-        std::string szFault;
-        EXPECT_EQ(oWriter.Open(iStepsBeginUtcNs + iSecond * iNsPerSecond, oRemains, szFault), EStoreOpen::OPENED)
-            << szFault;
-        oWriter.Start();
+        EXPECT_EQ(oWriter.Open(iStepsBeginUtcNs + iSecond * iNsPerSecond, oRemains).GetText(), "");
+        EXPECT_EQ(oWriter.Start().GetText(), "");
     }
     SWatchCosts GetCosts()
     {
@@ -126,11 +127,8 @@ TEST(Store, ShowsTheGapBehindARunThatWasKilled)
     EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
     ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
     EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
-    CStoreReader oReader(szFile);
-    std::string szFault;
-    ASSERT_EQ(oReader.Open(szFault), EStoreOpen::OPENED) << szFault;
-    ASSERT_FALSE(oReader.FindRuns(0, INT64_MAX).empty());
-    EXPECT_EQ(oReader.FindRuns(0, INT64_MAX)[0].eEnd, ERunEnd::BROKEN);
+    ASSERT_FALSE(FindRuns(szFile).empty());
+    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::BROKEN);
 }
 
 // What was seen in the store before the kill is in it afterwards, and all of a second or nothing.
@@ -149,8 +147,7 @@ TEST(Store, IsWholeAfterAHundredKills)
         {
             SRun oRun(szFile);
             CStoreReader oReader(szFile);
-            std::string szFault;
-            static_cast<void>(oReader.Open(szFault));
+            static_cast<void>(oReader.Open());
             for (uint64_t uiEvent = oRun.oRemains.uiLastEvent + 1;; ++uiEvent)
             {
                 oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
@@ -238,6 +235,110 @@ TEST(Store, IsMadeAgainWhenItIsRemoved)
     EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 2U);
 }
 
+// Whoever moves the store away for a while finds one run in it, not a killed one and another.
+TEST(Store, GoesOnWithItsRunWhenTheFileComesBack)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    const std::string szAway = oFolder / "away";
+    const auto fnMove = [](const std::string& rszFrom, const std::string& rszTo)
+    {
+        for (const char* szEnd : {"", "-wal", "-shm"})
+        {
+            std::filesystem::rename(rszFrom + szEnd, rszTo + szEnd);
+        }
+    };
+    SRun oRun(szFile);
+    oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
+    ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
+    fnMove(szFile, szAway);
+    oRun.oWriter.Put(MakeSecond(2, 2).GetStep());
+    ASSERT_TRUE(Await([&] { return std::filesystem::exists(szFile) && ReadEvents(szFile).size() == 1; }));
+    fnMove(szAway, szFile);
+    oRun.oWriter.Put(MakeSecond(3, 3).GetStep());
+    oRun.oWriter.Close();
+    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+    ASSERT_EQ(aoEvents.size(), 2U);
+    EXPECT_EQ(aoEvents[1].uiNumber, 3U);
+    EXPECT_EQ(aoEvents[1].eKind, EWatchEventKind::FIELDS_LOST);
+    ASSERT_EQ(FindRuns(szFile).size(), 1U);
+    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::CLOSED);
+}
+
+TEST(Store, IsTidiedUpLaterWhenThatCannotBeDoneAtTheBegin)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    StoreFilePtr poOther;
+    ASSERT_EQ(StoreFile_OpenForWriting(szFile, poOther).GetText(), "");
+    ASSERT_TRUE(
+        StoreFile_Run(poOther.get(), "INSERT INTO runs VALUES(1, 1, 2, 0, 'wall', '', 0, 1, 0);BEGIN IMMEDIATE"));
+    CStoreWriter oWriter(szFile, 35);
+    SStoreRemains oRemains;
+    EXPECT_TRUE(oWriter.Open(iStepsBeginUtcNs, oRemains).MayHeal());
+    ASSERT_TRUE(StoreFile_Run(poOther.get(), "ROLLBACK"));
+    ASSERT_EQ(oWriter.Start().GetText(), "");
+    oWriter.Put(MakeSecond(1, 1).GetStep());
+    oWriter.Close();
+    ASSERT_EQ(FindRuns(szFile).size(), 2U);
+    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::BROKEN);
+    EXPECT_EQ(ReadEvents(szFile).back().uiNumber, 2U) << "behind the end of the stream of then";
+}
+
+// Stores of the first layout are read as they are, and written once they are like the others.
+TEST(Store, TakesUpOneOfTheFirstLayout)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    {
+        SRun oRun(szFile);
+        oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
+    }
+    StoreFilePtr poFile;
+    ASSERT_EQ(StoreFile_OpenForWriting(szFile, poFile).GetText(), "");
+    ASSERT_TRUE(
+        StoreFile_Run(poFile.get(), "ALTER TABLE runs RENAME COLUMN ending TO is_closed;PRAGMA user_version=1"));
+    poFile.reset();
+    ASSERT_EQ(FindRuns(szFile).size(), 1U);
+    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::CLOSED);
+    EXPECT_EQ(FindRuns(szFile)[0].szHost, "wall");
+    {
+        SRun oRun(szFile, iMinute);
+        oRun.oWriter.Put(MakeSecond(iMinute, 2).GetStep());
+    }
+    EXPECT_EQ(FindRuns(szFile).size(), 2U);
+    CStoreReader oReader(szFile);
+    SEventQuery oQuery;
+    oQuery.iFromUtcNs = 0; // found by moments
+    oQuery.uiBeforeNumber = 2;
+    std::vector<SWatchEvent> aoEvents;
+    oReader.FindEvents(oQuery, UINT64_MAX, aoEvents);
+    ASSERT_EQ(aoEvents.size(), 1U);
+    EXPECT_EQ(aoEvents[0].uiNumber, 1U);
+}
+
+// A watch that finds the store taken must not undo the locks of whoever reads it in the same process.
+TEST(Store, KeepsTheLocksOfItsReadersWhenItIsRefused)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    const SRun oFirst(szFile);
+    CStoreLock oSecond;
+    EXPECT_FALSE(oSecond.Take(szFile));
+    oSecond.Release();
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        struct flock oLock = {};
+        oLock.l_type = F_WRLCK;
+        const int iFile = open(szFile.c_str(), O_RDWR);
+        _exit(fcntl(iFile, F_GETLK, &oLock) == 0 && oLock.l_type != F_UNLCK ? 0 : 1);
+    }
+    int iStatus = -1;
+    waitpid(iChild, &iStatus, 0);
+    EXPECT_EQ(iStatus, 0);
+}
+
 TEST(Store, IsWrittenByOneWatchAtATime)
 {
     const CTestFolder oFolder;
@@ -245,9 +346,9 @@ TEST(Store, IsWrittenByOneWatchAtATime)
     const SRun oFirst(szFile);
     CStoreWriter oSecond(szFile, 35);
     SStoreRemains oRemains;
-    std::string szFault;
-    EXPECT_EQ(oSecond.Open(iStepsBeginUtcNs, oRemains, szFault), EStoreOpen::REFUSED);
-    EXPECT_NE(szFault.find("another watch"), std::string::npos) << szFault;
+    const CFault oFault = oSecond.Open(iStepsBeginUtcNs, oRemains);
+    EXPECT_NE(oFault.GetText().find("another watch"), std::string::npos) << oFault.GetText();
+    EXPECT_FALSE(oFault.MayHeal());
 }
 
 TEST(Store, KeepsMinutesForAsLongAsIsAskedFor)
@@ -280,17 +381,16 @@ TEST(Store, RefusesWhatIsNoneOfItsOwn)
     sqlite3_close(poForeign);
     {
         StoreFilePtr poNewer;
-        std::string szFault;
-        StoreFile_OpenForWriting(szNewer, poNewer, szFault);
-        StoreFile_Run(poNewer.get(), "PRAGMA user_version=2");
+        EXPECT_FALSE(StoreFile_OpenForWriting(szNewer, poNewer));
+        StoreFile_Run(poNewer.get(), "PRAGMA user_version=3");
     }
     for (const std::string& rszFile : {szNoDatabase, szForeign, szNewer, std::string("/nowhere/at/all")})
     {
         StoreFilePtr poFile;
-        std::string szFault;
-        EXPECT_EQ(StoreFile_OpenForWriting(rszFile, poFile, szFault), EStoreOpen::REFUSED) << rszFile;
-        EXPECT_NE(szFault.find(rszFile), std::string::npos) << szFault;
-        EXPECT_EQ(std::ranges::count(szFault, '\n'), 0);
+        const CFault oFault = StoreFile_OpenForWriting(rszFile, poFile);
+        EXPECT_NE(oFault.GetText().find(rszFile), std::string::npos) << oFault.GetText();
+        EXPECT_EQ(std::ranges::count(oFault.GetText(), '\n'), 0);
+        EXPECT_FALSE(oFault.MayHeal());
     }
     EXPECT_EQ(std::filesystem::file_size(szNoDatabase), 5000U);
 }

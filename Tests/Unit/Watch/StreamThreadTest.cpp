@@ -32,9 +32,8 @@ public:
     explicit CWatchedBoard(const std::string& rszScenario)
     {
         EXPECT_EQ(VtSim_SetScenario(rszScenario.c_str(), nullptr, 0), VtStatus_OK);
-        std::string szFault;
-        EXPECT_TRUE(oSession.Open({}, szFault)) << szFault;
-        EXPECT_TRUE(oSession.Start(szFault));
+        EXPECT_EQ(oSession.Open({}).GetText(), "");
+        EXPECT_EQ(oSession.Start().GetText(), "");
     }
     ~CWatchedBoard()
     {
@@ -140,9 +139,8 @@ TEST(BoardSession, RefusesWhatCannotBeWatched)
     {
         ASSERT_EQ(VtSim_SetScenario((std::string(szGranted) + szFaulty).c_str(), nullptr, 0), VtStatus_OK);
         CBoardSession oSession;
-        std::string szFault;
-        EXPECT_FALSE(oSession.Open({}, szFault)) << szFaulty;
-        EXPECT_NE(szFault.find(szSays), std::string::npos) << szFault;
+        const std::string szFault = oSession.Open({}).GetText();
+        EXPECT_NE(szFault.find(szSays), std::string::npos) << szFaulty << szFault;
         EXPECT_TRUE(oSession.Stop(0));
     }
 }

@@ -10,6 +10,7 @@
 
 #include "CheckVerdict.h"
 #include "SignalWatch.h"
+#include "Threads.h"
 #include "WatchClocks.h"
 #include "WatchRun.h"
 
@@ -39,69 +40,94 @@ int SayUnknown(const std::string& rszText)
 class CAnswer
 {
 public:
-    explicit CAnswer(std::chrono::seconds oPatience)
-        : m_oDeadline(std::chrono::steady_clock::now() + oPatience),
-          m_oThread([this](const std::stop_token& roStop) { Guard(roStop); })
+    explicit CAnswer(std::chrono::seconds oPatience) : m_oDeadline(std::chrono::steady_clock::now() + oPatience) {}
+    ~CAnswer()
     {
+        if (m_oThread.joinable())
+        {
+            Change([this] { m_bIsOver = true; });
+            m_oThread.join();
+        }
+    }
+    CAnswer(const CAnswer&) = delete;
+    CAnswer& operator=(const CAnswer&) = delete;
+
+    CFault Start()
+    {
+        return Thread_Start(m_oThread, "answer", [this] { Guard(); });
     }
 
     int Give(const std::string& rszLine, EVerdict eVerdict)
     {
-        const std::lock_guard oGuard(m_oMutex);
-        m_iStatus = Say(rszLine, eVerdict);
-        m_oDeadline = std::chrono::steady_clock::now() + END_PATIENCE;
-        m_oChanged.notify_all();
+        Change(
+            [&]
+            {
+                m_iStatus = Say(rszLine, eVerdict);
+                m_oDeadline = std::chrono::steady_clock::now() + END_PATIENCE;
+            });
         return *m_iStatus;
     }
 
 private:
-    void Guard(const std::stop_token& roStop)
+    template <typename TChange> void Change(TChange fnChange)
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        fnChange();
+        m_oChanged.notify_all();
+    }
+
+    void Guard()
     {
         std::unique_lock oLock(m_oMutex);
-        while (!roStop.stop_requested())
+        while (!m_bIsOver)
         {
-            const auto oDeadline = m_oDeadline;
-            m_oChanged.wait_until(oLock, roStop, oDeadline, [&] { return m_oDeadline != oDeadline; });
-            if (!roStop.stop_requested() && std::chrono::steady_clock::now() >= m_oDeadline)
+            m_oChanged.wait_until(oLock, m_oDeadline);
+            if (!m_bIsOver && std::chrono::steady_clock::now() >= m_oDeadline)
             {
                 _exit(m_iStatus ? *m_iStatus : SayUnknown("the board does not answer"));
             }
         }
     }
 
-    std::mutex m_oMutex; // guards the next two
+    std::mutex m_oMutex; // guards the next three
     std::chrono::steady_clock::time_point m_oDeadline;
     std::optional<int> m_iStatus; // once the answer is given
-    std::condition_variable_any m_oChanged;
-    std::jthread m_oThread;
+    bool m_bIsOver = false;
+    std::condition_variable m_oChanged;
+    std::thread m_oThread;
 };
 
-// The last moment of the watch; null, with the reason, when there is none.
-WatchPublicationPtr Watch(const SCheckOptions& roOptions, CBoardSession& roSession, CSignalWatch& roSignals,
-                          std::string& rszFault)
+// The last moment of the watch.
+CFault Watch(const SCheckOptions& roOptions, CBoardSession& roSession, CSignalWatch& roSignals,
+             WatchPublicationPtr& rpoLast)
 {
-    if (!roSession.Open(roOptions.oBoard, rszFault) || !roSession.Start(rszFault))
-    {
-        return nullptr;
-    }
-    WatchPublicationPtr poLast;
     SWatchRunSetup oSetup;
     oSetup.oSettings.oThreshold = roOptions.oThreshold;
     oSetup.iStartUtcNs = ReadClockNs(CLOCK_REALTIME);
-    oSetup.fnTake = [&poLast](const SWatchStep& roStep) { poLast = roStep.poPublication; };
+    oSetup.fnTake = [&rpoLast](const SWatchStep& roStep) { rpoLast = roStep.poPublication; };
     CWatchRun oRun(roSession, oSetup);
-    oRun.Start();
+    if (CFault oFault = oRun.Start())
+    {
+        return oFault;
+    }
     const uint64_t uiEndNs = ReadMonotonicNs() + roOptions.uiSeconds * static_cast<uint64_t>(iNsPerSecond);
     while (ReadMonotonicNs() < uiEndNs)
     {
         if (roSignals.AwaitEnd(uiBeatMs))
         {
-            rszFault = "ended by a signal before its time";
-            return nullptr;
+            return CFault("ended by a signal before its time");
         }
     }
     oRun.Stop();
-    return poLast;
+    return {};
+}
+
+CFault Begin(const SCheckOptions& roOptions, CAnswer& roAnswer, CBoardSession& roSession, CSignalWatch& roSignals)
+{
+    CFault oFault = roSignals.Start(uiEndMs, static_cast<int>(EVerdict::UNKNOWN), {});
+    oFault = oFault ? oFault : roAnswer.Start();
+    oFault = oFault ? oFault : roSession.Open(roOptions.oBoard);
+    return oFault ? oFault : roSession.Start();
 }
 
 } // namespace
@@ -119,12 +145,13 @@ int CheckCommand_RefuseBoard(const std::string& rszText)
 int CheckCommand_Run(const SCheckOptions& roOptions)
 {
     CSignalWatch oSignals;
-    oSignals.Start(uiEndMs, static_cast<int>(EVerdict::UNKNOWN), {});
     CAnswer oAnswer(std::chrono::seconds(roOptions.uiSeconds + uiPatienceSeconds));
     CBoardSession oSession;
-    std::string szFault;
+    WatchPublicationPtr poLast;
+    CFault oFault = Begin(roOptions, oAnswer, oSession, oSignals);
+    oFault = oFault ? oFault : Watch(roOptions, oSession, oSignals, poLast);
     int iStatus = static_cast<int>(EVerdict::UNKNOWN);
-    if (const WatchPublicationPtr poLast = Watch(roOptions, oSession, oSignals, szFault))
+    if (!oFault)
     {
         const SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
         iStatus = oAnswer.Give(roOptions.bJson ? CheckVerdict_PrintJson(oVerdict, *poLast, roOptions.uiSeconds)
@@ -133,7 +160,7 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
     }
     else
     {
-        iStatus = oAnswer.Give("VIDEO UNKNOWN - " + szFault, EVerdict::UNKNOWN);
+        iStatus = oAnswer.Give("VIDEO UNKNOWN - " + oFault.GetText(), EVerdict::UNKNOWN);
     }
     if (!oSession.Stop(uiThreadsEndMs))
     {

@@ -8,10 +8,9 @@
 int ReportCommand_Run(const SReportOptions& roOptions)
 {
     CStoreReader oStore(roOptions.szStore);
-    std::string szFault;
-    if (oStore.Open(szFault) != EStoreOpen::OPENED)
+    if (const CFault oFault = oStore.Open())
     {
-        Notice_Say(szFault);
+        Notice_Say(oFault.GetText());
         return iExitFailure;
     }
     const SReport oReport = ReportData_Collect(oStore, roOptions.iFromUtcNs, roOptions.iToUtcNs);

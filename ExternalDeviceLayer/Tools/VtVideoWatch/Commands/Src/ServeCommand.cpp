@@ -33,6 +33,7 @@ struct SServeRun
     std::unique_ptr<CEventJournal> poJournal;
     std::unique_ptr<CStoreWriter> poStore;
     SStoreRemains oRemains;
+    std::string szWarning; // told once the run goes on
     CBoardSession oSession;
     std::unique_ptr<CWatchData> poData;
     std::mutex oServerMutex; // whether there is one: HUP comes at any time
@@ -41,27 +42,35 @@ struct SServeRun
     CServiceNotice oNotice;
 };
 
-bool OpenStore(const SServeOptions& roOptions, int64_t iNowUtcNs, SServeRun& roRun, std::string& rszFault)
-{
-    if (roOptions.szStore.empty())
-    {
-        return true;
-    }
-    roRun.poStore = std::make_unique<CStoreWriter>(roOptions.szStore, roOptions.uiKeepDays);
-    return roRun.poStore->Open(iNowUtcNs, roRun.oRemains, rszFault) != EStoreOpen::REFUSED;
-}
-
-bool CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun, std::string& rszFault)
+CFault CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun)
 {
     for (const SStreamKey& roStream : roOptions.aoReferences)
     {
         if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
         {
-            rszFault = "--reference: the board has no " + StreamId_Print(roStream);
-            return false;
+            return CFault("--reference: the board has no " + StreamId_Print(roStream));
         }
     }
-    return true;
+    return {};
+}
+
+// Everything that can be wrong with what the command line names. A store that cannot be opened now, but perhaps later,
+// is told and no fault.
+CFault Open(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
+{
+    CFault oFault = roRun.poJournal ? roRun.poJournal->Open() : CFault();
+    if (!oFault && !roOptions.szStore.empty())
+    {
+        roRun.poStore = std::make_unique<CStoreWriter>(roOptions.szStore, roOptions.uiKeepDays);
+        oFault = roRun.poStore->Open(iNowUtcNs, roRun.oRemains);
+        if (oFault.MayHeal())
+        {
+            roRun.szWarning = oFault.GetText();
+            oFault = CFault();
+        }
+    }
+    oFault = oFault ? oFault : roRun.oSession.Open(roOptions.oBoard);
+    return oFault ? oFault : CheckReferences(roOptions, roRun);
 }
 
 SWatchSettings MakeSettings(const SServeOptions& roOptions)
@@ -110,13 +119,20 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
     return oSetup;
 }
 
-bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFault)
+CFault StartThreads(SServeRun& roRun)
+{
+    CFault oFault = roRun.oSession.Start();
+    oFault = oFault || !roRun.poStore ? oFault : roRun.poStore->Start();
+    oFault = oFault || !roRun.poJournal ? oFault : roRun.poJournal->Start();
+    return oFault ? oFault : roRun.poRun->Start();
+}
+
+CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
 {
     const int64_t iNowUtcNs = ReadClockNs(CLOCK_REALTIME);
-    if ((roRun.poJournal && !roRun.poJournal->Open(rszFault)) || !OpenStore(roOptions, iNowUtcNs, roRun, rszFault) ||
-        !roRun.oSession.Open(roOptions.oBoard, rszFault) || !CheckReferences(roOptions, roRun, rszFault))
+    if (CFault oFault = Open(roOptions, roRun, iNowUtcNs))
     {
-        return false;
+        return oFault;
     }
     const std::array<StreamChannels, 2>& raoChannels = roRun.oSession.GetChannels();
     roRun.poData = std::make_unique<CWatchData>(
@@ -124,13 +140,18 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
         roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
     roRun.poData->Resume(roRun.oRemains.aoRunning);
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
+    std::string szProblem;
     {
         const std::lock_guard oGuard(roRun.oServerMutex);
-        roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, rszFault);
+        roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, szProblem);
     }
-    if (!roRun.poServer || !roRun.oSession.Start(rszFault))
+    if (!roRun.poServer)
     {
-        return false;
+        return CFault(szProblem);
+    }
+    if (CFault oFault = StartThreads(roRun))
+    {
+        return oFault;
     }
     for (const std::string& rszUrl : WatchServer_GetUrls(*roRun.poServer))
     {
@@ -141,16 +162,11 @@ bool Begin(const SServeOptions& roOptions, SServeRun& roRun, std::string& rszFau
     {
         Notice_Say(szWarning);
     }
-    if (roRun.poStore)
+    if (!roRun.szWarning.empty())
     {
-        roRun.poStore->Start();
+        Notice_Say(roRun.szWarning);
     }
-    if (roRun.poJournal)
-    {
-        roRun.poJournal->Start();
-    }
-    roRun.poRun->Start();
-    return true;
+    return {};
 }
 
 std::string MakeStatus(const IWatchReader& roReader)
@@ -243,29 +259,24 @@ int ServeCommand_Run(const SServeOptions& roOptions)
                                                          { return WatchJson_Print(WatchJson_FromEvent(roEvent)); });
     }
     CSignalWatch oSignals;
-    oSignals.Start(uiEndMs, iExitOk,
-                   [&oRun]
-                   {
-                       if (oRun.poJournal)
-                       {
-                           oRun.poJournal->Reopen();
-                       }
-                       ReloadServer(oRun);
-                   });
-    std::string szFault;
-    int iStatus = iExitOk;
-    if (Begin(roOptions, oRun, szFault))
+    CFault oFault = oSignals.Start(uiEndMs, iExitOk,
+                                   [&oRun]
+                                   {
+                                       if (oRun.poJournal)
+                                       {
+                                           oRun.poJournal->Reopen();
+                                       }
+                                       ReloadServer(oRun);
+                                   });
+    oFault = oFault ? oFault : Begin(roOptions, oRun);
+    const int iStatus = oFault ? iExitFailure : iExitOk;
+    if (oFault)
     {
-        if (!szFault.empty())
-        {
-            Notice_Say(szFault);
-        }
-        Watch(oRun, oSignals);
+        Notice_Say(oFault.GetText());
     }
     else
     {
-        Notice_Say(szFault);
-        iStatus = iExitFailure;
+        Watch(oRun, oSignals);
     }
     if (!End(oRun))
     {

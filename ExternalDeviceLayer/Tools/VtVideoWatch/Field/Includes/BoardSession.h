@@ -41,16 +41,11 @@ public:
     CBoardSession(const CBoardSession&) = delete;
     CBoardSession& operator=(const CBoardSession&) = delete;
 
-    /*
-     * Loads the SDK, opens the chip and counts its streams.
-     *   roOptions  in   see there
-     *   rszFault   out  one line that says what is wrong, without a line end
-     * False on a fault.
-     */
-    bool Open(const SBoardOptions& roOptions, std::string& rszFault);
+    /* Loads the SDK, opens the chip and counts its streams. */
+    CFault Open(const SBoardOptions& roOptions);
 
-    /* Starts the thread of every stream. False when the system gives no more threads; rszFault as above. */
-    bool Start(std::string& rszFault);
+    /* Starts the thread of every stream. */
+    CFault Start();
 
     /*
      * Ends all threads and unloads the SDK.
@@ -66,7 +61,7 @@ public:
     ERealTime GetRealTime() const { return m_poSetup->eRealTime.load(); }
 
 private:
-    bool CountStreams(std::string& rszFault);
+    CFault CountStreams();
     void ReadFacts();
 
     std::shared_ptr<SStreamSetup> m_poSetup = std::make_shared<SStreamSetup>();

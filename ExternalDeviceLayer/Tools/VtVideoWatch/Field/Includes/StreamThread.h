@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "Fault.h"
 #include "FieldRecord.h"
 #include "KrvTypes.h"
 #include "SpscRing.h"
@@ -57,8 +58,7 @@ struct SStreamChannel
  * for it. It ends within two wait time-outs once bStop is set, and then counts itself out of uiRunning.
  *   poSetup    in  shared by all
  *   poChannel  in  where it hands over
- * False when the system gives no thread.
  */
-bool StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel);
+CFault StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel);
 
 #endif

@@ -18,7 +18,7 @@ const char* GetDirectionName(EStreamDirection eDirection)
 
 } // namespace
 
-bool CBoardSession::Open(const SBoardOptions& roOptions, std::string& rszFault)
+CFault CBoardSession::Open(const SBoardOptions& roOptions)
 {
     Veltrano_LoadLite();
     m_bIsLoaded = true;
@@ -26,18 +26,16 @@ bool CBoardSession::Open(const SBoardOptions& roOptions, std::string& rszFault)
     m_poSetup->hDev = Veltrano_GetDevice(roOptions.uiChip);
     if (m_poSetup->hDev == nullptr)
     {
-        rszFault = "no board: " + BoardLibrary_GetFile() + " has no chip " + std::to_string(roOptions.uiChip);
-        return false;
+        return CFault("no board: " + BoardLibrary_GetFile() + " has no chip " + std::to_string(roOptions.uiChip));
     }
     uint32_t uiFrequencyHz = 0;
     if (VtBoard_GetTickReferenceFrequency(m_poSetup->hDev, &uiFrequencyHz) != VtStatus_OK || uiFrequencyHz == 0)
     {
-        rszFault = "the board does not tell the frequency of its reference counter";
-        return false;
+        return CFault("the board does not tell the frequency of its reference counter");
     }
     m_poSetup->uiTickFrequencyHz = uiFrequencyHz;
     ReadFacts();
-    return CountStreams(rszFault);
+    return CountStreams();
 }
 
 void CBoardSession::ReadFacts()
@@ -56,7 +54,7 @@ void CBoardSession::ReadFacts()
     }
 }
 
-bool CBoardSession::CountStreams(std::string& rszFault)
+CFault CBoardSession::CountStreams()
 {
     for (const EStreamDirection eDirection : aeDirections)
     {
@@ -67,12 +65,10 @@ bool CBoardSession::CountStreams(std::string& rszFault)
         case EStreamCount::COUNTED:
             break;
         case EStreamCount::FAILED:
-            rszFault = std::string("the board cannot count its ") + GetDirectionName(eDirection);
-            return false;
+            return CFault(std::string("the board cannot count its ") + GetDirectionName(eDirection));
         case EStreamCount::TOO_MANY:
-            rszFault = std::string("the board says that it has ") + std::to_string(uiCount) + " " +
-                       GetDirectionName(eDirection) + "; there can be " + std::to_string(uiMaxNbOfVideo);
-            return false;
+            return CFault(std::string("the board says that it has ") + std::to_string(uiCount) + " " +
+                          GetDirectionName(eDirection) + "; there can be " + std::to_string(uiMaxNbOfVideo));
         }
         for (uint32_t uiIndex = 0; uiIndex < uiCount; ++uiIndex)
         {
@@ -81,23 +77,22 @@ bool CBoardSession::CountStreams(std::string& rszFault)
             m_aoChannels[static_cast<size_t>(eDirection)].push_back(std::move(poChannel));
         }
     }
-    return true;
+    return {};
 }
 
-bool CBoardSession::Start(std::string& rszFault)
+CFault CBoardSession::Start()
 {
     for (const StreamChannels& raoChannels : m_aoChannels)
     {
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoChannels)
         {
-            if (!StreamThread_Start(m_poSetup, rpoChannel))
+            if (CFault oFault = StreamThread_Start(m_poSetup, rpoChannel))
             {
-                rszFault = "the system gives no more threads";
-                return false;
+                return oFault;
             }
         }
     }
-    return true;
+    return {};
 }
 
 bool CBoardSession::Stop(uint32_t uiTimeOutMs)

@@ -2,22 +2,17 @@
 
 #include <pthread.h>
 #include <sched.h>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "StreamId.h"
 #include "StreamLoop.h"
+#include "Threads.h"
 
 namespace
 {
 
 constexpr int iRealTimePriority = 1; // the lowest: above all ordinary work, below everything that is urgent
-
-void NameThread(const SStreamChannel& roChannel)
-{
-    pthread_setname_np(pthread_self(), StreamId_Print(roChannel.oKey).c_str());
-}
 
 void AskForRealTime(SStreamSetup& roSetup)
 {
@@ -34,7 +29,6 @@ void AskForRealTime(SStreamSetup& roSetup)
 
 void ThreadBody(const std::shared_ptr<SStreamSetup>& rpoSetup, const std::shared_ptr<SStreamChannel>& rpoChannel)
 {
-    NameThread(*rpoChannel);
     AskForRealTime(*rpoSetup);
     {
         CStreamLoop oLoop(*rpoSetup, *rpoChannel);
@@ -45,17 +39,17 @@ void ThreadBody(const std::shared_ptr<SStreamSetup>& rpoSetup, const std::shared
 
 } // namespace
 
-bool StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel)
+CFault StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel)
 {
     poSetup->uiRunning.fetch_add(1);
-    try
-    {
-        std::thread(ThreadBody, poSetup, std::move(poChannel)).detach();
-    }
-    catch (const std::system_error&)
+    std::thread oThread;
+    CFault oFault = Thread_Start(oThread, StreamId_Print(poChannel->oKey),
+                                 [poSetup, poChannel] { ThreadBody(poSetup, poChannel); });
+    if (oFault)
     {
         poSetup->uiRunning.fetch_sub(1);
-        return false;
+        return oFault;
     }
-    return true;
+    oThread.detach();
+    return oFault;
 }

@@ -14,6 +14,8 @@
 #include <functional>
 #include <thread>
 
+#include "Fault.h"
+
 class CSignalWatch
 {
 public:
@@ -29,7 +31,7 @@ public:
      *   iEndStatus   in  exit status when that time is over
      *   fnOnHangUp   in  called for each HUP, by the waiting thread; may be empty
      */
-    void Start(uint32_t uiEndMs, int iEndStatus, std::function<void()> fnOnHangUp);
+    CFault Start(uint32_t uiEndMs, int iEndStatus, std::function<void()> fnOnHangUp);
 
     /*
      * Waits until the end is asked for.

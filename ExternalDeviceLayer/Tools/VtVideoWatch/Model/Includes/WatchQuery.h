@@ -21,10 +21,11 @@ struct SHistoryQuery
 struct SEventQuery
 {
     int64_t iFromUtcNs = INT64_MIN;
-    int64_t iToUtcNs = INT64_MAX; // exclusive
-    uint64_t uiAfterNumber = 0;   // only newer ones
-    uint64_t uiKinds = ~0ULL;     // bit k: EWatchEventKind k
-    uint64_t uiInputs = ~0ULL;    // bit i: input i
+    int64_t iToUtcNs = INT64_MAX;         // exclusive
+    uint64_t uiAfterNumber = 0;           // only newer ones
+    uint64_t uiBeforeNumber = UINT64_MAX; // only older ones
+    uint64_t uiKinds = ~0ULL;             // bit k: EWatchEventKind k
+    uint64_t uiInputs = ~0ULL;            // bit i: input i
     uint64_t uiOutputs = ~0ULL;
     uint32_t uiMost = 1000; // the newest ones
 };

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "BoardSession.h"
+#include "Fault.h"
 #include "HistoryMaker.h"
 #include "WatchEngine.h"
 #include "WatchStep.h"
@@ -39,7 +40,7 @@ public:
     CWatchRun(const CWatchRun&) = delete;
     CWatchRun& operator=(const CWatchRun&) = delete;
 
-    void Start();
+    CFault Start();
     /* Analyses a last time and tells that the streams are watched no longer. Takes about 50 ms. */
     void Stop();
 

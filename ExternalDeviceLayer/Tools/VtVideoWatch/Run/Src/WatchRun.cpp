@@ -2,12 +2,12 @@
 
 #include <climits>
 #include <cstdio>
-#include <pthread.h>
 #include <unistd.h>
 #include <utility>
 
 #include "ProcessCosts.h"
 #include "StreamId.h"
+#include "Threads.h"
 #include "VideoTexts.h"
 #include "WatchClocks.h"
 
@@ -62,9 +62,9 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
     }
 }
 
-void CWatchRun::Start()
+CFault CWatchRun::Start()
 {
-    m_oThread = std::thread([this] { Run(); });
+    return Thread_Start(m_oThread, "analysis", [this] { Run(); });
 }
 
 void CWatchRun::Stop()
@@ -78,7 +78,6 @@ void CWatchRun::Stop()
 
 void CWatchRun::Run()
 {
-    pthread_setname_np(pthread_self(), "analysis");
     uint64_t uiNextAnalysisNs = ReadMonotonicNs() + uiAnalysisPeriodNs;
     while (!m_bStop.load(std::memory_order_relaxed))
     {

@@ -112,8 +112,10 @@ std::vector<std::string> CApiQuery::GetList(const char* szName) const
     std::vector<std::string> aszParts;
     const auto oValue = m_oValues.find(szName);
     std::string_view szRest = oValue == m_oValues.end() ? std::string_view() : std::string_view(oValue->second);
-    while (!szRest.empty())
+    bool bHasMore = !szRest.empty();
+    while (bHasMore)
     {
+        bHasMore = szRest.find(',') != std::string_view::npos;
         aszParts.emplace_back(TakePart(szRest, ','));
     }
     return aszParts;

@@ -191,12 +191,13 @@ SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)
 
 SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
 {
-    constexpr std::array aszNames = {"from", "to", "stream", "kind", "after", "limit"};
+    constexpr std::array aszNames = {"from", "to", "stream", "kind", "after", "before", "limit"};
     CApiQuery oQuery(roRequest.szQuery, aszNames);
     SEventQuery oEvents;
     oEvents.iFromUtcNs = oQuery.GetUtc("from", oEvents.iFromUtcNs);
     oEvents.iToUtcNs = oQuery.GetUtc("to", oEvents.iToUtcNs);
     oEvents.uiAfterNumber = oQuery.GetNumber("after", 0, 0, UINT64_MAX);
+    oEvents.uiBeforeNumber = oQuery.GetNumber("before", UINT64_MAX, 0, UINT64_MAX);
     const uint64_t uiMost = oQuery.GetNumber("limit", 100, 1, uiMostEvents);
     ReadEventFilter(oQuery, oEvents);
     if (oEvents.iFromUtcNs >= oEvents.iToUtcNs)

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "Fault.h"
 #include "WatchEvent.h"
 #include "WatchPublication.h"
 
@@ -36,9 +37,9 @@ public:
     CEventJournal(const CEventJournal&) = delete;
     CEventJournal& operator=(const CEventJournal&) = delete;
 
-    /* Opens the file, so that a wrong path is told at once. False, with the reason, when that cannot be done. */
-    bool Open(std::string& rszFault);
-    void Start();
+    /* Opens the file, so that a wrong path is told at once. */
+    CFault Open();
+    CFault Start();
 
     /* Takes events over. Thread-safe, does not block. */
     void Put(std::span<const SWatchEvent> aoEvents);
@@ -54,11 +55,11 @@ public:
 
 private:
     void Run();
-    bool WriteWaiting(std::string& rszFault);
+    CFault WriteWaiting();
     bool WriteLine(const std::string& rszLine);
     bool Reach();
     void CloseFile();
-    void Say(bool bIsWritten, const std::string& rszFault);
+    void Say(const CFault& roFault);
 
     const std::string m_szFile;
     const PrintEvent m_fnPrint;

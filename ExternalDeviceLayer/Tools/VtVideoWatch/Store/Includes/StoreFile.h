@@ -13,8 +13,10 @@
 
 #include <sqlite3.h>
 
+#include "Fault.h"
+
 // Of the file's layout; a program refuses files of a newer one.
-constexpr int iStoreVersion = 1;
+constexpr int iStoreVersion = 2;
 
 struct SStoreCloser
 {
@@ -23,23 +25,27 @@ struct SStoreCloser
 };
 using StoreFilePtr = std::unique_ptr<sqlite3, SStoreCloser>;
 
-enum class EStoreOpen : uint8_t
+// How a run of the program ended; numbers of the store.
+enum class ERunEnd : uint8_t
 {
-    OPENED,
-    REFUSED, // it cannot be a store, or may not be used: nothing that time would heal
-    FAILED   // the disk is full or gives errors: worth another try
+    OPEN,   // it runs, or was killed and nobody has written since
+    CLOSED, // it said so
+    BROKEN  // the next one said so
 };
 
 /*
- * Opens the store for writing and makes what it lacks.
- *   rszFile   in
- *   rpoFile   out  the connection; null unless the outcome is OPENED
- *   rszFault  out  one line that says what is wrong, without a line end
+ * Opens the store for writing, makes what it lacks, and brings one of an older layout to this one's.
+ *   rszFile  in
+ *   rpoFile  out  the connection; null on a fault
+ * A fault may heal when the disk is full or gives errors; a file that cannot be a store, or may not be used, stays one.
  */
-EStoreOpen StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault);
+CFault StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile);
 
-/* The same for reading; the file must be a store. */
-EStoreOpen StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault);
+/* The same for reading; the file must be a store, and stays as it is. */
+CFault StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile);
+
+/* "store FILE: what the connection says is wrong". */
+CFault StoreFile_GetFault(const std::string& rszFile, sqlite3* poFile);
 
 // A prepared statement whose values are bound in order. A null or failed statement passes everything over.
 class CStoreStatement

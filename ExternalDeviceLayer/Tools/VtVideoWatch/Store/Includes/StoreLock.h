@@ -1,6 +1,6 @@
 /*
  * Keeps two watches from writing one store: their events would overwrite each other. Held for as long as the store is
- * open for writing; gone with the process, however that ends. One thread.
+ * open for writing, by a file FILE-lock beside it; gone with the process, however that ends. One thread.
  */
 #ifndef STORE_LOCK_H
 #define STORE_LOCK_H
@@ -15,13 +15,15 @@ public:
     CStoreLock(const CStoreLock&) = delete;
     CStoreLock& operator=(const CStoreLock&) = delete;
 
-    /* Takes the lock of a file that is there. False when another one has it. */
+    /* Takes the lock of a store. False when another one has it, or none can be made. */
     bool Take(const std::string& rszFile);
 
-    /* Gives it back. Only after the database is closed: closing a second descriptor of it would drop its own locks. */
     void Release();
 
 private:
+    void Close();
+
+    std::string m_szFile;
     int m_iFile = -1;
 };
 

@@ -14,14 +14,6 @@
 #include "WatchPublication.h"
 #include "WatchReader.h"
 
-// How a run of the program ended; numbers of the store.
-enum class ERunEnd : uint8_t
-{
-    OPEN,   // it runs, or was killed and nobody has written since
-    CLOSED, // it said so
-    BROKEN  // the next one said so
-};
-
 // A run of the program.
 struct SStoreRun
 {
@@ -48,7 +40,7 @@ public:
      * Opens the store. Everything below tries that too, for the file may come into being later, and finds nothing while
      * it cannot be done.
      */
-    EStoreOpen Open(std::string& rszFault);
+    CFault Open();
 
     void FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents) override;
     void FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes) override;
@@ -58,7 +50,7 @@ public:
     std::vector<SStoreStream> FindStreams();
 
 private:
-    EStoreOpen Reach(std::string& rszFault);
+    CFault Reach();
     CStoreStatement Ask(const std::string& rszSql);
 
     const std::string m_szFile;

@@ -5,19 +5,29 @@
 #define STORE_RECOVERY_H
 
 #include <cstdint>
+#include <vector>
 
+#include "HistoryPoint.h"
 #include "StoreFile.h"
-#include "StoreWriter.h"
+
+// What an earlier run has left.
+struct SStoreRemains
+{
+    uint64_t uiLastEvent = 0;              // number of the last event
+    std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
+    int64_t iOwnRun = 0;                   // row of the run itself; 0: there is none yet
+};
 
 /*
- * Ends a run that was killed with the events that it could not write (its streams are watched no longer, from the last
- * second on that it wrote), and puts minutes away that will not go on.
- *   poFile      in
- *   iNowUtcNs   in   the begin of the new run
- *   roRemains   out  what the new run goes on with
+ * Ends runs that were killed with the events that they could not write (their streams are watched no longer, from the
+ * last second on that they wrote), and puts minutes away that will not go on.
+ *   poFile        in
+ *   iBeginUtcNs   in   the begin of the run that is to write: its own row, when the file comes back to it, stays open
+ *   iNowUtcNs     in
+ *   roRemains     out  what it goes on with
  * False when the store could not be written or read; nothing has changed then.
  */
-bool StoreRecovery_Run(sqlite3* poFile, int64_t iNowUtcNs, SStoreRemains& roRemains);
+bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains);
 
 /* Number of the last event, 0 when there is none. */
 uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile);

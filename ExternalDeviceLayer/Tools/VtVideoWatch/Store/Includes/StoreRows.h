@@ -1,30 +1,29 @@
 /*
- * Records of the watch as rows of the store, both ways. The caller's connection; no state.
+ * Records of the watch as rows of the store, both ways: SWatchEvent and SMinuteSummary. What a record's columns are
+ * stands in one list each (StoreRows.cpp). The caller's connection; no state.
  */
 #ifndef STORE_ROWS_H
 #define STORE_ROWS_H
+
+#include <string>
 
 #include "HistoryPoint.h"
 #include "StoreFile.h"
 #include "WatchEvent.h"
 
-// Columns in the order in which the operations below bind and read them.
-constexpr char szEventColumns[] = "number, utc_ns, tick, kind, direction, stream, count, value_before, value_after, "
-                                  "real_before, real_after, seconds, lock_group, members";
-constexpr char szMinuteColumns[] = "direction, stream, utc_ns, points, rate_points, phase_points, fields, observed, "
-                                   "lost, unobserved, skipped, watched_s, running_s, rate_hz, rate_stderr_hz, phase_s, "
-                                   "phase_stderr_s, phase_min_s, phase_max_s, drift, drift_stderr, jitter_rms_s, "
-                                   "lock, state";
-constexpr int iEventColumns = 14;
-constexpr int iMinuteColumns = 24;
+/* "number, utc_ns, ..." */
+template <typename TRow> std::string StoreRows_GetNames();
 
-/* "(?, ?, ...)" */
-std::string StoreRows_GetPlaces(int iColumns);
+/* "number INTEGER NOT NULL, utc_ns ...": to make a table of. */
+template <typename TRow> std::string StoreRows_GetColumns();
 
-void StoreRows_Bind(CStoreStatement& roStatement, const SWatchEvent& roEvent);
-void StoreRows_Bind(CStoreStatement& roStatement, const SMinuteSummary& roSummary);
+/* Puts rows into a table, in the place of those with the same key. */
+template <typename TRow> CStoreStatement StoreRows_Insert(sqlite3* poFile, const char* szTable);
+
+/* Binds a whole record, and reads one from the first column on. */
+template <typename TRow> CStoreStatement& StoreRows_Bind(CStoreStatement& roStatement, const TRow& roRow);
+template <typename TRow> TRow StoreRows_Read(CStoreStatement& roStatement);
+
 SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement);
-SWatchEvent StoreRows_ReadEvent(CStoreStatement& roStatement);
-SMinuteSummary StoreRows_ReadMinute(CStoreStatement& roStatement);
 
 #endif

@@ -19,17 +19,11 @@
 
 #include "StoreFile.h"
 #include "StoreLock.h"
+#include "StoreRecovery.h"
 #include "WatchStep.h"
 
 constexpr uint32_t uiMostWaitingEvents = 50000;
 constexpr uint32_t uiMostWaitingMinutes = 10000;
-
-// What an earlier run has left.
-struct SStoreRemains
-{
-    uint64_t uiLastEvent = 0;              // number of the last event
-    std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
-};
 
 class CStoreWriter
 {
@@ -44,16 +38,15 @@ public:
     CStoreWriter& operator=(const CStoreWriter&) = delete;
 
     /*
-     * Opens the store, tidies up behind a run that was killed, and tells what there is to go on with. FAILED is no
-     * reason not to go on: opening is tried again until it can be.
-     *   iNowUtcNs   in   the begin of this run
-     *   roRemains   out  see there
-     *   rszFault    out  one line without a line end
+     * Opens the store, tidies up behind a run that was killed, and tells what there is to go on with. A fault that may
+     * heal is no reason not to go on: opening is tried again until it can be.
+     *   iNowUtcNs  in   the begin of this run
+     *   roRemains  out  see there
      */
-    EStoreOpen Open(int64_t iNowUtcNs, SStoreRemains& roRemains, std::string& rszFault);
+    CFault Open(int64_t iNowUtcNs, SStoreRemains& roRemains);
 
     /* Starts the thread. */
-    void Start();
+    CFault Start();
 
     /* Takes a second over. Thread-safe, does not block. */
     void Put(const SWatchStep& roStep);
@@ -76,9 +69,9 @@ private:
 
     void Run();
     void WriteOrKeep(SWaiting& roWaiting);
-    EStoreOpen OpenFile(std::string& rszFault);
+    CFault OpenFile(int64_t iNowUtcNs, SStoreRemains& roRemains);
     void CloseFile();
-    bool Reach(std::string& rszFault);
+    CFault Reach();
     bool Write(const SWaiting& roWaiting);
     bool WriteEvents(const SWaiting& roWaiting);
     bool WriteMinutes(const SWaiting& roWaiting);
@@ -88,7 +81,7 @@ private:
     bool Prune(int64_t iNowUtcNs);
     void TakeBack(SWaiting& roWaiting);
     void Bound();
-    void Say(bool bIsWritten, const std::string& rszFault);
+    void Say(const CFault& roFault);
 
     const std::string m_szFile;
     const int64_t m_iKeepNs;

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "Notice.h"
+#include "Threads.h"
 
 namespace
 {
@@ -18,24 +18,14 @@ constexpr mode_t uiFileMode = 0640; // who may read the system's logs may read t
 
 } // namespace
 
-bool CEventJournal::Open(std::string& rszFault)
+CFault CEventJournal::Open()
 {
-    if (!Reach())
-    {
-        rszFault = "journal " + m_szFile + ": " + std::strerror(errno);
-        return false;
-    }
-    return true;
+    return Reach() ? CFault() : CFault("journal " + m_szFile + ": " + std::strerror(errno));
 }
 
-void CEventJournal::Start()
+CFault CEventJournal::Start()
 {
-    m_oThread = std::thread(
-        [this]
-        {
-            pthread_setname_np(pthread_self(), "journal");
-            Run();
-        });
+    return Thread_Start(m_oThread, "journal", [this] { Run(); });
 }
 
 void CEventJournal::Put(std::span<const SWatchEvent> aoEvents)
@@ -113,9 +103,7 @@ void CEventJournal::Run()
                 m_bIsToReopen = false;
             }
         }
-        std::string szFault;
-        const bool bIsWritten = WriteWaiting(szFault);
-        Say(bIsWritten, szFault);
+        Say(WriteWaiting());
     }
 }
 
@@ -167,7 +155,7 @@ bool CEventJournal::WriteLine(const std::string& rszLine)
     return true;
 }
 
-bool CEventJournal::WriteWaiting(std::string& rszFault)
+CFault CEventJournal::WriteWaiting()
 {
     bool bIsWritten = Reach();
     while (bIsWritten)
@@ -188,15 +176,12 @@ bool CEventJournal::WriteWaiting(std::string& rszFault)
             m_aoWaiting.pop_front();
         }
     }
-    if (!bIsWritten)
-    {
-        rszFault = std::strerror(errno);
-    }
-    return bIsWritten;
+    return bIsWritten ? CFault() : CFault(std::strerror(errno));
 }
 
-void CEventJournal::Say(bool bIsWritten, const std::string& rszFault)
+void CEventJournal::Say(const CFault& roFault)
 {
+    const bool bIsWritten = !roFault;
     const std::lock_guard oGuard(m_oMutex);
     m_uiFailures += bIsWritten ? 0 : 1;
     if (bIsWritten == m_bIsFailing)
@@ -204,7 +189,7 @@ void CEventJournal::Say(bool bIsWritten, const std::string& rszFault)
         m_bIsFailing = !bIsWritten;
         Notice_Say(bIsWritten ? "journal " + m_szFile +
                                     " is written again; lines dropped so far: " + std::to_string(m_uiDropped)
-                              : "journal " + m_szFile + " cannot be written (" + rszFault +
+                              : "journal " + m_szFile + " cannot be written (" + roFault.GetText() +
                                     "); the watch goes on, lines wait in memory");
     }
 }

@@ -1,5 +1,7 @@
 #include "StoreFile.h"
 
+#include "StoreRows.h"
+
 namespace
 {
 
@@ -8,43 +10,37 @@ constexpr int iBusyTimeOutMs = 200;
 
 // The running minutes stand apart: they are written every second, side by side, so that a second touches a few pages.
 // Once complete they move to where a stream's minutes follow each other.
-constexpr char szLayout[] = R"(
-CREATE TABLE runs(id INTEGER PRIMARY KEY, begin_ns INTEGER NOT NULL, end_ns INTEGER NOT NULL, is_closed INTEGER NOT NULL,
-    host TEXT NOT NULL, board TEXT NOT NULL, board_version INTEGER NOT NULL, inputs INTEGER NOT NULL,
-    outputs INTEGER NOT NULL);
-CREATE TABLE streams(direction INTEGER NOT NULL, stream INTEGER NOT NULL, name TEXT NOT NULL, standard TEXT NOT NULL,
-    format TEXT NOT NULL, PRIMARY KEY(direction, stream)) WITHOUT ROWID;
-CREATE TABLE events(number INTEGER PRIMARY KEY, utc_ns INTEGER NOT NULL, tick INTEGER NOT NULL, kind INTEGER NOT NULL,
-    direction INTEGER NOT NULL, stream INTEGER NOT NULL, count INTEGER NOT NULL, value_before INTEGER NOT NULL,
-    value_after INTEGER NOT NULL, real_before REAL, real_after REAL, seconds REAL, lock_group INTEGER NOT NULL,
-    members INTEGER NOT NULL);
-CREATE INDEX events_by_moment ON events(utc_ns);
-CREATE TABLE minutes(direction INTEGER NOT NULL, stream INTEGER NOT NULL, utc_ns INTEGER NOT NULL,
-    points INTEGER NOT NULL, rate_points INTEGER NOT NULL, phase_points INTEGER NOT NULL, fields INTEGER NOT NULL,
-    observed INTEGER NOT NULL, lost INTEGER NOT NULL, unobserved INTEGER NOT NULL, skipped INTEGER NOT NULL,
-    watched_s REAL, running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
-    phase_max_s REAL, drift REAL, drift_stderr REAL, jitter_rms_s REAL, lock INTEGER NOT NULL, state INTEGER NOT NULL,
-    PRIMARY KEY(direction, stream, utc_ns)) WITHOUT ROWID;
-CREATE TABLE running(direction INTEGER NOT NULL, stream INTEGER NOT NULL, utc_ns INTEGER NOT NULL,
-    points INTEGER NOT NULL, rate_points INTEGER NOT NULL, phase_points INTEGER NOT NULL, fields INTEGER NOT NULL,
-    observed INTEGER NOT NULL, lost INTEGER NOT NULL, unobserved INTEGER NOT NULL, skipped INTEGER NOT NULL,
-    watched_s REAL, running_s REAL, rate_hz REAL, rate_stderr_hz REAL, phase_s REAL, phase_stderr_s REAL, phase_min_s REAL,
-    phase_max_s REAL, drift REAL, drift_stderr REAL, jitter_rms_s REAL, lock INTEGER NOT NULL, state INTEGER NOT NULL,
-    PRIMARY KEY(direction, stream)) WITHOUT ROWID;
-)";
-
-EStoreOpen Refuse(const std::string& rszFile, const std::string& rszWhy, std::string& rszFault)
+std::string GetLayout()
 {
-    rszFault = "store " + rszFile + ": " + rszWhy;
-    return EStoreOpen::REFUSED;
+    return "CREATE TABLE runs(id INTEGER PRIMARY KEY, begin_ns INTEGER NOT NULL, end_ns INTEGER NOT NULL, "
+           "ending INTEGER NOT NULL, host TEXT NOT NULL, board TEXT NOT NULL, board_version INTEGER NOT NULL, "
+           "inputs INTEGER NOT NULL, outputs INTEGER NOT NULL);"
+           "CREATE TABLE streams(direction INTEGER NOT NULL, stream INTEGER NOT NULL, name TEXT NOT NULL, "
+           "standard TEXT NOT NULL, format TEXT NOT NULL, PRIMARY KEY(direction, stream)) WITHOUT ROWID;"
+           "CREATE TABLE events(" +
+           StoreRows_GetColumns<SWatchEvent>() +
+           ", PRIMARY KEY(number));"
+           "CREATE INDEX events_by_moment ON events(utc_ns);"
+           "CREATE TABLE minutes(" +
+           StoreRows_GetColumns<SMinuteSummary>() +
+           ", PRIMARY KEY(direction, stream, utc_ns)) WITHOUT ROWID;"
+           "CREATE TABLE running(" +
+           StoreRows_GetColumns<SMinuteSummary>() + ", PRIMARY KEY(direction, stream)) WITHOUT ROWID;";
 }
 
-EStoreOpen JudgeError(sqlite3* poFile, const std::string& rszFile, std::string& rszFault)
+// What brings a store of the layout before to this one.
+constexpr char szFromVersion1[] = "ALTER TABLE runs RENAME COLUMN is_closed TO ending;";
+
+CFault Refuse(const std::string& rszFile, const std::string& rszWhy)
 {
-    const int iError = poFile == nullptr ? SQLITE_NOMEM : sqlite3_errcode(poFile);
-    rszFault = "store " + rszFile + ": " + (poFile == nullptr ? "no memory" : sqlite3_errmsg(poFile));
-    const bool bMayHeal = iError == SQLITE_FULL || iError == SQLITE_IOERR || iError == SQLITE_BUSY;
-    return bMayHeal ? EStoreOpen::FAILED : EStoreOpen::REFUSED;
+    return CFault("store " + rszFile + ": " + rszWhy);
+}
+
+CFault Change(sqlite3* poFile, const std::string& rszFile, const std::string& rszSql)
+{
+    const std::string szAll = "BEGIN IMMEDIATE;" + rszSql + "PRAGMA application_id=" + std::to_string(iApplicationId) +
+                              ";PRAGMA user_version=" + std::to_string(iStoreVersion) + ";COMMIT;";
+    return StoreFile_Run(poFile, szAll.c_str()) ? CFault() : StoreFile_GetFault(rszFile, poFile);
 }
 
 int64_t ReadNumber(sqlite3* poFile, const char* szSql)
@@ -53,87 +49,78 @@ int64_t ReadNumber(sqlite3* poFile, const char* szSql)
     return oStatement.Next() ? oStatement.GetInt() : -1;
 }
 
-// Whether the file is a store that this program understands; an empty one becomes one when bMake is set.
-EStoreOpen CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bMake, std::string& rszFault)
+// Whether the file is a store that this program understands; bWrite: an empty one becomes one, an older one a new one.
+CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
 {
     const int64_t iApplication = ReadNumber(poFile, "PRAGMA application_id");
     const int64_t iVersion = ReadNumber(poFile, "PRAGMA user_version");
     const int64_t iTables = ReadNumber(poFile, "SELECT count(*) FROM sqlite_schema");
     if (iTables < 0)
     {
-        return JudgeError(poFile, rszFile, rszFault);
+        return StoreFile_GetFault(rszFile, poFile);
     }
-    if (bMake && iTables == 0 && iApplication == 0)
+    if (bWrite && iTables == 0 && iApplication == 0)
     {
-        const std::string szMake = std::string("BEGIN IMMEDIATE;") + szLayout +
-                                   "PRAGMA application_id=" + std::to_string(iApplicationId) +
-                                   ";PRAGMA user_version=" + std::to_string(iStoreVersion) + ";COMMIT;";
-        return StoreFile_Run(poFile, szMake.c_str()) ? EStoreOpen::OPENED : JudgeError(poFile, rszFile, rszFault);
+        return Change(poFile, rszFile, GetLayout());
     }
     if (iApplication != iApplicationId)
     {
-        return Refuse(rszFile, "is a database, but not one of this program", rszFault);
+        return Refuse(rszFile, "is a database, but not one of this program");
     }
     if (iVersion > iStoreVersion)
     {
-        return Refuse(rszFile,
-                      "was written by a newer version of this program (layout " + std::to_string(iVersion) +
-                          ", this one knows " + std::to_string(iStoreVersion) + ")",
-                      rszFault);
+        return Refuse(rszFile, "was written by a newer version of this program (layout " + std::to_string(iVersion) +
+                                   ", this one knows " + std::to_string(iStoreVersion) + ")");
     }
-    return EStoreOpen::OPENED;
+    return bWrite && iVersion < iStoreVersion ? Change(poFile, rszFile, szFromVersion1) : CFault();
 }
 
-EStoreOpen Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile, std::string& rszFault)
+CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)
 {
     sqlite3* poFile = nullptr;
     const int iResult = sqlite3_open_v2(rszFile.c_str(), &poFile, iFlags | SQLITE_OPEN_NOMUTEX, nullptr);
     rpoFile.reset(poFile);
     if (iResult != SQLITE_OK)
     {
-        const EStoreOpen eOutcome = JudgeError(poFile, rszFile, rszFault);
-        rpoFile.reset();
-        return eOutcome;
+        return StoreFile_GetFault(rszFile, poFile);
     }
     sqlite3_busy_timeout(poFile, iBusyTimeOutMs);
-    return EStoreOpen::OPENED;
+    return CheckLayout(poFile, rszFile, (iFlags & SQLITE_OPEN_READWRITE) != 0);
 }
 
 } // namespace
 
-EStoreOpen StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault)
+CFault StoreFile_GetFault(const std::string& rszFile, sqlite3* poFile)
 {
-    EStoreOpen eOutcome = Connect(rszFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, rpoFile, rszFault);
-    if (eOutcome == EStoreOpen::OPENED)
-    {
-        eOutcome = CheckLayout(rpoFile.get(), rszFile, true, rszFault);
-    }
-    // FULL: what is committed has reached the disk, so that a power cut takes the last second at most.
-    if (eOutcome == EStoreOpen::OPENED &&
-        !StoreFile_Run(rpoFile.get(), "PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;"
-                                      "PRAGMA journal_size_limit=4194304;PRAGMA cache_size=-2048"))
-    {
-        eOutcome = JudgeError(rpoFile.get(), rszFile, rszFault);
-    }
-    if (eOutcome != EStoreOpen::OPENED)
-    {
-        rpoFile.reset();
-    }
-    return eOutcome;
+    const int iError = poFile == nullptr ? SQLITE_NOMEM : sqlite3_errcode(poFile);
+    const bool bMayHeal = iError == SQLITE_FULL || iError == SQLITE_IOERR || iError == SQLITE_BUSY;
+    return CFault("store " + rszFile + ": " + (poFile == nullptr ? "no memory" : sqlite3_errmsg(poFile)), bMayHeal);
 }
 
-EStoreOpen StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile, std::string& rszFault)
+CFault StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile)
 {
-    EStoreOpen eOutcome = Connect(rszFile, SQLITE_OPEN_READONLY, rpoFile, rszFault);
-    if (eOutcome == EStoreOpen::OPENED)
+    CFault oFault = Connect(rszFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, rpoFile);
+    // FULL: what is committed has reached the disk, so that a power cut takes the last second at most.
+    if (!oFault && !StoreFile_Run(rpoFile.get(), "PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;"
+                                                 "PRAGMA journal_size_limit=4194304;PRAGMA cache_size=-2048"))
     {
-        eOutcome = CheckLayout(rpoFile.get(), rszFile, false, rszFault);
+        oFault = StoreFile_GetFault(rszFile, rpoFile.get());
     }
-    if (eOutcome != EStoreOpen::OPENED)
+    if (oFault)
     {
         rpoFile.reset();
     }
-    return eOutcome;
+    return oFault;
+}
+
+CFault StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile)
+{
+    CFault oFault = Connect(rszFile, SQLITE_OPEN_READONLY, rpoFile);
+    if (oFault)
+    {
+        rpoFile.reset();
+    }
+    return oFault;
 }
 
 bool StoreFile_Run(sqlite3* poFile, const char* szSql)

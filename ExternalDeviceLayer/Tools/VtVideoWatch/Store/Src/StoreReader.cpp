@@ -4,39 +4,42 @@
 
 #include "StoreRows.h"
 
-EStoreOpen CStoreReader::Open(std::string& rszFault)
+CFault CStoreReader::Open()
 {
     const std::lock_guard oGuard(m_oMutex);
-    return Reach(rszFault);
+    return Reach();
 }
 
 // Under the lock.
-EStoreOpen CStoreReader::Reach(std::string& rszFault)
+CFault CStoreReader::Reach()
 {
-    return m_poFile != nullptr ? EStoreOpen::OPENED : StoreFile_OpenForReading(m_szFile, m_poFile, rszFault);
+    return m_poFile != nullptr ? CFault() : StoreFile_OpenForReading(m_szFile, m_poFile);
 }
 
 // Under the lock. Without a file the statement gives no rows.
 CStoreStatement CStoreReader::Ask(const std::string& rszSql)
 {
-    std::string szFault;
-    static_cast<void>(Reach(szFault));
+    static_cast<void>(Reach());
     return {m_poFile.get(), rszSql.c_str()};
 }
 
 void CStoreReader::FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents)
 {
     const std::lock_guard oGuard(m_oMutex);
-    const std::string szSql = std::string("SELECT ") + szEventColumns +
-                              " FROM events WHERE number > ? AND number < ? AND utc_ns >= ? AND utc_ns < ?"
-                              " AND (? >> kind) & 1 ORDER BY number DESC";
+    // By moments where these are asked for, which the index has in order, and by numbers otherwise; a plus keeps the
+    // other order from being taken.
+    const bool bByMoment = roQuery.iFromUtcNs != INT64_MIN || roQuery.iToUtcNs != INT64_MAX;
+    const std::string szNumber = bByMoment ? "+number" : "number";
+    const std::string szSql = "SELECT " + StoreRows_GetNames<SWatchEvent>() + " FROM events WHERE " + szNumber +
+                              " > ? AND " + szNumber + " < ? AND utc_ns >= ? AND utc_ns < ? AND (? >> kind) & 1 " +
+                              (bByMoment ? "ORDER BY utc_ns DESC, number DESC" : "ORDER BY number DESC");
     CStoreStatement oStatement = Ask(szSql);
-    const auto uiBefore = std::min<uint64_t>(uiBeforeNumber, INT64_MAX);
+    const auto uiBefore = std::min<uint64_t>({uiBeforeNumber, roQuery.uiBeforeNumber, INT64_MAX});
     oStatement.Bind(roQuery.uiAfterNumber).Bind(uiBefore).Bind(roQuery.iFromUtcNs).Bind(roQuery.iToUtcNs);
     oStatement.Bind(roQuery.uiKinds);
     while (raoEvents.size() < roQuery.uiMost && oStatement.Next())
     {
-        const SWatchEvent oEvent = StoreRows_ReadEvent(oStatement);
+        const SWatchEvent oEvent = StoreRows_Read<SWatchEvent>(oStatement);
         if (WatchQuery_Fits(oEvent, roQuery))
         {
             raoEvents.push_back(oEvent);
@@ -48,8 +51,8 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
 {
     const std::lock_guard oGuard(m_oMutex);
     const std::string szWhere = " WHERE direction = ? AND stream = ? AND utc_ns >= ? AND utc_ns < ?";
-    const std::string szSql = std::string("SELECT ") + szMinuteColumns + " FROM minutes" + szWhere +
-                              " UNION ALL SELECT " + szMinuteColumns + " FROM running" + szWhere +
+    const std::string szSelect = "SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM ";
+    const std::string szSql = szSelect + "minutes" + szWhere + " UNION ALL " + szSelect + "running" + szWhere +
                               " ORDER BY utc_ns DESC LIMIT ?";
     CStoreStatement oStatement = Ask(szSql);
     for (int iTable = 0; iTable < 2; ++iTable)
@@ -61,7 +64,7 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
     const auto iFirst = static_cast<std::ptrdiff_t>(raoMinutes.size());
     while (oStatement.Next())
     {
-        raoMinutes.push_back(StoreRows_ReadMinute(oStatement));
+        raoMinutes.push_back(StoreRows_Read<SMinuteSummary>(oStatement));
     }
     std::reverse(raoMinutes.begin() + iFirst, raoMinutes.end());
 }
@@ -79,13 +82,14 @@ int64_t CStoreReader::GetBegin()
 std::vector<SStoreRun> CStoreReader::FindRuns(int64_t iFromUtcNs, int64_t iToUtcNs)
 {
     const std::lock_guard oGuard(m_oMutex);
-    CStoreStatement oStatement = Ask("SELECT begin_ns, end_ns, is_closed, host, board FROM runs "
-                                     "WHERE end_ns >= ? AND begin_ns < ? ORDER BY id");
+    // By places: older stores call the ending another name.
+    CStoreStatement oStatement = Ask("SELECT * FROM runs WHERE end_ns >= ? AND begin_ns < ? ORDER BY id");
     oStatement.Bind(iFromUtcNs).Bind(iToUtcNs);
     std::vector<SStoreRun> aoRuns;
     while (oStatement.Next())
     {
         SStoreRun& roRun = aoRuns.emplace_back();
+        static_cast<void>(oStatement.GetInt()); // its number
         roRun.iBeginUtcNs = oStatement.GetInt();
         roRun.iEndUtcNs = oStatement.GetInt();
         roRun.eEnd = static_cast<ERunEnd>(std::clamp<int64_t>(oStatement.GetInt(), 0, 2));

@@ -17,9 +17,7 @@ struct SOpenRun
 
 bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
 {
-    const std::string szSql =
-        std::string("INSERT INTO events(") + szEventColumns + ") VALUES " + StoreRows_GetPlaces(iEventColumns);
-    CStoreStatement oInsert(poFile, szSql.c_str());
+    CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(poFile, "events");
     uint64_t uiNumber = StoreRecovery_GetLastEvent(poFile);
     for (const EStreamDirection eDirection : aeDirections)
     {
@@ -30,20 +28,22 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
             oEvent.iUtcNs = roRun.iEndUtcNs;
             oEvent.eKind = EWatchEventKind::WATCH_ENDED;
             oEvent.oKey = {eDirection, uiIndex};
-            StoreRows_Bind(oInsert, oEvent);
-            if (!oInsert.Run())
+            if (!StoreRows_Bind(oInsert, oEvent).Run())
             {
                 return false;
             }
         }
     }
-    return CStoreStatement(poFile, "UPDATE runs SET is_closed = 2 WHERE id = ?").Bind(roRun.iRun).Run();
+    CStoreStatement oUpdate(poFile, "UPDATE runs SET ending = ? WHERE id = ?");
+    return oUpdate.Bind(static_cast<int64_t>(ERunEnd::BROKEN)).Bind(roRun.iRun).Run();
 }
 
-bool EndKilledRuns(sqlite3* poFile)
+bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun)
 {
     SOpenRun oRun;
-    CStoreStatement oFind(poFile, "SELECT id, end_ns, inputs, outputs FROM runs WHERE is_closed = 0 ORDER BY id");
+    CStoreStatement oFind(poFile, "SELECT id, end_ns, inputs, outputs FROM runs WHERE ending = ? AND id <> ? "
+                                  "ORDER BY id");
+    oFind.Bind(static_cast<int64_t>(ERunEnd::OPEN)).Bind(iOwnRun);
     while (oFind.Next())
     {
         oRun.iRun = oFind.GetInt();
@@ -60,10 +60,18 @@ bool EndKilledRuns(sqlite3* poFile)
 
 bool PutMinutesAway(sqlite3* poFile, int64_t iMinuteUtcNs)
 {
-    const std::string szMove = std::string("INSERT OR REPLACE INTO minutes(") + szMinuteColumns + ") SELECT " +
-                               szMinuteColumns + " FROM running WHERE utc_ns <> ?";
+    const std::string szNames = StoreRows_GetNames<SMinuteSummary>();
+    const std::string szMove =
+        "INSERT OR REPLACE INTO minutes(" + szNames + ") SELECT " + szNames + " FROM running WHERE utc_ns <> ?";
     return CStoreStatement(poFile, szMove.c_str()).Bind(iMinuteUtcNs).Run() &&
            CStoreStatement(poFile, "DELETE FROM running WHERE utc_ns <> ?").Bind(iMinuteUtcNs).Run();
+}
+
+int64_t FindRun(sqlite3* poFile, int64_t iBeginUtcNs)
+{
+    CStoreStatement oFind(poFile, "SELECT id FROM runs WHERE begin_ns = ? AND ending = ?");
+    oFind.Bind(iBeginUtcNs).Bind(static_cast<int64_t>(ERunEnd::OPEN));
+    return oFind.Next() ? oFind.GetInt() : 0;
 }
 
 } // namespace
@@ -74,19 +82,20 @@ uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile)
     return oStatement.Next() ? oStatement.GetUint() : 0;
 }
 
-bool StoreRecovery_Run(sqlite3* poFile, int64_t iNowUtcNs, SStoreRemains& roRemains)
+bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
-    const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile) &&
+    roRemains.iOwnRun = FindRun(poFile, iBeginUtcNs);
+    const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
                          PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
     if (!bIsDone)
     {
         static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
     }
     roRemains.uiLastEvent = StoreRecovery_GetLastEvent(poFile);
-    CStoreStatement oRunning(poFile, (std::string("SELECT ") + szMinuteColumns + " FROM running").c_str());
+    CStoreStatement oRunning(poFile, ("SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM running").c_str());
     while (oRunning.Next())
     {
-        roRemains.aoRunning.push_back(StoreRows_ReadMinute(oRunning));
+        roRemains.aoRunning.push_back(StoreRows_Read<SMinuteSummary>(oRunning));
     }
     return bIsDone;
 }

@@ -1,124 +1,255 @@
 #include "StoreRows.h"
 
+#include <array>
 #include <limits>
+#include <type_traits>
 
 namespace
 {
 
-// A value that a damaged or foreign row may carry must not leave the enumeration.
-template <typename TEnum> TEnum ReadEnum(CStoreStatement& roStatement)
+template <typename TRow> struct SColumn
 {
-    const int64_t iValue = roStatement.GetInt();
-    return iValue >= 0 && iValue < static_cast<int64_t>(TEnum::COUNT) ? static_cast<TEnum>(iValue) : TEnum{};
+    const char* szName;
+    const char* szType;
+    void (*oBind)(CStoreStatement& roStatement, const TRow& roRow);
+    void (*oRead)(CStoreStatement& roStatement, TRow& roRow);
+};
+
+template <typename TValue> void BindValue(CStoreStatement& roStatement, TValue oValue)
+{
+    if constexpr (std::is_enum_v<TValue>)
+    {
+        roStatement.Bind(static_cast<int64_t>(oValue));
+    }
+    else if constexpr (std::is_floating_point_v<TValue>)
+    {
+        roStatement.Bind(static_cast<double>(oValue));
+    }
+    else
+    {
+        roStatement.Bind(oValue);
+    }
 }
 
-void BindEstimate(CStoreStatement& roStatement, const SEstimate& roEstimate)
+template <typename TValue> void ReadValue(CStoreStatement& roStatement, TValue& roValue)
 {
-    // A number that is none becomes NULL, and so does what is not known.
-    constexpr double flNone = std::numeric_limits<double>::quiet_NaN();
-    roStatement.Bind(roEstimate.bIsValid ? roEstimate.flValue : flNone);
-    roStatement.Bind(roEstimate.bIsValid ? roEstimate.flStdErr : flNone);
+    if constexpr (std::is_same_v<TValue, EStreamDirection>)
+    {
+        roValue = roStatement.GetInt() == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT;
+    }
+    else if constexpr (std::is_enum_v<TValue>)
+    {
+        // A value that a damaged or foreign row may carry must not leave the enumeration.
+        const int64_t iValue = roStatement.GetInt();
+        const bool bIsKnown = iValue >= 0 && iValue < static_cast<int64_t>(TValue::COUNT);
+        roValue = bIsKnown ? static_cast<TValue>(iValue) : TValue{};
+    }
+    else if constexpr (std::is_floating_point_v<TValue>)
+    {
+        roValue = static_cast<TValue>(roStatement.GetDouble());
+    }
+    else
+    {
+        roValue = static_cast<TValue>(roStatement.GetInt());
+    }
 }
 
-SEstimate ReadEstimate(CStoreStatement& roStatement)
+// A member of a record; fnGet has no state and gives a reference to it.
+template <typename TRow, typename TGet> constexpr SColumn<TRow> Of(const char* szName, TGet /*fnGet*/)
 {
-    SEstimate oEstimate;
-    oEstimate.bIsValid = !roStatement.IsNextNull();
-    oEstimate.flValue = roStatement.GetDouble();
-    oEstimate.flStdErr = roStatement.GetDouble();
-    return oEstimate;
+    using Value = std::remove_cvref_t<decltype(TGet{}(std::declval<TRow&>()))>;
+    return {szName, std::is_floating_point_v<Value> ? "REAL" : "INTEGER NOT NULL",
+            [](CStoreStatement& roStatement, const TRow& roRow) { BindValue<Value>(roStatement, TGet{}(roRow)); },
+            [](CStoreStatement& roStatement, TRow& roRow) { ReadValue<Value>(roStatement, TGet{}(roRow)); }};
 }
 
-template <typename TEnum> int64_t ToNumber(TEnum eValue)
+// The value of an estimate: NULL when it is not known, as a number that is none becomes.
+template <typename TRow, typename TGet> constexpr SColumn<TRow> ValueOf(const char* szName, TGet /*fnGet*/)
 {
-    return static_cast<int64_t>(eValue);
+    return {szName, "REAL",
+            [](CStoreStatement& roStatement, const TRow& roRow)
+            {
+                const SEstimate& roEstimate = TGet{}(roRow);
+                roStatement.Bind(roEstimate.bIsValid ? roEstimate.flValue : std::numeric_limits<double>::quiet_NaN());
+            },
+            [](CStoreStatement& roStatement, TRow& roRow)
+            {
+                TGet{}(roRow).bIsValid = !roStatement.IsNextNull();
+                TGet{}(roRow).flValue = roStatement.GetDouble();
+            }};
+}
+
+// Its standard error, likewise.
+template <typename TRow, typename TGet> constexpr SColumn<TRow> ErrorOf(const char* szName, TGet /*fnGet*/)
+{
+    return {szName, "REAL",
+            [](CStoreStatement& roStatement, const TRow& roRow)
+            {
+                const SEstimate& roEstimate = TGet{}(roRow);
+                roStatement.Bind(roEstimate.bIsValid ? roEstimate.flStdErr : std::numeric_limits<double>::quiet_NaN());
+            },
+            [](CStoreStatement& roStatement, TRow& roRow) { TGet{}(roRow).flStdErr = roStatement.GetDouble(); }};
+}
+
+using E = SWatchEvent;
+using M = SMinuteSummary;
+
+template <typename TRow> constexpr std::array<SColumn<TRow>, 0> aoColumns = {};
+
+template <>
+constexpr std::array aoColumns<E> = {
+    Of<E>(
+        "number", [](auto& roEvent) -> auto& { return roEvent.uiNumber; }),
+    Of<E>(
+        "utc_ns", [](auto& roEvent) -> auto& { return roEvent.iUtcNs; }),
+    Of<E>(
+        "tick", [](auto& roEvent) -> auto& { return roEvent.uiTick; }),
+    Of<E>(
+        "kind", [](auto& roEvent) -> auto& { return roEvent.eKind; }),
+    Of<E>(
+        "direction", [](auto& roEvent) -> auto& { return roEvent.oKey.eDirection; }),
+    Of<E>(
+        "stream", [](auto& roEvent) -> auto& { return roEvent.oKey.uiIndex; }),
+    Of<E>(
+        "count", [](auto& roEvent) -> auto& { return roEvent.uiCount; }),
+    Of<E>(
+        "value_before", [](auto& roEvent) -> auto& { return roEvent.uiBefore; }),
+    Of<E>(
+        "value_after", [](auto& roEvent) -> auto& { return roEvent.uiAfter; }),
+    Of<E>(
+        "real_before", [](auto& roEvent) -> auto& { return roEvent.flBefore; }),
+    Of<E>(
+        "real_after", [](auto& roEvent) -> auto& { return roEvent.flAfter; }),
+    Of<E>(
+        "seconds", [](auto& roEvent) -> auto& { return roEvent.flSeconds; }),
+    Of<E>(
+        "lock_group", [](auto& roEvent) -> auto& { return roEvent.uiGroup; }),
+    Of<E>(
+        "members", [](auto& roEvent) -> auto& { return roEvent.uiMembers; }),
+};
+
+template <>
+constexpr std::array aoColumns<M> = {
+    Of<M>(
+        "direction", [](auto& roMinute) -> auto& { return roMinute.oKey.eDirection; }),
+    Of<M>(
+        "stream", [](auto& roMinute) -> auto& { return roMinute.oKey.uiIndex; }),
+    Of<M>(
+        "utc_ns", [](auto& roMinute) -> auto& { return roMinute.oPoint.iUtcNs; }),
+    Of<M>(
+        "points", [](auto& roMinute) -> auto& { return roMinute.uiPoints; }),
+    Of<M>(
+        "rate_points", [](auto& roMinute) -> auto& { return roMinute.uiRatePoints; }),
+    Of<M>(
+        "phase_points", [](auto& roMinute) -> auto& { return roMinute.uiPhasePoints; }),
+    Of<M>(
+        "fields", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiFields; }),
+    Of<M>(
+        "observed", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiObserved; }),
+    Of<M>(
+        "lost", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiLost; }),
+    Of<M>(
+        "unobserved", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiUnobserved; }),
+    Of<M>(
+        "skipped", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiSkipped; }),
+    Of<M>(
+        "watched_s", [](auto& roMinute) -> auto& { return roMinute.flWatchedSeconds; }),
+    Of<M>(
+        "running_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.flRunningSeconds; }),
+    ValueOf<M>(
+        "rate_hz", [](auto& roMinute) -> auto& { return roMinute.oPoint.oRateHz; }),
+    ErrorOf<M>(
+        "rate_stderr_hz", [](auto& roMinute) -> auto& { return roMinute.oPoint.oRateHz; }),
+    ValueOf<M>(
+        "phase_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.oPhaseSeconds; }),
+    ErrorOf<M>(
+        "phase_stderr_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.oPhaseSeconds; }),
+    Of<M>(
+        "phase_min_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.flPhaseMinSeconds; }),
+    Of<M>(
+        "phase_max_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.flPhaseMaxSeconds; }),
+    ValueOf<M>(
+        "drift", [](auto& roMinute) -> auto& { return roMinute.oPoint.oDriftRatio; }),
+    ErrorOf<M>(
+        "drift_stderr", [](auto& roMinute) -> auto& { return roMinute.oPoint.oDriftRatio; }),
+    Of<M>(
+        "jitter_rms_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.flJitterRmsSeconds; }),
+    Of<M>(
+        "lock", [](auto& roMinute) -> auto& { return roMinute.oPoint.eLock; }),
+    Of<M>(
+        "state", [](auto& roMinute) -> auto& { return roMinute.oPoint.eState; }),
+};
+
+// What every column is said by, with commas between.
+template <typename TRow, typename TSay> std::string Join(TSay fnSay)
+{
+    std::string szText;
+    for (const SColumn<TRow>& roColumn : aoColumns<TRow>)
+    {
+        szText += (szText.empty() ? "" : ", ") + fnSay(roColumn);
+    }
+    return szText;
 }
 
 } // namespace
 
-std::string StoreRows_GetPlaces(int iColumns)
+template <typename TRow> std::string StoreRows_GetNames()
 {
-    std::string szPlaces = "(?";
-    for (int iColumn = 1; iColumn < iColumns; ++iColumn)
+    return Join<TRow>([](const SColumn<TRow>& roColumn) { return std::string(roColumn.szName); });
+}
+
+template <typename TRow> std::string StoreRows_GetColumns()
+{
+    return Join<TRow>([](const SColumn<TRow>& roColumn)
+                      { return std::string(roColumn.szName) + " " + roColumn.szType; });
+}
+
+template <typename TRow> CStoreStatement StoreRows_Insert(sqlite3* poFile, const char* szTable)
+{
+    const std::string szPlaces = Join<TRow>([](const SColumn<TRow>& /*roColumn*/) { return std::string("?"); });
+    const std::string szSql = std::string("INSERT OR REPLACE INTO ") + szTable + "(" + StoreRows_GetNames<TRow>() +
+                              ") VALUES (" + szPlaces + ")";
+    return {poFile, szSql.c_str()};
+}
+
+template <typename TRow> CStoreStatement& StoreRows_Bind(CStoreStatement& roStatement, const TRow& roRow)
+{
+    for (const SColumn<TRow>& roColumn : aoColumns<TRow>)
     {
-        szPlaces += ", ?";
+        roColumn.oBind(roStatement, roRow);
     }
-    return szPlaces + ")";
+    return roStatement;
+}
+
+template <typename TRow> TRow StoreRows_Read(CStoreStatement& roStatement)
+{
+    TRow oRow = {};
+    if constexpr (std::is_same_v<TRow, SMinuteSummary>)
+    {
+        oRow.oPoint.uiSeconds = 60;
+    }
+    for (const SColumn<TRow>& roColumn : aoColumns<TRow>)
+    {
+        roColumn.oRead(roStatement, oRow);
+    }
+    return oRow;
 }
 
 SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement)
 {
-    const bool bIsInput = roStatement.GetInt() == 0;
-    return {bIsInput ? EStreamDirection::INPUT : EStreamDirection::OUTPUT, roStatement.GetUint32()};
+    SStreamKey oKey;
+    ReadValue(roStatement, oKey.eDirection);
+    ReadValue(roStatement, oKey.uiIndex);
+    return oKey;
 }
 
-void StoreRows_Bind(CStoreStatement& roStatement, const SWatchEvent& roEvent)
-{
-    roStatement.Bind(roEvent.uiNumber).Bind(roEvent.iUtcNs).Bind(roEvent.uiTick).Bind(ToNumber(roEvent.eKind));
-    roStatement.Bind(ToNumber(roEvent.oKey.eDirection)).Bind(roEvent.oKey.uiIndex).Bind(roEvent.uiCount);
-    roStatement.Bind(roEvent.uiBefore).Bind(roEvent.uiAfter).Bind(roEvent.flBefore).Bind(roEvent.flAfter);
-    roStatement.Bind(roEvent.flSeconds).Bind(roEvent.uiGroup).Bind(roEvent.uiMembers);
-}
-
-SWatchEvent StoreRows_ReadEvent(CStoreStatement& roStatement)
-{
-    SWatchEvent oEvent = {};
-    oEvent.uiNumber = roStatement.GetUint();
-    oEvent.iUtcNs = roStatement.GetInt();
-    oEvent.uiTick = roStatement.GetUint();
-    oEvent.eKind = ReadEnum<EWatchEventKind>(roStatement);
-    oEvent.oKey = StoreRows_ReadKey(roStatement);
-    oEvent.uiCount = roStatement.GetUint();
-    oEvent.uiBefore = roStatement.GetUint();
-    oEvent.uiAfter = roStatement.GetUint();
-    oEvent.flBefore = roStatement.GetDouble();
-    oEvent.flAfter = roStatement.GetDouble();
-    oEvent.flSeconds = roStatement.GetDouble();
-    oEvent.uiGroup = roStatement.GetUint32();
-    oEvent.uiMembers = roStatement.GetUint32();
-    return oEvent;
-}
-
-void StoreRows_Bind(CStoreStatement& roStatement, const SMinuteSummary& roSummary)
-{
-    const SHistoryPoint& roPoint = roSummary.oPoint;
-    roStatement.Bind(ToNumber(roSummary.oKey.eDirection)).Bind(roSummary.oKey.uiIndex).Bind(roPoint.iUtcNs);
-    roStatement.Bind(roSummary.uiPoints).Bind(roSummary.uiRatePoints).Bind(roSummary.uiPhasePoints);
-    roStatement.Bind(roPoint.uiFields).Bind(roPoint.uiObserved).Bind(roPoint.uiLost).Bind(roPoint.uiUnobserved);
-    roStatement.Bind(roPoint.uiSkipped)
-        .Bind(roSummary.flWatchedSeconds)
-        .Bind(static_cast<double>(roPoint.flRunningSeconds));
-    BindEstimate(roStatement, roPoint.oRateHz);
-    BindEstimate(roStatement, roPoint.oPhaseSeconds);
-    roStatement.Bind(roPoint.flPhaseMinSeconds).Bind(roPoint.flPhaseMaxSeconds);
-    BindEstimate(roStatement, roPoint.oDriftRatio);
-    roStatement.Bind(roPoint.flJitterRmsSeconds).Bind(ToNumber(roPoint.eLock)).Bind(ToNumber(roPoint.eState));
-}
-
-SMinuteSummary StoreRows_ReadMinute(CStoreStatement& roStatement)
-{
-    SMinuteSummary oSummary;
-    SHistoryPoint& roPoint = oSummary.oPoint;
-    oSummary.oKey = StoreRows_ReadKey(roStatement);
-    roPoint.iUtcNs = roStatement.GetInt();
-    roPoint.uiSeconds = 60;
-    oSummary.uiPoints = roStatement.GetUint32();
-    oSummary.uiRatePoints = roStatement.GetUint32();
-    oSummary.uiPhasePoints = roStatement.GetUint32();
-    roPoint.uiFields = roStatement.GetUint32();
-    roPoint.uiObserved = roStatement.GetUint32();
-    roPoint.uiLost = roStatement.GetUint32();
-    roPoint.uiUnobserved = roStatement.GetUint32();
-    roPoint.uiSkipped = roStatement.GetUint32();
-    oSummary.flWatchedSeconds = roStatement.GetDouble();
-    roPoint.flRunningSeconds = static_cast<float>(roStatement.GetDouble());
-    roPoint.oRateHz = ReadEstimate(roStatement);
-    roPoint.oPhaseSeconds = ReadEstimate(roStatement);
-    roPoint.flPhaseMinSeconds = roStatement.GetDouble();
-    roPoint.flPhaseMaxSeconds = roStatement.GetDouble();
-    roPoint.oDriftRatio = ReadEstimate(roStatement);
-    roPoint.flJitterRmsSeconds = roStatement.GetDouble();
-    roPoint.eLock = ReadEnum<ELockState>(roStatement);
-    roPoint.eState = ReadEnum<EStreamState>(roStatement);
-    return oSummary;
-}
+template std::string StoreRows_GetNames<SWatchEvent>();
+template std::string StoreRows_GetNames<SMinuteSummary>();
+template std::string StoreRows_GetColumns<SWatchEvent>();
+template std::string StoreRows_GetColumns<SMinuteSummary>();
+template CStoreStatement StoreRows_Insert<SWatchEvent>(sqlite3*, const char*);
+template CStoreStatement StoreRows_Insert<SMinuteSummary>(sqlite3*, const char*);
+template CStoreStatement& StoreRows_Bind(CStoreStatement&, const SWatchEvent&);
+template CStoreStatement& StoreRows_Bind(CStoreStatement&, const SMinuteSummary&);
+template SWatchEvent StoreRows_Read(CStoreStatement&);
+template SMinuteSummary StoreRows_Read(CStoreStatement&);

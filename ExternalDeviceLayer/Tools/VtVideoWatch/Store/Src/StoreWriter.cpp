@@ -1,11 +1,11 @@
 #include "StoreWriter.h"
 
-#include <pthread.h>
 #include <utility>
 
 #include "Notice.h"
 #include "StoreRecovery.h"
 #include "StoreRows.h"
+#include "Threads.h"
 #include "WatchClocks.h"
 
 namespace
@@ -24,28 +24,28 @@ CStoreWriter::CStoreWriter(std::string szFile, uint32_t uiKeepDays)
 {
 }
 
-EStoreOpen CStoreWriter::Open(int64_t iNowUtcNs, SStoreRemains& roRemains, std::string& rszFault)
+CFault CStoreWriter::Open(int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
     m_iBeginUtcNs = iNowUtcNs;
-    const EStoreOpen eOutcome = OpenFile(rszFault);
-    if (eOutcome == EStoreOpen::OPENED && !StoreRecovery_Run(m_poFile.get(), iNowUtcNs, roRemains))
-    {
-        rszFault = "store " + m_szFile + ": " + sqlite3_errmsg(m_poFile.get());
-        return EStoreOpen::FAILED;
-    }
-    return eOutcome;
+    return OpenFile(iNowUtcNs, roRemains);
 }
 
-EStoreOpen CStoreWriter::OpenFile(std::string& rszFault)
+CFault CStoreWriter::OpenFile(int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
-    const EStoreOpen eOutcome = StoreFile_OpenForWriting(m_szFile, m_poFile, rszFault);
-    if (eOutcome == EStoreOpen::OPENED && !m_oLock.Take(m_szFile))
+    CFault oFault = StoreFile_OpenForWriting(m_szFile, m_poFile);
+    if (!oFault && !m_oLock.Take(m_szFile))
     {
-        CloseFile();
-        rszFault = "store " + m_szFile + ": another watch writes it";
-        return EStoreOpen::REFUSED;
+        oFault = CFault("store " + m_szFile + ": another watch writes it");
     }
-    return eOutcome;
+    else if (!oFault && !StoreRecovery_Run(m_poFile.get(), m_iBeginUtcNs, iNowUtcNs, roRemains))
+    {
+        oFault = CFault(StoreFile_GetFault(m_szFile, m_poFile.get()).GetText(), true);
+    }
+    if (oFault)
+    {
+        CloseFile(); // all of it is tried again
+    }
+    return oFault;
 }
 
 void CStoreWriter::CloseFile()
@@ -54,14 +54,9 @@ void CStoreWriter::CloseFile()
     m_oLock.Release();
 }
 
-void CStoreWriter::Start()
+CFault CStoreWriter::Start()
 {
-    m_oThread = std::thread(
-        [this]
-        {
-            pthread_setname_np(pthread_self(), "store");
-            Run();
-        });
+    return Thread_Start(m_oThread, "store", [this] { Run(); });
 }
 
 void CStoreWriter::Put(const SWatchStep& roStep)
@@ -144,15 +139,14 @@ void CStoreWriter::Run()
 
 void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
 {
-    std::string szFault;
+    CFault oFault = Reach();
     const int64_t iRunBefore = m_iRun;
-    const bool bIsWritten = Reach(szFault) && Write(roWaiting);
-    if (!bIsWritten)
+    if (!oFault && !Write(roWaiting))
     {
-        if (szFault.empty())
-        {
-            szFault = sqlite3_errmsg(m_poFile.get());
-        }
+        oFault = CFault(sqlite3_errmsg(m_poFile.get()));
+    }
+    if (oFault)
+    {
         // What the transaction seemed to have written is to be written again.
         static_cast<void>(StoreFile_Run(m_poFile.get(), "ROLLBACK"));
         m_iRun = m_poFile == nullptr ? 0 : iRunBefore;
@@ -160,11 +154,11 @@ void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
         m_aaoWrittenTexts = {};
         TakeBack(roWaiting);
     }
-    Say(bIsWritten, szFault);
+    Say(oFault);
 }
 
 // Sees to it that there is a file to write to: the first may have been impossible to open, a later one may be gone.
-bool CStoreWriter::Reach(std::string& rszFault)
+CFault CStoreWriter::Reach()
 {
     if (m_poFile != nullptr && HasMoved(m_poFile.get()))
     {
@@ -172,19 +166,18 @@ bool CStoreWriter::Reach(std::string& rszFault)
     }
     if (m_poFile != nullptr)
     {
-        return true;
-    }
-    m_iRun = 0;
-    m_aaoWrittenTexts = {};
-    if (OpenFile(rszFault) != EStoreOpen::OPENED)
-    {
-        return false;
+        return {};
     }
     SStoreRemains oRemains;
-    static_cast<void>(StoreRecovery_Run(m_poFile.get(), ReadClockNs(CLOCK_REALTIME), oRemains));
-    const std::lock_guard oGuard(m_oMutex);
-    m_uiShift = oRemains.uiLastEvent;
-    return true;
+    if (CFault oFault = OpenFile(ReadClockNs(CLOCK_REALTIME), oRemains))
+    {
+        return oFault;
+    }
+    // A file that comes back has this run already, with the numbers of its events.
+    m_iRun = oRemains.iOwnRun;
+    m_uiShift = m_iRun == 0 ? oRemains.uiLastEvent : m_uiShift;
+    m_aaoWrittenTexts = {};
+    return {};
 }
 
 void CStoreWriter::TakeBack(SWaiting& roWaiting)
@@ -199,8 +192,9 @@ void CStoreWriter::TakeBack(SWaiting& roWaiting)
     Bound();
 }
 
-void CStoreWriter::Say(bool bIsWritten, const std::string& rszFault)
+void CStoreWriter::Say(const CFault& roFault)
 {
+    const bool bIsWritten = !roFault;
     const std::lock_guard oGuard(m_oMutex);
     m_uiFailures += bIsWritten ? 0 : 1;
     if (bIsWritten == m_bIsFailing)
@@ -208,7 +202,7 @@ void CStoreWriter::Say(bool bIsWritten, const std::string& rszFault)
         m_bIsFailing = !bIsWritten;
         Notice_Say(bIsWritten
                        ? "store " + m_szFile + " is written again; rows dropped so far: " + std::to_string(m_uiDropped)
-                       : "store " + m_szFile + " cannot be written (" + rszFault +
+                       : "store " + m_szFile + " cannot be written (" + roFault.GetText() +
                              "); the watch goes on, rows wait in memory");
     }
 }
@@ -232,7 +226,7 @@ bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
     if (m_iRun == 0)
     {
         CStoreStatement oInsert(m_poFile.get(),
-                                "INSERT INTO runs(begin_ns, end_ns, is_closed, host, board, board_version, inputs, "
+                                "INSERT INTO runs(begin_ns, end_ns, ending, host, board, board_version, inputs, "
                                 "outputs) VALUES (?, 0, 0, ?, ?, ?, ?, ?)");
         oInsert.Bind(m_iBeginUtcNs).Bind(roLatest.szHost).Bind(roLatest.szBoard).Bind(roLatest.uiBoardVersion);
         oInsert.Bind(static_cast<uint64_t>(roLatest.aaoTexts[0].size()));
@@ -243,8 +237,10 @@ bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
         }
     }
     const int64_t iRun = m_iRun == 0 ? sqlite3_last_insert_rowid(m_poFile.get()) : m_iRun;
-    CStoreStatement oUpdate(m_poFile.get(), "UPDATE runs SET end_ns = ?, is_closed = ? WHERE id = ?");
-    oUpdate.Bind(roLatest.oSnapshot.oClock.iUtcNs).Bind(static_cast<int64_t>(roWaiting.bIsLast)).Bind(iRun);
+    CStoreStatement oUpdate(m_poFile.get(), "UPDATE runs SET end_ns = ?, ending = ? WHERE id = ?");
+    oUpdate.Bind(roLatest.oSnapshot.oClock.iUtcNs)
+        .Bind(static_cast<int64_t>(roWaiting.bIsLast ? ERunEnd::CLOSED : ERunEnd::OPEN))
+        .Bind(iRun);
     if (!oUpdate.Run())
     {
         return false;
@@ -255,14 +251,11 @@ bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
 
 bool CStoreWriter::WriteEvents(const SWaiting& roWaiting)
 {
-    const std::string szSql = std::string("INSERT OR REPLACE INTO events(") + szEventColumns + ") VALUES " +
-                              StoreRows_GetPlaces(iEventColumns);
-    CStoreStatement oInsert(m_poFile.get(), szSql.c_str());
+    CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(m_poFile.get(), "events");
     for (SWatchEvent oEvent : roWaiting.aoEvents)
     {
         oEvent.uiNumber += m_uiShift;
-        StoreRows_Bind(oInsert, oEvent);
-        if (!oInsert.Run())
+        if (!StoreRows_Bind(oInsert, oEvent).Run())
         {
             return false;
         }
@@ -272,14 +265,12 @@ bool CStoreWriter::WriteEvents(const SWaiting& roWaiting)
 
 bool CStoreWriter::WriteMinutes(const SWaiting& roWaiting)
 {
-    const std::string szValues = std::string("(") + szMinuteColumns + ") VALUES " + StoreRows_GetPlaces(iMinuteColumns);
-    CStoreStatement oComplete(m_poFile.get(), ("INSERT OR REPLACE INTO minutes" + szValues).c_str());
-    CStoreStatement oRunning(m_poFile.get(), ("INSERT OR REPLACE INTO running" + szValues).c_str());
+    CStoreStatement oComplete = StoreRows_Insert<SMinuteSummary>(m_poFile.get(), "minutes");
+    CStoreStatement oRunning = StoreRows_Insert<SMinuteSummary>(m_poFile.get(), "running");
     for (const auto& [oKey, roMinute] : roWaiting.aoMinutes)
     {
         CStoreStatement& roInsert = roMinute.bIsComplete ? oComplete : oRunning;
-        StoreRows_Bind(roInsert, roMinute);
-        if (!roInsert.Run())
+        if (!StoreRows_Bind(roInsert, roMinute).Run())
         {
             return false;
         }

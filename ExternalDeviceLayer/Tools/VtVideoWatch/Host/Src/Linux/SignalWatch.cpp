@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Threads.h"
 #include "WatchClocks.h"
 
 namespace
@@ -25,7 +26,7 @@ bool IsReadable(const pollfd& roFile)
 
 } // namespace
 
-void CSignalWatch::Start(uint32_t uiEndMs, int iEndStatus, std::function<void()> fnOnHangUp)
+CFault CSignalWatch::Start(uint32_t uiEndMs, int iEndStatus, std::function<void()> fnOnHangUp)
 {
     m_uiEndMs = uiEndMs;
     m_iEndStatus = iEndStatus;
@@ -42,7 +43,7 @@ void CSignalWatch::Start(uint32_t uiEndMs, int iEndStatus, std::function<void()>
     m_iSignals = signalfd(-1, &oSignals, SFD_CLOEXEC | SFD_NONBLOCK);
     m_iEnd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     m_iOver = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    m_oThread = std::thread([this] { Run(); });
+    return Thread_Start(m_oThread, "signals", [this] { Run(); });
 }
 
 CSignalWatch::~CSignalWatch()
@@ -67,7 +68,6 @@ bool CSignalWatch::AwaitEnd(uint32_t uiTimeOutMs)
 
 void CSignalWatch::Run()
 {
-    pthread_setname_np(pthread_self(), "signals");
     uint64_t uiLimitNs = 0; // 0: no end is near
     while (!m_bIsOver.load())
     {
