@@ -172,18 +172,29 @@ std::unique_ptr<CHttpDaemon> MakeDaemon(SHttpServer& roServer, const SHttpKeys* 
     return DoHumbly([&] { return poDaemon->Start(uiMost, poKeys); }) ? std::move(poDaemon) : nullptr;
 }
 
+bool OpenDoor(SHttpServer& roServer)
+{
+    try
+    {
+        roServer.oDoor = std::thread([&roServer] { Stand(roServer); });
+    }
+    catch (const std::system_error&)
+    {
+        return false;
+    }
+    return true;
+}
+
 bool StartThreads(SHttpServer& roServer)
 {
     roServer.poPlain = MakeDaemon(roServer, nullptr);
     roServer.poTls = roServer.oKeys.szCertificate.empty() ? nullptr : MakeDaemon(roServer, &roServer.oKeys);
     const bool bHasDaemons =
         roServer.poPlain != nullptr && (roServer.poTls != nullptr || roServer.oKeys.szCertificate.empty());
-    return bHasDaemons && DoHumbly(
-                              [&roServer]
-                              {
-                                  roServer.oDoor = std::thread([&roServer] { Stand(roServer); });
-                                  return roServer.oService.oJobs.Start() && roServer.oService.oChecks.Start();
-                              });
+    return bHasDaemons &&
+           DoHumbly(
+               [&roServer]
+               { return OpenDoor(roServer) && roServer.oService.oJobs.Start() && roServer.oService.oChecks.Start(); });
 }
 
 bool ReadFiles(SHttpServer& roServer, std::string& rszProblem)
