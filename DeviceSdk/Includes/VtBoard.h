@@ -49,6 +49,7 @@ typedef enum VtBoard_CustomCallId VT_AS_UINT32
 {
     VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT = 9,
     VtBoard_CustomCallId_GET_TICK_CLOCK = 0x4C580001, /* far from the makers' own numbers, which count from 0 */
+    VtBoard_CustomCallId_GET_SHARED_CLOCK = 0x4C580002,
     VtBoard_CustomCallId_FORCE32 = 0x7FFFFFFF
 } VtBoard_CustomCallId;
 
@@ -83,6 +84,20 @@ typedef struct VtBoard_TickClockOut
     uint32_t uiReserved; /* 0 */
     int64_t iOffsetNs;   /* what the clock showed at tick 0, ns */
 } VtBoard_TickClockOut;
+
+/*
+ * Output block of GET_SHARED_CLOCK, 16 bytes; there is no input block. Only a board whose chips' counters may tick on
+ * one oscillator knows this call. Chips that answer the same uiClockId do, for good: when their counters stand at ticks
+ * t, t x 10^9 / frequency + iOffsetNs (VtBoard_GetTickReferenceFrequency) is one moment for all of them, to the
+ * nanosecond. The answer is the same at every call; VtStatus_UNSUPPORTED for a chip that shares its clock with no
+ * other.
+ */
+typedef struct VtBoard_SharedClockOut
+{
+    uint32_t uiClockId;  /* the board's own number, from 1 */
+    uint32_t uiReserved; /* 0 */
+    int64_t iOffsetNs;   /* what the shared clock showed at tick 0, ns; where that clock begins is the board's matter */
+} VtBoard_SharedClockOut;
 
 /*
  * Reads the frequency of the reference counter behind every timestamp of the chip.
@@ -130,12 +145,14 @@ VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* p
 static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
 static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
               "the blocks of the skip count are 4 and 16 bytes");
-static_assert(sizeof(VtBoard_TickClockOut) == 16, "the block of the tick clock is 16 bytes");
+static_assert(sizeof(VtBoard_TickClockOut) == 16 && sizeof(VtBoard_SharedClockOut) == 16,
+              "the blocks of the clocks are 16 bytes");
 #else
 _Static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
 _Static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
                "the blocks of the skip count are 4 and 16 bytes");
-_Static_assert(sizeof(VtBoard_TickClockOut) == 16, "the block of the tick clock is 16 bytes");
+_Static_assert(sizeof(VtBoard_TickClockOut) == 16 && sizeof(VtBoard_SharedClockOut) == 16,
+               "the blocks of the clocks are 16 bytes");
 #endif
 
 #endif

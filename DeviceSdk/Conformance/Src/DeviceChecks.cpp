@@ -12,6 +12,7 @@ void OneHandle(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiChip)
     roFindings.Expect(Veltrano_GetDevice(uiChip) == hDev,
                       "Veltrano_GetDevice() gave another handle at its second call");
     roFindings.Expect(Veltrano_GetDevice(UINT32_MAX) == nullptr, "there is a chip of index 4294967295");
+    roFindings.Expect(Veltrano_GetDevice(uiChip == 0 ? 1 : 0) != hDev, "another chip has the same handle");
     const uint64_t uiVersion = Veltrano_Version();
     roFindings.Expect(Veltrano_Version() == uiVersion, "Veltrano_Version() changes from call to call");
     Veltrano_UnLoad();
@@ -167,6 +168,37 @@ void TickClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
                             VtStatus_INVALID_PARAM, "GET_TICK_CLOCK without an output block");
 }
 
+// The other chips are asked too, for a clock is shared with one of them.
+void SharedClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiChip)
+{
+    constexpr uint32_t uiSharedClock = VtBoard_CustomCallId_GET_SHARED_CLOCK;
+    VtBoard_SharedClockOut oFirst{};
+    VtBoard_SharedClockOut oAgain{};
+    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, &oFirst, sizeof(oFirst));
+    if (eStatus == VtStatus_UNSUPPORTED)
+    {
+        return;
+    }
+    roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_SHARED_CLOCK");
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, &oAgain, sizeof(oAgain)), VtStatus_OK,
+                            "GET_SHARED_CLOCK, called again,");
+    roFindings.Expect(oFirst.uiClockId != 0, "GET_SHARED_CLOCK names the clock 0, and they count from 1");
+    roFindings.Expect(std::memcmp(&oFirst, &oAgain, sizeof(oFirst)) == 0,
+                      "GET_SHARED_CLOCK answers another clock or offset at its second call");
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, nullptr, sizeof(oFirst)),
+                            VtStatus_INVALID_PARAM, "GET_SHARED_CLOCK without an output block");
+    bool bShared = false;
+    for (uint32_t uiOther = 0; uiOther < 64; ++uiOther)
+    {
+        VtDevice_Handle hOther = uiOther == uiChip ? nullptr : Veltrano_GetDevice(uiOther);
+        bShared =
+            bShared || (hOther != nullptr &&
+                        VtBoard_CustomCall(hOther, uiSharedClock, nullptr, 0, &oAgain, sizeof(oAgain)) == VtStatus_OK &&
+                        oAgain.uiClockId == oFirst.uiClockId);
+    }
+    roFindings.Expect(bShared, "GET_SHARED_CLOCK names the clock %u, which no other chip has", oFirst.uiClockId);
+}
+
 void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
 {
     std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
@@ -212,6 +244,8 @@ std::span<const SCheck> DeviceChecks()
                CustomCalls},
         SCheck{"the clock that the ticks follow is one that there is, and stays, or the call is unsupported",
                TickClock},
+        SCheck{"a clock that the chip shares is one of another chip too, and stays, or the call is unsupported",
+               SharedClock},
         SCheck{"pixel formats have their names, unknown ones too", PixelFormatNames},
         SCheck{"the debug channel takes any text and never as a format", DebugChannel},
     };

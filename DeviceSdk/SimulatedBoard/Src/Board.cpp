@@ -51,7 +51,8 @@ CChip::CChip(const SChip& roChip, uint32_t uiIndex, const SScenario& roScenario,
       m_uiIndex(uiIndex),
       m_eTimeMode(roScenario.eTimeMode),
       m_roFaults(roFaults),
-      m_oClock(iStartNs, roScenario.flScale, roChip.uiTickFreqHz, roChip.uiTickStart),
+      m_oClock(iStartNs, roScenario.flScale * (1.0 + roChip.flClockPpm * 1e-6), roChip.uiTickFreqHz,
+               roChip.uiTickStart),
       m_uiRemovalTicks(roChip.uiRemovalTicks.value_or(uiForEver))
 {
     SStreamSetup oSetup{.oClock = m_oClock,

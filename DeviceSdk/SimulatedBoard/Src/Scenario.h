@@ -116,6 +116,9 @@ struct SChip
 {
     uint32_t uiTickFreqHz = 0;
     uint64_t uiTickStart = 0;
+    double flClockPpm = 0.0;                // how much faster the counter is than its frequency says
+    std::string szClock;                    // chips of one name tick on one clock; empty: on their own
+    uint32_t uiClockId = 0;                 // the number of that name, from 1; 0: on their own
     std::optional<uint64_t> uiRemovalTicks; // counter value at which the device goes away
     std::vector<VtBoard_ConnectorInfo> aoConnectors;
     std::vector<SStream> aoInputs;

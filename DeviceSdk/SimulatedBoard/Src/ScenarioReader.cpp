@@ -15,6 +15,7 @@ constexpr size_t uiStreamLimit = 32;
 constexpr size_t uiLockGroupLimit = 32;
 constexpr size_t uiConnectorLimit = 128;
 constexpr size_t uiFaultLimit = 256;
+constexpr uint64_t uiSharedSecondsLimit = 9'000'000'000; // as far as nanoseconds go
 constexpr uint32_t uiDefaultTickFreqHz = 100'000'000;
 
 constexpr std::array aoTimeModes = {
@@ -90,6 +91,31 @@ void CheckGroupEvents(const SChip& roChip, const SChipContext& roContext, SScena
     }
 }
 
+// Chips of one clock are equally fast; the first of them gives the clock its number.
+void ReadChipClock(CScenarioSection& roSection, SScenario& roScenario, SChip& roChip)
+{
+    (void)roSection.ReadFloat("clock_ppm", -50000.0, 50000.0, roChip.flClockPpm);
+    if (!roSection.ReadText("clock", 64, roChip.szClock))
+    {
+        return;
+    }
+    if (roChip.szClock.empty())
+    {
+        roSection.Refuse("clock", "must not be empty");
+    }
+    if (roChip.uiTickStart / roChip.uiTickFreqHz > uiSharedSecondsLimit)
+    {
+        roSection.Refuse("clock", "must not be shared by a counter that stands beyond 9e9 seconds");
+    }
+    const auto itFirst = std::ranges::find(roScenario.aoChips, roChip.szClock, &SChip::szClock);
+    const bool bFirst = itFirst == roScenario.aoChips.end();
+    roChip.uiClockId = bFirst ? static_cast<uint32_t>(roScenario.aoChips.size()) + 1 : itFirst->uiClockId;
+    if (!bFirst && itFirst->flClockPpm != roChip.flClockPpm)
+    {
+        roSection.Refuse(roSection.FindFirst({"clock_ppm", "clock"}), "is another than that of the clock's first chip");
+    }
+}
+
 void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenario, SScenarioFault& roFault)
 {
     CScenarioSection oSection(roTable, roFault);
@@ -104,6 +130,7 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     oChip.uiTickStart = static_cast<uint64_t>(iTickStart);
     oContext.uiTickFreqHz = oChip.uiTickFreqHz;
     oContext.uiTickStart = oChip.uiTickStart;
+    ReadChipClock(oSection, roScenario, oChip);
     double flRemovalS = 0.0;
     if (oSection.ReadFloat("removal_at_s", 0.0, 1e8, flRemovalS))
     {
@@ -130,6 +157,16 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     oSection.Finish();
     CheckGroupEvents(oChip, oContext, roFault);
     roScenario.aoChips.push_back(std::move(oChip));
+}
+
+// A chip that is the only one of its clock shares none.
+void ForgetLonelyClocks(std::vector<SChip>& raoChips)
+{
+    for (SChip& roChip : raoChips)
+    {
+        const bool bShared = std::ranges::count(raoChips, roChip.szClock, &SChip::szClock) > 1;
+        roChip.uiClockId = bShared ? roChip.uiClockId : 0;
+    }
 }
 
 } // namespace
@@ -197,6 +234,7 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
     {
         ReadChip(roChip, uiSeed, roScenario, roFault);
     }
+    ForgetLonelyClocks(roScenario.aoChips);
     if (roScenario.aoChips.empty())
     {
         oSection.Refuse("chip", "must be 1 to 8 tables");

@@ -40,6 +40,25 @@ VtStatus GetCaptureSkipCount(CChip& roChip, const void* pvIn, void* pvOut)
     return VtStatus_OK;
 }
 
+// The clock of all chips begins when the board is loaded.
+VtStatus GetSharedClock(const SChip& roChip, void* pvOut, uint32_t uiOutSize)
+{
+    constexpr uint64_t uiNsPerSecond = 1'000'000'000;
+    if (roChip.uiClockId == 0)
+    {
+        return VtStatus_UNSUPPORTED;
+    }
+    if (pvOut == nullptr || uiOutSize != sizeof(VtBoard_SharedClockOut))
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    const UInt128 uiNs = UInt128{roChip.uiTickStart} * uiNsPerSecond + roChip.uiTickFreqHz / 2;
+    const VtBoard_SharedClockOut oOut{
+        .uiClockId = roChip.uiClockId, .uiReserved = 0, .iOffsetNs = -static_cast<int64_t>(uiNs / roChip.uiTickFreqHz)};
+    std::memcpy(pvOut, &oOut, sizeof(oOut));
+    return VtStatus_OK;
+}
+
 } // namespace
 
 void Veltrano_LoadLite(void)
@@ -158,6 +177,10 @@ VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* p
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
+    }
+    if (uiCall == VtBoard_CustomCallId_GET_SHARED_CLOCK)
+    {
+        return GetSharedClock(oCall.GetChip().GetSpec(), pvOut, uiOutSize);
     }
     if (uiCall != VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT)
     {

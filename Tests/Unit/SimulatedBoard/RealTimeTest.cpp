@@ -87,3 +87,40 @@ TEST_F(RealTime, TimeOutsHangsLossesAndRemovalEndAWait)
     oRemover.join();
     EXPECT_EQ(Wait(hSlow, 600'000).eStatus, VtStatus_FAIL);
 }
+
+// A chip that is 5 % fast has had so many fields more, whenever somebody looks.
+TEST_F(RealTime, ChipsRunAtTheRateOfTheirOwnClocks)
+{
+    const std::string szInput = "input = [{ standard = '1080p60' }]\n[[chip]]\n";
+    Load("[time]\nmode = 'scaled'\nscale = 1000\n[[chip]]\n" + szInput +
+         "tick_frequency_hz = 27_000_000\ntick_start = 5\nclock_ppm = 50_000\ninput = [{ standard = '1080p60' }]");
+    uint64_t uiBefore = 0;
+    uint64_t uiFast = 0;
+    uint64_t uiAfter = 0;
+    do // until nothing came between two looks, and the fields are enough to tell
+    {
+        ASSERT_EQ(VtSim_GetPosition(msc_oInput, &uiBefore), VtStatus_OK);
+        ASSERT_EQ(VtSim_GetPosition({1, VtSim_Direction_INPUT, 0}, &uiFast), VtStatus_OK);
+        ASSERT_EQ(VtSim_GetPosition(msc_oInput, &uiAfter), VtStatus_OK);
+    } while (uiAfter < 10'000 || (uiAfter - uiBefore) * 100 > uiAfter);
+    EXPECT_GE(uiFast * 100 + 200, uiBefore * 105);
+    EXPECT_LE(uiFast * 100, uiAfter * 105 + 200);
+}
+
+TEST_F(RealTime, ChipsOfOneClockSaySoAndWhatTheyAreApart)
+{
+    Load("chip = [{ clock = 'a', tick_start = 100_000_000 }, { clock = 'b' }, { clock = 'a', tick_start = 54, "
+         "tick_frequency_hz = 27_000_000 }, { }]");
+    std::string szSaid;
+    for (uint32_t uiChip = 0; uiChip < 4; ++uiChip)
+    {
+        VtBoard_SharedClockOut oClock{};
+        const VtStatus eStatus = VtBoard_CustomCall(Veltrano_GetDevice(uiChip), VtBoard_CustomCallId_GET_SHARED_CLOCK,
+                                                    nullptr, 0, &oClock, sizeof(oClock));
+        szSaid += eStatus == VtStatus_OK
+                      ? std::to_string(oClock.uiClockId) + " " + std::to_string(oClock.iOffsetNs) + ","
+                      : "none,";
+        EXPECT_TRUE(eStatus == VtStatus_OK || eStatus == VtStatus_UNSUPPORTED);
+    }
+    EXPECT_EQ(szSaid, "1 -1000000000,none,1 -2000,none,");
+}

@@ -51,6 +51,8 @@ TEST(ScenarioReader, RefusesWithLineAndFault)
 - seed = '0x10000000000000000'|[[chip]] => 1: seed: must be an integer from 0 or a text "0x..." of at most 64 bits
 C tick_frequency_hz = 0 => 2: tick_frequency_hz: must be 1000 to 4000000000
 C tick_frequency_hz = 1e6 => 2: tick_frequency_hz: must be an integer
+- [[chip]]|clock = 'a'|clock_ppm = 1|[[chip]]|clock = 'a' => 5: clock: is another than that of the clock's first chip
+- [[chip]]|clock = 'a'|tick_frequency_hz = 1000|tick_start = 9_000_000_001_000 => 2: clock: must not be shared by a counter that stands beyond 9e9 seconds
 - [time]|mode = 'fast'|[[chip]] => 2: mode: "fast" is none of its names (real, scaled, stepped, granted)
 - [time]|mode = 'scaled'|[[chip]] => 2: mode: "scaled" needs a scale
 - [time]|mode = 'scaled'|scale = nan|[[chip]] => 3: scale: must be 0.001 to 1000
