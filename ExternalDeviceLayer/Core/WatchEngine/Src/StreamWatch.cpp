@@ -4,14 +4,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "BufferVerdict.h"
+
 namespace
 {
 
-constexpr double flLateWakeShare = 0.5;          // of a period: an arrival so late is a late wake
-constexpr double flMostUsualNs = 500e3;          // nothing later is usual
-constexpr double flUsualLateGain = 0.02;         // of the running mean of latenesses
-constexpr int64_t iWitnessNs = 60'000'000;       // threads that a stall held up hand in what they have within this time
-constexpr uint64_t uiMostBuffersPerField = 1000; // beyond, the counter began anew
+constexpr double flLateWakeShare = 0.5;    // of a period: an arrival so late is a late wake
+constexpr double flMostUsualNs = 500e3;    // nothing later is usual
+constexpr double flUsualLateGain = 0.02;   // of the running mean of latenesses
+constexpr int64_t iWitnessNs = 60'000'000; // threads that a stall held up hand in what they have within this time
 
 } // namespace
 
@@ -191,26 +192,21 @@ void CStreamWatch::JudgeGap(const SFieldGap& roGap)
     }
 }
 
-// Of iFields fields each shows a buffer of its own when as many were set.
 void CStreamWatch::TakeBuffers(const SFieldRecord& roRecord, int64_t iFields)
 {
-    const uint64_t uiSet = roRecord.uiSetBufferCounter - m_oLast.uiSetBufferCounter;
-    const auto uiFields = static_cast<uint64_t>(iFields);
-    if (uiSet > uiMostBuffersPerField * uiFields)
-    {
-        return;
-    }
+    const SBufferVerdict oVerdict =
+        BufferVerdict_Get(roRecord.uiSetBufferCounter - m_oLast.uiSetBufferCounter, iFields);
     SStreamCounters& roCounters = m_oFigures.oCounters;
-    roCounters.uiBuffersSet += uiSet;
-    if (uiSet < uiFields)
+    roCounters.uiBuffersSet += oVerdict.uiSet;
+    roCounters.uiBuffersRepeated += oVerdict.uiRepeated;
+    roCounters.uiBuffersOverwritten += oVerdict.uiOverwritten;
+    if (oVerdict.uiRepeated > 0)
     {
-        roCounters.uiBuffersRepeated += uiFields - uiSet;
-        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_REPEATED, roRecord.uiTick, uiFields - uiSet));
+        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_REPEATED, roRecord.uiTick, oVerdict.uiRepeated));
     }
-    else if (uiSet > uiFields)
+    if (oVerdict.uiOverwritten > 0)
     {
-        roCounters.uiBuffersOverwritten += uiSet - uiFields;
-        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_OVERWRITTEN, roRecord.uiTick, uiSet - uiFields));
+        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_OVERWRITTEN, roRecord.uiTick, oVerdict.uiOverwritten));
     }
 }
 
