@@ -59,7 +59,9 @@ export function showControls(place, model, state) {
     place.replaceChildren(...makeControls(model));
   }
   place.hidden = state.view !== "overview" && state.view !== "stream";
-  place.querySelector("#order").value = state.order;
+  const order = place.querySelector("#order");
+  order.value = state.order;
+  order.parentNode.hidden = state.view !== "overview";
   for (const direction of directions) {
     const id = state[referenceKeys[direction]];
     const select = place.querySelector(`#${referenceKeys[direction]}`);

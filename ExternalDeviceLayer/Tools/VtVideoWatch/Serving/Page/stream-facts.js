@@ -76,7 +76,7 @@ export function signalFacts(json) {
     ["Signal", json.standard],
     ["Nominal rate", nominal ? `${nominal.numerator}${over} Hz` : "not known"],
     ["Line", spanText(json.line_seconds)],
-    ["Buffers", json.format],
+    ["Pixel format", json.format],
     [json.direction === "input" ? "Capture" : "Power", json.setup.replaceAll("_", " ")],
     ["Since", `${format.utcDateTime(Date.parse(json.since))} UTC`],
   ];

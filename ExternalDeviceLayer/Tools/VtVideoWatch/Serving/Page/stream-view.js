@@ -47,7 +47,7 @@ function makeSide(id) {
   const histogram = makeHistogram();
   const root = element(
     "div",
-    {},
+    { class: "side" },
     makePanel("Signal", signal.list),
     makePanel("Intervals over the last 10 s", ...histogram.parts),
     makePanel("Measured", measured.list),
