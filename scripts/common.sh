@@ -1,7 +1,10 @@
+# shellcheck shell=bash
 # Shared by ./run, ./test and .ci/run: what is missing gets installed, what is out of date gets built.
 # Everything said here goes to standard error; standard output belongs to the program that is started.
 
 szRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# What is dear to make and does not belong to one tree.
+szUserCache="${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/vtvideomonitor"
 
 # What each part of the tree is built with: the monitor on the simulated board, the other board, the watch.
 aszMonitorPackages=(g++ cmake ninja-build pkg-config libpci-dev libtomlplusplus-dev)
@@ -12,8 +15,10 @@ aszWatchPackages=(libcli11-dev libsqlite3-dev libsystemd-dev nlohmann-json3-dev 
 aszRunPackages=("${aszMonitorPackages[@]}" "${aszLinuxBoardPackages[@]}" "${aszWatchPackages[@]}")
 aszTestPackages=(curl openssl libgtest-dev libgmock-dev libvterm-dev prometheus python3 python3-jsonschema chromium
     chromium-driver python3-selenium)
+# How CMake is told to build everything that is tested.
+aszTestOptions=(-DVT_BUILD_TESTS=ON -DVT_BUILD_WATCH=ON -DVT_BUILD_LINUX_BOARD=ON)
 aszBenchmarkPackages=(libbenchmark-dev)
-aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14)
+aszCheckPackages=(clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 shellcheck)
 aszPackagePackages=(dpkg-dev debhelper fakeroot lintian lowdown)
 aszPackageTestPackages=(mmdebstrap apt-utils man-db mandoc binutils gcc logrotate pkg-config)
 

@@ -2,8 +2,8 @@
 # VT_GUEST_BOARD names another libVeltrano.so to pack, such as one with a fault planted, which the verdicts must find.
 szHere="$szRoot/Tests/Guest"
 szBuild="$szRoot/build/release"
-szCache="$szRoot/build/guest"
-szRun="$szCache/${VT_GUEST_RUN:-$szProgram}" # what one run packs and records; two runs at once need two names
+szCache="$szUserCache/guest"
+szRun="$szRoot/build/guest/${VT_GUEST_RUN:-$szProgram}" # what one run packs and records; two runs at once need two names
 . "$szHere/kernel.sh"
 
 skip() { echo "skipped: $*"; exit 0; }
@@ -14,7 +14,7 @@ prepare_guest() {
     command -v apt-get >/dev/null || skip "this is no Debian system: its kernel packages are needed"
     (ensure_packages "${aszRunPackages[@]}" "${aszTestPackages[@]}" qemu-system-x86 busybox-static cpio kmod make binutils \
         v4l-utils xz-utils "$@") || skip "packages are missing and cannot be installed"
-    build_preset release guest-files -DVT_BUILD_TESTS=ON
+    build_preset release guest-files "${aszTestOptions[@]}"
     prepare_kernel || skip "the archive gives no kernel, headers and source of one version (no network?)"
 }
 

@@ -1,6 +1,6 @@
 # Makes the guest's kernel out of Debian's packages: the image and the modules as they are, and out of the matching source
 # what no Debian kernel has: vkms twice, under two names, and both ends of a USB cable for cameras made of software.
-# Nothing of it is committed; everything is kept in build/guest.
+# Nothing of it is committed; everything is kept in the user's cache, for all trees.
 
 # Prints the dependencies of a package that match a pattern, one a line.
 dependencies() { apt-cache depends "$1" 2>/dev/null | sed -n "s/^ *Depends: \($2\)\$/\1/p"; }
