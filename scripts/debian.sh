@@ -38,7 +38,7 @@ debian_make() {
     # It lives for some minutes: what it writes need not reach the disk.
     echo force-unsafe-io >"$2/etc/dpkg/dpkg.cfg.d/unsafe-io"
     echo 'Acquire::Check-Valid-Until "false";' >"$2/etc/apt/apt.conf.d/90any-date"
-    grep -rlE 'Acquire|Proxy' /etc/apt/apt.conf /etc/apt/apt.conf.d 2>/dev/null | xargs -r cp -t "$2/etc/apt/apt.conf.d/"
+    apt-config dump | grep -E '^Acquire::(https?|Retries)' >"$2/etc/apt/apt.conf.d/91host"
     cp -a /etc/apt/auth.conf.d /etc/apt/keyrings "$2/etc/apt/" 2>/dev/null
     cp -L /etc/resolv.conf /etc/hosts "$2/etc/"
     echo "$1" >"$2/.suite"
