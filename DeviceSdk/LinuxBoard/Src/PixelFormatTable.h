@@ -1,5 +1,5 @@
 /*
- * Buffer layouts: the kernel's four-character codes, the interface's values and their names, all from one table.
+ * Buffer layouts: the kernel's four-character codes and the interface's values, all from one table, and their names.
  * Entered by any thread, keeps nothing.
  */
 #ifndef LINUX_BOARD_PIXEL_FORMAT_TABLE_H

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ScenarioSource.h"
+#include "TextLine.h"
 
 namespace
 {
@@ -38,7 +39,7 @@ bool OpenTruth(const SScenario& roScenario, std::unique_ptr<CTruthFile>& rpoTrut
     if (rpoTruth == nullptr)
     {
         const SScenarioFault oFault{1, "cannot be written: " + std::generic_category().message(errno)};
-        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(roScenario.szTruthFile, oFault).c_str());
+        (void)std::fprintf(stderr, "%s\n", TextLine_OfFault(roScenario.szTruthFile, oFault).c_str());
     }
     return rpoTruth != nullptr;
 }

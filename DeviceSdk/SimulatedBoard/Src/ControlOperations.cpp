@@ -7,6 +7,7 @@
 #include "DebugChannel.h"
 #include "ScenarioReader.h"
 #include "ScenarioSource.h"
+#include "TextLine.h"
 
 namespace
 {
@@ -87,7 +88,7 @@ VtStatus VtSim_SetScenario(const char* szText, char* szFault, uint32_t uiFaultSi
     }
     if (szFault != nullptr && uiFaultSize > 0)
     {
-        const std::string szLine = ScenarioFault_Format(szOverrideName, oFault);
+        const std::string szLine = TextLine_OfFault(szOverrideName, oFault);
         szFault[szLine.copy(szFault, uiFaultSize - 1)] = '\0';
     }
     return VtStatus_FAIL;

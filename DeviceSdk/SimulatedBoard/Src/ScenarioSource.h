@@ -21,9 +21,6 @@ void ScenarioSource_Override(std::optional<std::string> szText);
  */
 bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro);
 
-/* "<file>:<line>: <fault>" in one line. */
-std::string ScenarioFault_Format(const std::string& rszFile, const SScenarioFault& roFault);
-
 inline constexpr const char* szOverrideName = "scenario text";
 
 #endif

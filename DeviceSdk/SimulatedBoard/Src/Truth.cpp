@@ -8,6 +8,7 @@
 
 #include "ScenarioReader.h"
 #include "ScenarioSource.h"
+#include "TextLine.h"
 
 namespace
 {
@@ -55,7 +56,7 @@ void CTruthFile::Write(const std::string& rszRows)
     if (!bWritten && !m_bFailed.exchange(true))
     {
         const SScenarioFault oFault{1, "cannot be written any more: " + std::generic_category().message(errno)};
-        (void)std::fprintf(stderr, "%s\n", ScenarioFault_Format(m_szFile, oFault).c_str());
+        (void)std::fprintf(stderr, "%s\n", TextLine_OfFault(m_szFile, oFault).c_str());
     }
 }
 

@@ -124,9 +124,7 @@ VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName)
     {
         return VtStatus_INVALID_PARAM;
     }
-    const auto uiFormat = static_cast<uint32_t>(ePixelFormat);
-    const std::string_view szKnown = aszPixelFormats[uiFormat < aszPixelFormats.size() ? uiFormat : 0];
-    szName[szKnown.copy(szName, VtTextSize_PIXEL_FORMAT_NAME - 1)] = '\0';
+    szName[PixelFormat_GetName(ePixelFormat).copy(szName, VtTextSize_PIXEL_FORMAT_NAME - 1)] = '\0';
     return VtStatus_OK;
 }
 

@@ -1,20 +1,18 @@
 #include "Board.h"
 
-#include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "GiveBack.h"
 #include "Remark.h"
+#include "TextFile.h"
+#include "TextLine.h"
+#include "TomlTree.h"
 
 namespace
 {
 
-constexpr size_t uiMaxConfigSize = size_t{1024} * 1024;
 constexpr const char* szRemedy = "; join the group video, or run as root (docs/LinuxBoard.md, \"Rights\")";
 
 std::string Joined(const std::vector<std::string>& raszTexts)
@@ -50,12 +48,6 @@ std::string ConfigFile()
     return szFile == nullptr ? std::string() : std::string(szFile);
 }
 
-/* What is said of a place in the configuration begins with that place, for editors and people to find it. */
-void SayOfConfig(const std::string& szFile, const SConfigFault& roFault)
-{
-    Remark_SayPlain(szFile + ":" + std::to_string(roFault.uiLine) + ": " + roFault.szText);
-}
-
 /* False when the file that the environment names is wrong, which was said. Without one nothing is chosen. */
 bool ReadConfig(SBoardConfig& roConfig)
 {
@@ -65,29 +57,12 @@ bool ReadConfig(SBoardConfig& roConfig)
         return true;
     }
     SConfigFault oFault;
-    std::error_code oError;
-    const bool bFile = std::filesystem::is_regular_file(szFile, oError);
-    std::ifstream oFile(bFile ? szFile : std::string());
-    std::string szText(uiMaxConfigSize + 1, '\0');
-    oFile.read(szText.data(), static_cast<std::streamsize>(szText.size()));
-    szText.resize(static_cast<size_t>(oFile.gcount()));
-    if (!bFile)
-    {
-        oFault.szText = "cannot be read: " + (oError ? oError.message() : std::string("not a regular file"));
-    }
-    else if (!oFile.is_open() || oFile.bad())
-    {
-        oFault.szText = "cannot be read: " + std::generic_category().message(errno);
-    }
-    else if (szText.size() > uiMaxConfigSize)
-    {
-        oFault.szText = "the text is longer than 1 MiB";
-    }
-    else if (BoardConfig_Parse(szText, roConfig, oFault))
+    std::string szText;
+    if (TextFile_Read(szFile, uiTomlTextLimit, szText, oFault) && BoardConfig_Parse(szText, roConfig, oFault))
     {
         return true;
     }
-    SayOfConfig(szFile, oFault);
+    Remark_SayPlain(TextLine_OfFault(szFile, oFault)); // begins with the place, for editors and people to find it
     return false;
 }
 
@@ -113,7 +88,7 @@ void Report(const SDeviceList& roDevices)
     }
     for (const SConfigFault& roFault : roDevices.aoUnmatched)
     {
-        SayOfConfig(ConfigFile(), roFault);
+        Remark_SayPlain(TextLine_OfFault(ConfigFile(), roFault));
     }
 }
 

@@ -1,22 +1,9 @@
 #include "Remark.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <syslog.h>
 
-namespace
-{
-
-/* Names come from outside: what would break a line or move a cursor becomes a blank. */
-std::string OneLine(std::string szText)
-{
-    std::replace_if(
-        szText.begin(), szText.end(),
-        [](char cCharacter) { return static_cast<unsigned char>(cCharacter) < 0x20 || cCharacter == 0x7F; }, ' ');
-    return szText;
-}
-
-} // namespace
+#include "TextLine.h"
 
 void Remark_Say(const std::string& szText)
 {
@@ -25,7 +12,7 @@ void Remark_Say(const std::string& szText)
 
 void Remark_SayPlain(const std::string& szText)
 {
-    const std::string szLine = OneLine(szText);
+    const std::string szLine = TextLine_Make(szText);
     std::fprintf(stderr, "%s\n", szLine.c_str());
     syslog(LOG_USER | LOG_NOTICE, "%s", szLine.c_str());
 }

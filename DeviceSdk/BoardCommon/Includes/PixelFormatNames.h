@@ -1,10 +1,11 @@
 /*
- * The names of pixel formats, which the SDK delivers and a scenario gives (there without the common prefix).
+ * The names of pixel formats, which the SDK delivers and texts of users give (there without the common prefix).
  */
-#ifndef SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
-#define SIMULATED_BOARD_PIXEL_FORMAT_NAMES_H
+#ifndef BOARD_COMMON_PIXEL_FORMAT_NAMES_H
+#define BOARD_COMMON_PIXEL_FORMAT_NAMES_H
 
 #include <array>
+#include <cstdint>
 #include <string_view>
 
 #include "VtVideoTypes.h"
@@ -21,5 +22,12 @@ inline constexpr std::array<std::string_view, 14> aszPixelFormats = {
 
 static_assert(aszPixelFormats[VtPixelFormat_MJPEG] == "VtPixelFormat_MJPEG");
 static_assert(aszPixelFormats[VtPixelFormat_XRGB8888] == "VtPixelFormat_XRGB8888");
+
+/* The name of any value; each ends with a NUL. Pure function. */
+constexpr std::string_view PixelFormat_GetName(VtPixelFormat eFormat)
+{
+    const auto uiFormat = static_cast<uint32_t>(eFormat);
+    return aszPixelFormats[uiFormat < aszPixelFormats.size() ? uiFormat : 0];
+}
 
 #endif
