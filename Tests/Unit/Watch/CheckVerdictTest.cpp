@@ -1,4 +1,4 @@
-#include "CheckVerdict.h"
+#include "CheckPrint.h"
 
 #include <functional>
 
@@ -170,8 +170,8 @@ TEST(CheckVerdict, BlamesTheSignalForWhatItDidAndNothingElse)
         SWatchPublication oPublication = MakePublication();
         roCase.fnChange(oOptions, oPublication);
         const SCheckVerdict oVerdict = CheckVerdict_Judge(oOptions, oPublication);
-        EXPECT_EQ(oVerdict.eVerdict, roCase.eVerdict) << roCase.szName << ": " << CheckVerdict_Print(oVerdict);
-        EXPECT_THAT(CheckVerdict_Print(oVerdict), HasSubstr(roCase.szSays)) << roCase.szName;
+        EXPECT_EQ(oVerdict.eVerdict, roCase.eVerdict) << roCase.szName << ": " << CheckPrint_Line(oVerdict);
+        EXPECT_THAT(CheckPrint_Line(oVerdict), HasSubstr(roCase.szSays)) << roCase.szName;
     }
 }
 
@@ -183,7 +183,7 @@ TEST(CheckVerdict, PrintsOneLineWithPerformanceData)
     oOptions.oRateWithinPpm = {5.0, 10.0};
     oOptions.oMostLost = {1, 2};
     const SWatchPublication oPublication = MakePublication();
-    const std::string szLine = CheckVerdict_Print(CheckVerdict_Judge(oOptions, oPublication));
+    const std::string szLine = CheckPrint_Line(CheckVerdict_Judge(oOptions, oPublication));
     EXPECT_THAT(szLine, StartsWith("VIDEO OK - 2 of 3 streams run, 1 pair in lock | "));
     EXPECT_THAT(szLine, HasSubstr(" IN_00_ppm=2.0000;-5:5;-10:10 IN_00_lost=0;1;2;0 IN_00_unobserved=0;;;0 "));
     EXPECT_THAT(szLine, HasSubstr(" IN_00_IN_01_offset=0.000005000s;;-0.000010000:0.000010000"));

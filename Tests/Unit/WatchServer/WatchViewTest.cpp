@@ -99,3 +99,15 @@ TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)
     EXPECT_EQ(oJson["last_event"]["number"], 9);
     EXPECT_EQ(oJson["last_event"]["kind"], "signal_lost");
 }
+
+TEST(WatchJsonTest, APairInStepHasNoLinesWhereTheirLengthIsNotKnown)
+{
+    SDirectionFigures oFigures;
+    oFigures.aoStreams.resize(2);
+    SPairFigures oPair;
+    oPair.uiSecond = 1;
+    oPair.oOffsetSeconds = {0.0, 1e-9, true};
+    EXPECT_TRUE(WatchJson_FromPair(EStreamDirection::INPUT, oFigures, oPair)["offset"]["lines"].is_null());
+    oFigures.aoStreams[0].flLineSeconds = 1e-5;
+    EXPECT_EQ(WatchJson_FromPair(EStreamDirection::INPUT, oFigures, oPair)["offset"]["lines"], 0.0);
+}

@@ -22,7 +22,7 @@ struct SStreamKey
 {
     EStreamDirection eDirection = EStreamDirection::INPUT;
     uint32_t uiIndex = 0;
-    auto operator<=>(const SStreamKey&) const = default;
+    auto operator<=>(const SStreamKey&) const = default; // NOLINT(modernize-use-nullptr): a false alarm
 };
 
 #endif

@@ -55,14 +55,4 @@ SCheckVerdict CheckVerdict_Judge(const SCheckOptions& roOptions, const SWatchPub
 /* "OK", "WARNING", "CRITICAL", "UNKNOWN". */
 const char* CheckVerdict_GetName(EVerdict eVerdict);
 
-/* "VIDEO OK - findings | performance data" on one line, without a line end. */
-std::string CheckVerdict_Print(const SCheckVerdict& roVerdict);
-
-/*
- * All of it as JSON on one line.
- *   uiSeconds  in  how long was watched
- */
-std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication,
-                                   uint32_t uiSeconds);
-
 #endif

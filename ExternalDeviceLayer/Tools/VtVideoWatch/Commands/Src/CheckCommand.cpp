@@ -8,7 +8,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "CheckVerdict.h"
+#include "CheckPrint.h"
 #include "SignalWatch.h"
 #include "Threads.h"
 #include "WatchClocks.h"
@@ -154,8 +154,8 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
     if (!oFault)
     {
         const SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
-        iStatus = oAnswer.Give(roOptions.bJson ? CheckVerdict_PrintJson(oVerdict, *poLast, roOptions.uiSeconds)
-                                               : CheckVerdict_Print(oVerdict),
+        iStatus = oAnswer.Give(roOptions.bJson ? CheckPrint_Json(oVerdict, *poLast, roOptions.uiSeconds)
+                                               : CheckPrint_Line(oVerdict),
                                oVerdict.eVerdict);
     }
     else

@@ -1,7 +1,7 @@
-// The words of a verdict: the line that monitoring systems read, and JSON.
+#include "CheckPrint.h"
+
 #include <nlohmann/json.hpp>
 
-#include "CheckVerdict.h"
 #include "StreamId.h"
 #include "WatchJson.h"
 #include "WatchTexts.h"
@@ -67,14 +67,14 @@ void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
         }
         for (const SPairFigures& roPair : roDirection.aoPairs)
         {
-            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roPair));
+            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roDirection, roPair));
         }
     }
 }
 
 } // namespace
 
-std::string CheckVerdict_Print(const SCheckVerdict& roVerdict)
+std::string CheckPrint_Line(const SCheckVerdict& roVerdict)
 {
     std::string szLine = std::string("VIDEO ") + CheckVerdict_GetName(roVerdict.eVerdict) + " - ";
     for (const SFinding& roFinding : roVerdict.aoFindings)
@@ -92,13 +92,12 @@ std::string CheckVerdict_Print(const SCheckVerdict& roVerdict)
     return szLine;
 }
 
-std::string CheckVerdict_PrintJson(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication,
-                                   uint32_t uiSeconds)
+std::string CheckPrint_Json(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication, uint32_t uiSeconds)
 {
     CJson oJson;
     oJson["status"] = GetLowerName(roVerdict.eVerdict);
     oJson["exit"] = static_cast<int>(roVerdict.eVerdict);
-    oJson["text"] = CheckVerdict_Print(roVerdict);
+    oJson["text"] = CheckPrint_Line(roVerdict);
     oJson["host"] = roPublication.szHost;
     oJson["seconds"] = uiSeconds;
     oJson["utc"] = WatchTexts_GetUtc(roPublication.oSnapshot.oClock.iUtcNs);

@@ -27,7 +27,7 @@ constexpr uint32_t uiEndMs = 850;
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiBeatMs = 500;
 
-// Everything that a run needs, in the order in which it is made; it is taken apart in reverse.
+// Everything that a run needs, in the order in which it is made; End() takes it apart in the order of what may be lost.
 struct SServeRun
 {
     std::unique_ptr<CEventJournal> poJournal;

@@ -22,7 +22,8 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
 /* The newest event of a stream, {number, kind, utc}; null without one. */
 CJson WatchJson_FromLastEvent(const SLastEvent& roEvent);
 
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair);
+/* roFigures: of the pair's direction. */
+CJson WatchJson_FromPair(EStreamDirection eDirection, const SDirectionFigures& roFigures, const SPairFigures& roPair);
 CJson WatchJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup);
 CJson WatchJson_FromClock(const SClockFigures& roClock);
 CJson WatchJson_FromCosts(const SWatchCosts& roCosts);

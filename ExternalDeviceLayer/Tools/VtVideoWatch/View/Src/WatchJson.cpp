@@ -148,7 +148,7 @@ CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirectio
     CJson oPairs = CJson::array();
     for (const SPairFigures& roPair : roFigures.aoPairs)
     {
-        oPairs.push_back(WatchJson_FromPair(eDirection, roPair));
+        oPairs.push_back(WatchJson_FromPair(eDirection, roFigures, roPair));
     }
     CJson oGroups = CJson::array();
     for (const SLockGroup& roGroup : roFigures.aoGroups)
@@ -220,12 +220,12 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
     return oJson;
 }
 
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair)
+CJson WatchJson_FromPair(EStreamDirection eDirection, const SDirectionFigures& roFigures, const SPairFigures& roPair)
 {
+    const bool bHasLines = roFigures.aoStreams[roPair.uiFirst].flLineSeconds > 0.0;
     return {{"first", StreamId_Print({eDirection, roPair.uiFirst})},
             {"second", StreamId_Print({eDirection, roPair.uiSecond})},
-            {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines,
-                                  roPair.flOffsetLines != 0.0 || roPair.oOffsetSeconds.flValue == 0.0)},
+            {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines, bHasLines)},
             {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
             {"lock", WatchTexts_GetLock(roPair.eLock)},
             {"seconds_to_threshold", FromSecondsTo(roPair.flSecondsToThreshold)},
