@@ -54,7 +54,7 @@ std::string ReadUser(std::string_view szLine, std::vector<SUser>& raoUsers)
     {
         return "a name for the second time";
     }
-    const std::string szProblem = FindHashProblem(oUser.szHash);
+    std::string szProblem = FindHashProblem(oUser.szHash);
     if (szProblem.empty())
     {
         raoUsers.push_back(std::move(oUser));
