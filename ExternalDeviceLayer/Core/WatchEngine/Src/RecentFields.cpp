@@ -79,17 +79,18 @@ SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, doubl
                                 roLine.GetPhase(static_cast<double>(poSecond->iNumber - roLine.iNumber));
         for (const SRecentField& roField : aoFields)
         {
-            const double flDeviation = flOrigin + double{roField.flPhase} - roLine.flSlope * double{roField.flNumber};
+            const double flDeviation = flOrigin + static_cast<double>(roField.flPhase) -
+                                       roLine.flSlope * static_cast<double>(roField.flNumber);
             flLeast = bIsFirst ? flDeviation : std::min(flLeast, flDeviation);
             flMost = bIsFirst ? flDeviation : std::max(flMost, flDeviation);
             bIsFirst = false;
-            if (double{roField.flNumber} == flBeforeNumber + 1.0)
+            if (static_cast<double>(roField.flNumber) == flBeforeNumber + 1.0)
             {
                 const double flBin = (flDeviation - flBefore) * flScale + uiMiddleBin + 0.5;
                 ++oFigures.oIntervals.auiCounts[static_cast<size_t>(std::clamp(flBin, 0.0, uiIntervalBins - 1.0))];
             }
             flBefore = flDeviation;
-            flBeforeNumber = double{roField.flNumber};
+            flBeforeNumber = static_cast<double>(roField.flNumber);
         }
         if (poSecond->iSecond == iSecond)
         {
@@ -110,13 +111,13 @@ double CRecentFields::GetSlopeErrorByParts(int64_t iSecond) const
         return 0.0;
     }
     std::array<SBlockPoint, uiParts> aoPoints = {};
-    const double flScale = uiParts / (double{aoFields.back().flNumber} + 1.0);
+    const double flScale = uiParts / (static_cast<double>(aoFields.back().flNumber) + 1.0);
     for (const SRecentField& roField : aoFields)
     {
-        SBlockPoint& roPoint =
-            aoPoints[std::min<size_t>(uiParts - 1, static_cast<size_t>(double{roField.flNumber} * flScale))];
-        roPoint.flTime += double{roField.flNumber};
-        roPoint.flValue += double{roField.flPhase};
+        SBlockPoint& roPoint = aoPoints[std::min<size_t>(
+            uiParts - 1, static_cast<size_t>(static_cast<double>(roField.flNumber) * flScale))];
+        roPoint.flTime += static_cast<double>(roField.flNumber);
+        roPoint.flValue += static_cast<double>(roField.flPhase);
         roPoint.flWeight += 1.0;
     }
     for (SBlockPoint& roPoint : aoPoints)
