@@ -62,7 +62,7 @@ public:
     void Analyse(uint64_t uiSecond)
     {
         SClockReading oClock = {};
-        oClock.uiMonotonicNs = 11'000'000'000 + (uiSecond + 1) * 1'000'000'000 + 60'000'000;
+        oClock.uiMonotonicNs = 11'000'000'000 + (uiSecond + 1) * 1'000'000'000 + 130'000'000;
         oClock.iUtcNs = static_cast<int64_t>(oClock.uiMonotonicNs);
         WatchEngine_Analyse(*m_poEngine, oClock, m_oSnapshot);
         benchmark::DoNotOptimize(WatchEngine_TakeEvents(*m_poEngine).size());

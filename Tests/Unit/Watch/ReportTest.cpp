@@ -46,8 +46,9 @@ TEST(Report, TellsRateAndDriftOfWhatWasWatched)
         roMinute.uiPoints = roMinute.uiRatePoints = 60;
         roMinute.flWatchedSeconds = 60.0;
         roMinute.oPoint.flRunningSeconds = iMinute < 12 ? 30.0F : 60.0F;
-        // A part in 1e8 per hour.
-        roMinute.oPoint.oRateHz = {60.0 * (1.0 + 1e-8 * static_cast<double>(iMinute) / 60.0), 1e-9, true};
+        // A part in 1e8 per hour, and next to nothing beside it.
+        const double flRate = 60.0 * (1.0 + 1e-8 * static_cast<double>(iMinute) / 60.0);
+        roMinute.oPoint.oRateHz = {flRate + (iMinute % 2 == 0 ? 1e-12 : -1e-12), 1e-9, true};
     }
     aoMinutes[70].oPoint.uiLost = 4;
     SReport oReport = MakeReport();
@@ -57,7 +58,8 @@ TEST(Report, TellsRateAndDriftOfWhatWasWatched)
     EXPECT_DOUBLE_EQ(roStream.flRunningSeconds, 7200.0 - 360.0);
     EXPECT_NEAR(roStream.oRateHz.flValue, 60.0 * (1.0 + 1e-8 * 59.5 / 60.0), 1e-12);
     EXPECT_NEAR(roStream.oDriftPerHour.flValue, 1e-8, 1e-13);
-    EXPECT_LT(roStream.oDriftPerHour.flStdErr, 1e-12);
+    // s / sqrt(Sxx) of 120 minutes that are 1e-12 Hz off the line.
+    EXPECT_NEAR(roStream.oDriftPerHour.flStdErr, 2.66e-15, 0.05 * 2.66e-15);
     ASSERT_EQ(oReport.aoHours.size(), 1U);
     EXPECT_EQ(oReport.aoHours[0].uiFieldsLost, 4U);
     EXPECT_THAT(ReportPrint_Table(oReport), HasSubstr("02:00:00    95.0000 %"));

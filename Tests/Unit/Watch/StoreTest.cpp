@@ -82,6 +82,7 @@ TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
     roMinute.oPoint.flPhaseMinSeconds = -2e-6;
     roMinute.oPoint.eLock = ELockState::PASSING;
     oSecond.aoEvents.front().flSeconds = 0.25;
+    oSecond.aoMinutes.front().oPoint.eState = EStreamState::RUNNING;
     {
         SRun oRun(szFile);
         EXPECT_EQ(oRun.oRemains.uiLastEvent, 0U);
@@ -94,6 +95,9 @@ TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
 
     const SRun oNext(szFile, 30);
     EXPECT_EQ(oNext.oRemains.uiLastEvent, 1U);
+    ASSERT_EQ(oNext.oRemains.aoEarlier.size(), 1U);
+    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.eState, EEarlierState::RUNNING);
+    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.iUtcNs, oSecond.poPublication->oSnapshot.oClock.iUtcNs);
     ASSERT_EQ(oNext.oRemains.aoRunning.size(), 1U);
     const SHistoryPoint& roPoint = oNext.oRemains.aoRunning[0].oPoint;
     EXPECT_EQ(oNext.oRemains.aoRunning[0].uiPoints, 5U);

@@ -67,6 +67,19 @@ TEST(NominalRate, FastDisplaysAndCamerasAreRecognised)
     }
 }
 
+TEST(NominalRate, TotalsThatNoSignalHasAreNone)
+{
+    // Their product is 0 modulo 2^64.
+    VtVideo_VidParam oTimings = MakeCamera(640, 480, 60.0);
+    oTimings.uiHActive = 1U << 31U;
+    oTimings.uiHBPorch = 1U << 31U;
+    oTimings.uiVActive = 1U << 31U;
+    oTimings.uiVBPorch = 1U << 31U;
+    EXPECT_FALSE(NominalRate_Choose(oTimings, 60.0).IsKnown());
+    EXPECT_FALSE(NominalRate_IsAmbiguous(oTimings));
+    EXPECT_EQ(NominalRate_GetLineSeconds(oTimings, {}), 0.0);
+}
+
 TEST(NominalRate, WhatTheClockCannotTellTheMeasuredRateDecides)
 {
     const VtVideo_VidParam oSmall = MakeCamera(160, 120, 15.0);

@@ -11,6 +11,8 @@ namespace
 constexpr uint64_t gc_uiStartNs = 5'000'000'000'000;           // CLOCK_MONOTONIC when the board is loaded
 constexpr int64_t gc_iUtcOffsetNs = 1'790'000'000'123'456'789; // CLOCK_REALTIME beyond it
 constexpr uint64_t gc_uiBetweenWaitsNs = 3'000;
+constexpr uint64_t gc_uiHandedInNs = 100'000'000; // after a whole second
+constexpr uint64_t gc_uiAnalysedNs = 160'000'000;
 constexpr uint32_t gc_uiTimeOutMs = 50;
 
 } // namespace
@@ -187,30 +189,37 @@ void CWatchBench::Describe(const SStream& roStream)
     WatchEngine_TakeDescription(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oDescription);
 }
 
-void CWatchBench::Run(uint32_t uiSeconds)
+void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapshot)
 {
     for (uint32_t uiSecond = 0; uiSecond < uiSeconds; ++uiSecond)
     {
         m_uiNowNs += 1'000'000'000;
         for (SStream& roStream : m_aoStreams)
         {
-            // What starts within the last fifth of a second before now is handed in with the next one.
-            while (std::max(roStream.uiAheadNs, roStream.uiWaitNs) + 20'000'000 < m_uiNowNs)
+            // The analysis comes a while after the second, and more than that is handed in.
+            while (std::max(roStream.uiAheadNs, roStream.uiWaitNs) < m_uiNowNs + gc_uiHandedInNs)
             {
                 Step(roStream);
             }
             Describe(roStream);
         }
         SClockReading oClock = {};
-        oClock.uiMonotonicNs = m_uiNowNs;
-        oClock.iUtcNs = static_cast<int64_t>(m_uiNowNs) + gc_iUtcOffsetNs;
+        oClock.uiMonotonicNs = m_uiNowNs + gc_uiAnalysedNs;
+        oClock.iUtcNs = static_cast<int64_t>(oClock.uiMonotonicNs) + gc_iUtcOffsetNs;
         oClock.iTaiOffsetSeconds = m_oSetup.iTaiOffsetSeconds;
         oClock.bIsSynchronised = true;
         oClock.flEstimatedErrorSeconds = 1e-6;
-        WatchEngine_Analyse(*m_poEngine, oClock, oSnapshot);
-        for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+        oClock.flLeastWakeSeconds = std::max(1.0, 0.5 * m_oSetup.flLatencyNs) * 1e-9;
+        while (uiSecond % m_oSetup.uiAnalyseEvery == 0 && WatchEngine_Analyse(*m_poEngine, oClock, oSnapshot))
         {
-            aoEvents.push_back(roEvent);
+            for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+            {
+                aoEvents.push_back(roEvent);
+            }
+            if (fnSnapshot)
+            {
+                fnSnapshot();
+            }
         }
     }
 }
@@ -248,7 +257,7 @@ void CWatchBench::StarveUntil(EStreamDirection eDirection, uint32_t uiIndex, dou
     uint64_t uiPosition = 0;
     VtSim_GetPosition(Name(Find(eDirection, uiIndex)), &uiPosition);
     const uint64_t uiDueNs = ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter);
-    const auto flDue = static_cast<double>(static_cast<int64_t>(uiDueNs - m_uiNowNs)) * 1e-9;
+    const auto flDue = static_cast<double>(static_cast<int64_t>(uiDueNs - m_uiNowNs - gc_uiHandedInNs)) * 1e-9;
     Starve(eDirection, uiIndex, std::max(0.0, flSeconds - flDue), 0);
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -23,7 +24,8 @@ struct SBenchSetup
     double flSpreadNs = 10'000.0;  // mean of what comes on top
     bool bKernelTells = false;     // how long a thread stood ready before each arrival
     int32_t iTaiOffsetSeconds = 37;
-    uint64_t uiStartTick = 0; // of the chip, when that is not its frequency
+    uint32_t uiAnalyseEvery = 1; // seconds: the analysis stands still in between
+    uint64_t uiStartTick = 0;    // of the chip, when that is not its frequency
 };
 
 class CWatchBench
@@ -35,8 +37,8 @@ public:
     CWatchBench(const CWatchBench&) = delete;
     CWatchBench& operator=(const CWatchBench&) = delete;
 
-    /* Watches on for whole seconds, with an analysis after each. */
-    void Run(uint32_t uiSeconds);
+    /* Watches on for whole seconds, with an analysis after each; fnSnapshot is called for what it makes. */
+    void Run(uint32_t uiSeconds, const std::function<void()>& fnSnapshot = {});
     /* The thread does something else between its waits. */
     void Delay(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds);
     /* The thread is inside its wait and gets no processor from its next field on; uiRunDelayNs: what the kernel says.

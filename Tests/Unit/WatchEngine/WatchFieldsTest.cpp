@@ -2,6 +2,7 @@
 // to the signal is told with its moment.
 #include "WatchBench.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace
@@ -31,11 +32,13 @@ TEST(WatchFields, PlantedLossesAreAllFoundAndNoneIsInventedOverSeeds)
         SBenchSetup oSetup;
         oSetup.uiSeed = uiSeed;
         // Singly, three in a row, and across a counter that wraps; longer than a time-out.
-        CWatchBench oBench(MakeInput("event = [{ kind = 'missed_field', at_field = 400, every_fields = 97 }]") +
-                               MakeInput("field_counter_start = '0xFFFFFFFFFFFFE000'\n"
+        CWatchBench oBench(MakeInput("phase_us = 900\n"
+                                     "event = [{ kind = 'missed_field', at_field = 400, every_fields = 97 }]") +
+                               MakeInput("phase_us = 900\nfield_counter_start = '0xFFFFFFFFFFFFE000'\n"
                                          "event = [{ kind = 'missed_field', at_field = 511, for_fields = 3 }]") +
-                               MakeInput("event = [{ kind = 'missed_field', at_field = 600, for_fields = 12 }]") +
-                               MakeInput(""),
+                               MakeInput("phase_us = 900\n"
+                                         "event = [{ kind = 'missed_field', at_field = 600, for_fields = 12 }]") +
+                               MakeInput("phase_us = 900"),
                            oSetup);
         oBench.Run(30);
         EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsLost, (30U * 60 - 3 - 400) / 97 + 1);
@@ -130,7 +133,7 @@ TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'hang', at_s = 3, ms = 250 }]"));
     oBench.Run(4);
-    oBench.Starve(gc_eIn, 0, 0.1, 0);
+    oBench.Starve(gc_eIn, 0, 0.109, 0);
     oBench.Run(6);
     ExpectHealthy(oBench, 0);
     EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 5U);
@@ -138,10 +141,10 @@ TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
 
 TEST(WatchFields, CountersThatJumpOrRepeatLoseNoFields)
 {
-    CWatchBench oBench(MakeInput("event = [{ kind = 'counter_jump', at_s = 3, jump = -4800 },"
+    CWatchBench oBench(MakeInput("phase_us = 900\nevent = [{ kind = 'counter_jump', at_s = 3, jump = -4800 },"
                                  "{ kind = 'counter_jump', at_s = 5, jump = 160000000 },"
                                  "{ kind = 'counter_jump', at_s = 7, jump = 16 }]") +
-                       MakeInput("event = [{ kind = 'counter_jump', at_s = 4, jump = -16 }]"));
+                       MakeInput("phase_us = 900\nevent = [{ kind = 'counter_jump', at_s = 4, jump = -16 }]"));
     oBench.Run(14);
     const SStreamCounters& roCounters = oBench.GetInput(0).oCounters;
     EXPECT_EQ(roCounters.uiCounterBackward, 3U);
@@ -212,32 +215,32 @@ TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
     SWatchSnapshot oSnapshot;
     SFieldRecord oRecord = {};
     oRecord.uiArrivalNs = 10'000'000'000;
-    const auto Take = [&](EWaitResult eResult, uint64_t uiWaitedNs)
+    const auto Take = [&](EWaitResult eResult, uint64_t uiWaitedNs, uint32_t uiTimes)
     {
-        oRecord.eResult = eResult;
-        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs + 1000;
-        oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
-        oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
-        oRecord.uiFieldCounter += 16;
-        WatchEngine_TakeRecord(*poEngine, {gc_eIn, 0}, oRecord);
+        for (uint32_t uiTime = 0; uiTime < uiTimes; ++uiTime)
+        {
+            oRecord.eResult = eResult;
+            oRecord.uiWaitBeginNs = oRecord.uiArrivalNs + 1000;
+            oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
+            oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
+            oRecord.uiFieldCounter += 16;
+            WatchEngine_TakeRecord(*poEngine, {gc_eIn, 0}, oRecord);
+        }
+    };
+    const auto Now = [&]
+    {
+        WatchEngine_End(*poEngine);
         WatchEngine_Analyse(*poEngine, {.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
         return oSnapshot.aoDirections[0].aoStreams[0].eState;
     };
-    for (uint32_t uiField = 0; uiField < 30; ++uiField)
-    {
-        Take(EWaitResult::FIELD, 100'000'000);
-    }
-    Take(EWaitResult::TIMED_OUT, 50'000'000);
-    EXPECT_EQ(Take(EWaitResult::TIMED_OUT, 5'000'000'000), EStreamState::RUNNING) << "the machine stood still";
-    for (uint32_t uiWait = 0; uiWait < 16; ++uiWait)
-    {
-        EXPECT_EQ(Take(EWaitResult::TIMED_OUT, 50'000'000), EStreamState::RUNNING);
-    }
-    for (uint32_t uiWait = 0; uiWait < 4; ++uiWait)
-    {
-        Take(EWaitResult::TIMED_OUT, 50'000'000);
-    }
-    EXPECT_EQ(oSnapshot.aoDirections[0].aoStreams[0].eState, EStreamState::LOST);
+    Take(EWaitResult::FIELD, 100'000'000, 30);
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 1);
+    Take(EWaitResult::TIMED_OUT, 5'000'000'000, 1);
+    EXPECT_EQ(Now(), EStreamState::RUNNING) << "the machine stood still";
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 16);
+    EXPECT_EQ(Now(), EStreamState::RUNNING);
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 4);
+    EXPECT_EQ(Now(), EStreamState::LOST);
 }
 
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
@@ -308,6 +311,204 @@ TEST(WatchFields, WhatNeverRanIsIdleAndARemovedDeviceIsGone)
     EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::RUNNING);
     oBench.Run(4);
     EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::GONE);
+}
+
+// How many fields started before the instant.
+uint64_t CountTruth(const CWatchBench& roBench, uint32_t uiInput)
+{
+    uint64_t uiLow = 0;
+    uint64_t uiHigh = 1ULL << 20U;
+    while (uiLow < uiHigh)
+    {
+        const uint64_t uiMiddle = (uiLow + uiHigh) / 2;
+        const bool bIsBefore =
+            CWatchBench::GetTruth(gc_eIn, uiInput, uiMiddle).uiTickRefCounter < roBench.oSnapshot.oClock.uiTick;
+        (bIsBefore ? uiLow : uiHigh) = bIsBefore ? uiMiddle + 1 : uiMiddle;
+    }
+    return uiLow;
+}
+
+TEST(WatchFields, EverySecondIsToldOnceAndWithNoFieldOfAnother)
+{
+    for (const uint32_t uiEvery : {1U, 7U})
+    {
+        SBenchSetup oSetup;
+        oSetup.uiAnalyseEvery = uiEvery;
+        // Fields right at the instant, and gaps that reach over it.
+        CWatchBench oBench(
+            MakeInput("") +
+                MakeInput("phase_us = 900\nevent = [{ kind = 'missed_field', at_field = 200, for_fields = 3, "
+                          "every_fields = 13 }]"),
+            oSetup);
+        uint64_t uiBefore = 0;
+        uint32_t uiSnapshots = 0;
+        oBench.Run(64,
+                   [&]
+                   {
+                       const uint64_t uiTick = oBench.oSnapshot.oClock.uiTick;
+                       EXPECT_TRUE(uiBefore == 0 || uiTick == uiBefore + 100'000'000) << uiTick;
+                       uiBefore = uiTick;
+                       ++uiSnapshots;
+                       EXPECT_EQ(oBench.GetInput(0).oCounters.uiFields, CountTruth(oBench, 0));
+                       EXPECT_EQ(oBench.GetInput(1).oCounters.uiFields, CountTruth(oBench, 1));
+                   });
+        EXPECT_GE(uiSnapshots, 64U);
+        EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsUnobserved, 0U);
+    }
+}
+
+// A stream of 60 fields per second whose stamps and ends of waits a test makes up, at 1 GHz.
+class CMadeUp
+{
+public:
+    explicit CMadeUp(uint32_t uiStreams)
+        : m_poEngine(WatchEngine_Create({.uiTickFrequencyHz = 1'000'000'000}, uiStreams, 0))
+    {
+    }
+
+    void Field(uint32_t uiStream, uint64_t uiField, uint64_t uiTickShift = 0)
+    {
+        End(uiStream, EWaitResult::FIELD, gc_uiBegin + uiField * gc_uiPeriod, uiField * 16, uiTickShift);
+    }
+    void End(uint32_t uiStream, EWaitResult eResult, uint64_t uiNs, uint64_t uiCounter = 0, uint64_t uiTickShift = 0)
+    {
+        SFieldRecord oRecord = {};
+        oRecord.eResult = eResult;
+        oRecord.uiArrivalNs = uiNs + 20'000;
+        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs - 10'000'000;
+        oRecord.uiTick = uiNs + uiTickShift;
+        oRecord.uiFieldCounter = uiCounter;
+        WatchEngine_TakeRecord(*m_poEngine, {gc_eIn, uiStream}, oRecord);
+        m_uiNowNs = oRecord.uiArrivalNs;
+    }
+    const SStreamFigures& Analyse(uint32_t uiStream, uint64_t uiAfterNs = 0)
+    {
+        while (
+            WatchEngine_Analyse(*m_poEngine, {.uiMonotonicNs = m_uiNowNs + uiAfterNs, .iUtcNs = gc_iUtcNs}, oSnapshot))
+        {
+            for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+            {
+                aoEvents.push_back(roEvent);
+            }
+        }
+        return oSnapshot.aoDirections[0].aoStreams[uiStream];
+    }
+
+    static constexpr uint64_t gc_uiBegin = 10'000'000'000;
+    static constexpr uint64_t gc_uiPeriod = 16'666'667;
+    static constexpr int64_t gc_iUtcNs = 1'790'000'000'000'000'000;
+    WatchEnginePtr m_poEngine;
+    SWatchSnapshot oSnapshot;
+    std::vector<SWatchEvent> aoEvents;
+
+private:
+    uint64_t m_uiNowNs = 0;
+};
+
+TEST(WatchFields, StampsThatAreNotOfTheClockSpoilNothingElse)
+{
+    // The first one's ticks are garbage from the start; the second's leap once; at the end the chip begins anew.
+    CMadeUp oMadeUp(3);
+    std::mt19937_64 oRandom(5);
+    for (uint64_t uiField = 1; uiField <= 1200; ++uiField)
+    {
+        const uint64_t uiAnew = uiField > 900 ? 0 - CMadeUp::gc_uiBegin : 0;
+        oMadeUp.Field(0, uiField, oRandom());
+        oMadeUp.Field(1, uiField, uiField == 500 ? 1ULL << 40U : uiAnew);
+        oMadeUp.Field(2, uiField, uiAnew);
+        oMadeUp.Analyse(0);
+        if (uiField > 200 && uiField < 900)
+        {
+            ASSERT_NEAR(static_cast<double>(oMadeUp.oSnapshot.oClock.uiTick),
+                        static_cast<double>(uiField) * 16.67e6 + 1e10, 2e9);
+            ASSERT_TRUE(oMadeUp.oSnapshot.aoDirections[0].aoStreams[0].bStampsAreForeign);
+        }
+        ASSERT_TRUE(uiField < 700 || oMadeUp.oSnapshot.aoDirections[0].aoStreams[1].aoRateHz[0].bIsValid ||
+                    uiField > 895);
+    }
+    for (uint32_t uiStream = 0; uiStream < 3; ++uiStream)
+    {
+        const SStreamFigures& roFigures = oMadeUp.Analyse(uiStream);
+        EXPECT_EQ(roFigures.oCounters.uiFieldsLost + roFigures.oCounters.uiFieldsUnobserved, 0U) << uiStream;
+        EXPECT_GE(roFigures.oCounters.uiFields, 1100U);
+        EXPECT_EQ(roFigures.bStampsAreForeign, uiStream == 0);
+        EXPECT_EQ(roFigures.aoRateHz[0].bIsValid, uiStream != 0);
+        EXPECT_EQ(roFigures.eState, EStreamState::RUNNING);
+    }
+    EXPECT_EQ(oMadeUp.oSnapshot.aoDirections[0].aoStreams[2].oCounters.uiPhaseSteps, 0U);
+    EXPECT_LT(oMadeUp.oSnapshot.oClock.uiTick, 20'000'000'000U) << "the clock is the new one";
+    for (const SWatchEvent& roEvent : oMadeUp.aoEvents)
+    {
+        EXPECT_NEAR(static_cast<double>(roEvent.iUtcNs - CMadeUp::gc_iUtcNs), 0.0, 1.3e9);
+    }
+}
+
+TEST(WatchFields, ADeviceThatComesBackWithoutItsSignalHasLostItThen)
+{
+    CMadeUp oMadeUp(1);
+    uint64_t uiNs = CMadeUp::gc_uiBegin;
+    for (uint64_t uiField = 1; uiField <= 240; ++uiField)
+    {
+        oMadeUp.Field(0, uiField);
+    }
+    const auto Wait = [&](EWaitResult eResult, uint32_t uiTimes)
+    {
+        for (uint32_t uiTime = 0; uiTime < uiTimes; ++uiTime)
+        {
+            uiNs = std::max(uiNs, CMadeUp::gc_uiBegin + 240 * CMadeUp::gc_uiPeriod) + 50'000'000;
+            oMadeUp.End(0, eResult, uiNs);
+        }
+        return oMadeUp.Analyse(0, 1'300'000'000).eState;
+    };
+    EXPECT_EQ(Wait(EWaitResult::GONE, 20), EStreamState::GONE);
+    const uint64_t uiBackNs = uiNs;
+    EXPECT_EQ(Wait(EWaitResult::CANCELED, 60), EStreamState::LOST);
+    oMadeUp.Field(0, 600);
+    EXPECT_EQ(oMadeUp.Analyse(0, 1'300'000'000).eState, EStreamState::RUNNING);
+    const auto Find = [&](EWatchEventKind eKind)
+    { return std::ranges::find(oMadeUp.aoEvents, eKind, &SWatchEvent::eKind); };
+    ASSERT_NE(Find(EWatchEventKind::SIGNAL_BACK), oMadeUp.aoEvents.end());
+    EXPECT_NEAR(static_cast<double>(Find(EWatchEventKind::SIGNAL_LOST)->uiTick), static_cast<double>(uiBackNs), 60e6);
+    EXPECT_NEAR(Find(EWatchEventKind::SIGNAL_BACK)->flSeconds,
+                static_cast<double>(CMadeUp::gc_uiBegin + 600 * CMadeUp::gc_uiPeriod - uiBackNs) * 1e-9, 0.06);
+}
+
+TEST(WatchFields, WhatEarlierRunsSawRunningIsLostSinceThen)
+{
+    CMadeUp oMadeUp(3);
+    const int64_t iThen = CMadeUp::gc_iUtcNs - 7'000'000'000;
+    WatchEngine_TellEarlier(*oMadeUp.m_poEngine, {gc_eIn, 0}, {EEarlierState::RUNNING, iThen});
+    WatchEngine_TellEarlier(*oMadeUp.m_poEngine, {gc_eIn, 1}, {EEarlierState::LOST, iThen});
+    for (uint32_t uiWait = 1; uiWait <= 60; ++uiWait)
+    {
+        for (uint32_t uiStream = 0; uiStream < 3; ++uiStream)
+        {
+            oMadeUp.End(uiStream, EWaitResult::CANCELED, CMadeUp::gc_uiBegin + uiWait * 50'000'000ULL);
+        }
+    }
+    oMadeUp.Analyse(0);
+    for (uint32_t uiStream = 0; uiStream < 3; ++uiStream)
+    {
+        const SStreamFigures& roFigures = oMadeUp.oSnapshot.aoDirections[0].aoStreams[uiStream];
+        EXPECT_EQ(roFigures.eState, uiStream < 2 ? EStreamState::LOST : EStreamState::IDLE);
+        EXPECT_TRUE(uiStream == 2 || roFigures.iStateSinceUtcNs == iThen);
+        EXPECT_EQ(roFigures.oCounters.uiSignalLosses, uiStream == 0 ? 1U : 0U) << "one loss is told once";
+        EXPECT_LE(roFigures.oCounters.flSignalLostSeconds, roFigures.oCounters.flWatchedSeconds);
+    }
+    EXPECT_EQ(std::ranges::count(oMadeUp.aoEvents, EWatchEventKind::SIGNAL_LOST, &SWatchEvent::eKind), 1);
+}
+
+TEST(WatchFields, FieldsThatNobodyWaitedForBeforeALossAreUnobserved)
+{
+    CWatchBench oBench(
+        MakeInput("phase_us = 900\nevent = [{ kind = 'signal_loss', at_field = 360, for_fields = 240 }]"));
+    oBench.Run(5);
+    oBench.Delay(gc_eIn, 0, 2.0);
+    oBench.Run(6);
+    const SStreamCounters& roCounters = oBench.GetInput(0).oCounters;
+    EXPECT_EQ(roCounters.uiSignalLosses, 1U);
+    EXPECT_EQ(roCounters.uiFieldsLost, 0U);
+    EXPECT_GE(roCounters.uiFieldsUnobserved, 53U) << "those that there were, from 0.1 s after the fifth second on";
 }
 
 } // namespace

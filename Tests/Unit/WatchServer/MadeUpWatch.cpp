@@ -22,6 +22,7 @@ SStreamFigures MakeStream(EStreamDirection eDirection, uint32_t i, int64_t iNowN
     oStream.uiNominalDenominator = 1001;
     oStream.flNominalRateHz = 60000.0 / 1001.0;
     oStream.flLineSeconds = 1.0 / oStream.flNominalRateHz / 1125.0;
+    oStream.flPhaseLineSeconds = oStream.flLineSeconds;
     oStream.flPeriodSeconds = 1.0 / oStream.flNominalRateHz;
     oStream.oCounters = {.uiFields = 1'000'000 + i, .uiFieldsObserved = 999'990, .uiFieldsLost = i, .uiLateWakes = 2};
     oStream.oCounters.flSignalLostSeconds = 1.0 / 3.0 + i;
@@ -44,8 +45,8 @@ SStreamFigures MakeStream(EStreamDirection eDirection, uint32_t i, int64_t iNowN
         oStream.oPhaseSeconds = {flIndex * 1e-5 / 3.0, 1.0e-8 / 3.0, true};
         oStream.oDriftRatio = {flIndex * 1e-9 / 3.0, 1e-10 / 3.0, true};
         oStream.eLock = i < 4 ? ELockState::LOCKED : ELockState::FREE;
-        oStream.flSecondsToThreshold = i == 0 ? -1.0 : 1000.0 / flIndex;
-        oStream.flSecondsToSlip = i == 0 ? -1.0 : 1e7 / flIndex;
+        oStream.oSecondsToThreshold = {1000.0 / (flIndex + 1e-9), 1.0 / 3.0, i != 0};
+        oStream.oSecondsToSlip = {1e7 / (flIndex + 1e-9), 100.0 / 3.0, i != 0};
         oStream.oTaiPhaseSeconds = {1e-3 / 3.0 + flIndex * 1e-5 / 3.0, 1e-8, true};
         oStream.flTaiUncertaintySeconds = 1e-6 / 3.0;
     }

@@ -102,12 +102,10 @@ TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)
 
 TEST(WatchJsonTest, APairInStepHasNoLinesWhereTheirLengthIsNotKnown)
 {
-    SDirectionFigures oFigures;
-    oFigures.aoStreams.resize(2);
     SPairFigures oPair;
     oPair.uiSecond = 1;
     oPair.oOffsetSeconds = {0.0, 1e-9, true};
-    EXPECT_TRUE(WatchJson_FromPair(EStreamDirection::INPUT, oFigures, oPair)["offset"]["lines"].is_null());
-    oFigures.aoStreams[0].flLineSeconds = 1e-5;
-    EXPECT_EQ(WatchJson_FromPair(EStreamDirection::INPUT, oFigures, oPair)["offset"]["lines"], 0.0);
+    EXPECT_TRUE(WatchJson_FromPair(EStreamDirection::INPUT, oPair)["offset"]["lines"].is_null());
+    oPair.flLineSeconds = 1e-5;
+    EXPECT_EQ(WatchJson_FromPair(EStreamDirection::INPUT, oPair)["offset"]["lines"], 0.0);
 }

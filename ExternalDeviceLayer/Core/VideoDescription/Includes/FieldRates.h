@@ -7,12 +7,12 @@
 
 #include <cstdint>
 
+#include "FieldUnits.h"
 #include "KrvTypes.h"
 #include "VtVideoTypes.h"
 
-inline constexpr double flFieldsPerCount = 0.0625;
+inline constexpr double flFieldsPerCount = 1.0 / uiCountsPerField;
 inline constexpr uint32_t uiCountToFieldShift = 4;
-inline constexpr uint64_t uiCountsPerField = 16;
 
 // How long a monitor thread waits for a field, and how long it pauses when the signal is lost.
 inline constexpr uint32_t uiFieldWaitTimeOutMs = 50;

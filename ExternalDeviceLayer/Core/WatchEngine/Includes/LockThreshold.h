@@ -1,5 +1,6 @@
 /*
- * How close streams in lock are: in lines of the first one or, when that is not 0, in seconds. Plain data.
+ * How close streams in lock are: in lines (SPairFigures says of which stream) or, when that is not 0, in seconds. Plain
+ * data.
  */
 #ifndef LOCK_THRESHOLD_H
 #define LOCK_THRESHOLD_H

@@ -12,31 +12,12 @@
 #include <memory>
 #include <span>
 
+#include "ClockReading.h"
+#include "EarlierRun.h"
 #include "FieldRecord.h"
 #include "WatchEvent.h"
+#include "WatchSettings.h"
 #include "WatchSnapshot.h"
-
-struct SWatchSettings
-{
-    uint32_t uiTickFrequencyHz = 0;
-    SLockThreshold oThreshold = {};
-    int32_t iReferenceInput = -1; // index of the stream that phases are told against; -1: the engine chooses
-    int32_t iReferenceOutput = -1;
-    bool bTicksAreMonotonic = false; // the board says that its ticks are CLOCK_MONOTONIC plus iTickOffsetNs
-    int64_t iTickOffsetNs = 0;
-    uint64_t uiEventsBefore = 0; // events are numbered on from here
-};
-
-// What the clocks of the machine say, read together by the caller.
-struct SClockReading
-{
-    uint64_t uiMonotonicNs = 0;           // CLOCK_MONOTONIC
-    int64_t iUtcNs = 0;                   // CLOCK_REALTIME at the same moment
-    int32_t iTaiOffsetSeconds = 0;        // TAI - UTC, 0: not known
-    bool bIsSynchronised = false;         // the kernel's word
-    double flEstimatedErrorSeconds = 0.0; // the kernel's estimate
-    double flReadingErrorSeconds = 0.0;   // how far apart both clocks may have been read
-};
 
 struct SWatchEngine;
 void WatchEngine_Destroy(SWatchEngine* poEngine);
@@ -72,14 +53,29 @@ void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey
                                  const SStreamDescription& roDescription);
 
 /*
- * Analyses everything up to a moment: about once a second.
- *   roClock     in   the clocks now; all records handed in so far lie before
- *   roSnapshot  out  the figures; its vectors are reused
+ * Tells what earlier runs knew of a stream, before its first record: one that ran then and is found without a signal
+ * now has lost it.
  */
-void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot);
+void WatchEngine_TellEarlier(SWatchEngine& roEngine, const SStreamKey& roKey, const SEarlierRun& roEarlier);
 
-/* Makes the next analysis hand out what is held back of bursts that go on: before the last one. */
-void WatchEngine_EndEpisodes(SWatchEngine& roEngine);
+/*
+ * Analyses the next instant: the next whole second of the chip's clock (of CLOCK_MONOTONIC until that is known), once
+ * it lies far enough back for everything about it to have been handed in. After a stall it is called until it has
+ * nothing more to tell; what a stall of more than a minute passed over is left out.
+ *   roClock     in   the clocks now; all records handed in so far lie before
+ *   roSnapshot  out  the figures of the instant; its vectors are reused
+ * True when there is a new instant; false when it is not due, and nothing has changed.
+ */
+bool WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot);
+
+/* When the next instant is due, CLOCK_MONOTONIC; 0: at once. */
+uint64_t WatchEngine_GetDueNs(const SWatchEngine& roEngine);
+
+/*
+ * The watch ends: the next analysis is the last one. It takes in all that was handed in, for the moment at which it is
+ * called, and hands out what is held back of bursts that go on.
+ */
+void WatchEngine_End(SWatchEngine& roEngine);
 
 /* The events since the last call, oldest first; valid until the next call of any operation. */
 std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine);

@@ -1,5 +1,6 @@
 /*
- * One consistent moment of everything that is known: what the analysis publishes once a second. Plain data; a copy
+ * One consistent moment of everything that is known: what the analysis publishes once per second of the chip's clock,
+ * counters included: what came later is in none of it. Plain data; a copy
  * belongs to whoever holds it. Seconds, hertz and ratios; phases are positive when the stream is later than what it is
  * compared with, and lie within half a period.
  */
@@ -82,6 +83,7 @@ struct SStreamCounters
     uint64_t uiBuffersRepeated = 0;    // outputs: shown twice
     uint64_t uiBuffersOverwritten = 0; // outputs
     uint64_t uiWaitTimeOuts = 0;
+    uint64_t uiForeignStamps = 0;     // fields whose tick cannot be of the clock that the other streams show
     uint64_t uiLateWakes = 0;         // waits that returned to us later than half a field after its start
     double flSignalLostSeconds = 0.0; // sum of all losses
     double flRunningSeconds = 0.0;
@@ -125,7 +127,8 @@ struct SStreamFigures
     uint64_t uiNominalNumerator = 0;
     uint64_t uiNominalDenominator = 1;
     double flNominalRateHz = 0.0;
-    double flLineSeconds = 0.0; // duration of one line, 0: not known
+    double flLineSeconds = 0.0;     // duration of one line, 0: not known
+    bool bStampsAreForeign = false; // its ticks are not of this clock: nothing can be told of its grid
 
     SStreamCounters oCounters;
     std::array<SEstimate, 4> aoRateHz;      // by ERateWindow
@@ -143,8 +146,9 @@ struct SStreamFigures
     SEstimate oPhaseSeconds; // against the direction's reference stream
     SEstimate oDriftRatio;   // growth of that phase, seconds per second; positive: it falls behind
     ELockState eLock = ELockState::IDLE;
-    double flSecondsToThreshold = -1.0; // until the threshold is crossed; negative: not drifting, or not known
-    double flSecondsToSlip = -1.0;      // until a whole field has slipped; likewise
+    double flPhaseLineSeconds = 0.0; // the line that this phase is told in: the reference's; 0: not known
+    SEstimate oSecondsToThreshold;   // until the threshold is crossed; not valid: not drifting, or not known
+    SEstimate oSecondsToSlip;        // until both are in step, a whole field further; likewise
 
     SEstimate oTaiPhaseSeconds;           // against the grid that starts at 1970-01-01T00:00:00 TAI
     double flTaiUncertaintySeconds = 0.0; // how closely that grid is known here
@@ -157,12 +161,14 @@ struct SPairFigures
     uint32_t uiFirst = 0;
     uint32_t uiSecond = 0;
     SEstimate oOffsetSeconds;   // the second's field start after the first's, within half of the shorter period
-    double flOffsetLines = 0.0; // in lines of the first; 0 when these are not known
+    double flLineSeconds = 0.0; // what offset and threshold are told in: a line of the direction's reference where it
+                                // is one of both, of the first otherwise; 0: not known
+    double flOffsetLines = 0.0; // in these; 0 when they are not known
     SEstimate oDriftRatio;      // growth of the offset, seconds per second
     ELockState eLock = ELockState::IDLE;
     uint32_t uiSecondsToLock = 0; // without drift, until a pair that passes counts as locked
-    double flSecondsToThreshold = -1.0;
-    double flSecondsToSlip = -1.0;
+    SEstimate oSecondsToThreshold;
+    SEstimate oSecondsToSlip;
 };
 
 struct SLockGroup
@@ -184,8 +190,8 @@ struct SDirectionFigures
 // How the clocks hang together at the snapshot's instant.
 struct SClockFigures
 {
-    int64_t iUtcNs = 0;                    // the instant
-    uint64_t uiTick = 0;                   // the same in ticks: a whole second of the chip's clock
+    int64_t iUtcNs = 0;  // the instant
+    uint64_t uiTick = 0; // the same in ticks: a whole second of the chip's clock, but for the last one; 0: not known
     uint64_t uiMonotonicNs = 0;            // the same by CLOCK_MONOTONIC
     double flTickUncertaintySeconds = 0.0; // of tick against CLOCK_MONOTONIC
     bool bTicksAreMonotonic = false;       // the board says so

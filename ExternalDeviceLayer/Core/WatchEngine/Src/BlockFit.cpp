@@ -1,8 +1,7 @@
-// See BlockFit.h.
 #include "BlockFit.h"
 
+#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 
 namespace
@@ -16,48 +15,24 @@ constexpr std::array<double, 9> aflWidening = {0.0,      235.80 / 3, 19.21 / 3, 
 
 } // namespace
 
-SBlockFit BlockFit_Get(std::span<const SBlockPoint> aoPoints)
+SBlockFit BlockFit_Get(std::span<const SLinePoint> aoPoints)
 {
     SBlockFit oFit;
-    uint32_t uiBlocks = 0;
-    double flTimes = 0.0;
-    double flValues = 0.0;
-    for (const SBlockPoint& roPoint : aoPoints)
-    {
-        uiBlocks += roPoint.flWeight > 0.0 ? 1 : 0;
-        oFit.flWeight += roPoint.flWeight;
-        flTimes += roPoint.flWeight * roPoint.flTime;
-        flValues += roPoint.flWeight * roPoint.flValue;
-    }
+    const auto uiBlocks = static_cast<uint32_t>(
+        std::ranges::count_if(aoPoints, [](const SLinePoint& roPoint) { return roPoint.flWeight > 0.0; }));
     if (uiBlocks < uiLeastBlocks)
     {
         return oFit;
     }
-    oFit.flMeanTime = flTimes / oFit.flWeight;
-    oFit.flMean = flValues / oFit.flWeight;
-    double flSquares = 0.0;
-    double flProducts = 0.0;
-    double flTotal = 0.0;
-    for (const SBlockPoint& roPoint : aoPoints)
-    {
-        const double flTime = roPoint.flTime - oFit.flMeanTime;
-        const double flValue = roPoint.flValue - oFit.flMean;
-        flSquares += roPoint.flWeight * flTime * flTime;
-        flProducts += roPoint.flWeight * flTime * flValue;
-        flTotal += roPoint.flWeight * flValue * flValue;
-    }
-    if (flSquares <= 0.0)
+    oFit.oSums = LineSums_Make(aoPoints);
+    if (oFit.oSums.flXX <= 0.0)
     {
         return oFit;
     }
     oFit.bIsValid = true;
-    oFit.flSlope = flProducts / flSquares;
-    oFit.flSpread = flSquares / oFit.flWeight;
     const uint32_t uiFreedom = uiBlocks - 2;
-    const double flVariance = std::fmax(0.0, flTotal - oFit.flSlope * flProducts) / uiFreedom;
-    const double flWidening = aflWidening[uiFreedom];
-    oFit.flSlopeErr = flWidening * std::sqrt(flVariance / flSquares);
-    oFit.flEndErr =
-        flWidening * std::sqrt(flVariance * (1.0 / oFit.flWeight + oFit.flMeanTime * oFit.flMeanTime / flSquares));
+    const double flErr = aflWidening[uiFreedom] * std::sqrt(oFit.oSums.GetRest() / uiFreedom);
+    oFit.flSlopeErr = flErr / std::sqrt(oFit.oSums.flXX);
+    oFit.flHeightErr = flErr / std::sqrt(oFit.oSums.flWeight);
     return oFit;
 }

@@ -9,28 +9,23 @@
 #ifndef BLOCK_FIT_H
 #define BLOCK_FIT_H
 
+#include <cmath>
 #include <span>
 
-struct SBlockPoint
-{
-    double flTime = 0.0;
-    double flValue = 0.0;
-    double flWeight = 0.0; // 0: not there
-};
+#include "LineFit.h"
 
 struct SBlockFit
 {
     bool bIsValid = false;
-    double flWeight = 0.0; // of all blocks
-    double flMeanTime = 0.0;
-    double flMean = 0.0;
-    double flSlope = 0.0;
-    double flSpread = 0.0;   // weighted variance of the times
-    double flSlopeErr = 0.0; // widened
-    double flEndErr = 0.0;   // of the line at time 0, widened
+    SLineSums oSums;          // x are times, y values
+    double flSlopeErr = 0.0;  // widened
+    double flHeightErr = 0.0; // of the line at the mean time, widened
+
+    /* Standard error of the line at a time. */
+    double GetErrAt(double flTime) const { return std::hypot(flHeightErr, flSlopeErr * (flTime - oSums.flMeanX)); }
 };
 
 /* Needs four blocks at least. */
-SBlockFit BlockFit_Get(std::span<const SBlockPoint> aoPoints);
+SBlockFit BlockFit_Get(std::span<const SLinePoint> aoPoints);
 
 #endif

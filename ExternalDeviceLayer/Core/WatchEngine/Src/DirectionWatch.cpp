@@ -1,13 +1,13 @@
-// See DirectionWatch.h.
 #include "DirectionWatch.h"
 
 #include <array>
 #include <bit>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr double flSecondsPerNs = 1e-9;
 constexpr double flNoLine = 1e-6; // seconds: the threshold in lines where these are not known
 
 } // namespace
@@ -39,22 +39,46 @@ SWatchEvent CDirectionWatch::MakeEvent(EWatchEventKind eKind, uint32_t uiIndex) 
     return oEvent;
 }
 
-void CDirectionWatch::Analyse(const SClockReading& roClock, const SInstant& roInstant, bool bIsNewInstant)
+void CDirectionWatch::ForgetTicks()
 {
     for (const std::unique_ptr<CStreamWatch>& rpoStream : m_apoStreams)
     {
-        rpoStream->AnalyseFields(roClock);
-        if (bIsNewInstant)
+        rpoStream->ForgetTicks();
+    }
+}
+
+void CDirectionWatch::Release()
+{
+    for (const std::unique_ptr<CStreamWatch>& rpoStream : m_apoStreams)
+    {
+        rpoStream->Release();
+    }
+}
+
+void CDirectionWatch::Analyse(const SInstant& roInstant, const SClockReading& roClock, bool bIsWholeSecond)
+{
+    for (const std::unique_ptr<CStreamWatch>& rpoStream : m_apoStreams)
+    {
+        rpoStream->AnalyseFields(roInstant, roClock);
+        if (bIsWholeSecond)
         {
             rpoStream->AnalysePhase(roInstant);
         }
     }
-    if (bIsNewInstant)
+    if (bIsWholeSecond)
     {
         UpdatePairs();
         UpdateGroups(roClock);
         UpdateReference(roClock);
     }
+}
+
+// One ruler for a comparison, wherever it is told.
+double CDirectionWatch::GetLine(const SPairFigures& roPair) const
+{
+    const bool bSecondIsReference = m_oReference.Get() == static_cast<int32_t>(roPair.uiSecond);
+    const uint32_t uiStream = bSecondIsReference ? roPair.uiSecond : roPair.uiFirst;
+    return m_apoStreams[uiStream]->GetFigures().flLineSeconds;
 }
 
 void CDirectionWatch::UpdatePairs()
@@ -63,12 +87,13 @@ void CDirectionWatch::UpdatePairs()
     {
         const CStreamWatch& roFirst = *m_apoStreams[roPair.uiFirst];
         const CStreamWatch& roSecond = *m_apoStreams[roPair.uiSecond];
-        const double flLine = roFirst.GetFigures().flLineSeconds;
+        const double flLine = GetLine(roPair);
         const double flByLines = m_roSettings.oThreshold.flLines * (flLine > 0.0 ? flLine : flNoLine);
         const SPairContext oContext{m_roSettings.oThreshold.flSeconds > 0.0 ? m_roSettings.oThreshold.flSeconds
                                                                             : flByLines,
                                     static_cast<double>(m_roSettings.uiTickFrequencyHz)};
         PairLock_Update(roFirst.GetPhase(), roSecond.GetPhase(), oContext, roPair);
+        roPair.flLineSeconds = flLine;
         roPair.flOffsetLines = flLine > 0.0 ? roPair.oOffsetSeconds.flValue / flLine : 0.0;
     }
 }
@@ -170,8 +195,9 @@ void CDirectionWatch::FillReferencePhases()
         SStreamFigures& roFigures = m_apoStreams[uiStream]->GetFigures();
         roFigures.oPhaseSeconds = {};
         roFigures.oDriftRatio = {};
-        roFigures.flSecondsToThreshold = -1.0;
-        roFigures.flSecondsToSlip = -1.0;
+        roFigures.flPhaseLineSeconds = 0.0;
+        roFigures.oSecondsToThreshold = {};
+        roFigures.oSecondsToSlip = {};
         roFigures.eLock = ELockState::IDLE;
         const bool bHasReference = iReference >= 0 && static_cast<uint32_t>(iReference) < GetCount();
         const SPairFigures* poPair = bHasReference ? FindPair(static_cast<uint32_t>(iReference), uiStream) : nullptr;
@@ -183,12 +209,14 @@ void CDirectionWatch::FillReferencePhases()
             roFigures.oDriftRatio = poPair->oDriftRatio;
             roFigures.oDriftRatio.flValue *= flSign;
             roFigures.eLock = poPair->eLock;
-            roFigures.flSecondsToThreshold = poPair->flSecondsToThreshold;
-            roFigures.flSecondsToSlip = poPair->flSecondsToSlip;
+            roFigures.flPhaseLineSeconds = poPair->flLineSeconds;
+            roFigures.oSecondsToThreshold = poPair->oSecondsToThreshold;
+            roFigures.oSecondsToSlip = poPair->oSecondsToSlip;
         }
         else if (bHasReference && m_apoStreams[uiStream]->GetPhase().bIsKnown)
         {
             // The reference against itself.
+            roFigures.flPhaseLineSeconds = roFigures.flLineSeconds;
             roFigures.oPhaseSeconds = {0.0, 0.0, true};
             roFigures.oDriftRatio = {0.0, 0.0, true};
             roFigures.eLock = ELockState::LOCKED;
@@ -211,7 +239,6 @@ void CDirectionWatch::Fill(const SClockReading& roClock, SDirectionFigures& roFi
     roFigures.aoGroups.clear();
     for (const SGroupLife& roGroup : m_oGroups.Get())
     {
-        const auto iAgoNs = static_cast<int64_t>(roClock.uiMonotonicNs - roGroup.uiSinceNs);
-        roFigures.aoGroups.push_back({roGroup.uiGroup, roGroup.uiMembers, roClock.iUtcNs - iAgoNs});
+        roFigures.aoGroups.push_back({roGroup.uiGroup, roGroup.uiMembers, roClock.GetUtcNs(roGroup.uiSinceNs)});
     }
 }

@@ -20,8 +20,16 @@ public:
 
     CStreamWatch& GetStream(uint32_t uiIndex) { return *m_apoStreams[uiIndex]; }
     uint32_t GetCount() const { return static_cast<uint32_t>(m_apoStreams.size()); }
-    /* States and counters; with a new instant the phases of all streams, pairs and groups too. */
-    void Analyse(const SClockReading& roClock, const SInstant& roInstant, bool bIsNewInstant);
+    /*
+     * States and counters at an instant; with a whole second of the chip's clock the phases of all streams, pairs and
+     * groups too.
+     *   roClock  in  the clocks at the instant
+     */
+    void Analyse(const SInstant& roInstant, const SClockReading& roClock, bool bIsWholeSecond);
+    /* Another clock has become the board's. */
+    void ForgetTicks();
+    /* Takes in what belongs before the next instant. */
+    void Release();
     void Fill(const SClockReading& roClock, SDirectionFigures& roFigures) const;
 
 private:
@@ -29,6 +37,7 @@ private:
     void UpdateGroups(const SClockReading& roClock);
     void UpdateReference(const SClockReading& roClock);
     void FillReferencePhases();
+    double GetLine(const SPairFigures& roPair) const;
     const SPairFigures* FindPair(uint32_t uiA, uint32_t uiB) const;
     void AddLockEvent(uint32_t uiStream, ELockState eBefore, ELockState eAfter, const SClockReading& roClock);
     SWatchEvent MakeEvent(EWatchEventKind eKind, uint32_t uiIndex) const;

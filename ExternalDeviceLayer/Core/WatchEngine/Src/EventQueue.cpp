@@ -1,4 +1,3 @@
-// See EventQueue.h.
 #include "EventQueue.h"
 
 #include <algorithm>
@@ -119,8 +118,8 @@ void CEventQueue::Add(const SWatchEvent& roEvent, uint64_t uiMonotonicNs)
     }
 }
 
-// Whether what an episode holds comes out now; also lets an episode end.
-bool CEventQueue::IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const
+// An episode goes on while something happens, and ends when it has been quiet.
+void CEventQueue::Advance(SEpisode& roEpisode, uint64_t uiNowNs)
 {
     if (roEpisode.uiHappened > 0)
     {
@@ -131,8 +130,12 @@ bool CEventQueue::IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const
     {
         roEpisode.uiEmitted = 0;
         roEpisode.uiPauseNs = 0;
-        return roEpisode.bHolds;
     }
+}
+
+// Whether what an episode holds comes out now.
+bool CEventQueue::IsDue(const SEpisode& roEpisode, uint64_t uiNowNs) const
+{
     return roEpisode.bHolds &&
            (m_bEndAll || roEpisode.uiEmitted == 0 || uiNowNs - roEpisode.uiEmittedNs >= roEpisode.uiPauseNs);
 }
@@ -141,6 +144,7 @@ void CEventQueue::ReleaseFolded(uint64_t uiNowNs)
 {
     for (SEpisode& roEpisode : m_aoEpisodes)
     {
+        Advance(roEpisode, uiNowNs);
         if (!IsDue(roEpisode, uiNowNs))
         {
             continue;
@@ -160,11 +164,23 @@ void CEventQueue::SetMoments(const SClockReading& roClock, const CTickClock& roT
         SWatchEvent& roEvent = roPending.oEvent;
         const bool bByTick = roEvent.uiTick != 0 && roTicks.IsKnown();
         const uint64_t uiMomentNs = bByTick ? roTicks.ToMonotonicNs(roEvent.uiTick) : roPending.uiMonotonicNs;
-        roEvent.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiMomentNs - roClock.uiMonotonicNs);
+        roEvent.iUtcNs = roClock.GetUtcNs(uiMomentNs);
         if (roEvent.uiTick == 0 && roTicks.IsKnown())
         {
             roEvent.uiTick = roTicks.ToTick(uiMomentNs);
         }
+    }
+}
+
+void CEventQueue::ForgetTicks()
+{
+    for (SPending& roPending : m_aoPending)
+    {
+        roPending.oEvent.uiTick = 0;
+    }
+    for (SEpisode& roEpisode : m_aoEpisodes)
+    {
+        roEpisode.oFolded.oEvent.uiTick = 0;
     }
 }
 

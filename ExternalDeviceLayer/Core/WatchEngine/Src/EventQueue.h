@@ -14,8 +14,10 @@
 #include <span>
 #include <vector>
 
+#include "ClockReading.h"
 #include "TickClock.h"
 #include "WatchEvent.h"
+#include "WatchSnapshot.h"
 
 class CEventQueue
 {
@@ -27,6 +29,8 @@ public:
      * CLOCK_MONOTONIC.
      */
     void Add(const SWatchEvent& roEvent, uint64_t uiMonotonicNs);
+    /* Another clock has become the board's: events on their way are dated by their arrival. */
+    void ForgetTicks();
     /* Makes what is due ready to be taken. */
     void Flush(const SClockReading& roClock, const CTickClock& roTicks);
     /* Ends all episodes: with the next flush everything is due. */
@@ -57,7 +61,8 @@ private:
 
     SEpisode& GetEpisode(const SWatchEvent& roEvent);
     size_t GetStream(const SStreamKey& roKey) const;
-    bool IsDue(SEpisode& roEpisode, uint64_t uiNowNs) const;
+    static void Advance(SEpisode& roEpisode, uint64_t uiNowNs);
+    bool IsDue(const SEpisode& roEpisode, uint64_t uiNowNs) const;
     void Push(const SPending& roPending);
     void ReleaseFolded(uint64_t uiNowNs);
     void SetMoments(const SClockReading& roClock, const CTickClock& roTicks);

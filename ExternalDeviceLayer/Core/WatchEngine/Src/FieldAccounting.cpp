@@ -1,8 +1,9 @@
-// See FieldAccounting.h.
 #include "FieldAccounting.h"
 
 #include <algorithm>
 #include <cmath>
+
+#include "FieldUnits.h"
 
 namespace
 {
@@ -70,13 +71,14 @@ bool SJudge::IsExcused(double flStart) const
 
 SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& roField, double flPeriod)
 {
+    constexpr auto iCounts = static_cast<int64_t>(uiCountsPerField);
     // The difference in the counter's own width: it may wrap between both.
     const auto iDifference = static_cast<int64_t>(roField.uiFieldCounter - roBefore.uiFieldCounter);
     if (iDifference == 0)
     {
         return {ECounterStep::REPEATED, 0};
     }
-    const int64_t iFields = iDifference / iCounterPerField + (iDifference % iCounterPerField >= 8 ? 1 : 0);
+    const int64_t iFields = iDifference / iCounts + (iDifference % iCounts >= iCounts / 2 ? 1 : 0);
     const auto flTicks = static_cast<double>(static_cast<int64_t>(roField.uiTick - roBefore.uiTick));
     const double flByTime = flPeriod > 0.0 ? flTicks / flPeriod : flMostUntimed;
     if (iDifference > 0 && iFields <= 1)
@@ -93,15 +95,14 @@ SCounterStep CounterStep_Get(const SFieldRecord& roBefore, const SFieldRecord& r
     return {ECounterStep::JUMPED, bByTime ? std::max<int64_t>(1, std::llround(flByTime)) : 1};
 }
 
-double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flUsualLateNs,
-                           double flPeriodNs)
+bool FieldGap_IsNotablyLate(double flLateNs, double flUsualLateNs, double flPeriodNs)
 {
-    const double flNotablyLate =
-        std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs, std::max(flLeastLateNs, flPeriodNs / 4.0));
-    if (flPeriodNs <= 0.0 || flLateNs <= flNotablyLate)
-    {
-        return 0.0;
-    }
+    return flPeriodNs > 0.0 && flLateNs > std::clamp(flLateFactor * flUsualLateNs, flLeastLateNs,
+                                                     std::max(flLeastLateNs, flPeriodNs / 4.0));
+}
+
+double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs)
+{
     const auto flReady = static_cast<double>(roField.uiRunDelayNs);
     const double flSinceDue = flLateNs + static_cast<double>(iFields - 1) * flPeriodNs;
     const bool bIsExplained = flReady > 0.0 && flLateNs <= flReady + flUnexplainedNs;
@@ -116,12 +117,12 @@ SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, st
     oVerdict.uiFirstUnobservedTick = roGap.uiTick - static_cast<uint64_t>(flTick);
     if (roGap.iMissing > iMostJudged || !roClock.IsKnown())
     {
-        oVerdict.uiUnobserved = static_cast<uint64_t>(roGap.iMissing);
+        oVerdict.uiUnobserved = static_cast<uint64_t>(roGap.iMissing - roGap.iLater);
         return oVerdict;
     }
     SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
     const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
-    for (int64_t iBack = roGap.iMissing; iBack > 0; --iBack)
+    for (int64_t iBack = roGap.iMissing; iBack > roGap.iLater; --iBack)
     {
         const double flStart = flLastStart - static_cast<double>(iBack) * oJudge.flPeriodNs;
         const uint64_t uiTick = roGap.uiTick - static_cast<uint64_t>(static_cast<double>(iBack) * roGap.flPeriod);
@@ -172,4 +173,14 @@ void CWaitTrace::FillGap(SFieldGap& roGap) const
     roGap.uiRunDelayNs = m_uiRunDelayNs;
     roGap.aoOutside = m_aoOutside;
     roGap.uiNbOfOutside = m_uiNbOfOutside;
+}
+
+double CWaitTrace::GetLongestOutsideNs() const
+{
+    double flLongest = 0.0;
+    for (const SStretch& roStretch : std::span(m_aoOutside.data(), m_uiNbOfOutside))
+    {
+        flLongest = std::max(flLongest, After(roStretch.uiEndNs, roStretch.uiBeginNs));
+    }
+    return flLongest;
 }

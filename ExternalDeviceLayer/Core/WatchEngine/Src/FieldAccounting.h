@@ -20,8 +20,6 @@
 #include "FieldRecord.h"
 #include "TickClock.h"
 
-constexpr int64_t iCounterPerField = 16;
-
 // A stretch of CLOCK_MONOTONIC.
 struct SStretch
 {
@@ -58,6 +56,7 @@ struct SFieldGap
     uint64_t uiLastWaitNs = 0; // when the wait that brought it began
     uint64_t uiRunDelayNs = 0;
     int64_t iMissing = 0;
+    int64_t iLater = 0;    // so many of the newest are left for another time
     double flPeriod = 0.0; // ticks
     // When the thread was outside its waits, oldest first.
     std::array<SStretch, 8> aoOutside = {};
@@ -72,15 +71,16 @@ struct SGapVerdict
     uint64_t uiFirstUnobservedTick = 0;
 };
 
+/* Whether a wait that returned so late was held up; flUsualLateNs: how late this stream's waits return on average. */
+bool FieldGap_IsNotablyLate(double flLateNs, double flUsualLateNs, double flPeriodNs);
+
 /*
- * How long before its arrival a wait was held up, in nanoseconds; 0 when it is not notably late. As long as the thread
+ * How long before its arrival a wait that was notably late was held up, in nanoseconds. As long as the thread
  * stood ready if the kernel's account explains the lateness, otherwise back to the first field that it missed.
- *   iFields        in  from the field before to this one
- *   flLateNs       in  how late the wait returned
- *   flUsualLateNs  in  how late this stream's waits return on average
+ *   iFields   in  from the field before to this one
+ *   flLateNs  in  how late the wait returned, notably
  */
-double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flUsualLateNs,
-                           double flPeriodNs);
+double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs);
 
 /*
  * Judges a gap.
@@ -97,6 +97,8 @@ public:
     /* The next field's trace begins here. */
     void Begin(const SFieldRecord& roField);
     void FillGap(SFieldGap& roGap) const;
+    /* The longest time outside since then. */
+    double GetLongestOutsideNs() const;
 
 private:
     uint64_t m_uiOutsideSinceNs = 0; // 0: nothing has come yet

@@ -1,9 +1,10 @@
-// See GridTracker.h.
 #include "GridTracker.h"
 
 #include <algorithm>
 #include <cmath>
 #include <span>
+
+#include "LineFit.h"
 
 namespace
 {
@@ -14,42 +15,6 @@ constexpr double flLargestTolerance = 0.125; // of the period
 constexpr double flGapPpm = 2e-6;            // of a gap's length: what the rate may have wandered meanwhile
 constexpr double flNotable = 1.0 / 256.0;    // of the period: less is jitter, whatever its spread
 constexpr double flOtherSignal = 1e-3;       // a rate that jumps so far belongs to another signal
-
-// A straight line through a few deviations over their numbers.
-struct SShortLine
-{
-    double flAtZero = 0.0;
-    double flSlope = 0.0;
-    double flWorst = 0.0; // largest distance
-};
-
-template <typename THeld> SShortLine FitShortLine(std::span<const THeld> aoHeld, int64_t iZero)
-{
-    double flMeanNumber = 0.0;
-    double flMean = 0.0;
-    for (const THeld& roHeld : aoHeld)
-    {
-        flMeanNumber += static_cast<double>(roHeld.iNumber - iZero) / static_cast<double>(aoHeld.size());
-        flMean += roHeld.flDeviation / static_cast<double>(aoHeld.size());
-    }
-    double flSquares = 0.0;
-    double flProducts = 0.0;
-    for (const THeld& roHeld : aoHeld)
-    {
-        const double flNumber = static_cast<double>(roHeld.iNumber - iZero) - flMeanNumber;
-        flSquares += flNumber * flNumber;
-        flProducts += flNumber * (roHeld.flDeviation - flMean);
-    }
-    SShortLine oLine;
-    oLine.flSlope = flSquares > 0.0 ? flProducts / flSquares : 0.0;
-    oLine.flAtZero = flMean - oLine.flSlope * flMeanNumber;
-    for (const THeld& roHeld : aoHeld)
-    {
-        const double flLine = oLine.flAtZero + oLine.flSlope * static_cast<double>(roHeld.iNumber - iZero);
-        oLine.flWorst = std::max(oLine.flWorst, std::abs(roHeld.flDeviation - flLine));
-    }
-    return oLine;
-}
 
 } // namespace
 
@@ -196,14 +161,22 @@ void CGridTracker::ReleaseHeld(SGridResult& roResult)
 bool CGridTracker::TakeNewLine(double flLeast, double flMost, SGridResult& roResult)
 {
     const double flTolerance = GetTolerance(1);
-    const SShortLine oLine = FitShortLine(std::span<const SHeldField>(m_aoHeld), m_iNumber);
+    std::array<SLinePoint, msc_uiHeldFields> aoPoints;
+    std::ranges::transform(
+        m_aoHeld, aoPoints.begin(),
+        [this](const SHeldField& roHeld) {
+            return SLinePoint{static_cast<double>(roHeld.iNumber - m_iNumber), roHeld.flDeviation, 1.0};
+        });
+    const SLineSums oLine = LineSums_Make(aoPoints);
     const bool bIsStep = flMost - flLeast <= flTolerance;
-    if (!bIsStep && oLine.flWorst > flTolerance)
+    const auto IsBeside = [&](const SLinePoint& roPoint)
+    { return std::abs(roPoint.flY - oLine.GetY(roPoint.flX)) > flTolerance; };
+    if (!bIsStep && std::ranges::any_of(aoPoints, IsBeside))
     {
         return false;
     }
-    const double flStep = bIsStep ? (flLeast + flMost) / 2.0 : oLine.flAtZero;
-    const bool bIsSameSignal = bIsStep || std::abs(oLine.flSlope) < flOtherSignal * m_flPeriod;
+    const double flStep = bIsStep ? (flLeast + flMost) / 2.0 : oLine.GetY(0.0);
+    const bool bIsSameSignal = bIsStep || std::abs(oLine.GetSlope()) < flOtherSignal * m_flPeriod;
     if (bIsSameSignal && std::abs(flStep) > flTolerance)
     {
         roResult.flStepTicks = flStep;

@@ -1,84 +1,87 @@
-// See LineFit.h.
 #include "LineFit.h"
 
 #include <algorithm>
 
-namespace
+double SLineSums::GetRest() const
 {
-
-constexpr double flRoundingVariance = 1.0 / 12.0; // of rounding to whole ticks
-
-double GetResidual(const SFitSums& roSums)
-{
-    const double flExplained =
-        roSums.flNumberNumber > 0.0 ? roSums.flNumberPhase * roSums.flNumberPhase / roSums.flNumberNumber : 0.0;
-    return std::max(0.0, roSums.flPhasePhase - flExplained);
+    return std::max(0.0, flYY - GetSlope() * flXY);
 }
 
-} // namespace
-
-SFitSums FitSums_Combine(const SFitSums& roA, const SFitSums& roB)
+SLineSums LineSums_Make(std::span<const SLinePoint> aoPoints)
 {
-    if (roA.flCount == 0.0 || roB.flCount == 0.0)
-    {
-        return roA.flCount == 0.0 ? roB : roA;
-    }
-    SFitSums oSums = roA;
-    const double flNumber = static_cast<double>(roB.iNumber - roA.iNumber) + roB.flMeanNumber - roA.flMeanNumber;
-    const double flPhase = static_cast<double>(roB.iPhase - roA.iPhase) + roB.flMeanPhase - roA.flMeanPhase;
-    oSums.flCount = roA.flCount + roB.flCount;
-    const double flShare = roB.flCount / oSums.flCount;
-    const double flWeight = roA.flCount * flShare;
-    oSums.flMeanNumber += flNumber * flShare;
-    oSums.flMeanPhase += flPhase * flShare;
-    oSums.flNumberNumber += roB.flNumberNumber + flNumber * flNumber * flWeight;
-    oSums.flNumberPhase += roB.flNumberPhase + flNumber * flPhase * flWeight;
-    oSums.flPhasePhase += roB.flPhasePhase + flPhase * flPhase * flWeight;
-    oSums.flNoise += roB.flNoise;
-    oSums.flNoiseFreedom += roB.flNoiseFreedom;
-    return oSums;
-}
-
-SLine FitSums_GetLine(const SFitSums& roSums)
-{
-    SLine oLine;
-    if (roSums.flCount < 3.0 || roSums.flNumberNumber <= 0.0)
-    {
-        return oLine;
-    }
-    oLine.bIsValid = true;
-    oLine.iNumber = roSums.iNumber;
-    oLine.iPhase = roSums.iPhase;
-    oLine.flCount = roSums.flCount;
-    oLine.flMeanNumber = roSums.flMeanNumber;
-    oLine.flMeanPhase = roSums.flMeanPhase;
-    oLine.flSlope = roSums.flNumberPhase / roSums.flNumberNumber;
-    oLine.flNumberNumber = roSums.flNumberNumber;
-    oLine.flVariance = std::max(flRoundingVariance, GetResidual(roSums) / (roSums.flCount - 2.0));
-    oLine.flNoise = roSums.flNoiseFreedom > 0.0 ? std::max(flRoundingVariance, roSums.flNoise / roSums.flNoiseFreedom)
-                                                : oLine.flVariance;
-    return oLine;
-}
-
-SFitSums COpenSecond::Close() const
-{
-    SFitSums oSums;
-    oSums.iNumber = m_iNumber;
-    oSums.iPhase = m_iPhase;
-    oSums.flCount = m_flCount;
-    if (m_flCount == 0.0)
+    SLineSums oSums;
+    if (aoPoints.empty())
     {
         return oSums;
     }
-    oSums.flMeanNumber = m_flNumber / m_flCount;
-    oSums.flMeanPhase = m_flPhase / m_flCount;
-    oSums.flNumberNumber = m_flNumberNumber - m_flNumber * oSums.flMeanNumber;
-    oSums.flNumberPhase = m_flNumberPhase - m_flNumber * oSums.flMeanPhase;
-    oSums.flPhasePhase = std::max(0.0, m_flPhasePhase - m_flPhase * oSums.flMeanPhase);
-    if (m_flCount > 2.0)
+    const SLinePoint& roOrigin = aoPoints.front();
+    double flX = 0.0;
+    double flY = 0.0;
+    for (const SLinePoint& roPoint : aoPoints)
     {
-        oSums.flNoise = GetResidual(oSums);
-        oSums.flNoiseFreedom = m_flCount - 2.0;
+        oSums.flWeight += roPoint.flWeight;
+        flX += roPoint.flWeight * (roPoint.flX - roOrigin.flX);
+        flY += roPoint.flWeight * (roPoint.flY - roOrigin.flY);
     }
+    if (oSums.flWeight <= 0.0)
+    {
+        return oSums;
+    }
+    flX /= oSums.flWeight;
+    flY /= oSums.flWeight;
+    for (const SLinePoint& roPoint : aoPoints)
+    {
+        const double flFromX = roPoint.flX - roOrigin.flX - flX;
+        const double flFromY = roPoint.flY - roOrigin.flY - flY;
+        oSums.flXX += roPoint.flWeight * flFromX * flFromX;
+        oSums.flXY += roPoint.flWeight * flFromX * flFromY;
+        oSums.flYY += roPoint.flWeight * flFromY * flFromY;
+    }
+    oSums.flMeanX = roOrigin.flX + flX;
+    oSums.flMeanY = roOrigin.flY + flY;
     return oSums;
+}
+
+SLineSums LineSums_Combine(const SLineSums& roA, const SLineSums& roB)
+{
+    if (roA.flWeight == 0.0 || roB.flWeight == 0.0)
+    {
+        return roA.flWeight == 0.0 ? roB : roA;
+    }
+    SLineSums oSums = roA;
+    const double flX = roB.flMeanX - roA.flMeanX;
+    const double flY = roB.flMeanY - roA.flMeanY;
+    oSums.flWeight = roA.flWeight + roB.flWeight;
+    const double flShare = roB.flWeight / oSums.flWeight;
+    const double flApart = roA.flWeight * flShare;
+    oSums.flMeanX += flX * flShare;
+    oSums.flMeanY += flY * flShare;
+    oSums.flXX += roB.flXX + flX * flX * flApart;
+    oSums.flXY += roB.flXY + flX * flY * flApart;
+    oSums.flYY += roB.flYY + flY * flY * flApart;
+    return oSums;
+}
+
+double LineSums_GetRest(const SLineSums& roSums, std::span<const SLinePoint> aoPoints)
+{
+    if (aoPoints.empty())
+    {
+        return 0.0;
+    }
+    // Relative to the first point, as the sums are: the mean itself may have lost the digits that matter.
+    const SLinePoint& roOrigin = aoPoints.front();
+    const double flSlope = roSums.GetSlope();
+    double flDistances = 0.0;
+    for (const SLinePoint& roPoint : aoPoints)
+    {
+        flDistances += roPoint.flWeight * (roPoint.flY - roOrigin.flY - flSlope * (roPoint.flX - roOrigin.flX));
+    }
+    const double flMean = roSums.flWeight > 0.0 ? flDistances / roSums.flWeight : 0.0;
+    double flRest = 0.0;
+    for (const SLinePoint& roPoint : aoPoints)
+    {
+        const double flDistance = roPoint.flY - roOrigin.flY - flSlope * (roPoint.flX - roOrigin.flX) - flMean;
+        flRest += roPoint.flWeight * flDistance * flDistance;
+    }
+    return flRest;
 }

@@ -1,4 +1,3 @@
-// See LockGroups.h.
 #include "LockGroups.h"
 
 #include <algorithm>

@@ -1,4 +1,3 @@
-// See NominalRate.h.
 #include "NominalRate.h"
 
 #include <algorithm>
@@ -10,6 +9,7 @@ namespace
 {
 
 constexpr uint32_t uiHzPerKHz = 1000;
+constexpr uint64_t uiMostTotal = 1U << 24U; // pixels and lines: no signal has more, and products stay in range
 constexpr double flRatio1001 = 1000.0 / 1001.0;
 
 // Rates that the told clock allows, lowest and highest, and the one that it says.
@@ -40,11 +40,12 @@ SNominalRate Reduce(uint64_t uiNumerator, uint64_t uiDenominator)
 
 SAllowedRates GetAllowed(const VtVideo_VidParam& roTimings)
 {
-    const uint64_t uiPixels = GetHTotal(roTimings) * GetVTotal(roTimings);
-    if (roTimings.uiHActive == 0 || roTimings.uiVActive == 0)
+    if (roTimings.uiHActive == 0 || roTimings.uiVActive == 0 || GetHTotal(roTimings) > uiMostTotal ||
+        GetVTotal(roTimings) > uiMostTotal)
     {
         return {};
     }
+    const uint64_t uiPixels = GetHTotal(roTimings) * GetVTotal(roTimings);
     if (roTimings.uiPixelClock_kHz == 0)
     {
         const double flRate = roTimings.uiVRate_Hz;

@@ -1,4 +1,3 @@
-// See PairLock.h.
 #include "PairLock.h"
 
 #include <algorithm>
@@ -14,8 +13,7 @@ constexpr double flPasses = 4.0;       // standard errors
 constexpr uint32_t uiRelockFactor = 2; // seconds without a drift per second with one
 constexpr uint32_t uiMostRelock = 60;  // seconds
 constexpr double flContradicts = 4.0;  // standard errors between two windows
-constexpr double flRoundingVariance = 1.0 / 12.0;
-constexpr double flLeastShare = 0.35; // of a window must be there
+constexpr double flLeastShare = 0.35;  // of a window must be there
 
 struct SDrift
 {
@@ -38,13 +36,17 @@ bool IsMultiple(const SNominalRate& roSlow, const SNominalRate& roFast)
     return uiFast % uiSlow == 0;
 }
 
-// How much the series of two streams with different reference periods differ by these alone, ticks per tick.
-double GetReferenceDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
+// The growth of the offset per tick, from the difference of the slopes of both series: the offset is that of fields of
+// the same number, and these come once per period of the slower stream. Exact for rates far from the nominal ones.
+double GetGrowth(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flSlopes)
 {
-    const double flFirst = roFirst.flReferencePeriod;
-    const double flSecond = roSecond.flReferencePeriod;
-    return flFirst >= flSecond ? (flSecond - flFirst / GetMultiple(flFirst / flSecond)) / roSecond.flPeriod
-                               : (flSecond / GetMultiple(flSecond / flFirst) - flFirst) / roFirst.flPeriod;
+    const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
+    const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
+    const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
+    const double flRatio = GetMultiple(roSlow.flReferencePeriod / roFast.flReferencePeriod) * roFast.flReferencePeriod /
+                           roSlow.flReferencePeriod;
+    const double flSign = bFirstIsSlow ? 1.0 : -1.0;
+    return flSign * (flRatio - 1.0) + flRatio * flSlopes * roFast.flPeriod / roFast.flReferencePeriod;
 }
 
 // What the jitter of the single fields leaves, had it no memory: of the slope, and of the line at the instant.
@@ -53,14 +55,16 @@ void AddFieldErrors(const SStreamPhase& roFirst, const SStreamPhase& roSecond, d
 {
     const double flPerSecond =
         (roFirst.flNoise * roFirst.flPeriod + roSecond.flNoise * roSecond.flPeriod) / flTicksPerSecond;
-    const double flMean = flPerSecond / roFit.flWeight;
-    const double flSlope = flMean / roFit.flSpread;
+    const double flMean = flPerSecond / roFit.oSums.flWeight;
+    const double flSlope = flPerSecond / roFit.oSums.flXX;
     roDrift.flErr = std::max(roFit.flSlopeErr, std::sqrt(flSlope));
-    roDrift.flNowErr = std::max(roFit.flEndErr, std::sqrt(flMean + flSlope * roFit.flMeanTime * roFit.flMeanTime));
+    roDrift.flNowErr =
+        std::max(roFit.GetErrAt(0.0), std::sqrt(flMean + flSlope * roFit.oSums.flMeanX * roFit.oSums.flMeanX));
     // Rounding to whole ticks is no noise where the jitter is below a tick.
     const double flRounding = (roFirst.flNoise < 1.0 ? 0.25 : 0.0) + (roSecond.flNoise < 1.0 ? 0.25 : 0.0);
-    roDrift.flErr = std::hypot(roDrift.flErr, std::sqrt(flRounding) / roFit.flWeight);
-    roDrift.flNowErr = std::hypot(roDrift.flNowErr, std::sqrt(2.0 * flRoundingVariance));
+    roDrift.flErr = std::hypot(roDrift.flErr, std::sqrt(flRounding) / roFit.oSums.flWeight);
+    roDrift.flNowErr =
+        std::hypot(roDrift.flNowErr, std::sqrt(2.0 * flRoundingVariance + roFirst.flWander + roSecond.flWander));
 }
 
 SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBlockLength eLength,
@@ -71,19 +75,19 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
     const auto uiLength = static_cast<size_t>(eLength);
     for (uint32_t uiBlock = 0; uiBlock < uiBlocksPerWindow; ++uiBlock)
     {
-        const SBlockPoint& roA = roFirst.aoSeries[uiLength][uiBlock];
-        const SBlockPoint& roB = roSecond.aoSeries[uiLength][uiBlock];
-        aoDifference[uiBlock] = {roA.flTime, roB.flValue - roA.flValue, std::min(roA.flWeight, roB.flWeight)};
-        aoDifference[uiBlock].flTime = roA.flWeight > 0.0 ? roA.flTime : roB.flTime;
+        const SLinePoint& roA = roFirst.aoSeries[uiLength][uiBlock];
+        const SLinePoint& roB = roSecond.aoSeries[uiLength][uiBlock];
+        aoDifference[uiBlock] = {roA.flX, roB.flY - roA.flY, std::min(roA.flWeight, roB.flWeight)};
+        aoDifference[uiBlock].flX = roA.flWeight > 0.0 ? roA.flX : roB.flX;
     }
     const SBlockFit oFit = BlockFit_Get(aoDifference);
     const double flWindow = static_cast<double>(aiBlockSeconds[uiLength]) * uiBlocksPerWindow;
-    if (!oFit.bIsValid || oFit.flWeight < flLeastShare * flWindow)
+    if (!oFit.bIsValid || oFit.oSums.flWeight < flLeastShare * flWindow)
     {
         return oDrift;
     }
     oDrift.bIsValid = true;
-    oDrift.flTicksPerSecond = oFit.flSlope + GetReferenceDrift(roFirst, roSecond) * flTicksPerSecond;
+    oDrift.flTicksPerSecond = GetGrowth(roFirst, roSecond, oFit.oSums.GetSlope() / flTicksPerSecond) * flTicksPerSecond;
     AddFieldErrors(roFirst, roSecond, flTicksPerSecond, oFit, oDrift);
     return oDrift;
 }
@@ -111,14 +115,13 @@ SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, do
     return oChosen;
 }
 
-// A drift counts until it has been away for long enough.
-bool IsDrifting(SPairFigures& roPair)
+// How long a drift still counts: until it has been away for long enough.
+uint32_t CountDrift(const SPairFigures& roPair)
 {
     const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
     const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
-    uint32_t& ruiToLock = roPair.uiSecondsToLock;
-    ruiToLock = bDrifts ? std::min(ruiToLock + uiRelockFactor, uiMostRelock) : ruiToLock - (ruiToLock > 0 ? 1 : 0);
-    return ruiToLock > 0;
+    const uint32_t uiToLock = roPair.uiSecondsToLock;
+    return bDrifts ? std::min(uiToLock + uiRelockFactor, uiMostRelock) : uiToLock - (uiToLock > 0 ? 1 : 0);
 }
 
 ELockState JudgeLock(SPairFigures& roPair, double flThreshold)
@@ -130,26 +133,38 @@ ELockState JudgeLock(SPairFigures& roPair, double flThreshold)
         roPair.uiSecondsToLock = 0;
         return ELockState::FREE;
     }
-    return IsDrifting(roPair) ? ELockState::PASSING : ELockState::LOCKED;
+    roPair.uiSecondsToLock = CountDrift(roPair);
+    return roPair.uiSecondsToLock > 0 ? ELockState::PASSING : ELockState::LOCKED;
 }
 
-// When a drift that is there takes the offset over the threshold, and through a whole period from being in step.
+// When a drift that is there brings the offset, told along its direction, to a place ahead.
+SEstimate GetSecondsTo(const SPairFigures& roPair, double flAhead)
+{
+    const double flDrift = std::abs(roPair.oDriftRatio.flValue);
+    const double flSeconds = std::max(0.0, flAhead / flDrift);
+    return {flSeconds, std::hypot(roPair.oOffsetSeconds.flStdErr, flSeconds * roPair.oDriftRatio.flStdErr) / flDrift,
+            true};
+}
+
+// The next crossing of the threshold, inward or outward, and of zero: each is a period further on once it is passed.
 void FillTimes(SPairFigures& roPair, double flPeriod, double flThreshold)
 {
     const double flDrift = roPair.oDriftRatio.flValue;
-    roPair.flSecondsToThreshold = -1.0;
-    roPair.flSecondsToSlip = -1.0;
+    roPair.oSecondsToThreshold = {};
+    roPair.oSecondsToSlip = {};
     if (flDrift == 0.0 || std::abs(flDrift) <= flStopsPassing * roPair.oDriftRatio.flStdErr)
     {
         return;
     }
-    // Along the drift's direction.
     const double flOffset = std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
+    roPair.oSecondsToSlip = GetSecondsTo(roPair, flOffset < 0.0 ? -flOffset : flPeriod - flOffset);
     const double flNext = flOffset < -flThreshold  ? -flThreshold
                           : flOffset < flThreshold ? flThreshold
                                                    : flPeriod - flThreshold;
-    roPair.flSecondsToThreshold = std::max(0.0, (flNext - flOffset) / std::abs(flDrift));
-    roPair.flSecondsToSlip = (flPeriod - flOffset) / std::abs(flDrift);
+    if (2.0 * flThreshold < flPeriod)
+    {
+        roPair.oSecondsToThreshold = GetSecondsTo(roPair, flNext - flOffset);
+    }
 }
 
 } // namespace
@@ -176,8 +191,8 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
         roPair.uiSecondsToLock = 0;
         roPair.oOffsetSeconds = {};
         roPair.oDriftRatio = {};
-        roPair.flSecondsToThreshold = -1.0;
-        roPair.flSecondsToSlip = -1.0;
+        roPair.oSecondsToThreshold = {};
+        roPair.oSecondsToSlip = {};
     };
     if (!roFirst.bIsKnown || !roSecond.bIsKnown)
     {

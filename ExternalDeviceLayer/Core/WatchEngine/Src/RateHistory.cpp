@@ -1,4 +1,3 @@
-// See RateHistory.h.
 #include "RateHistory.h"
 
 #include <algorithm>

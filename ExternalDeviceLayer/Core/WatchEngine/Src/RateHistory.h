@@ -12,7 +12,7 @@
 #include <array>
 #include <cstdint>
 
-#include "LineFit.h"
+#include "FitSums.h"
 
 constexpr uint32_t uiBlocksPerWindow = 10;
 

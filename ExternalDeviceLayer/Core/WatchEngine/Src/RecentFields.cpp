@@ -1,4 +1,3 @@
-// See RecentFields.h.
 #include "RecentFields.h"
 
 #include <algorithm>
@@ -69,11 +68,11 @@ SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, doubl
     double flLeast = 0.0;
     double flMost = 0.0;
     bool bIsFirst = true;
+    double flBefore = 0.0;
+    int64_t iBefore = INT64_MIN;
     for (int64_t iSecond = iEnd - iWindowSeconds; iSecond < iEnd; ++iSecond)
     {
         const SRecentSecond* poSecond = nullptr;
-        double flBefore = 0.0;
-        double flBeforeNumber = -2.0;
         const std::span<const SRecentField> aoFields = GetSecond(iSecond, poSecond);
         const double flOrigin = static_cast<double>(poSecond->iPhase - roLine.iPhase) -
                                 roLine.GetPhase(static_cast<double>(poSecond->iNumber - roLine.iNumber));
@@ -84,13 +83,14 @@ SJitterFigures CRecentFields::GetJitter(const SLine& roLine, int64_t iEnd, doubl
             flLeast = bIsFirst ? flDeviation : std::min(flLeast, flDeviation);
             flMost = bIsFirst ? flDeviation : std::max(flMost, flDeviation);
             bIsFirst = false;
-            if (static_cast<double>(roField.flNumber) == flBeforeNumber + 1.0)
+            const int64_t iNumber = poSecond->iNumber + static_cast<int64_t>(roField.flNumber);
+            if (iNumber - 1 == iBefore)
             {
                 const double flBin = (flDeviation - flBefore) * flScale + uiMiddleBin + 0.5;
                 ++oFigures.oIntervals.auiCounts[static_cast<size_t>(std::clamp(flBin, 0.0, uiIntervalBins - 1.0))];
             }
             flBefore = flDeviation;
-            flBeforeNumber = static_cast<double>(roField.flNumber);
+            iBefore = iNumber;
         }
         if (poSecond->iSecond == iSecond)
         {
@@ -110,20 +110,20 @@ double CRecentFields::GetSlopeErrorByParts(int64_t iSecond) const
     {
         return 0.0;
     }
-    std::array<SBlockPoint, uiParts> aoPoints = {};
+    std::array<SLinePoint, uiParts> aoPoints;
     const double flScale = uiParts / (static_cast<double>(aoFields.back().flNumber) + 1.0);
     for (const SRecentField& roField : aoFields)
     {
-        SBlockPoint& roPoint = aoPoints[std::min<size_t>(
+        SLinePoint& roPoint = aoPoints[std::min<size_t>(
             uiParts - 1, static_cast<size_t>(static_cast<double>(roField.flNumber) * flScale))];
-        roPoint.flTime += static_cast<double>(roField.flNumber);
-        roPoint.flValue += static_cast<double>(roField.flPhase);
+        roPoint.flX += static_cast<double>(roField.flNumber);
+        roPoint.flY += static_cast<double>(roField.flPhase);
         roPoint.flWeight += 1.0;
     }
-    for (SBlockPoint& roPoint : aoPoints)
+    for (SLinePoint& roPoint : aoPoints)
     {
-        roPoint.flTime /= std::max(1.0, roPoint.flWeight);
-        roPoint.flValue /= std::max(1.0, roPoint.flWeight);
+        roPoint.flX /= std::max(1.0, roPoint.flWeight);
+        roPoint.flY /= std::max(1.0, roPoint.flWeight);
     }
     return BlockFit_Get(aoPoints).flSlopeErr;
 }

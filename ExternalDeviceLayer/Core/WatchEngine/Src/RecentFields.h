@@ -10,7 +10,7 @@
 #include <memory>
 #include <span>
 
-#include "LineFit.h"
+#include "FitSums.h"
 #include "WatchSnapshot.h"
 
 // A field on the grid, relative to the first one of its second.

@@ -28,7 +28,8 @@ public:
     int32_t Get() const { return m_iReference; }
 
 private:
-    bool MustChange(uint32_t uiRunning, uint32_t uiGrouped, uint64_t uiNowNs);
+    void Observe(uint32_t uiRunning, uint32_t uiGrouped, uint64_t uiNowNs);
+    bool MustChange(uint64_t uiNowNs) const;
 
     int32_t m_iSetting;
     int32_t m_iReference = -1;

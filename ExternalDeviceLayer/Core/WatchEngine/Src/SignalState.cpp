@@ -1,13 +1,13 @@
-// See SignalState.h.
 #include "SignalState.h"
 
 #include <algorithm>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr double flSecondsPerNs = 1e-9;
-constexpr double flSilentNs = 1e9;
+constexpr double flSilentNs = flNsPerSecond;
 constexpr double flSilentPeriods = 4.0;
 constexpr double flLeastTimeOutNs = 1e6;
 constexpr double flTimeOutFactor = 1.5;
@@ -21,12 +21,9 @@ double GetSeconds(uint64_t uiFromNs, uint64_t uiToNs)
 
 void CSignalState::AddEvent(EWatchEventKind eKind, uint64_t uiTick, uint64_t uiMonotonicNs, double flSeconds)
 {
-    SWatchEvent oEvent = {};
-    oEvent.eKind = eKind;
-    oEvent.oKey = m_roFigures.oKey;
-    oEvent.uiTick = uiTick;
+    SWatchEvent oEvent = m_roOutput.MakeEvent(eKind, uiTick);
     oEvent.flSeconds = flSeconds;
-    m_roContext.oEvents.Add(oEvent, uiMonotonicNs);
+    m_roOutput.AddEvent(oEvent, uiMonotonicNs);
 }
 
 void CSignalState::SetState(EStreamState eState, uint64_t uiTick, uint64_t uiMonotonicNs)
@@ -43,19 +40,16 @@ void CSignalState::SetState(EStreamState eState, uint64_t uiTick, uint64_t uiMon
     m_roFigures.eState = eState;
     m_uiSinceTick = uiTick;
     m_uiSinceNs = uiMonotonicNs;
-    SWatchEvent oEvent = {};
-    oEvent.eKind = EWatchEventKind::STATE_CHANGED;
-    oEvent.oKey = m_roFigures.oKey;
-    oEvent.uiTick = uiTick;
+    SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::STATE_CHANGED, uiTick);
     oEvent.uiBefore = static_cast<uint64_t>(eBefore);
     oEvent.uiAfter = static_cast<uint64_t>(eState);
-    m_roContext.oEvents.Add(oEvent, uiMonotonicNs);
+    m_roOutput.AddEvent(oEvent, uiMonotonicNs);
 }
 
 bool CSignalState::IsMeantToRun() const
 {
     const SStreamDescription& roDescription = m_roFigures.oDescription;
-    if (m_roFigures.oKey.eDirection == EStreamDirection::OUTPUT)
+    if (m_roOutput.IsOutput())
     {
         // All zero: nobody has described it yet.
         return roDescription.uiMomentNs == 0 || roDescription.ePowerState == VtVideoOut_PowerState_ON ||
@@ -78,7 +72,7 @@ void CSignalState::Begin(uint64_t uiMonotonicNs)
 void CSignalState::BeginAway(bool bIsCanceled)
 {
     m_bIsCanceled = bIsCanceled;
-    if (!m_bHasField || m_bIsAway)
+    if ((!m_bHasField && !m_bIsBackWithout) || m_bIsAway)
     {
         return;
     }
@@ -105,9 +99,11 @@ void CSignalState::EndAway(const SFieldRecord& roRecord, double flPeriod)
     {
         return;
     }
+    const bool bByTick = m_uiLastTick != 0;
     const auto flTicks = static_cast<double>(static_cast<int64_t>(roRecord.uiTick - m_uiLastTick));
-    const double flSeconds = std::max(0.0, flTicks - flPeriod) / static_cast<double>(m_roContext.uiTickFrequencyHz);
-    m_flLostSeconds += flSeconds;
+    const double flSeconds = bByTick ? std::max(0.0, flTicks - flPeriod) * m_roOutput.GetSecondsPerTick()
+                                     : GetSeconds(m_uiLastNs, roRecord.uiArrivalNs);
+    m_flLostSeconds += std::min(flSeconds, GetSeconds(m_uiBeganNs, roRecord.uiArrivalNs));
     AddEvent(EWatchEventKind::SIGNAL_BACK, roRecord.uiTick, roRecord.uiArrivalNs, flSeconds);
 }
 
@@ -120,6 +116,8 @@ bool CSignalState::TakeField(const SFieldRecord& roRecord, double flPeriod)
         EndAway(roRecord, flPeriod);
     }
     m_bHasField = true;
+    m_bIsBackWithout = false;
+    m_oEarlier = {};
     m_uiLastTick = roRecord.uiTick;
     m_uiLastNs = roRecord.uiArrivalNs;
     m_flWaitedNs = 0.0;
@@ -136,44 +134,72 @@ void CSignalState::AddSilence(const SFieldRecord& roRecord)
     m_flWaitedNs += std::min(flNs, flTimeOutFactor * m_flTimeOutNs);
 }
 
+// The device is back, the signal is not: not yet, or it is lost from here on.
+void CSignalState::ComeBack(const SFieldRecord& roRecord)
+{
+    m_bIsBackWithout = m_bHasField || m_bIsBackWithout;
+    m_bHasField = false;
+    m_bIsAway = false;
+    m_uiLastTick = 0;
+    m_uiLastNs = roRecord.uiArrivalNs;
+    m_flWaitedNs = 0.0;
+    SetState(EStreamState::IDLE, 0, roRecord.uiArrivalNs);
+}
+
 void CSignalState::TakeOther(const SFieldRecord& roRecord, double flPeriod)
 {
     Begin(roRecord.uiWaitBeginNs);
-    switch (roRecord.eResult)
+    if (roRecord.eResult == EWaitResult::GONE)
     {
-    case EWaitResult::TIMED_OUT:
-    {
-        const double flPeriodNs = flPeriod * m_roContext.oClock.GetNsPerTick();
-        AddSilence(roRecord);
-        if (m_roFigures.eState == EStreamState::RUNNING &&
-            m_flWaitedNs >= std::max(flSilentNs, flSilentPeriods * flPeriodNs))
-        {
-            BeginAway(false);
-        }
-        break;
-    }
-    case EWaitResult::CANCELED:
-        BeginAway(true);
-        break;
-    case EWaitResult::GONE:
         m_bIsUndecided = false;
         SetState(EStreamState::GONE, 0, roRecord.uiArrivalNs);
-        return;
-    case EWaitResult::FIELD:
         return;
     }
     if (m_roFigures.eState == EStreamState::GONE)
     {
-        // The device is back; the signal is not.
-        m_bIsAway = false;
-        m_bHasField = false;
-        SetState(EStreamState::IDLE, 0, roRecord.uiArrivalNs);
+        ComeBack(roRecord);
     }
+    if (roRecord.eResult == EWaitResult::CANCELED)
+    {
+        BeginAway(true);
+    }
+    else
+    {
+        const double flPeriodNs = flPeriod * m_roOutput.GetContext().oClock.GetNsPerTick();
+        AddSilence(roRecord);
+        const bool bIsSilent = m_flWaitedNs >= std::max(flSilentNs, flSilentPeriods * flPeriodNs);
+        if (bIsSilent && (m_roFigures.eState == EStreamState::RUNNING || m_bIsBackWithout))
+        {
+            BeginAway(false);
+        }
+    }
+}
+
+// An earlier run knew this stream: it is lost since that one saw it, and it only counts as a loss of this run when
+// nobody has told of it yet.
+void CSignalState::InheritLoss(const SClockReading& roClock)
+{
+    const bool bIsNoSignal = m_bIsCanceled || m_flWaitedNs >= flSilentNs;
+    if (m_oEarlier.eState == EEarlierState::UNKNOWN || m_bHasField || !bIsNoSignal || !IsMeantToRun() ||
+        m_roFigures.eState != EStreamState::IDLE)
+    {
+        return;
+    }
+    m_uiLastTick = 0;
+    m_uiLastNs = roClock.GetMonotonicNs(m_oEarlier.iUtcNs);
+    m_bIsAway = true;
+    if (m_oEarlier.eState == EEarlierState::RUNNING)
+    {
+        DeclareLoss();
+    }
+    SetState(EStreamState::LOST, 0, m_uiLastNs);
+    m_oEarlier = {};
 }
 
 void CSignalState::Analyse(const SClockReading& roClock)
 {
     Begin(roClock.uiMonotonicNs);
+    InheritLoss(roClock);
     if (m_bIsUndecided && IsMeantToRun())
     {
         DeclareLoss();
@@ -185,14 +211,16 @@ void CSignalState::Analyse(const SClockReading& roClock)
     }
     const EStreamState eState = m_roFigures.eState;
     const double flSince = GetSeconds(m_uiSinceNs, roClock.uiMonotonicNs);
+    // A loss may be older than the watch; what is counted is what was watched.
+    const double flLost = std::min(flSince, GetSeconds(m_uiBeganNs, roClock.uiMonotonicNs));
     SStreamCounters& roCounters = m_roFigures.oCounters;
     // What is still going on is an estimate; a figure that has been shown does not shrink again.
     roCounters.flRunningSeconds =
         std::max(roCounters.flRunningSeconds, m_flRunningSeconds + (eState == EStreamState::RUNNING ? flSince : 0.0));
     roCounters.flSignalLostSeconds =
-        std::max(roCounters.flSignalLostSeconds, m_flLostSeconds + (eState == EStreamState::LOST ? flSince : 0.0));
+        std::max(roCounters.flSignalLostSeconds, m_flLostSeconds + (eState == EStreamState::LOST ? flLost : 0.0));
     roCounters.flWatchedSeconds = GetSeconds(m_uiBeganNs, roClock.uiMonotonicNs);
-    const bool bByTick = m_uiSinceTick != 0 && m_roContext.oClock.IsKnown();
-    const uint64_t uiSinceNs = bByTick ? m_roContext.oClock.ToMonotonicNs(m_uiSinceTick) : m_uiSinceNs;
-    m_roFigures.iStateSinceUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiSinceNs - roClock.uiMonotonicNs);
+    const bool bByTick = m_uiSinceTick != 0 && m_roOutput.GetContext().oClock.IsKnown();
+    const uint64_t uiSinceNs = bByTick ? m_roOutput.GetContext().oClock.ToMonotonicNs(m_uiSinceTick) : m_uiSinceNs;
+    m_roFigures.iStateSinceUtcNs = roClock.GetUtcNs(uiSinceNs);
 }

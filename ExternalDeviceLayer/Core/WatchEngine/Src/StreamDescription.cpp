@@ -1,63 +1,67 @@
-// What the board says about a stream, and what changes in it. See StreamWatch.h.
+#include "StreamDescription.h"
+
 #include <cstring>
 
-#include "StreamWatch.h"
-
-void CStreamWatch::TakeDescription(const SStreamDescription& roDescription)
+bool CStreamDescription::Take(const SStreamDescription& roDescription)
 {
-    TakeTimings(roDescription);
+    const bool bIsOther = TakeTimings(roDescription);
     TakeStates(roDescription);
-    SStreamCounters& roCounters = m_oFigures.oCounters;
     if (roDescription.bHasSkippedBuffers)
     {
-        if (m_bHasSkippedBefore && roDescription.uiSkippedBuffers != m_uiSkippedBefore)
-        {
-            // A count that is smaller than before began anew at 0.
-            const bool bRestarted = roDescription.uiSkippedBuffers < m_uiSkippedBefore;
-            const uint64_t uiSkipped = roDescription.uiSkippedBuffers - (bRestarted ? 0 : m_uiSkippedBefore);
-            roCounters.uiBuffersSkipped += uiSkipped;
-            SWatchEvent oEvent = MakeEvent(EWatchEventKind::BUFFERS_SKIPPED, 0, uiSkipped);
-            if (uiSkipped > 0)
-            {
-                m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
-            }
-        }
-        m_uiSkippedBefore = roDescription.uiSkippedBuffers;
-        m_bHasSkippedBefore = true;
+        TakeSkipped(roDescription);
     }
-    m_oFigures.oDescription = roDescription;
+    m_roOutput.GetFigures().oDescription = roDescription;
     m_bHasDescription = true;
+    return bIsOther;
 }
 
-void CStreamWatch::TakeTimings(const SStreamDescription& roDescription)
+void CStreamDescription::TakeSkipped(const SStreamDescription& roDescription)
+{
+    if (m_bHasSkippedBefore && roDescription.uiSkippedBuffers != m_uiSkippedBefore)
+    {
+        // A count that is smaller than before began anew at 0.
+        const bool bRestarted = roDescription.uiSkippedBuffers < m_uiSkippedBefore;
+        const uint64_t uiSkipped = roDescription.uiSkippedBuffers - (bRestarted ? 0 : m_uiSkippedBefore);
+        m_roOutput.GetCounters().uiBuffersSkipped += uiSkipped;
+        if (uiSkipped > 0)
+        {
+            m_roOutput.AddEvent(m_roOutput.MakeEvent(EWatchEventKind::BUFFERS_SKIPPED, 0, uiSkipped),
+                                roDescription.uiMomentNs);
+        }
+    }
+    m_uiSkippedBefore = roDescription.uiSkippedBuffers;
+    m_bHasSkippedBefore = true;
+}
+
+bool CStreamDescription::TakeTimings(const SStreamDescription& roDescription)
 {
     const VtVideo_VidParam& roTimings = roDescription.oTimings;
     const bool bHasSignal = roTimings.uiHActive != 0 && roTimings.uiVActive != 0;
     if (!bHasSignal || std::memcmp(&roTimings, &m_oTimings, sizeof(roTimings)) == 0)
     {
-        return;
+        return false;
     }
     const bool bIsFirst = m_oTimings.uiHActive == 0;
-    const double flBefore = m_oFigures.flNominalRateHz;
+    const double flBefore = m_roOutput.GetFigures().flNominalRateHz;
     m_oTimings = roTimings;
     m_bIsAmbiguous = NominalRate_IsAmbiguous(roTimings);
-    m_oPhase.oNominal = {};
+    m_oNominal = {};
     ChooseNominal();
     if (bIsFirst)
     {
-        return;
+        return false;
     }
-    ++m_oFigures.oCounters.uiTimingChanges;
-    SWatchEvent oEvent = MakeEvent(EWatchEventKind::TIMINGS_CHANGED);
+    ++m_roOutput.GetCounters().uiTimingChanges;
+    SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::TIMINGS_CHANGED);
     oEvent.flBefore = flBefore;
-    oEvent.flAfter = m_oFigures.flNominalRateHz;
-    m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
-    RestartGrid();
+    oEvent.flAfter = m_roOutput.GetFigures().flNominalRateHz;
+    m_roOutput.AddEvent(oEvent, roDescription.uiMomentNs);
+    return true;
 }
 
-void CStreamWatch::TakeStates(const SStreamDescription& roDescription)
+void CStreamDescription::TakeStates(const SStreamDescription& roDescription)
 {
-    const SStreamDescription& roBefore = m_oFigures.oDescription;
+    const SStreamDescription& roBefore = m_roOutput.GetFigures().oDescription;
     const auto Compare = [&](EWatchEventKind eKind, uint64_t uiBefore, uint64_t uiAfter, uint64_t& ruiCounter)
     {
         if (!m_bHasDescription || uiBefore == uiAfter)
@@ -65,15 +69,15 @@ void CStreamWatch::TakeStates(const SStreamDescription& roDescription)
             return;
         }
         ++ruiCounter;
-        SWatchEvent oEvent = MakeEvent(eKind);
+        SWatchEvent oEvent = m_roOutput.MakeEvent(eKind);
         oEvent.uiBefore = uiBefore;
         oEvent.uiAfter = uiAfter;
-        m_roContext.oEvents.Add(oEvent, roDescription.uiMomentNs);
+        m_roOutput.AddEvent(oEvent, roDescription.uiMomentNs);
     };
-    SStreamCounters& roCounters = m_oFigures.oCounters;
+    SStreamCounters& roCounters = m_roOutput.GetCounters();
     Compare(EWatchEventKind::FORMAT_CHANGED, roBefore.ePixelFormat, roDescription.ePixelFormat,
             roCounters.uiFormatChanges);
-    if (m_oFigures.oKey.eDirection == EStreamDirection::INPUT)
+    if (!m_roOutput.IsOutput())
     {
         Compare(EWatchEventKind::CAPTURE_CHANGED, roBefore.eCaptureState, roDescription.eCaptureState,
                 roCounters.uiStateChanges);
@@ -85,18 +89,18 @@ void CStreamWatch::TakeStates(const SStreamDescription& roDescription)
     }
 }
 
-void CStreamWatch::ChooseNominal()
+void CStreamDescription::ChooseNominal()
 {
-    const SEstimate& roMeasured = m_oFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
+    SStreamFigures& roFigures = m_roOutput.GetFigures();
+    const SEstimate& roMeasured = roFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
     const SNominalRate oRate = NominalRate_Choose(m_oTimings, roMeasured.bIsValid ? roMeasured.flValue : 0.0);
-    if (oRate == m_oPhase.oNominal)
+    if (oRate == m_oNominal)
     {
         return;
     }
-    m_oPhase.oNominal = oRate;
-    m_oTimeDeviation.Clear(); // its phases are told against this rate
-    m_oFigures.uiNominalNumerator = oRate.uiNumerator;
-    m_oFigures.uiNominalDenominator = oRate.uiDenominator;
-    m_oFigures.flNominalRateHz = oRate.GetHz();
-    m_oFigures.flLineSeconds = NominalRate_GetLineSeconds(m_oTimings, oRate);
+    m_oNominal = oRate;
+    roFigures.uiNominalNumerator = oRate.uiNumerator;
+    roFigures.uiNominalDenominator = oRate.uiDenominator;
+    roFigures.flNominalRateHz = oRate.GetHz();
+    roFigures.flLineSeconds = NominalRate_GetLineSeconds(m_oTimings, oRate);
 }

@@ -1,4 +1,3 @@
-// See StreamPhase.h.
 #include "StreamPhase.h"
 
 #include <algorithm>
@@ -8,7 +7,6 @@ namespace
 {
 
 constexpr uint32_t uiFullBlocks = 8; // of ten
-constexpr double flRoundingVariance = 1.0 / 12.0;
 
 // Where the block's middle is, relative to a field: fields after it and ticks of phase after its phase.
 struct SBlockPlace
@@ -19,35 +17,41 @@ struct SBlockPlace
 
 SBlockPlace GetPlace(const SFitSums& roBlock, int64_t iNumber, int64_t iPhase)
 {
-    return {static_cast<double>(roBlock.iNumber - iNumber) + roBlock.flMeanNumber,
-            static_cast<double>(roBlock.iPhase - iPhase) + roBlock.flMeanPhase};
+    return {static_cast<double>(roBlock.iNumber - iNumber) + roBlock.oLine.flMeanX,
+            static_cast<double>(roBlock.iPhase - iPhase) + roBlock.oLine.flMeanY};
 }
 
 // Rounding to whole ticks is no noise where the jitter is below a tick: the worst slope that it can feign, as three
 // standard errors.
 double GetRoundingSlopeErr(const SLine& roLine)
 {
-    return roLine.flNoise < 1.0 ? 0.5 / roLine.flCount : 0.0;
+    return roLine.flNoise < 1.0 ? 0.5 / roLine.GetCount() : 0.0;
 }
 
 } // namespace
+
+double StreamPhase_GetSlopeErr(const SLine& roLine, double flByBlocks)
+{
+    const double flByFields = std::sqrt(roLine.flVariance / roLine.oSums.flXX);
+    return std::hypot(std::max(flByFields, flByBlocks), GetRoundingSlopeErr(roLine));
+}
 
 SRateFit StreamPhase_FitWindow(const CRateHistory& roHistory, EBlockLength eLength, const SWindowTimes& roTimes)
 {
     SRateFit oFit;
     SFitSums oSums;
     uint32_t uiBlocks = 0;
-    std::array<SBlockPoint, uiBlocksPerWindow> aoPoints = {};
+    PhaseSeries aoPoints;
     for (uint32_t uiBlock = 0; uiBlock < uiBlocksPerWindow; ++uiBlock)
     {
         const SFitSums* poBlock = roHistory.FindBlock(eLength, roTimes.aiBlock[uiBlock]);
-        if (poBlock == nullptr || poBlock->flCount == 0.0)
+        if (poBlock == nullptr || poBlock->IsEmpty())
         {
             continue;
         }
         oSums = FitSums_Combine(oSums, *poBlock);
         const SBlockPlace oPlace = GetPlace(*poBlock, oSums.iNumber, oSums.iPhase);
-        aoPoints[uiBlock] = {oPlace.flNumber, oPlace.flPhase, poBlock->flCount};
+        aoPoints[uiBlock] = {oPlace.flNumber, oPlace.flPhase, poBlock->GetCount()};
         ++uiBlocks;
     }
     oFit.oLine = FitSums_GetLine(oSums);
@@ -55,10 +59,8 @@ SRateFit StreamPhase_FitWindow(const CRateHistory& roHistory, EBlockLength eLeng
     {
         return oFit;
     }
-    const double flByFields = std::sqrt(oFit.oLine.flVariance / oFit.oLine.flNumberNumber);
-    const SBlockFit oByBlocks = BlockFit_Get(aoPoints);
-    oFit.flSlopeErr = std::hypot(std::max(flByFields, oByBlocks.bIsValid ? oByBlocks.flSlopeErr : 0.0),
-                                 GetRoundingSlopeErr(oFit.oLine));
+    oFit.oBlocks = BlockFit_Get(aoPoints);
+    oFit.flSlopeErr = StreamPhase_GetSlopeErr(oFit.oLine, oFit.oBlocks.flSlopeErr);
     oFit.bIsFull = uiBlocks >= uiFullBlocks;
     return oFit;
 }
@@ -82,10 +84,13 @@ SNearestField FindGrid(SStreamPhase& roPhase, const CRateHistory& roHistory, con
         static_cast<double>(static_cast<int64_t>(roInstant.uiTick - uiOrigin)) - roLine.GetPhase(0.0);
     const double flNumber = std::round(flSince / roPhase.flPeriod);
     roPhase.flGrid = flNumber * roPhase.flPeriod - flSince;
-    const double flAway = flNumber - roLine.flMeanNumber;
-    // The blocks' own word on the slope counts here as well.
-    roPhase.flGridErr = std::sqrt(roLine.flVariance / roLine.flCount +
-                                  roFit.flSlopeErr * roFit.flSlopeErr * flAway * flAway + flRoundingVariance);
+    // By the fields, which takes them for independent; by the blocks, which shows wander that lasts; and what of it no
+    // block shows.
+    const double flAway = flNumber - roLine.oSums.flMeanX;
+    const double flByFields = std::hypot(std::sqrt(roLine.flVariance / roLine.GetCount()), roFit.flSlopeErr * flAway);
+    const double flByBlocks = roFit.oBlocks.bIsValid ? roFit.oBlocks.GetErrAt(flNumber) : 0.0;
+    roPhase.flGridErr =
+        std::sqrt(std::pow(std::max(flByFields, flByBlocks), 2.0) + roLine.flWander + flRoundingVariance);
     return {roLine.iNumber + static_cast<int64_t>(flNumber), roLine.GetPhase(flNumber)};
 }
 
@@ -105,6 +110,7 @@ void StreamPhase_Find(SStreamPhase& roPhase, const CRateHistory& roHistory, cons
     roPhase.flPeriod = flGridPeriod + roTen.oLine.flSlope;
     roPhase.flReferencePeriod = roPhase.oNominal.IsKnown() ? flTicksPerSecond / roPhase.oNominal.GetHz() : flGridPeriod;
     roPhase.flNoise = roTen.oLine.flNoise;
+    roPhase.flWander = roTen.oLine.flWanderInSecond;
     const SNearestField oNearest = FindGrid(roPhase, roHistory, roInstant, roTen);
     const double flExcess = flGridPeriod - roPhase.flReferencePeriod;
     for (size_t uiLength = 0; uiLength < roPhase.aoSeries.size(); ++uiLength)
@@ -113,11 +119,11 @@ void StreamPhase_Find(SStreamPhase& roPhase, const CRateHistory& roHistory, cons
         const SWindowTimes& roTimes = roInstant.aoTimes[uiLength];
         for (uint32_t uiBlock = 0; uiBlock < uiBlocksPerWindow; ++uiBlock)
         {
-            SBlockPoint& roPoint = roPhase.aoSeries[uiLength][uiBlock];
+            SLinePoint& roPoint = roPhase.aoSeries[uiLength][uiBlock];
             const SFitSums* poBlock =
                 roHistory.FindBlock(static_cast<EBlockLength>(uiLength), roTimes.aiBlock[uiBlock]);
             roPoint = {};
-            if (poBlock == nullptr || poBlock->flCount == 0.0 || !raoFits[uiLength].oLine.bIsValid)
+            if (poBlock == nullptr || poBlock->IsEmpty() || !raoFits[uiLength].oLine.bIsValid)
             {
                 continue;
             }
@@ -126,9 +132,9 @@ void StreamPhase_Find(SStreamPhase& roPhase, const CRateHistory& roHistory, cons
             // The mean of a block's fields is not quite at its middle.
             const double flMean = roPhase.flGrid + oPlace.flNumber * flGridPeriod + flPhase; // after the instant
             const double flCentre = roTimes.aflCentre[uiBlock] * flTicksPerSecond;
-            roPoint.flTime = roTimes.aflCentre[uiBlock];
-            roPoint.flValue = oPlace.flNumber * flExcess + flPhase + flDrift * (flCentre - flMean);
-            roPoint.flWeight = poBlock->flCount * roPhase.flPeriod / flTicksPerSecond;
+            roPoint.flX = roTimes.aflCentre[uiBlock];
+            roPoint.flY = oPlace.flNumber * flExcess + flPhase + flDrift * (flCentre - flMean);
+            roPoint.flWeight = poBlock->GetCount() * roPhase.flPeriod / flTicksPerSecond;
         }
     }
 }

@@ -1,284 +1,162 @@
-// See StreamWatch.h.
 #include "StreamWatch.h"
 
-#include <algorithm>
-#include <cmath>
-
-#include "BufferVerdict.h"
-
-namespace
-{
-
-constexpr double flLateWakeShare = 0.5;    // of a period: an arrival so late is a late wake
-constexpr double flMostUsualNs = 500e3;    // nothing later is usual
-constexpr double flUsualLateGain = 0.02;   // of the running mean of latenesses
-constexpr int64_t iWitnessNs = 60'000'000; // threads that a stall held up hand in what they have within this time
-
-} // namespace
+#include "StreamFigures.h"
 
 CStreamWatch::CStreamWatch(SWatchContext& roContext, const SStreamKey& roKey)
-    : m_roContext(roContext),
-      m_oSignal(roContext, m_oFigures),
-      m_oTracker(roContext.uiTickFrequencyHz),
-      m_oHistory(roContext.uiTickFrequencyHz)
+    : m_oOutput(roContext, roKey),
+      m_oIntake(m_oOutput),
+      m_oSignal(m_oOutput),
+      m_oFields(m_oOutput),
+      m_oGrid(m_oOutput),
+      m_oDescription(m_oOutput)
 {
-    m_oFigures.oKey = roKey;
-}
-
-SWatchEvent CStreamWatch::MakeEvent(EWatchEventKind eKind, uint64_t uiTick, uint64_t uiCount) const
-{
-    SWatchEvent oEvent = {};
-    oEvent.eKind = eKind;
-    oEvent.oKey = m_oFigures.oKey;
-    oEvent.uiTick = uiTick;
-    oEvent.uiCount = uiCount;
-    return oEvent;
-}
-
-// In ticks; 0: not known.
-double CStreamWatch::GetNominalPeriod() const
-{
-    return m_oFigures.flNominalRateHz > 0.0 ? m_roContext.uiTickFrequencyHz / m_oFigures.flNominalRateHz : 0.0;
-}
-
-// By the fields; by the timings until these are there.
-double CStreamWatch::GetPeriod() const
-{
-    return m_oTracker.IsKnown() ? m_oTracker.GetPeriod() : GetNominalPeriod();
+    m_aoHeld.reserve(msc_uiMostHeld);
 }
 
 void CStreamWatch::TakeRecord(const SFieldRecord& roRecord)
 {
-    m_oTrace.Take(roRecord, GetPeriod() * m_roContext.oClock.GetNsPerTick());
+    const STakenRecord oTaken = m_oIntake.Take(roRecord, m_oGrid.GetPeriod());
+    if (m_aoHeld.empty() && !m_oOutput.GetContext().oNext.IsBefore(oTaken.oRecord))
+    {
+        Count(oTaken);
+        return;
+    }
+    if (m_aoHeld.size() == msc_uiMostHeld)
+    {
+        // Nobody analyses. Counted too early is better than not at all.
+        Count(m_aoHeld.front());
+        m_aoHeld.erase(m_aoHeld.begin());
+    }
+    m_aoHeld.push_back(oTaken);
+}
+
+void CStreamWatch::Release()
+{
+    const SWatchContext& roContext = m_oOutput.GetContext();
+    auto itTaken = m_aoHeld.begin();
+    for (; itTaken != m_aoHeld.end(); ++itTaken)
+    {
+        const bool bIsOfClock = itTaken->uiClockEpoch == roContext.oClock.GetEpoch();
+        if (bIsOfClock && roContext.oNext.IsBefore(itTaken->oRecord))
+        {
+            break;
+        }
+        Count(*itTaken);
+    }
+    m_aoHeld.erase(m_aoHeld.begin(), itTaken);
+}
+
+void CStreamWatch::Count(const STakenRecord& roTaken)
+{
+    const SFieldRecord& roRecord = roTaken.oRecord;
+    const double flPeriod = m_oGrid.GetPeriod();
+    m_oFields.TakeWait(roTaken, flPeriod);
     if (roRecord.eResult == EWaitResult::FIELD)
     {
-        TakeArrival(roRecord);
-        TakeField(roRecord);
-        m_oTrace.Begin(roRecord);
-        m_oLast = roRecord;
+        CountField(roTaken);
         return;
     }
-    m_oFigures.oCounters.uiWaitTimeOuts += roRecord.eResult == EWaitResult::TIMED_OUT ? 1 : 0;
-    m_oSignal.TakeOther(roRecord, GetPeriod());
-}
-
-// How late the wait returned.
-void CStreamWatch::TakeArrival(const SFieldRecord& roRecord)
-{
-    const double flLateNs = m_roContext.oClock.Take(roRecord.uiTick, roRecord.uiArrivalNs);
-    const double flLate = flLateNs * 1e-9;
-    SWakeHistogram& roWakes = m_oFigures.oWakes;
-    const auto itBound = std::ranges::lower_bound(aflWakeBoundsSeconds, flLate);
-    ++roWakes.auiCounts[static_cast<size_t>(itBound - aflWakeBoundsSeconds.begin())];
-    roWakes.flSumSeconds += flLate;
-    m_flUsualLateNs += flUsualLateGain * (std::min(flLateNs, flMostUsualNs) - m_flUsualLateNs);
-    m_flLateNs = flLateNs;
-}
-
-// A wait that was held up is a witness, for this stream and all others.
-void CStreamWatch::TakeStall(const SFieldRecord& roRecord, int64_t iFields)
-{
-    const double flPeriodNs = GetPeriod() * m_roContext.oClock.GetNsPerTick();
-    m_oFigures.oCounters.uiLateWakes += flPeriodNs > 0.0 && m_flLateNs > flLateWakeShare * flPeriodNs ? 1 : 0;
-    const auto uiStallNs =
-        static_cast<uint64_t>(FieldGap_GetStallNs(roRecord, iFields, m_flLateNs, m_flUsualLateNs, flPeriodNs));
-    if (uiStallNs > 0)
+    m_oOutput.GetCounters().uiWaitTimeOuts += roRecord.eResult == EWaitResult::TIMED_OUT ? 1 : 0;
+    if (roRecord.eResult == EWaitResult::CANCELED && m_oSignal.IsPresent())
     {
-        m_roContext.oStalls.Add(roRecord.uiArrivalNs - uiStallNs, roRecord.uiArrivalNs);
+        m_oFields.TakeLoss(roRecord, flPeriod);
     }
+    m_oSignal.TakeOther(roRecord, flPeriod);
 }
 
-void CStreamWatch::TakeField(const SFieldRecord& roRecord)
+void CStreamWatch::CountField(const STakenRecord& roTaken)
 {
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    const bool bIsFirst = m_oSignal.TakeField(roRecord, GetPeriod());
-    if (bIsFirst || roRecord.uiTick < m_oLast.uiTick)
+    const SFieldRecord& roRecord = roTaken.oRecord;
+    const double flPeriod = m_oGrid.GetPeriod();
+    const bool bIsFirst = m_oSignal.TakeField(roRecord, flPeriod) || roRecord.uiTick < m_uiLastTick ||
+                          roTaken.uiClockEpoch != m_uiClockEpoch;
+    m_uiLastTick = roRecord.uiTick;
+    m_uiClockEpoch = roTaken.uiClockEpoch;
+    if (bIsFirst)
     {
-        RestartGrid();
-        ++roCounters.uiFieldsObserved;
-        TakeGrid(roRecord, 1);
+        m_oGrid.Restart();
+        m_iPassedOver = 0;
+        m_oFields.TakeFirst(roRecord);
+        TakeGrid(roTaken, 1);
         return;
     }
-    const SCounterStep oStep = CounterStep_Get(m_oLast, roRecord, GetPeriod());
-    if (oStep.eStep == ECounterStep::REPEATED)
+    const int64_t iFields = m_oFields.TakeNext(roTaken, flPeriod);
+    if (iFields > 0)
     {
-        ++roCounters.uiFieldsRepeated;
-        AddEvent(MakeEvent(EWatchEventKind::COUNTER_REPEATED, roRecord.uiTick));
-        TakeRepeated(roRecord);
-        return;
-    }
-    if (oStep.eStep == ECounterStep::JUMPED)
-    {
-        ++roCounters.uiCounterBackward;
-        SWatchEvent oEvent = MakeEvent(EWatchEventKind::COUNTER_BACKWARD, roRecord.uiTick);
-        oEvent.uiBefore = m_oLast.uiFieldCounter;
-        oEvent.uiAfter = roRecord.uiFieldCounter;
-        AddEvent(oEvent);
-    }
-    ++roCounters.uiFieldsObserved;
-    TakeStall(roRecord, oStep.iFields);
-    if (oStep.iFields > 1)
-    {
-        TakeGap(roRecord, oStep.iFields - 1);
-    }
-    TakeGrid(roRecord, oStep.iFields);
-    if (m_oFigures.oKey.eDirection == EStreamDirection::OUTPUT)
-    {
-        TakeBuffers(roRecord, oStep.iFields);
+        TakeGrid(roTaken, iFields);
     }
 }
 
-// A field of its own if time has passed, whatever the counter says.
-void CStreamWatch::TakeRepeated(const SFieldRecord& roRecord)
+void CStreamWatch::TakeGrid(const STakenRecord& roTaken, int64_t iFields)
 {
-    const double flPeriod = GetPeriod();
-    const auto flTicks = static_cast<double>(roRecord.uiTick - m_oLast.uiTick);
-    if (flPeriod > 0.0 && flTicks > flPeriod / 2.0)
+    m_iPassedOver += iFields;
+    if (!roTaken.IsForeign())
     {
-        ++m_oFigures.oCounters.uiFieldsObserved;
-        TakeGrid(roRecord, std::llround(flTicks / flPeriod));
+        m_oGrid.Take(roTaken.oRecord, m_iPassedOver);
+        m_iPassedOver = 0;
     }
 }
 
-void CStreamWatch::TakeGap(const SFieldRecord& roRecord, int64_t iMissing)
+void CStreamWatch::TakeDescription(const SStreamDescription& roDescription)
 {
-    if (m_uiNbOfGaps == m_aoGaps.size())
+    const bool bIsOtherSignal = m_oDescription.Take(roDescription);
+    TakeNominal();
+    if (bIsOtherSignal)
     {
-        JudgeGap(m_aoGaps[--m_uiNbOfGaps]);
-    }
-    SFieldGap& roGap = m_aoGaps[m_uiNbOfGaps++];
-    roGap.uiTick = roRecord.uiTick;
-    roGap.uiArrivalNs = roRecord.uiArrivalNs;
-    roGap.uiLastWaitNs = roRecord.uiWaitBeginNs;
-    roGap.iMissing = iMissing;
-    const double flPeriod = GetPeriod();
-    const auto flTicks = static_cast<double>(roRecord.uiTick - m_oLast.uiTick);
-    roGap.flPeriod = flPeriod > 0.0 ? flPeriod : flTicks / static_cast<double>(iMissing + 1);
-    m_oTrace.FillGap(roGap);
-}
-
-// Those whose witnesses may not have been heard yet wait for the next time.
-void CStreamWatch::JudgeGaps(uint64_t uiNowNs)
-{
-    size_t uiKept = 0;
-    for (size_t uiGap = 0; uiGap < m_uiNbOfGaps; ++uiGap)
-    {
-        if (static_cast<int64_t>(uiNowNs - m_aoGaps[uiGap].uiArrivalNs) < iWitnessNs)
-        {
-            m_aoGaps[uiKept++] = m_aoGaps[uiGap];
-        }
-        else
-        {
-            JudgeGap(m_aoGaps[uiGap]);
-        }
-    }
-    m_uiNbOfGaps = uiKept;
-}
-
-void CStreamWatch::JudgeGap(const SFieldGap& roGap)
-{
-    const SGapVerdict oVerdict = FieldGap_Judge(roGap, m_roContext.oClock, m_roContext.oStalls.Get());
-    m_oFigures.oCounters.uiFieldsLost += oVerdict.uiLost;
-    m_oFigures.oCounters.uiFieldsUnobserved += oVerdict.uiUnobserved;
-    if (oVerdict.uiLost > 0)
-    {
-        SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELDS_LOST, oVerdict.uiFirstLostTick, oVerdict.uiLost);
-        oEvent.flSeconds = static_cast<double>(oVerdict.uiLost) * roGap.flPeriod / m_roContext.uiTickFrequencyHz;
-        AddEvent(oEvent);
-    }
-    if (oVerdict.uiUnobserved > 0)
-    {
-        AddEvent(MakeEvent(EWatchEventKind::FIELDS_UNOBSERVED, oVerdict.uiFirstUnobservedTick, oVerdict.uiUnobserved));
+        m_oGrid.Restart();
     }
 }
 
-void CStreamWatch::TakeBuffers(const SFieldRecord& roRecord, int64_t iFields)
+void CStreamWatch::TakeNominal()
 {
-    const SBufferVerdict oVerdict =
-        BufferVerdict_Get(roRecord.uiSetBufferCounter - m_oLast.uiSetBufferCounter, iFields);
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    roCounters.uiBuffersSet += oVerdict.uiSet;
-    roCounters.uiBuffersRepeated += oVerdict.uiRepeated;
-    roCounters.uiBuffersOverwritten += oVerdict.uiOverwritten;
-    if (oVerdict.uiRepeated > 0)
+    if (m_oPhase.oNominal != m_oDescription.GetNominal())
     {
-        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_REPEATED, roRecord.uiTick, oVerdict.uiRepeated));
-    }
-    if (oVerdict.uiOverwritten > 0)
-    {
-        AddEvent(MakeEvent(EWatchEventKind::BUFFERS_OVERWRITTEN, roRecord.uiTick, oVerdict.uiOverwritten));
+        m_oPhase.oNominal = m_oDescription.GetNominal();
+        m_oGrid.RestartTimeErrors();
     }
 }
 
-void CStreamWatch::RestartGrid()
+// One stamp that is none is a slip; a stream most of whose stamps are none has no grid that could be told.
+void CStreamWatch::JudgeStamps()
 {
-    m_oTracker.Restart();
-    m_oHistory.Stop();
-    m_oTimeDeviation.Clear();
-}
-
-void CStreamWatch::TakeGrid(const SFieldRecord& roRecord, int64_t iFields)
-{
-    const SGridResult oResult = m_oTracker.Take(iFields, roRecord.uiTick);
-    switch (oResult.eVerdict)
+    SStreamFigures& roFigures = GetFigures();
+    const uint64_t uiForeign = roFigures.oCounters.uiForeignStamps - m_uiForeignBefore;
+    const uint64_t uiObserved = roFigures.oCounters.uiFieldsObserved - m_uiObservedBefore;
+    m_uiForeignBefore += uiForeign;
+    m_uiObservedBefore += uiObserved;
+    if (uiObserved > 0)
     {
-    case EGridVerdict::FOUND:
-        m_oHistory.Begin(roRecord.uiTick, std::llround(m_oTracker.GetPeriod()));
-        m_oRecent.Clear();
-        m_oTimeDeviation.Clear();
-        m_oHistory.Take(0, roRecord.uiTick);
-        m_oRecent.Take(m_oHistory.GetSecond(), 0, 0);
-        break;
-    case EGridVerdict::ON_GRID:
-        m_oHistory.Take(oResult.iNumber, roRecord.uiTick);
-        m_oRecent.Take(m_oHistory.GetSecond(), oResult.iNumber, m_oHistory.GetPhase(oResult.iNumber, roRecord.uiTick));
-        break;
-    case EGridVerdict::MOVED:
-        m_oHistory.Stop();
-        m_oTimeDeviation.Clear();
-        break;
-    case EGridVerdict::SEARCHING:
-    case EGridVerdict::HELD:
-        break;
+        roFigures.bStampsAreForeign = 2 * uiForeign > uiObserved;
     }
-    TakeGridEvents(oResult);
-}
-
-void CStreamWatch::TakeGridEvents(const SGridResult& roResult)
-{
-    const double flSecondsPerTick = 1.0 / m_roContext.uiTickFrequencyHz;
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    if (roResult.uiEarly + roResult.uiLate > 0)
+    if (roFigures.bStampsAreForeign)
     {
-        m_oRecent.TakeOffGrid(m_oHistory.GetSecond(), roResult.uiEarly, roResult.uiLate);
-    }
-    if (roResult.uiEarly > 0)
-    {
-        roCounters.uiFieldsEarly += roResult.uiEarly;
-        SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELD_EARLY, roResult.uiOffGridTick, roResult.uiEarly);
-        oEvent.flSeconds = roResult.flEarliestTicks * flSecondsPerTick;
-        AddEvent(oEvent);
-    }
-    if (roResult.uiLate > 0)
-    {
-        roCounters.uiFieldsLate += roResult.uiLate;
-        SWatchEvent oEvent = MakeEvent(EWatchEventKind::FIELD_LATE, roResult.uiOffGridTick, roResult.uiLate);
-        oEvent.flSeconds = roResult.flLatestTicks * flSecondsPerTick;
-        AddEvent(oEvent);
-    }
-    if (roResult.flStepTicks != 0.0)
-    {
-        ++roCounters.uiPhaseSteps;
-        SWatchEvent oEvent = MakeEvent(EWatchEventKind::PHASE_STEPPED, roResult.uiStepTick);
-        oEvent.flSeconds = roResult.flStepTicks * flSecondsPerTick;
-        AddEvent(oEvent);
+        m_oGrid.Restart();
     }
 }
 
-void CStreamWatch::AnalyseFields(const SClockReading& roClock)
+void CStreamWatch::AnalyseFields(const SInstant& roInstant, const SClockReading& roClock)
 {
-    JudgeGaps(roClock.uiMonotonicNs);
+    m_oFields.Analyse(roInstant, m_aoHeld, m_oGrid.GetPeriod());
     m_oSignal.Analyse(roClock);
-    SStreamCounters& roCounters = m_oFigures.oCounters;
-    roCounters.uiFields = roCounters.uiFieldsObserved + roCounters.uiFieldsLost + roCounters.uiFieldsUnobserved;
+    JudgeStamps();
+}
+
+void CStreamWatch::AnalysePhase(const SInstant& roInstant)
+{
+    m_oGrid.CloseBefore(roInstant.iSecond);
+    const RateFits aoFits = StreamFigures_FitWindows(m_oGrid, roInstant);
+    StreamFigures_FillRates(m_oOutput, m_oGrid, aoFits, roInstant);
+    if (m_oDescription.IsAmbiguous())
+    {
+        m_oDescription.ChooseNominal();
+        TakeNominal();
+    }
+    m_oPhase.bIsKnown = false;
+    if (GetFigures().eState == EStreamState::RUNNING)
+    {
+        StreamPhase_Find(m_oPhase, m_oGrid.GetHistory(), roInstant, aoFits, m_oOutput.GetContext().uiTickFrequencyHz);
+    }
+    m_oGrid.TakeTimeErrors(roInstant.iSecond, aoFits[0].oLine.flSlope);
+    StreamFigures_FillGrid(m_oOutput, m_oGrid, m_oPhase);
+    StreamFigures_FillJitter(m_oOutput, m_oGrid, aoFits[0].oLine, roInstant);
 }

@@ -1,13 +1,13 @@
-// See TaiGrid.h.
 #include "TaiGrid.h"
 
 #include <cmath>
+
+#include "TimeUnits.h"
 
 namespace
 {
 
 __extension__ using Int128 = __int128;
-constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 } // namespace
 
@@ -17,9 +17,9 @@ double TaiGrid_GetPhase(int64_t iTaiNs, double flRestNs, const SNominalRate& roR
     const Int128 iPeriod = Int128{iNsPerSecond} * static_cast<Int128>(roRate.uiDenominator);
     Int128 iPhase = Int128{iTaiNs} * static_cast<Int128>(roRate.uiNumerator) % iPeriod;
     iPhase += iPhase < 0 ? iPeriod : 0;
-    const double flScale = 1e-9 / static_cast<double>(roRate.uiNumerator);
+    const double flScale = flSecondsPerNs / static_cast<double>(roRate.uiNumerator);
     const double flPeriod = static_cast<double>(iPeriod) * flScale;
-    const double flPhase = static_cast<double>(iPhase) * flScale + flRestNs * 1e-9;
+    const double flPhase = static_cast<double>(iPhase) * flScale + flRestNs * flSecondsPerNs;
     return flPhase - flPeriod * std::round(flPhase / flPeriod);
 }
 

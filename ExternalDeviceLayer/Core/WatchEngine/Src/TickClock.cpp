@@ -1,17 +1,30 @@
-// See TickClock.h.
 #include "TickClock.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 namespace
 {
 
-constexpr double flNsPerSecond = 1e9;
 // A line through few points has a slope of their noise; before this it is taken as level.
 constexpr double flSlopeFromNs = 20e9;
 // A slope that no pair of clocks has: the board's time is scaled. That cannot wait.
 constexpr double flScaledSlope = 1e-2;
+// How far before its start a field may seem to arrive: the first line is no more than a guess.
+constexpr double flEarlyAtFirstNs = 0.5e9;
+constexpr double flEarlyNs = 20e6;
+constexpr uint32_t uiSettledPoints = 5;
+// Foreign stamps that agree so closely within a second are of one clock; so many of them make it one.
+constexpr double flSameClockNs = 100e6;
+constexpr uint32_t uiLeastVotes = 2;
+
+// Rounded; what lies beyond the numbers' range stays at its edge.
+int64_t ToInteger(double flValue)
+{
+    constexpr double flMost = 9.2e18;
+    return std::llround(std::clamp(flValue, -flMost, flMost));
+}
 
 } // namespace
 
@@ -19,7 +32,8 @@ CTickClock::CTickClock(const SWatchSettings& roSettings)
     : m_flNominalNsPerTick(flNsPerSecond / static_cast<double>(roSettings.uiTickFrequencyHz)),
       m_bIsExact(roSettings.bTicksAreMonotonic),
       m_bIsKnown(roSettings.bTicksAreMonotonic),
-      m_flNsPerTick(m_flNominalNsPerTick)
+      m_flNsPerTick(m_flNominalNsPerTick),
+      m_flMostEarlyNs(flEarlyAtFirstNs)
 {
     if (m_bIsExact)
     {
@@ -28,15 +42,21 @@ CTickClock::CTickClock(const SWatchSettings& roSettings)
     }
 }
 
+void CTickClock::Tie(const SPoint& roPoint)
+{
+    m_bIsKnown = true;
+    m_bHasPoint = false;
+    m_uiCount = 0;
+    m_uiTick = roPoint.uiTick;
+    m_uiMonotonicNs = roPoint.uiArrivalNs;
+    m_flOffsetNs = 0.0;
+    m_flNsPerTick = m_flNominalNsPerTick;
+    m_flUncertaintyNs = 0.0;
+    m_flMostEarlyNs = flEarlyAtFirstNs;
+}
+
 void CTickClock::TakeLeast(uint64_t uiTick, uint64_t uiArrivalNs, double flLateNs)
 {
-    if (!m_bIsKnown)
-    {
-        m_bIsKnown = true;
-        m_uiTick = uiTick;
-        m_uiMonotonicNs = uiArrivalNs;
-        flLateNs = 0.0;
-    }
     m_bHasPoint = true;
     m_flLeastLateNs = flLateNs;
     m_oLeast = {uiTick, uiArrivalNs};
@@ -45,6 +65,42 @@ void CTickClock::TakeLeast(uint64_t uiTick, uint64_t uiArrivalNs, double flLateN
         m_flOffsetNs += flLateNs;
         m_flLeastLateNs = 0.0;
     }
+}
+
+void CTickClock::TakeForeign(const SPoint& roPoint, uint64_t uiStream)
+{
+    const auto flTicks = static_cast<double>(static_cast<int64_t>(roPoint.uiTick - m_oRival.uiTick));
+    const auto flArrival = static_cast<double>(static_cast<int64_t>(roPoint.uiArrivalNs - m_oRival.uiArrivalNs));
+    if (m_uiRivalVotes > 0 && std::abs(flArrival - flTicks * m_flNominalNsPerTick) < flSameClockNs)
+    {
+        ++m_uiRivalVotes;
+        m_uiRivalStreams |= uiStream;
+    }
+    else if (m_uiRivalVotes > 0)
+    {
+        --m_uiRivalVotes;
+    }
+    else
+    {
+        m_oRival = roPoint;
+        m_uiRivalVotes = 1;
+        m_uiRivalStreams = uiStream;
+    }
+}
+
+// Whether more streams show another clock than this one; that one takes its place.
+bool CTickClock::Elect()
+{
+    const bool bIsElected =
+        m_uiRivalVotes >= uiLeastVotes && std::popcount(m_uiRivalStreams) > std::popcount(m_uiAgreeing);
+    m_uiRivalVotes = 0;
+    m_uiAgreeing = 0;
+    if (bIsElected && !m_bIsExact)
+    {
+        Tie(m_oRival);
+        ++m_uiEpoch;
+    }
+    return bIsElected && !m_bIsExact;
 }
 
 // The lower convex hull of all points, left to right (A. M. Andrew's monotone chain, 1979).
@@ -117,7 +173,7 @@ void CTickClock::DrawLine(const SPoint& roNewest)
 
 void CTickClock::Update()
 {
-    if (m_bIsExact || !m_bHasPoint)
+    if (Elect() || m_bIsExact || !m_bHasPoint)
     {
         return;
     }
@@ -126,15 +182,12 @@ void CTickClock::Update()
     const auto flAfterNs = static_cast<double>(static_cast<int64_t>(m_oLeast.uiTick - roBefore.uiTick)) * m_flNsPerTick;
     if (m_uiCount > 0 && flAfterNs <= 0.0)
     {
-        if (flAfterNs > -flNsPerSecond)
-        {
-            return; // the streams' records come one stream after the other
-        }
-        m_uiCount = 0; // a counter that began anew has nothing to do with what was before
+        return; // the streams' records come one stream after the other
     }
     m_aoPoints[m_uiNext] = m_oLeast;
     m_uiNext = (m_uiNext + 1) % msc_uiPoints;
     m_uiCount = std::min(m_uiCount + 1, msc_uiPoints);
+    m_flMostEarlyNs = m_uiCount >= uiSettledPoints ? flEarlyNs : flEarlyAtFirstNs;
     DrawLine(m_oLeast);
 }
 
@@ -146,12 +199,11 @@ double CTickClock::GetNsAfter(uint64_t uiTick, uint64_t uiMomentNs) const
 
 uint64_t CTickClock::ToMonotonicNs(uint64_t uiTick) const
 {
-    const double flNs = static_cast<double>(static_cast<int64_t>(uiTick - m_uiTick)) * m_flNsPerTick + m_flOffsetNs;
-    return m_uiMonotonicNs + static_cast<uint64_t>(std::llround(flNs));
+    return m_uiMonotonicNs + static_cast<uint64_t>(ToInteger(GetNsAfter(uiTick, m_uiMonotonicNs)));
 }
 
 uint64_t CTickClock::ToTick(uint64_t uiMonotonicNs) const
 {
     const double flNs = static_cast<double>(static_cast<int64_t>(uiMonotonicNs - m_uiMonotonicNs)) - m_flOffsetNs;
-    return m_uiTick + static_cast<uint64_t>(std::llround(flNs / m_flNsPerTick));
+    return m_uiTick + static_cast<uint64_t>(ToInteger(flNs / m_flNsPerTick));
 }

@@ -4,8 +4,12 @@
  * line that lies under all of them and closest to them on average (S. Moon, P. Skelly, D. Towsley, "Estimation and
  * removal of clock skew from network delay measurements", 1999). It is one edge of their lower convex hull.
  *
- * The delay that no wait ever undercuts cannot be seen in this; the uncertainty, the mean height of the points above
- * the line, is of its order. Nothing of this is needed when the board says that its ticks are that clock.
+ * The delay that no wait ever undercuts cannot be seen in this: the caller bounds it. Nothing of this is needed when
+ * the board says that its ticks are that clock.
+ *
+ * A stamp that cannot be of this clock, because it lies after its arrival or long before its wait, is foreign and ties
+ * nothing. Where more streams agree on another clock than on this one, that one becomes it: the board's counter began
+ * anew, or the stream that was heard first had a clock of its own.
  */
 #ifndef TICK_CLOCK_H
 #define TICK_CLOCK_H
@@ -13,35 +17,46 @@
 #include <array>
 #include <cstdint>
 
-#include "WatchEngine.h"
+#include "TimeUnits.h"
+#include "WatchSettings.h"
 
 class CTickClock
 {
 public:
     explicit CTickClock(const SWatchSettings& roSettings);
 
-    /* Takes in that a field of this tick arrived; returns how late, in nanoseconds, by what is known so far. */
-    double Take(uint64_t uiTick, uint64_t uiArrivalNs)
+    /*
+     * Takes in that a field of this tick arrived.
+     *   uiStream    in  which stream says so, as a bit
+     *   flWaitedNs  in  how long it may have been on its way
+     * How late it arrived, in nanoseconds, by what is known so far; negative: the tick is not of this clock.
+     */
+    double Take(uint64_t uiTick, uint64_t uiArrivalNs, uint64_t uiStream, double flWaitedNs)
     {
-        const auto flTicks = static_cast<double>(static_cast<int64_t>(uiTick - m_uiTick));
-        const auto flArrival = static_cast<double>(static_cast<int64_t>(uiArrivalNs - m_uiMonotonicNs));
-        const double flLateNs = flArrival - flTicks * m_flNsPerTick - m_flOffsetNs;
-        if (m_bIsExact)
+        if (!m_bIsKnown)
         {
-            return flLateNs > 0.0 ? flLateNs : 0.0;
+            Tie({uiTick, uiArrivalNs});
         }
-        const bool bCanTell = m_bIsKnown; // the first of all ties the clocks, and cannot be late
-        if (!m_bHasPoint || flLateNs < m_flLeastLateNs)
+        const double flLateNs = GetLateNs(uiTick, uiArrivalNs);
+        if (flLateNs < -m_flMostEarlyNs || flLateNs > flWaitedNs + msc_flMostLateNs)
+        {
+            TakeForeign({uiTick, uiArrivalNs}, uiStream);
+            return -1.0;
+        }
+        m_uiAgreeing |= uiStream;
+        if (!m_bIsExact && (!m_bHasPoint || flLateNs < m_flLeastLateNs))
         {
             TakeLeast(uiTick, uiArrivalNs, flLateNs);
         }
-        return flLateNs > 0.0 && bCanTell ? flLateNs : 0.0;
+        return flLateNs > 0.0 ? flLateNs : 0.0;
     }
-    /* Draws the line anew. */
+    /* Draws the line anew: once per instant. */
     void Update();
+    /* Grows whenever another clock has become this one: what was before has nothing to do with what comes. */
+    uint32_t GetEpoch() const { return m_uiEpoch; }
 
     bool IsKnown() const { return m_bIsKnown; }
-    double GetUncertaintySeconds() const { return m_flUncertaintyNs * 1e-9; }
+    double GetUncertaintySeconds() const { return m_flUncertaintyNs * flSecondsPerNs; }
     double GetNsPerTick() const { return m_flNsPerTick; }
     /* The moment of a tick in nanoseconds of CLOCK_MONOTONIC, relative to a moment near it. */
     double GetNsAfter(uint64_t uiTick, uint64_t uiMomentNs) const;
@@ -63,7 +78,18 @@ private:
         double flDelay;
     };
 
+    static constexpr double msc_flMostLateNs = 0.5e9; // beyond its wait
+
+    double GetLateNs(uint64_t uiTick, uint64_t uiArrivalNs) const
+    {
+        const auto flTicks = static_cast<double>(static_cast<int64_t>(uiTick - m_uiTick));
+        const auto flArrival = static_cast<double>(static_cast<int64_t>(uiArrivalNs - m_uiMonotonicNs));
+        return flArrival - flTicks * m_flNsPerTick - m_flOffsetNs;
+    }
+    void Tie(const SPoint& roPoint);
     void TakeLeast(uint64_t uiTick, uint64_t uiArrivalNs, double flLateNs);
+    void TakeForeign(const SPoint& roPoint, uint64_t uiStream);
+    bool Elect();
     // A line over the time after the newest point, nanoseconds.
     struct SDelayLine
     {
@@ -84,6 +110,14 @@ private:
     double m_flOffsetNs = 0.0;
     double m_flNsPerTick;
     double m_flUncertaintyNs = 0.0;
+    double m_flMostEarlyNs;
+    uint32_t m_uiEpoch = 0;
+    uint64_t m_uiAgreeing = 0; // streams that showed this clock since the last update, as bits
+
+    // Another clock that foreign stamps agree on, found by their majority (R. Boyer, J Moore, 1981).
+    SPoint m_oRival = {};
+    uint32_t m_uiRivalVotes = 0;
+    uint64_t m_uiRivalStreams = 0;
 
     bool m_bHasPoint = false;
     double m_flLeastLateNs = 0.0;

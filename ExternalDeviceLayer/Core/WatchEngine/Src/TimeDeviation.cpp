@@ -1,4 +1,3 @@
-// See TimeDeviation.h.
 #include "TimeDeviation.h"
 
 #include <algorithm>

@@ -60,6 +60,22 @@ private:
     size_t m_uiCount = 0;
 };
 
+// Where the next instant lies: what belongs behind it waits until it has been analysed.
+struct SBoundary
+{
+    bool bIsKnown = false;
+    bool bHasTick = false;
+    uint64_t uiTick = 0;
+    uint64_t uiMonotonicNs = 0;
+
+    bool IsBefore(const SFieldRecord& roRecord) const
+    {
+        const bool bByTick = bHasTick && roRecord.eResult == EWaitResult::FIELD;
+        return bIsKnown &&
+               static_cast<int64_t>(bByTick ? roRecord.uiTick - uiTick : roRecord.uiArrivalNs - uiMonotonicNs) >= 0;
+    }
+};
+
 struct SWatchContext
 {
     SWatchContext(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
@@ -73,6 +89,7 @@ struct SWatchContext
     CTickClock oClock;
     CEventQueue oEvents;
     CStallList oStalls;
+    SBoundary oNext;
 };
 
 #endif

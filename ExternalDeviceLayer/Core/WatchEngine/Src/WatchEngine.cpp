@@ -1,6 +1,6 @@
-// See WatchEngine.h.
 #include "WatchEngine.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -11,9 +11,17 @@
 namespace
 {
 
-// How long after its start a field may be handed in and still be in time for the analysis of its second.
-constexpr uint64_t uiSettleNs = 50'000'000;
+// How long after an instant it is analysed: fields that started before it have been handed in by then, and so have
+// those that tell whether a wait was held up.
+constexpr uint64_t uiSettleNs = 120'000'000;
+constexpr uint64_t uiSecondNs = iNsPerSecond;
 constexpr uint64_t uiStallMemoryNs = 2'000'000'000;
+// How long a field takes to reach the watch at the least, as a bound: so many of the caller's own wake-ups, for it goes
+// through the board besides; and so much where nobody has measured these.
+constexpr double flWakesPerField = 3.0;
+constexpr double flUnknownDelaySeconds = 30e-6;
+// So many seconds are made up for after a stall; whoever stood still for longer did not watch.
+constexpr uint64_t uiMostBehindNs = 60 * uiSecondNs;
 
 } // namespace
 
@@ -32,7 +40,8 @@ struct SWatchEngine
     SWatchSettings oSettings;
     SWatchContext oContext;
     std::array<CDirectionWatch, 2> aoDirections; // by EStreamDirection
-    SInstant oInstant;
+    SInstant oInstant;                           // the last one
+    bool bIsToEnd = false;
     uint64_t uiSnapshots = 0;
 };
 
@@ -44,43 +53,133 @@ CStreamWatch& GetStream(SWatchEngine& roEngine, const SStreamKey& roKey)
     return roEngine.aoDirections[static_cast<size_t>(roKey.eDirection)].GetStream(roKey.uiIndex);
 }
 
-// The newest whole second that all fields must have been handed in for. True when it is another one than before.
-bool UpdateInstant(SWatchEngine& roEngine, const SClockReading& roClock)
+// The first whole second of the chip's clock that does not begin before a moment of CLOCK_MONOTONIC.
+uint64_t FindWholeSecond(const SWatchEngine& roEngine, uint64_t uiMonotonicNs)
 {
+    const uint64_t uiFrequency = roEngine.oSettings.uiTickFrequencyHz;
+    const uint64_t uiTick = roEngine.oContext.oClock.ToTick(uiMonotonicNs);
+    const uint64_t uiRest = uiTick % uiFrequency;
+    return uiRest == 0 ? uiTick : uiTick - uiRest + uiFrequency;
+}
+
+// Half a second of the chip, though no more than half a one of the machine.
+uint64_t GetHalfSecondNs(const SWatchEngine& roEngine)
+{
+    const double flNs = roEngine.oContext.oClock.GetNsPerTick() * roEngine.oSettings.uiTickFrequencyHz / 2.0;
+    return static_cast<uint64_t>(std::clamp(flNs, 0.0, flNsPerSecond / 2.0));
+}
+
+// Puts the next instant a second after the last one: of the chip's clock if that is known, and nearest to it if it has
+// begun anew or runs at another speed.
+void UpdateBoundary(SWatchEngine& roEngine, uint64_t uiExpectedNs)
+{
+    SBoundary& roNext = roEngine.oContext.oNext;
     const CTickClock& roTicks = roEngine.oContext.oClock;
+    roNext.uiMonotonicNs = uiExpectedNs;
+    roNext.bIsKnown = true;
     if (!roTicks.IsKnown())
     {
-        return false;
+        return;
     }
-    const auto iTick = static_cast<int64_t>(roTicks.ToTick(roClock.uiMonotonicNs - uiSettleNs));
-    const int64_t iSecond = iTick > 0 ? iTick / roEngine.oSettings.uiTickFrequencyHz : 0;
-    if (iTick <= 0 || (roEngine.oInstant.bIsKnown && iSecond == roEngine.oInstant.iSecond))
+    const uint64_t uiTick = roNext.uiTick;
+    const bool bIsNear = roNext.bHasTick && std::abs(roTicks.GetNsAfter(uiTick, uiExpectedNs)) < uiSecondNs / 2.0;
+    roNext.uiTick = bIsNear ? uiTick : FindWholeSecond(roEngine, uiExpectedNs - GetHalfSecondNs(roEngine));
+    roNext.uiMonotonicNs = roTicks.ToMonotonicNs(roNext.uiTick);
+    roNext.bHasTick = true;
+}
+
+void UpdateClock(SWatchEngine& roEngine)
+{
+    CTickClock& roClock = roEngine.oContext.oClock;
+    const uint32_t uiEpoch = roClock.GetEpoch();
+    roClock.Update();
+    if (roClock.GetEpoch() == uiEpoch)
     {
-        return false;
+        return;
     }
+    roEngine.oContext.oEvents.ForgetTicks();
+    for (CDirectionWatch& roDirection : roEngine.aoDirections)
+    {
+        roDirection.ForgetTicks();
+    }
+}
+
+// Begins when the first record or the first analysis comes.
+void BeginBoundary(SWatchEngine& roEngine, uint64_t uiNowNs)
+{
+    UpdateBoundary(roEngine, uiNowNs + uiSecondNs / 2);
+}
+
+void MakeInstant(SWatchEngine& roEngine, uint64_t uiNowNs)
+{
+    const SBoundary& roNext = roEngine.oContext.oNext;
     SInstant& roInstant = roEngine.oInstant;
-    roInstant.bIsKnown = true;
-    roInstant.iSecond = iSecond;
-    roInstant.uiTick = static_cast<uint64_t>(iSecond) * roEngine.oSettings.uiTickFrequencyHz;
+    roInstant.bHasTick = roNext.bHasTick;
+    roInstant.uiMonotonicNs = roNext.uiMonotonicNs;
+    roInstant.uiTick = roNext.uiTick;
+    roInstant.iSecond = static_cast<int64_t>(roNext.uiTick / roEngine.oSettings.uiTickFrequencyHz);
+    roInstant.uiNowNs = uiNowNs;
     for (size_t uiLength = 0; uiLength < roInstant.aoTimes.size(); ++uiLength)
     {
-        roInstant.aoTimes[uiLength] = RateHistory_GetTimes(static_cast<EBlockLength>(uiLength), iSecond);
+        roInstant.aoTimes[uiLength] = RateHistory_GetTimes(static_cast<EBlockLength>(uiLength), roInstant.iSecond);
     }
-    return true;
+}
+
+bool IsDue(const SWatchEngine& roEngine, uint64_t uiNowNs)
+{
+    return static_cast<int64_t>(uiNowNs - WatchEngine_GetDueNs(roEngine)) >= 0;
+}
+
+// The last moment of all, which is no whole second: whatever was handed in belongs before it.
+void EndNow(SWatchEngine& roEngine, uint64_t uiNowNs)
+{
+    SBoundary& roNext = roEngine.oContext.oNext;
+    roEngine.oContext.oEvents.EndAll();
+    roNext.uiMonotonicNs = uiNowNs;
+    roNext.uiTick = roNext.bHasTick ? roEngine.oContext.oClock.ToTick(uiNowNs) : 0;
+    for (CDirectionWatch& roDirection : roEngine.aoDirections)
+    {
+        roDirection.Release();
+    }
+}
+
+// What the clocks said at the instant.
+SClockReading MoveTo(const SClockReading& roClock, uint64_t uiMonotonicNs)
+{
+    SClockReading oMoved = roClock;
+    oMoved.iUtcNs = roClock.GetUtcNs(uiMonotonicNs);
+    oMoved.uiMonotonicNs = uiMonotonicNs;
+    return oMoved;
+}
+
+// Goes on to the next second, and takes in what has been handed in for it. After a long stall to the newest one.
+void GoOn(SWatchEngine& roEngine, uint64_t uiNowNs)
+{
+    SBoundary& roNext = roEngine.oContext.oNext;
+    const uint64_t uiNextNs = roNext.uiMonotonicNs + uiSecondNs;
+    const bool bIsFarBehind = static_cast<int64_t>(uiNowNs - uiNextNs) > static_cast<int64_t>(uiMostBehindNs);
+    roNext.uiTick += roEngine.oSettings.uiTickFrequencyHz;
+    UpdateBoundary(roEngine, bIsFarBehind ? uiNowNs : uiNextNs);
+    for (CDirectionWatch& roDirection : roEngine.aoDirections)
+    {
+        roDirection.Release();
+    }
+}
+
+// The envelope's own, and the delay that none of its arrivals undercuts.
+double GetTickUncertainty(const SWatchEngine& roEngine, const SClockReading& roClock)
+{
+    const double flDelay =
+        roClock.flLeastWakeSeconds > 0.0 ? flWakesPerField * roClock.flLeastWakeSeconds : flUnknownDelaySeconds;
+    return roEngine.oContext.oClock.GetUncertaintySeconds() + (roEngine.oSettings.bTicksAreMonotonic ? 0.0 : flDelay);
 }
 
 void FillClock(const SWatchEngine& roEngine, const SClockReading& roClock, SClockFigures& roFigures)
 {
-    const CTickClock& roTicks = roEngine.oContext.oClock;
     roFigures.uiMonotonicNs = roClock.uiMonotonicNs;
-    roFigures.uiTick = 0;
-    if (roEngine.oInstant.bIsKnown)
-    {
-        roFigures.uiTick = roEngine.oInstant.uiTick;
-        roFigures.uiMonotonicNs = roTicks.ToMonotonicNs(roFigures.uiTick);
-    }
-    roFigures.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(roFigures.uiMonotonicNs - roClock.uiMonotonicNs);
-    roFigures.flTickUncertaintySeconds = roTicks.GetUncertaintySeconds();
+    roFigures.uiTick = roEngine.oInstant.bHasTick ? roEngine.oInstant.uiTick : 0;
+    roFigures.iUtcNs = roClock.iUtcNs;
+    roFigures.flTickUncertaintySeconds = GetTickUncertainty(roEngine, roClock);
     roFigures.bTicksAreMonotonic = roEngine.oSettings.bTicksAreMonotonic;
     roFigures.iTaiOffsetSeconds = roClock.iTaiOffsetSeconds;
     roFigures.bIsSynchronised = roClock.bIsSynchronised;
@@ -91,10 +190,13 @@ void FillClock(const SWatchEngine& roEngine, const SClockReading& roClock, SCloc
 void FillTaiPhases(const SWatchEngine& roEngine, const SClockReading& roClock, SDirectionFigures& roFigures)
 {
     const CTickClock& roTicks = roEngine.oContext.oClock;
-    const double flNowAfterInstant = -roTicks.GetNsAfter(roEngine.oInstant.uiTick, roClock.uiMonotonicNs);
-    const int64_t iTaiNs = roClock.iUtcNs + roClock.iTaiOffsetSeconds * iNsPerSecond;
+    // What rounding to whole nanoseconds has taken off the instant.
+    const double flRestNs = roTicks.GetNsAfter(roEngine.oInstant.uiTick, roClock.uiMonotonicNs);
+    const double flNsPerSecondOfChip = roTicks.GetNsPerTick() * roEngine.oSettings.uiTickFrequencyHz;
+    const auto iTaiNs = static_cast<int64_t>(static_cast<uint64_t>(roClock.iUtcNs) +
+                                             static_cast<uint64_t>(roClock.iTaiOffsetSeconds * iNsPerSecond));
     const double flUncertainty =
-        roTicks.GetUncertaintySeconds() + roClock.flEstimatedErrorSeconds + roClock.flReadingErrorSeconds;
+        GetTickUncertainty(roEngine, roClock) + roClock.flEstimatedErrorSeconds + roClock.flReadingErrorSeconds;
     for (SStreamFigures& roStream : roFigures.aoStreams)
     {
         roStream.oTaiPhaseSeconds = {};
@@ -106,8 +208,23 @@ void FillTaiPhases(const SWatchEngine& roEngine, const SClockReading& roClock, S
         {
             continue;
         }
-        const double flAfterNs = roStream.oGridSeconds.flValue * 1e9 - flNowAfterInstant;
+        const double flAfterNs = roStream.oGridSeconds.flValue * flNsPerSecondOfChip + flRestNs;
         roStream.oTaiPhaseSeconds = {TaiGrid_GetPhase(iTaiNs, flAfterNs, oRate), roStream.oGridSeconds.flStdErr, true};
+    }
+}
+
+void FillSnapshot(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
+{
+    roSnapshot.uiNumber = ++roEngine.uiSnapshots;
+    roSnapshot.uiTickFrequencyHz = roEngine.oSettings.uiTickFrequencyHz;
+    roSnapshot.oThreshold = roEngine.oSettings.oThreshold;
+    roSnapshot.uiEventsDropped = roEngine.oContext.oEvents.GetDropped();
+    FillClock(roEngine, roClock, roSnapshot.oClock);
+    for (size_t uiDirection = 0; uiDirection < roEngine.aoDirections.size(); ++uiDirection)
+    {
+        SDirectionFigures& roFigures = roSnapshot.aoDirections[uiDirection];
+        roEngine.aoDirections[uiDirection].Fill(roClock, roFigures);
+        FillTaiPhases(roEngine, roClock, roFigures);
     }
 }
 
@@ -131,6 +248,15 @@ WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiN
 void WatchEngine_TakeRecord(SWatchEngine& roEngine, const SStreamKey& roKey, const SFieldRecord& roRecord)
 {
     GetStream(roEngine, roKey).TakeRecord(roRecord);
+    if (!roEngine.oContext.oNext.bIsKnown)
+    {
+        BeginBoundary(roEngine, roRecord.uiArrivalNs);
+    }
+}
+
+void WatchEngine_TellEarlier(SWatchEngine& roEngine, const SStreamKey& roKey, const SEarlierRun& roEarlier)
+{
+    GetStream(roEngine, roKey).TellEarlier(roEarlier);
 }
 
 void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey,
@@ -139,28 +265,44 @@ void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey
     GetStream(roEngine, roKey).TakeDescription(roDescription);
 }
 
-void WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
+uint64_t WatchEngine_GetDueNs(const SWatchEngine& roEngine)
 {
-    roEngine.oContext.oClock.Update();
-    const bool bIsNew = UpdateInstant(roEngine, roClock);
+    return roEngine.oContext.oNext.bIsKnown ? roEngine.oContext.oNext.uiMonotonicNs + uiSettleNs : 0;
+}
+
+bool WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
+{
+    SWatchContext& roContext = roEngine.oContext;
+    if (!roContext.oNext.bIsKnown)
+    {
+        BeginBoundary(roEngine, roClock.uiMonotonicNs);
+    }
+    if (!roEngine.bIsToEnd && IsDue(roEngine, roClock.uiMonotonicNs))
+    {
+        UpdateClock(roEngine);
+        UpdateBoundary(roEngine, roContext.oNext.uiMonotonicNs);
+    }
+    if (roEngine.bIsToEnd)
+    {
+        EndNow(roEngine, roClock.uiMonotonicNs);
+    }
+    else if (!IsDue(roEngine, roClock.uiMonotonicNs))
+    {
+        return false;
+    }
+    const bool bIsWholeSecond = !roEngine.bIsToEnd && roContext.oNext.bHasTick;
+    MakeInstant(roEngine, roClock.uiMonotonicNs);
+    const SClockReading oThen = MoveTo(roClock, roEngine.oInstant.uiMonotonicNs);
     for (CDirectionWatch& roDirection : roEngine.aoDirections)
     {
-        roDirection.Analyse(roClock, roEngine.oInstant, bIsNew);
+        roDirection.Analyse(roEngine.oInstant, oThen, bIsWholeSecond);
     }
-    roEngine.oContext.oStalls.DropBefore(roClock.uiMonotonicNs - uiStallMemoryNs);
-    roEngine.oContext.oEvents.Flush(roClock, roEngine.oContext.oClock);
-
-    roSnapshot.uiNumber = ++roEngine.uiSnapshots;
-    roSnapshot.uiTickFrequencyHz = roEngine.oSettings.uiTickFrequencyHz;
-    roSnapshot.oThreshold = roEngine.oSettings.oThreshold;
-    roSnapshot.uiEventsDropped = roEngine.oContext.oEvents.GetDropped();
-    FillClock(roEngine, roClock, roSnapshot.oClock);
-    for (size_t uiDirection = 0; uiDirection < roEngine.aoDirections.size(); ++uiDirection)
-    {
-        SDirectionFigures& roFigures = roSnapshot.aoDirections[uiDirection];
-        roEngine.aoDirections[uiDirection].Fill(roClock, roFigures);
-        FillTaiPhases(roEngine, roClock, roFigures);
-    }
+    roContext.oStalls.DropBefore(oThen.uiMonotonicNs - uiStallMemoryNs);
+    roContext.oEvents.Flush(oThen, roContext.oClock);
+    FillSnapshot(roEngine, oThen, roSnapshot);
+    GoOn(roEngine, roClock.uiMonotonicNs);
+    roEngine.bIsToEnd = false;
+    return true;
 }
 
 void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t uiEndNs)
@@ -168,9 +310,9 @@ void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t 
     roEngine.oContext.oStalls.Add(uiBeginNs, uiEndNs);
 }
 
-void WatchEngine_EndEpisodes(SWatchEngine& roEngine)
+void WatchEngine_End(SWatchEngine& roEngine)
 {
-    roEngine.oContext.oEvents.EndAll();
+    roEngine.bIsToEnd = true;
 }
 
 std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine)

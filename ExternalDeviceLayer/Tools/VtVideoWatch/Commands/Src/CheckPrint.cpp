@@ -67,7 +67,7 @@ void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
         }
         for (const SPairFigures& roPair : roDirection.aoPairs)
         {
-            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roDirection, roPair));
+            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roPair));
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "StreamId.h"
 #include "TextFormat.h"
@@ -83,6 +84,7 @@ private:
     void JudgeLate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeRate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeLock(const std::vector<SStreamKey>& raoStreams);
+    double GetThreshold(const SPairFigures& roPair) const;
     void JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, const SStreamKey& roSecond);
     void AddPerformance(const SStreamFigures& roStream, const std::string& rszId);
     void Summarise();
@@ -230,6 +232,18 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
     }
 }
 
+// In seconds.
+double CJudge::GetThreshold(const SPairFigures& roPair) const
+{
+    const SWatchSnapshot& roSnapshot = m_roPublication.oSnapshot;
+    if (roSnapshot.oThreshold.flSeconds > 0.0)
+    {
+        return roSnapshot.oThreshold.flSeconds;
+    }
+    return roPair.flLineSeconds > 0.0 ? roSnapshot.oThreshold.flLines * roPair.flLineSeconds
+                                      : std::numeric_limits<double>::infinity();
+}
+
 void CJudge::JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, const SStreamKey& roSecond)
 {
     const std::string szFirst = StreamId_Print(roFirst);
@@ -238,7 +252,10 @@ void CJudge::JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, co
     const std::string szPair = szFirst + " and " + szSecond;
     const std::string szOffset =
         TextFormat_Print("%+.3f us, %+.2f lines", roPair.oOffsetSeconds.flValue * 1e6, roPair.flOffsetLines);
-    switch (roPair.eLock)
+    // The engine lets a pair go only a tenth beyond the threshold. A verdict has no yesterday: it is the plain one.
+    const bool bIsWithin = std::fabs(roPair.oOffsetSeconds.flValue) <= GetThreshold(roPair);
+    const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
+    switch (bWasWithin && !bIsWithin ? ELockState::FREE : roPair.eLock)
     {
     case ELockState::LOCKED:
         ++m_uiInLock;

@@ -4,7 +4,9 @@
 #include <cmath>
 #include <map>
 #include <utility>
+#include <vector>
 
+#include "LineFit.h"
 #include "TimeUnits.h"
 
 namespace
@@ -21,25 +23,15 @@ double ToSeconds(int64_t iNs)
 class CRateLine
 {
 public:
-    void Add(double flHours, double flRate, double flWeight)
-    {
-        m_flWeight += flWeight;
-        const double flStep = flHours - m_flMeanHours;
-        m_flMeanHours += flStep * flWeight / m_flWeight;
-        const double flRateStep = flRate - m_flMeanRate;
-        m_flMeanRate += flRateStep * flWeight / m_flWeight;
-        m_flHoursHours += flWeight * flStep * (flHours - m_flMeanHours);
-        m_flHoursRate += flWeight * flStep * (flRate - m_flMeanRate);
-        m_flRateRate += flWeight * flRateStep * (flRate - m_flMeanRate);
-        ++m_uiCount;
-    }
+    void Add(double flHours, double flRate, double flWeight) { m_aoMinutes.push_back({flHours, flRate, flWeight}); }
+    void Draw() { m_oSums = LineSums_Make(m_aoMinutes); }
 
     SEstimate GetRate() const
     {
-        SEstimate oRate = {m_flMeanRate, 0.0, m_uiCount > 0};
-        if (m_uiCount > 1)
+        SEstimate oRate = {m_oSums.flMeanY, 0.0, !m_aoMinutes.empty()};
+        if (m_aoMinutes.size() > 1)
         {
-            oRate.flStdErr = std::sqrt(std::max(m_flRateRate, 0.0) / m_flWeight / (m_uiCount - 1));
+            oRate.flStdErr = std::sqrt(m_oSums.flYY / m_oSums.flWeight / static_cast<double>(m_aoMinutes.size() - 1));
         }
         return oRate;
     }
@@ -47,26 +39,20 @@ public:
     SEstimate GetDriftPerHour() const
     {
         SEstimate oDrift;
-        if (m_uiCount < uiLeastMinutesForDrift || m_flHoursHours <= 0.0 || m_flMeanRate <= 0.0)
+        if (m_aoMinutes.size() < uiLeastMinutesForDrift || m_oSums.flXX <= 0.0 || m_oSums.flMeanY <= 0.0)
         {
             return oDrift;
         }
-        const double flSlope = m_flHoursRate / m_flHoursHours;
-        const double flRest = std::max(m_flRateRate - flSlope * m_flHoursRate, 0.0);
-        oDrift.flValue = flSlope / m_flMeanRate;
-        oDrift.flStdErr = std::sqrt(flRest / (m_uiCount - 2) / m_flHoursHours) / m_flMeanRate;
+        const double flVariance = LineSums_GetRest(m_oSums, m_aoMinutes) / static_cast<double>(m_aoMinutes.size() - 2);
+        oDrift.flValue = m_oSums.GetSlope() / m_oSums.flMeanY;
+        oDrift.flStdErr = std::sqrt(flVariance / m_oSums.flXX) / m_oSums.flMeanY;
         oDrift.bIsValid = true;
         return oDrift;
     }
 
 private:
-    uint32_t m_uiCount = 0;
-    double m_flWeight = 0.0;
-    double m_flMeanHours = 0.0;
-    double m_flMeanRate = 0.0;
-    double m_flHoursHours = 0.0;
-    double m_flHoursRate = 0.0;
-    double m_flRateRate = 0.0;
+    std::vector<SLinePoint> m_aoMinutes;
+    SLineSums m_oSums;
 };
 
 SReportStream* FindStream(SReport& roReport, const SWatchEvent& roEvent)
@@ -254,6 +240,7 @@ void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span
             oLine.Add(ToSeconds(iSinceNs) / 3600.0, roPoint.oRateHz.flValue, roMinute.uiRatePoints);
         }
     }
+    oLine.Draw();
     roStream.oRateHz = oLine.GetRate();
     roStream.oDriftPerHour = oLine.GetDriftPerHour();
 }

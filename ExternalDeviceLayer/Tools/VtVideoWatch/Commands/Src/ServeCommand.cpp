@@ -92,6 +92,7 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
     oSetup.oSettings = MakeSettings(roOptions);
     oSetup.oSettings.uiEventsBefore = roRun.oRemains.uiLastEvent;
     oSetup.aoRunning = roRun.oRemains.aoRunning;
+    oSetup.aoEarlier = roRun.oRemains.aoEarlier;
     oSetup.iStartUtcNs = iNowUtcNs;
     oSetup.fnTake = [&roRun](const SWatchStep& roStep)
     {

@@ -6,6 +6,9 @@
 
 #include "HistoryPoint.h"
 
+/* Begin of the minute that a second counts in, UTC. */
+int64_t MinuteSummary_GetMinute(const SHistoryPoint& roSecond);
+
 /*
  * Adds a second. Counts add up; rate and phase are means, their standard errors those of a mean of independent
  * seconds; jitter is the largest; drift, lock and state are the last ones.

@@ -54,7 +54,7 @@ void CHistoryMaker::TakeStream(const SStreamFigures& roFigures, int64_t iBeginUt
     roPast.oCounters = roFigures.oCounters;
     m_aoSeconds.push_back({roFigures.oKey, oSecond});
     SMinuteSummary& roRunning = roPast.oRunning;
-    if (roRunning.uiPoints > 0 && roRunning.oPoint.iUtcNs != HistoryPoint_GetMinute(iBeginUtcNs))
+    if (roRunning.uiPoints > 0 && roRunning.oPoint.iUtcNs != MinuteSummary_GetMinute(oSecond))
     {
         roRunning.bIsComplete = true;
         m_aoMinutes.push_back(roRunning);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
@@ -31,11 +33,18 @@ void AddPhase(SMinuteSummary& roSummary, const SEstimate& roPhase, double flPeri
 
 } // namespace
 
+int64_t MinuteSummary_GetMinute(const SHistoryPoint& roSecond)
+{
+    // By its middle: begins are known to microseconds, and those of a chip that counts whole seconds of UTC would fall
+    // to either side of a minute by chance.
+    return HistoryPoint_GetMinute(roSecond.iUtcNs + iNsPerSecond / 2);
+}
+
 void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond, double flSeconds,
                        double flPeriodSeconds)
 {
     SHistoryPoint& roMinute = roSummary.oPoint;
-    roMinute.iUtcNs = HistoryPoint_GetMinute(roSecond.iUtcNs);
+    roMinute.iUtcNs = MinuteSummary_GetMinute(roSecond);
     roMinute.uiSeconds = 60;
     ++roSummary.uiPoints;
     roSummary.flWatchedSeconds += flSeconds;

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <ctime>
 
+#include "ClockReading.h"
 #include "TimeUnits.h"
-#include "WatchEngine.h"
 
 /* A clock now, nanoseconds. */
 inline int64_t ReadClockNs(clockid_t iClock)

@@ -6,12 +6,14 @@
 #ifndef WATCH_RUN_H
 #define WATCH_RUN_H
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "BoardSession.h"
@@ -24,11 +26,38 @@ struct SWatchRunSetup
 {
     SWatchSettings oSettings;              // the board's facts are filled in by the run
     std::vector<SMinuteSummary> aoRunning; // minutes that an earlier run has left unfinished
+    std::vector<SEarlierStream> aoEarlier; // what that run knew
     int64_t iStartUtcNs = 0;
     // Called by the run's thread for every second; must not block.
     std::function<void(const SWatchStep&)> fnTake;
     // Asked for what the takers cost and lose, before a second is handed on. May be empty.
     std::function<void(SWatchCosts&)> fnAddCosts;
+};
+
+// How late wake-ups are at least: over the last two stretches of a hundred.
+class CLeastWake
+{
+public:
+    void Take(uint64_t uiLateNs)
+    {
+        m_uiLeastNs = std::min(m_uiLeastNs, uiLateNs);
+        if (++m_uiCount == 100)
+        {
+            m_uiBeforeNs = std::exchange(m_uiLeastNs, UINT64_MAX);
+            m_uiCount = 0;
+        }
+    }
+    /* 0: not known yet. */
+    double GetSeconds() const
+    {
+        const uint64_t uiNs = std::min(m_uiLeastNs, m_uiBeforeNs);
+        return uiNs == UINT64_MAX ? 0.0 : static_cast<double>(uiNs) * 1e-9;
+    }
+
+private:
+    uint64_t m_uiLeastNs = UINT64_MAX;
+    uint64_t m_uiBeforeNs = UINT64_MAX;
+    uint32_t m_uiCount = 0;
 };
 
 class CWatchRun
@@ -49,9 +78,9 @@ public:
 
 private:
     void Run();
-    void TellStall(uint64_t uiDueNs);
+    void TakeWake(uint64_t uiDueNs);
     void Drain();
-    void Analyse(bool bIsLast);
+    bool Analyse(bool bIsLast);
     void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
     void EndWatch(const SClockReading& roClock);
     void FillCosts(SWatchCosts& roCosts);
@@ -63,6 +92,7 @@ private:
     SWatchPublication m_oTemplate; // what stays the same from one moment to the next, texts included
     std::vector<SWatchEvent> m_aoEvents;
     uint64_t m_uiLastEvent;
+    CLeastWake m_oLeastWake;
     double m_flAnalysisSeconds = 0.0;
     std::thread m_oThread;
     std::atomic<bool> m_bStop{false};

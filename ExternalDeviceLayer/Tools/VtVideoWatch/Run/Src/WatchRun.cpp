@@ -1,7 +1,9 @@
 #include "WatchRun.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <sys/prctl.h>
 #include <unistd.h>
 #include <utility>
 
@@ -15,8 +17,8 @@ namespace
 {
 
 constexpr uint64_t uiDrainPeriodNs = 50'000'000;
-constexpr uint64_t uiStallNs = 2'000'000; // so late, this thread did not just wake up slowly
-constexpr uint64_t uiAnalysisPeriodNs = iNsPerSecond;
+constexpr uint64_t uiRealSleepNs = 1'000'000; // less is over before the timer is set
+constexpr uint64_t uiStallNs = 2'000'000;     // so late, this thread did not just wake up slowly
 
 std::string GetHostName()
 {
@@ -57,6 +59,11 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
             const SStreamKey& roKey = rpoChannel->oKey;
+            const auto itEarlier = std::ranges::find(m_oSetup.aoEarlier, roKey, &SEarlierStream::oKey);
+            if (itEarlier != m_oSetup.aoEarlier.end())
+            {
+                WatchEngine_TellEarlier(*m_poEngine, roKey, itEarlier->oRun);
+            }
             m_oTemplate.aaoTexts[static_cast<size_t>(roKey.eDirection)].emplace_back().szId = StreamId_Print(roKey);
         }
     }
@@ -78,29 +85,33 @@ void CWatchRun::Stop()
 
 void CWatchRun::Run()
 {
-    uint64_t uiNextAnalysisNs = ReadMonotonicNs() + uiAnalysisPeriodNs;
+    // A timer that may fire 50 us late, as they do unless told otherwise, says nothing about how late fields are.
+    prctl(PR_SET_TIMERSLACK, 1);
     while (!m_bStop.load(std::memory_order_relaxed))
     {
         const uint64_t uiNowNs = ReadMonotonicNs();
-        const uint64_t uiWakeNs = std::min(uiNowNs + uiDrainPeriodNs, std::max(uiNextAnalysisNs, uiNowNs));
+        const uint64_t uiDueNs = std::max(WatchEngine_GetDueNs(*m_poEngine), uiNowNs);
+        const uint64_t uiWakeNs = std::min(uiNowNs + uiDrainPeriodNs, uiDueNs);
         SleepUntil(uiWakeNs);
-        TellStall(uiWakeNs);
-        Drain();
-        if (ReadMonotonicNs() >= uiNextAnalysisNs)
+        if (uiWakeNs > uiNowNs + uiRealSleepNs)
         {
-            Analyse(false);
-            // After a stall the beat goes on from now: what was missed cannot be caught up with.
-            uiNextAnalysisNs = std::max(uiNextAnalysisNs, ReadMonotonicNs() - uiAnalysisPeriodNs) + uiAnalysisPeriodNs;
+            TakeWake(uiWakeNs);
+        }
+        Drain();
+        while (Analyse(false))
+        {
         }
     }
     Drain();
+    WatchEngine_End(*m_poEngine);
     Analyse(true);
 }
 
-// What held up this thread held up those of the streams as well.
-void CWatchRun::TellStall(uint64_t uiDueNs)
+// What held up this thread held up those of the streams as well, and what never fails to hold it up does so too.
+void CWatchRun::TakeWake(uint64_t uiDueNs)
 {
     const uint64_t uiNowNs = ReadMonotonicNs();
+    m_oLeastWake.Take(uiNowNs - uiDueNs);
     if (uiNowNs > uiDueNs + uiStallNs)
     {
         WatchEngine_TakeStall(*m_poEngine, uiDueNs, uiNowNs);
@@ -173,16 +184,20 @@ void CWatchRun::FillCosts(SWatchCosts& roCosts)
     }
 }
 
-void CWatchRun::Analyse(bool bIsLast)
+bool CWatchRun::Analyse(bool bIsLast)
 {
     const uint64_t uiBeginNs = ReadMonotonicNs();
-    auto poPublication = std::make_shared<SWatchPublication>(m_oTemplate);
-    if (bIsLast)
+    if (!bIsLast && uiBeginNs < WatchEngine_GetDueNs(*m_poEngine))
     {
-        WatchEngine_EndEpisodes(*m_poEngine);
+        return false;
     }
-    const SClockReading oClock = ReadClocks();
-    WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot);
+    auto poPublication = std::make_shared<SWatchPublication>(m_oTemplate);
+    SClockReading oClock = ReadClocks();
+    oClock.flLeastWakeSeconds = m_oLeastWake.GetSeconds();
+    if (!WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot))
+    {
+        return false;
+    }
     const std::span<const SWatchEvent> aoEvents = WatchEngine_TakeEvents(*m_poEngine);
     m_aoEvents.assign(aoEvents.begin(), aoEvents.end());
     m_uiLastEvent = aoEvents.empty() ? m_uiLastEvent : aoEvents.back().uiNumber;
@@ -195,4 +210,5 @@ void CWatchRun::Analyse(bool bIsLast)
     FillCosts(poPublication->oCosts);
     m_oSetup.fnTake({std::move(poPublication), m_aoEvents, m_oHistory.GetSeconds(), m_oHistory.GetMinutes()});
     m_uiProgress.fetch_add(1, std::memory_order_relaxed);
+    return true;
 }

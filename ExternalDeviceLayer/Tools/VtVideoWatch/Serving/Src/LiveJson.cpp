@@ -41,16 +41,21 @@ CJson FromPhase(const SStreamFigures& roStream)
     CJson oJson = WatchJson_FromEstimate(Round(roStream.oPhaseSeconds, iDigits), "seconds", "stderr");
     if (!oJson.is_null())
     {
-        const double flLine = roStream.flLineSeconds;
+        const double flLine = roStream.flPhaseLineSeconds;
         oJson["lines"] =
             flLine > 0.0 ? CJson(WatchJson_Round(roStream.oPhaseSeconds.flValue / flLine, iDigits)) : CJson();
     }
     return oJson;
 }
 
-CJson FromSecondsTo(double flSeconds)
+CJson FromSecondsTo(const SEstimate& roSeconds)
 {
-    return flSeconds < 0.0 ? CJson() : CJson(WatchJson_Round(flSeconds, iErrorDigits + 1));
+    return roSeconds.bIsValid ? CJson(WatchJson_Round(roSeconds.flValue, iErrorDigits + 1)) : CJson();
+}
+
+CJson FromErrorOf(const SEstimate& roSeconds)
+{
+    return roSeconds.bIsValid ? CJson(WatchJson_Round(roSeconds.flStdErr, iErrorDigits)) : CJson();
 }
 
 CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
@@ -65,8 +70,10 @@ CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts
             {"phase", FromPhase(roStream)},
             {"drift", WatchJson_FromEstimate(Round(roStream.oDriftRatio, iDigits), "ratio", "stderr")},
             {"lock", WatchTexts_GetLock(roStream.eLock)},
-            {"seconds_to_threshold", FromSecondsTo(roStream.flSecondsToThreshold)},
-            {"seconds_to_slip", FromSecondsTo(roStream.flSecondsToSlip)},
+            {"seconds_to_threshold", FromSecondsTo(roStream.oSecondsToThreshold)},
+            {"seconds_to_threshold_stderr", FromErrorOf(roStream.oSecondsToThreshold)},
+            {"seconds_to_slip", FromSecondsTo(roStream.oSecondsToSlip)},
+            {"seconds_to_slip_stderr", FromErrorOf(roStream.oSecondsToSlip)},
             {"fields_lost", roStream.oCounters.uiFieldsLost},
             {"fields_unobserved", roStream.oCounters.uiFieldsUnobserved},
             {"signal_losses", roStream.oCounters.uiSignalLosses},

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "EarlierRun.h"
 #include "HistoryPoint.h"
 #include "StoreFile.h"
 
@@ -15,12 +16,14 @@ struct SStoreRemains
 {
     uint64_t uiLastEvent = 0;              // number of the last event
     std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
+    std::vector<SEarlierStream> aoEarlier; // streams that ran, or were lost, when the last run ended
     int64_t iOwnRun = 0;                   // row of the run itself; 0: there is none yet
 };
 
 /*
  * Ends runs that were killed with the events that they could not write (their streams are watched no longer, from the
- * last second on that they wrote), and puts minutes away that will not go on.
+ * last second on that they wrote), puts minutes away that will not go on, and tells which
+ * streams ran.
  *   poFile        in
  *   iBeginUtcNs   in   the begin of the run that is to write: its own row, when the file comes back to it, stays open
  *   iNowUtcNs     in

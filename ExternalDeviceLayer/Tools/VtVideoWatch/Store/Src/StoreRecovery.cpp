@@ -58,6 +58,27 @@ bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun)
     return true;
 }
 
+// How each stream was when the last run ended: its last minute says so.
+void FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
+{
+    CStoreStatement oFind(
+        poFile, "SELECT direction, stream, state, coalesce(CASE WHEN state = ?1 THEN NULL ELSE (SELECT utc_ns "
+                "FROM events WHERE kind = ?2 AND direction = running.direction AND stream = running.stream "
+                "ORDER BY number DESC LIMIT 1) END, (SELECT max(end_ns) FROM runs)) FROM running "
+                "WHERE state IN (?1, ?3)");
+    oFind.Bind(static_cast<int64_t>(EStreamState::RUNNING)).Bind(static_cast<int64_t>(EWatchEventKind::SIGNAL_LOST));
+    oFind.Bind(static_cast<int64_t>(EStreamState::LOST));
+    while (oFind.Next())
+    {
+        SEarlierStream oStream;
+        oStream.oKey.eDirection = oFind.GetInt() == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT;
+        oStream.oKey.uiIndex = oFind.GetUint32();
+        const bool bRan = oFind.GetInt() == static_cast<int64_t>(EStreamState::RUNNING);
+        oStream.oRun = {bRan ? EEarlierState::RUNNING : EEarlierState::LOST, oFind.GetInt()};
+        raoEarlier.push_back(oStream);
+    }
+}
+
 bool PutMinutesAway(sqlite3* poFile, int64_t iMinuteUtcNs)
 {
     const std::string szNames = StoreRows_GetNames<SMinuteSummary>();
@@ -84,6 +105,7 @@ uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile)
 
 bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
+    FindEarlier(poFile, roRemains.aoEarlier);
     roRemains.iOwnRun = FindRun(poFile, iBeginUtcNs);
     const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
                          PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");

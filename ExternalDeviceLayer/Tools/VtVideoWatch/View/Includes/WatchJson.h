@@ -23,7 +23,7 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
 CJson WatchJson_FromLastEvent(const SLastEvent& roEvent);
 
 /* roFigures: of the pair's direction. */
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SDirectionFigures& roFigures, const SPairFigures& roPair);
+CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair);
 CJson WatchJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup);
 CJson WatchJson_FromClock(const SClockFigures& roClock);
 CJson WatchJson_FromCosts(const SWatchCosts& roCosts);

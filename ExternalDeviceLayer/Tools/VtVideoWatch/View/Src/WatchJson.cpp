@@ -13,10 +13,16 @@
 namespace
 {
 
-// Times that the analysis tells as negative when they are not known.
-CJson FromSecondsTo(double flSeconds)
+// How long a drift takes to the next crossings; null where nothing drifts.
+void AddTimes(CJson& roJson, const SEstimate& roToThreshold, const SEstimate& roToSlip)
 {
-    return flSeconds < 0.0 ? CJson() : CJson(flSeconds);
+    const auto Add = [&](const char* szName, const char* szErrorName, const SEstimate& roSeconds)
+    {
+        roJson[szName] = roSeconds.bIsValid ? CJson(roSeconds.flValue) : CJson();
+        roJson[szErrorName] = roSeconds.bIsValid ? CJson(roSeconds.flStdErr) : CJson();
+    };
+    Add("seconds_to_threshold", "seconds_to_threshold_stderr", roToThreshold);
+    Add("seconds_to_slip", "seconds_to_slip_stderr", roToSlip);
 }
 
 CJson FromCounters(const SStreamCounters& roCounters)
@@ -148,7 +154,7 @@ CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirectio
     CJson oPairs = CJson::array();
     for (const SPairFigures& roPair : roFigures.aoPairs)
     {
-        oPairs.push_back(WatchJson_FromPair(eDirection, roFigures, roPair));
+        oPairs.push_back(WatchJson_FromPair(eDirection, roPair));
     }
     CJson oGroups = CJson::array();
     for (const SLockGroup& roGroup : roFigures.aoGroups)
@@ -201,7 +207,7 @@ CJson WatchJson_FromLastEvent(const SLastEvent& roEvent)
 
 CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
-    const double flLine = roStream.flLineSeconds;
+    const double flLine = roStream.flPhaseLineSeconds;
     CJson oJson = FromIdentity(roStream, roTexts);
     oJson["counters"] = FromCounters(roStream.oCounters);
     oJson["rates"] = FromRates(roStream);
@@ -213,23 +219,21 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
         FromOffset(roStream.oPhaseSeconds, flLine > 0.0 ? roStream.oPhaseSeconds.flValue / flLine : 0.0, flLine > 0.0);
     oJson["drift"] = WatchJson_FromEstimate(roStream.oDriftRatio, "ratio", "stderr");
     oJson["lock"] = WatchTexts_GetLock(roStream.eLock);
-    oJson["seconds_to_threshold"] = FromSecondsTo(roStream.flSecondsToThreshold);
-    oJson["seconds_to_slip"] = FromSecondsTo(roStream.flSecondsToSlip);
+    AddTimes(oJson, roStream.oSecondsToThreshold, roStream.oSecondsToSlip);
     oJson["tai"] = FromTai(roStream);
     oJson["last_event"] = WatchJson_FromLastEvent(roStream.oLastEvent);
     return oJson;
 }
 
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SDirectionFigures& roFigures, const SPairFigures& roPair)
+CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair)
 {
-    const bool bHasLines = roFigures.aoStreams[roPair.uiFirst].flLineSeconds > 0.0;
-    return {{"first", StreamId_Print({eDirection, roPair.uiFirst})},
-            {"second", StreamId_Print({eDirection, roPair.uiSecond})},
-            {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines, bHasLines)},
-            {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
-            {"lock", WatchTexts_GetLock(roPair.eLock)},
-            {"seconds_to_threshold", FromSecondsTo(roPair.flSecondsToThreshold)},
-            {"seconds_to_slip", FromSecondsTo(roPair.flSecondsToSlip)}};
+    CJson oJson = {{"first", StreamId_Print({eDirection, roPair.uiFirst})},
+                   {"second", StreamId_Print({eDirection, roPair.uiSecond})},
+                   {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines, roPair.flLineSeconds > 0.0)},
+                   {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
+                   {"lock", WatchTexts_GetLock(roPair.eLock)}};
+    AddTimes(oJson, roPair.oSecondsToThreshold, roPair.oSecondsToSlip);
+    return oJson;
 }
 
 CJson WatchJson_FromClock(const SClockFigures& roClock)

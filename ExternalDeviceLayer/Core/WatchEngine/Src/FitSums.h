@@ -1,46 +1,49 @@
 /*
- * Least squares of a stream's phase over its field number: sums that combine, so that a window is put together from
- * the seconds in it. Ticks.
+ * A stream's phase over its field number as sums that combine, so that a window is put together from the seconds in
+ * it. Ticks.
  *
  * The phase of a field is what its tick is beyond a grid of whole ticks: tick - base - number x grid period. It is an
  * integer, so nothing is lost however long a stream runs; the sums are doubles relative to an origin nearby.
- * Combination: Chan, Golub, LeVeque, "Updating formulae and a pairwise algorithm for computing sample variances", 1979.
  */
-#ifndef LINE_FIT_H
-#define LINE_FIT_H
+#ifndef FIT_SUMS_H
+#define FIT_SUMS_H
 
 #include <cstdint>
 
-// Centred sums of a set of fields.
+#include "LineFit.h"
+
+constexpr double flRoundingVariance = 1.0 / 12.0; // of rounding to whole ticks
+
+// Sums of a set of fields: x are numbers, y phases, each field weighs 1.
 struct SFitSums
 {
     int64_t iNumber = 0; // origin: what the means are relative to
     int64_t iPhase = 0;
-    double flCount = 0.0;
-    double flMeanNumber = 0.0;
-    double flMeanPhase = 0.0;
-    double flNumberNumber = 0.0; // sums of products of deviations from the means
-    double flNumberPhase = 0.0;
-    double flPhasePhase = 0.0;
+    SLineSums oLine;
     double flNoise = 0.0;        // sum of squares about lines through single seconds: free of slow wander
     double flNoiseFreedom = 0.0; // its degrees of freedom
+    double flSteps = 0.0;        // sum of squares of what successive fields differ by, about its mean
+    double flStepFreedom = 0.0;
+
+    double GetCount() const { return oLine.flWeight; }
+    bool IsEmpty() const { return oLine.flWeight == 0.0; }
 };
 
-// A straight line through fields: phase = flPhase + flSlope x (number - iNumber), relative to iPhase.
+// A straight line through fields, relative to iNumber and iPhase.
 struct SLine
 {
     bool bIsValid = false;
     int64_t iNumber = 0;
     int64_t iPhase = 0;
-    double flCount = 0.0;
-    double flMeanNumber = 0.0; // relative to iNumber
-    double flMeanPhase = 0.0;  // relative to iPhase
-    double flSlope = 0.0;      // ticks per field
-    double flNumberNumber = 0.0;
-    double flVariance = 0.0; // of a field about the line; never below that of the rounding to whole ticks
-    double flNoise = 0.0;    // of a field about the lines of single seconds; likewise
+    SLineSums oSums;
+    double flSlope = 0.0;          // ticks per field
+    double flVariance = 0.0;       // of a field about the line; never below that of the rounding to whole ticks
+    double flNoise = 0.0;          // of a field about the lines of single seconds; likewise
+    double flWander = 0.0;         // the part of the variance that neighbouring fields share
+    double flWanderInSecond = 0.0; // and of the noise: what no block of a second can show
 
-    double GetPhase(double flNumber) const { return flMeanPhase + flSlope * (flNumber - flMeanNumber); }
+    double GetCount() const { return oSums.flWeight; }
+    double GetPhase(double flNumber) const { return oSums.GetY(flNumber); }
 };
 
 /* The sums of both sets together. */
@@ -69,10 +72,15 @@ public:
         m_flNumberNumber += flNumber * flNumber;
         m_flNumberPhase += flNumber * flPhase;
         m_flPhasePhase += flPhase * flPhase;
+        const double flStep = flPhase - m_flBefore;
+        const double flIsNext = flNumber == m_flNumberBefore + 1.0 ? 1.0 : 0.0;
+        m_flSteps += flIsNext;
+        m_flStep += flIsNext * flStep;
+        m_flStepStep += flIsNext * flStep * flStep;
+        m_flBefore = flPhase;
+        m_flNumberBefore = flNumber;
     }
     bool IsEmpty() const { return m_flCount == 0.0; }
-    int64_t GetNumberOrigin() const { return m_iNumber; }
-    int64_t GetPhaseOrigin() const { return m_iPhase; }
     SFitSums Close() const;
 
 private:
@@ -84,6 +92,12 @@ private:
     double m_flNumberNumber = 0.0;
     double m_flNumberPhase = 0.0;
     double m_flPhasePhase = 0.0;
+    // From one field to the next.
+    double m_flNumberBefore = -2.0;
+    double m_flBefore = 0.0;
+    double m_flSteps = 0.0;
+    double m_flStep = 0.0;
+    double m_flStepStep = 0.0;
 };
 
 #endif

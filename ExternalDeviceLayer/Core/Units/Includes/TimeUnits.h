@@ -12,4 +12,7 @@ constexpr int64_t iNsPerMinute = 60 * iNsPerSecond;
 constexpr int64_t iNsPerHour = 60 * iNsPerMinute;
 constexpr int64_t iNsPerDay = 24 * iNsPerHour;
 
+constexpr double flNsPerSecond = 1e9;
+constexpr double flSecondsPerNs = 1e-9;
+
 #endif
