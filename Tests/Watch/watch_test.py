@@ -297,5 +297,81 @@ class Report(WatchCase):
         self.assertLessEqual(max(map(len, table.splitlines())), 120)
 
 
+def members(message):
+    """(number, value) of each member of a message in the wire format of protocol buffers."""
+    place = 0
+
+    def varint():
+        nonlocal place
+        value = shift = 0
+        while True:
+            byte = message[place]
+            place += 1
+            value |= (byte & 127) << shift
+            shift += 7
+            if byte < 128:
+                return value
+
+    while place < len(message):
+        key = varint()
+        length = varint()
+        if key & 7 == 2:
+            yield key >> 3, message[place:place + length]
+            place += length
+        else:
+            yield key >> 3, length
+
+
+class Record(WatchCase):
+    def test_holds_every_field_as_the_board_made_it_and_other_programs_read_it(self):
+        truth = self.folder / "truth.csv"
+        scenario = LOSING + f"[truth]\nfile = '{truth}'\n"
+        file = self.folder / "fault.vtrec"
+        status, _ = self.start(scenario, "record", file, "--seconds", "3").run()
+        self.assertEqual(status, 0)
+        with sqlite3.connect(f"file:{file}?mode=ro", uri=True) as recording:
+            recorded = recording.execute("SELECT stream_index, tick, field_counter FROM fields JOIN streams USING (stream) "
+                                         "WHERE result = 0 ORDER BY fields.rowid").fetchall()
+            waits, = recording.execute("SELECT count(*) FROM fields").fetchone()
+            self.assertIn(("fields_lost", 1), recording.execute("SELECT kind, stream_index FROM events JOIN streams USING "
+                                                                "(stream)").fetchall())
+        self.assertGreater(len(recorded), 2 * 150)
+        for index in (0, 1):
+            with open(truth, newline="") as rows:
+                made = {int(row["stamp"]): int(row["field_counter"]) for row in csv.DictReader(rows)
+                        if int(row["index"]) == index}
+            fields = [(tick, counter) for stream, tick, counter in recorded if stream == index]
+            self.assertEqual([made.get(tick) for tick, _ in fields], [counter for _, counter in fields])
+            lost = sum((after - before) // 16 - 1 for (_, before), (_, after) in zip(fields, fields[1:]))
+            self.assertEqual(lost > 0, index == 1, "only the fields that the scenario takes away are missing")
+
+        status, table = self.start(LOCKED, "export", file, "--format", "csv").run()
+        rows = list(csv.DictReader(io.StringIO(table, newline="")))
+        self.assertEqual((status, len(rows)), (0, waits))
+        self.assertEqual(sorted(int(row["tick"]) for row in rows if row["result"] == "field"),
+                         sorted(tick for _, tick, _ in recorded))
+
+        trace = self.folder / "fault.pftrace"
+        self.assertEqual(self.start(LOCKED, "export", file, "--format", "perfetto", "-o", trace).run()[0], 0)
+        packets = [dict(members(packet)) for number, packet in members(trace.read_bytes()) if number == 1]
+        tracks = [dict(members(packet[60])) for packet in packets if 60 in packet]
+        names = {track[1]: track[2].decode() for track in tracks}
+        events = [dict(members(packet[11])) for packet in packets if 11 in packet]
+        began = [event for event in events if event[9] == 1 and names[event[11]].endswith(" fields")]
+        ended = [event for event in events if event[9] == 2 and names[event[11]].endswith(" fields")]
+        self.assertEqual((len(began), len(ended)), (len(recorded), len(recorded)))
+        self.assertIn("IN_01 Right", names.values())
+
+    def test_says_what_is_wrong_in_one_line(self):
+        nothing = self.folder / "nothing"
+        nothing.write_text("nothing")
+        for arguments in (("export", nothing, "--format", "csv"), ("record", self.folder / "no" / "file", "--seconds", "1")):
+            watch = self.start(LOCKED, *arguments)
+            self.assertEqual(watch.run()[0], 1)
+            said = [line for line in watch.said.read_text().splitlines() if not line.startswith("libVeltrano")]
+            self.assertEqual(len(said), 1, said)
+            self.assertTrue(said[0].startswith("VtVideoWatch: recording "), said)
+
+
 if __name__ == "__main__":
     unittest.main(argv=[sys.argv[0], *sys.argv[5:]])

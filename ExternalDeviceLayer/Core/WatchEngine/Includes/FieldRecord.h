@@ -28,6 +28,12 @@ struct SFieldRecord
     uint64_t uiRunDelayNs; // how long the thread stood ready without a processor since its last record; upper bound
     EWaitResult eResult;
     bool bIsTopField;
+    bool bHasBuffers;           // inputs: the board told the three counts behind
+    bool bHasSkippedBuffers;    // inputs: and the one of skipped buffers
+    uint16_t uiReadyBuffers;    // filled, waiting for the application
+    uint16_t uiLoanedBuffers;   // in the application's hands
+    uint16_t uiInternalBuffers; // in the board's hands
+    uint64_t uiSkippedBuffers;  // the board's own count since its start
 };
 
 // What the stream is at a moment. Fields that the direction does not have are 0.

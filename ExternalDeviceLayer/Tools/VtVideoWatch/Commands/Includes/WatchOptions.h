@@ -64,11 +64,33 @@ struct SReportOptions
     EReportForm eForm = EReportForm::TABLE;
 };
 
+struct SRecordOptions
+{
+    SBoardOptions oBoard;
+    std::string szFile;
+    uint32_t uiSeconds = 60;
+};
+
+enum class EExportForm : uint8_t
+{
+    PERFETTO,
+    CSV
+};
+
+struct SExportOptions
+{
+    std::string szFile;
+    std::string szOutput; // empty or "-": standard output
+    EExportForm eForm = EExportForm::PERFETTO;
+};
+
 enum class EWatchCommand : uint8_t
 {
     SERVE,
     CHECK,
-    REPORT
+    REPORT,
+    RECORD,
+    EXPORT
 };
 
 struct SWatchOptions
@@ -77,6 +99,8 @@ struct SWatchOptions
     SServeOptions oServe;
     SCheckOptions oCheck;
     SReportOptions oReport;
+    SRecordOptions oRecord;
+    SExportOptions oExport;
 };
 
 /*

@@ -5,7 +5,9 @@
 
 #include "BoardLoader.h"
 #include "CheckCommand.h"
+#include "ExportCommand.h"
 #include "Notice.h"
+#include "RecordCommand.h"
 #include "ReportCommand.h"
 #include "ServeCommand.h"
 #include "StandardFiles.h"
@@ -30,7 +32,8 @@ int main(int argc, char* argv[])
                                                          : (Notice_Say(szText + "; --help tells more"), *iStatus);
     }
     VTSTR4096 szError;
-    if (oOptions.eCommand != EWatchCommand::REPORT && !BoardLoader_Load(szError))
+    const bool bNeedsBoard = oOptions.eCommand != EWatchCommand::REPORT && oOptions.eCommand != EWatchCommand::EXPORT;
+    if (bNeedsBoard && !BoardLoader_Load(szError))
     {
         return oOptions.eCommand == EWatchCommand::CHECK ? CheckCommand_RefuseBoard(szError)
                                                          : (Notice_Say(szError), iExitFailure);
@@ -43,6 +46,10 @@ int main(int argc, char* argv[])
         return CheckCommand_Run(oOptions.oCheck);
     case EWatchCommand::REPORT:
         return ReportCommand_Run(oOptions.oReport);
+    case EWatchCommand::RECORD:
+        return RecordCommand_Run(oOptions.oRecord);
+    case EWatchCommand::EXPORT:
+        return ExportCommand_Run(oOptions.oExport);
     }
     return iExitUsage;
 }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 #include <sstream>
 
 #include "HistoryPoint.h"
@@ -141,6 +142,33 @@ void AddReport(CLI::App& roApp, SReportOptions& roReport, int64_t iNowUtcNs)
     roApp.footer("Exit status: 0; 1 when the store cannot be read; 2 for a wrong command line.");
 }
 
+void AddRecord(CLI::App& roApp, SRecordOptions& roRecord)
+{
+    AddBoardOptions(roApp, roRecord.oBoard);
+    roApp.add_option("file", roRecord.szFile, "the recording to write")->type_name("FILE")->required();
+    roApp.add_option("--seconds", roRecord.uiSeconds, "how long to watch")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1U, 3590U))
+        ->capture_default_str();
+    roApp.footer(
+        "Exit status: 0; 1 when the board or the file cannot be used; 2 for a wrong command line. INT and TERM\n"
+        "end it early, and what has been seen by then is kept.");
+}
+
+void AddExport(CLI::App& roApp, SExportOptions& roExport)
+{
+    roApp.add_option("file", roExport.szFile, "a recording")->type_name("FILE")->required();
+    roApp.add_option("--format", roExport.eForm, "perfetto: a trace for its viewer; csv: a row per wait")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, EExportForm>{{"perfetto", EExportForm::PERFETTO}, {"csv", EExportForm::CSV}}))
+        ->type_name("perfetto|csv")
+        ->required();
+    roApp.add_option("-o,--output", roExport.szOutput, "where to (standard output)")->type_name("FILE");
+    roApp.footer(
+        "Exit status: 0; 1 when the recording cannot be read or the output not be written; 2 for a wrong command\n"
+        "line.");
+}
+
 bool HasTwins(const std::vector<SStreamKey>& raoStreams)
 {
     return std::ranges::any_of(raoStreams, [&raoStreams](const SStreamKey& roStream)
@@ -197,9 +225,11 @@ bool IsMainFlag(const std::string& rszArgument)
     return rszArgument == "-h" || rszArgument == "--help" || rszArgument == "--version";
 }
 
+constexpr const char* aszSubcommands[] = {"serve", "check", "report", "record", "export"};
+
 bool IsSubcommand(const std::string& rszArgument)
 {
-    return rszArgument == "serve" || rszArgument == "check" || rszArgument == "report";
+    return std::ranges::find(aszSubcommands, rszArgument) != std::end(aszSubcommands);
 }
 
 int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, std::string& rszText)
@@ -213,7 +243,7 @@ int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, st
     // The library would only say that a subcommand is missing.
     else if (!raszArguments.front().starts_with('-') && !IsSubcommand(raszArguments.front()))
     {
-        rszText = "'" + raszArguments.front() + "': expected serve, check or report";
+        rszText = "'" + raszArguments.front() + "': expected serve, check, report, record or export";
         return iExitUsage;
     }
     try
@@ -242,7 +272,11 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
     CLI::App* poServe = oApp.add_subcommand("serve", "watch until ended, and serve what is seen (the default)");
     CLI::App* poCheck = oApp.add_subcommand("check", "watch for a while, and end with a verdict");
     CLI::App* poReport = oApp.add_subcommand("report", "sum up what a store holds");
+    CLI::App* poRecord = oApp.add_subcommand("record", "watch for a while, and keep every field in a file");
+    CLI::App* poExport = oApp.add_subcommand("export", "turn such a recording into a trace or a table");
     AddServe(*poServe, roOptions.oServe);
+    AddRecord(*poRecord, roOptions.oRecord);
+    AddExport(*poExport, roOptions.oExport);
     AddCheck(*poCheck, roOptions.oCheck);
     AddReport(*poReport, roOptions.oReport, iNowUtcNs);
     for (CLI::App* poCommand : oApp.get_subcommands({}))
@@ -252,6 +286,8 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
     const int iStatus = ParseWith(oApp, raszArguments, rszText);
     roOptions.eCommand = poCheck->parsed()    ? EWatchCommand::CHECK
                          : poReport->parsed() ? EWatchCommand::REPORT
+                         : poRecord->parsed() ? EWatchCommand::RECORD
+                         : poExport->parsed() ? EWatchCommand::EXPORT
                                               : EWatchCommand::SERVE;
     if (iStatus == 0 && rszText.empty())
     {

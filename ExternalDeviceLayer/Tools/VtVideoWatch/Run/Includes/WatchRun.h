@@ -12,11 +12,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "BoardSession.h"
+#include "CutDesk.h"
 #include "Fault.h"
 #include "HistoryMaker.h"
 #include "WatchEngine.h"
@@ -28,6 +30,7 @@ struct SWatchRunSetup
     std::vector<SMinuteSummary> aoRunning; // minutes that an earlier run has left unfinished
     std::vector<SEarlierStream> aoEarlier; // what that run knew
     int64_t iStartUtcNs = 0;
+    uint32_t uiRecorderSeconds = 0; // how far back every field is remembered; 0: none is
     // Called by the run's thread for every second; must not block.
     std::function<void(const SWatchStep&)> fnTake;
     // Asked for what the takers cost and lose, before a second is handed on. May be empty.
@@ -73,6 +76,13 @@ public:
     /* Analyses a last time and tells that the streams are watched no longer. Takes about 50 ms. */
     void Stop();
 
+    /*
+     * A copy of what the recorder holds, as of some milliseconds ago.
+     *   uiTimeOutMs  in  longest wait, milliseconds
+     * Nothing without a recorder, after the time-out and when the run has ended. Any thread; blocks.
+     */
+    std::optional<CRecorderCut> AwaitCut(uint32_t uiTimeOutMs) { return m_oCuts.Await(uiTimeOutMs); }
+
     /* Seconds handed on so far: grows as long as the analysis makes progress. Any thread. */
     uint64_t GetProgress() const { return m_uiProgress.load(std::memory_order_relaxed); }
 
@@ -80,6 +90,8 @@ private:
     void Run();
     void TakeWake(uint64_t uiDueNs);
     void Drain();
+    void TakeField(const SStreamKey& roKey, const SFieldRecord& roRecord);
+    void GiveCut();
     bool Analyse(bool bIsLast);
     void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
     void EndWatch(const SClockReading& roClock);
@@ -89,6 +101,8 @@ private:
     SWatchRunSetup m_oSetup;
     WatchEnginePtr m_poEngine;
     CHistoryMaker m_oHistory;
+    std::optional<CFieldRecorder> m_oRecorder;
+    CCutDesk m_oCuts;
     SWatchPublication m_oTemplate; // what stays the same from one moment to the next, texts included
     std::vector<SWatchEvent> m_aoEvents;
     uint64_t m_uiLastEvent;

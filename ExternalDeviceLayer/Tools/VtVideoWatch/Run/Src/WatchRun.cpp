@@ -49,6 +49,11 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
     roSettings.iTickOffsetNs = roFacts.iTickOffsetNs;
     m_poEngine = WatchEngine_Create(roSettings, static_cast<uint32_t>(raoChannels[0].size()),
                                     static_cast<uint32_t>(raoChannels[1].size()));
+    if (m_oSetup.uiRecorderSeconds > 0)
+    {
+        m_oRecorder.emplace(static_cast<uint32_t>(raoChannels[0].size()), static_cast<uint32_t>(raoChannels[1].size()),
+                            m_oSetup.uiRecorderSeconds);
+    }
     m_oTemplate.szHost = GetHostName();
     m_oTemplate.szBoard = roFacts.szLibrary;
     m_oTemplate.uiBoardVersion = roFacts.uiVersion;
@@ -98,6 +103,7 @@ void CWatchRun::Run()
             TakeWake(uiWakeNs);
         }
         Drain();
+        GiveCut();
         while (Analyse(false))
         {
         }
@@ -105,6 +111,8 @@ void CWatchRun::Run()
     Drain();
     WatchEngine_End(*m_poEngine);
     Analyse(true);
+    GiveCut();
+    m_oCuts.Close();
 }
 
 // What held up this thread held up those of the streams as well, and what never fails to hold it up does so too.
@@ -125,11 +133,27 @@ void CWatchRun::Drain()
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
             const SStreamKey& roKey = rpoChannel->oKey;
-            rpoChannel->oFields.Drain([&](const SFieldRecord& roRecord)
-                                      { WatchEngine_TakeRecord(*m_poEngine, roKey, roRecord); });
+            rpoChannel->oFields.Drain([&](const SFieldRecord& roRecord) { TakeField(roKey, roRecord); });
             rpoChannel->oDescriptions.Drain([&](const SDescriptionRecord& roRecord)
                                             { TakeDescription(roKey, roRecord); });
         }
+    }
+}
+
+void CWatchRun::TakeField(const SStreamKey& roKey, const SFieldRecord& roRecord)
+{
+    WatchEngine_TakeRecord(*m_poEngine, roKey, roRecord);
+    if (m_oRecorder)
+    {
+        m_oRecorder->Add(roKey, roRecord);
+    }
+}
+
+void CWatchRun::GiveCut()
+{
+    if (m_oRecorder && m_oCuts.IsAskedFor())
+    {
+        m_oCuts.Give(m_oRecorder->Copy());
     }
 }
 
@@ -146,6 +170,10 @@ void CWatchRun::TakeDescription(const SStreamKey& roKey, const SDescriptionRecor
     roTexts.szCapture = roKey.eDirection == EStreamDirection::INPUT
                             ? VtVideoInStateToString(roDescription.eCaptureState)
                             : PowerStateToString(roDescription.ePowerState);
+    if (m_oRecorder)
+    {
+        m_oRecorder->AddDescription({roKey, roDescription, roTexts.szName, roTexts.szFormat});
+    }
 }
 
 void CWatchRun::EndWatch(const SClockReading& roClock)

@@ -59,11 +59,14 @@ public:
     CStoreStatement& Bind(uint32_t uiValue) { return Bind(static_cast<int64_t>(uiValue)); }
     CStoreStatement& Bind(double flValue);
     CStoreStatement& Bind(const std::string& rszValue);
+    CStoreStatement& BindNull();
 
     /* Runs to the end of a statement that gives no rows, and makes it ready for the next values. */
     bool Run();
     /* Steps to the next row; false behind the last one, and the statement is ready for the next values. */
     bool Next();
+    /* Whether the last Next() met an error instead of the end, or the statement could not be made. */
+    bool HasFailed() const { return m_bHasFailed; }
 
     // Columns of the row, from the left; each call takes the next one.
     int64_t GetInt() { return sqlite3_column_int64(m_poStatement.get(), m_iColumn++); }
@@ -77,9 +80,17 @@ private:
     void Reset();
 
     std::unique_ptr<sqlite3_stmt, SStoreCloser> m_poStatement;
+    bool m_bHasFailed = false;
     int m_iParameter = 0;
     int m_iColumn = 0;
 };
+
+/*
+ * Whether a name is that of a file: a queue would wait for somebody who writes, a device have no end.
+ *   rszFile  in
+ *   rszWhy   out  why it is not
+ */
+bool StoreFile_IsFile(const std::string& rszFile, std::string& rszWhy);
 
 /* Runs statements that give no rows. */
 bool StoreFile_Run(sqlite3* poFile, const char* szSql);

@@ -1,5 +1,9 @@
 #include "StoreFile.h"
 
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+
 #include "StoreRows.h"
 
 namespace
@@ -123,6 +127,18 @@ CFault StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFil
     return oFault;
 }
 
+bool StoreFile_IsFile(const std::string& rszFile, std::string& rszWhy)
+{
+    struct stat oFile = {};
+    if (stat(rszFile.c_str(), &oFile) != 0)
+    {
+        rszWhy = std::strerror(errno);
+        return false;
+    }
+    rszWhy = "is no regular file";
+    return S_ISREG(oFile.st_mode);
+}
+
 bool StoreFile_Run(sqlite3* poFile, const char* szSql)
 {
     return poFile != nullptr && sqlite3_exec(poFile, szSql, nullptr, nullptr, nullptr) == SQLITE_OK;
@@ -162,6 +178,12 @@ CStoreStatement& CStoreStatement::Bind(const std::string& rszValue)
     return *this;
 }
 
+CStoreStatement& CStoreStatement::BindNull()
+{
+    sqlite3_bind_null(m_poStatement.get(), ++m_iParameter);
+    return *this;
+}
+
 void CStoreStatement::Reset()
 {
     sqlite3_reset(m_poStatement.get());
@@ -178,10 +200,12 @@ bool CStoreStatement::Run()
 bool CStoreStatement::Next()
 {
     m_iColumn = 0;
-    if (m_poStatement != nullptr && sqlite3_step(m_poStatement.get()) == SQLITE_ROW)
+    const int iResult = m_poStatement == nullptr ? SQLITE_MISUSE : sqlite3_step(m_poStatement.get());
+    if (iResult == SQLITE_ROW)
     {
         return true;
     }
+    m_bHasFailed = iResult != SQLITE_DONE;
     Reset();
     return false;
 }
