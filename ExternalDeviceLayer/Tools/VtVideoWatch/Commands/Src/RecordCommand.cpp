@@ -17,6 +17,7 @@ constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiCutMs = 5000;
 constexpr uint32_t uiSlackSeconds = 5; // the recorder reaches back farther than what is asked for
 constexpr uint32_t uiBeatMs = 50;
+constexpr uint64_t uiFirstMomentNs = 5'000'000'000; // the first moment is known by then, or never
 
 // What the run hands over: the newest moment, and every event.
 struct STaken
@@ -52,8 +53,19 @@ CFault Write(const SRecordOptions& roOptions, CWatchRun& roRun, STaken& roTaken,
     return {};
 }
 
+bool HasMoment(STaken& roTaken)
+{
+    const std::lock_guard oGuard(roTaken.oMutex);
+    return roTaken.poLatest != nullptr;
+}
+
 CFault Record(const SRecordOptions& roOptions, CBoardSession& roSession, CSignalWatch& roSignals)
 {
+    // A wrong name is told before the watching, not after it.
+    if (CFault oFault = CRecordingWriter::TryName(roOptions.szFile))
+    {
+        return oFault;
+    }
     if (CFault oFault = roSession.Open(roOptions.oBoard))
     {
         return oFault;
@@ -79,7 +91,12 @@ CFault Record(const SRecordOptions& roOptions, CBoardSession& roSession, CSignal
     }
     const uint64_t uiBeginNs = ReadMonotonicNs();
     const uint64_t uiEndNs = uiBeginNs + roOptions.uiSeconds * static_cast<uint64_t>(iNsPerSecond);
-    while (ReadMonotonicNs() < uiEndNs && !roSignals.AwaitEnd(uiBeatMs))
+    const auto fnHasEnough = [&]
+    {
+        const uint64_t uiNowNs = ReadMonotonicNs();
+        return uiNowNs >= uiEndNs && (HasMoment(oTaken) || uiNowNs >= uiEndNs + uiFirstMomentNs);
+    };
+    while (!fnHasEnough() && !roSignals.AwaitEnd(uiBeatMs))
     {
     }
     return Write(roOptions, oRun, oTaken, uiBeginNs);

@@ -32,6 +32,9 @@ public:
     CRecordingWriter(const CRecordingWriter&) = delete;
     CRecordingWriter& operator=(const CRecordingWriter&) = delete;
 
+    /* Whether a recording of that name could be begun; leaves nothing. */
+    static CFault TryName(const std::string& rszFile);
+
     /*
      * Begins a recording. It stands beside its name, with szRecordingPart behind it, until it is whole.
      *   rszFile   in   its name; a file of that name is replaced at the end

@@ -114,7 +114,30 @@ bool SyncFile(const std::string& rszFile)
     return bIsSynced;
 }
 
+// Made here, so that the rights are ours and no link or queue of that name is followed.
+bool MakeFile(const std::string& rszFile)
+{
+    static_cast<void>(unlink(rszFile.c_str()));
+    const int iFile = open(rszFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+    if (iFile >= 0)
+    {
+        close(iFile);
+    }
+    return iFile >= 0;
+}
+
 } // namespace
+
+CFault CRecordingWriter::TryName(const std::string& rszFile)
+{
+    const std::string szPart = rszFile + szRecordingPart;
+    if (!MakeFile(szPart))
+    {
+        return CFault("recording " + rszFile + ": " + std::strerror(errno));
+    }
+    static_cast<void>(unlink(szPart.c_str()));
+    return {};
+}
 
 CFault CRecordingWriter::Fail()
 {
@@ -130,14 +153,10 @@ CFault CRecordingWriter::Begin(const std::string& rszFile, const SRecordingAbout
     Discard();
     m_szFile = rszFile;
     const std::string szPart = rszFile + szRecordingPart;
-    // Made here, so that the rights are ours and no link or queue of that name is followed.
-    static_cast<void>(unlink(szPart.c_str()));
-    const int iFile = open(szPart.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
-    if (iFile < 0)
+    if (!MakeFile(szPart))
     {
         return Fail();
     }
-    close(iFile);
     sqlite3* poFile = nullptr;
     const int iOpened = sqlite3_open_v2(szPart.c_str(), &poFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     m_poFile.reset(poFile);
