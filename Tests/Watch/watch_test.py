@@ -264,7 +264,7 @@ class Serve(WatchCase):
             ((LOCKED, "--reference", "IN_09"), 1, "has no IN_09"),
             (("",), 1, "no board"),
             ((LOCKED, "--gpu", "x"), 2, "--gpu"),
-            ((LOCKED, "watch"), 2, "expected serve, check or report"),
+            ((LOCKED, "watch"), 2, "expected serve, check, report, record or export"),
             ((LOCKED, "report", "/nowhere/at/all"), 1, "unable to open"),
         ]
         for arguments, status, says in cases:
