@@ -23,8 +23,9 @@ class CFieldSource
 {
 public:
     CFieldSource()
-        : m_poEngine(WatchEngine_Create({.uiTickFrequencyHz = gc_uiTickFrequencyHz, .oThreshold = {.flSeconds = 1e-4}},
-                                        gc_uiStreams, gc_uiStreams)),
+        : m_poEngine(WatchEngine_Create(
+              {.uiTickFrequencyHz = gc_uiTickFrequencyHz, .oThreshold = {.flLines = 1.0, .flSeconds = 1e-4}},
+              gc_uiStreams, gc_uiStreams)),
           m_aiJitter(4096)
     {
         std::mt19937 oRandom(1);
@@ -64,8 +65,10 @@ public:
         SClockReading oClock = {};
         oClock.uiMonotonicNs = 11'000'000'000 + (uiSecond + 1) * 1'000'000'000 + 130'000'000;
         oClock.iUtcNs = static_cast<int64_t>(oClock.uiMonotonicNs);
-        WatchEngine_Analyse(*m_poEngine, oClock, m_oSnapshot);
-        benchmark::DoNotOptimize(WatchEngine_TakeEvents(*m_poEngine).size());
+        while (WatchEngine_Analyse(*m_poEngine, oClock, m_oSnapshot))
+        {
+            benchmark::DoNotOptimize(WatchEngine_TakeEvents(*m_poEngine).size());
+        }
     }
 
     WatchEnginePtr m_poEngine;
@@ -109,16 +112,24 @@ void MakeRecord(benchmark::State& roState)
 }
 BENCHMARK(MakeRecord);
 
-void TakeRecord(benchmark::State& roState)
+// A second's fields of one stream; divided by 60 it is the path of a field.
+void TakeSecondOfRecords(benchmark::State& roState)
 {
     CFieldSource oSource;
     uint64_t uiField = 0;
     for (auto oIteration : roState)
     {
-        WatchEngine_TakeRecord(*oSource.m_poEngine, EStreamDirection::INPUT, 0, oSource.Make(0, uiField++));
+        for (const uint64_t uiEnd = uiField + 60; uiField < uiEnd; ++uiField)
+        {
+            WatchEngine_TakeRecord(*oSource.m_poEngine, {EStreamDirection::INPUT, 0}, oSource.Make(0, uiField));
+        }
+        roState.PauseTiming();
+        oSource.Analyse(uiField / 60 - 1);
+        roState.ResumeTiming();
     }
+    roState.SetItemsProcessed(static_cast<int64_t>(uiField));
 }
-BENCHMARK(TakeRecord);
+BENCHMARK(TakeSecondOfRecords);
 
 void AnalyseSecondOf64Streams(benchmark::State& roState)
 {

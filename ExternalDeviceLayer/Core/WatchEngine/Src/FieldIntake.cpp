@@ -38,7 +38,8 @@ STakenRecord CFieldIntake::Take(const SFieldRecord& roRecord, double flPeriod)
         TakeStall(roRecord, oTaken.flLateNs, flPeriod);
         m_flUsualLateNs += flUsualLateGain * (std::min(oTaken.flLateNs, flMostUsualNs) - m_flUsualLateNs);
     }
-    m_oLast = oTaken.oRecord;
+    m_uiLastTick = oTaken.oRecord.uiTick;
+    m_uiLastCounter = roRecord.uiFieldCounter;
     return oTaken;
 }
 
@@ -51,7 +52,10 @@ void CFieldIntake::TakeStall(const SFieldRecord& roRecord, double flLateNs, doub
     {
         return;
     }
-    const int64_t iFields = std::max<int64_t>(1, CounterStep_Get(m_oLast, roRecord, flPeriod).iFields);
+    SFieldRecord oLast = {};
+    oLast.uiTick = m_uiLastTick;
+    oLast.uiFieldCounter = m_uiLastCounter;
+    const int64_t iFields = std::max<int64_t>(1, CounterStep_Get(oLast, roRecord, flPeriod).iFields);
     const auto uiStallNs = static_cast<uint64_t>(FieldGap_GetStallNs(roRecord, iFields, flLateNs, flPeriodNs));
     if (uiStallNs > 0)
     {

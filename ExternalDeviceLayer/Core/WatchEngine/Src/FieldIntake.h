@@ -28,8 +28,9 @@ private:
     void TakeStall(const SFieldRecord& roRecord, double flLateNs, double flPeriod);
 
     CStreamOutput& m_roOutput;
-    uint64_t m_uiStream;            // as a bit
-    SFieldRecord m_oLast = {};      // field
+    uint64_t m_uiStream;       // as a bit
+    uint64_t m_uiLastTick = 0; // of the last field
+    uint64_t m_uiLastCounter = 0;
     uint64_t m_uiLastArrivalNs = 0; // of any end of a wait
     double m_flUsualLateNs = 0.0;
 };
