@@ -71,8 +71,8 @@ struct SKeyBytes
 enum class EInputKind
 {
     TERMINAL,
-    STREAM, // a pipe or a socket: may have nothing for now
-    REGULAR // has its bytes at once, or none; so has /dev/null
+    STREAM, // a pipe, a socket, a device: may have nothing for now
+    REGULAR // has its bytes at once, or none
 };
 
 EInputKind FindInputKind()
@@ -82,7 +82,7 @@ EInputKind FindInputKind()
     {
         return EInputKind::TERMINAL;
     }
-    const bool bIsFile = fstat(STDIN_FILENO, &oStat) == 0 && (S_ISREG(oStat.st_mode) || S_ISCHR(oStat.st_mode));
+    const bool bIsFile = fstat(STDIN_FILENO, &oStat) == 0 && S_ISREG(oStat.st_mode);
     return bIsFile ? EInputKind::REGULAR : EInputKind::STREAM;
 }
 
