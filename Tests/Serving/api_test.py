@@ -9,6 +9,7 @@ import re
 import subprocess
 import sys
 import unittest
+import urllib.error
 import urllib.request
 
 import jsonschema
@@ -52,6 +53,13 @@ class ApiTest(unittest.TestCase):
             answer = self.check("history", "/api/v1/history?stream=IN_01" + query)
             columns = [value for value in answer.values() if isinstance(value, list)]
             self.assertEqual({len(column) for column in columns}, {len(answer["t"])})
+
+    def test_incidents_are_told_newest_first_and_by_whether_they_are_open(self):
+        numbers = lambda query: [each["number"] for each in self.check("incidents", f"/api/v1/incidents{query}")["incidents"]]
+        self.assertEqual(numbers(""), [2, 1])
+        self.assertEqual((numbers("?open=true"), numbers("?open=false"), numbers("?to=1000")), ([2], [1], []))
+        with self.assertRaises(urllib.error.HTTPError):
+            self.get("/api/v1/incidents?open=perhaps")
 
     def test_every_kind_of_event_keeps_its_schema(self):
         kinds = json.loads((schema_folder / "common.schema.json").read_text())["$defs"]["kind"]["enum"]

@@ -6,6 +6,7 @@ import csv
 import io
 import json
 import os
+import re
 import pathlib
 import signal
 import socket
@@ -131,7 +132,9 @@ class Check(WatchCase):
                 ended, output = watch.run()
                 self.assertTrue(output.startswith(begin), output)
                 self.assertEqual(ended, status, output)
-                self.assertEqual(output.count("\n"), 1, "one line")
+                lines = output.splitlines()[1:]
+                self.assertEqual([line for line in lines if not re.match("(OK|WARNING|CRITICAL|UNKNOWN): ", line)], [])
+                self.assertEqual(len(lines) == 0, " more)" not in output.splitlines()[0], "a line for each finding")
 
     def test_verdict_that_nobody_can_read_is_unknown(self):
         environment = {**os.environ, "VELTRANO_SCENARIO": "", "LD_LIBRARY_PATH": BOARD}

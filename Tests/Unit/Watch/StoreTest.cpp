@@ -300,8 +300,8 @@ TEST(Store, TakesUpOneOfTheFirstLayout)
     }
     StoreFilePtr poFile;
     ASSERT_EQ(StoreFile_OpenForWriting(szFile, poFile).GetText(), "");
-    ASSERT_TRUE(
-        StoreFile_Run(poFile.get(), "ALTER TABLE runs RENAME COLUMN ending TO is_closed;PRAGMA user_version=1"));
+    ASSERT_TRUE(StoreFile_Run(poFile.get(), "ALTER TABLE runs RENAME COLUMN ending TO is_closed;"
+                                            "DROP TABLE incidents;DROP TABLE delivered;PRAGMA user_version=1"));
     poFile.reset();
     ASSERT_EQ(FindRuns(szFile).size(), 1U);
     EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::CLOSED);
@@ -386,7 +386,7 @@ TEST(Store, RefusesWhatIsNoneOfItsOwn)
     {
         StoreFilePtr poNewer;
         EXPECT_FALSE(StoreFile_OpenForWriting(szNewer, poNewer));
-        StoreFile_Run(poNewer.get(), "PRAGMA user_version=3");
+        StoreFile_Run(poNewer.get(), "PRAGMA user_version=99");
     }
     for (const std::string& rszFile : {szNoDatabase, szForeign, szNewer, std::string("/nowhere/at/all")})
     {

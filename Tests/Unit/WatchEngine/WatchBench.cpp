@@ -128,6 +128,10 @@ void CWatchBench::Step(SStream& roStream)
                                  : VtVideoOut_WaitForFieldStart(roStream.hOut, gc_uiTimeOutMs, &oRecord.uiFieldCounter,
                                                                 &oRecord.uiSetBufferCounter, &oRecord.uiTick, &bIsTop);
     oRecord.bIsTopField = bIsTop != 0;
+    if (eStatus == VtStatus_OK && roStream.hIn != nullptr)
+    {
+        AskBuffers(roStream, oRecord);
+    }
     oRecord.eResult = eStatus == VtStatus_OK         ? EWaitResult::FIELD
                       : eStatus == VtStatus_TIMEOUT  ? EWaitResult::TIMED_OUT
                       : eStatus == VtStatus_CANCELED ? EWaitResult::CANCELED
@@ -159,6 +163,26 @@ void CWatchBench::Step(SStream& roStream)
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
     WatchEngine_TakeRecord(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oRecord);
+}
+
+void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
+{
+    VtVideoIn_State eState = VtVideoIn_State_INVALID;
+    uint32_t uiTotal = 0;
+    uint32_t uiReady = 0;
+    uint32_t uiLoaned = 0;
+    uint32_t uiInternal = 0;
+    roRecord.bHasBuffers =
+        VtVideoIn_GetCaptureState(roStream.hIn, &eState, &uiTotal, &uiReady, &uiLoaned, &uiInternal) == VtStatus_OK;
+    roRecord.uiReadyBuffers = static_cast<uint16_t>(uiReady);
+    roRecord.uiLoanedBuffers = static_cast<uint16_t>(uiLoaned);
+    roRecord.uiInternalBuffers = static_cast<uint16_t>(uiInternal);
+    const VtBoard_CaptureSkipBufferCountIn oIn = {roStream.uiIndex};
+    VtBoard_CaptureSkipBufferCountOut oOut = {};
+    roRecord.bHasSkippedBuffers =
+        VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn, sizeof(oIn),
+                           &oOut, sizeof(oOut)) == VtStatus_OK;
+    roRecord.uiSkippedBuffers = oOut.uiSkipBuffCnt;
 }
 
 void CWatchBench::Describe(const SStream& roStream)
@@ -212,9 +236,11 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
         oClock.flLeastWakeSeconds = std::max(1.0, 0.5 * m_oSetup.flLatencyNs) * 1e-9;
         while (uiSecond % m_oSetup.uiAnalyseEvery == 0 && WatchEngine_Analyse(*m_poEngine, oClock, oSnapshot))
         {
-            for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+            const auto aoNew = WatchEngine_TakeEvents(*m_poEngine);
+            aoEvents.insert(aoEvents.end(), aoNew.begin(), aoNew.end());
+            if (fnSecond)
             {
-                aoEvents.push_back(roEvent);
+                fnSecond(*m_poEngine, aoNew);
             }
             if (fnSnapshot)
             {

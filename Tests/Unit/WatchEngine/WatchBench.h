@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -61,6 +62,8 @@ public:
     static VtSim_Field GetTruth(EStreamDirection eDirection, uint32_t uiIndex, uint64_t uiField);
     int64_t ToUtcNs(uint64_t uiTick) const;
 
+    // Called after every second's analysis.
+    std::function<void(const SWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)> fnSecond;
     SWatchSnapshot oSnapshot;
     std::vector<SWatchEvent> aoEvents;
 
@@ -85,6 +88,7 @@ private:
     uint64_t FindHang(SStream& roStream) const;
     void Step(SStream& roStream);
     void Describe(const SStream& roStream);
+    static void AskBuffers(const SStream& roStream, SFieldRecord& roRecord);
 
     SBenchSetup m_oSetup;
     WatchEnginePtr m_poEngine;

@@ -118,6 +118,18 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     oPublication.szBoard = "/nowhere/libVeltrano.so";
     oPublication.uiBoardVersion = 0x0004000100000092;
     oPublication.bIsSimulated = true;
+    SIncident& roOpen = oPublication.oJudgement.aoIncidents.emplace_back();
+    roOpen.uiNumber = 2;
+    roOpen.iBeginUtcNs = roSnapshot.oClock.iUtcNs - 5 * iNsPerSecond;
+    roOpen.eDomain = EHealthDomain::FEED;
+    roOpen.oFirst.eReason = EHealthReason::FEED_STALLED;
+    roOpen.oFirstStream = {EStreamDirection::OUTPUT, 0};
+    roOpen.auiStreams = {0, 1};
+    SIncident& roEnded = oPublication.oJudgement.aoIncidents.emplace_back(roOpen);
+    roEnded.uiNumber = 1;
+    roEnded.iEndUtcNs = roOpen.iBeginUtcNs;
+    roEnded.uiFirstEvent = 1;
+    oPublication.oJudgement.uiIncidentsOpen = 1;
     oPublication.iStartUtcNs = roSnapshot.oClock.iUtcNs - 3600 * iNsPerSecond;
     return oPublication;
 }
@@ -209,4 +221,14 @@ SHistoryReach CMadeUpWatch::GetReach()
 {
     const std::lock_guard oGuard(m_oMutex);
     return {m_iPointsFromUtcNs, INT64_MAX};
+}
+
+std::vector<SIncident> CMadeUpWatch::FindIncidents(const SIncidentQuery& roQuery)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    std::vector<SIncident> aoFound;
+    std::ranges::copy_if(m_poLatest->oJudgement.aoIncidents, std::back_inserter(aoFound),
+                         [&](const SIncident& roIncident) { return WatchQuery_Fits(roIncident, roQuery); });
+    aoFound.resize(std::min<size_t>(aoFound.size(), roQuery.uiMost));
+    return aoFound;
 }

@@ -26,6 +26,8 @@ public:
     std::vector<SWatchEvent> FindEvents(const SEventQuery& roQuery) override;
     std::vector<SHistoryPoint> FindHistory(const SHistoryQuery& roQuery) override;
     SHistoryReach GetReach() override;
+    /* Those of the newest publication that fit. */
+    std::vector<SIncident> FindIncidents(const SIncidentQuery& roQuery) override;
 
 private:
     mutable std::mutex m_oMutex;

@@ -77,6 +77,15 @@ uint64_t WatchEngine_GetDueNs(const SWatchEngine& roEngine);
  */
 void WatchEngine_End(SWatchEngine& roEngine);
 
+/*
+ * All that the last analysis found, for who judges it: nothing is held back, what fields and buffers cause is one per
+ * kind and stream, with the moment of its first and the count of all. Without numbers; valid until the next analysis.
+ */
+std::span<const SWatchEvent> WatchEngine_GetHappenings(const SWatchEngine& roEngine);
+
+/* Gives an event that somebody else has found the next number. */
+void WatchEngine_Number(SWatchEngine& roEngine, SWatchEvent& roEvent);
+
 /* The events since the last call, oldest first; valid until the next call of any operation. */
 std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine);
 

@@ -35,6 +35,13 @@ enum class EWatchEventKind : uint8_t
     GROUP_FORMED,        // uiGroup; uiMembers
     GROUP_CHANGED,       // uiGroup; uiMembers from here on
     GROUP_ENDED,         // uiGroup; flSeconds: how long it lasted
+    FEED_STALLED,        // outputs: the moment is that of the first field that should have shown another picture
+    FEED_RESUMED,        // outputs: flSeconds: how long no picture came
+    CADENCE_CHANGED,     // outputs; uiBefore, uiAfter: cadences as Cadence_Pack makes them
+    FIELD_ORDER_SWAPPED, // the moment is that of the first field of the new order
+    DESCRIPTION_CHANGED, // uiGroup: EDescriptionMember; uiBefore, uiAfter: its values
+    INCIDENT_BEGAN,      // of the stream of its first fault; uiGroup, its number; uiBefore: EHealthDomain
+    INCIDENT_ENDED,      // likewise; flSeconds: how long it lasted; uiAfter: what was lost
     COUNT
 };
 
@@ -51,7 +58,7 @@ struct SWatchEvent
     double flBefore;
     double flAfter;
     double flSeconds;
-    uint32_t uiGroup;   // identity of a lock group, from 1
+    uint32_t uiGroup;   // identity of a lock group or of an incident, from 1; a member of the description
     uint32_t uiMembers; // bit i: stream i of the direction
 };
 

@@ -14,6 +14,7 @@
 #include "FieldRecord.h"
 #include "LockThreshold.h"
 #include "StreamKey.h"
+#include "StreamTrackers.h"
 #include "WatchEvent.h"
 
 enum class EStreamState : uint8_t
@@ -82,6 +83,11 @@ struct SStreamCounters
     uint64_t uiBuffersSet = 0;         // outputs
     uint64_t uiBuffersRepeated = 0;    // outputs: shown twice
     uint64_t uiBuffersOverwritten = 0; // outputs
+    uint64_t uiRepeatedBeyond = 0;     // outputs: fields that repeated a picture beyond the feed's cadence
+    uint64_t uiFeedStalls = 0;         // outputs
+    uint64_t uiCadenceChanges = 0;     // outputs
+    uint64_t uiFieldOrderSwaps = 0;
+    std::array<uint64_t, uiNbOfUnobservedCauses> auiUnobservedCauses = {}; // by EUnobservedCause
     uint64_t uiWaitTimeOuts = 0;
     uint64_t uiForeignStamps = 0;     // fields whose tick cannot be of the clock that the other streams show
     uint64_t uiLateWakes = 0;         // waits that returned to us later than half a field after its start
@@ -138,6 +144,10 @@ struct SStreamFigures
     std::array<SEstimate, 3> aoTdevSeconds; // by ETdevTime
     SIntervalHistogram oIntervals;          // of the last 10 s
     SWakeHistogram oWakes;                  // since the watch began
+    SPacingHistogram oPacing;               // likewise
+    SQueueFigures oQueue;                   // inputs
+    SFeedFigures oFeed;                     // outputs
+    SFieldOrderFigures oFieldOrder;
 
     // Moment of the field start nearest to the snapshot's instant, relative to it, and the period behind it.
     SEstimate oGridSeconds;

@@ -67,6 +67,8 @@ CEventQueue::CEventQueue(const SWatchSettings& roSettings, uint32_t uiNbOfInputs
 {
     m_aoPending.reserve(uiMostPending);
     m_aoReady.reserve(uiMostReady);
+    m_aoHappened.reserve(uiMostPending);
+    m_aoHappenings.reserve(uiMostPending);
 }
 
 size_t CEventQueue::GetStream(const SStreamKey& roKey) const
@@ -100,6 +102,7 @@ void CEventQueue::Add(const SWatchEvent& roEvent, uint64_t uiMonotonicNs)
         Push(oPending);
         return;
     }
+    AddHappening(oPending);
     SEpisode& roEpisode = GetEpisode(roEvent);
     ++roEpisode.uiHappened;
     if (!IsByField(roEvent.eKind) && roEpisode.uiEmitted < uiSinglyAtOnce)
@@ -133,6 +136,34 @@ void CEventQueue::Advance(SEpisode& roEpisode, uint64_t uiNowNs)
     }
 }
 
+void CEventQueue::AddHappening(const SPending& roPending)
+{
+    SEpisode& roEpisode = GetEpisode(roPending.oEvent);
+    if (IsByField(roPending.oEvent.eKind) && roEpisode.uiHappening != 0)
+    {
+        SWatchEvent& roInto = m_aoHappened[roEpisode.uiHappening - 1].oEvent;
+        roInto.uiCount += roPending.oEvent.uiCount;
+        roInto.flSeconds += roPending.oEvent.flSeconds;
+    }
+    else if (m_aoHappened.size() < uiMostPending)
+    {
+        m_aoHappened.push_back(roPending);
+        roEpisode.uiHappening = m_aoHappened.size();
+    }
+}
+
+void CEventQueue::MakeHappenings(const SClockReading& roClock, const CTickClock& roTicks)
+{
+    m_aoHappenings.clear();
+    for (SPending& roPending : m_aoHappened)
+    {
+        SetMoment(roPending, roClock, roTicks);
+        GetEpisode(roPending.oEvent).uiHappening = 0;
+        m_aoHappenings.push_back(roPending.oEvent);
+    }
+    m_aoHappened.clear();
+}
+
 // Whether what an episode holds comes out now.
 bool CEventQueue::IsDue(const SEpisode& roEpisode, uint64_t uiNowNs) const
 {
@@ -157,18 +188,23 @@ void CEventQueue::ReleaseFolded(uint64_t uiNowNs)
     }
 }
 
+void CEventQueue::SetMoment(SPending& roPending, const SClockReading& roClock, const CTickClock& roTicks) const
+{
+    SWatchEvent& roEvent = roPending.oEvent;
+    const bool bByTick = roEvent.uiTick != 0 && roTicks.IsKnown();
+    const uint64_t uiMomentNs = bByTick ? roTicks.ToMonotonicNs(roEvent.uiTick) : roPending.uiMonotonicNs;
+    roEvent.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiMomentNs - roClock.uiMonotonicNs);
+    if (roEvent.uiTick == 0 && roTicks.IsKnown())
+    {
+        roEvent.uiTick = roTicks.ToTick(uiMomentNs);
+    }
+}
+
 void CEventQueue::SetMoments(const SClockReading& roClock, const CTickClock& roTicks)
 {
     for (SPending& roPending : m_aoPending)
     {
-        SWatchEvent& roEvent = roPending.oEvent;
-        const bool bByTick = roEvent.uiTick != 0 && roTicks.IsKnown();
-        const uint64_t uiMomentNs = bByTick ? roTicks.ToMonotonicNs(roEvent.uiTick) : roPending.uiMonotonicNs;
-        roEvent.iUtcNs = roClock.GetUtcNs(uiMomentNs);
-        if (roEvent.uiTick == 0 && roTicks.IsKnown())
-        {
-            roEvent.uiTick = roTicks.ToTick(uiMomentNs);
-        }
+        SetMoment(roPending, roClock, roTicks);
     }
 }
 
@@ -201,12 +237,16 @@ void CEventQueue::MakeReady()
             ++m_uiDropped;
             continue;
         }
-        SWatchEvent& roEvent = roPending.oEvent;
-        roEvent.uiNumber = ++m_uiNumber;
-        m_aoLast[GetStream(roEvent.oKey)] = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
-        m_aoReady.push_back(roEvent);
+        Number(roPending.oEvent);
+        m_aoReady.push_back(roPending.oEvent);
     }
     m_aoPending.clear();
+}
+
+void CEventQueue::Number(SWatchEvent& roEvent)
+{
+    roEvent.uiNumber = ++m_uiNumber;
+    m_aoLast[GetStream(roEvent.oKey)] = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
 }
 
 void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
@@ -216,6 +256,7 @@ void CEventQueue::Flush(const SClockReading& roClock, const CTickClock& roTicks)
         m_aoReady.clear();
         m_bTaken = false;
     }
+    MakeHappenings(roClock, roTicks);
     ReleaseFolded(roClock.uiMonotonicNs);
     SetMoments(roClock, roTicks);
     MakeReady();

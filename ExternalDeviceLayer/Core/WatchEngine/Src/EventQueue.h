@@ -17,6 +17,7 @@
 #include "ClockReading.h"
 #include "TickClock.h"
 #include "WatchEvent.h"
+#include "WatchSettings.h"
 #include "WatchSnapshot.h"
 
 class CEventQueue
@@ -35,9 +36,13 @@ public:
     void Flush(const SClockReading& roClock, const CTickClock& roTicks);
     /* Ends all episodes: with the next flush everything is due. */
     void EndAll() { m_bEndAll = true; }
+    /* What was added between the last two flushes, unfolded; see WatchEngine_GetHappenings. */
+    std::span<const SWatchEvent> GetHappenings() const { return m_aoHappenings; }
     /* What has become ready since the last call. */
     std::span<const SWatchEvent> Take();
 
+    /* Gives an event that others have found the next number; it is the newest of its stream. */
+    void Number(SWatchEvent& roEvent);
     const SLastEvent& GetLast(const SStreamKey& roKey) const { return m_aoLast[GetStream(roKey)]; }
     uint64_t GetDropped() const { return m_uiDropped; }
 
@@ -54,6 +59,7 @@ private:
         bool bHolds = false;
         uint32_t uiEmitted = 0;
         uint32_t uiHappened = 0; // since the last flush
+        size_t uiHappening = 0;  // its place among what happened, from 1; 0: none
         uint64_t uiPauseNs = 0;  // until the next one
         uint64_t uiLastNs = 0;   // happened
         uint64_t uiEmittedNs = 0;
@@ -64,6 +70,9 @@ private:
     static void Advance(SEpisode& roEpisode, uint64_t uiNowNs);
     bool IsDue(const SEpisode& roEpisode, uint64_t uiNowNs) const;
     void Push(const SPending& roPending);
+    void AddHappening(const SPending& roPending);
+    void SetMoment(SPending& roPending, const SClockReading& roClock, const CTickClock& roTicks) const;
+    void MakeHappenings(const SClockReading& roClock, const CTickClock& roTicks);
     void ReleaseFolded(uint64_t uiNowNs);
     void SetMoments(const SClockReading& roClock, const CTickClock& roTicks);
     void MakeReady();
@@ -72,6 +81,8 @@ private:
     std::vector<SEpisode> m_aoEpisodes; // by stream, then kind
     std::vector<SLastEvent> m_aoLast;   // by stream
     std::vector<SPending> m_aoPending;
+    std::vector<SPending> m_aoHappened; // since the last flush
+    std::vector<SWatchEvent> m_aoHappenings;
     std::vector<SWatchEvent> m_aoReady;
     bool m_bTaken = false;
     bool m_bEndAll = false;

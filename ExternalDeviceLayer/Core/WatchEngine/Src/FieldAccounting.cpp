@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "FieldUnits.h"
 
@@ -22,14 +23,16 @@ constexpr double flLateFactor = 4.0; // of the usual lateness
 constexpr double flLeastLateNs = 200e3;
 constexpr double flUnexplainedNs = 300e3;
 
-struct SJudge
+struct SGapJudge
 {
     const SFieldGap& roGap;
-    std::span<const SStretch> aoStalls;
+    std::span<const SStall> aoStalls;
+    uint64_t uiSelf;
     double flPeriodNs = 0.0;
 
     bool IsOutside(double flStart) const;
-    bool IsExcused(double flStart) const;
+    bool HoldsUp(const SStretch& roStall, double flStart) const;
+    std::optional<EUnobservedCause> FindCause(double flStart) const;
 };
 
 // Moments are nanoseconds after the arrival of the field that came: negative.
@@ -38,7 +41,7 @@ double After(uint64_t uiNs, uint64_t uiArrivalNs)
     return static_cast<double>(static_cast<int64_t>(uiNs - uiArrivalNs));
 }
 
-bool SJudge::IsOutside(double flStart) const
+bool SGapJudge::IsOutside(double flStart) const
 {
     const double flMargin = flNearBegin * flPeriodNs;
     return std::ranges::any_of(std::span(roGap.aoOutside.data(), roGap.uiNbOfOutside),
@@ -49,22 +52,40 @@ bool SJudge::IsOutside(double flStart) const
                                });
 }
 
-bool SJudge::IsExcused(double flStart) const
+bool SGapJudge::HoldsUp(const SStretch& roStall, double flStart) const
 {
+    const double flFrom = std::max(flStart, After(roStall.uiBeginNs, roGap.uiArrivalNs));
+    const double flTo = std::min(flStart + flPeriodNs, After(roStall.uiEndNs, roGap.uiArrivalNs));
+    return flTo - flFrom >= flStallShare * flPeriodNs;
+}
+
+// Why a field that started at a moment was not observed; nothing: it was lost.
+std::optional<EUnobservedCause> SGapJudge::FindCause(double flStart) const
+{
+    if (IsOutside(flStart))
+    {
+        return EUnobservedCause::OUTSIDE_WAIT;
+    }
     const bool bInLastWait = flStart >= After(roGap.uiLastWaitNs, roGap.uiArrivalNs);
     const double flReady = -flStart; // from its begin to the arrival
     if (bInLastWait && static_cast<double>(roGap.uiRunDelayNs) >= flReady - (1.0 - flReadyShare) * flPeriodNs)
     {
-        return true;
+        return EUnobservedCause::NO_PROCESSOR;
     }
-    return std::ranges::any_of(aoStalls,
-                               [&](const SStretch& roStall)
-                               {
-                                   const double flFrom = std::max(flStart, After(roStall.uiBeginNs, roGap.uiArrivalNs));
-                                   const double flTo =
-                                       std::min(flStart + flPeriodNs, After(roStall.uiEndNs, roGap.uiArrivalNs));
-                                   return flTo - flFrom >= flStallShare * flPeriodNs;
-                               });
+    std::optional<EUnobservedCause> oCause;
+    for (const SStall& roStall : aoStalls)
+    {
+        if (!HoldsUp(roStall.oStretch, flStart))
+        {
+            continue;
+        }
+        const EUnobservedCause eCause = (roStall.uiReady & uiSelf) != 0 ? EUnobservedCause::NO_PROCESSOR
+                                        : roStall.bIsMachine || (roStall.uiHeld & uiSelf) != 0
+                                            ? EUnobservedCause::MACHINE
+                                            : EUnobservedCause::NEIGHBOUR;
+        oCause = std::min(oCause.value_or(eCause), eCause); // what it knows of itself before the rest
+    }
+    return oCause;
 }
 
 } // namespace
@@ -101,16 +122,18 @@ bool FieldGap_IsNotablyLate(double flLateNs, double flUsualLateNs, double flPeri
                                                      std::max(flLeastLateNs, flPeriodNs / 4.0));
 }
 
-double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs)
+SStallLength FieldGap_GetStall(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs)
 {
     const auto flReady = static_cast<double>(roField.uiRunDelayNs);
     const double flSinceDue = flLateNs + static_cast<double>(iFields - 1) * flPeriodNs;
     const bool bIsExplained = flReady > 0.0 && flLateNs <= flReady + flUnexplainedNs;
     const double flWaited = After(roField.uiArrivalNs, roField.uiWaitBeginNs);
-    return std::clamp(bIsExplained ? flReady : flSinceDue, 0.0, std::min(flSinceDue, std::max(0.0, flWaited)));
+    return {std::clamp(bIsExplained ? flReady : flSinceDue, 0.0, std::min(flSinceDue, std::max(0.0, flWaited))),
+            bIsExplained};
 }
 
-SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStretch> aoStalls)
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStall> aoStalls,
+                           uint64_t uiSelf)
 {
     SGapVerdict oVerdict;
     const double flTick = static_cast<double>(roGap.iMissing) * roGap.flPeriod;
@@ -118,18 +141,20 @@ SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, st
     if (roGap.iMissing > iMostJudged || !roClock.IsKnown())
     {
         oVerdict.uiUnobserved = static_cast<uint64_t>(roGap.iMissing - roGap.iLater);
+        oVerdict.auiCauses[static_cast<size_t>(EUnobservedCause::MACHINE)] = oVerdict.uiUnobserved;
         return oVerdict;
     }
-    SJudge oJudge{roGap, aoStalls, roGap.flPeriod * roClock.GetNsPerTick()};
+    SGapJudge oJudge{roGap, aoStalls, uiSelf, roGap.flPeriod * roClock.GetNsPerTick()};
     const double flLastStart = roClock.GetNsAfter(roGap.uiTick, roGap.uiArrivalNs);
     for (int64_t iBack = roGap.iMissing; iBack > roGap.iLater; --iBack)
     {
         const double flStart = flLastStart - static_cast<double>(iBack) * oJudge.flPeriodNs;
         const uint64_t uiTick = roGap.uiTick - static_cast<uint64_t>(static_cast<double>(iBack) * roGap.flPeriod);
-        if (oJudge.IsOutside(flStart) || oJudge.IsExcused(flStart))
+        if (const std::optional<EUnobservedCause> oCause = oJudge.FindCause(flStart); oCause)
         {
             oVerdict.uiFirstUnobservedTick = oVerdict.uiUnobserved == 0 ? uiTick : oVerdict.uiFirstUnobservedTick;
             ++oVerdict.uiUnobserved;
+            ++oVerdict.auiCauses[static_cast<size_t>(*oCause)];
         }
         else
         {

@@ -18,6 +18,7 @@
 #include <span>
 
 #include "FieldRecord.h"
+#include "StreamTrackers.h"
 #include "TickClock.h"
 
 // A stretch of CLOCK_MONOTONIC.
@@ -25,6 +26,16 @@ struct SStretch
 {
     uint64_t uiBeginNs;
     uint64_t uiEndNs;
+};
+
+// A stretch in which waits were due and did not return, and who says so. Streams are bits: inputs from 0, outputs
+// from 32.
+struct SStall
+{
+    SStretch oStretch;
+    uint64_t uiReady = 0;    // by the kernel, they stood ready without a processor
+    uint64_t uiHeld = 0;     // they were held up, and nobody says by what
+    bool bIsMachine = false; // the analysis itself was due and did not run
 };
 
 // How a field's counter follows the one before.
@@ -69,6 +80,13 @@ struct SGapVerdict
     uint64_t uiUnobserved = 0;
     uint64_t uiFirstLostTick = 0;
     uint64_t uiFirstUnobservedTick = 0;
+    std::array<uint64_t, uiNbOfUnobservedCauses> auiCauses = {}; // of the unobserved ones
+};
+
+struct SStallLength
+{
+    double flNs = 0.0;
+    bool bIsExplained = false; // by the kernel's account
 };
 
 /* Whether a wait that returned so late was held up; flUsualLateNs: how late this stream's waits return on average. */
@@ -80,13 +98,15 @@ bool FieldGap_IsNotablyLate(double flLateNs, double flUsualLateNs, double flPeri
  *   iFields   in  from the field before to this one
  *   flLateNs  in  how late the wait returned, notably
  */
-double FieldGap_GetStallNs(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs);
+SStallLength FieldGap_GetStall(const SFieldRecord& roField, int64_t iFields, double flLateNs, double flPeriodNs);
 
 /*
  * Judges a gap.
  *   aoStalls  in  when waits of any stream, this one too, were held up
+ *   uiSelf    in  this stream's bit
  */
-SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStretch> aoStalls);
+SGapVerdict FieldGap_Judge(const SFieldGap& roGap, const CTickClock& roClock, std::span<const SStall> aoStalls,
+                           uint64_t uiSelf);
 
 // Where the thread was since the last field.
 class CWaitTrace

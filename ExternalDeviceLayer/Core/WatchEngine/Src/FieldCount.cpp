@@ -163,6 +163,8 @@ void CFieldCount::TakeLoss(const SFieldRecord& roRecord, double flPeriod)
     {
         AddUnobserved(static_cast<uint64_t>(flUnseen), m_oLast.uiTick + static_cast<uint64_t>(flPeriod),
                       roRecord.uiArrivalNs);
+        m_roOutput.GetCounters().auiUnobservedCauses[static_cast<size_t>(EUnobservedCause::OUTSIDE_WAIT)] +=
+            static_cast<uint64_t>(flUnseen);
     }
 }
 
@@ -236,8 +238,12 @@ void CFieldCount::AddUnobserved(uint64_t uiCount, uint64_t uiTick, uint64_t uiAr
 void CFieldCount::JudgeGap(const SFieldGap& roGap)
 {
     const SWatchContext& roContext = m_roOutput.GetContext();
-    const SGapVerdict oVerdict = FieldGap_Judge(roGap, roContext.oClock, roContext.oStalls.Get());
+    const SGapVerdict oVerdict = FieldGap_Judge(roGap, roContext.oClock, roContext.oStalls.Get(), m_roOutput.GetBit());
     m_roOutput.GetCounters().uiFieldsLost += oVerdict.uiLost;
+    for (size_t uiCause = 0; uiCause < oVerdict.auiCauses.size(); ++uiCause)
+    {
+        m_roOutput.GetCounters().auiUnobservedCauses[uiCause] += oVerdict.auiCauses[uiCause];
+    }
     if (oVerdict.uiLost > 0)
     {
         SWatchEvent oEvent =

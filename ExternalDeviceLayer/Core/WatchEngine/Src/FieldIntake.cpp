@@ -56,9 +56,13 @@ void CFieldIntake::TakeStall(const SFieldRecord& roRecord, double flLateNs, doub
     oLast.uiTick = m_uiLastTick;
     oLast.uiFieldCounter = m_uiLastCounter;
     const int64_t iFields = std::max<int64_t>(1, CounterStep_Get(oLast, roRecord, flPeriod).iFields);
-    const auto uiStallNs = static_cast<uint64_t>(FieldGap_GetStallNs(roRecord, iFields, flLateNs, flPeriodNs));
+    const SStallLength oLength = FieldGap_GetStall(roRecord, iFields, flLateNs, flPeriodNs);
+    const auto uiStallNs = static_cast<uint64_t>(oLength.flNs);
     if (uiStallNs > 0)
     {
-        roContext.oStalls.Add(roRecord.uiArrivalNs - uiStallNs, roRecord.uiArrivalNs);
+        SStall oStall;
+        oStall.oStretch = {roRecord.uiArrivalNs - uiStallNs, roRecord.uiArrivalNs};
+        (oLength.bIsExplained ? oStall.uiReady : oStall.uiHeld) = m_roOutput.GetBit();
+        roContext.oStalls.Add(oStall);
     }
 }

@@ -106,6 +106,8 @@ bool CGridTracker::TakeOnGrid(int64_t iSince, uint64_t uiTick, double flDeviatio
     }
     ReleaseHeld(roResult);
     Follow(iSince + iSlipped, uiTick, flRest);
+    roResult.bHasDeviation = true;
+    roResult.flDeviationTicks = flDeviation;
     roResult.eVerdict = EGridVerdict::ON_GRID;
     roResult.iNumber = m_iNumber;
     return true;
@@ -153,6 +155,7 @@ void CGridTracker::ReleaseHeld(SGridResult& roResult)
         roResult.flEarliestTicks = std::min(roResult.flEarliestTicks, roHeld.flDeviation);
         roResult.flLatestTicks = std::max(roResult.flLatestTicks, roHeld.flDeviation);
     }
+    roResult.uiReleased = m_uiHeld;
     m_uiHeld = 0;
     m_iHeldFields = 0;
 }

@@ -33,8 +33,11 @@ struct SGridResult
     double flEarliestTicks = 0.0; // their largest deviations
     double flLatestTicks = 0.0;
     uint64_t uiOffGridTick = 0; // the first of them
-    double flStepTicks = 0.0;   // by how much the grid has moved; 0: it has not, or nobody can tell
-    uint64_t uiStepTick = 0;    // the first field there
+    bool bHasDeviation = false; // of the field itself, ticks
+    double flDeviationTicks = 0.0;
+    uint32_t uiReleased = 0;  // held fields before it whose deviation is known now: CGridTracker::GetReleased
+    double flStepTicks = 0.0; // by how much the grid has moved; 0: it has not, or nobody can tell
+    uint64_t uiStepTick = 0;  // the first field there
 };
 
 class CGridTracker
@@ -46,6 +49,10 @@ public:
     void Restart();
     /* Takes in a field that comes iFields fields (at least 1) after the one before. */
     SGridResult Take(int64_t iFields, uint64_t uiTick);
+
+    /* One of the fields that the last call released, before the next one. */
+    double GetReleased(uint32_t uiField) const { return m_aoHeld[uiField].flDeviation; }
+    uint64_t GetReleasedTick(uint32_t uiField) const { return m_aoHeld[uiField].uiTick; }
 
     bool IsKnown() const { return m_uiMemory >= msc_uiSearchFields; }
     /* The period in ticks; 0 until two fields have come. */

@@ -1,12 +1,27 @@
 #include "StreamDescription.h"
 
 #include <cstring>
+#include <utility>
 
-bool CStreamDescription::Take(const SStreamDescription& roDescription)
+#include "DescriptionMembers.h"
+
+namespace
+{
+
+// Pixels and lines of a frame with its blanking; those of a field's blanking come twice, which nobody compares.
+std::pair<uint64_t, uint64_t> GetRaster(const VtVideo_VidParam& roTimings)
+{
+    return {uint64_t{roTimings.uiHActive} + roTimings.uiHFPorch + roTimings.uiHSync + roTimings.uiHBPorch,
+            uint64_t{roTimings.uiVActive} + roTimings.uiVFPorch + roTimings.uiVSync + roTimings.uiVBPorch};
+}
+
+} // namespace
+
+bool CStreamDescription::Take(const SStreamDescription& roDescription, bool bIsSkippedKnown)
 {
     const bool bIsOther = TakeTimings(roDescription);
     TakeStates(roDescription);
-    if (roDescription.bHasSkippedBuffers)
+    if (roDescription.bHasSkippedBuffers && !bIsSkippedKnown)
     {
         TakeSkipped(roDescription);
     }
@@ -43,6 +58,8 @@ bool CStreamDescription::TakeTimings(const SStreamDescription& roDescription)
     }
     const bool bIsFirst = m_oTimings.uiHActive == 0;
     const double flBefore = m_roOutput.GetFigures().flNominalRateHz;
+    const VtVideo_VidParam oBefore = m_oTimings;
+    const SNominalRate oNominalBefore = m_oNominal;
     m_oTimings = roTimings;
     m_bIsAmbiguous = NominalRate_IsAmbiguous(roTimings);
     m_oNominal = {};
@@ -52,11 +69,38 @@ bool CStreamDescription::TakeTimings(const SStreamDescription& roDescription)
         return false;
     }
     ++m_roOutput.GetCounters().uiTimingChanges;
+    SStreamDescription oDescriptionBefore = {};
+    oDescriptionBefore.oTimings = oBefore;
+    TellMembers(oDescriptionBefore, roDescription, true);
+    if (oNominalBefore == m_oNominal && GetRaster(oBefore) == GetRaster(roTimings))
+    {
+        return false;
+    }
     SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::TIMINGS_CHANGED);
     oEvent.flBefore = flBefore;
     oEvent.flAfter = m_roOutput.GetFigures().flNominalRateHz;
     m_roOutput.AddEvent(oEvent, roDescription.uiMomentNs);
     return true;
+}
+
+// Each member that is another one than before, by its name.
+void CStreamDescription::TellMembers(const SStreamDescription& roBefore, const SStreamDescription& roDescription,
+                                     bool bOfSignal)
+{
+    const auto aoMembers = DescriptionMembers_Get();
+    for (uint32_t uiMember = 0; uiMember < aoMembers.size(); ++uiMember)
+    {
+        const SDescriptionMember& roMember = aoMembers[uiMember];
+        if (roMember.bIsOfSignal != bOfSignal || roMember.fnGet(roBefore) == roMember.fnGet(roDescription))
+        {
+            continue;
+        }
+        SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::DESCRIPTION_CHANGED);
+        oEvent.uiGroup = uiMember;
+        oEvent.uiBefore = roMember.fnGet(roBefore);
+        oEvent.uiAfter = roMember.fnGet(roDescription);
+        m_roOutput.AddEvent(oEvent, roDescription.uiMomentNs);
+    }
 }
 
 void CStreamDescription::TakeStates(const SStreamDescription& roDescription)
@@ -74,6 +118,10 @@ void CStreamDescription::TakeStates(const SStreamDescription& roDescription)
         oEvent.uiAfter = uiAfter;
         m_roOutput.AddEvent(oEvent, roDescription.uiMomentNs);
     };
+    if (m_bHasDescription)
+    {
+        TellMembers(roBefore, roDescription, false);
+    }
     SStreamCounters& roCounters = m_roOutput.GetCounters();
     Compare(EWatchEventKind::FORMAT_CHANGED, roBefore.ePixelFormat, roDescription.ePixelFormat,
             roCounters.uiFormatChanges);

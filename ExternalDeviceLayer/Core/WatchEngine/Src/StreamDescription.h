@@ -12,8 +12,12 @@ class CStreamDescription
 public:
     explicit CStreamDescription(CStreamOutput& roOutput) : m_roOutput(roOutput) {}
 
-    /* Takes in a description. True when it tells of other timings than those before: another signal. */
-    bool Take(const SStreamDescription& roDescription);
+    /*
+     * Takes in a description.
+     *   bIsSkippedKnown  in  fields have told what was skipped
+     * True when it tells of another rate or raster than the one before: another signal.
+     */
+    bool Take(const SStreamDescription& roDescription, bool bIsSkippedKnown);
     /* Whether the measured rate can change the nominal one. */
     bool IsAmbiguous() const { return m_bIsAmbiguous; }
     /* Chooses the nominal rate, by the rate measured over a second where one is known. */
@@ -21,6 +25,7 @@ public:
     const SNominalRate& GetNominal() const { return m_oNominal; }
 
 private:
+    void TellMembers(const SStreamDescription& roBefore, const SStreamDescription& roDescription, bool bOfSignal);
     bool TakeTimings(const SStreamDescription& roDescription);
     void TakeStates(const SStreamDescription& roDescription);
     void TakeSkipped(const SStreamDescription& roDescription);

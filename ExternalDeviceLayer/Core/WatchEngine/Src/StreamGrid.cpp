@@ -41,7 +41,45 @@ void CStreamGrid::Take(const SFieldRecord& roRecord, int64_t iFields)
     case EGridVerdict::HELD:
         break;
     }
+    TakePacing(oResult, roRecord.uiTick);
     TakeEvents(oResult, roRecord.uiArrivalNs);
+}
+
+// Fields of a grid that has moved tell nothing of their pacing.
+void CStreamGrid::TakePacing(const SGridResult& roResult, uint64_t uiTick)
+{
+    for (uint32_t uiField = 0; uiField < roResult.uiReleased; ++uiField)
+    {
+        CountDeviation(m_oTracker.GetReleased(uiField), m_oTracker.GetReleasedTick(uiField));
+    }
+    if (roResult.bHasDeviation)
+    {
+        CountDeviation(roResult.flDeviationTicks, uiTick);
+    }
+}
+
+void CStreamGrid::CountDeviation(double flTicks, uint64_t uiTick)
+{
+    const double flSeconds = flTicks * m_flSecondsPerTick;
+    SPacingHistogram& roPacing = m_roOutput.GetFigures().oPacing;
+    ++roPacing.auiCounts[Pacing_GetBin(flSeconds)];
+    roPacing.flSumSeconds += flSeconds;
+    if (std::abs(flSeconds) > std::abs(roPacing.flWorstSeconds))
+    {
+        roPacing.flWorstSeconds = flSeconds;
+        m_uiWorstTick = uiTick;
+    }
+}
+
+void CStreamGrid::Analyse(const SClockReading& roClock)
+{
+    const CTickClock& roTicks = m_roOutput.GetContext().oClock;
+    if (m_uiWorstTick != 0 && roTicks.IsKnown())
+    {
+        m_roOutput.GetFigures().oPacing.iWorstUtcNs =
+            roClock.iUtcNs + static_cast<int64_t>(roTicks.ToMonotonicNs(m_uiWorstTick) - roClock.uiMonotonicNs);
+        m_uiWorstTick = 0;
+    }
 }
 
 void CStreamGrid::TakeEvents(const SGridResult& roResult, uint64_t uiArrivalNs)

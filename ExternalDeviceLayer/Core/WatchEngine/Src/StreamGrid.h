@@ -16,7 +16,8 @@ public:
     explicit CStreamGrid(CStreamOutput& roOutput)
         : m_roOutput(roOutput),
           m_oTracker(roOutput.GetContext().uiTickFrequencyHz),
-          m_oHistory(roOutput.GetContext().uiTickFrequencyHz)
+          m_oHistory(roOutput.GetContext().uiTickFrequencyHz),
+          m_flSecondsPerTick(roOutput.GetSecondsPerTick())
     {
     }
 
@@ -24,6 +25,8 @@ public:
     void Restart();
     /* Takes in a field that comes iFields fields (at least 1) after the one before. */
     void Take(const SFieldRecord& roRecord, int64_t iFields);
+    /* Dates the field that is farthest off its grid. */
+    void Analyse(const SClockReading& roClock);
     /* Closes the seconds before an instant. */
     void CloseBefore(int64_t iSecond) { m_oHistory.CloseBefore(iSecond); }
     /* Takes in the phases of whole seconds up to an instant; flSlope: of the line through the last ten. */
@@ -40,6 +43,8 @@ public:
 private:
     void TakeEvents(const SGridResult& roResult, uint64_t uiArrivalNs);
     void TakeTimeError(int64_t iSecond, double flSlope);
+    void TakePacing(const SGridResult& roResult, uint64_t uiTick);
+    void CountDeviation(double flTicks, uint64_t uiTick);
 
     CStreamOutput& m_roOutput;
     CGridTracker m_oTracker;
@@ -47,6 +52,8 @@ private:
     CRecentFields m_oRecent;
     CTimeDeviation m_oTimeDeviation;
     int64_t m_iLastSecond = -1; // whose time error has been taken
+    double m_flSecondsPerTick;
+    uint64_t m_uiWorstTick = 0; // of a field that is farther off than all before; 0: it has its moment
 };
 
 #endif

@@ -22,6 +22,11 @@ public:
     const SStreamFigures& GetFigures() const { return m_oFigures; }
     SStreamCounters& GetCounters() { return m_oFigures.oCounters; }
     bool IsOutput() const { return m_oFigures.oKey.eDirection == EStreamDirection::OUTPUT; }
+    /* This stream among all. */
+    uint64_t GetBit() const
+    {
+        return uint64_t{1} << (m_oFigures.oKey.uiIndex + (IsOutput() ? uiMaxStreamsPerDirection : 0));
+    }
     double GetSecondsPerTick() const { return 1.0 / m_roContext.uiTickFrequencyHz; }
     /* Nominal duration of a field in ticks; 0: not known. */
     double GetNominalPeriod() const

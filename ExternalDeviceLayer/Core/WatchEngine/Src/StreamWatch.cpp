@@ -8,6 +8,7 @@ CStreamWatch::CStreamWatch(SWatchContext& roContext, const SStreamKey& roKey)
       m_oSignal(m_oOutput),
       m_oFields(m_oOutput),
       m_oGrid(m_oOutput),
+      m_oPictures(m_oOutput),
       m_oDescription(m_oOutput)
 {
     m_aoHeld.reserve(msc_uiMostHeld);
@@ -78,12 +79,14 @@ void CStreamWatch::CountField(const STakenRecord& roTaken)
         m_iPassedOver = 0;
         m_oFields.TakeFirst(roRecord);
         TakeGrid(roTaken, 1);
+        m_oPictures.TakeFirst(roRecord);
         return;
     }
     const int64_t iFields = m_oFields.TakeNext(roTaken, flPeriod);
     if (iFields > 0)
     {
         TakeGrid(roTaken, iFields);
+        m_oPictures.TakeNext(roRecord, iFields);
     }
 }
 
@@ -99,7 +102,8 @@ void CStreamWatch::TakeGrid(const STakenRecord& roTaken, int64_t iFields)
 
 void CStreamWatch::TakeDescription(const SStreamDescription& roDescription)
 {
-    const bool bIsOtherSignal = m_oDescription.Take(roDescription);
+    const bool bIsOtherSignal = m_oDescription.Take(roDescription, m_oPictures.TellsSkipped());
+    m_oPictures.Describe(roDescription);
     TakeNominal();
     if (bIsOtherSignal)
     {
@@ -139,6 +143,8 @@ void CStreamWatch::AnalyseFields(const SInstant& roInstant, const SClockReading&
     m_oFields.Analyse(roInstant, m_aoHeld, m_oGrid.GetPeriod());
     m_oSignal.Analyse(roClock);
     JudgeStamps();
+    m_oPictures.Analyse(roClock);
+    m_oGrid.Analyse(roClock);
 }
 
 void CStreamWatch::AnalysePhase(const SInstant& roInstant)

@@ -12,6 +12,7 @@
 #include "StreamDescription.h"
 #include "StreamGrid.h"
 #include "StreamPhase.h"
+#include "StreamPictures.h"
 
 class CStreamWatch
 {
@@ -50,6 +51,7 @@ private:
     CSignalState m_oSignal;
     CFieldCount m_oFields;
     CStreamGrid m_oGrid;
+    CStreamPictures m_oPictures;
     CStreamDescription m_oDescription;
     SStreamPhase m_oPhase;
     std::vector<STakenRecord> m_aoHeld; // that belong behind the next instant, in order

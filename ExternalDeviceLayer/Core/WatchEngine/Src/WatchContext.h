@@ -16,47 +16,52 @@
 class CStallList
 {
 public:
-    void Add(uint64_t uiBeginNs, uint64_t uiEndNs)
+    void Add(const SStall& roNew)
     {
-        for (SStretch& roStall : std::span(m_aoStalls.data(), m_uiCount))
+        for (SStall& roStall : std::span(m_aoStalls.data(), m_uiCount))
         {
-            if (uiBeginNs <= roStall.uiEndNs && roStall.uiBeginNs <= uiEndNs)
+            SStretch& roStretch = roStall.oStretch;
+            if (roNew.oStretch.uiBeginNs <= roStretch.uiEndNs && roStretch.uiBeginNs <= roNew.oStretch.uiEndNs)
             {
-                roStall = {std::min(uiBeginNs, roStall.uiBeginNs), std::max(uiEndNs, roStall.uiEndNs)};
+                roStretch = {std::min(roNew.oStretch.uiBeginNs, roStretch.uiBeginNs),
+                             std::max(roNew.oStretch.uiEndNs, roStretch.uiEndNs)};
+                roStall.uiReady |= roNew.uiReady;
+                roStall.uiHeld |= roNew.uiHeld;
+                roStall.bIsMachine |= roNew.bIsMachine;
                 return;
             }
         }
         if (m_uiCount < m_aoStalls.size())
         {
-            m_aoStalls[m_uiCount++] = {uiBeginNs, uiEndNs};
+            m_aoStalls[m_uiCount++] = roNew;
             return;
         }
-        for (SStretch& roStall : m_aoStalls)
+        const auto itShorter = std::ranges::find_if(m_aoStalls, [&](const SStall& roStall)
+                                                    { return GetLength(roStall) < GetLength(roNew); });
+        if (itShorter != m_aoStalls.end())
         {
-            if (roStall.uiEndNs - roStall.uiBeginNs < uiEndNs - uiBeginNs)
-            {
-                roStall = {uiBeginNs, uiEndNs};
-                return;
-            }
+            *itShorter = roNew;
         }
     }
     /* Forgets what ended before a moment. */
     void DropBefore(uint64_t uiMomentNs)
     {
         size_t uiKept = 0;
-        for (const SStretch& roStall : Get())
+        for (const SStall& roStall : Get())
         {
-            if (roStall.uiEndNs >= uiMomentNs)
+            if (roStall.oStretch.uiEndNs >= uiMomentNs)
             {
                 m_aoStalls[uiKept++] = roStall;
             }
         }
         m_uiCount = uiKept;
     }
-    std::span<const SStretch> Get() const { return {m_aoStalls.data(), m_uiCount}; }
+    std::span<const SStall> Get() const { return {m_aoStalls.data(), m_uiCount}; }
 
 private:
-    std::array<SStretch, 64> m_aoStalls = {};
+    static uint64_t GetLength(const SStall& roStall) { return roStall.oStretch.uiEndNs - roStall.oStretch.uiBeginNs; }
+
+    std::array<SStall, 64> m_aoStalls = {};
     size_t m_uiCount = 0;
 };
 

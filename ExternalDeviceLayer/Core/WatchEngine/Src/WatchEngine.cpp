@@ -307,12 +307,25 @@ bool WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, S
 
 void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t uiEndNs)
 {
-    roEngine.oContext.oStalls.Add(uiBeginNs, uiEndNs);
+    SStall oStall;
+    oStall.oStretch = {uiBeginNs, uiEndNs};
+    oStall.bIsMachine = true;
+    roEngine.oContext.oStalls.Add(oStall);
 }
 
 void WatchEngine_End(SWatchEngine& roEngine)
 {
     roEngine.bIsToEnd = true;
+}
+
+std::span<const SWatchEvent> WatchEngine_GetHappenings(const SWatchEngine& roEngine)
+{
+    return roEngine.oContext.oEvents.GetHappenings();
+}
+
+void WatchEngine_Number(SWatchEngine& roEngine, SWatchEvent& roEvent)
+{
+    roEngine.oContext.oEvents.Number(roEvent);
 }
 
 std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine)

@@ -8,8 +8,11 @@
 
 #include "CheckVerdict.h"
 
-/* "VIDEO OK - findings | performance data" on one line, without a line end. */
+/* "VIDEO OK - the worst finding | performance data" on one line, without a line end. */
 std::string CheckPrint_Line(const SCheckVerdict& roVerdict);
+
+/* The same, and where there are several findings a line for each behind it. */
+std::string CheckPrint_Lines(const SCheckVerdict& roVerdict);
 
 /*
  * All of it as JSON on one line.

@@ -27,7 +27,8 @@ enum class EVerdict : uint8_t
 struct SFinding
 {
     EVerdict eVerdict = EVerdict::OK;
-    const char* szCondition = ""; // "streams", "expect", "lost", "late", "rate", "locked"
+    const char* szCondition =
+        ""; // "streams", "expect", "lost", "late", "rate", "locked", "skipped", "repeated", a domain of health
     std::string szText;
     std::vector<SStreamKey> aoStreams; // that it is about
 };
@@ -54,5 +55,8 @@ SCheckVerdict CheckVerdict_Judge(const SCheckOptions& roOptions, const SWatchPub
 
 /* "OK", "WARNING", "CRITICAL", "UNKNOWN". */
 const char* CheckVerdict_GetName(EVerdict eVerdict);
+
+/* Brings the worst finding to the front and makes it the verdict. */
+void CheckVerdict_Sort(SCheckVerdict& roVerdict);
 
 #endif

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "BoardSession.h"
+#include "Expectations.h"
 #include "LockThreshold.h"
 #include "StreamKey.h"
 #include "WatchServer.h"
@@ -17,6 +18,7 @@
 // Exit statuses; check has those of monitoring plug-ins (CheckVerdict.h).
 constexpr int iExitOk = 0;
 constexpr int iExitFailure = 1; // something that the program needs is not there; one line on standard error says what
+constexpr int iExitUnknown = 3; // of a check: its help or version was asked for
 constexpr int iExitUsage = 2;   // the command line is wrong; likewise
 
 struct SServeOptions
@@ -28,6 +30,8 @@ struct SServeOptions
     uint32_t uiKeepDays = 35;
     SLockThreshold oThreshold;
     std::vector<SStreamKey> aoReferences; // one per direction at most
+    SExpectOptions oExpect;
+    std::string szOnIncident; // a program; empty: none
 };
 
 // A limit whose excess is a warning, and one whose excess is critical.
@@ -44,6 +48,10 @@ struct SCheckOptions
     std::vector<SStreamKey> aoExpected; // empty: whatever runs
     std::optional<SLimits<double>> oRateWithinPpm;
     std::optional<SLimits<uint64_t>> oMostLost;
+    std::optional<SLimits<uint64_t>> oMostSkipped;
+    std::optional<SLimits<uint64_t>> oMostRepeated; // beyond the cadence
+    SExpectOptions oExpect;                         // but for the streams and locks, which stand above and below
+    std::string szSave;                             // empty: nothing is saved
     std::vector<std::vector<SStreamKey>> aaoLocked; // each of one direction
     SLockThreshold oThreshold;
     bool bJson = false;

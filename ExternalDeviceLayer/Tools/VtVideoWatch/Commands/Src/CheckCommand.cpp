@@ -8,6 +8,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "CheckBaseline.h"
 #include "CheckPrint.h"
 #include "SignalWatch.h"
 #include "Threads.h"
@@ -20,6 +21,8 @@ namespace
 constexpr uint32_t uiEndMs = 850;
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiBeatMs = 50;
+// A check is short: what a stream has done for so long it is expected to go on with.
+constexpr double flLearnSeconds = 0.5;
 constexpr uint32_t uiPatienceSeconds = 10; // beyond the time that was asked for: to open the board, and to judge
 constexpr std::chrono::milliseconds END_PATIENCE{1000}; // from the answer to the end of the process
 
@@ -103,6 +106,11 @@ CFault Watch(const SCheckOptions& roOptions, CBoardSession& roSession, CSignalWa
 {
     SWatchRunSetup oSetup;
     oSetup.oSettings.oThreshold = roOptions.oThreshold;
+    oSetup.oJudge.flLearnSeconds = flLearnSeconds;
+    if (CFault oFault = CheckBaseline_Read(roOptions, oSetup.oJudge))
+    {
+        return oFault;
+    }
     oSetup.iStartUtcNs = ReadClockNs(CLOCK_REALTIME);
     oSetup.fnTake = [&rpoLast](const SWatchStep& roStep) { rpoLast = roStep.poPublication; };
     CWatchRun oRun(roSession, oSetup);
@@ -153,9 +161,10 @@ int CheckCommand_Run(const SCheckOptions& roOptions)
     int iStatus = static_cast<int>(EVerdict::UNKNOWN);
     if (!oFault)
     {
-        const SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
+        SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
+        CheckBaseline_Judge(roOptions, *poLast, oVerdict);
         iStatus = oAnswer.Give(roOptions.bJson ? CheckPrint_Json(oVerdict, *poLast, roOptions.uiSeconds)
-                                               : CheckPrint_Line(oVerdict),
+                                               : CheckPrint_Lines(oVerdict),
                                oVerdict.eVerdict);
     }
     else

@@ -76,11 +76,10 @@ void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
 
 std::string CheckPrint_Line(const SCheckVerdict& roVerdict)
 {
-    std::string szLine = std::string("VIDEO ") + CheckVerdict_GetName(roVerdict.eVerdict) + " - ";
-    for (const SFinding& roFinding : roVerdict.aoFindings)
-    {
-        szLine += (&roFinding == &roVerdict.aoFindings.front() ? "" : "; ") + ForLine(roFinding.szText);
-    }
+    std::string szLine = std::string("VIDEO ") + CheckVerdict_GetName(roVerdict.eVerdict) + " - " +
+                         ForLine(roVerdict.aoFindings.front().szText);
+    const size_t uiMore = roVerdict.aoFindings.size() - 1;
+    szLine += uiMore == 0 ? "" : " (" + std::to_string(uiMore) + " more)";
     if (!roVerdict.aoPerformance.empty())
     {
         szLine += " |";
@@ -90,6 +89,17 @@ std::string CheckPrint_Line(const SCheckVerdict& roVerdict)
         szLine += " " + PrintPerformance(roPerformance);
     }
     return szLine;
+}
+
+std::string CheckPrint_Lines(const SCheckVerdict& roVerdict)
+{
+    std::string szText = CheckPrint_Line(roVerdict);
+    for (size_t uiFinding = 0; uiFinding < roVerdict.aoFindings.size() && roVerdict.aoFindings.size() > 1; ++uiFinding)
+    {
+        const SFinding& roFinding = roVerdict.aoFindings[uiFinding];
+        szText += std::string("\n") + CheckVerdict_GetName(roFinding.eVerdict) + ": " + ForLine(roFinding.szText);
+    }
+    return szText;
 }
 
 std::string CheckPrint_Json(const SCheckVerdict& roVerdict, const SWatchPublication& roPublication, uint32_t uiSeconds)

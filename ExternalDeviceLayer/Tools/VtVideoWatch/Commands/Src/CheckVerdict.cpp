@@ -81,6 +81,9 @@ private:
     void JudgeStream(const SStreamFigures& roStream, bool bIsExpected);
     void JudgeState(const SStreamFigures& roStream, const std::string& rszId, bool bIsExpected);
     void JudgeLost(const SStreamFigures& roStream, const std::string& rszId);
+    void JudgePictures(const SStreamFigures& roStream, const std::string& rszId);
+    void JudgeCount(const SStreamFigures& roStream, const char* szCondition, const SLimits<uint64_t>& roLimits,
+                    uint64_t uiCount, const std::string& rszText);
     void JudgeLate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeRate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeLock(const std::vector<SStreamKey>& raoStreams);
@@ -135,6 +138,7 @@ void CJudge::JudgeStream(const SStreamFigures& roStream, bool bIsExpected)
     const std::string szId = StreamId_Print(roStream.oKey);
     JudgeState(roStream, szId, bIsExpected);
     JudgeLost(roStream, szId);
+    JudgePictures(roStream, szId);
     JudgeLate(roStream, szId);
     JudgeRate(roStream, szId);
     AddPerformance(roStream, szId);
@@ -169,6 +173,27 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
         Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {roStream.oKey},
              rszId + " lost " + CountOf(uiLost, "field"));
     }
+}
+
+void CJudge::JudgeCount(const SStreamFigures& roStream, const char* szCondition, const SLimits<uint64_t>& roLimits,
+                        uint64_t uiCount, const std::string& rszText)
+{
+    if (uiCount > roLimits.oWarning || uiCount > roLimits.oCritical)
+    {
+        Find(uiCount > roLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, szCondition, {roStream.oKey},
+             rszText);
+    }
+}
+
+// Pictures that were not taken, and those that were shown too long. A desktop that nobody draws on repeats for ever.
+void CJudge::JudgePictures(const SStreamFigures& roStream, const std::string& rszId)
+{
+    const SStreamCounters& roCounters = roStream.oCounters;
+    JudgeCount(roStream, "skipped", m_roOptions.oMostSkipped.value_or(SLimits<uint64_t>{0, UINT64_MAX}),
+               roCounters.uiBuffersSkipped, rszId + " skipped " + CountOf(roCounters.uiBuffersSkipped, "buffer"));
+    JudgeCount(roStream, "repeated", m_roOptions.oMostRepeated.value_or(SLimits<uint64_t>{UINT64_MAX, UINT64_MAX}),
+               roCounters.uiRepeatedBeyond,
+               rszId + " repeated " + CountOf(roCounters.uiRepeatedBeyond, "field") + " beyond its cadence");
 }
 
 void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
@@ -321,12 +346,17 @@ void CJudge::Summarise()
                               : m_uiRunning == 0  ? EVerdict::CRITICAL
                                                   : EVerdict::OK;
     Find(eSummary, "streams", m_aoStreams, m_aoStreams.empty() ? "the board has no streams" : szText);
-    std::ranges::stable_sort(m_oVerdict.aoFindings, std::greater(),
-                             [](const SFinding& roFinding) { return GetRank(roFinding.eVerdict); });
-    m_oVerdict.eVerdict = m_oVerdict.aoFindings.front().eVerdict;
+    CheckVerdict_Sort(m_oVerdict);
 }
 
 } // namespace
+
+void CheckVerdict_Sort(SCheckVerdict& roVerdict)
+{
+    std::ranges::stable_sort(roVerdict.aoFindings, std::greater(),
+                             [](const SFinding& roFinding) { return GetRank(roFinding.eVerdict); });
+    roVerdict.eVerdict = roVerdict.aoFindings.front().eVerdict;
+}
 
 SCheckVerdict CheckVerdict_Judge(const SCheckOptions& roOptions, const SWatchPublication& roPublication)
 {

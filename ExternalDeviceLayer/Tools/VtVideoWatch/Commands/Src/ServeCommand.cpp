@@ -1,11 +1,15 @@
 #include "ServeCommand.h"
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "ChildProgram.h"
 #include "EventJournal.h"
+#include "EventKinds.h"
+#include "IncidentDelivery.h"
 #include "Notice.h"
 #include "ServiceNotice.h"
 #include "SignalWatch.h"
@@ -26,6 +30,7 @@ namespace
 constexpr uint32_t uiEndMs = 850;
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiBeatMs = 500;
+constexpr uint32_t uiProgramMs = 10'000; // that the program for incidents may take
 
 // Everything that a run needs, in the order in which it is made; End() takes it apart in the order of what may be lost.
 struct SServeRun
@@ -40,6 +45,8 @@ struct SServeRun
     WatchServerPtr poServer;
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
+    std::unique_ptr<CIncidentDelivery> poDelivery;
+    SJudgeSettings oJudge;
 };
 
 CFault CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun)
@@ -86,11 +93,59 @@ SWatchSettings MakeSettings(const SServeOptions& roOptions)
     return oSettings;
 }
 
+void PutIncidents(SServeRun& roRun, const SWatchStep& roStep)
+{
+    for (const SWatchEvent& roEvent : roStep.aoEvents)
+    {
+        const std::vector<SIncident>& raoIncidents = roStep.poPublication->oJudgement.aoIncidents;
+        const bool bIsOfIncident = EventKind_Get(roEvent.eKind).bIsOfIncident;
+        const auto itIncident = std::ranges::find(raoIncidents, roEvent.uiGroup, &SIncident::uiNumber);
+        if (bIsOfIncident && itIncident != raoIncidents.end())
+        {
+            roRun.poDelivery->Put({roEvent.uiNumber, roEvent.eKind, *itIncident, false});
+        }
+    }
+}
+
+// Those that the program of an earlier run was not told of come first.
+void StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
+{
+    CIncidentDelivery::RunProgram fnRun;
+    if (!roOptions.szOnIncident.empty())
+    {
+        fnRun = [szProgram = roOptions.szOnIncident](const std::string& rszInput, const std::atomic<bool>& rbIsToEnd,
+                                                     std::string& rszFault)
+        { return ChildProgram_Run(szProgram, rszInput, uiProgramMs, rbIsToEnd, rszFault); };
+    }
+    roRun.poDelivery = std::make_unique<CIncidentDelivery>(std::move(fnRun),
+                                                           [&roRun](uint64_t uiEvent)
+                                                           {
+                                                               if (roRun.poStore)
+                                                               {
+                                                                   roRun.poStore->KeepDelivered(uiEvent);
+                                                               }
+                                                           });
+    if (!roOptions.szOnIncident.empty())
+    {
+        for (const auto& [oEvent, oIncident] : roRun.oRemains.aoUndelivered)
+        {
+            roRun.poDelivery->Put({oEvent.uiNumber, oEvent.eKind, oIncident, true});
+        }
+        if (roRun.poStore && !roRun.oRemains.bHasDelivered)
+        {
+            roRun.poStore->KeepDelivered(roRun.oRemains.uiLastEvent); // from here on
+        }
+    }
+    roRun.poDelivery->Start();
+}
+
 SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
 {
     SWatchRunSetup oSetup;
     oSetup.oSettings = MakeSettings(roOptions);
     oSetup.oSettings.uiEventsBefore = roRun.oRemains.uiLastEvent;
+    oSetup.oJudge = roRun.oJudge;
+    oSetup.oJudge.uiIncidentsBefore = roRun.oRemains.uiLastIncident;
     oSetup.aoRunning = roRun.oRemains.aoRunning;
     oSetup.aoEarlier = roRun.oRemains.aoEarlier;
     oSetup.iStartUtcNs = iNowUtcNs;
@@ -105,6 +160,7 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
         {
             roRun.poJournal->Put(roStep.aoEvents);
         }
+        PutIncidents(roRun, roStep);
     };
     oSetup.fnAddCosts = [&roRun](SWatchCosts& roCosts)
     {
@@ -116,21 +172,31 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
         {
             roRun.poJournal->AddCosts(roCosts);
         }
+        roCosts.uiIncidentFailures = roRun.poDelivery ? roRun.poDelivery->GetFailures() : 0;
     };
     return oSetup;
 }
 
-CFault StartThreads(SServeRun& roRun)
+CFault StartThreads(const SServeOptions& roOptions, SServeRun& roRun)
 {
     CFault oFault = roRun.oSession.Start();
     oFault = oFault || !roRun.poStore ? oFault : roRun.poStore->Start();
     oFault = oFault || !roRun.poJournal ? oFault : roRun.poJournal->Start();
+    if (!oFault)
+    {
+        StartDelivery(roOptions, roRun);
+    }
     return oFault ? oFault : roRun.poRun->Start();
 }
 
 CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
 {
     const int64_t iNowUtcNs = ReadClockNs(CLOCK_REALTIME);
+    std::string szFault;
+    if (!Expectations_Read(roOptions.oExpect, roRun.oJudge, szFault))
+    {
+        return CFault(szFault);
+    }
     if (CFault oFault = Open(roOptions, roRun, iNowUtcNs))
     {
         return oFault;
@@ -150,7 +216,7 @@ CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
     {
         return CFault(szProblem);
     }
-    if (CFault oFault = StartThreads(roRun))
+    if (CFault oFault = StartThreads(roOptions, roRun))
     {
         return oFault;
     }
@@ -223,6 +289,10 @@ bool End(SServeRun& roRun)
     if (roRun.poData)
     {
         roRun.poData->End();
+    }
+    if (roRun.poDelivery)
+    {
+        roRun.poDelivery->Close();
     }
     if (roRun.poStore)
     {

@@ -52,6 +52,22 @@ void AddThreshold(CLI::App& roApp, SLockThreshold& roThreshold)
              [&roThreshold](const SLockThreshold& roValue) { roThreshold = roValue; });
 }
 
+// What streams are expected to do, but for whether they run and are in lock.
+void AddExpectations(CLI::App& roApp, SExpectOptions& roExpect)
+{
+    AddValue(roApp, "--fed", "OUT_00,OUT_01", "outputs that must show new pictures (those that did so for a while)",
+             OptionValues_FindStreams,
+             [&roExpect](const std::vector<SStreamKey>& raoStreams)
+             { roExpect.aoFed.insert(roExpect.aoFed.end(), raoStreams.begin(), raoStreams.end()); })
+        ->take_all();
+    AddValue(roApp, "--standard", "IN_00=1080p59.94", "standard that a stream must have; may be repeated",
+             ExpectedStandard_Find,
+             [&roExpect](const SExpectedStandard& roStandard) { roExpect.aoStandards.push_back(roStandard); })
+        ->take_all();
+    roApp.add_option("--expect-file", roExpect.szFile, "all of it as a file, such as check --save writes")
+        ->type_name("FILE");
+}
+
 void AddServe(CLI::App& roApp, SServeOptions& roServe)
 {
     AddBoardOptions(roApp, roServe.oBoard);
@@ -89,6 +105,23 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
              [&roServe](const std::vector<SStreamKey>& raoStreams)
              { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); })
         ->take_all();
+    AddValue(roApp, "--expect", "IN_00,OUT_01", "streams that must run (those that did so for a minute)",
+             OptionValues_FindStreams,
+             [&roServe](const std::vector<SStreamKey>& raoStreams)
+             {
+                 std::vector<SStreamKey>& raoExpected = roServe.oExpect.aoExpected;
+                 raoExpected.insert(raoExpected.end(), raoStreams.begin(), raoStreams.end());
+             })
+        ->take_all();
+    AddValue(roApp, "--locked", "IN_00,IN_01", "streams that must be in lock with each other; may be repeated",
+             OptionValues_FindStreams,
+             [&roServe](const std::vector<SStreamKey>& raoStreams) { roServe.oExpect.aaoLocked.push_back(raoStreams); })
+        ->take_all();
+    AddExpectations(roApp, roServe.oExpect);
+    roApp
+        .add_option("--on-incident", roServe.szOnIncident,
+                    "run this program at each begin and end of an incident, with it as JSON on standard input")
+        ->type_name("PROGRAM");
     roApp.footer(
         "Without --store the history is kept in memory: ten minutes by the second and a day by the minute,\n"
         "2040 points of " +
@@ -118,6 +151,16 @@ void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)
              OptionValues_FindStreams,
              [&roCheck](const std::vector<SStreamKey>& raoStreams) { roCheck.aaoLocked.push_back(raoStreams); })
         ->take_all();
+    AddValue(roApp, "--most-skipped", "[WARN,]CRIT", "most skipped buffers of an input (any are a warning)",
+             OptionValues_FindCounts,
+             [&roCheck](const SLimits<uint64_t>& roLimits) { roCheck.oMostSkipped = roLimits; });
+    AddValue(roApp, "--most-repeated", "[WARN,]CRIT", "most fields of an output that repeat beyond its cadence",
+             OptionValues_FindCounts,
+             [&roCheck](const SLimits<uint64_t>& roLimits) { roCheck.oMostRepeated = roLimits; });
+    AddExpectations(roApp, roCheck.oExpect);
+    roApp.add_option("--save", roCheck.szSave, "write what is there now to this file, for --expect-file")
+        ->type_name("FILE");
+    roApp.set_version_flag("-V,--version", std::string("VtVideoWatch ") + VT_WATCH_VERSION);
     AddThreshold(roApp, roCheck.oThreshold);
     roApp.add_flag("--json", roCheck.bJson, "print the whole verdict as JSON");
     roApp.footer("Exit status, as monitoring plug-ins have it: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
@@ -190,7 +233,18 @@ std::string FindContradiction(const SWatchOptions& roOptions)
     {
         return "--expect: a stream is named twice";
     }
-    for (const std::vector<SStreamKey>& raoStreams : roOptions.oCheck.aaoLocked)
+    for (const SExpectOptions* poExpect : {&roOptions.oServe.oExpect, &roOptions.oCheck.oExpect})
+    {
+        if (std::ranges::any_of(poExpect->aoFed, [](const SStreamKey& roStream)
+                                { return roStream.eDirection == EStreamDirection::INPUT; }))
+        {
+            return "--fed: outputs only";
+        }
+    }
+    std::vector<std::vector<SStreamKey>> aaoLocked = roOptions.oCheck.aaoLocked;
+    aaoLocked.insert(aaoLocked.end(), roOptions.oServe.oExpect.aaoLocked.begin(),
+                     roOptions.oServe.oExpect.aaoLocked.end());
+    for (const std::vector<SStreamKey>& raoStreams : aaoLocked)
     {
         if (HasTwins(raoStreams))
         {
@@ -294,5 +348,7 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
         rszText = FindContradiction(roOptions);
         return rszText.empty() ? std::nullopt : std::optional(iExitUsage);
     }
-    return iStatus == 0 ? iExitOk : iExitUsage;
+    // Monitoring plug-ins end with 3 when they have not checked.
+    const bool bIsCheck = roOptions.eCommand == EWatchCommand::CHECK;
+    return iStatus != 0 ? iExitUsage : bIsCheck ? iExitUnknown : iExitOk;
 }

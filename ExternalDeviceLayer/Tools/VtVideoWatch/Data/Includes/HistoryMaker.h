@@ -30,6 +30,7 @@ private:
     {
         SMinuteSummary oRunning;
         SStreamCounters oCounters; // at the last snapshot
+        SPacingHistogram oPacing;  // likewise
     };
 
     void TakeStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs);

@@ -7,6 +7,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -18,6 +19,7 @@
 
 // Events kept in memory; older ones are found in the archive alone.
 constexpr uint32_t uiEventsInMemory = 10000;
+constexpr uint32_t uiIncidentsInMemory = 1000;
 
 class CWatchData : public IWatchReader
 {
@@ -45,6 +47,7 @@ public:
     std::vector<SWatchEvent> FindEvents(const SEventQuery& roQuery) override;
     std::vector<SHistoryPoint> FindHistory(const SHistoryQuery& roQuery) override;
     SHistoryReach GetReach() override;
+    std::vector<SIncident> FindIncidents(const SIncidentQuery& roQuery) override;
 
 private:
     const std::unique_ptr<IWatchArchive> m_poArchive;
@@ -56,7 +59,8 @@ private:
 
     std::mutex m_oMemoryMutex; // guards the rest
     CWatchHistory m_oHistory;
-    std::deque<SWatchEvent> m_aoEvents; // oldest first
+    std::deque<SWatchEvent> m_aoEvents;         // oldest first
+    std::map<uint64_t, SIncident> m_oIncidents; // by number
 };
 
 #endif

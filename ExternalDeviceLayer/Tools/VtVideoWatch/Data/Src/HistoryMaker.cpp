@@ -24,6 +24,15 @@ SHistoryPoint MakeSecond(const SStreamFigures& roFigures, const SStreamCounters&
     oPoint.uiLost = Growth(roNow.uiFieldsLost, roBefore.uiFieldsLost);
     oPoint.uiUnobserved = Growth(roNow.uiFieldsUnobserved, roBefore.uiFieldsUnobserved);
     oPoint.uiSkipped = Growth(roNow.uiBuffersSkipped, roBefore.uiBuffersSkipped);
+    oPoint.uiRepeated = Growth(roNow.uiRepeatedBeyond, roBefore.uiRepeatedBeyond);
+    const SQueueWindow& roQueue = roFigures.oQueue.aoWindows[static_cast<size_t>(EQueueWindow::SECONDS_1)];
+    if (roQueue.bIsKnown)
+    {
+        oPoint.flReady = static_cast<float>(roQueue.oReady.flMean);
+        oPoint.flLoaned = static_cast<float>(roQueue.oLoaned.flMean);
+        oPoint.flHeldSeconds =
+            roFigures.oQueue.bIsHeldKnown ? static_cast<float>(roFigures.oQueue.flHeldSeconds) : -1.0F;
+    }
     oPoint.flRunningSeconds = static_cast<float>(roNow.flRunningSeconds - roBefore.flRunningSeconds);
     oPoint.oRateHz = roFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
     oPoint.oPhaseSeconds = roFigures.oPhaseSeconds;
@@ -61,6 +70,14 @@ void CHistoryMaker::TakeStream(const SStreamFigures& roFigures, int64_t iBeginUt
         roRunning = {};
     }
     roRunning.oKey = roFigures.oKey;
+    SPacingHistogram oPacing = Pacing_GetGrowth(roFigures.oPacing, roPast.oPacing);
+    if (roFigures.oPacing.flWorstSeconds != roPast.oPacing.flWorstSeconds)
+    {
+        oPacing.flWorstSeconds = roFigures.oPacing.flWorstSeconds;
+        oPacing.iWorstUtcNs = roFigures.oPacing.iWorstUtcNs;
+    }
+    roPast.oPacing = roFigures.oPacing;
+    Pacing_Merge(roRunning.oPacing, oPacing);
     MinuteSummary_Add(roRunning, oSecond, flSeconds, roFigures.flPeriodSeconds);
     m_aoMinutes.push_back(roRunning);
 }

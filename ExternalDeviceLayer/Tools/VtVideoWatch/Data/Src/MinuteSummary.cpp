@@ -48,6 +48,16 @@ void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond,
     roMinute.uiSeconds = 60;
     ++roSummary.uiPoints;
     roSummary.flWatchedSeconds += flSeconds;
+    roMinute.uiRepeated += roSecond.uiRepeated;
+    if (roSecond.flReady >= 0.0F)
+    {
+        const auto flCount = static_cast<float>(++roSummary.uiQueuePoints);
+        const auto Add = [flCount](float& rflMean, float flValue)
+        { rflMean = flCount == 1.0F ? flValue : rflMean + (flValue - rflMean) / flCount; };
+        Add(roMinute.flReady, roSecond.flReady);
+        Add(roMinute.flLoaned, roSecond.flLoaned);
+        Add(roMinute.flHeldSeconds, roSecond.flHeldSeconds);
+    }
     roMinute.uiFields += roSecond.uiFields;
     roMinute.uiObserved += roSecond.uiObserved;
     roMinute.uiLost += roSecond.uiLost;

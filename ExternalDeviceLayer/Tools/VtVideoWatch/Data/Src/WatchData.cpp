@@ -19,6 +19,14 @@ void CWatchData::Put(const SWatchStep& roStep)
         {
             m_aoEvents.pop_front();
         }
+        for (const SIncident& roIncident : roStep.poPublication->oJudgement.aoIncidents)
+        {
+            m_oIncidents[roIncident.uiNumber] = roIncident;
+        }
+        while (m_oIncidents.size() > uiIncidentsInMemory)
+        {
+            m_oIncidents.erase(m_oIncidents.begin());
+        }
     }
     WatchPublicationPtr poPublication = roStep.poPublication;
     {
@@ -116,4 +124,27 @@ SHistoryReach CWatchData::GetReach()
         oReach.iMinutesFromUtcNs = std::min(oReach.iMinutesFromUtcNs, m_poArchive->GetBegin());
     }
     return oReach;
+}
+
+std::vector<SIncident> CWatchData::FindIncidents(const SIncidentQuery& roQuery)
+{
+    std::vector<SIncident> aoFound;
+    uint64_t uiOldest = UINT64_MAX;
+    {
+        const std::lock_guard oGuard(m_oMemoryMutex);
+        for (auto itIncident = m_oIncidents.rbegin();
+             itIncident != m_oIncidents.rend() && aoFound.size() < roQuery.uiMost; ++itIncident)
+        {
+            if (WatchQuery_Fits(itIncident->second, roQuery))
+            {
+                aoFound.push_back(itIncident->second);
+            }
+        }
+        uiOldest = m_oIncidents.empty() ? UINT64_MAX : m_oIncidents.begin()->first;
+    }
+    if (m_poArchive != nullptr && aoFound.size() < roQuery.uiMost)
+    {
+        m_poArchive->FindIncidents(roQuery, uiOldest, aoFound);
+    }
+    return aoFound;
 }

@@ -27,10 +27,19 @@ public:
     /* Waits for the next field start; all of the record but uiRunDelayNs is written. Blocks for 50 ms at most. */
     void Wait(SFieldRecord& roRecord);
 
+    /*
+     * Whether the board tells other timings than with the last description. Only asked where that costs next to
+     * nothing; elsewhere never.
+     */
+    bool HasOtherTimings();
+
     /* Reads what the stream is now. */
     void Describe(SDescriptionRecord& roRecord);
 
 private:
+    VtStatus ReadTimings(VtVideo_VidParam& roTimings);
+    void AskBuffers(SFieldRecord& roRecord);
+    bool AskSkipped(uint64_t& ruiSkipped);
     void DescribeInput(SStreamDescription& roDescription);
     void DescribeOutput(SStreamDescription& roDescription);
 
@@ -38,6 +47,8 @@ private:
     const SStreamKey m_oKey;
     VtVideoIn_Handle m_hInput = nullptr;
     VtVideoOut_Handle m_hOutput = nullptr;
+    VtVideo_VidParam m_oTimings = {}; // of the last description
+    bool m_bTimingsAreCheap = false;
     VTSTR64 m_szName = {};
     VTSTR64 m_szFormat = {};
     VtPixelFormat m_eFormat = VtPixelFormat_FORCE32; // that m_szFormat names

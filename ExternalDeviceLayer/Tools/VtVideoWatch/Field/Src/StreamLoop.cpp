@@ -61,7 +61,8 @@ bool CStreamLoop::NeedsRunDelay(const SFieldRecord& roRecord) const
 void CStreamLoop::TakeField()
 {
     m_oPort.Wait(m_oRecord);
-    const bool bDescribe = m_oRecord.uiArrivalNs >= m_uiNextDescriptionNs;
+    const bool bDescribe = m_oRecord.uiArrivalNs >= m_uiNextDescriptionNs ||
+                           (m_oRecord.eResult == EWaitResult::FIELD && m_oPort.HasOtherTimings());
     if (bDescribe || NeedsRunDelay(m_oRecord))
     {
         m_oRecord.uiRunDelayNs = m_oRunDelay.ReadGrowthNs();

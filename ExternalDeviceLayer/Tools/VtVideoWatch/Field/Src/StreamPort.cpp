@@ -1,5 +1,6 @@
 #include "StreamPort.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ConnectorNames.h"
@@ -9,6 +10,8 @@
 
 namespace
 {
+
+constexpr uint64_t uiCheapNs = 5000; // a call that takes no longer can be made for every field
 
 EWaitResult ToResult(VtStatus eStatus)
 {
@@ -72,6 +75,50 @@ void CStreamPort::Wait(SFieldRecord& roRecord)
     roRecord.uiArrivalNs = ReadMonotonicNs();
     roRecord.eResult = ToResult(eStatus);
     roRecord.bIsTopField = bIsTopField != 0;
+    if (m_hInput != nullptr && roRecord.eResult == EWaitResult::FIELD)
+    {
+        AskBuffers(roRecord);
+    }
+}
+
+// Where the buffers are as this field starts. What the board does not tell stays unknown.
+void CStreamPort::AskBuffers(SFieldRecord& roRecord)
+{
+    VtVideoIn_State eState = VtVideoIn_State_INVALID;
+    uint32_t uiTotal = 0;
+    uint32_t uiReady = 0;
+    uint32_t uiLoaned = 0;
+    uint32_t uiInternal = 0;
+    roRecord.bHasBuffers =
+        VtVideoIn_GetCaptureState(m_hInput, &eState, &uiTotal, &uiReady, &uiLoaned, &uiInternal) == VtStatus_OK &&
+        uiTotal > 0;
+    roRecord.uiReadyBuffers = static_cast<uint16_t>(std::min<uint32_t>(uiReady, UINT16_MAX));
+    roRecord.uiLoanedBuffers = static_cast<uint16_t>(std::min<uint32_t>(uiLoaned, UINT16_MAX));
+    roRecord.uiInternalBuffers = static_cast<uint16_t>(std::min<uint32_t>(uiInternal, UINT16_MAX));
+    roRecord.bHasSkippedBuffers = AskSkipped(roRecord.uiSkippedBuffers);
+}
+
+bool CStreamPort::AskSkipped(uint64_t& ruiSkipped)
+{
+    const VtBoard_CaptureSkipBufferCountIn oIn = {m_oKey.uiIndex};
+    VtBoard_CaptureSkipBufferCountOut oOut = {};
+    const bool bIsKnown = VtBoard_CustomCall(m_hDev, VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn,
+                                             sizeof(oIn), &oOut, sizeof(oOut)) == VtStatus_OK;
+    ruiSkipped = oOut.uiSkipBuffCnt;
+    return bIsKnown;
+}
+
+VtStatus CStreamPort::ReadTimings(VtVideo_VidParam& roTimings)
+{
+    return m_hInput != nullptr ? VtVideoIn_GetDetectedVideoParameters(m_hInput, &roTimings)
+                               : VtVideoOut_GetVideoParameters(m_hOutput, &roTimings);
+}
+
+bool CStreamPort::HasOtherTimings()
+{
+    VtVideo_VidParam oTimings = {};
+    return m_bTimingsAreCheap && ReadTimings(oTimings) == VtStatus_OK &&
+           std::memcmp(&oTimings, &m_oTimings, sizeof(oTimings)) != 0;
 }
 
 void CStreamPort::Describe(SDescriptionRecord& roRecord)
@@ -79,6 +126,9 @@ void CStreamPort::Describe(SDescriptionRecord& roRecord)
     SStreamDescription& roDescription = roRecord.oDescription;
     roDescription = {};
     roDescription.uiMomentNs = ReadMonotonicNs();
+    static_cast<void>(ReadTimings(roDescription.oTimings));
+    m_bTimingsAreCheap = ReadMonotonicNs() - roDescription.uiMomentNs < uiCheapNs;
+    m_oTimings = roDescription.oTimings;
     if (m_oKey.eDirection == EStreamDirection::INPUT)
     {
         DescribeInput(roDescription);
@@ -101,23 +151,17 @@ void CStreamPort::DescribeInput(SStreamDescription& roDescription)
 {
     uint32_t uiTotal = 0;
     uint32_t uiInternal = 0;
-    static_cast<void>(VtVideoIn_GetDetectedVideoParameters(m_hInput, &roDescription.oTimings));
     static_cast<void>(VtVideoIn_GetBufferAttributes(m_hInput, &roDescription.uiWidth, &roDescription.uiHeight,
                                                     &roDescription.ePixelFormat, &roDescription.uiNbOfBuffer));
     static_cast<void>(VtVideoIn_GetCaptureState(m_hInput, &roDescription.eCaptureState, &uiTotal,
                                                 &roDescription.uiReadyBufferCount, &roDescription.uiLoanBufferCount,
                                                 &uiInternal));
-    const VtBoard_CaptureSkipBufferCountIn oIn = {m_oKey.uiIndex};
-    VtBoard_CaptureSkipBufferCountOut oOut = {};
-    roDescription.bHasSkippedBuffers = VtBoard_CustomCall(m_hDev, VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT,
-                                                          &oIn, sizeof(oIn), &oOut, sizeof(oOut)) == VtStatus_OK;
-    roDescription.uiSkippedBuffers = oOut.uiSkipBuffCnt;
+    roDescription.bHasSkippedBuffers = AskSkipped(roDescription.uiSkippedBuffers);
 }
 
 void CStreamPort::DescribeOutput(SStreamDescription& roDescription)
 {
     uint64_t uiLuid = 0;
-    static_cast<void>(VtVideoOut_GetVideoParameters(m_hOutput, &roDescription.oTimings));
     static_cast<void>(VtVideoOut_GetBufferAttributes(m_hOutput, &roDescription.ePixelFormat, &roDescription.uiWidth,
                                                      &roDescription.uiHeight, &uiLuid));
     static_cast<void>(VtVideoOut_GetPowerState(m_hOutput, &roDescription.ePowerState));

@@ -24,7 +24,9 @@ enum class EEventValues : uint8_t
     FORMAT,
     CAPTURE,
     POWER,
-    STREAM
+    STREAM,
+    CADENCE,
+    MEMBER // of a description: the event names it
 };
 
 struct SEventKind
@@ -35,6 +37,7 @@ struct SEventKind
     bool bHasSeconds = false;
     bool bIsOfGroup = false; // it has a lock group and members
     EEventValues eValues = EEventValues::NONE;
+    bool bIsOfIncident = false; // it has an incident and its domain
 };
 
 // By EWatchEventKind.
@@ -63,6 +66,13 @@ constexpr std::array<SEventKind, static_cast<size_t>(EWatchEventKind::COUNT)> ao
     {.eKind = EWatchEventKind::GROUP_FORMED, .szName = "group_formed", .bIsOfGroup = true},
     {.eKind = EWatchEventKind::GROUP_CHANGED, .szName = "group_changed", .bIsOfGroup = true},
     {.eKind = EWatchEventKind::GROUP_ENDED, .szName = "group_ended", .bHasSeconds = true, .bIsOfGroup = true},
+    {EWatchEventKind::FEED_STALLED, "feed_stalled"},
+    {.eKind = EWatchEventKind::FEED_RESUMED, .szName = "feed_resumed", .bHasSeconds = true},
+    {.eKind = EWatchEventKind::CADENCE_CHANGED, .szName = "cadence_changed", .eValues = EEventValues::CADENCE},
+    {EWatchEventKind::FIELD_ORDER_SWAPPED, "field_order_swapped"},
+    {.eKind = EWatchEventKind::DESCRIPTION_CHANGED, .szName = "description_changed", .eValues = EEventValues::MEMBER},
+    {.eKind = EWatchEventKind::INCIDENT_BEGAN, .szName = "incident_began", .bIsOfIncident = true},
+    {.eKind = EWatchEventKind::INCIDENT_ENDED, .szName = "incident_ended", .bHasSeconds = true, .bIsOfIncident = true},
 }};
 static_assert(std::ranges::all_of(aoEventKinds, [](const SEventKind& roKind)
                                   { return &roKind == &aoEventKinds[static_cast<size_t>(roKind.eKind)]; }));

@@ -19,7 +19,12 @@ struct SHistoryPoint
     uint32_t uiLost = 0;
     uint32_t uiUnobserved = 0;
     uint32_t uiSkipped = 0;
+    uint32_t uiRepeated = 0; // fields that repeated a picture beyond the feed's cadence
     float flRunningSeconds = 0.0F;
+    // Buffers of an input, means; negative: not known.
+    float flReady = -1.0F;
+    float flLoaned = -1.0F;
+    float flHeldSeconds = -1.0F;
     SEstimate oRateHz;
     SEstimate oPhaseSeconds; // against the reference; the mean of a minute
     double flPhaseMinSeconds = 0.0;
@@ -44,6 +49,8 @@ struct SMinuteSummary
     uint32_t uiPoints = 0;
     uint32_t uiRatePoints = 0;
     uint32_t uiPhasePoints = 0;
+    uint32_t uiQueuePoints = 0;
+    SPacingHistogram oPacing; // of its fields
     double flWatchedSeconds = 0.0;
     bool bIsComplete = false; // nothing will be added any more
 };

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "WatchHealth.h"
 #include "WatchSnapshot.h"
 
 // Texts of a stream: printable UTF-8, whatever the board calls itself.
@@ -33,14 +34,16 @@ struct SWatchCosts
     uint64_t uiJournalWriteFailures = 0;
     uint64_t uiJournalLinesDropped = 0;
     bool bJournalIsFailing = false;
-    double flAnalysisSeconds = 0.0; // of the last pass
-    double flCpuSeconds = 0.0;      // of the process so far
+    uint64_t uiIncidentFailures = 0; // of the program that is told of incidents
+    double flAnalysisSeconds = 0.0;  // of the last pass
+    double flCpuSeconds = 0.0;       // of the process so far
     uint64_t uiResidentBytes = 0;
 };
 
 struct SWatchPublication
 {
     SWatchSnapshot oSnapshot;
+    SJudgement oJudgement;                             // of it
     std::array<std::vector<SStreamTexts>, 2> aaoTexts; // by EStreamDirection, by index
     SWatchCosts oCosts;
     std::string szHost;
@@ -57,6 +60,15 @@ inline const SStreamTexts& WatchPublication_GetTexts(const SWatchPublication& ro
     static const SStreamTexts oNone;
     const std::vector<SStreamTexts>& raoTexts = roPublication.aaoTexts[static_cast<size_t>(roKey.eDirection)];
     return roKey.uiIndex < raoTexts.size() ? raoTexts[roKey.uiIndex] : oNone;
+}
+
+/* How a stream is; inactive before it was judged. */
+inline const SStreamHealth& WatchPublication_GetHealth(const SWatchPublication& roPublication, const SStreamKey& roKey)
+{
+    static const SStreamHealth oNone;
+    const std::vector<SStreamHealth>& raoHealth =
+        roPublication.oJudgement.aoStreams[static_cast<size_t>(roKey.eDirection)];
+    return roKey.uiIndex < raoHealth.size() ? raoHealth[roKey.uiIndex] : oNone;
 }
 
 /* One call per stream of both directions. */

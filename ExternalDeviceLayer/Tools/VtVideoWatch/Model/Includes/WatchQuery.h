@@ -8,6 +8,7 @@
 
 #include "HistoryPoint.h"
 #include "WatchEvent.h"
+#include "WatchHealth.h"
 
 struct SHistoryQuery
 {
@@ -29,6 +30,18 @@ struct SEventQuery
     uint64_t uiOutputs = ~0ULL;
     uint32_t uiMost = 1000; // the newest ones
 };
+
+struct SIncidentQuery
+{
+    int64_t iFromUtcNs = INT64_MIN; // those that end later, or are open
+    int64_t iToUtcNs = INT64_MAX;   // and begin before
+    bool bOnlyOpen = false;
+    bool bOnlyEnded = false;
+    uint32_t uiMost = 1000; // the newest ones
+};
+
+/* Whether an incident fits. */
+bool WatchQuery_Fits(const SIncident& roIncident, const SIncidentQuery& roQuery);
 
 /* Whether a point begins in the range that is asked for. */
 bool WatchQuery_Fits(const SHistoryPoint& roPoint, const SHistoryQuery& roQuery);

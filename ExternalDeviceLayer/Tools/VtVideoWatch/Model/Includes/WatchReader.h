@@ -41,6 +41,9 @@ public:
     virtual std::vector<SHistoryPoint> FindHistory(const SHistoryQuery& roQuery) = 0;
 
     virtual SHistoryReach GetReach() = 0;
+
+    /* Incidents, newest first; from the archive as well. */
+    virtual std::vector<SIncident> FindIncidents(const SIncidentQuery& roQuery) = 0;
 };
 
 // What is older than the memory.
@@ -55,6 +58,10 @@ public:
 
     /* Appends the minutes of a stream that begin in a query's range, oldest first, at most uiMost, the newest ones. */
     virtual void FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes) = 0;
+
+    /* Appends incidents that fit a query and are older than one, newest first; uiMost counts what is there already. */
+    virtual void FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBeforeNumber,
+                               std::vector<SIncident>& raoIncidents) = 0;
 
     /* Begin of the oldest minute; INT64_MAX when there is none. */
     virtual int64_t GetBegin() = 0;

@@ -17,3 +17,10 @@ bool WatchQuery_Fits(const SWatchEvent& roEvent, const SEventQuery& roQuery)
            (roQuery.uiKinds >> static_cast<unsigned>(roEvent.eKind) & 1) != 0 &&
            (uiStreams & (uiMembers | 1ULL << (roKey.uiIndex % 64))) != 0;
 }
+
+bool WatchQuery_Fits(const SIncident& roIncident, const SIncidentQuery& roQuery)
+{
+    const bool bIsOpen = roIncident.iEndUtcNs == 0;
+    return roIncident.iBeginUtcNs < roQuery.iToUtcNs && (bIsOpen || roIncident.iEndUtcNs >= roQuery.iFromUtcNs) &&
+           (bIsOpen ? !roQuery.bOnlyEnded : !roQuery.bOnlyOpen);
+}

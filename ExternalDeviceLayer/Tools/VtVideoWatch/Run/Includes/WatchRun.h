@@ -22,11 +22,13 @@
 #include "Fault.h"
 #include "HistoryMaker.h"
 #include "WatchEngine.h"
+#include "WatchJudge.h"
 #include "WatchStep.h"
 
 struct SWatchRunSetup
 {
-    SWatchSettings oSettings;              // the board's facts are filled in by the run
+    SWatchSettings oSettings; // the board's facts are filled in by the run
+    SJudgeSettings oJudge;
     std::vector<SMinuteSummary> aoRunning; // minutes that an earlier run has left unfinished
     std::vector<SEarlierStream> aoEarlier; // what that run knew
     int64_t iStartUtcNs = 0;
@@ -94,12 +96,14 @@ private:
     void GiveCut();
     bool Analyse(bool bIsLast);
     void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
+    void TakeIncidents(std::span<const SWatchEvent> aoIncidents);
     void EndWatch(const SClockReading& roClock);
     void FillCosts(SWatchCosts& roCosts);
 
     const CBoardSession& m_roSession;
     SWatchRunSetup m_oSetup;
     WatchEnginePtr m_poEngine;
+    WatchJudgePtr m_poJudge;
     CHistoryMaker m_oHistory;
     std::optional<CFieldRecorder> m_oRecorder;
     CCutDesk m_oCuts;

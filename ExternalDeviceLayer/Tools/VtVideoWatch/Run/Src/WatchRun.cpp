@@ -54,6 +54,7 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
         m_oRecorder.emplace(static_cast<uint32_t>(raoChannels[0].size()), static_cast<uint32_t>(raoChannels[1].size()),
                             m_oSetup.uiRecorderSeconds);
     }
+    m_poJudge = WatchJudge_Create(m_oSetup.oJudge);
     m_oTemplate.szHost = GetHostName();
     m_oTemplate.szBoard = roFacts.szLibrary;
     m_oTemplate.uiBoardVersion = roFacts.uiVersion;
@@ -176,6 +177,16 @@ void CWatchRun::TakeDescription(const SStreamKey& roKey, const SDescriptionRecor
     }
 }
 
+void CWatchRun::TakeIncidents(std::span<const SWatchEvent> aoIncidents)
+{
+    for (SWatchEvent oEvent : aoIncidents)
+    {
+        WatchEngine_Number(*m_poEngine, oEvent);
+        m_uiLastEvent = oEvent.uiNumber;
+        m_aoEvents.push_back(oEvent);
+    }
+}
+
 void CWatchRun::EndWatch(const SClockReading& roClock)
 {
     for (const StreamChannels& raoStreams : m_roSession.GetChannels())
@@ -229,8 +240,12 @@ bool CWatchRun::Analyse(bool bIsLast)
     const std::span<const SWatchEvent> aoEvents = WatchEngine_TakeEvents(*m_poEngine);
     m_aoEvents.assign(aoEvents.begin(), aoEvents.end());
     m_uiLastEvent = aoEvents.empty() ? m_uiLastEvent : aoEvents.back().uiNumber;
+    SJudgement& roJudgement = poPublication->oJudgement;
+    TakeIncidents(WatchJudge_Take(
+        *m_poJudge, {poPublication->oSnapshot, WatchEngine_GetHappenings(*m_poEngine), aoEvents}, roJudgement));
     if (bIsLast)
     {
+        TakeIncidents(WatchJudge_End(*m_poJudge, poPublication->oSnapshot.oClock.iUtcNs, roJudgement));
         EndWatch(oClock);
     }
     m_oHistory.Take(poPublication->oSnapshot);

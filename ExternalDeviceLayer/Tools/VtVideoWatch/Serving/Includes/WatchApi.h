@@ -22,6 +22,7 @@ public:
     SHttpAnswer AnswerPairs(const SHttpRequest& roRequest);
     SHttpAnswer AnswerHistory(const SHttpRequest& roRequest);
     SHttpAnswer AnswerEvents(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerIncidents(const SHttpRequest& roRequest);
     SHttpAnswer AnswerHealth(const SHttpRequest& roRequest);
 
 private:

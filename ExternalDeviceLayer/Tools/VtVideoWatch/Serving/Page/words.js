@@ -26,6 +26,13 @@ const eventWords = {
   group_formed: "Lock group formed",
   group_changed: "Lock group changed",
   group_ended: "Lock group ended",
+  feed_stalled: "Feed stalled",
+  feed_resumed: "Feed goes on",
+  cadence_changed: "Cadence",
+  field_order_swapped: "Field order swapped",
+  description_changed: "Description",
+  incident_began: "Incident began",
+  incident_ended: "Incident ended",
 };
 
 export const eventKinds = Object.keys(eventWords);
@@ -43,6 +50,13 @@ const eventClasses = {
   counter_backward: "lost",
   buffers_skipped: "free",
   buffers_overwritten: "free",
+  feed_stalled: "lost",
+  feed_resumed: "locked",
+  cadence_changed: "free",
+  field_order_swapped: "lost",
+  description_changed: "passing",
+  incident_began: "lost",
+  incident_ended: "locked",
   phase_stepped: "free",
   timings_changed: "passing",
   format_changed: "passing",
@@ -73,6 +87,11 @@ function valueText(event, value) {
 const details = {
   fields_unobserved: (event) => `${plural(event.count, "field", "fields")} not seen; no fault of the signal`,
   signal_back: (event) => `away for ${format.duration(event.seconds)}`,
+  feed_resumed: (event) => `after ${format.duration(event.seconds)}`,
+  cadence_changed: (event) => `${event.before ?? "none"} → ${event.after ?? "none"}`,
+  description_changed: (event) => `${event.member}: ${event.before} → ${event.after}`,
+  incident_began: (event) => `${event.incident}, ${event.domain}`,
+  incident_ended: (event) => `${event.incident}, after ${format.duration(event.seconds)}`,
   phase_stepped: (event) => `by ${format.span(event.seconds)}`,
   group_ended: (event) => `${event.members?.join(", ")}, after ${format.duration(event.seconds)}`,
 };

@@ -24,6 +24,11 @@ CJson FromStdErr(const SEstimate& roEstimate)
     return roEstimate.bIsValid ? CJson(WatchJson_Round(roEstimate.flStdErr, 3)) : CJson();
 }
 
+CJson FromLevel(float flLevel)
+{
+    return flLevel < 0.0F ? CJson() : CJson(WatchJson_Round(static_cast<double>(flLevel), 4));
+}
+
 using Point = const SHistoryPoint&;
 
 constexpr SHistoryColumn aoColumns[] = {
@@ -33,6 +38,10 @@ constexpr SHistoryColumn aoColumns[] = {
     {"lost", [](Point roPoint) -> CJson { return roPoint.uiLost; }, nullptr},
     {"unobserved", [](Point roPoint) -> CJson { return roPoint.uiUnobserved; }, nullptr},
     {"skipped", [](Point roPoint) -> CJson { return roPoint.uiSkipped; }, nullptr},
+    {"repeated_beyond_cadence", [](Point roPoint) -> CJson { return roPoint.uiRepeated; }, nullptr},
+    {"ready", [](Point roPoint) { return FromLevel(roPoint.flReady); }, nullptr},
+    {"loaned", [](Point roPoint) { return FromLevel(roPoint.flLoaned); }, nullptr},
+    {"held", [](Point roPoint) { return FromLevel(roPoint.flHeldSeconds); }, nullptr},
     {"running",
      [](Point roPoint) -> CJson { return WatchJson_Round(static_cast<double>(roPoint.flRunningSeconds), iDigits); },
      nullptr},

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "HealthJson.h"
+#include "HealthTexts.h"
 #include "StreamId.h"
 #include "WatchTexts.h"
 
@@ -58,6 +60,33 @@ CJson FromErrorOf(const SEstimate& roSeconds)
     return roSeconds.bIsValid ? CJson(WatchJson_Round(roSeconds.flStdErr, iErrorDigits)) : CJson();
 }
 
+// Of the last second: the buffers of an input.
+CJson FromQueue(const SStreamFigures& roStream)
+{
+    const SQueueWindow& roWindow = roStream.oQueue.aoWindows[static_cast<size_t>(EQueueWindow::SECONDS_1)];
+    if (!roWindow.bIsKnown)
+    {
+        return {};
+    }
+    const SQueueFigures& roQueue = roStream.oQueue;
+    return {{"ready", WatchJson_Round(roWindow.oReady.flMean, iErrorDigits)},
+            {"loaned", WatchJson_Round(roWindow.oLoaned.flMean, iErrorDigits)},
+            {"internal", WatchJson_Round(roWindow.oInternal.flMean, iErrorDigits)},
+            {"held_seconds",
+             roQueue.bIsHeldKnown ? CJson(WatchJson_Round(roQueue.flHeldSeconds, iErrorDigits + 1)) : CJson()}};
+}
+
+// The verdict and what brought it about; all domains are in /api/v1/streams.
+CJson FromHealth(EStreamDirection eDirection, const SStreamHealth& roHealth)
+{
+    const auto eWorst = HealthTexts_GetWorst(roHealth);
+    const SHealth& roWorst = roHealth.aoDomains[static_cast<size_t>(eWorst)];
+    return {{"overall", HealthTexts_GetStatus(roHealth.oOverall.eStatus)},
+            {"domain", HealthTexts_GetDomain(eWorst)},
+            {"since", WatchTexts_GetUtc(roHealth.oOverall.iSinceUtcNs)},
+            {"reason", HealthTexts_GetReason(eWorst, eDirection, roWorst.oReason)}};
+}
+
 CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
     return {{"id", StreamId_Print(roStream.oKey)},
@@ -77,6 +106,9 @@ CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts
             {"fields_lost", roStream.oCounters.uiFieldsLost},
             {"fields_unobserved", roStream.oCounters.uiFieldsUnobserved},
             {"signal_losses", roStream.oCounters.uiSignalLosses},
+            {"cadence",
+             roStream.oFeed.oCadence.IsKnown() ? CJson(HealthTexts_GetCadence(roStream.oFeed.oCadence)) : CJson()},
+            {"queue", FromQueue(roStream)},
             {"last_event", WatchJson_FromLastEvent(roStream.oLastEvent)}};
 }
 
@@ -92,7 +124,8 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
     for (const SStreamFigures& roStream : roFigures.aoStreams)
     {
         const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
-        oStreams.push_back(FromLiveStream(roStream, roTexts));
+        CJson& roJson = oStreams.emplace_back(FromLiveStream(roStream, roTexts));
+        roJson["health"] = FromHealth(eDirection, WatchPublication_GetHealth(roPublication, roStream.oKey));
     }
     return {
         {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},

@@ -36,6 +36,7 @@ CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName = nu
 /* The parts of a scrape. */
 void StreamMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
 void LockMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
+void HealthMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
 void CostMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
 
 #endif

@@ -148,7 +148,11 @@ private:
                 PrintSample(roMetric, "_bucket", static_cast<double>(roBucket.cumulative_count), &roBucket.upper_bound);
             }
             PrintSample(roMetric, "_count", static_cast<double>(roMetric.histogram.sample_count), nullptr);
-            PrintSample(roMetric, "_sum", roMetric.histogram.sample_sum, nullptr);
+            // A sum of what is negative as well is no counter: there is none then.
+            if (roMetric.histogram.bucket.front().upper_bound >= 0.0)
+            {
+                PrintSample(roMetric, "_sum", roMetric.histogram.sample_sum, nullptr);
+            }
             return;
         default:
             PrintSample(roMetric, "", roMetric.gauge.value, nullptr);

@@ -9,6 +9,7 @@
 
 #include "ApiQuery.h"
 #include "EventKinds.h"
+#include "HealthJson.h"
 #include "HistoryJson.h"
 #include "StreamId.h"
 #include "WatchJson.h"
@@ -65,6 +66,18 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
             return;
         }
         roEvents.uiKinds |= 1ULL << static_cast<unsigned>(*oKind);
+    }
+}
+
+void ReadOpen(CApiQuery& roQuery, SIncidentQuery& roIncidents)
+{
+    using Words = std::vector<std::string>;
+    const Words aszOpen = roQuery.GetList("open");
+    roIncidents.bOnlyOpen = aszOpen == Words{"true"} || aszOpen == Words{"1"};
+    roIncidents.bOnlyEnded = aszOpen == Words{"false"} || aszOpen == Words{"0"};
+    if (roQuery.Has("open") && !roIncidents.bOnlyOpen && !roIncidents.bOnlyEnded)
+    {
+        roQuery.SetProblem("parameter open: give true or false");
     }
 }
 
@@ -215,6 +228,34 @@ SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
     for (const SWatchEvent& roEvent : aoEvents)
     {
         oJson["events"].push_back(WatchJson_FromEvent(roEvent));
+    }
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+}
+
+SHttpAnswer CWatchApi::AnswerIncidents(const SHttpRequest& roRequest)
+{
+    constexpr std::array aszNames = {"from", "to", "open", "limit"};
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    SIncidentQuery oIncidents;
+    oIncidents.iFromUtcNs = oQuery.GetUtc("from", oIncidents.iFromUtcNs);
+    oIncidents.iToUtcNs = oQuery.GetUtc("to", oIncidents.iToUtcNs);
+    ReadOpen(oQuery, oIncidents);
+    const uint64_t uiMost = oQuery.GetNumber("limit", 100, 1, uiMostEvents);
+    if (oIncidents.iFromUtcNs >= oIncidents.iToUtcNs)
+    {
+        oQuery.SetProblem("parameter from: must lie before to");
+    }
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    oIncidents.uiMost = static_cast<uint32_t>(uiMost + 1);
+    std::vector<SIncident> aoIncidents = m_roReader.FindIncidents(oIncidents);
+    const bool bIsTruncated = CutSurplus(aoIncidents, uiMost, true);
+    CJson oJson = {{"incidents", CJson::array()}, {"truncated", bIsTruncated}};
+    for (const SIncident& roIncident : aoIncidents)
+    {
+        oJson["incidents"].push_back(HealthJson_FromIncident(roIncident));
     }
     return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
 }

@@ -69,6 +69,7 @@ std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const 
         CostMetrics_Collect(*rpoPublication, aoFamilies);
         LockMetrics_Collect(*rpoPublication, aoFamilies);
         StreamMetrics_Collect(*rpoPublication, aoFamilies);
+        HealthMetrics_Collect(*rpoPublication, aoFamilies);
     }
     CollectProcess(aoFamilies);
     CollectServing(roServing, aoFamilies);

@@ -85,6 +85,8 @@ constexpr SRoute aoRoutes[] = {
     {"/api/v1/history", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHistory(roRequest); },
      true},
     {"/api/v1/events", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerEvents(roRequest); }, true},
+    {"/api/v1/incidents", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerIncidents(roRequest); },
+     true},
     {"/api/v1/live", [](Server roServer, Request roRequest) { return roServer.oHub.Answer(roRequest); }},
     {"/healthz", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHealth(roRequest); }},
 };

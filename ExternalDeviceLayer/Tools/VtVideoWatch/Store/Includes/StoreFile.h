@@ -16,7 +16,7 @@
 #include "Fault.h"
 
 // Of the file's layout; a program refuses files of a newer one.
-constexpr int iStoreVersion = 2;
+constexpr int iStoreVersion = 3;
 
 struct SStoreCloser
 {

@@ -45,6 +45,8 @@ public:
     void FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents) override;
     void FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes) override;
     int64_t GetBegin() override;
+    void FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBeforeNumber,
+                       std::vector<SIncident>& raoIncidents) override;
 
     std::vector<SStoreRun> FindRuns(int64_t iFromUtcNs, int64_t iToUtcNs);
     std::vector<SStoreStream> FindStreams();

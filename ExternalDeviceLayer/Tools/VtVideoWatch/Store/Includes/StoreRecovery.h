@@ -5,11 +5,14 @@
 #define STORE_RECOVERY_H
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "EarlierRun.h"
 #include "HistoryPoint.h"
 #include "StoreFile.h"
+#include "WatchEvent.h"
+#include "WatchHealth.h"
 
 // What an earlier run has left.
 struct SStoreRemains
@@ -17,7 +20,11 @@ struct SStoreRemains
     uint64_t uiLastEvent = 0;              // number of the last event
     std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
     std::vector<SEarlierStream> aoEarlier; // streams that ran, or were lost, when the last run ended
-    int64_t iOwnRun = 0;                   // row of the run itself; 0: there is none yet
+    uint64_t uiLastIncident = 0;           // number of the last incident
+    bool bHasDelivered = false;            // somebody was told of incidents,
+    uint64_t uiLastDelivered = 0;          // up to this event
+    std::vector<std::pair<SWatchEvent, SIncident>> aoUndelivered; // begins and ends behind it
+    int64_t iOwnRun = 0;                                          // row of the run itself; 0: there is none yet
 };
 
 /*

@@ -10,6 +10,7 @@
 #include "HistoryPoint.h"
 #include "StoreFile.h"
 #include "WatchEvent.h"
+#include "WatchHealth.h"
 
 /* "number, utc_ns, ..." */
 template <typename TRow> std::string StoreRows_GetNames();

@@ -12,6 +12,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -51,6 +52,9 @@ public:
     /* Takes a second over. Thread-safe, does not block. */
     void Put(const SWatchStep& roStep);
 
+    /* Keeps the number of the last event that somebody was told of. Thread-safe, does not block. */
+    void KeepDelivered(uint64_t uiEvent);
+
     /* Writes what waits, as far as that can be done, and closes the store. */
     void Close();
 
@@ -63,6 +67,8 @@ private:
     {
         std::deque<SWatchEvent> aoEvents;
         std::map<MinuteKey, SMinuteSummary> aoMinutes;
+        std::map<uint64_t, SIncident> aoIncidents; // by number
+        uint64_t uiDelivered = 0;                  // 0: nothing new
         WatchPublicationPtr poLatest;
         bool bIsLast = false;
     };
@@ -74,12 +80,14 @@ private:
     CFault Reach();
     bool Write(const SWaiting& roWaiting);
     bool WriteEvents(const SWaiting& roWaiting);
+    bool WriteIncidents(const SWaiting& roWaiting);
     bool WriteMinutes(const SWaiting& roWaiting);
     bool WriteRun(const SWaiting& roWaiting);
     bool WriteStreams(const SWatchPublication& roPublication);
     bool WriteStream(const SStreamKey& roKey, const SStreamTexts& roTexts);
     bool Prune(int64_t iNowUtcNs);
     void TakeBack(SWaiting& roWaiting);
+    void PutIncidents(const SWatchPublication& roPublication);
     void Bound();
     void Say(const CFault& roFault);
 
@@ -92,6 +100,7 @@ private:
     int64_t m_iRun = 0; // row of this run; 0: not written yet
     int64_t m_iBeginUtcNs = 0;
     int64_t m_iNextPruneUtcNs = 0;
+    uint64_t m_uiIncidentShift = 0; // as the next, of incidents
     uint64_t m_uiShift = 0; // added to event numbers when the store was reached too late to be asked for its last one
     std::array<std::vector<SStreamTexts>, 2> m_aaoWrittenTexts;
     WatchPublicationPtr m_poLatest;
@@ -101,6 +110,8 @@ private:
     SWaiting m_oWaiting;
     bool m_bHasMore = false;
     bool m_bIsFailing = false;
+    std::set<uint64_t> m_oOpenIncidents; // that were handed over so
+    uint64_t m_uiLastIncident = 0;       // that was handed over
     uint64_t m_uiFailures = 0;
     uint64_t m_uiDropped = 0;
     std::thread m_oThread;

@@ -32,8 +32,19 @@ std::string GetLayout()
            StoreRows_GetColumns<SMinuteSummary>() + ", PRIMARY KEY(direction, stream)) WITHOUT ROWID;";
 }
 
-// What brings a store of the layout before to this one.
-constexpr char szFromVersion1[] = "ALTER TABLE runs RENAME COLUMN is_closed TO ending;";
+// What a layout has beyond those before it.
+std::string GetIncidents()
+{
+    return "CREATE TABLE incidents(" + StoreRows_GetColumns<SIncident>() +
+           ", PRIMARY KEY(number));"
+           "CREATE INDEX incidents_by_moment ON incidents(begin_ns);"
+           "CREATE TABLE delivered(id INTEGER PRIMARY KEY CHECK(id = 1), event INTEGER NOT NULL);";
+}
+
+std::string GetUpdate(int64_t iVersion)
+{
+    return (iVersion < 2 ? "ALTER TABLE runs RENAME COLUMN is_closed TO ending;" : "") + GetIncidents();
+}
 
 CFault Refuse(const std::string& rszFile, const std::string& rszWhy)
 {
@@ -65,7 +76,7 @@ CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
     }
     if (bWrite && iTables == 0 && iApplication == 0)
     {
-        return Change(poFile, rszFile, GetLayout());
+        return Change(poFile, rszFile, GetLayout() + GetIncidents());
     }
     if (iApplication != iApplicationId)
     {
@@ -76,7 +87,7 @@ CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
         return Refuse(rszFile, "was written by a newer version of this program (layout " + std::to_string(iVersion) +
                                    ", this one knows " + std::to_string(iStoreVersion) + ")");
     }
-    return bWrite && iVersion < iStoreVersion ? Change(poFile, rszFile, szFromVersion1) : CFault();
+    return bWrite && iVersion < iStoreVersion ? Change(poFile, rszFile, GetUpdate(iVersion)) : CFault();
 }
 
 CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)

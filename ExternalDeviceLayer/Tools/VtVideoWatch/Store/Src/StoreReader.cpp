@@ -69,6 +69,23 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
     std::reverse(raoMinutes.begin() + iFirst, raoMinutes.end());
 }
 
+void CStoreReader::FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBeforeNumber,
+                                 std::vector<SIncident>& raoIncidents)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    CStoreStatement oStatement = Ask("SELECT " + StoreRows_GetNames<SIncident>() +
+                                     " FROM incidents WHERE number < ? AND begin_ns < ? ORDER BY number DESC");
+    oStatement.Bind(std::min<uint64_t>(uiBeforeNumber, INT64_MAX)).Bind(roQuery.iToUtcNs);
+    while (raoIncidents.size() < roQuery.uiMost && oStatement.Next())
+    {
+        const auto oIncident = StoreRows_Read<SIncident>(oStatement);
+        if (WatchQuery_Fits(oIncident, roQuery))
+        {
+            raoIncidents.push_back(oIncident);
+        }
+    }
+}
+
 int64_t CStoreReader::GetBegin()
 {
     const std::lock_guard oGuard(m_oMutex);

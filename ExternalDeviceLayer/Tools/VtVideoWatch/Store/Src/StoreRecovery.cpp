@@ -79,6 +79,49 @@ void FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
     }
 }
 
+// Incidents of a killed run ended with its last second.
+bool EndIncidents(sqlite3* poFile)
+{
+    return StoreFile_Run(poFile, "UPDATE incidents SET end_ns = max(begin_ns, coalesce((SELECT max(end_ns) FROM runs), "
+                                 "begin_ns)) WHERE end_ns = 0");
+}
+
+// What the program for incidents was not told: begins and ends behind the last one that it took.
+void ReadUndelivered(sqlite3* poFile, SStoreRemains& roRemains)
+{
+    CStoreStatement oEvents(poFile, ("SELECT " + StoreRows_GetNames<SWatchEvent>() +
+                                     " FROM events WHERE number > ? AND kind IN (?, ?) ORDER BY number")
+                                        .c_str());
+    CStoreStatement oFind(poFile,
+                          ("SELECT " + StoreRows_GetNames<SIncident>() + " FROM incidents WHERE number = ?").c_str());
+    oEvents.Bind(roRemains.uiLastDelivered);
+    oEvents.Bind(static_cast<int64_t>(EWatchEventKind::INCIDENT_BEGAN));
+    oEvents.Bind(static_cast<int64_t>(EWatchEventKind::INCIDENT_ENDED));
+    while (oEvents.Next())
+    {
+        const auto oEvent = StoreRows_Read<SWatchEvent>(oEvents);
+        oFind.Bind(oEvent.uiGroup);
+        if (oFind.Next())
+        {
+            roRemains.aoUndelivered.emplace_back(oEvent, StoreRows_Read<SIncident>(oFind));
+            static_cast<void>(oFind.Next());
+        }
+    }
+}
+
+void ReadIncidents(sqlite3* poFile, SStoreRemains& roRemains)
+{
+    CStoreStatement oLast(poFile, "SELECT max(number) FROM incidents");
+    roRemains.uiLastIncident = oLast.Next() ? oLast.GetUint() : 0;
+    CStoreStatement oDelivered(poFile, "SELECT event FROM delivered");
+    roRemains.bHasDelivered = oDelivered.Next();
+    roRemains.uiLastDelivered = roRemains.bHasDelivered ? oDelivered.GetUint() : 0;
+    if (roRemains.bHasDelivered)
+    {
+        ReadUndelivered(poFile, roRemains);
+    }
+}
+
 bool PutMinutesAway(sqlite3* poFile, int64_t iMinuteUtcNs)
 {
     const std::string szNames = StoreRows_GetNames<SMinuteSummary>();
@@ -108,12 +151,14 @@ bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, 
     FindEarlier(poFile, roRemains.aoEarlier);
     roRemains.iOwnRun = FindRun(poFile, iBeginUtcNs);
     const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
-                         PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
+                         EndIncidents(poFile) && PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) &&
+                         StoreFile_Run(poFile, "COMMIT");
     if (!bIsDone)
     {
         static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
     }
     roRemains.uiLastEvent = StoreRecovery_GetLastEvent(poFile);
+    ReadIncidents(poFile, roRemains);
     CStoreStatement oRunning(poFile, ("SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM running").c_str());
     while (oRunning.Next())
     {

@@ -25,6 +25,10 @@ template <typename TValue> void BindValue(CStoreStatement& roStatement, TValue o
     {
         roStatement.Bind(static_cast<double>(oValue));
     }
+    else if constexpr (std::is_same_v<TValue, bool>)
+    {
+        roStatement.Bind(int64_t{oValue});
+    }
     else
     {
         roStatement.Bind(oValue);
@@ -180,6 +184,56 @@ constexpr std::array aoColumns<M> = {
         "state", [](auto& roMinute) -> auto& { return roMinute.oPoint.eState; }),
 };
 
+using I = SIncident;
+
+template <>
+constexpr std::array aoColumns<I> = {
+    Of<I>(
+        "number", [](auto& roIs) -> auto& { return roIs.uiNumber; }),
+    Of<I>(
+        "begin_ns", [](auto& roIs) -> auto& { return roIs.iBeginUtcNs; }),
+    Of<I>(
+        "end_ns", [](auto& roIs) -> auto& { return roIs.iEndUtcNs; }),
+    Of<I>(
+        "domain", [](auto& roIs) -> auto& { return roIs.eDomain; }),
+    Of<I>(
+        "status", [](auto& roIs) -> auto& { return roIs.eWorst; }),
+    Of<I>(
+        "direction", [](auto& roIs) -> auto& { return roIs.oFirstStream.eDirection; }),
+    Of<I>(
+        "stream", [](auto& roIs) -> auto& { return roIs.oFirstStream.uiIndex; }),
+    Of<I>(
+        "inputs", [](auto& roIs) -> auto& { return roIs.auiStreams[0]; }),
+    Of<I>(
+        "outputs", [](auto& roIs) -> auto& { return roIs.auiStreams[1]; }),
+    Of<I>(
+        "shared", [](auto& roIs) -> auto& { return roIs.eShared; }),
+    Of<I>(
+        "is_whole", [](auto& roIs) -> auto& { return roIs.bIsWhole; }),
+    Of<I>(
+        "is_together", [](auto& roIs) -> auto& { return roIs.bIsTogether; }),
+    Of<I>(
+        "spread_s", [](auto& roIs) -> auto& { return roIs.flSpreadSeconds; }),
+    Of<I>(
+        "stood_s", [](auto& roIs) -> auto& { return roIs.flStoodSeconds; }),
+    Of<I>(
+        "lost", [](auto& roIs) -> auto& { return roIs.uiLost; }),
+    Of<I>(
+        "first_event", [](auto& roIs) -> auto& { return roIs.uiFirstEvent; }),
+    Of<I>(
+        "reason", [](auto& roIs) -> auto& { return roIs.oFirst.eReason; }),
+    Of<I>(
+        "reason_count", [](auto& roIs) -> auto& { return roIs.oFirst.uiCount; }),
+    Of<I>(
+        "reason_member", [](auto& roIs) -> auto& { return roIs.oFirst.uiMember; }),
+    Of<I>(
+        "reason_before", [](auto& roIs) -> auto& { return roIs.oFirst.uiBefore; }),
+    Of<I>(
+        "reason_after", [](auto& roIs) -> auto& { return roIs.oFirst.uiAfter; }),
+    Of<I>(
+        "reason_value", [](auto& roIs) -> auto& { return roIs.oFirst.flValue; }),
+};
+
 // What every column is said by, with commas between.
 template <typename TRow, typename TSay> std::string Join(TSay fnSay)
 {
@@ -245,11 +299,16 @@ SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement)
 
 template std::string StoreRows_GetNames<SWatchEvent>();
 template std::string StoreRows_GetNames<SMinuteSummary>();
+template std::string StoreRows_GetNames<SIncident>();
 template std::string StoreRows_GetColumns<SWatchEvent>();
 template std::string StoreRows_GetColumns<SMinuteSummary>();
+template std::string StoreRows_GetColumns<SIncident>();
 template CStoreStatement StoreRows_Insert<SWatchEvent>(sqlite3*, const char*);
 template CStoreStatement StoreRows_Insert<SMinuteSummary>(sqlite3*, const char*);
+template CStoreStatement StoreRows_Insert<SIncident>(sqlite3*, const char*);
 template CStoreStatement& StoreRows_Bind(CStoreStatement&, const SWatchEvent&);
 template CStoreStatement& StoreRows_Bind(CStoreStatement&, const SMinuteSummary&);
+template CStoreStatement& StoreRows_Bind(CStoreStatement&, const SIncident&);
 template SWatchEvent StoreRows_Read(CStoreStatement&);
 template SMinuteSummary StoreRows_Read(CStoreStatement&);
+template SIncident StoreRows_Read(CStoreStatement&);

@@ -1,5 +1,6 @@
 #include "StoreWriter.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Notice.h"
@@ -68,11 +69,37 @@ void CStoreWriter::Put(const SWatchStep& roStep)
         {
             m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.oKey}] = roMinute;
         }
+        PutIncidents(*roStep.poPublication);
         m_oWaiting.poLatest = roStep.poPublication;
         Bound();
         m_bHasMore = true;
     }
     m_oMore.notify_one();
+}
+
+// Under the lock. One that has ended is written once more, with its end.
+void CStoreWriter::PutIncidents(const SWatchPublication& roPublication)
+{
+    const std::vector<SIncident>& raoIncidents = roPublication.oJudgement.aoIncidents;
+    for (const SIncident& roIncident : raoIncidents)
+    {
+        const bool bIsOpen = roIncident.iEndUtcNs == 0;
+        if (bIsOpen || m_oOpenIncidents.erase(roIncident.uiNumber) > 0 || roIncident.uiNumber > m_uiLastIncident)
+        {
+            m_oWaiting.aoIncidents[roIncident.uiNumber] = roIncident;
+        }
+        if (bIsOpen)
+        {
+            m_oOpenIncidents.insert(roIncident.uiNumber);
+        }
+    }
+    m_uiLastIncident = raoIncidents.empty() ? m_uiLastIncident : std::max(m_uiLastIncident, raoIncidents[0].uiNumber);
+}
+
+void CStoreWriter::KeepDelivered(uint64_t uiEvent)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    m_oWaiting.uiDelivered = uiEvent;
 }
 
 // Under the lock.
@@ -176,6 +203,7 @@ CFault CStoreWriter::Reach()
     // A file that comes back has this run already, with the numbers of its events.
     m_iRun = oRemains.iOwnRun;
     m_uiShift = m_iRun == 0 ? oRemains.uiLastEvent : m_uiShift;
+    m_uiIncidentShift = m_iRun == 0 ? oRemains.uiLastIncident : m_uiIncidentShift;
     m_aaoWrittenTexts = {};
     return {};
 }
@@ -184,6 +212,8 @@ void CStoreWriter::TakeBack(SWaiting& roWaiting)
 {
     const std::lock_guard oGuard(m_oMutex);
     m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.begin(), roWaiting.aoEvents.begin(), roWaiting.aoEvents.end());
+    m_oWaiting.aoIncidents.merge(roWaiting.aoIncidents);
+    m_oWaiting.uiDelivered = std::max(m_oWaiting.uiDelivered, roWaiting.uiDelivered);
     m_oWaiting.aoMinutes.merge(roWaiting.aoMinutes); // what has come since is newer and stays
     if (m_oWaiting.poLatest == nullptr)
     {
@@ -210,7 +240,7 @@ void CStoreWriter::Say(const CFault& roFault)
 bool CStoreWriter::Write(const SWaiting& roWaiting)
 {
     return StoreFile_Run(m_poFile.get(), "BEGIN IMMEDIATE") && WriteRun(roWaiting) && WriteEvents(roWaiting) &&
-           WriteMinutes(roWaiting) &&
+           WriteIncidents(roWaiting) && WriteMinutes(roWaiting) &&
            (roWaiting.poLatest == nullptr ||
             (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock.iUtcNs))) &&
            StoreFile_Run(m_poFile.get(), "COMMIT");
@@ -261,6 +291,25 @@ bool CStoreWriter::WriteEvents(const SWaiting& roWaiting)
         }
     }
     return true;
+}
+
+bool CStoreWriter::WriteIncidents(const SWaiting& roWaiting)
+{
+    CStoreStatement oInsert = StoreRows_Insert<SIncident>(m_poFile.get(), "incidents");
+    for (const auto& [uiNumber, roIncident] : roWaiting.aoIncidents)
+    {
+        SIncident oIncident = roIncident;
+        oIncident.uiNumber += m_uiIncidentShift;
+        oIncident.uiFirstEvent += oIncident.uiFirstEvent == 0 ? 0 : m_uiShift;
+        if (!StoreRows_Bind(oInsert, oIncident).Run())
+        {
+            return false;
+        }
+    }
+    return roWaiting.uiDelivered == 0 ||
+           CStoreStatement(m_poFile.get(), "INSERT OR REPLACE INTO delivered(id, event) VALUES (1, ?)")
+               .Bind(roWaiting.uiDelivered)
+               .Run();
 }
 
 bool CStoreWriter::WriteMinutes(const SWaiting& roWaiting)

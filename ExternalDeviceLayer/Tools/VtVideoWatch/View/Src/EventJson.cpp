@@ -2,7 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "DescriptionMembers.h"
 #include "EventKinds.h"
+#include "HealthTexts.h"
 #include "KrvTypes.h"
 #include "StreamId.h"
 #include "VideoTexts.h"
@@ -16,6 +18,17 @@ CJson GetFormatName(uint64_t uiFormat)
     VTSTR64 szName = {};
     GetPixelFormatString(static_cast<VtPixelFormat>(uiFormat), szName);
     return szName;
+}
+
+CJson FromMember(uint32_t uiMember, uint64_t uiValue)
+{
+    const std::string szValue = HealthTexts_GetMemberValue(uiMember, uiValue);
+    if (szValue == "true" || szValue == "false")
+    {
+        return uiValue != 0;
+    }
+    return static_cast<EDescriptionMember>(uiMember) == EDescriptionMember::PIXEL_FORMAT ? CJson(szValue)
+                                                                                         : CJson(uiValue);
 }
 
 CJson FromValue(const SWatchEvent& roEvent, EEventValues eMeaning, uint64_t uiValue, double flValue)
@@ -36,6 +49,10 @@ CJson FromValue(const SWatchEvent& roEvent, EEventValues eMeaning, uint64_t uiVa
         return WatchTexts_GetPowerState(static_cast<VtVideoOut_PowerState>(uiValue));
     case EEventValues::STREAM:
         return StreamId_Print({roEvent.oKey.eDirection, static_cast<uint32_t>(uiValue)});
+    case EEventValues::CADENCE:
+        return uiValue == 0 ? CJson() : CJson(HealthTexts_GetCadence(Cadence_Unpack(uiValue)));
+    case EEventValues::MEMBER:
+        return FromMember(roEvent.uiGroup, uiValue);
     case EEventValues::NUMBER:
     case EEventValues::NONE:
         break;
@@ -53,6 +70,16 @@ void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventKind& roK
     if (roKind.bHasSeconds)
     {
         roJson["seconds"] = roEvent.flSeconds;
+    }
+    if (roKind.eValues == EEventValues::MEMBER)
+    {
+        const auto aoMembers = DescriptionMembers_Get();
+        roJson["member"] = roEvent.uiGroup < aoMembers.size() ? aoMembers[roEvent.uiGroup].szName : "unknown";
+    }
+    if (roKind.bIsOfIncident)
+    {
+        roJson["incident"] = roEvent.uiGroup;
+        roJson["domain"] = HealthTexts_GetDomain(static_cast<EHealthDomain>(roEvent.uiBefore));
     }
     if (roKind.eValues != EEventValues::NONE)
     {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "EventKinds.h"
+#include "HealthJson.h"
 #include "StreamId.h"
 #include "WatchTexts.h"
 
@@ -142,7 +143,8 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
     for (const SStreamFigures& roStream : roFigures.aoStreams)
     {
         const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
-        oStreams.push_back(WatchJson_FromStream(roStream, roTexts));
+        CJson& roJson = oStreams.emplace_back(WatchJson_FromStream(roStream, roTexts));
+        roJson["health"] = HealthJson_FromStream(eDirection, WatchPublication_GetHealth(roPublication, roStream.oKey));
     }
     return {
         {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},
@@ -221,6 +223,7 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
     oJson["lock"] = WatchTexts_GetLock(roStream.eLock);
     AddTimes(oJson, roStream.oSecondsToThreshold, roStream.oSecondsToSlip);
     oJson["tai"] = FromTai(roStream);
+    HealthJson_AddTrackers(oJson, roStream);
     oJson["last_event"] = WatchJson_FromLastEvent(roStream.oLastEvent);
     return oJson;
 }
@@ -255,6 +258,7 @@ CJson WatchJson_FromCosts(const SWatchCosts& roCosts)
             {"journal_write_failures", roCosts.uiJournalWriteFailures},
             {"journal_lines_dropped", roCosts.uiJournalLinesDropped},
             {"journal_failing", roCosts.bJournalIsFailing},
+            {"incident_failures", roCosts.uiIncidentFailures},
             {"analysis_seconds", roCosts.flAnalysisSeconds},
             {"cpu_seconds", roCosts.flCpuSeconds},
             {"resident_bytes", roCosts.uiResidentBytes}};
@@ -279,6 +283,7 @@ CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
             {"started", WatchTexts_GetUtc(roPublication.iStartUtcNs)},
             {"clock", WatchJson_FromClock(roPublication.oSnapshot.oClock)},
             {"threshold", FromThreshold(roPublication.oSnapshot)},
+            {"health", HealthJson_FromWhole(roPublication.oJudgement)},
             {"costs", WatchJson_FromCosts(roPublication.oCosts)},
             {"directions",
              {{"input", FromDirection(roPublication, EStreamDirection::INPUT)},

@@ -1,0 +1,171 @@
+/*
+ * What is followed field by field beside the moments themselves: where the buffers are, what an output is fed, the
+ * order of the fields, how closely fields keep to their grid, and why some were not observed. Plain data.
+ */
+#ifndef STREAM_TRACKERS_H
+#define STREAM_TRACKERS_H
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+// Windows of the queues; the last whole seconds before the analysis.
+enum class EQueueWindow : uint8_t
+{
+    SECONDS_1,
+    SECONDS_10,
+    SECONDS_60,
+    COUNT
+};
+constexpr std::array<uint32_t, 3> auiQueueWindowSeconds = {1, 10, 60};
+
+struct SQueueLevel
+{
+    double flMean = 0.0;
+    uint32_t uiLeast = 0;
+    uint32_t uiMost = 0;
+};
+
+struct SQueueWindow
+{
+    bool bIsKnown = false; // a field of these seconds told its buffers
+    SQueueLevel oReady;    // filled, waiting for the application
+    SQueueLevel oLoaned;   // in the application's hands
+    SQueueLevel oInternal; // in the board's hands
+};
+
+// Buffers of an input.
+struct SQueueFigures
+{
+    std::array<SQueueWindow, 3> aoWindows; // by EQueueWindow
+    // How long a picture stays on its way through the queue, seconds: ready and loaned buffers of the last 10 s over
+    // the rate at which pictures come (J. D. C. Little, "A Proof for the Queuing Formula L = lambda W", 1961).
+    double flHeldSeconds = 0.0;
+    bool bIsHeldKnown = false;
+    bool bIsConsumerStalled = false;        // nothing has been taken out of a full queue for a second
+    int64_t iConsumerStalledSinceUtcNs = 0; // the first buffer skipped since then
+};
+
+// In how many fields each picture of an output is shown: 3:2 is {3, 2}. Empty: no rule.
+struct SCadence
+{
+    static constexpr uint32_t msc_uiMostRuns = 5;
+
+    std::array<uint8_t, msc_uiMostRuns> auiRuns = {};
+    uint8_t uiNbOfRuns = 0;
+
+    bool operator==(const SCadence&) const = default;
+    bool IsKnown() const { return uiNbOfRuns > 0; }
+};
+
+/* A cadence as one number and back, for events: runs of 8 bits each, the first one lowest. */
+constexpr uint64_t Cadence_Pack(const SCadence& roCadence)
+{
+    uint64_t uiPacked = 0;
+    for (uint32_t uiRun = 0; uiRun < roCadence.uiNbOfRuns; ++uiRun)
+    {
+        uiPacked |= uint64_t{roCadence.auiRuns[uiRun]} << (8 * uiRun);
+    }
+    return uiPacked;
+}
+constexpr SCadence Cadence_Unpack(uint64_t uiPacked)
+{
+    SCadence oCadence;
+    for (; uiPacked != 0 && oCadence.uiNbOfRuns < SCadence::msc_uiMostRuns; uiPacked >>= 8)
+    {
+        oCadence.auiRuns[oCadence.uiNbOfRuns++] = static_cast<uint8_t>(uiPacked);
+    }
+    return oCadence;
+}
+
+// What an output is fed.
+struct SFeedFigures
+{
+    bool bHasFed = false; // a buffer was set while it was watched
+    SCadence oCadence;
+    int64_t iCadenceSinceUtcNs = 0;
+    bool bIsStalled = false;
+    int64_t iStalledSinceUtcNs = 0; // the first field that should have shown another picture
+};
+
+struct SFieldOrderFigures
+{
+    bool bIsKnown = false;   // interlaced, and two fields have come
+    bool bIsSwapped = false; // against the order at the signal's begin, and its description does not say so
+    int64_t iSwappedUtcNs = 0;
+};
+
+enum class EUnobservedCause : uint8_t
+{
+    OUTSIDE_WAIT, // the thread was doing something else
+    NO_PROCESSOR, // the kernel says that it stood ready
+    MACHINE,      // the machine stood still
+    NEIGHBOUR,    // another stream's wait was held up meanwhile
+    COUNT
+};
+constexpr auto uiNbOfUnobservedCauses = static_cast<uint32_t>(EUnobservedCause::COUNT);
+
+// Deviations of fields from their grid, in fixed bins, so that histograms of streams, minutes and machines add up. Ten
+// bins per decade from 1 us to 0.1 s for each sign, one for what is nearer, one beyond on either side.
+constexpr uint32_t uiPacingDecades = 5;
+constexpr uint32_t uiPacingBinsPerDecade = 10;
+constexpr uint32_t uiPacingBinsPerSign = uiPacingDecades * uiPacingBinsPerDecade + 1;
+constexpr uint32_t uiPacingBins = 2 * uiPacingBinsPerSign + 1;
+// Lower bounds of the bins of a sign, seconds: 1e-6 * 10^(n / 10).
+constexpr std::array<double, uiPacingBinsPerSign> aflPacingBounds = []
+{
+    constexpr std::array<double, uiPacingBinsPerDecade> aflDecade = {
+        1.0,
+        1.2589254117941673,
+        1.5848931924611134,
+        1.9952623149688795,
+        2.5118864315095801,
+        3.1622776601683795,
+        3.9810717055349722,
+        5.0118723362727229,
+        6.3095734448019325,
+        7.9432823472428150,
+    };
+    std::array<double, uiPacingBinsPerSign> aflBounds = {};
+    double flDecade = 1e-6;
+    for (uint32_t uiBound = 0; uiBound < uiPacingBinsPerSign; ++uiBound)
+    {
+        aflBounds[uiBound] = flDecade * aflDecade[uiBound % uiPacingBinsPerDecade];
+        flDecade *= uiBound % uiPacingBinsPerDecade == uiPacingBinsPerDecade - 1 ? 10.0 : 1.0;
+    }
+    return aflBounds;
+}();
+
+struct SPacingHistogram
+{
+    // From the earliest fields to the latest: the middle one holds what is within 1 us.
+    std::array<uint64_t, uiPacingBins> auiCounts = {};
+    double flSumSeconds = 0.0;
+    double flWorstSeconds = 0.0; // signed: positive is late
+    int64_t iWorstUtcNs = 0;     // the field's start
+};
+
+// Percentiles of the size of the deviation, seconds.
+struct SPacingFigures
+{
+    double flP50 = 0.0;
+    double flP95 = 0.0;
+    double flP99 = 0.0;
+    double flP999 = 0.0;
+    uint64_t uiCount = 0;
+};
+
+/* The bin of a deviation in seconds. */
+uint32_t Pacing_GetBin(double flSeconds);
+/* Adds one histogram to another one. */
+void Pacing_Merge(SPacingHistogram& roInto, const SPacingHistogram& roFrom);
+/* What came on top of an earlier state of the same histogram; the worst field is not among it. */
+SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHistogram& roBefore);
+/*
+ * The deviation's size that a share of all fields does not exceed, seconds: the upper bound of the bin in which it
+ * lies; 0 within 1 us, and beyond the last bound the worst field's. 0 without fields.
+ */
+double Pacing_GetPercentile(const SPacingHistogram& roHistogram, double flShare);
+SPacingFigures Pacing_GetFigures(const SPacingHistogram& roHistogram);
+
+#endif

@@ -1,0 +1,153 @@
+// See FeedTracker.h.
+#include "FeedTracker.h"
+
+#include <algorithm>
+
+void CFeedTracker::Restart()
+{
+    const bool bHasFed = m_bHasFed;
+    *this = CFeedTracker(static_cast<uint32_t>(m_uiSecond));
+    m_bHasFed = bHasFed;
+}
+
+SFeedResult CFeedTracker::Take(int64_t iFields, uint64_t uiSet, uint64_t uiTick)
+{
+    SFeedResult oResult;
+    oResult.uiTick = uiTick;
+    if (!m_bHasStarted)
+    {
+        m_bHasStarted = true;
+        return oResult;
+    }
+    if (uiSet > 0)
+    {
+        TakeNew(iFields, uiTick, oResult);
+    }
+    else if (m_uiNewTick != 0)
+    {
+        TakeRepeat(iFields, uiTick, oResult);
+    }
+    return oResult;
+}
+
+void CFeedTracker::TakeNew(int64_t iFields, uint64_t uiTick, SFeedResult& roResult)
+{
+    m_bHasFed = true;
+    if (m_bIsStalled)
+    {
+        m_bIsStalled = false;
+        roResult.bHasResumed = true;
+        roResult.uiStalledTicks = uiTick - m_uiDueTick;
+    }
+    if (m_uiNewTick != 0)
+    {
+        m_auiRunTicks[m_uiNbOfRuns % msc_uiRuns] = uiTick - m_uiNewTick;
+    }
+    if (iFields == 1 && m_bIsRunWhole)
+    {
+        TakeRun(uiTick, roResult);
+    }
+    // In a gap nobody knows which field the picture began with.
+    m_bIsRunWhole = iFields == 1;
+    m_bIsBroken = false;
+    m_uiRun = 1;
+    m_uiNewTick = uiTick;
+}
+
+void CFeedTracker::TakeRepeat(int64_t iFields, uint64_t uiTick, SFeedResult& roResult)
+{
+    const uint32_t uiDue = m_oCadence.IsKnown() && m_bIsRunWhole ? GetDueRun() : 0;
+    if (m_uiRun == 1 || (uiDue > 0 && m_uiRun == uiDue))
+    {
+        m_uiDueTick = uiTick;
+    }
+    m_uiRun += static_cast<uint32_t>(std::min<int64_t>(iFields, 1'000'000));
+    if (uiDue > 0 && m_uiRun > uiDue)
+    {
+        m_bIsBroken = true;
+        Break(uiTick, roResult);
+        roResult.uiBeyond = m_uiRun - uiDue;
+    }
+    else if (m_bIsBroken)
+    {
+        roResult.uiBeyond = static_cast<uint64_t>(iFields);
+    }
+    if (!m_bIsStalled && uiTick - m_uiNewTick > GetPatience())
+    {
+        m_bIsStalled = true;
+        roResult.bHasStalled = true;
+    }
+}
+
+// The present run is over: what it says of the cadence.
+void CFeedTracker::TakeRun(uint64_t uiTick, SFeedResult& roResult)
+{
+    if (m_oCadence.IsKnown() && m_uiRun != GetDueRun())
+    {
+        Break(uiTick, roResult);
+    }
+    for (uint32_t uiLength = 1; uiLength <= SCadence::msc_uiMostRuns; ++uiLength)
+    {
+        const bool bMatches = m_uiNbOfRuns >= uiLength && m_uiRun <= msc_uiLongestRun && GetRun(uiLength) == m_uiRun;
+        m_auiMatches[uiLength] = bMatches ? m_auiMatches[uiLength] + 1 : 0;
+        m_auiMatchTicks[uiLength] = bMatches ? m_auiMatchTicks[uiLength] : uiTick;
+    }
+    m_auiRuns[m_uiNbOfRuns++ % msc_uiRuns] = m_uiRun;
+    if (!m_oCadence.IsKnown())
+    {
+        FindCadence(uiTick, roResult);
+    }
+}
+
+void CFeedTracker::FindCadence(uint64_t uiTick, SFeedResult& roResult)
+{
+    for (uint32_t uiLength = 1; uiLength <= SCadence::msc_uiMostRuns; ++uiLength)
+    {
+        if (m_auiMatches[uiLength] < msc_uiRepetitions * uiLength || uiTick - m_auiMatchTicks[uiLength] < m_uiSecond)
+        {
+            continue;
+        }
+        // Told from the turn that is largest, so that 2:3 and 3:2 are one.
+        SCadence oCadence;
+        oCadence.uiNbOfRuns = static_cast<uint8_t>(uiLength);
+        for (uint32_t uiRun = 0; uiRun < uiLength; ++uiRun)
+        {
+            oCadence.auiRuns[uiRun] = static_cast<uint8_t>(GetRun(uiLength - uiRun));
+        }
+        SCadence oLargest = oCadence;
+        for (uint32_t uiTurn = 1; uiTurn < uiLength; ++uiTurn)
+        {
+            std::rotate(oCadence.auiRuns.begin(), oCadence.auiRuns.begin() + 1, oCadence.auiRuns.begin() + uiLength);
+            oLargest = oCadence.auiRuns > oLargest.auiRuns ? oCadence : oLargest;
+        }
+        SetCadence(oLargest, uiTick, roResult);
+        return;
+    }
+}
+
+void CFeedTracker::Break(uint64_t uiTick, SFeedResult& roResult)
+{
+    SetCadence({}, uiTick, roResult);
+    m_auiMatches = {};
+}
+
+// The first one is no change.
+void CFeedTracker::SetCadence(const SCadence& roCadence, uint64_t uiTick, SFeedResult& roResult)
+{
+    roResult.bCadenceChanged = m_oLastCadence.IsKnown();
+    roResult.oBefore = m_oCadence;
+    m_oCadence = roCadence;
+    m_oLastCadence = roCadence.IsKnown() ? roCadence : m_oLastCadence;
+    m_uiCadenceTick = uiTick;
+}
+
+// How long the present run is due to be.
+uint32_t CFeedTracker::GetDueRun() const
+{
+    return GetRun(m_oCadence.uiNbOfRuns);
+}
+
+uint64_t CFeedTracker::GetPatience() const
+{
+    return std::max(m_uiSecond, 3 * *std::ranges::max_element(m_auiRunTicks));
+}

@@ -1,0 +1,41 @@
+/*
+ * What streams were told to do. What nobody told is learned from what they do.
+ */
+#ifndef WATCH_EXPECTATIONS_H
+#define WATCH_EXPECTATIONS_H
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "DescriptionMembers.h"
+
+struct SExpectedMember
+{
+    EDescriptionMember eMember = EDescriptionMember::H_ACTIVE;
+    uint64_t uiValue = 0;
+};
+
+struct SStreamExpectation
+{
+    bool bRuns = false;
+    bool bIsFed = false;       // outputs
+    uint32_t uiLockedWith = 0; // bit i: stream i of the direction
+    // Fields per second as a ratio; 0: any.
+    uint64_t uiRateNumerator = 0;
+    uint64_t uiRateDenominator = 1;
+    std::vector<SExpectedMember> aoMembers; // of the description
+
+    bool IsTold() const { return bRuns || bIsFed || uiLockedWith != 0 || uiRateNumerator != 0 || !aoMembers.empty(); }
+};
+
+struct SJudgeSettings
+{
+    std::array<std::vector<SStreamExpectation>, 2> aoStreams; // by EStreamDirection; missing ones expect nothing
+    double flLearnSeconds = 60.0;   // so long a stream does something before it is expected to go on
+    double flRecoverySeconds = 3.0; // so long it must be better to count as better
+    double flMostPpm = 5000.0;      // of a rate against the nominal one (CTA-861 allows 0.5 %)
+    uint64_t uiIncidentsBefore = 0; // number of the last incident of earlier runs
+};
+
+#endif

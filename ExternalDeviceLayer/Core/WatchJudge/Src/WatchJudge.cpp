@@ -1,0 +1,369 @@
+// See WatchJudge.h.
+#include "WatchJudge.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "IncidentList.h"
+#include "StreamFindings.h"
+
+namespace
+{
+
+constexpr double flNsPerSecond = 1e9;
+
+using FindingFunction = SDomainFinding (*)(const SStreamCase&);
+constexpr std::array<FindingFunction, uiNbOfHealthDomains> apfnFindings = {
+    StreamFindings_GetSignal, StreamFindings_GetDelivery, StreamFindings_GetFeed, StreamFindings_GetSynchronisation,
+    StreamFindings_GetObservation};
+
+// A stream between two seconds.
+struct SJudgedStream
+{
+    std::array<CDomainHealth, uiNbOfHealthDomains> aoDomains;
+    SHealth oOverall;
+    CStreamHabits oHabits;
+    SStreamNews oNews;
+    SLockFinding oLock;
+    int64_t iLockedUtcNs = 0;  // when it was last in lock
+    int64_t iSteppedUtcNs = 0; // when its grid last moved
+    uint64_t uiBeyondBefore = 0;
+    uint64_t uiAwayTold = 0; // fields that the present loss has cost so far
+};
+
+struct SJudgedDirection
+{
+    std::vector<SJudgedStream> aoStreams;
+    std::vector<uint64_t> auiLockedSinceNs; // by pair; 0: not in lock
+};
+
+double GetPeriodSeconds(const SStreamFigures& roFigures)
+{
+    const double flRate = roFigures.flNominalRateHz;
+    return roFigures.flPeriodSeconds > 0.0 ? roFigures.flPeriodSeconds : flRate > 0.0 ? 1.0 / flRate : 0.0;
+}
+
+} // namespace
+
+struct SJudge
+{
+    explicit SJudge(const SJudgeSettings& roSettings) : oSettings(roSettings), oIncidents(roSettings.uiIncidentsBefore)
+    {
+    }
+
+    const SStreamExpectation& GetTold(size_t uiDirection, size_t uiStream) const
+    {
+        const std::vector<SStreamExpectation>& raoTold = oSettings.aoStreams[uiDirection];
+        return uiStream < raoTold.size() ? raoTold[uiStream] : oNothing;
+    }
+
+    SJudgeSettings oSettings;
+    SStreamExpectation oNothing;
+    std::array<SJudgedDirection, 2> aoDirections;
+    CIncidentList oIncidents;
+    std::vector<SFaultBegin> aoBegun; // this second
+    SHealth oOverall;
+};
+
+namespace
+{
+
+void TakeNews(SJudge& roJudge, const SJudgeInput& roInput)
+{
+    for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
+    {
+        SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
+        const SDirectionFigures& roFigures = roInput.roSnapshot.aoDirections[uiDirection];
+        roDirection.aoStreams.resize(roFigures.aoStreams.size());
+        roDirection.auiLockedSinceNs.resize(roFigures.aoPairs.size());
+        for (SJudgedStream& roStream : roDirection.aoStreams)
+        {
+            roStream.oNews = {};
+        }
+    }
+    for (const SWatchEvent& roEvent : roInput.aoHappenings)
+    {
+        std::vector<SJudgedStream>& raoStreams =
+            roJudge.aoDirections[static_cast<size_t>(roEvent.oKey.eDirection)].aoStreams;
+        if (roEvent.oKey.uiIndex >= raoStreams.size() || roEvent.eKind >= EWatchEventKind::COUNT)
+        {
+            continue;
+        }
+        SJudgedStream& roStream = raoStreams[roEvent.oKey.uiIndex];
+        const SWatchEvent*& rpoFirst = roStream.oNews.apoFirst[static_cast<size_t>(roEvent.eKind)];
+        rpoFirst = rpoFirst == nullptr || roEvent.iUtcNs < rpoFirst->iUtcNs ? &roEvent : rpoFirst;
+        if (roEvent.eKind == EWatchEventKind::PHASE_STEPPED)
+        {
+            roStream.iSteppedUtcNs = roEvent.iUtcNs;
+        }
+    }
+}
+
+// A stream against another one of a pair.
+void TakeLock(SJudgedStream& roStream, uint32_t uiPeer, ELockState eLock, const SStreamExpectation& roTold)
+{
+    const bool bIsTold = (roTold.uiLockedWith >> uiPeer & 1U) != 0;
+    const bool bIsPeer = (roStream.oHabits.Get().uiPeers >> uiPeer & 1U) != 0;
+    SLockFinding& roLock = roStream.oLock;
+    // Who only passes is still where it was; told is more than that.
+    roLock.bIsLocked |= bIsPeer && (eLock == ELockState::LOCKED || eLock == ELockState::PASSING);
+    if (eLock == ELockState::IDLE || eLock == ELockState::LOCKED || (!bIsTold && !bIsPeer))
+    {
+        return;
+    }
+    const bool bDrifts = eLock == ELockState::PASSING;
+    if (bIsTold && (!roLock.bIsTold || (roLock.bDrifts && !bDrifts)))
+    {
+        roLock.bIsTold = true;
+        roLock.bDrifts = bDrifts;
+        roLock.uiPeer = uiPeer;
+    }
+    else if (!roLock.bIsTold && !bDrifts)
+    {
+        roLock.bIsMissing = true;
+        roLock.uiPeer = uiPeer;
+    }
+}
+
+void TakeLocks(SJudge& roJudge, const SJudgeInput& roInput, size_t uiDirection)
+{
+    SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
+    const SDirectionFigures& roFigures = roInput.roSnapshot.aoDirections[uiDirection];
+    const int64_t iInstantUtcNs = roInput.roSnapshot.oClock.iUtcNs;
+    for (SJudgedStream& roStream : roDirection.aoStreams)
+    {
+        roStream.oLock = {};
+    }
+    for (const SPairFigures& roPair : roFigures.aoPairs)
+    {
+        SJudgedStream& roFirst = roDirection.aoStreams[roPair.uiFirst];
+        SJudgedStream& roSecond = roDirection.aoStreams[roPair.uiSecond];
+        TakeLock(roFirst, roPair.uiSecond, roPair.eLock, roJudge.GetTold(uiDirection, roPair.uiFirst));
+        TakeLock(roSecond, roPair.uiFirst, roPair.eLock, roJudge.GetTold(uiDirection, roPair.uiSecond));
+        if (roPair.eLock == ELockState::LOCKED)
+        {
+            roFirst.iLockedUtcNs = iInstantUtcNs;
+            roSecond.iLockedUtcNs = iInstantUtcNs;
+        }
+    }
+    for (SJudgedStream& roStream : roDirection.aoStreams)
+    {
+        SLockFinding& roLock = roStream.oLock;
+        roLock.bIsMissing = roLock.bIsTold || (roLock.bIsMissing && !roLock.bIsLocked);
+        roLock.iSinceUtcNs = std::max(roStream.iLockedUtcNs, roStream.iSteppedUtcNs);
+        roLock.iSinceUtcNs = roLock.iSinceUtcNs != 0 ? roLock.iSinceUtcNs : roInput.roSnapshot.oClock.iUtcNs;
+    }
+}
+
+void LearnLocks(SJudge& roJudge, const SJudgeInput& roInput, size_t uiDirection)
+{
+    SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
+    const std::vector<SPairFigures>& raoPairs = roInput.roSnapshot.aoDirections[uiDirection].aoPairs;
+    for (size_t uiPair = 0; uiPair < raoPairs.size(); ++uiPair)
+    {
+        uint64_t& ruiSinceNs = roDirection.auiLockedSinceNs[uiPair];
+        if (raoPairs[uiPair].eLock != ELockState::LOCKED)
+        {
+            ruiSinceNs = 0;
+            continue;
+        }
+        ruiSinceNs = ruiSinceNs != 0 ? ruiSinceNs : roInput.roSnapshot.oClock.uiMonotonicNs;
+        if (static_cast<double>(roInput.roSnapshot.oClock.uiMonotonicNs - ruiSinceNs) >=
+            roJudge.oSettings.flLearnSeconds * flNsPerSecond)
+        {
+            roDirection.aoStreams[raoPairs[uiPair].uiFirst].oHabits.AddPeer(raoPairs[uiPair].uiSecond);
+            roDirection.aoStreams[raoPairs[uiPair].uiSecond].oHabits.AddPeer(raoPairs[uiPair].uiFirst);
+        }
+    }
+}
+
+// Fields of a signal that is away: those that were not told yet.
+uint64_t GetAwayGrowth(SJudgedStream& roStream, const SDomainFinding& roFinding, double flRateHz)
+{
+    const SWatchEvent* poBack = roStream.oNews.Find(EWatchEventKind::SIGNAL_BACK);
+    const double flAway = roFinding.flAwaySeconds >= 0.0 ? roFinding.flAwaySeconds
+                          : poBack != nullptr            ? poBack->flSeconds
+                                                         : -1.0;
+    if (flAway < 0.0)
+    {
+        roStream.uiAwayTold = 0;
+        return 0;
+    }
+    const auto uiSoFar = static_cast<uint64_t>(flAway * flRateHz + 0.5);
+    const uint64_t uiGrowth = uiSoFar - std::min(uiSoFar, roStream.uiAwayTold);
+    roStream.uiAwayTold = roFinding.flAwaySeconds >= 0.0 ? std::max(uiSoFar, roStream.uiAwayTold) : 0;
+    return uiGrowth;
+}
+
+// The first event of a stream that can belong to a fault.
+uint64_t FindEvent(const SJudgeInput& roInput, const SStreamFigures& roFigures, int64_t iBeginUtcNs)
+{
+    const auto iPeriodNs = static_cast<int64_t>(GetPeriodSeconds(roFigures) * flNsPerSecond);
+    const auto itEvent =
+        std::ranges::find_if(roInput.aoEvents, [&](const SWatchEvent& roEvent)
+                             { return roEvent.oKey == roFigures.oKey && roEvent.iUtcNs >= iBeginUtcNs - iPeriodNs; });
+    return itEvent != roInput.aoEvents.end() ? itEvent->uiNumber : roFigures.oLastEvent.uiNumber;
+}
+
+void JudgeDomain(SJudge& roJudge, const SJudgeInput& roInput, const SStreamCase& roCase, SJudgedStream& roStream,
+                 uint32_t uiDomain)
+{
+    const SStreamFigures& roFigures = roCase.roFigures;
+    const auto eDomain = static_cast<EHealthDomain>(uiDomain);
+    SDomainFinding oFinding = apfnFindings[uiDomain](roCase);
+    CDomainHealth& roDomain = roStream.aoDomains[uiDomain];
+    const SDomainChange oChange =
+        roDomain.Take(oFinding, {roInput.roSnapshot.oClock.iUtcNs, roInput.roSnapshot.oClock.uiMonotonicNs},
+                      roJudge.oSettings.flRecoverySeconds);
+    if (eDomain == EHealthDomain::SIGNAL)
+    {
+        oFinding.uiLost += GetAwayGrowth(roStream, oFinding, roFigures.flNominalRateHz);
+    }
+    if (oChange.bEnded)
+    {
+        roJudge.oIncidents.End(roFigures.oKey, eDomain, oChange.iUtcNs);
+    }
+    if (oChange.bBegan)
+    {
+        roJudge.aoBegun.push_back({roFigures.oKey, eDomain, oFinding.iBeginUtcNs, oFinding.iEndUtcNs, oFinding.eStatus,
+                                   oFinding.oReason, GetPeriodSeconds(roFigures), roStream.oHabits.Get().uiPeers,
+                                   FindEvent(roInput, roFigures, oFinding.iBeginUtcNs), oFinding.uiLost});
+    }
+    else if (roDomain.Get().eStatus > EHealthStatus::HEALTHY)
+    {
+        roJudge.oIncidents.Take(roFigures.oKey, eDomain, oFinding.uiLost, oFinding.eStatus, oFinding.oReason);
+    }
+}
+
+// The worst domain; a stream without a signal that nobody misses is inactive.
+void JudgeOverall(SJudgedStream& roStream)
+{
+    const SHealth* poWorst = &roStream.aoDomains[0].Get();
+    for (const CDomainHealth& roDomain : roStream.aoDomains)
+    {
+        poWorst = HealthStatus_IsWorse(roDomain.Get().eStatus, poWorst->eStatus) ? &roDomain.Get() : poWorst;
+    }
+    Health_Enter(roStream.oOverall, poWorst->eStatus, poWorst->oReason, poWorst->iSinceUtcNs);
+}
+
+void JudgeStream(SJudge& roJudge, const SJudgeInput& roInput, const SStreamFigures& roFigures, SJudgedStream& roStream)
+{
+    const SStreamExpectation& roTold =
+        roJudge.GetTold(static_cast<size_t>(roFigures.oKey.eDirection), roFigures.oKey.uiIndex);
+    const uint64_t uiBeyond = roFigures.oCounters.uiRepeatedBeyond - roStream.uiBeyondBefore;
+    roStream.uiBeyondBefore = roFigures.oCounters.uiRepeatedBeyond;
+    const SStreamCase oCase = {roFigures,
+                               roStream.oNews,
+                               roTold,
+                               roStream.oHabits.Get(),
+                               roStream.oLock,
+                               roJudge.oSettings,
+                               roInput.roSnapshot.oClock.iUtcNs,
+                               uiBeyond};
+    for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
+    {
+        JudgeDomain(roJudge, roInput, oCase, roStream, uiDomain);
+    }
+    JudgeOverall(roStream);
+    roStream.oHabits.Take(roFigures, roStream.oNews, roInput.roSnapshot.oClock.uiMonotonicNs,
+                          roJudge.oSettings.flLearnSeconds, roJudge.oSettings.flMostPpm);
+}
+
+void FillHealth(SJudge& roJudge, SJudgement& roJudgement)
+{
+    SHealth oWorst;
+    for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
+    {
+        const std::vector<SJudgedStream>& raoStreams = roJudge.aoDirections[uiDirection].aoStreams;
+        std::vector<SStreamHealth>& raoHealth = roJudgement.aoStreams[uiDirection];
+        raoHealth.resize(raoStreams.size());
+        for (size_t uiStream = 0; uiStream < raoStreams.size(); ++uiStream)
+        {
+            raoHealth[uiStream].oOverall = raoStreams[uiStream].oOverall;
+            for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
+            {
+                raoHealth[uiStream].aoDomains[uiDomain] = raoStreams[uiStream].aoDomains[uiDomain].Get();
+            }
+            oWorst = raoStreams[uiStream].oOverall.eStatus > oWorst.eStatus ? raoStreams[uiStream].oOverall : oWorst;
+        }
+    }
+    Health_Enter(roJudge.oOverall, oWorst.eStatus, oWorst.oReason, oWorst.iSinceUtcNs);
+    roJudgement.oOverall = roJudge.oOverall;
+    roJudge.oIncidents.Fill(roJudgement);
+}
+
+std::array<uint32_t, 2> GetRunning(const SWatchSnapshot& roSnapshot)
+{
+    std::array<uint32_t, 2> auiRunning = {};
+    for (size_t uiDirection = 0; uiDirection < auiRunning.size(); ++uiDirection)
+    {
+        for (const SStreamFigures& roFigures : roSnapshot.aoDirections[uiDirection].aoStreams)
+        {
+            auiRunning[uiDirection] |= roFigures.eState == EStreamState::RUNNING ? 1U << roFigures.oKey.uiIndex : 0U;
+        }
+    }
+    return auiRunning;
+}
+
+} // namespace
+
+void WatchJudge_Destroy(SJudge* poJudge)
+{
+    delete poJudge;
+}
+
+WatchJudgePtr WatchJudge_Create(const SJudgeSettings& roSettings)
+{
+    return WatchJudgePtr(new SJudge(roSettings));
+}
+
+std::span<const SWatchEvent> WatchJudge_Take(SJudge& roJudge, const SJudgeInput& roInput, SJudgement& roJudgement)
+{
+    roJudge.oIncidents.ForgetEvents();
+    roJudge.aoBegun.clear();
+    TakeNews(roJudge, roInput);
+    for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
+    {
+        TakeLocks(roJudge, roInput, uiDirection);
+        const std::vector<SStreamFigures>& raoFigures = roInput.roSnapshot.aoDirections[uiDirection].aoStreams;
+        for (size_t uiStream = 0; uiStream < raoFigures.size(); ++uiStream)
+        {
+            JudgeStream(roJudge, roInput, raoFigures[uiStream], roJudge.aoDirections[uiDirection].aoStreams[uiStream]);
+        }
+        LearnLocks(roJudge, roInput, uiDirection);
+    }
+    // In the order of their moments, so that the first one names the incident.
+    std::ranges::stable_sort(roJudge.aoBegun, {}, &SFaultBegin::iBeginUtcNs);
+    for (const SFaultBegin& roFault : roJudge.aoBegun)
+    {
+        roJudge.oIncidents.Begin(roFault);
+        roJudge.oIncidents.Take(roFault.oKey, roFault.eDomain, roFault.uiLost, roFault.eStatus, roFault.oReason);
+    }
+    roJudge.oIncidents.Close(GetRunning(roInput.roSnapshot));
+    FillHealth(roJudge, roJudgement);
+    return roJudge.oIncidents.GetEvents();
+}
+
+std::span<const SWatchEvent> WatchJudge_End(SJudge& roJudge, int64_t iNowUtcNs, SJudgement& roJudgement)
+{
+    roJudge.oIncidents.ForgetEvents();
+    for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
+    {
+        std::vector<SJudgedStream>& raoStreams = roJudge.aoDirections[uiDirection].aoStreams;
+        for (uint32_t uiStream = 0; uiStream < raoStreams.size(); ++uiStream)
+        {
+            for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
+            {
+                const SDomainChange oChange = raoStreams[uiStream].aoDomains[uiDomain].End(iNowUtcNs);
+                if (oChange.bEnded)
+                {
+                    roJudge.oIncidents.End({static_cast<EStreamDirection>(uiDirection), uiStream},
+                                           static_cast<EHealthDomain>(uiDomain), oChange.iUtcNs);
+                }
+            }
+        }
+    }
+    roJudge.oIncidents.Close({});
+    roJudge.oIncidents.Fill(roJudgement);
+    return roJudge.oIncidents.GetEvents();
+}

@@ -1,0 +1,219 @@
+#include "CheckBaseline.h"
+
+#include <algorithm>
+
+#include "HealthTexts.h"
+#include "StreamId.h"
+#include "TextFormat.h"
+#include "WatchTexts.h"
+
+namespace
+{
+
+// What the figures tell better, condition by condition.
+bool IsToldByFigures(const SIncident& roIncident)
+{
+    switch (roIncident.oFirst.eReason)
+    {
+    case EHealthReason::FEED_STALLED:
+    case EHealthReason::NOT_FED:
+    case EHealthReason::CADENCE_BROKEN:
+    case EHealthReason::CONSUMER_STALLED:
+    case EHealthReason::FIELD_ORDER_SWAPPED:
+    case EHealthReason::DESCRIPTION_CHANGED:
+    case EHealthReason::TIMINGS_INVALID:
+        return false;
+    default:
+        return true;
+    }
+}
+
+std::vector<SStreamKey> GetStreams(const SIncident& roIncident)
+{
+    std::vector<SStreamKey> aoStreams;
+    for (const EStreamDirection eDirection : aeDirections)
+    {
+        for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+        {
+            if ((roIncident.auiStreams[static_cast<size_t>(eDirection)] >> uiIndex & 1U) != 0)
+            {
+                aoStreams.push_back({eDirection, uiIndex});
+            }
+        }
+    }
+    return aoStreams;
+}
+
+// Whether a feed that broke its cadence stands still by now: then that is what there is to say.
+std::string GetText(const SIncident& roIncident, const SWatchPublication& roPublication)
+{
+    SIncident oIncident = roIncident;
+    const SHealth& roNow = WatchPublication_GetHealth(roPublication, roIncident.oFirstStream)
+                               .aoDomains[static_cast<size_t>(roIncident.eDomain)];
+    if (roNow.eStatus > EHealthStatus::HEALTHY && roIncident.eShared == EIncidentShare::STREAM)
+    {
+        oIncident.oFirst = roNow.oReason;
+    }
+    std::string szText = HealthTexts_GetIncidentTitle(oIncident);
+    szText += roIncident.uiLost > 0
+                  ? TextFormat_Print(", %llu fields", static_cast<unsigned long long>(roIncident.uiLost))
+                  : "";
+    return szText + ", since " + WatchTexts_GetUtc(roIncident.iBeginUtcNs);
+}
+
+void AddIncidents(const SWatchPublication& roPublication, SCheckVerdict& roVerdict)
+{
+    for (const SIncident& roIncident : roPublication.oJudgement.aoIncidents)
+    {
+        if (!IsToldByFigures(roIncident))
+        {
+            roVerdict.aoFindings.push_back(
+                {roIncident.eWorst == EHealthStatus::UNHEALTHY ? EVerdict::CRITICAL : EVerdict::WARNING,
+                 HealthTexts_GetDomain(roIncident.eDomain), GetText(roIncident, roPublication),
+                 GetStreams(roIncident)});
+        }
+    }
+}
+
+class CBaseline
+{
+public:
+    CBaseline(const SWatchPublication& roPublication, SCheckVerdict& roVerdict)
+        : m_roPublication(roPublication), m_roVerdict(roVerdict)
+    {
+    }
+
+    void Compare(const SStreamKey& roKey, const SStreamExpectation& roTold)
+    {
+        const SDirectionFigures& roDirection =
+            m_roPublication.oSnapshot.aoDirections[static_cast<size_t>(roKey.eDirection)];
+        const std::string szId = StreamId_Print(roKey);
+        if (roKey.uiIndex >= roDirection.aoStreams.size())
+        {
+            Find(roKey, "the board has no " + szId);
+            return;
+        }
+        const SStreamFigures& roFigures = roDirection.aoStreams[roKey.uiIndex];
+        if (roFigures.eState != EStreamState::RUNNING)
+        {
+            Find(roKey, szId + " is " + WatchTexts_GetState(roFigures.eState));
+            return;
+        }
+        CompareDescription(roFigures, roTold, szId);
+        CompareLocks(roFigures, roTold, szId);
+        if (roTold.bIsFed && !roFigures.oFeed.bHasFed)
+        {
+            Find(roKey, szId + " is not fed");
+        }
+    }
+
+private:
+    void Find(const SStreamKey& roKey, const std::string& rszText)
+    {
+        m_roVerdict.aoFindings.push_back({EVerdict::CRITICAL, "expect", rszText, {roKey}});
+    }
+    void CompareDescription(const SStreamFigures& roFigures, const SStreamExpectation& roTold, const std::string& rszId)
+    {
+        if (roTold.uiRateNumerator != 0 && (roFigures.uiNominalNumerator != roTold.uiRateNumerator ||
+                                            roFigures.uiNominalDenominator != roTold.uiRateDenominator))
+        {
+            Find(roFigures.oKey,
+                 TextFormat_Print("%s runs at %.6g Hz, expected %.6g", rszId.c_str(), roFigures.flNominalRateHz,
+                                  static_cast<double>(roTold.uiRateNumerator) /
+                                      static_cast<double>(roTold.uiRateDenominator)));
+        }
+        for (const SExpectedMember& roMember : roTold.aoMembers)
+        {
+            const auto uiMember = static_cast<uint32_t>(roMember.eMember);
+            const uint64_t uiIs = DescriptionMembers_Get()[uiMember].fnGet(roFigures.oDescription);
+            if (uiIs != roMember.uiValue)
+            {
+                SHealthReason oReason;
+                oReason.eReason = EHealthReason::OTHER_STANDARD;
+                oReason.uiMember = uiMember;
+                oReason.uiBefore = roMember.uiValue;
+                oReason.uiAfter = uiIs;
+                Find(roFigures.oKey,
+                     rszId + ": " + HealthTexts_GetReason(EHealthDomain::SIGNAL, roFigures.oKey.eDirection, oReason));
+            }
+        }
+    }
+    void CompareLocks(const SStreamFigures& roFigures, const SStreamExpectation& roTold, const std::string& rszId)
+    {
+        const SDirectionFigures& roDirection =
+            m_roPublication.oSnapshot.aoDirections[static_cast<size_t>(roFigures.oKey.eDirection)];
+        for (const SPairFigures& roPair : roDirection.aoPairs)
+        {
+            // Once per pair: with its first stream.
+            if (roPair.uiFirst == roFigures.oKey.uiIndex && (roTold.uiLockedWith >> roPair.uiSecond & 1U) != 0 &&
+                roPair.eLock != ELockState::LOCKED)
+            {
+                Find(roFigures.oKey, rszId + " and " + StreamId_Print({roFigures.oKey.eDirection, roPair.uiSecond}) +
+                                         " are " + WatchTexts_GetLock(roPair.eLock) + ", expected locked");
+            }
+        }
+    }
+
+    const SWatchPublication& m_roPublication;
+    SCheckVerdict& m_roVerdict;
+};
+
+// Streams that run and that nobody told about: only a baseline can miss them.
+void AddNewcomers(const SJudgeSettings& roSettings, const SWatchPublication& roPublication, SCheckVerdict& roVerdict)
+{
+    WatchPublication_ForEachStream(
+        roPublication.oSnapshot,
+        [&](const SStreamFigures& roFigures)
+        {
+            const auto& raoTold = roSettings.aoStreams[static_cast<size_t>(roFigures.oKey.eDirection)];
+            const bool bIsKnown = roFigures.oKey.uiIndex < raoTold.size() && raoTold[roFigures.oKey.uiIndex].IsTold();
+            if (roFigures.eState == EStreamState::RUNNING && !bIsKnown)
+            {
+                roVerdict.aoFindings.push_back({EVerdict::WARNING,
+                                                "expect",
+                                                StreamId_Print(roFigures.oKey) + " runs, and is not in the baseline",
+                                                {roFigures.oKey}});
+            }
+        });
+}
+
+} // namespace
+
+CFault CheckBaseline_Read(const SCheckOptions& roOptions, SJudgeSettings& roSettings)
+{
+    SExpectOptions oExpect = roOptions.oExpect;
+    oExpect.aoExpected = roOptions.aoExpected;
+    std::string szFault;
+    return Expectations_Read(oExpect, roSettings, szFault) ? CFault() : CFault(szFault);
+}
+
+void CheckBaseline_Judge(const SCheckOptions& roOptions, const SWatchPublication& roPublication,
+                         SCheckVerdict& roVerdict)
+{
+    AddIncidents(roPublication, roVerdict);
+    // Whether a stream runs at all the figures have told of those that an option names.
+    SJudgeSettings oSettings;
+    std::string szFault;
+    static_cast<void>(Expectations_Read(roOptions.oExpect, oSettings, szFault));
+    CBaseline oBaseline(roPublication, roVerdict);
+    for (const EStreamDirection eDirection : aeDirections)
+    {
+        const std::vector<SStreamExpectation>& raoTold = oSettings.aoStreams[static_cast<size_t>(eDirection)];
+        for (uint32_t uiIndex = 0; uiIndex < raoTold.size(); ++uiIndex)
+        {
+            if (raoTold[uiIndex].IsTold())
+            {
+                oBaseline.Compare({eDirection, uiIndex}, raoTold[uiIndex]);
+            }
+        }
+    }
+    if (!roOptions.oExpect.szFile.empty())
+    {
+        AddNewcomers(oSettings, roPublication, roVerdict);
+    }
+    if (!roOptions.szSave.empty() && !Expectations_Save(roOptions.szSave, roPublication, szFault))
+    {
+        roVerdict.aoFindings.push_back({EVerdict::UNKNOWN, "save", "cannot save " + szFault, {}});
+    }
+    CheckVerdict_Sort(roVerdict);
+}

@@ -1,0 +1,167 @@
+#include "IncidentDelivery.h"
+
+#include <algorithm>
+#include <chrono>
+#include <pthread.h>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "EventKinds.h"
+#include "HealthJson.h"
+#include "HealthTexts.h"
+#include "Notice.h"
+#include "StreamId.h"
+#include "SystemJournal.h"
+
+namespace
+{
+
+constexpr size_t uiMostWaiting = 10000;
+constexpr uint64_t uiFirstPauseMs = 1000;
+constexpr uint64_t uiLongestPauseMs = 300'000;
+
+void TellJournal(const SIncidentNews& roNews)
+{
+    const SIncident& roIncident = roNews.oIncident;
+    const bool bBegan = roNews.eKind == EWatchEventKind::INCIDENT_BEGAN;
+    const std::string szNumber = std::to_string(roIncident.uiNumber);
+    std::vector<std::string> aszFields = {
+        std::string("MESSAGE=incident ") + szNumber + (bBegan ? " began: " : " ended: ") +
+            HealthTexts_GetIncidentTitle(roIncident),
+        std::string("MESSAGE_ID=") + (bBegan ? szIncidentBeganId : szIncidentEndedId),
+        std::string("PRIORITY=") + (bBegan ? "4" : "6"),
+        "VT_INCIDENT=" + szNumber,
+        "VT_DOMAIN=" + std::string(HealthTexts_GetDomain(roIncident.eDomain)),
+        "VT_REASON=" + HealthTexts_GetIncidentCause(roIncident),
+        "VT_LOST=" + std::to_string(roIncident.uiLost),
+    };
+    // A field may come several times: one per stream.
+    for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
+    {
+        for (const std::string& rszId :
+             StreamId_PrintMembers(static_cast<EStreamDirection>(uiDirection), roIncident.auiStreams[uiDirection]))
+        {
+            aszFields.push_back("VT_STREAM=" + rszId);
+        }
+    }
+    SystemJournal_Put(aszFields);
+}
+
+} // namespace
+
+std::string IncidentDelivery_Print(const SIncidentNews& roNews)
+{
+    CJson oJson = {{"event", EventKind_Get(roNews.eKind).szName}, {"event_number", roNews.uiEvent}};
+    oJson.update(HealthJson_FromIncident(roNews.oIncident));
+    return WatchJson_Print(oJson) + "\n";
+}
+
+void CIncidentDelivery::Start()
+{
+    m_oThread = std::thread(
+        [this]
+        {
+            pthread_setname_np(pthread_self(), "incidents");
+            Run();
+        });
+}
+
+void CIncidentDelivery::Put(const SIncidentNews& roNews)
+{
+    {
+        const std::lock_guard oGuard(m_oMutex);
+        if (m_aoWaiting.size() == uiMostWaiting)
+        {
+            return;
+        }
+        m_aoWaiting.push_back(roNews);
+    }
+    m_oMore.notify_one();
+}
+
+void CIncidentDelivery::Close()
+{
+    if (m_oThread.joinable())
+    {
+        {
+            const std::lock_guard oGuard(m_oMutex);
+            m_bIsToEnd = true;
+        }
+        m_oMore.notify_one();
+        m_oThread.join();
+    }
+}
+
+uint64_t CIncidentDelivery::GetFailures()
+{
+    const std::lock_guard oGuard(m_oMutex);
+    return m_uiFailures;
+}
+
+void CIncidentDelivery::Run()
+{
+    std::unique_lock oLock(m_oMutex);
+    while (!m_bIsToEnd)
+    {
+        if (m_uiPauseMs > 0)
+        {
+            m_oMore.wait_for(oLock, std::chrono::milliseconds(m_uiPauseMs), [this] { return m_bIsToEnd.load(); });
+        }
+        m_oMore.wait(oLock, [this] { return m_bIsToEnd || !m_aoWaiting.empty(); });
+        if (m_bIsToEnd)
+        {
+            break;
+        }
+        SIncidentNews oNews = m_aoWaiting.front();
+        m_aoWaiting.front().bIsOld = true;
+        oLock.unlock();
+        const bool bIsDelivered = Deliver(oNews);
+        oLock.lock();
+        if (bIsDelivered)
+        {
+            m_aoWaiting.pop_front();
+            m_uiPauseMs = 0;
+        }
+        else
+        {
+            m_uiPauseMs = std::clamp(2 * m_uiPauseMs, uiFirstPauseMs, uiLongestPauseMs);
+        }
+    }
+}
+
+bool CIncidentDelivery::Deliver(const SIncidentNews& roNews)
+{
+    if (!roNews.bIsOld)
+    {
+        TellJournal(roNews);
+    }
+    if (!m_fnRun)
+    {
+        return true;
+    }
+    std::string szFault;
+    const bool bIsDelivered = m_fnRun(IncidentDelivery_Print(roNews), m_bIsToEnd, szFault);
+    if (!m_bIsToEnd)
+    {
+        Say(bIsDelivered, szFault);
+    }
+    if (bIsDelivered && m_fnKeep)
+    {
+        m_fnKeep(roNews.uiEvent);
+    }
+    return bIsDelivered;
+}
+
+void CIncidentDelivery::Say(bool bIsDelivered, const std::string& rszFault)
+{
+    const std::lock_guard oGuard(m_oMutex);
+    m_uiFailures += bIsDelivered ? 0 : 1;
+    if (bIsDelivered == m_bIsFailing)
+    {
+        m_bIsFailing = !bIsDelivered;
+        Notice_Say(bIsDelivered ? "the program for incidents takes them again; it failed " +
+                                      std::to_string(m_uiFailures) + " times so far"
+                                : "the program for incidents failed (" + rszFault + "); it is tried again");
+    }
+}

@@ -1,0 +1,23 @@
+/*
+ * The judgement as JSON: the health of a stream, of the whole, and incidents; shapes in docs/api/. No state; any
+ * thread.
+ */
+#ifndef HEALTH_JSON_H
+#define HEALTH_JSON_H
+
+#include "WatchHealth.h"
+#include "WatchJson.h"
+
+/* {overall, since, reason, domains: {signal: {status, since, reason, transitions}, ...}}. */
+CJson HealthJson_FromStream(EStreamDirection eDirection, const SStreamHealth& roHealth);
+
+/* {status, since, reason, incidents_open, incidents}: of the whole. */
+CJson HealthJson_FromWhole(const SJudgement& roJudgement);
+
+/* An incident; its end is null while it is open. */
+CJson HealthJson_FromIncident(const SIncident& roIncident);
+
+/* Queues, feed, field order, causes and pacing of a stream, appended to its object. */
+void HealthJson_AddTrackers(CJson& roJson, const SStreamFigures& roStream);
+
+#endif

@@ -1,0 +1,229 @@
+#include "HealthTexts.h"
+
+#include <array>
+#include <bit>
+
+#include "DescriptionMembers.h"
+#include "KrvTypes.h"
+#include "StreamId.h"
+#include "TextFormat.h"
+#include "VideoTexts.h"
+
+namespace
+{
+
+template <size_t N> const char* Find(const std::array<const char*, N>& raszWords, size_t uiValue)
+{
+    return uiValue < N ? raszWords[uiValue] : "unknown";
+}
+
+constexpr std::array<const char*, uiNbOfHealthStatuses> aszStatuses = {"inactive", "healthy", "partially_healthy",
+                                                                       "unhealthy"};
+constexpr std::array<const char*, uiNbOfHealthDomains> aszDomains = {"signal", "delivery", "feed", "synchronisation",
+                                                                     "observation"};
+constexpr std::array<const char*, static_cast<size_t>(EIncidentShare::COUNT)> aszShares = {"stream", "lock_group",
+                                                                                           "board", "machine", "none"};
+constexpr std::array<const char*, uiNbOfUnobservedCauses> aszCauses = {"outside_wait", "no_processor", "machine",
+                                                                       "neighbour"};
+// What there is to say of a domain that is well.
+constexpr std::array<const char*, uiNbOfHealthDomains> aszFine = {
+    "the signal is there", "no field is lost", "pictures come as they used to", "it keeps its rate and its locks",
+    "fields are observed"};
+
+using Reason = const SHealthReason&;
+using DescribeFunction = std::string (*)(EStreamDirection eDirection, Reason);
+
+unsigned long long Number(uint64_t uiValue)
+{
+    return uiValue;
+}
+
+std::string GetMemberName(uint32_t uiMember)
+{
+    const auto aoMembers = DescriptionMembers_Get();
+    std::string szName = uiMember < aoMembers.size() ? aoMembers[uiMember].szName : "rate";
+    for (char& rcLetter : szName)
+    {
+        rcLetter = rcLetter == '_' ? ' ' : rcLetter;
+    }
+    return szName;
+}
+
+std::string DescribeStandard(EStreamDirection, Reason roReason)
+{
+    if (roReason.uiMember >= DescriptionMembers_Get().size())
+    {
+        return TextFormat_Print("another rate than expected: %.6g Hz", roReason.flValue);
+    }
+    return GetMemberName(roReason.uiMember) + " is " + HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiAfter) +
+           ", expected " + HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiBefore);
+}
+
+std::string DescribeChange(EStreamDirection, Reason roReason)
+{
+    return GetMemberName(roReason.uiMember) + " changed from " +
+           HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiBefore) + " to " +
+           HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiAfter);
+}
+
+std::string DescribeCadence(EStreamDirection, Reason roReason)
+{
+    return "its cadence of " + HealthTexts_GetCadence(Cadence_Unpack(roReason.uiBefore)) + " broke";
+}
+
+std::string DescribeLock(EStreamDirection eDirection, Reason roReason)
+{
+    return std::string(roReason.eReason == EHealthReason::LOCK_DRIFTS ? "drifts against " : "out of lock with ") +
+           StreamId_Print({eDirection, roReason.uiMember});
+}
+
+// By EHealthReason; null: said by the domain.
+constexpr std::array<DescribeFunction, static_cast<size_t>(EHealthReason::COUNT)> apfnReasons = {
+    nullptr,
+    [](EStreamDirection, Reason) -> std::string { return "nothing is meant to run"; },
+    [](EStreamDirection, Reason) -> std::string { return "no signal has come"; },
+    [](EStreamDirection, Reason) -> std::string { return "switched off"; },
+    [](EStreamDirection, Reason) -> std::string { return "the signal is lost"; },
+    [](EStreamDirection, Reason) -> std::string { return "the device is gone"; },
+    [](EStreamDirection, Reason) -> std::string { return "the timings contradict themselves"; },
+    DescribeStandard,
+    DescribeChange,
+    [](EStreamDirection, Reason) -> std::string { return "top and bottom fields are swapped"; },
+    [](EStreamDirection, Reason roReason)
+    { return TextFormat_Print("%llu fields were not delivered", Number(roReason.uiCount)); },
+    [](EStreamDirection, Reason) -> std::string { return "no new picture comes"; },
+    [](EStreamDirection, Reason) -> std::string { return "no picture has come"; },
+    DescribeCadence,
+    [](EStreamDirection, Reason roReason)
+    { return TextFormat_Print("%llu pictures were not taken in time", Number(roReason.uiCount)); },
+    [](EStreamDirection, Reason) -> std::string { return "nobody takes the pictures"; },
+    DescribeLock,
+    DescribeLock,
+    [](EStreamDirection, Reason roReason) { return TextFormat_Print("its rate is %+.0f ppm off", roReason.flValue); },
+    [](EStreamDirection, Reason roReason)
+    { return TextFormat_Print("%llu fields passed while the watch was late", Number(roReason.uiCount)); },
+};
+
+uint32_t CountStreams(const SIncident& roIncident)
+{
+    return static_cast<uint32_t>(std::popcount(roIncident.auiStreams[0]) + std::popcount(roIncident.auiStreams[1]));
+}
+
+const char* GetNoun(const SIncident& roIncident)
+{
+    return roIncident.auiStreams[1] == 0 ? "inputs" : roIncident.auiStreams[0] == 0 ? "outputs" : "streams";
+}
+
+std::string GetTogether(const SIncident& roIncident)
+{
+    return roIncident.bIsTogether ? TextFormat_Print(" within %.3g ms", roIncident.flSpreadSeconds * 1e3)
+                                  : ", one after another";
+}
+
+} // namespace
+
+const char* HealthTexts_GetStatus(EHealthStatus eStatus)
+{
+    return Find(aszStatuses, static_cast<size_t>(eStatus));
+}
+
+const char* HealthTexts_GetDomain(EHealthDomain eDomain)
+{
+    return Find(aszDomains, static_cast<size_t>(eDomain));
+}
+
+const char* HealthTexts_GetShare(EIncidentShare eShare)
+{
+    return Find(aszShares, static_cast<size_t>(eShare));
+}
+
+const char* HealthTexts_GetCause(EUnobservedCause eCause)
+{
+    return Find(aszCauses, static_cast<size_t>(eCause));
+}
+
+std::string HealthTexts_GetCadence(const SCadence& roCadence)
+{
+    std::string szText;
+    for (uint32_t uiRun = 0; uiRun < roCadence.uiNbOfRuns; ++uiRun)
+    {
+        szText += (uiRun == 0 ? "" : ":") + std::to_string(roCadence.auiRuns[uiRun]);
+    }
+    // Runs that are all alike are told twice, as the trade does: 2:2.
+    return roCadence.uiNbOfRuns == 1 ? szText + ":" + szText : szText;
+}
+
+std::string HealthTexts_GetMemberValue(uint32_t uiMember, uint64_t uiValue)
+{
+    switch (static_cast<EDescriptionMember>(uiMember))
+    {
+    case EDescriptionMember::INTERLACED:
+    case EDescriptionMember::BOTTOM_FIELD_FIRST:
+    case EDescriptionMember::H_SYNC_POSITIVE:
+    case EDescriptionMember::V_SYNC_POSITIVE:
+    case EDescriptionMember::YUV:
+    case EDescriptionMember::LEVEL_B:
+        return uiValue != 0 ? "true" : "false";
+    case EDescriptionMember::PIXEL_FORMAT:
+    {
+        VTSTR64 szName = {};
+        GetPixelFormatString(static_cast<VtPixelFormat>(uiValue), szName);
+        return szName;
+    }
+    default:
+        return std::to_string(uiValue);
+    }
+}
+
+std::string HealthTexts_GetReason(EHealthDomain eDomain, EStreamDirection eDirection, const SHealthReason& roReason)
+{
+    const auto uiReason = static_cast<size_t>(roReason.eReason);
+    const DescribeFunction pfnReason = uiReason < apfnReasons.size() ? apfnReasons[uiReason] : nullptr;
+    return pfnReason != nullptr ? pfnReason(eDirection, roReason) : Find(aszFine, static_cast<size_t>(eDomain));
+}
+
+EHealthDomain HealthTexts_GetWorst(const SStreamHealth& roHealth)
+{
+    uint32_t uiWorst = 0;
+    for (uint32_t uiDomain = 1; uiDomain < uiNbOfHealthDomains; ++uiDomain)
+    {
+        const EHealthStatus eStatus = roHealth.aoDomains[uiDomain].eStatus;
+        if (eStatus > EHealthStatus::HEALTHY && eStatus > roHealth.aoDomains[uiWorst].eStatus)
+        {
+            uiWorst = uiDomain;
+        }
+    }
+    return static_cast<EHealthDomain>(uiWorst);
+}
+
+std::string HealthTexts_GetIncidentCause(const SIncident& roIncident)
+{
+    const uint32_t uiStreams = CountStreams(roIncident);
+    switch (roIncident.eShared)
+    {
+    case EIncidentShare::MACHINE:
+        return roIncident.bIsWhole
+                   ? TextFormat_Print("the machine stood still for %.2g s", roIncident.flStoodSeconds)
+                   : TextFormat_Print("the watching of %u %s was held up", uiStreams, GetNoun(roIncident));
+    case EIncidentShare::LOCK_GROUP:
+        return TextFormat_Print(roIncident.bIsWhole ? "all %u %s of one lock group" : "%u %s of one lock group",
+                                uiStreams, GetNoun(roIncident)) +
+               GetTogether(roIncident) +
+               (roIncident.bIsWhole && roIncident.bIsTogether ? ": their common reference" : "");
+    case EIncidentShare::BOARD:
+        return TextFormat_Print(roIncident.bIsWhole ? "all %u %s of the board" : "%u %s of the board", uiStreams,
+                                GetNoun(roIncident)) +
+               GetTogether(roIncident);
+    default:
+        return HealthTexts_GetReason(roIncident.eDomain, roIncident.oFirstStream.eDirection, roIncident.oFirst);
+    }
+}
+
+std::string HealthTexts_GetIncidentTitle(const SIncident& roIncident)
+{
+    const uint32_t uiStreams = CountStreams(roIncident);
+    std::string szTitle =
+        std::string(HealthTexts_GetDomain(roIncident.eDomain)) + " of " + StreamId_Print(roIncident.oFirstStream);
+    szTitle += uiStreams > 1 ? TextFormat_Print(" and %u more", uiStreams - 1) : "";
+    return szTitle + ": " + HealthTexts_GetIncidentCause(roIncident);
+}

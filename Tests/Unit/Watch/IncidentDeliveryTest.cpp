@@ -1,0 +1,129 @@
+// Who is told of incidents, and what the command line expects of streams.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <vector>
+
+#include "ChildProgram.h"
+#include "Expectations.h"
+#include "IncidentDelivery.h"
+
+namespace
+{
+
+TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
+{
+    std::mutex oMutex;
+    std::condition_variable oMore;
+    std::vector<std::string> aszTold;
+    std::vector<uint64_t> auiKept;
+    CIncidentDelivery oDelivery(
+        [&](const std::string& rszInput, const std::atomic<bool>&, std::string& rszFault)
+        {
+            const std::lock_guard oGuard(oMutex);
+            aszTold.push_back(rszInput);
+            rszFault = "made up";
+            return aszTold.size() != 1; // the first one fails once
+        },
+        [&](uint64_t uiEvent)
+        {
+            const std::lock_guard oGuard(oMutex);
+            auiKept.push_back(uiEvent);
+            oMore.notify_all();
+        });
+    SIncident oIncident;
+    oIncident.uiNumber = 7;
+    oIncident.auiStreams[0] = 1;
+    oDelivery.Put({11, EWatchEventKind::INCIDENT_BEGAN, oIncident, true});
+    oDelivery.Put({12, EWatchEventKind::INCIDENT_ENDED, oIncident, true});
+    oDelivery.Start();
+    std::unique_lock oLock(oMutex);
+    oMore.wait(oLock, [&] { return auiKept.size() == 2; });
+    EXPECT_EQ(auiKept, (std::vector<uint64_t>{11, 12}));
+    ASSERT_EQ(aszTold.size(), 3U);
+    EXPECT_EQ(aszTold[0], aszTold[1]);
+    EXPECT_NE(aszTold[1].find(R"("event":"incident_began","event_number":11,"number":7)"), std::string::npos);
+    EXPECT_NE(aszTold[2].find("incident_ended"), std::string::npos);
+    oLock.unlock();
+    EXPECT_EQ(oDelivery.GetFailures(), 1U);
+}
+
+TEST(ChildProgram, TellsSuccessFailureAndAbsence)
+{
+    const std::atomic<bool> bIsToEnd{false};
+    std::string szFault;
+    EXPECT_TRUE(ChildProgram_Run("cat", "", 10'000, bIsToEnd, szFault)) << szFault;
+    EXPECT_TRUE(ChildProgram_Run("true", std::string(1 << 20, 'x'), 10'000, bIsToEnd, szFault)) << "reads nothing";
+    EXPECT_FALSE(ChildProgram_Run("false", "", 10'000, bIsToEnd, szFault));
+    EXPECT_EQ(szFault, "ended with 1");
+    EXPECT_FALSE(ChildProgram_Run("/no/such/program", "", 10'000, bIsToEnd, szFault));
+    const std::string szSlow = testing::TempDir() + "/slow";
+    std::ofstream(szSlow) << "#!/bin/sh\nexec sleep 60\n";
+    std::filesystem::permissions(szSlow, std::filesystem::perms::owner_all);
+    EXPECT_FALSE(ChildProgram_Run(szSlow, "", 0, bIsToEnd, szFault)) << "takes too long";
+    EXPECT_EQ(szFault, "took longer than 0 s");
+}
+
+TEST(Expectations, UnderstandStandards)
+{
+    struct SCase
+    {
+        const char* szText;
+        uint64_t uiNumerator;
+        uint64_t uiDenominator;
+    };
+    for (const SCase& roCase : {SCase{"1080p59.94", 60000, 1001},
+                                {"1080i50", 50, 1},
+                                {"1080i25", 50, 1},
+                                {"1080i29.97", 60000, 1001},
+                                {"2160p23.976", 24000, 1001},
+                                {"720p60", 60, 1}})
+    {
+        const auto oStandard = Standard_Find(roCase.szText);
+        ASSERT_TRUE(oStandard) << roCase.szText;
+        EXPECT_EQ(oStandard->uiRateNumerator, roCase.uiNumerator) << roCase.szText;
+        EXPECT_EQ(oStandard->uiRateDenominator, roCase.uiDenominator) << roCase.szText;
+    }
+    for (const char* szWrong : {"", "1080", "1080x50", "p50", "1080p", "1080p59.9", "1080p-1", "1080pnan"})
+    {
+        EXPECT_FALSE(Standard_Find(szWrong)) << szWrong;
+    }
+}
+
+TEST(Expectations, ComeBackFromTheFileThatTheyWereSavedTo)
+{
+    SWatchPublication oPublication;
+    SStreamFigures& roStream = oPublication.oSnapshot.aoDirections[1].aoStreams.emplace_back();
+    roStream.oKey = {EStreamDirection::OUTPUT, 0};
+    roStream.eState = EStreamState::RUNNING;
+    roStream.uiNominalNumerator = 60000;
+    roStream.uiNominalDenominator = 1001;
+    roStream.oFeed.oCadence.uiNbOfRuns = 1;
+    roStream.oDescription.oTimings.fColorSpace = 3;
+    const std::string szFile = testing::TempDir() + "/expectations.json";
+    std::string szFault;
+    ASSERT_TRUE(Expectations_Save(szFile, oPublication, szFault)) << szFault;
+    SExpectOptions oOptions;
+    oOptions.szFile = szFile;
+    SJudgeSettings oSettings;
+    ASSERT_TRUE(Expectations_Read(oOptions, oSettings, szFault)) << szFault;
+    const SStreamExpectation& roTold = oSettings.aoStreams[1].at(0);
+    EXPECT_TRUE(roTold.bRuns && roTold.bIsFed);
+    EXPECT_EQ(roTold.uiRateNumerator, 60000U);
+    ASSERT_EQ(roTold.aoMembers.size(), DescriptionMembers_Get().size());
+    EXPECT_EQ(roTold.aoMembers[static_cast<size_t>(EDescriptionMember::COLOUR_SPACE)].uiValue, 3U);
+    for (const char* szWrong : {"", "[]", R"({"streams": {"IN_99": {}}})", R"({"streams": {"IN_00": {"fed": 1}}})",
+                                R"({"streams": {"IN_00": {"description": {"colour": 1}}}})",
+                                R"({"streams": {"IN_00": {"locked": ["OUT_00"]}}})",
+                                R"({"streams": {"IN_00": {"rate": {"numerator": "x"}}}})"})
+    {
+        std::ofstream(szFile, std::ios::trunc) << szWrong;
+        EXPECT_FALSE(Expectations_Read(oOptions, oSettings, szFault)) << szWrong;
+        EXPECT_NE(szFault.find(szFile), std::string::npos);
+    }
+}
+
+} // namespace
