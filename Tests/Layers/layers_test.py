@@ -51,6 +51,16 @@ class Layers(unittest.TestCase):
                 self.assertFalse(missing & defined[later] - set().union(*(defined[one] for one in order[:place])),
                                  f"{target} uses {later}")
 
+    def test_every_list_of_operations_is_the_same(self):
+        generated = (BUILD / "DeviceSdk/Includes/VeltranoOperations.h").read_text()
+        listed = set(re.findall(r'"(\w+)"', generated.split("aszOperations")[1]))
+        board = symbols(BUILD / "lib/simulated/libVeltrano.so", "-D", "--defined-only")
+        self.assertEqual(listed, {name for name in board if not name.startswith("VtSim_")})
+        makers = (TREE / "docs/Makers.md").read_text()
+        told = {name for line in makers.splitlines() if line.startswith("| `V") for name in names(line.split("|")[1])}
+        self.assertEqual(listed, told)
+        self.assertIn(f"exports these {len(listed)} operations", makers)
+
 
 if __name__ == "__main__":
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

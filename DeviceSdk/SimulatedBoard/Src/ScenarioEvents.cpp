@@ -373,17 +373,19 @@ void ReadOperation(CScenarioSection& roSection, SFaultRule& roRule)
     {
         roSection.RefuseName("operation", szOperation, {aszOperations.begin(), aszOperations.end()});
     }
-    if (eOperation == EOperation::LOAD || eOperation == EOperation::UNLOAD)
+    if (eOperation == EOperation::Veltrano_LoadLite || eOperation == EOperation::Veltrano_UnLoad)
     {
         roSection.Refuse("operation", "returns nothing that could fail");
     }
     uint32_t uiFilter = 0;
     roRule.uiChip = roSection.Read("chip", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
-    if (roRule.uiChip && (eOperation == EOperation::VERSION || eOperation == EOperation::PIXEL_FORMAT_NAME))
+    if (roRule.uiChip &&
+        (eOperation == EOperation::Veltrano_Version || eOperation == EOperation::VtPixelFormat_GetName))
     {
         roSection.Refuse("chip", "goes with operations on a chip alone");
     }
-    const bool bOnStream = eOperation >= EOperation::IN_OPEN && eOperation != EOperation::OUT_COUNT;
+    const bool bOnStream =
+        eOperation >= EOperation::VtVideoIn_GetHandle && eOperation != EOperation::VtVideoOut_GetCount;
     roRule.uiIndex = roSection.Read("index", 0U, UINT32_MAX, uiFilter) ? std::optional(uiFilter) : std::nullopt;
     if (roRule.uiIndex && !bOnStream)
     {

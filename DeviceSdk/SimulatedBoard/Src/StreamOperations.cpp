@@ -101,30 +101,30 @@ VtStatus GetParameters(const CStreamCall& roCall, VtVideo_VidParam* poVidParam)
 
 VtStatus VtVideoIn_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    return GetCount(hDev, EOperation::IN_COUNT, EDirection::INPUT, puiCount);
+    return GetCount(hDev, EOperation::VtVideoIn_GetCount, EDirection::INPUT, puiCount);
 }
 
 VtStatus VtVideoIn_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMode eAccessMode,
                              VtVideoIn_Handle* phVideoIn)
 {
-    return GetHandle(hDev, EOperation::IN_OPEN, EDirection::INPUT, uiIndex, eAccessMode, phVideoIn);
+    return GetHandle(hDev, EOperation::VtVideoIn_GetHandle, EDirection::INPUT, uiIndex, eAccessMode, phVideoIn);
 }
 
 VtStatus VtVideoIn_ReleaseHandle(VtVideoIn_Handle hVideoIn)
 {
-    return ReleaseHandle(hVideoIn, EHandleKind::INPUT, EOperation::IN_RELEASE);
+    return ReleaseHandle(hVideoIn, EHandleKind::INPUT, EOperation::VtVideoIn_ReleaseHandle);
 }
 
 VtStatus VtVideoIn_GetDetectedVideoParameters(VtVideoIn_Handle hVideoIn, VtVideo_VidParam* poVidParam)
 {
-    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::IN_DETECTED);
+    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::VtVideoIn_GetDetectedVideoParameters);
     return GetParameters(oCall, poVidParam);
 }
 
 VtStatus VtVideoIn_WaitForFieldStart(VtVideoIn_Handle hVideoIn, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,
                                      uint64_t* puiTickRefCounter, VtBool* pbIsTopField)
 {
-    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::IN_WAIT);
+    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::VtVideoIn_WaitForFieldStart);
     const bool bOutputs = puiFieldCounter != nullptr && puiTickRefCounter != nullptr && pbIsTopField != nullptr;
     SFieldStart oField;
     const VtStatus eStatus = WaitForField(oCall, uiTimeOutMs, bOutputs, oField);
@@ -141,7 +141,7 @@ VtStatus VtVideoIn_GetCaptureState(VtVideoIn_Handle hVideoIn, VtVideoIn_State* p
                                    uint32_t* puiReadyBufferCount, uint32_t* puiLoanBufferCount,
                                    uint32_t* puiInternalBufferCount)
 {
-    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::IN_CAPTURE_STATE);
+    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::VtVideoIn_GetCaptureState);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
@@ -164,7 +164,7 @@ VtStatus VtVideoIn_GetCaptureState(VtVideoIn_Handle hVideoIn, VtVideoIn_State* p
 VtStatus VtVideoIn_GetBufferAttributes(VtVideoIn_Handle hVideoIn, uint32_t* puiWidth, uint32_t* puiHeight,
                                        VtPixelFormat* pePixelFormat, uint32_t* puiNbOfBuffer)
 {
-    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::IN_BUFFERS);
+    const CStreamCall oCall(hVideoIn, EHandleKind::INPUT, EOperation::VtVideoIn_GetBufferAttributes);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
@@ -183,24 +183,24 @@ VtStatus VtVideoIn_GetBufferAttributes(VtVideoIn_Handle hVideoIn, uint32_t* puiW
 
 VtStatus VtVideoOut_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    return GetCount(hDev, EOperation::OUT_COUNT, EDirection::OUTPUT, puiCount);
+    return GetCount(hDev, EOperation::VtVideoOut_GetCount, EDirection::OUTPUT, puiCount);
 }
 
 VtStatus VtVideoOut_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMode eAccessMode,
                               VtVideoOut_Handle* phVideoOut)
 {
-    return GetHandle(hDev, EOperation::OUT_OPEN, EDirection::OUTPUT, uiIndex, eAccessMode, phVideoOut);
+    return GetHandle(hDev, EOperation::VtVideoOut_GetHandle, EDirection::OUTPUT, uiIndex, eAccessMode, phVideoOut);
 }
 
 VtStatus VtVideoOut_ReleaseHandle(VtVideoOut_Handle hVideoOut)
 {
-    return ReleaseHandle(hVideoOut, EHandleKind::OUTPUT, EOperation::OUT_RELEASE);
+    return ReleaseHandle(hVideoOut, EHandleKind::OUTPUT, EOperation::VtVideoOut_ReleaseHandle);
 }
 
 VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,
                                       uint64_t* puiSetBufferCounter, uint64_t* puiTickRefCounter, VtBool* pbIsTopField)
 {
-    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::OUT_WAIT);
+    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::VtVideoOut_WaitForFieldStart);
     const bool bOutputs = puiFieldCounter != nullptr && puiSetBufferCounter != nullptr &&
                           puiTickRefCounter != nullptr && pbIsTopField != nullptr;
     SFieldStart oField;
@@ -217,14 +217,14 @@ VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTi
 
 VtStatus VtVideoOut_GetVideoParameters(VtVideoOut_Handle hVideoOut, VtVideo_VidParam* poVidParam)
 {
-    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::OUT_PARAMETERS);
+    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::VtVideoOut_GetVideoParameters);
     return GetParameters(oCall, poVidParam);
 }
 
 VtStatus VtVideoOut_GetBufferAttributes(VtVideoOut_Handle hVideoOut, VtPixelFormat* pePixelFormat, uint32_t* puiWidth,
                                         uint32_t* puiHeight, uint64_t* puiLuid)
 {
-    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::OUT_BUFFERS);
+    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::VtVideoOut_GetBufferAttributes);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
@@ -246,7 +246,7 @@ VtStatus VtVideoOut_GetBufferAttributes(VtVideoOut_Handle hVideoOut, VtPixelForm
 
 VtStatus VtVideoOut_GetPowerState(VtVideoOut_Handle hVideoOut, VtVideoOut_PowerState* pePowerState)
 {
-    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::OUT_POWER);
+    const CStreamCall oCall(hVideoOut, EHandleKind::OUTPUT, EOperation::VtVideoOut_GetPowerState);
     if (oCall.IsRefused() || pePowerState == nullptr)
     {
         return oCall.IsRefused() ? oCall.GetStatus() : VtStatus_INVALID_PARAM;

@@ -67,18 +67,18 @@ void Veltrano_LoadLite(void)
     {
         DebugChannel_Clear();
     }
-    Board_CountCall(EOperation::LOAD);
+    Board_CountCall(EOperation::Veltrano_LoadLite);
 }
 
 uint64_t Veltrano_Version(void)
 {
-    return CountLibraryCall(EOperation::VERSION) ? 0 : MakeVersion(1, 0, 0, 0);
+    return CountLibraryCall(EOperation::Veltrano_Version) ? 0 : MakeVersion(1, 0, 0, 0);
 }
 
 VtDevice_Handle Veltrano_GetDevice(uint32_t uiChipIndex)
 {
     const std::shared_ptr<CBoard> poBoard = Board_Get();
-    if (CountLibraryCall(EOperation::GET_DEVICE, uiChipIndex) || poBoard == nullptr ||
+    if (CountLibraryCall(EOperation::Veltrano_GetDevice, uiChipIndex) || poBoard == nullptr ||
         uiChipIndex >= poBoard->GetChips().size() || poBoard->GetChips()[uiChipIndex].IsGone())
     {
         return nullptr;
@@ -95,13 +95,13 @@ VtDevice_Handle Veltrano_GetDevice(uint32_t uiChipIndex)
 
 void Veltrano_UnLoad(void)
 {
-    Board_CountCall(EOperation::UNLOAD);
+    Board_CountCall(EOperation::Veltrano_UnLoad);
     Board_UnLoad();
 }
 
 VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
 {
-    const CDeviceCall oCall(hDev, EOperation::DEBUG_WRITE);
+    const CDeviceCall oCall(hDev, EOperation::VtDebug_WriteMsg);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
@@ -116,7 +116,7 @@ VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
 
 VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName)
 {
-    if (const auto eInjected = CountLibraryCall(EOperation::PIXEL_FORMAT_NAME))
+    if (const auto eInjected = CountLibraryCall(EOperation::VtPixelFormat_GetName))
     {
         return *eInjected;
     }
@@ -130,7 +130,7 @@ VtStatus VtPixelFormat_GetName(VtPixelFormat ePixelFormat, char* szName)
 
 VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz)
 {
-    const CDeviceCall oCall(hDev, EOperation::TICK_FREQUENCY);
+    const CDeviceCall oCall(hDev, EOperation::VtBoard_GetTickReferenceFrequency);
     if (oCall.IsRefused() || puiFreqHz == nullptr)
     {
         return oCall.IsRefused() ? oCall.GetStatus() : VtStatus_INVALID_PARAM;
@@ -141,7 +141,7 @@ VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFr
 
 VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    const CDeviceCall oCall(hDev, EOperation::CONNECTOR_COUNT);
+    const CDeviceCall oCall(hDev, EOperation::VtBoard_GetConnectorCount);
     if (oCall.IsRefused() || puiCount == nullptr)
     {
         return oCall.IsRefused() ? oCall.GetStatus() : VtStatus_INVALID_PARAM;
@@ -153,7 +153,7 @@ VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
                                   VtBoard_ConnectorInfo* poConnectorInfo)
 {
-    const CDeviceCall oCall(hDev, EOperation::CONNECTOR_INFO);
+    const CDeviceCall oCall(hDev, EOperation::VtBoard_GetConnectorInfo);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();
@@ -171,7 +171,7 @@ VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorInde
 VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
                             uint32_t uiOutSize)
 {
-    const CDeviceCall oCall(hDev, EOperation::CUSTOM_CALL);
+    const CDeviceCall oCall(hDev, EOperation::VtBoard_CustomCall);
     if (oCall.IsRefused())
     {
         return oCall.GetStatus();

@@ -1,0 +1,30 @@
+# The interface's operations: its headers are the one list of them, and what must know them all is made of that.
+set(VT_INTERFACE "${PROJECT_SOURCE_DIR}/DeviceSdk/Includes")
+set(szDeclarations "")
+# In the order in which lists of operations show them.
+foreach(szHeader Veltrano VtVideoTypes VtBoard VtVideoIn VtVideoOut)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${VT_INTERFACE}/${szHeader}.h")
+    file(READ "${VT_INTERFACE}/${szHeader}.h" szText)
+    string(REGEX MATCHALL "\n[A-Za-z0-9_]+ (Veltrano|Vt[A-Za-z]+)_[A-Za-z]+\\([^();]*\\)" aszFound "${szText}")
+    list(APPEND szDeclarations ${aszFound})
+endforeach()
+set(VT_DECLARATIONS "${szDeclarations}")
+
+# vt_list_operations(<variable> <line>): the line for every operation, with <name> replaced by its name and, in a
+# definition, <declaration> and <arguments>, by which it passes its parameters on.
+function(vt_list_operations szVariable szLine)
+    set(szLines "")
+    foreach(szDeclaration IN LISTS VT_DECLARATIONS)
+        string(STRIP "${szDeclaration}" szDeclaration)
+        string(REGEX MATCH " ([A-Za-z]+_[A-Za-z]+)\\((.*)\\)$" szMatch "${szDeclaration}")
+        set(szName "${CMAKE_MATCH_1}")
+        string(REGEX REPLACE "[^,]*[ *]([A-Za-z0-9]+)(,|$)" "\\1\\2 " szArguments "${CMAKE_MATCH_2}")
+        string(REGEX REPLACE "^void$" "" szArguments "${szArguments}")
+        string(STRIP "${szArguments}" szArguments)
+        string(REPLACE "<name>" "${szName}" szText "${szLine}")
+        string(REPLACE "<declaration>" "${szDeclaration}" szText "${szText}")
+        string(REPLACE "<arguments>" "${szArguments}" szText "${szText}")
+        string(APPEND szLines "${szText}")
+    endforeach()
+    set(${szVariable} "${szLines}" PARENT_SCOPE)
+endfunction()
