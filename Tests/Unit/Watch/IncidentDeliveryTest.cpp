@@ -39,7 +39,7 @@ TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
     oIncident.auiStreams[0] = 1;
     oDelivery.Put({11, EWatchEventKind::INCIDENT_BEGAN, oIncident, true});
     oDelivery.Put({12, EWatchEventKind::INCIDENT_ENDED, oIncident, true});
-    oDelivery.Start();
+    ASSERT_FALSE(oDelivery.Start());
     std::unique_lock oLock(oMutex);
     oMore.wait(oLock, [&] { return auiKept.size() == 2; });
     EXPECT_EQ(auiKept, (std::vector<uint64_t>{11, 12}));

@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "Fault.h"
 #include "WatchEvent.h"
 #include "WatchHealth.h"
 
@@ -46,7 +47,7 @@ public:
     CIncidentDelivery(const CIncidentDelivery&) = delete;
     CIncidentDelivery& operator=(const CIncidentDelivery&) = delete;
 
-    void Start();
+    CFault Start();
     /* Thread-safe, does not block. */
     void Put(const SIncidentNews& roNews);
     /* A program that runs is left to itself, and what waits to the next run. */

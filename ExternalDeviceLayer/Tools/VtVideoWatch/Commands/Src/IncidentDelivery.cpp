@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <pthread.h>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -13,6 +12,7 @@
 #include "Notice.h"
 #include "StreamId.h"
 #include "SystemJournal.h"
+#include "Threads.h"
 
 namespace
 {
@@ -57,14 +57,9 @@ std::string IncidentDelivery_Print(const SIncidentNews& roNews)
     return WatchJson_Print(oJson) + "\n";
 }
 
-void CIncidentDelivery::Start()
+CFault CIncidentDelivery::Start()
 {
-    m_oThread = std::thread(
-        [this]
-        {
-            pthread_setname_np(pthread_self(), "incidents");
-            Run();
-        });
+    return Thread_Start(m_oThread, "incidents", [this] { Run(); });
 }
 
 void CIncidentDelivery::Put(const SIncidentNews& roNews)

@@ -108,7 +108,7 @@ void PutIncidents(SServeRun& roRun, const SWatchStep& roStep)
 }
 
 // Those that the program of an earlier run was not told of come first.
-void StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
+CFault StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
 {
     CIncidentDelivery::RunProgram fnRun;
     if (!roOptions.szOnIncident.empty())
@@ -136,7 +136,7 @@ void StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
             roRun.poStore->KeepDelivered(roRun.oRemains.uiLastEvent); // from here on
         }
     }
-    roRun.poDelivery->Start();
+    return roRun.poDelivery->Start();
 }
 
 SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
@@ -182,10 +182,7 @@ CFault StartThreads(const SServeOptions& roOptions, SServeRun& roRun)
     CFault oFault = roRun.oSession.Start();
     oFault = oFault || !roRun.poStore ? oFault : roRun.poStore->Start();
     oFault = oFault || !roRun.poJournal ? oFault : roRun.poJournal->Start();
-    if (!oFault)
-    {
-        StartDelivery(roOptions, roRun);
-    }
+    oFault = oFault ? oFault : StartDelivery(roOptions, roRun);
     return oFault ? oFault : roRun.poRun->Start();
 }
 
