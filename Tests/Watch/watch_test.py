@@ -298,6 +298,14 @@ class Report(WatchCase):
         table = self.start("", "report", self.store).run()[1]
         self.assertIn("IN_01   Right", table)
         self.assertLessEqual(max(map(len, table.splitlines())), 120)
+        self.assertIn(" 100.0000 %", next(line for line in table.splitlines() if "Left" in line))
+        with sqlite3.connect(self.store) as store:
+            store.execute("DROP TABLE events")
+        damaged = self.start("", "report", self.store)
+        status, table = damaged.run()
+        self.assertEqual((status, damaged.said.read_text().count("\n")), (1, 1))
+        self.assertIn("no such table: events", damaged.said.read_text())
+        self.assertIn("IN_01   Right", table, "what could be read is told")
 
 
 def members(message):

@@ -45,7 +45,7 @@ TEST(Report, TellsRateAndDriftOfWhatWasWatched)
         roMinute.oPoint.iUtcNs = iStepsBeginUtcNs + iMinute * iNsPerMinute;
         roMinute.uiPoints = roMinute.uiRatePoints = 60;
         roMinute.flWatchedSeconds = 60.0;
-        roMinute.oPoint.flRunningSeconds = iMinute < 12 ? 30.0F : 60.0F;
+        roMinute.oPoint.flRunningSeconds = iMinute < 12 ? 30.0 : 60.0;
         // A part in 1e8 per hour, and next to nothing beside it.
         const double flRate = 60.0 * (1.0 + 1e-8 * static_cast<double>(iMinute) / 60.0);
         roMinute.oPoint.oRateHz = {flRate + (iMinute % 2 == 0 ? 1e-12 : -1e-12), 1e-9, true};

@@ -110,6 +110,11 @@ void CSignalState::EndAway(const SFieldRecord& roRecord, double flPeriod)
 bool CSignalState::TakeField(const SFieldRecord& roRecord, double flPeriod)
 {
     Begin(roRecord.uiWaitBeginNs);
+    if (!m_bHasField && m_uiBeganNs == roRecord.uiWaitBeginNs)
+    {
+        // The signal was there when the watch began, for its first wait already ended with a field.
+        m_flRunningSeconds = GetSeconds(m_uiBeganNs, roRecord.uiArrivalNs);
+    }
     const bool bIsFirst = !m_bHasField || m_bIsAway || m_roFigures.eState == EStreamState::GONE;
     if (m_bIsAway)
     {

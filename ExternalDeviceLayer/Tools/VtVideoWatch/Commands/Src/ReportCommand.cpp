@@ -22,5 +22,10 @@ int ReportCommand_Run(const SReportOptions& roOptions)
         Notice_Say("the report could not be written");
         return iExitFailure;
     }
+    if (const CFault oFault = oStore.GetFault())
+    {
+        Notice_Say(oFault.GetText() + "; the report has what could be read");
+        return iExitFailure;
+    }
     return iExitOk;
 }

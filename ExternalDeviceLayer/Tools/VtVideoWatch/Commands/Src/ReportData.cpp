@@ -229,7 +229,7 @@ void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span
         const SHistoryPoint& roPoint = roMinute.oPoint;
         AddToHour(roReport, roPoint);
         roStream.flWatchedSeconds += roMinute.flWatchedSeconds;
-        roStream.flRunningSeconds += static_cast<double>(roPoint.flRunningSeconds);
+        roStream.flRunningSeconds += roPoint.flRunningSeconds;
         roStream.uiFields += roPoint.uiFields;
         roStream.uiLost += roPoint.uiLost;
         roStream.uiUnobserved += roPoint.uiUnobserved;

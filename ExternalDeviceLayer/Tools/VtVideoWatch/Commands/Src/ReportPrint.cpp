@@ -34,14 +34,15 @@ std::string GetLength(double flSeconds)
     return uiSeconds < 86400 ? szClock : TextFormat_Print("%u d ", static_cast<unsigned>(uiSeconds / 86400)) + szClock;
 }
 
-// Down to a ten thousandth, never rounded up to a whole hundred that was not reached.
+// Down to a ten thousandth, never rounded up to a whole hundred that was not reached; sums of seconds are not exact.
 std::string GetAvailability(const SReportStream& roStream)
 {
     if (roStream.flWatchedSeconds <= 0.0)
     {
         return "-";
     }
-    const double flPart = std::min(roStream.flRunningSeconds / roStream.flWatchedSeconds, 1.0);
+    constexpr double flSumError = 1e-8;
+    const double flPart = std::min(roStream.flRunningSeconds / roStream.flWatchedSeconds + flSumError, 1.0);
     return TextFormat_Print("%.4f %%", std::floor(flPart * 1e6) / 1e4);
 }
 

@@ -182,7 +182,7 @@ void AddReport(CLI::App& roApp, SReportOptions& roReport, int64_t iNowUtcNs)
         .add_flag(
             "--json", [&roReport](int64_t) { roReport.eForm = EReportForm::JSON; }, "everything as JSON")
         ->excludes(poCsv);
-    roApp.footer("Exit status: 0; 1 when the store cannot be read; 2 for a wrong command line.");
+    roApp.footer("Exit status: 0; 1 when the store, or a part of it, cannot be read; 2 for a wrong command line.");
 }
 
 void AddRecord(CLI::App& roApp, SRecordOptions& roRecord)

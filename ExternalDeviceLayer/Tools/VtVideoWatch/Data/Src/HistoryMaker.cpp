@@ -33,7 +33,7 @@ SHistoryPoint MakeSecond(const SStreamFigures& roFigures, const SStreamCounters&
         oPoint.flHeldSeconds =
             roFigures.oQueue.bIsHeldKnown ? static_cast<float>(roFigures.oQueue.flHeldSeconds) : -1.0F;
     }
-    oPoint.flRunningSeconds = static_cast<float>(roNow.flRunningSeconds - roBefore.flRunningSeconds);
+    oPoint.flRunningSeconds = roNow.flRunningSeconds - roBefore.flRunningSeconds;
     oPoint.oRateHz = roFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
     oPoint.oPhaseSeconds = roFigures.oPhaseSeconds;
     oPoint.flPhaseMinSeconds = roFigures.oPhaseSeconds.flValue;

@@ -20,11 +20,11 @@ struct SHistoryPoint
     uint32_t uiUnobserved = 0;
     uint32_t uiSkipped = 0;
     uint32_t uiRepeated = 0; // fields that repeated a picture beyond the feed's cadence
-    float flRunningSeconds = 0.0F;
     // Buffers of an input, means; negative: not known.
     float flReady = -1.0F;
     float flLoaned = -1.0F;
     float flHeldSeconds = -1.0F;
+    double flRunningSeconds = 0.0;
     SEstimate oRateHz;
     SEstimate oPhaseSeconds; // against the reference; the mean of a minute
     double flPhaseMinSeconds = 0.0;

@@ -51,13 +51,18 @@ public:
     std::vector<SStoreRun> FindRuns(int64_t iFromUtcNs, int64_t iToUtcNs);
     std::vector<SStoreStream> FindStreams();
 
+    /* The first thing that could not be read since the store was opened: what was found then is not all there is. */
+    CFault GetFault();
+
 private:
     CFault Reach();
     CStoreStatement Ask(const std::string& rszSql);
+    void Note(const CStoreStatement& roStatement);
 
     const std::string m_szFile;
     std::mutex m_oMutex;
     StoreFilePtr m_poFile;
+    CFault m_oFault;
 };
 
 #endif

@@ -23,6 +23,21 @@ CStoreStatement CStoreReader::Ask(const std::string& rszSql)
     return {m_poFile.get(), rszSql.c_str()};
 }
 
+// Under the lock, behind the last row.
+void CStoreReader::Note(const CStoreStatement& roStatement)
+{
+    if (roStatement.HasFailed() && !m_oFault)
+    {
+        m_oFault = StoreFile_GetFault(m_szFile, m_poFile.get());
+    }
+}
+
+CFault CStoreReader::GetFault()
+{
+    const std::lock_guard oGuard(m_oMutex);
+    return m_oFault;
+}
+
 void CStoreReader::FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumber, std::vector<SWatchEvent>& raoEvents)
 {
     const std::lock_guard oGuard(m_oMutex);
@@ -45,6 +60,7 @@ void CStoreReader::FindEvents(const SEventQuery& roQuery, uint64_t uiBeforeNumbe
             raoEvents.push_back(oEvent);
         }
     }
+    Note(oStatement);
 }
 
 void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinuteSummary>& raoMinutes)
@@ -66,6 +82,7 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
     {
         raoMinutes.push_back(StoreRows_Read<SMinuteSummary>(oStatement));
     }
+    Note(oStatement);
     std::reverse(raoMinutes.begin() + iFirst, raoMinutes.end());
 }
 
@@ -113,6 +130,7 @@ std::vector<SStoreRun> CStoreReader::FindRuns(int64_t iFromUtcNs, int64_t iToUtc
         roRun.szHost = oStatement.GetText();
         roRun.szBoard = oStatement.GetText();
     }
+    Note(oStatement);
     return aoRuns;
 }
 
@@ -130,5 +148,6 @@ std::vector<SStoreStream> CStoreReader::FindStreams()
         roStream.oTexts.szStandard = oStatement.GetText();
         roStream.oTexts.szFormat = oStatement.GetText();
     }
+    Note(oStatement);
     return aoStreams;
 }
