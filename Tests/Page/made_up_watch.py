@@ -24,6 +24,27 @@ def estimate(name, value, error):
     return {name: value, "stderr": error}
 
 
+DOMAINS = ("signal", "delivery", "feed", "synchronisation", "observation")
+RANKS = ("inactive", "healthy", "partially_healthy", "unhealthy")
+
+
+def health(since=NOW - 7200000, **faults):
+    """Well, but for the domains that are given: feed=("unhealthy", "no new picture comes")."""
+    said = {domain: faults.get(domain, ("healthy", "")) for domain in DOMAINS}
+    return {"overall": max((status for status, _ in said.values()), key=RANKS.index), "since": utc(since),
+            "domains": {domain: {"status": status, "since": utc(since), "reason": reason}
+                        for domain, (status, reason) in said.items()}}
+
+
+INACTIVE = {"overall": "inactive", "since": utc(NOW), "domains": {}}
+
+
+def incident(number, begin_ms, domain, streams, cause, shared="stream", **changes):
+    return {"number": number, "begin": utc(begin_ms), "end": None, "domain": domain, "status": "unhealthy",
+            "streams": streams, "first_stream": streams[0], "shared": shared, "cause": cause, "lost": 0,
+            "first_event": None, **changes}
+
+
 def stream(index, name, direction="input", **changes):
     """A healthy stream of 59.94 Hz, 3 us after the reference."""
     made = {
@@ -41,7 +62,7 @@ def stream(index, name, direction="input", **changes):
         "jitter": {"rms_seconds": 1e-7, "peak_seconds": 4e-7}, "tdev": [],
         "intervals": {"bin_seconds": 1e-6, "counts": [0] * 20 + [598] + [0] * 20},
         "phase": {"seconds": 3e-6, "stderr": 2e-8, "lines": 0.2}, "drift": {"ratio": 0.0, "stderr": 1e-9},
-        "lock": "locked", "seconds_to_threshold": None, "seconds_to_slip": None, "tai": None, "last_event": None}
+        "health": health(), "lock": "locked", "seconds_to_threshold": None, "seconds_to_slip": None, "tai": None, "last_event": None}
     made["counters"].update(changes.pop("counters", {}))
     made.update(changes)
     return made
@@ -49,12 +70,14 @@ def stream(index, name, direction="input", **changes):
 
 def lost(index, name, since_ms, **changes):
     return stream(index, name, state="lost", since=utc(since_ms), lock="idle", rates=[], phase=None, drift=None,
-                  **changes)
+                  health=health(since_ms, signal=("unhealthy", "the signal is lost")), **changes)
 
 
 def snapshot(streams, ms=NOW, **changes):
     sides = {side: [one for one in streams if one["direction"] == side] for side in ("input", "output")}
-    made = {"snapshot": {"number": 1, "utc": utc(ms), "tick": 0, "tick_frequency_hz": 1000000}, "host": "rack-7",
+    worst = max((one["health"]["overall"] for one in streams), key=RANKS.index, default="inactive")
+    since = min((one["health"]["since"] for one in streams if one["health"]["overall"] == worst), default=utc(ms))
+    made = {"snapshot": {"number": 1, "utc": utc(ms), "tick": 0, "tick_frequency_hz": 1000000}, "host": "rack-7", "health": {"overall": worst, "since": since, "incidents_open": 1},
             "board": {"library": "libVeltrano.so", "version": "1.0.0.0", "simulated": False},
             "threshold": {"seconds": None, "lines": 1.0},
             "costs": {"ring_overruns": 0, "store_failing": False, "journal_failing": False},
@@ -78,7 +101,17 @@ def history(of, ms, seconds=300, dark_from=None):
         return [value if one else None for one in known]
     return {"stream": of, "t": times, "reach": {"seconds_from": times[0], "minutes_from": times[0]},
             "rate": column(60000 / 1001), "rate_stderr": column(6e-8), "phase": column(3e-6),
-            "phase_stderr": column(2e-8), "phase_min": column(3e-6), "phase_max": column(3e-6)}
+            "phase_stderr": column(2e-8), "ready": column(1.4), "phase_min": column(3e-6), "phase_max": column(3e-6)}
+
+
+def as_live(streams):
+    """The live stream tells the worst domain only."""
+    told = copy.deepcopy(streams)
+    for one in (each for side in told["directions"].values() for each in side["streams"]):
+        domains = one["health"].pop("domains")
+        worst = next((name for name, said in domains.items() if said["status"] == one["health"]["overall"]), "signal")
+        one["health"].update(domain=worst, reason=domains.get(worst, {}).get("reason", ""))
+    return told
 
 
 class MadeUpWatch:
@@ -86,6 +119,7 @@ class MadeUpWatch:
         self.streams = snapshot([])
         self.pairs = {"directions": {side: {"pairs": [], "groups": []} for side in ("input", "output")}}
         self.events = []
+        self.incidents = []
         self.history = lambda query: history(query["stream"], NOW)
         self.asked = []
         self.listeners = []
@@ -114,7 +148,7 @@ class MadeUpWatch:
         number = self.streams["snapshot"]["number"] + 1
         self.streams = snapshot(copy.deepcopy(streams), **changes)
         self.streams["snapshot"]["number"] = number
-        self.tell("snapshot", self.streams)
+        self.tell("snapshot", as_live(self.streams))
 
     def add(self, events):
         self.events = sorted(self.events + events, key=lambda one: (one["utc"], one["number"]), reverse=True)
@@ -137,6 +171,7 @@ class MadeUpWatch:
             self.live(request)
             return
         made = {"/api/v1/streams": lambda: self.streams, "/api/v1/pairs": lambda: self.pairs,
+                "/api/v1/incidents": lambda: {"incidents": self.incidents},
                 "/api/v1/history": lambda: self.history(query),
                 "/api/v1/events": lambda: self.find_events(query)}.get(address.path)
         if made:
@@ -162,13 +197,13 @@ class MadeUpWatch:
         mine = queue.Queue()
         self.listeners.append(mine)
         try:
-            message = f"retry: 100\nevent: snapshot\ndata: {json.dumps(self.streams)}\n\n"
+            message = f"retry: 100\nevent: snapshot\ndata: {json.dumps(as_live(self.streams))}\n\n"
             while message:
                 request.wfile.write(message.encode())
                 try:
                     message = mine.get(timeout=1)
                 except queue.Empty:
-                    message = f"event: snapshot\ndata: {json.dumps(self.streams)}\n\n"
+                    message = f"event: snapshot\ndata: {json.dumps(as_live(self.streams))}\n\n"
         except OSError:
             pass
         finally:

@@ -21,7 +21,8 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
-from made_up_watch import NOW, MadeUpWatch, estimate, event, history, lost, snapshot, stream, utc
+from made_up_watch import (INACTIVE, NOW, MadeUpWatch, estimate, event, health, history, incident, lost, snapshot,
+                           stream, utc)
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAM, BOARD = sys.argv[1:3]
@@ -95,6 +96,10 @@ class PageCase(unittest.TestCase):
         found = self.script("return document.querySelector(arguments[0])?.textContent ?? ''", selector)
         return found.replace("\u00a0", " ").replace("\u2011", "-")
 
+    def texts(self, selector):
+        found = self.script("return [...document.querySelectorAll(arguments[0])].map((one) => one.textContent)", selector)
+        return [one.replace("\u00a0", " ").replace("\u2011", "-") for one in found]
+
 
 class RealWatchTest(PageCase):
     """The page and the program together."""
@@ -131,7 +136,7 @@ class RealWatchTest(PageCase):
         moment = time.mktime(time.strptime(happened[:19], "%Y-%m-%dT%H:%M:%S")) - time.timezone + float(happened[19:-1])
         self.assertLess(seen - moment, 2.0)
         self.assertTrue(self.script("return window.notReloaded"))
-        self.assertIn("Fields lost", self.row("IN_04").text)
+        self.assertRegex(self.row("IN_04").text, "Delivery: .* not delivered")
 
     def test_2_every_stream_is_shown_as_the_api_has_it(self):
         self.open()
@@ -145,7 +150,6 @@ class RealWatchTest(PageCase):
             if stream["state"] == "running":
                 self.assertIn(f"{stream['rates'][1]['hz']:.3f}"[:5], shown)
         self.assertRegex(self.row("IN_01").find_element(By.CSS_SELECTOR, ".phase").text, r"^[+]\d+\.\d\d$")
-        self.until(lambda: self.rows()[0] == "IN_05")
         self.assertIn("Simulated board", self.text("#badges"))
         self.assertIn(HOSTILE, self.row("IN_02").text)
         self.assertEqual(self.browser.find_elements(By.TAG_NAME, "img"), [])
@@ -187,14 +191,17 @@ def wall():
     house = {"seconds": 0.0, "stderr": 1e-8, "lines": 0.0}
     return [stream(0, "Camera A", phase=house), stream(1, "Camera B"),
             stream(2, "Drifter", lock="passing", drift={"ratio": 1.2e-9, "stderr": 2e-10},
-                   seconds_to_threshold=4080.0, seconds_to_slip=90000.0),
+                   seconds_to_threshold=4080.0, seconds_to_slip=90000.0,
+                   health=health(NOW - 60000, synchronisation=("partially_healthy", "drifts against IN_00"))),
             stream(3, "Lossy", counters={"fields_lost": 150},
-                   last_event={"number": 7, "kind": "fields_lost", "utc": utc(NOW - 4000)}),
+                   health=health(NOW - 4000, delivery=("unhealthy", "150 fields were not delivered"))),
             lost(4, "Cable", NOW - 840000,
                  last_event={"number": 5, "kind": "lock_changed", "utc": utc(NOW - 839000)}),
-            stream(5, HOSTILE, state="gone", since=utc(NOW - 60000)),
-            stream(0, "Left", "output"),
-            stream(1, "Desktop", "output", state="idle", lock="idle", rates=[], phase=None)]
+            stream(5, HOSTILE, state="gone", since=utc(NOW - 60000),
+                   health=health(NOW - 60000, signal=("unhealthy", "the device is gone"))),
+            stream(0, "Left", "output", lock="free",
+                   health=health(NOW - 5000, feed=("unhealthy", "no new picture comes"))),
+            stream(1, "Desktop", "output", state="idle", lock="idle", rates=[], phase=None, health=INACTIVE)]
 
 
 # Every text that is shown and cannot be read: its contrast with what is behind it is less than 4.5:1.
@@ -229,28 +236,73 @@ class MadeUpTest(PageCase):
         self.base = self.watch.base
         self.watch.streams = snapshot(wall())
 
-    def test_the_first_screen_says_what_is_broken_and_since_when(self):
+    def test_the_first_screen_says_what_is_broken_since_when_whose_fault_and_what_to_do(self):
+        self.watch.incidents = [
+            incident(9, NOW - 4000, "delivery", ["IN_03"], "150 fields were not delivered", lost=150),
+            incident(8, NOW - 840000, "signal", ["IN_04", "IN_01"], "all 2 inputs of one lock group within 0.2 ms: "
+                     "their common reference", "lock_group"),
+            incident(7, NOW - 900000, "feed", ["OUT_00"], "no new picture comes", end=utc(NOW - 1000))]
         self.open()
-        self.until_equal(
-            "IN_04 Cable has had no signal since 02:46:00 UTC; IN_05 <img src=x onerror=document… is gone since "
-            "02:59:00 UTC; IN_03 Lossy loses fields; IN_02 Drifter is drifting, out of step in about 1 h; "
-            "OUT_01 Desktop idle", lambda: self.text("#verdict .more"))
-        self.assertEqual(self.text("#verdict strong"), "4 of 8 streams in step")
-        self.assertEqual(self.browser.title, "4 of 8 streams in step – Streams – Video watch, rack-7")
-        self.assertEqual(self.rows(), ["IN_04", "IN_05", "IN_02", "IN_03", "IN_01", "IN_00", "OUT_00", "OUT_01"])
-        self.assertEqual(self.row("IN_04").find_element(By.CSS_SELECTOR, ".event").text, "Signal lost, 14 min ago")
+        self.until_equal([
+            "Delivery of IN_03 Lossy: 150 fields were not delivered", "since 02:59:56 UTC, for 4 s, 150 fields lost",
+            "Whose fault: the board or its driver.",
+            "First: Look for messages of the driver; the signal itself is there.",
+            "Signal of IN_04 Cable, IN_01 Camera B: all 2 inputs of one lock group within 0.2 ms: their common reference",
+            "since 02:46:00 UTC, for 14 min", "Whose fault: what the streams of the lock group share.",
+            "First: Check their reference first, then each cable."], lambda: self.texts("#incidents li > *"))
+        self.assertEqual(self.text("#verdict strong"), "Unhealthy since 02:46:00 UTC")
+        self.assertEqual(
+            self.text("#verdict .more"),
+            "IN_03 Lossy: 150 fields were not delivered; IN_04 Cable: the signal is lost; IN_05 <img src=x "
+            "onerror=document…: the device is gone; OUT_00 Left: no new picture comes; IN_02 Drifter: drifts against "
+            "IN_00; OUT_01 Desktop inactive")
+        self.assertEqual(self.browser.title, "Unhealthy since 02:46:00 UTC – Streams – Video watch, rack-7")
+        self.assertEqual(self.rows(), ["IN_04", "IN_05", "IN_03", "IN_02", "IN_01", "IN_00", "OUT_00", "OUT_01"])
+        self.assertEqual(self.texts(".strips td.state"), ["No signal", "Gone", "Unhealthy", "Partially healthy", "Locked",
+                                                        "Reference", "Unhealthy", "Idle"])
+        self.assertEqual(self.texts(".strips td.event")[:4], [
+            "Signal: the signal is lost, 14 min ago", "Signal: the device is gone, 1 min ago",
+            "Delivery: 150 fields were not delivered, 4 s ago", "Synchronisation: drifts against IN_00, 1 min ago"])
 
     def test_each_view_has_its_title_and_each_stream_its_sentence(self):
         for query, title, selector, sentence in (
                 ("?view=pairs", "Pairs", "h2", "Inputs"), ("?view=events", "Events", ".filters span", "none"),
                 ("?view=stream&stream=IN_04", "IN_04", ".sentence",
-                 "IN_04 has had no signal since 02:46:00 UTC, for 14 min."),
+                 "IN_04 has had no signal since 02:46:00 UTC, for 14 min. "
+                 "Signal: the signal is lost, since 02:46:00 UTC."),
                 ("?view=stream&stream=IN_02", "IN_02", ".sentence",
-                 "IN_02 is in step only in passing, drifts +1.20 ppb, leaves the lock in about 1 h, "
-                 "slips a whole field in about 1 d.")):
+                 "IN_02 is in step only in passing, drifts +1.20 ppb, leaves the lock in about 1 h, slips a whole field "
+                 "in about 1 d. Synchronisation: drifts against IN_00, since 02:59:00 UTC.")):
             self.open(query)
             self.until_equal(sentence, lambda selector=selector: self.text(selector))
-            self.assertEqual(self.browser.title, f"4 of 8 streams in step – {title} – Video watch, rack-7")
+            self.assertEqual(self.browser.title, f"Unhealthy since 02:46:00 UTC – {title} – Video watch, rack-7")
+
+    def test_a_stream_tells_its_buffers_its_feed_its_pacing_and_why_fields_went_unseen(self):
+        level = {"mean": 1.4, "least": 1, "most": 3}
+        queue = {"total": 8, "held_seconds": 0.0567, "consumer_stalled_since": utc(NOW - 9000),
+                 "windows": [{"seconds": 1, "ready": level, "loaned": {"mean": 2.0, "least": 2, "most": 2}}]}
+        causes = {"outside_wait": 0, "no_processor": 12, "machine": 3, "neighbour": 0}
+        pacing = {"fields": 900, "p50_seconds": 1e-6, "p95_seconds": 2e-6, "p99_seconds": 4e-6, "p999_seconds": 1e-5,
+                  "worst_seconds": -2.5e-4, "worst_utc": utc(NOW - 60000), "bins": []}
+        self.watch.streams = snapshot([stream(0, "Camera A", queue=queue, unobserved_causes=causes, pacing=pacing)])
+        self.open("?view=stream&stream=IN_00")
+        self.until_equal("ready 1.4 (1 to 3), loaned 2.0 (2 to 2) of 8; a picture waits 57 ms",
+                         lambda: self.text(".gauge + .reading"))
+        self.assertEqual(self.script("return [...document.querySelectorAll('.gauge span')].map((one) => one.className)"),
+                         ["loaned"] * 2 + ["ready"] + ["free"] * 5)
+        self.assertIn("Nobody takes the pictures since 2026-03-01 02:59:51 UTC.", self.texts("p.lost"))
+        for fact in ("Not seen: no processor was free12", "Not seen: the machine stood still3",
+                     "99.9 % within10.00 µs", "The worst field−250.0 µs", "which came at2026-03-01 02:59:00 UTC",
+                     "DeliveryHealthy"):
+            self.assertIn(fact, self.text(".stream-view"))
+        self.assertNotIn("Not seen: the watch", self.text(".stream-view"))
+        feed = {"cadence": "3:2", "cadence_since": utc(NOW - 60000), "fed": True, "stalled_since": utc(NOW - 3000),
+                "stalls": 2, "cadence_changes": 1, "repeated_beyond_cadence": 180}
+        self.watch.show([stream(0, "Left", "output", feed=feed)])
+        self.open("?view=stream&stream=OUT_00")
+        for fact in ("Cadence3:2, since 2026-03-01 02:59:00 UTC", "Stalled since2026-03-01 02:59:57 UTC",
+                     "Repeated beyond the cadence180"):
+            self.until(lambda fact=fact: fact in self.text(".stream-view"))
 
     def test_times_to_come_are_as_exact_as_they_are_known(self):
         cases = [[600, 90, "in about 10 min"], [4080, 700, "in about 1 h"], [4080, 1, "in 1 h 8 min"],
@@ -334,6 +386,20 @@ class MadeUpTest(PageCase):
                             ".map((row) => Number(row.dataset.number))")
         self.assertEqual(order, [254, 252, 253, *range(250, 0, -1), 251])
 
+    def test_events_are_told_in_words(self):
+        told = [event(1, NOW, "description_changed", member="colour_space", before=1, after=2),
+                event(2, NOW, "cadence_changed", before=None, after="3:2"),
+                event(3, NOW, "incident_ended", incident=12, domain="signal", seconds=840.0),
+                event(4, NOW, "feed_resumed", seconds=2.5), event(5, NOW, "field_late", count=3, seconds=4e-4),
+                event(6, NOW, "state_changed", before="running", after="lost", count=7)]
+        self.open()
+        said = self.browser.execute_async_script(
+            "const [told, done] = arguments; import('/words.js').then((words) => done(told.map(words.eventText)))", told)
+        self.assertEqual(said, ["Description: colour space: 1 → 2", "Cadence: none → 3:2",
+                                "Incident ended: number 12, signal, after 14 min", "Feed goes on: after 2.5 s",
+                                "Field late: 3 fields, by +400.0 µs at most",
+                                "State: running → lost, 7 times together"])
+
     def test_focus_comes_back_and_everything_works_by_keyboard(self):
         self.open()
         self.until(self.rows)
@@ -361,17 +427,17 @@ class MadeUpTest(PageCase):
     def test_updates_can_be_paused_and_what_is_old_is_never_green(self):
         self.watch.streams = snapshot([stream(0, "Camera A")])
         self.open()
-        self.until_equal("Everything that runs is in step", lambda: self.text("#verdict strong"))
+        self.until_equal("All is well", lambda: self.text("#verdict strong"))
         self.find("#pause").click()
         asked = len(self.watch.asked)
         self.watch.show(wall(), ms=NOW + 5000)
         self.until(lambda: self.text("#link").startswith("updates are paused since"))
         self.assertIn("is-warn", self.script("return document.querySelector('#verdict').className"))
-        self.assertEqual(self.text("#verdict .more"), "its last word: Everything that runs is in step")
+        self.assertEqual(self.text("#verdict .more"), "its last word: All is well")
         self.assertEqual(self.rows(), ["IN_00"])
         self.assertEqual(len(self.watch.asked), asked)
         self.find("#pause").click()
-        self.until_equal("4 of 8 streams in step", lambda: self.text("#verdict strong"))
+        self.until_equal("Unhealthy since 02:46:00 UTC", lambda: self.text("#verdict strong"))
 
     def test_fits_every_width_and_can_be_read_in_both_colour_schemes_live_and_old(self):
         self.watch.add([event(n, NOW - n, kind, of="IN_03", count=2) for n, kind in

@@ -30,7 +30,7 @@ export function readAddress() {
 }
 
 // The address of the present state with some of it changed.
-export function addressWith(changes) {
+function addressWith(changes) {
   const state = { ...readAddress(), ...changes };
   const query = new URLSearchParams();
   for (const [key, value] of Object.entries(state)) {

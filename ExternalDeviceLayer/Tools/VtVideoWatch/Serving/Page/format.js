@@ -3,7 +3,7 @@
 export const dash = "–";
 const minus = "−";
 
-export function isNumber(value) {
+function isNumber(value) {
   return typeof value === "number" && Number.isFinite(value);
 }
 

@@ -14,17 +14,28 @@ function shownRate(rates) {
   return known("10s") ?? known("1s") ?? null;
 }
 
-// When a stream that the page has not known before has lost fields, as far as its last event tells.
-function lossOf(event) {
-  return event?.kind === "fields_lost" ? toMs(event.utc) : -Infinity;
+// The live stream tells the worst domain, the API all of them: { overall, domain, reason, sinceMs }.
+function toHealth({ overall, since, domain, reason, domains }) {
+  const [worst, said] = Object.entries(domains ?? {}).find(([, { status }]) => status === overall) ?? [
+    domain,
+    { reason },
+  ];
+  return { overall, domain: worst, reason: said.reason, sinceMs: toMs(since) };
+}
+
+// Buffers of the last second: { ready, loaned }; null when they are not known.
+function toQueue(queue) {
+  const [newest] = queue?.windows ?? [];
+  const ready = newest ? newest.ready?.mean : queue?.ready;
+  const loaned = newest ? newest.loaned?.mean : queue?.loaned;
+  return typeof ready === "number" ? { ready, loaned } : null;
 }
 
 // A stream from /api/v1/streams, or from the live stream, which leaves out what rarely changes: that comes from known.
-export function toStream(json, nowMs, known = {}) {
+function toStream(json, known = {}) {
   const rate = json.rates ? shownRate(json.rates) : json.rate;
   const counters = json.counters ?? json;
   const hertz = rate?.hz ?? null;
-  const lost = counters.fields_lost ?? 0;
   return {
     id: json.id,
     direction: json.direction ?? (json.id.startsWith("OUT") ? "output" : "input"),
@@ -50,20 +61,17 @@ export function toStream(json, nowMs, known = {}) {
     toThresholdError: json.seconds_to_threshold_stderr ?? null,
     toSlip: json.seconds_to_slip ?? null,
     toSlipError: json.seconds_to_slip_stderr ?? null,
-    lost,
-    lossMs: lost > (known.lost ?? lost) ? nowMs : (known.lossMs ?? lossOf(json.last_event)),
+    lost: counters.fields_lost ?? 0,
     unobserved: counters.fields_unobserved ?? 0,
-    losses: counters.signal_losses ?? 0,
-    lastEvent: json.last_event?.kind
-      ? { number: json.last_event.number, kind: json.last_event.kind, ms: toMs(json.last_event.utc) }
-      : null,
+    health: json.health ? toHealth(json.health) : (known.health ?? null),
+    queue: toQueue(json.queue),
+    lastEvent: json.last_event?.kind ? { kind: json.last_event.kind, ms: toMs(json.last_event.utc) } : null,
   };
 }
 
 // The whole watch, from either of both.
 export function toModel(json, before) {
   const model = {
-    number: json.snapshot.number,
     ms: toMs(json.snapshot.utc),
     host: json.host,
     simulated: json.simulated ?? json.board?.simulated ?? false,
@@ -71,6 +79,7 @@ export function toModel(json, before) {
     clock: json.clock ?? before?.clock ?? null,
     threshold: json.threshold ?? before?.threshold ?? null,
     costs: json.costs ?? { ...before?.costs, ...pickCosts(json) },
+    health: json.health ?? before?.health ?? null,
     directions: {},
   };
   for (const direction of directions) {
@@ -78,9 +87,7 @@ export function toModel(json, before) {
     model.directions[direction] = {
       reference: given.reference,
       groups: given.groups ?? before?.directions[direction].groups ?? [],
-      streams: given.streams.map((stream) =>
-        toStream(stream, model.ms, before ? findStream(before, stream.id) : undefined),
-      ),
+      streams: given.streams.map((stream) => toStream(stream, before ? findStream(before, stream.id) : undefined)),
     };
   }
   return model;

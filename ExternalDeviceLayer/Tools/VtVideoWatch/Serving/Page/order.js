@@ -1,5 +1,6 @@
-// The order of the strips: worst first, and calm. A strip moves only when what it does, or the size of what it has lost
+// The order of the strips: worst first, and calm. A strip moves only when its health, what it does, or the size of what it has lost
 // or is off by, has been different for a while.
+import { healthRank } from "./health.js";
 import { kinds } from "./model.js";
 
 const settleMs = 3000;
@@ -8,7 +9,12 @@ const digitsOf = (count) => (count < 1 ? 0 : 1 + Math.floor(Math.log10(count)));
 
 // What a stream's place depends on; the worst is the least.
 function keyOf(stream, compared) {
-  return [kinds[compared.kind].rank, -digitsOf(stream.lost), -digitsOf(Math.abs(compared.lines ?? 0))];
+  return [
+    healthRank(stream),
+    kinds[compared.kind].rank,
+    -digitsOf(stream.lost),
+    -digitsOf(Math.abs(compared.lines ?? 0)),
+  ];
 }
 
 function settle(known, key, nowMs) {

@@ -2,10 +2,11 @@
 import { addressOf, goTo } from "./address.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
 import * as format from "./format.js";
-import { directions, directionTitles, kinds } from "./model.js";
+import { lastWord, strip as stripOf } from "./health.js";
+import { directions, directionTitles } from "./model.js";
 import { makeOrder } from "./order.js";
-import { addToTrace, drawTrace, makeTrace } from "./sparkline.js";
-import { lastWord } from "./words.js";
+import { drawTrace } from "./sparkline.js";
+import { traceOf } from "./traces.js";
 
 const columns = [
   ["state", "State"],
@@ -16,21 +17,8 @@ const columns = [
   ["phase number", "Phase, µs", "the same in microseconds"],
   ["spark", "Last 5 minutes", "the phase"],
   ["lost-fields number", "Lost fields", "fields that the board did not deliver"],
-  ["event", "Last event"],
+  ["event", "What, and since when"],
 ];
-
-const traces = new Map(); // by stream's id
-
-export function rememberPhase(id, seconds) {
-  if (!traces.has(id)) {
-    traces.set(id, makeTrace());
-  }
-  addToTrace(traces.get(id), seconds);
-}
-
-export function hasTrace(id) {
-  return traces.has(id);
-}
 
 function makeStrip(stream) {
   const cells = Object.fromEntries(
@@ -54,12 +42,12 @@ function makeStrip(stream) {
 }
 
 function updateIdentity({ row, cells, link, name, mark, word }, stream, compared) {
-  const kind = kinds[compared.kind];
+  const shown = stripOf(stream, compared);
   setAttribute(row, "class", `is-${compared.kind}`);
-  setAttribute(cells.state, "class", `state ${compared.kind}`);
-  setAttribute(cells.state, "title", kind.meaning);
-  setShape(mark, compared.kind);
-  setText(word, kind.word);
+  setAttribute(cells.state, "class", `state ${shown.colour}`);
+  setAttribute(cells.state, "title", shown.meaning);
+  setShape(mark, shown.shape);
+  setText(word, shown.word);
   setAttribute(link, "href", addressOf("stream", { stream: stream.id }));
   setText(name, stream.name);
   setAttribute(cells.stream, "title", `${stream.name}\n${stream.standard}`);
@@ -87,8 +75,10 @@ function updateStrip(strip, stream, compared, nowMs) {
   updateIdentity(strip, stream, compared);
   updateFigures(strip, stream, compared);
   const last = lastWord(stream);
-  setText(strip.cells.event, last ? `${last.text}, ${format.age(last.ms, nowMs)}` : "");
-  setAttribute(strip.cells.event, "title", last ? `${format.utcDateTime(last.ms, true)} UTC` : "");
+  const text = last ? `${last.text}, ${format.age(last.ms, nowMs)}` : "";
+  setText(strip.cells.event, text);
+  setAttribute(strip.cells.event, "class", `event ${last?.colour ?? ""}`);
+  setAttribute(strip.cells.event, "title", last ? `${text}\n${format.utcDateTime(last.ms, true)} UTC` : "");
 }
 
 function makeTable(direction) {
@@ -134,7 +124,7 @@ function showDirection(table, streams, { compared, state, model }) {
 
 function drawTraces({ strips }, streams, threshold) {
   for (const stream of streams) {
-    const trace = traces.get(stream.id);
+    const trace = traceOf("phase", stream.id);
     const strip = strips.get(stream.id);
     if (trace && strip) {
       const seconds = threshold?.seconds ?? (threshold?.lines ?? 1) * (stream.line ?? 15e-6);

@@ -1,21 +1,25 @@
 // The page: takes what the watch sends once a second, and hands it to the view that the address names.
 import { followLinks, onAddress, readAddress } from "./address.js";
-import { askHistory, askPairs, askStreams, listen, pauseAsking, poll } from "./api.js";
+import { askHistory, askIncidents, askPairs, askStreams, listen, pauseAsking, poll } from "./api.js";
 import { compare, needsPairs, referenceIds } from "./compare.js";
 import { showControls, showNavigation, titleOf } from "./controls.js";
 import { element, setAttribute, setText } from "./dom.js";
 import { makeEventsView } from "./events-view.js";
 import * as format from "./format.js";
+import { verdictOf } from "./health.js";
+import { showIncidents } from "./incidents.js";
 import { findStream, streamsOf, toModel } from "./model.js";
-import { hasTrace, makeOverview, rememberPhase } from "./overview.js";
+import { makeOverview } from "./overview.js";
 import { makePairsView } from "./pairs-view.js";
 import { makeStreamView } from "./stream-view.js";
-import { judge, outdated, showVerdict } from "./verdict.js";
+import { remember, traceOf } from "./traces.js";
+import { outdated, showVerdict } from "./verdict.js";
 
 const place = (id) => document.getElementById(id);
 
 let model = null;
 let pairs = null;
+let incidents = [];
 let shown = null; // { key, view }
 let link = { state: "live", sinceMs: Date.now() };
 let pausedMs = null; // since when updates are paused
@@ -43,12 +47,12 @@ function capital(text) {
   return text[0].toUpperCase() + text.slice(1);
 }
 
-function showVerdictAndTitle(state, compared) {
+function showVerdictAndTitle(state) {
   const { state: linkState, text } = linkNow();
-  const judged = judge(model, compared);
+  const judged = verdictOf(model);
   const verdict = linkState === "live" ? judged : outdated(judged, capital(text));
   showVerdict(place("verdict"), verdict);
-  document.title = `${verdict.text} – ${titleOf(state)} – Video watch, ${model.host}`;
+  document.title = `${verdict.text.replaceAll("\u00a0", " ").replaceAll("\u2011", "-")} – ${titleOf(state)} – Video watch, ${model.host}`;
 }
 
 function showLink() {
@@ -124,7 +128,12 @@ function show() {
   showControls(place("controls"), model, state);
   showBadges();
   showLink();
-  showVerdictAndTitle(state, compared);
+  showVerdictAndTitle(state);
+  showIncidents(
+    place("incidents"),
+    state.view === "overview" && model.health?.incidents_open > 0 ? incidents : [],
+    model,
+  );
   showFooter();
   showView(state, compared);
 }
@@ -133,14 +142,29 @@ async function fetchPairs(signal) {
   pairs = model && needsPairs(model, readAddress()) ? await askPairs(signal) : null;
 }
 
+async function fetchIncidents(signal) {
+  ({ incidents } = await askIncidents({ open: true }, signal));
+}
+
+// What the small lines show, by the names of the history.
+const tracedFigures = { phase: (stream) => stream.phase, ready: (stream) => stream.queue?.ready };
+
 // The minutes before the page was opened, so that the small lines do not begin empty.
 async function recallTraces() {
   for (const stream of streamsOf(model)) {
     const to = Math.floor(model.ms);
-    const query = { stream: stream.id, from: to - 300000, to, step: 1, fields: "phase" };
+    const query = { stream: stream.id, from: to - 300000, to, step: 1, fields: Object.keys(tracedFigures).join() };
     const history = await askHistory(query).catch(() => null);
-    for (const phase of history?.phase ?? [null]) {
-      rememberPhase(stream.id, phase);
+    for (const figure of Object.keys(tracedFigures)) {
+      (history?.[figure] ?? [null]).forEach((value) => remember(figure, stream.id, value));
+    }
+  }
+}
+
+function rememberFigures(stream) {
+  for (const [figure, of] of Object.entries(tracedFigures)) {
+    if (traceOf(figure, stream.id)) {
+      remember(figure, stream.id, of(stream));
     }
   }
 }
@@ -150,11 +174,7 @@ function takeSnapshot(json) {
     return;
   }
   model = toModel(json, model);
-  for (const stream of streamsOf(model)) {
-    if (hasTrace(stream.id)) {
-      rememberPhase(stream.id, stream.phase);
-    }
-  }
+  streamsOf(model).forEach(rememberFigures);
   if (!document.hidden) {
     show();
   }
@@ -188,6 +208,7 @@ function makePause(everything) {
 function begin() {
   followLinks(document);
   const everything = poll(() => 60000, fetchAll); // what the live stream leaves out: lengths of lines, clocks, costs
+  const incidentsPoller = poll(() => 2000, fetchIncidents);
   const pairsPoller = poll(() => 2000, fetchPairs);
   makePause(everything);
   onAddress((cause) => {
@@ -197,7 +218,12 @@ function begin() {
   document.addEventListener("visibilitychange", show);
   listen({
     snapshot: takeSnapshot,
-    events: () => pausedMs === null && shown?.view.events?.(),
+    events() {
+      if (pausedMs === null) {
+        shown?.view.events?.();
+        incidentsPoller.again();
+      }
+    },
     link(state, sinceMs) {
       const wasGone = link.state === "gone";
       link = { state, sinceMs };

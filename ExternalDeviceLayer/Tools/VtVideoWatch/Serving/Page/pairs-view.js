@@ -21,7 +21,7 @@ function inBlocks(streams, groups) {
 }
 
 // What is known of a pair, for whoever reads along the row of one of both.
-export function pairText(pair, row, column) {
+function pairText(pair, row, column) {
   const sign = pair.first === row.id ? 1 : -1;
   const parts = [`${format.label(column)} against ${format.label(row)}: ${states[pair.lock][1]}`];
   if (pair.offset) {

@@ -12,7 +12,7 @@ const phaseUnit = (value) => format.span(value);
 const ppmUnit = (value) => `${format.fixed(value, Math.abs(value) < 1 ? 4 : 2)} ppm`;
 
 // "2026-11-22 06:20:01 UTC: +3.00 µs ± 12 ns; Fields lost: 3 fields"
-export function readingText(reading, unit) {
+function readingText(reading, unit) {
   if (reading === null) {
     return "";
   }

@@ -10,6 +10,8 @@ function ppmText(rate) {
 
 const spanText = (seconds) => (seconds ? format.span(seconds, false) : null);
 
+const sinceText = (utc) => (utc ? `${format.utcDateTime(Date.parse(utc))} UTC` : null);
+
 function phaseFacts(json, compared) {
   const { phase, drift, driftError } = compared;
   return [
@@ -53,6 +55,46 @@ function bufferFacts(direction, counters) {
       ];
 }
 
+// How far fields are off their grid, since the watch began.
+export function pacingFacts({ pacing }) {
+  if (!pacing?.fields) {
+    return [["Fields", "none"]];
+  }
+  return [
+    ["50 % within", format.span(pacing.p50_seconds, false)],
+    ["95 % within", format.span(pacing.p95_seconds, false)],
+    ["99 % within", format.span(pacing.p99_seconds, false)],
+    ["99.9 % within", format.span(pacing.p999_seconds, false)],
+    ["The worst field", format.span(pacing.worst_seconds)],
+    ["which came at", sinceText(pacing.worst_utc)],
+  ];
+}
+
+const causeWords = {
+  outside_wait: "the watch was busy otherwise",
+  no_processor: "no processor was free",
+  machine: "the machine stood still",
+  neighbour: "another stream held it up",
+};
+
+function causeFacts(causes) {
+  return Object.entries(causes ?? {})
+    .filter(([, count]) => count > 0)
+    .map(([cause, count]) => [`Not seen: ${causeWords[cause] ?? cause}`, format.count(count)]);
+}
+
+// What an output is fed, and whether the fields of an interlaced signal come in their order.
+function feedFacts(json) {
+  const { feed, field_order: order } = json;
+  return [
+    ["Cadence", feed && (feed.cadence ? `${feed.cadence}, since ${sinceText(feed.cadence_since)}` : "none")],
+    ["Stalled since", sinceText(feed?.stalled_since)],
+    ["Stalls, changes of cadence", feed && `${format.count(feed.stalls)}, ${format.count(feed.cadence_changes)}`],
+    ["Repeated beyond the cadence", feed && format.count(feed.repeated_beyond_cadence)],
+    ["Fields swapped since", sinceText(order?.swapped_since)],
+  ];
+}
+
 // What is measured: json from the API, and what compare() says.
 export function measuredFacts(json, compared) {
   return [
@@ -63,7 +105,9 @@ export function measuredFacts(json, compared) {
     ...json.rates.map((rate) => [`Deviation over ${rate.window}`, ppmText(rate)]),
     ...phaseFacts(json, compared),
     ...fieldFacts(json.counters),
+    ...causeFacts(json.unobserved_causes),
     ...bufferFacts(json.direction, json.counters),
+    ...feedFacts(json),
   ];
 }
 

@@ -2,10 +2,11 @@
 import { addressOf } from "./address.js";
 import { askStreams, poll } from "./api.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
+import { faultOf, faultText, healthFacts, strip as stripOf } from "./health.js";
 import { makeHistogram } from "./histogram.js";
-import { kinds } from "./model.js";
+import { makeQueueGauge } from "./queue-gauge.js";
 import { CStreamCharts } from "./stream-charts.js";
-import { makeFacts, measuredFacts, signalFacts } from "./stream-facts.js";
+import { makeFacts, measuredFacts, pacingFacts, signalFacts } from "./stream-facts.js";
 import { movement } from "./words.js";
 
 function makePanel(title, ...children) {
@@ -31,25 +32,34 @@ function makeHead(id) {
     root,
     show(stream, compared, nowMs) {
       setAttribute(back, "href", addressOf("overview"));
-      setShape(mark, compared.kind);
-      setText(word, kinds[compared.kind].word);
-      setAttribute(word, "class", compared.kind);
+      const shown = stripOf(stream, compared);
+      setShape(mark, shown.shape);
+      setAttribute(mark.parentNode, "class", shown.colour);
+      setText(word, shown.word);
       setText(name, stream.name);
-      setText(sentence, `${id} ${movement(stream, compared, nowMs)}.`);
+      const fault = faultOf(stream);
+      const more = fault ? ` ${faultText(fault, nowMs)}.` : "";
+      setText(sentence, `${id} ${movement(stream, compared, nowMs)}.${more}`);
     },
   };
 }
 
 // What is asked for apart, for the live stream leaves it out.
 function makeSide(id) {
+  const health = makeFacts();
   const signal = makeFacts();
+  const queue = makeQueueGauge(id);
   const measured = makeFacts();
+  const pacing = makeFacts();
   const histogram = makeHistogram();
   const root = element(
     "div",
     { class: "side" },
+    makePanel("Health", health.list),
+    queue.root,
     makePanel("Signal", signal.list),
     makePanel("Intervals over the last 10 s", ...histogram.parts),
+    makePanel("How far fields are off their grid", pacing.list),
     makePanel("Measured", measured.list),
   );
   return {
@@ -58,7 +68,10 @@ function makeSide(id) {
       const json = await askStreams(abortSignal);
       const found = json.directions[stream.direction].streams.find((one) => one.id === id);
       if (found && !abortSignal.aborted) {
+        health.show(healthFacts(found));
+        queue.show(found);
         signal.show(signalFacts(found));
+        pacing.show(pacingFacts(found));
         measured.show(measuredFacts(found, compared));
         histogram.show(found.intervals);
       }

@@ -50,13 +50,6 @@ const eventClasses = {
   counter_backward: "lost",
   buffers_skipped: "free",
   buffers_overwritten: "free",
-  feed_stalled: "lost",
-  feed_resumed: "locked",
-  cadence_changed: "free",
-  field_order_swapped: "lost",
-  description_changed: "passing",
-  incident_began: "lost",
-  incident_ended: "locked",
   phase_stepped: "free",
   timings_changed: "passing",
   format_changed: "passing",
@@ -66,6 +59,13 @@ const eventClasses = {
   watch_began: "idle",
   watch_ended: "idle",
   signal_back: "locked",
+  feed_stalled: "lost",
+  feed_resumed: "locked",
+  cadence_changed: "passing",
+  field_order_swapped: "free",
+  description_changed: "passing",
+  incident_began: "free",
+  incident_ended: "locked",
 };
 
 export function eventClass(event) {
@@ -81,17 +81,17 @@ export function eventClass(event) {
 const plural = (count, one, many) => `${format.count(count)} ${count === 1 ? one : many}`;
 
 function valueText(event, value) {
-  return event.kind === "timings_changed" ? format.rate(value) : String(value);
+  return event.kind === "timings_changed" ? format.rate(value) : String(value ?? "none");
 }
 
 const details = {
   fields_unobserved: (event) => `${plural(event.count, "field", "fields")} not seen; no fault of the signal`,
   signal_back: (event) => `away for ${format.duration(event.seconds)}`,
   feed_resumed: (event) => `after ${format.duration(event.seconds)}`,
-  cadence_changed: (event) => `${event.before ?? "none"} → ${event.after ?? "none"}`,
-  description_changed: (event) => `${event.member}: ${event.before} → ${event.after}`,
-  incident_began: (event) => `${event.incident}, ${event.domain}`,
-  incident_ended: (event) => `${event.incident}, after ${format.duration(event.seconds)}`,
+  description_changed: (event) =>
+    `${event.member?.replaceAll("_", " ")}: ${valueText(event, event.before)} → ${valueText(event, event.after)}`,
+  incident_began: (event) => `number ${event.incident}, ${event.domain}`,
+  incident_ended: (event) => `number ${event.incident}, ${event.domain}, after ${format.duration(event.seconds)}`,
   phase_stepped: (event) => `by ${format.span(event.seconds)}`,
   group_ended: (event) => `${event.members?.join(", ")}, after ${format.duration(event.seconds)}`,
 };
@@ -118,14 +118,6 @@ export function eventText(event) {
   return [eventWord(event.kind), eventDetail(event)].filter(Boolean).join(": ");
 }
 
-// The newest that is worth telling of a stream: of one that is away, since when.
-export function lastWord(stream) {
-  if (stream.state === "lost" || stream.state === "gone") {
-    return { text: stream.state === "lost" ? eventWord("signal_lost") : "Gone", ms: stream.sinceMs };
-  }
-  return stream.lastEvent && { text: eventWord(stream.lastEvent.kind), ms: stream.lastEvent.ms };
-}
-
 const motionWords = { locked: "is in step", passing: "is in step only in passing", free: "runs free" };
 
 // What the server does not say, the drift's own error does: the time to a crossing is as unsure as the drift.
@@ -135,7 +127,7 @@ function countdown(compared, seconds, error) {
 }
 
 // When the threshold is crossed: "in about 1 h"; null when it is not.
-export function thresholdCountdown(compared) {
+function thresholdCountdown(compared) {
   const { toThreshold, toThresholdError } = compared;
   return toThreshold === null ? null : countdown(compared, toThreshold, toThresholdError);
 }

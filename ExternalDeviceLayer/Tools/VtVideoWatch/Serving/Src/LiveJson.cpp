@@ -149,6 +149,7 @@ CJson LiveJson_FromPublication(const SWatchPublication& roPublication)
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
             {"host", roPublication.szHost},
             {"simulated", roPublication.bIsSimulated},
+            {"health", HealthJson_FromWhole(roPublication.oJudgement)},
             {"late_wakes", CountLateWakes(roPublication.oSnapshot)},
             {"ring_overruns", roCosts.uiRingOverruns},
             {"store_failing", roCosts.bStoreIsFailing},
