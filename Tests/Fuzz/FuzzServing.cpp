@@ -25,9 +25,8 @@ bool IsOneLine(const std::string& rszText)
 void ReadUsers(const std::string& rszText)
 {
     std::vector<SUser> aoUsers;
-    std::string szProblem;
-    const bool bIsRead = UserFile_Read(rszText, aoUsers, szProblem);
-    Require(bIsRead ? !aoUsers.empty() : IsOneLine(szProblem));
+    const CFault oFault = UserFile_Read(rszText, aoUsers);
+    Require(oFault ? IsOneLine(oFault.GetText()) : !aoUsers.empty());
     for (const SUser& roUser : aoUsers)
     {
         Require(!roUser.szName.empty() && roUser.szName.find(':') == std::string::npos && roUser.szHash.size() == 60);
@@ -63,13 +62,11 @@ void ReadAddress(const std::string& rszText)
 {
     SListenAddress oAddress;
     SListenAddress oAgain;
-    std::string szProblem;
-    if (!ListenAddress_Read(rszText, oAddress, szProblem))
+    if (ListenAddress_Read(rszText, oAddress))
     {
-        Require(!szProblem.empty());
         return;
     }
-    Require(ListenAddress_Read(ListenAddress_Print(oAddress), oAgain, szProblem) && oAgain.szHost == oAddress.szHost &&
+    Require(!ListenAddress_Read(ListenAddress_Print(oAddress), oAgain) && oAgain.szHost == oAddress.szHost &&
             oAgain.uiPort == oAddress.uiPort && oAgain.bIsLoopback == oAddress.bIsLoopback);
 }
 

@@ -17,14 +17,13 @@ int main(int iArguments, char** aszArguments)
     {
         oData.AddEvent(static_cast<EWatchEventKind>(i), {EStreamDirection::INPUT, 0});
     }
-    std::string szProblem;
-    const WatchServerPtr poServer = WatchServer_Start(oData, {{"127.0.0.1:0"}}, szProblem);
-    if (poServer == nullptr)
+    CWatchServer oServer(oData);
+    if (const CFault oFault = oServer.Start({{"127.0.0.1:0"}}))
     {
-        std::fprintf(stderr, "%s\n", szProblem.c_str());
+        std::fprintf(stderr, "%s\n", oFault.GetText().c_str());
         return 1;
     }
-    std::printf("%s\n", WatchServer_GetAddresses(*poServer).front().c_str());
+    std::printf("%s\n", oServer.GetAddresses().front().c_str());
     std::fflush(stdout);
     pollfd oInput = {STDIN_FILENO, POLLIN, 0};
     for (uint64_t uiNumber = 1; uiNumber == 1 || poll(&oInput, 1, 1000) == 0; ++uiNumber)

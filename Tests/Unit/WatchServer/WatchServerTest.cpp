@@ -32,10 +32,8 @@ class WatchServerTest : public testing::Test
 protected:
     void SetUp() override
     {
-        std::string szProblem;
-        m_poServer = WatchServer_Start(m_oData, {{"127.0.0.1:0"}}, szProblem);
-        ASSERT_NE(m_poServer, nullptr) << szProblem;
-        m_szAddress = WatchServer_GetAddresses(*m_poServer).front();
+        ASSERT_EQ(m_poServer->Start({{"127.0.0.1:0"}}).GetText(), "");
+        m_szAddress = m_poServer->GetAddresses().front();
     }
 
     void Publish(uint64_t uiNumber, uint32_t uiStreams = 4) { m_oData.Publish(MadeUpWatch_Make(uiNumber, uiStreams)); }
@@ -53,7 +51,7 @@ protected:
     }
 
     CMadeUpWatch m_oData;
-    WatchServerPtr m_poServer;
+    std::unique_ptr<CWatchServer> m_poServer = std::make_unique<CWatchServer>(m_oData);
     std::string m_szAddress;
 };
 
@@ -326,9 +324,7 @@ TEST_F(WatchServerTest, TheEndDoesNotWaitForAnyClient)
     m_poServer.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - oBegin, std::chrono::seconds(1));
     EXPECT_FALSE(CHttpClient(m_szAddress).IsConnected());
-    std::string szProblem;
-    EXPECT_NE(WatchServer_Start(m_oData, {{m_szAddress}}, szProblem), nullptr)
-        << "the port is free again: " << szProblem;
+    EXPECT_EQ(CWatchServer(m_oData).Start({{m_szAddress}}).GetText(), "") << "the port is not free again";
 }
 
 TEST_F(WatchServerTest, WhatCannotBeListenedOnIsSaidInOneLine)
@@ -341,10 +337,9 @@ TEST_F(WatchServerTest, WhatCannotBeListenedOnIsSaidInOneLine)
     };
     for (const auto& [szListen, szFault] : aoFaults)
     {
-        std::string szProblem;
-        EXPECT_EQ(WatchServer_Start(m_oData, {{szListen}}, szProblem), nullptr) << szListen;
-        EXPECT_THAT(szProblem, HasSubstr(szFault)) << szListen;
-        EXPECT_EQ(szProblem.find('\n'), std::string::npos) << szListen;
+        const CFault oFault = CWatchServer(m_oData).Start({{szListen}});
+        EXPECT_THAT(oFault.GetText(), HasSubstr(szFault)) << szListen;
+        EXPECT_EQ(oFault.GetText().find('\n'), std::string::npos) << szListen;
     }
 }
 

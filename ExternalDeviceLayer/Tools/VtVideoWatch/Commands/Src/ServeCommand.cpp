@@ -42,7 +42,7 @@ struct SServeRun
     CBoardSession oSession;
     std::unique_ptr<CWatchData> poData;
     std::mutex oServerMutex; // whether there is one: HUP comes at any time
-    WatchServerPtr poServer;
+    std::unique_ptr<CWatchServer> poServer;
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
     std::unique_ptr<CIncidentDelivery> poDelivery;
@@ -186,6 +186,15 @@ CFault StartThreads(const SServeOptions& roOptions, SServeRun& roRun)
     return oFault ? oFault : roRun.poRun->Start();
 }
 
+CFault StartServer(const SServeOptions& roOptions, SServeRun& roRun)
+{
+    const std::lock_guard oGuard(roRun.oServerMutex);
+    auto poServer = std::make_unique<CWatchServer>(*roRun.poData);
+    CFault oFault = poServer->Start(roOptions.oServing);
+    roRun.poServer = oFault ? nullptr : std::move(poServer);
+    return oFault;
+}
+
 CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
 {
     const int64_t iNowUtcNs = ReadClockNs(CLOCK_REALTIME);
@@ -204,24 +213,17 @@ CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
         roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
     roRun.poData->Resume(roRun.oRemains.aoRunning);
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
-    std::string szProblem;
-    {
-        const std::lock_guard oGuard(roRun.oServerMutex);
-        roRun.poServer = WatchServer_Start(*roRun.poData, roOptions.oServing, szProblem);
-    }
-    if (!roRun.poServer)
-    {
-        return CFault(szProblem);
-    }
-    if (CFault oFault = StartThreads(roOptions, roRun))
+    CFault oFault = StartServer(roOptions, roRun);
+    oFault = oFault ? oFault : StartThreads(roOptions, roRun);
+    if (oFault)
     {
         return oFault;
     }
-    for (const std::string& rszUrl : WatchServer_GetUrls(*roRun.poServer))
+    for (const std::string& rszUrl : roRun.poServer->GetUrls())
     {
         Notice_Say("serving on " + rszUrl);
     }
-    const std::string szWarning = WatchServer_GetWarning(*roRun.poServer);
+    const std::string szWarning = roRun.poServer->GetWarning();
     if (!szWarning.empty())
     {
         Notice_Say(szWarning);
@@ -309,10 +311,10 @@ bool End(SServeRun& roRun)
 void ReloadServer(SServeRun& roRun)
 {
     const std::lock_guard oGuard(roRun.oServerMutex);
-    std::string szProblem;
-    if (roRun.poServer && !WatchServer_Reload(*roRun.poServer, szProblem))
+    const CFault oFault = roRun.poServer ? roRun.poServer->Reload() : CFault();
+    if (oFault)
     {
-        Notice_Say(szProblem + "; what was read before goes on");
+        Notice_Say(oFault.GetText() + "; what was read before goes on");
     }
 }
 

@@ -262,16 +262,15 @@ std::string FindContradiction(const SWatchOptions& roOptions)
     {
         return "--from: must be before --to";
     }
-    std::string szProblem;
     for (const std::string& rszListen : roOptions.oServe.oServing.aszListen)
     {
         SListenAddress oAddress;
-        if (!ListenAddress_Read(rszListen, oAddress, szProblem))
+        if (const CFault oFault = ListenAddress_Read(rszListen, oAddress))
         {
-            break;
+            return oFault.GetText();
         }
     }
-    return szProblem;
+    return {};
 }
 
 bool IsMainFlag(const std::string& rszArgument)

@@ -12,57 +12,10 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
-struct SHttpRequest
-{
-    std::string szPath; // decoded, without the query
-    std::string szQuery;
-    std::string szAccept;
-    std::string szIfNoneMatch;
-    std::string szLastEventId;
-    bool bAcceptsGzip = false;
-    bool bIsHead = false;
-};
-
-using HttpPiece = std::shared_ptr<const std::string>;
-
-enum class EHttpNext : uint8_t
-{
-    PIECE,
-    NOTHING_YET,
-    END
-};
-
-// A body that is not there as a whole. Its end means that the client is gone, or the server ends.
-class IHttpStream
-{
-public:
-    virtual ~IHttpStream() = default;
-
-    /*
-     * Before anything is taken.
-     *   fnWake  in  to be called whenever there may be something after NOTHING_YET; by any thread, also later than
-     * needed
-     */
-    virtual void SetWaker(std::function<void()> fnWake) = 0;
-
-    /* The next piece. Must not wait. One thread at a time. */
-    virtual EHttpNext TakeNext(HttpPiece& rpoPiece) = 0;
-};
-
-struct SHttpAnswer
-{
-    int iStatus = 200;
-    const char* szType = "application/json";
-    std::string_view szBody;
-    HttpPiece poBody;   // what szBody points into, unless that lasts for ever
-    std::string szETag; // with its quotes; without one nothing may be kept by a cache
-    bool bIsGzip = false;
-    bool bVariesByEncoding = false;        // gzip or not, as the client accepts
-    std::shared_ptr<IHttpStream> poStream; // instead of a body; none for HEAD
-};
+#include "Fault.h"
+#include "HttpAnswer.h"
 
 // Requests answered so far, by status.
 constexpr std::array<int, 10> aiHttpStatuses = {200, 304, 400, 401, 403, 404, 405, 500, 503, 0}; // 0: any other one
@@ -74,8 +27,9 @@ struct SHttpCounts
     uint64_t uiDropped = 0; // connections that were ended because they took too long, or for the sake of others
 };
 
-struct SHttpServer;
-using HttpHandler = std::function<SHttpAnswer(const SHttpServer& roServer, const SHttpRequest& roRequest)>;
+class CHttpServer;
+struct SHttpServerParts;
+using HttpHandler = std::function<SHttpAnswer(const CHttpServer& roServer, const SHttpRequest& roRequest)>;
 
 // Who may use unix sockets.
 struct SHttpSocketFile
@@ -103,48 +57,44 @@ struct SHttpSetup
     std::function<bool(const SHttpRequest& roRequest)> oIsSlow;
 };
 
-void HttpServer_Stop(SHttpServer* poServer);
-struct SHttpServerDeleter
+// Thread-safe once it is started. Its end closes every connection and waits for its threads: well below a second.
+// Streams must have been told before.
+class CHttpServer
 {
-    void operator()(SHttpServer* poServer) const { HttpServer_Stop(poServer); }
+public:
+    CHttpServer();
+    ~CHttpServer();
+    CHttpServer(const CHttpServer&) = delete;
+    CHttpServer& operator=(const CHttpServer&) = delete;
+
+    /*
+     * Starts to serve on all addresses of a setup, and on the sockets that the service manager hands over; without
+     * either, on szDefaultListen. Once.
+     *   oSetup  in  the handler may be called before this returns
+     * At a loopback address, requests for any other host are refused with 403: a page from elsewhere cannot have its
+     * name point here.
+     */
+    CFault Start(SHttpSetup oSetup);
+
+    /* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. */
+    const std::vector<std::string>& GetAddresses() const;
+
+    /* The same as who asks writes them, "https://127.0.0.1:80/". */
+    std::vector<std::string> GetUrls() const;
+
+    /* One line for whoever leaves an address open to everybody on the network; mostly empty. */
+    std::string GetWarning() const;
+
+    /*
+     * Reads the files of the setup again. Connections under another certificate are ended when it has changed. After a
+     * fault everything stays as it is.
+     */
+    CFault Reload();
+
+    SHttpCounts GetCounts() const;
+
+private:
+    const std::unique_ptr<SHttpServerParts> m_poParts;
 };
-// Its end closes every connection and waits for its threads: well below a second. Streams must have been told before.
-using HttpServerPtr = std::unique_ptr<SHttpServer, SHttpServerDeleter>;
-
-/*
- * Starts to serve on all addresses of a setup, and on the sockets that the service manager hands over; without either,
- * on szDefaultListen. oSetup      in   the handler may be called before this returns rszProblem  out  one line that
- * says why it could not be Null when it could not be. At a loopback address, requests for any other host are refused
- * with 403: a page from elsewhere cannot have its name point here.
- */
-HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem);
-
-/* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
-const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer);
-
-/* The same as who asks writes them, "https://127.0.0.1:80/". Thread-safe. */
-std::vector<std::string> HttpServer_GetUrls(const SHttpServer& roServer);
-
-/* One line for whoever leaves an address open to everybody on the network; mostly empty. Thread-safe. */
-std::string HttpServer_GetWarning(const SHttpServer& roServer);
-
-/*
- * Reads the files of the setup again. Connections under another certificate are ended when it has changed.
- *   rszProblem  out  one line that says what is wrong: then everything stays as it is
- * Thread-safe.
- */
-bool HttpServer_Reload(SHttpServer& roServer, std::string& rszProblem);
-
-/* Thread-safe. */
-SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer);
-
-/* An answer whose body it owns. */
-SHttpAnswer HttpAnswer_Make(int iStatus, const char* szType, std::string szBody);
-
-/* The same answer compressed, where a client takes that and it is worth it. */
-SHttpAnswer HttpAnswer_Compress(SHttpAnswer oAnswer, const SHttpRequest& roRequest);
-
-/* {"error": ...} on one line. */
-SHttpAnswer HttpAnswer_MakeError(int iStatus, std::string_view szText);
 
 #endif

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "Fault.h"
+
 // Where it is served when nothing else is said. The port is in no public list of those that exporters use.
 constexpr const char* szDefaultListen = "127.0.0.1:19843";
 
@@ -28,10 +30,9 @@ struct SListenAddress
 
 /*
  * Reads 127.0.0.1:80, [::1]:80 or unix:/run/http.sock. Addresses are in numbers, port 0 is any free one.
- *   roAddress   out  the parts
- *   rszProblem  out  one line that says what is wrong
+ *   roAddress  out  the parts
  */
-bool ListenAddress_Read(const std::string& rszText, SListenAddress& roAddress, std::string& rszProblem);
+CFault ListenAddress_Read(const std::string& rszText, SListenAddress& roAddress);
 
 /* The same as text. */
 std::string ListenAddress_Print(const SListenAddress& roAddress);

@@ -17,15 +17,6 @@
 #include "HttpServer.h"
 #include "WatchReader.h"
 
-struct SWatchServer;
-void WatchServer_Stop(SWatchServer* poServer);
-struct SWatchServerDeleter
-{
-    void operator()(SWatchServer* poServer) const { WatchServer_Stop(poServer); }
-};
-// Its end sends every client away and waits for the threads: well below a second.
-using WatchServerPtr = std::unique_ptr<SWatchServer, SWatchServerDeleter>;
-
 // Where and how to serve.
 struct SServingOptions
 {
@@ -34,21 +25,30 @@ struct SServingOptions
     SHttpFiles oFiles = {};
 };
 
-/*
- * Starts to serve.
- *   roReader    in   must outlive the server
- *   roOptions   in   where
- *   rszProblem  out  one line that says why it could not be
- * Null when it could not be. One thread at a time, like the end.
- */
-WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& roOptions, std::string& rszProblem);
+struct SWatchServerParts;
 
-/* The addresses in use, "127.0.0.1:80", with the ports that were taken for 0. Thread-safe. */
-const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer);
+// One thread at a time starts and ends it; all else is thread-safe. Its end sends every client away and waits for the
+// threads: well below a second.
+class CWatchServer
+{
+public:
+    /* roReader  in  must outlive the server */
+    explicit CWatchServer(IWatchReader& roReader);
+    ~CWatchServer();
+    CWatchServer(const CWatchServer&) = delete;
+    CWatchServer& operator=(const CWatchServer&) = delete;
 
-/* See HttpServer_GetUrls, HttpServer_GetWarning, HttpServer_Reload. Thread-safe. */
-std::vector<std::string> WatchServer_GetUrls(const SWatchServer& roServer);
-std::string WatchServer_GetWarning(const SWatchServer& roServer);
-bool WatchServer_Reload(SWatchServer& roServer, std::string& rszProblem);
+    /* Starts to serve, once. */
+    CFault Start(const SServingOptions& roOptions);
+
+    /* See CHttpServer. */
+    const std::vector<std::string>& GetAddresses() const;
+    std::vector<std::string> GetUrls() const;
+    std::string GetWarning() const;
+    CFault Reload();
+
+private:
+    const std::unique_ptr<SWatchServerParts> m_poParts;
+};
 
 #endif

@@ -1,4 +1,4 @@
-#include "HttpServer.h"
+#include "HttpAnswer.h"
 
 #include <nlohmann/json.hpp>
 #include <zlib.h>

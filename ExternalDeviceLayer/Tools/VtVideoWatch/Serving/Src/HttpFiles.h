@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Fault.h"
 #include "HttpServer.h"
 #include "UserFile.h"
 
@@ -20,13 +21,10 @@ struct SHttpKeys
     bool operator==(const SHttpKeys&) const = default;
 };
 
-/*
- * Reads certificate and key, which must belong together, and the authorities for clients.
- *   rszProblem  out  one line that says what is wrong
- */
-bool HttpFiles_ReadKeys(const SHttpFiles& roFiles, SHttpKeys& roKeys, std::string& rszProblem);
+/* Reads certificate and key, which must belong together, and the authorities for clients. */
+CFault HttpFiles_ReadKeys(const SHttpFiles& roFiles, SHttpKeys& roKeys);
 
 /* Reads the users; none without a file. */
-bool HttpFiles_ReadUsers(const SHttpFiles& roFiles, std::vector<SUser>& raoUsers, std::string& rszProblem);
+CFault HttpFiles_ReadUsers(const SHttpFiles& roFiles, std::vector<SUser>& raoUsers);
 
 #endif

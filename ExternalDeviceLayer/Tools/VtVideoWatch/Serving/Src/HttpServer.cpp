@@ -35,9 +35,12 @@ size_t CountConnections()
 
 } // namespace
 
-struct SHttpServer
+struct SHttpServerParts
 {
-    SHttpServer() : uiConnections(CountConnections()), oService(uiConnections) {}
+    SHttpServerParts() : uiConnections(CountConnections()), oService(uiConnections) {}
+    ~SHttpServerParts();
+    SHttpServerParts(const SHttpServerParts&) = delete;
+    SHttpServerParts& operator=(const SHttpServerParts&) = delete;
 
     const size_t uiConnections;
     SHttpService oService;
@@ -61,12 +64,12 @@ bool IsSecured(const SListenAddress& roAddress)
     return roAddress.eKind != EListenKind::UNIX;
 }
 
-void TakeOver(SHttpServer& roServer, const SHttpListener& roListener, int iSocket)
+void TakeOver(SHttpServerParts& roParts, const SHttpListener& roListener, int iSocket)
 {
-    const std::lock_guard oGuard(roServer.oDaemonMutex);
+    const std::lock_guard oGuard(roParts.oDaemonMutex);
     CHttpDaemon& roDaemon =
-        roServer.poTls != nullptr && IsSecured(roListener.oAddress) ? *roServer.poTls : *roServer.poPlain;
-    if (roServer.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState()) == nullptr)
+        roParts.poTls != nullptr && IsSecured(roListener.oAddress) ? *roParts.poTls : *roParts.poPlain;
+    if (roParts.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState()) == nullptr)
     {
         close(iSocket);
         return;
@@ -75,7 +78,7 @@ void TakeOver(SHttpServer& roServer, const SHttpListener& roListener, int iSocke
 }
 
 // Takes in who waits at a listener. False when files are scarce.
-bool TakeIn(SHttpServer& roServer, const SHttpListener& roListener)
+bool TakeIn(SHttpServerParts& roParts, const SHttpListener& roListener)
 {
     for (int i = 0; i < iAcceptsPerTurn; ++i)
     {
@@ -84,44 +87,44 @@ bool TakeIn(SHttpServer& roServer, const SHttpListener& roListener)
         {
             return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
         }
-        TakeOver(roServer, roListener, iSocket);
+        TakeOver(roParts, roListener, iSocket);
     }
     return true;
 }
 
 // The thread that stands at the door.
-void Stand(SHttpServer& roServer)
+void Stand(SHttpServerParts& roParts)
 {
-    std::vector<pollfd> aoFiles = {{roServer.iEnd, POLLIN, 0}};
-    for (const SHttpListener& roListener : roServer.aoListeners)
+    std::vector<pollfd> aoFiles = {{roParts.iEnd, POLLIN, 0}};
+    for (const SHttpListener& roListener : roParts.aoListeners)
     {
         aoFiles.push_back({roListener.iSocket, POLLIN, 0});
     }
     bool bHasFiles = true;
-    while (!roServer.bIsEnding)
+    while (!roParts.bIsEnding)
     {
-        const int iLookMs = roServer.oService.oConnections.EndOverdue();
+        const int iLookMs = roParts.oService.oConnections.EndOverdue();
         poll(aoFiles.data(), bHasFiles ? aoFiles.size() : 1, bHasFiles ? iLookMs : iNoFilesMs);
         bHasFiles = true;
-        for (size_t i = 1; i < aoFiles.size() && !roServer.bIsEnding; ++i)
+        for (size_t i = 1; i < aoFiles.size() && !roParts.bIsEnding; ++i)
         {
-            bHasFiles = TakeIn(roServer, roServer.aoListeners[i - 1]) && bHasFiles;
+            bHasFiles = TakeIn(roParts, roParts.aoListeners[i - 1]) && bHasFiles;
         }
         if (!bHasFiles)
         {
-            roServer.oService.oConnections.EndIdle();
+            roParts.oService.oConnections.EndIdle();
         }
     }
 }
 
-bool Listen(SHttpServer& roServer, const SHttpSetup& roSetup, std::string& rszProblem)
+CFault Listen(SHttpServerParts& roParts, const SHttpSetup& roSetup)
 {
-    if (!HttpSockets_TakeGiven(roServer.aoListeners, rszProblem))
+    if (CFault oFault = HttpSockets_TakeGiven(roParts.aoListeners))
     {
-        return false;
+        return oFault;
     }
     std::vector<std::string> aszListen = roSetup.aszListen;
-    if (aszListen.empty() && roServer.aoListeners.empty())
+    if (aszListen.empty() && roParts.aoListeners.empty())
     {
         aszListen.emplace_back(szDefaultListen);
     }
@@ -129,18 +132,19 @@ bool Listen(SHttpServer& roServer, const SHttpSetup& roSetup, std::string& rszPr
     {
         SListenAddress oAddress;
         SHttpListener oListener;
-        if (!ListenAddress_Read(rszListen, oAddress, rszProblem) ||
-            !HttpSockets_Listen(oAddress, roSetup.oSocketFile, oListener, rszProblem))
+        CFault oFault = ListenAddress_Read(rszListen, oAddress);
+        oFault = oFault ? oFault : HttpSockets_Listen(oAddress, roSetup.oSocketFile, oListener);
+        if (oFault)
         {
-            return false;
+            return oFault;
         }
-        roServer.aoListeners.push_back(std::move(oListener));
+        roParts.aoListeners.push_back(std::move(oListener));
     }
-    for (const SHttpListener& roListener : roServer.aoListeners)
+    for (const SHttpListener& roListener : roParts.aoListeners)
     {
-        roServer.aszAddresses.push_back(ListenAddress_Print(roListener.oAddress));
+        roParts.aszAddresses.push_back(ListenAddress_Print(roListener.oAddress));
     }
-    return true;
+    return {};
 }
 
 // Does something in a thread of a lower priority, which the threads that it starts inherit. False when there is none.
@@ -165,18 +169,18 @@ template <typename FDo> bool DoHumbly(const FDo& roDo)
     return bIsDone;
 }
 
-std::unique_ptr<CHttpDaemon> MakeDaemon(SHttpServer& roServer, const SHttpKeys* poKeys)
+std::unique_ptr<CHttpDaemon> MakeDaemon(SHttpServerParts& roParts, const SHttpKeys* poKeys)
 {
-    auto poDaemon = std::make_unique<CHttpDaemon>(roServer.oService);
-    const auto uiMost = static_cast<unsigned>(3 * roServer.uiConnections);
+    auto poDaemon = std::make_unique<CHttpDaemon>(roParts.oService);
+    const auto uiMost = static_cast<unsigned>(3 * roParts.uiConnections);
     return DoHumbly([&] { return poDaemon->Start(uiMost, poKeys); }) ? std::move(poDaemon) : nullptr;
 }
 
-bool OpenDoor(SHttpServer& roServer)
+bool OpenDoor(SHttpServerParts& roParts)
 {
     try
     {
-        roServer.oDoor = std::thread([&roServer] { Stand(roServer); });
+        roParts.oDoor = std::thread([&roParts] { Stand(roParts); });
     }
     catch (const std::system_error&)
     {
@@ -185,106 +189,102 @@ bool OpenDoor(SHttpServer& roServer)
     return true;
 }
 
-bool StartThreads(SHttpServer& roServer)
+bool StartThreads(SHttpServerParts& roParts)
 {
-    roServer.poPlain = MakeDaemon(roServer, nullptr);
-    roServer.poTls = roServer.oKeys.szCertificate.empty() ? nullptr : MakeDaemon(roServer, &roServer.oKeys);
+    roParts.poPlain = MakeDaemon(roParts, nullptr);
+    roParts.poTls = roParts.oKeys.szCertificate.empty() ? nullptr : MakeDaemon(roParts, &roParts.oKeys);
     const bool bHasDaemons =
-        roServer.poPlain != nullptr && (roServer.poTls != nullptr || roServer.oKeys.szCertificate.empty());
+        roParts.poPlain != nullptr && (roParts.poTls != nullptr || roParts.oKeys.szCertificate.empty());
     return bHasDaemons &&
            DoHumbly(
-               [&roServer]
-               { return OpenDoor(roServer) && roServer.oService.oJobs.Start() && roServer.oService.oChecks.Start(); });
+               [&roParts]
+               { return OpenDoor(roParts) && roParts.oService.oJobs.Start() && roParts.oService.oChecks.Start(); });
 }
 
-bool ReadFiles(SHttpServer& roServer, std::string& rszProblem)
+CFault ReadFiles(SHttpServerParts& roParts, SHttpKeys& roKeys)
 {
     std::vector<SUser> aoUsers;
-    if (!HttpFiles_ReadKeys(roServer.oFiles, roServer.oKeys, rszProblem) ||
-        !HttpFiles_ReadUsers(roServer.oFiles, aoUsers, rszProblem))
+    CFault oFault = HttpFiles_ReadKeys(roParts.oFiles, roKeys);
+    oFault = oFault ? oFault : HttpFiles_ReadUsers(roParts.oFiles, aoUsers);
+    if (!oFault)
     {
-        return false;
+        roParts.oService.oUsers.Set(std::move(aoUsers));
     }
-    roServer.oService.oUsers.Set(std::move(aoUsers));
-    return true;
+    return oFault;
 }
 
 } // namespace
 
-HttpServerPtr HttpServer_Start(SHttpSetup oSetup, std::string& rszProblem)
+SHttpServerParts::~SHttpServerParts()
 {
-    HttpServerPtr poServer(new SHttpServer);
-    SHttpServer& roServer = *poServer;
-    roServer.oService.oIsSlow = std::move(oSetup.oIsSlow);
-    roServer.oService.oAnswer = [&roServer, oHandler = std::move(oSetup.oHandler)](const SHttpRequest& roRequest)
-    { return oHandler(roServer, roRequest); };
-    if (roServer.uiConnections < uiLeastConnections)
+    bIsEnding = true;
+    if (oDoor.joinable())
     {
-        rszProblem = "cannot serve: too few files may be opened (see ulimit -n)";
-        return nullptr;
+        static_cast<void>(eventfd_write(iEnd, 1));
+        oDoor.join();
     }
-    roServer.oFiles = oSetup.oFiles;
-    if (!ReadFiles(roServer, rszProblem) || !Listen(roServer, oSetup, rszProblem))
-    {
-        return nullptr;
-    }
-    roServer.iEnd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (roServer.iEnd < 0 || !StartThreads(roServer))
-    {
-        rszProblem = "cannot serve: the system gives no threads or files";
-        return nullptr;
-    }
-    return poServer;
-}
-
-void HttpServer_Stop(SHttpServer* poServer)
-{
-    if (poServer == nullptr)
-    {
-        return;
-    }
-    poServer->bIsEnding = true;
-    if (poServer->oDoor.joinable())
-    {
-        static_cast<void>(eventfd_write(poServer->iEnd, 1));
-        poServer->oDoor.join();
-    }
-    for (SHttpListener& roListener : poServer->aoListeners)
+    for (SHttpListener& roListener : aoListeners)
     {
         HttpSockets_Close(roListener);
     }
-    poServer->oService.oJobs.End();
-    poServer->oService.oChecks.End();
-    if (poServer->iEnd >= 0)
+    oService.oJobs.End();
+    oService.oChecks.End();
+    if (iEnd >= 0)
     {
-        close(poServer->iEnd);
+        close(iEnd);
     }
-    delete poServer;
 }
 
-const std::vector<std::string>& HttpServer_GetAddresses(const SHttpServer& roServer)
+CHttpServer::CHttpServer() : m_poParts(std::make_unique<SHttpServerParts>()) {}
+
+CHttpServer::~CHttpServer() = default;
+
+CFault CHttpServer::Start(SHttpSetup oSetup)
 {
-    return roServer.aszAddresses;
+    SHttpServerParts& roParts = *m_poParts;
+    roParts.oService.oIsSlow = std::move(oSetup.oIsSlow);
+    roParts.oService.oAnswer = [this, oHandler = std::move(oSetup.oHandler)](const SHttpRequest& roRequest)
+    { return oHandler(*this, roRequest); };
+    if (roParts.uiConnections < uiLeastConnections)
+    {
+        return CFault("cannot serve: too few files may be opened (see ulimit -n)");
+    }
+    roParts.oFiles = oSetup.oFiles;
+    CFault oFault = ReadFiles(roParts, roParts.oKeys);
+    oFault = oFault ? oFault : Listen(roParts, oSetup);
+    if (oFault)
+    {
+        return oFault;
+    }
+    roParts.iEnd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return roParts.iEnd < 0 || !StartThreads(roParts) ? CFault("cannot serve: the system gives no threads or files")
+                                                      : CFault();
 }
 
-std::vector<std::string> HttpServer_GetUrls(const SHttpServer& roServer)
+const std::vector<std::string>& CHttpServer::GetAddresses() const
+{
+    return m_poParts->aszAddresses;
+}
+
+std::vector<std::string> CHttpServer::GetUrls() const
 {
     std::vector<std::string> aszUrls;
-    for (const SHttpListener& roListener : roServer.aoListeners)
+    for (const SHttpListener& roListener : m_poParts->aoListeners)
     {
         const std::string szAddress = ListenAddress_Print(roListener.oAddress);
-        const char* szScheme = roServer.oFiles.szCertificate.empty() ? "http://" : "https://";
+        const char* szScheme = m_poParts->oFiles.szCertificate.empty() ? "http://" : "https://";
         aszUrls.push_back(IsSecured(roListener.oAddress) ? szScheme + szAddress + "/" : szAddress);
     }
     return aszUrls;
 }
 
-std::string HttpServer_GetWarning(const SHttpServer& roServer)
+std::string CHttpServer::GetWarning() const
 {
-    const auto oOpen = std::ranges::find_if(roServer.aoListeners, [](const SHttpListener& roListener)
+    const SHttpFiles& roFiles = m_poParts->oFiles;
+    const auto oOpen = std::ranges::find_if(m_poParts->aoListeners, [](const SHttpListener& roListener)
                                             { return !roListener.oAddress.bIsLoopback; });
-    const bool bAsks = !roServer.oFiles.szUsers.empty() || !roServer.oFiles.szClientCa.empty();
-    if (oOpen == roServer.aoListeners.end() || (bAsks && !roServer.oFiles.szCertificate.empty()))
+    const bool bAsks = !roFiles.szUsers.empty() || !roFiles.szClientCa.empty();
+    if (oOpen == m_poParts->aoListeners.end() || (bAsks && !roFiles.szCertificate.empty()))
     {
         return {};
     }
@@ -293,39 +293,36 @@ std::string HttpServer_GetWarning(const SHttpServer& roServer)
                   : " may read everything: see --users and --tls-certificate");
 }
 
-bool HttpServer_Reload(SHttpServer& roServer, std::string& rszProblem)
+CFault CHttpServer::Reload()
 {
     SHttpKeys oKeys;
-    std::vector<SUser> aoUsers;
-    if (!HttpFiles_ReadKeys(roServer.oFiles, oKeys, rszProblem) ||
-        !HttpFiles_ReadUsers(roServer.oFiles, aoUsers, rszProblem))
+    if (CFault oFault = ReadFiles(*m_poParts, oKeys))
     {
-        return false;
+        return oFault;
     }
-    roServer.oService.oUsers.Set(std::move(aoUsers));
     std::unique_ptr<CHttpDaemon> poDaemon;
-    const std::lock_guard oGuard(roServer.oDaemonMutex);
-    if (oKeys == roServer.oKeys)
+    const std::lock_guard oGuard(m_poParts->oDaemonMutex);
+    if (oKeys == m_poParts->oKeys)
     {
-        return true;
+        return {};
     }
-    poDaemon = MakeDaemon(roServer, &oKeys);
+    poDaemon = MakeDaemon(*m_poParts, &oKeys);
     if (poDaemon == nullptr)
     {
-        rszProblem = "the new certificate cannot be used";
-        return false;
+        return CFault("the new certificate cannot be used");
     }
-    roServer.oKeys = std::move(oKeys);
-    roServer.poTls.swap(poDaemon);
-    return true;
+    m_poParts->oKeys = std::move(oKeys);
+    m_poParts->poTls.swap(poDaemon);
+    return {};
 }
 
-SHttpCounts HttpServer_GetCounts(const SHttpServer& roServer)
+SHttpCounts CHttpServer::GetCounts() const
 {
+    const SHttpService& roService = m_poParts->oService;
     SHttpCounts oCounts;
-    std::ranges::transform(roServer.oService.auiCounts, oCounts.auiAnswers.begin(),
+    std::ranges::transform(roService.auiCounts, oCounts.auiAnswers.begin(),
                            [](const auto& ruiCount) { return ruiCount.load(std::memory_order_relaxed); });
-    oCounts.uiOpen = roServer.oService.oConnections.GetOpen();
-    oCounts.uiDropped = roServer.oService.oConnections.GetDropped();
+    oCounts.uiOpen = roService.oConnections.GetOpen();
+    oCounts.uiDropped = roService.oConnections.GetDropped();
     return oCounts;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Fault.h"
 #include "HttpServer.h"
 #include "ListenAddress.h"
 
@@ -20,19 +21,17 @@ struct SHttpListener
 
 /*
  * Listens on an address.
- *   roFile      in   who may use a unix socket; the others have no use for it
- *   rszProblem  out  one line that says why it could not be
+ *   roFile  in  who may use a unix socket; the others have no use for it
  * A unix socket that nobody listens on any more gives way.
  */
-bool HttpSockets_Listen(const SListenAddress& roAddress, const SHttpSocketFile& roFile, SHttpListener& roListener,
-                        std::string& rszProblem);
+CFault HttpSockets_Listen(const SListenAddress& roAddress, const SHttpSocketFile& roFile, SHttpListener& roListener);
 
 /*
  * Takes over the sockets that the service manager listens on for this process (LISTEN_FDS), once.
  *   raoListeners  in, out  they are added
- *   rszProblem    out      one line that says which is none to listen on
+ * One that is none to listen on is a fault.
  */
-bool HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners, std::string& rszProblem);
+CFault HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners);
 
 void HttpSockets_Close(SHttpListener& roListener);
 

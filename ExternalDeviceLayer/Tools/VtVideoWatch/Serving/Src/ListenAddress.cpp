@@ -64,22 +64,21 @@ bool ReadPort(const char* pchBegin, const char* pchEnd, uint16_t& ruiPort)
 
 } // namespace
 
-bool ListenAddress_Read(const std::string& rszText, SListenAddress& roAddress, std::string& rszProblem)
+CFault ListenAddress_Read(const std::string& rszText, SListenAddress& roAddress)
 {
     roAddress = {};
     if (rszText.starts_with(szUnix) && ReadUnix(rszText, roAddress))
     {
-        return true;
+        return {};
     }
     const size_t uiColon = rszText.rfind(':');
     if (uiColon != std::string::npos &&
         ReadPort(rszText.data() + uiColon + 1, rszText.data() + rszText.size(), roAddress.uiPort) &&
         ReadHost(rszText.substr(0, uiColon), roAddress))
     {
-        return true;
+        return {};
     }
-    rszProblem = "cannot listen on \"" + rszText + "\": give ADDRESS:PORT in numbers, [ADDRESS]:PORT or unix:PATH";
-    return false;
+    return CFault("cannot listen on \"" + rszText + "\": give ADDRESS:PORT in numbers, [ADDRESS]:PORT or unix:PATH");
 }
 
 std::string ListenAddress_Print(const SListenAddress& roAddress)

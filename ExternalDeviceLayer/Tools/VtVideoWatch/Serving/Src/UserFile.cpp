@@ -90,11 +90,10 @@ bool DecodeBase64(std::string_view szText, std::string& rszDecoded)
 
 } // namespace
 
-bool UserFile_Read(std::string_view szText, std::vector<SUser>& raoUsers, std::string& rszProblem)
+CFault UserFile_Read(std::string_view szText, std::vector<SUser>& raoUsers)
 {
     raoUsers.clear();
-    rszProblem.clear();
-    for (int iLine = 1; !szText.empty() && rszProblem.empty(); ++iLine)
+    for (int iLine = 1; !szText.empty(); ++iLine)
     {
         const size_t uiEnd = std::min(szText.find('\n'), szText.size());
         std::string_view szLine = szText.substr(0, uiEnd);
@@ -104,13 +103,12 @@ bool UserFile_Read(std::string_view szText, std::vector<SUser>& raoUsers, std::s
             szLine.remove_suffix(1);
         }
         const std::string szFault = szLine.empty() || szLine.starts_with('#') ? "" : ReadUser(szLine, raoUsers);
-        rszProblem = szFault.empty() ? "" : "line " + std::to_string(iLine) + ": " + szFault;
+        if (!szFault.empty())
+        {
+            return CFault("line " + std::to_string(iLine) + ": " + szFault);
+        }
     }
-    if (rszProblem.empty() && raoUsers.empty())
-    {
-        rszProblem = "no users in it";
-    }
-    return rszProblem.empty();
+    return raoUsers.empty() ? CFault("no users in it") : CFault();
 }
 
 bool UserFile_ReadAuthorization(std::string_view szHeader, SCredentials& roCredentials)

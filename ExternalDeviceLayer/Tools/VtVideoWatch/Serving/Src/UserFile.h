@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Fault.h"
+
 struct SUser
 {
     std::string szName;
@@ -22,10 +24,10 @@ struct SCredentials
 };
 
 /*
- * Reads a list: a line "name:hash" each; empty lines and those that begin with # are passed over.
- *   rszProblem  out  one line that says what is wrong, and in which line
+ * Reads a list: a line "name:hash" each; empty lines and those that begin with # are passed over. What
+ * is wrong is told with its line.
  */
-bool UserFile_Read(std::string_view szText, std::vector<SUser>& raoUsers, std::string& rszProblem);
+CFault UserFile_Read(std::string_view szText, std::vector<SUser>& raoUsers);
 
 /* Name and password of an Authorization header; false when it is none of the basic kind. */
 bool UserFile_ReadAuthorization(std::string_view szHeader, SCredentials& roCredentials);

@@ -18,9 +18,9 @@ struct SScrape
     SHttpAnswer oAnswer;
 };
 
-struct SWatchServer
+struct SWatchServerParts
 {
-    explicit SWatchServer(IWatchReader& roWatchReader)
+    explicit SWatchServerParts(IWatchReader& roWatchReader)
         : roReader(roWatchReader), oApi(roWatchReader), oHub(roWatchReader)
     {
     }
@@ -32,76 +32,75 @@ struct SWatchServer
     SScrape aoScrapes[uiMetricFormats][2]; // plain, gzip
     uint64_t uiScrapes = 0;
     double flScrapeSeconds = 0.0;
-    HttpServerPtr poHttp; // the last member: its threads use all others
+    CHttpServer oHttp; // the last member: its threads use all others
 };
 
 namespace
 {
 
-SHttpAnswer MakeMetrics(SWatchServer& roServer, const SHttpServer& roHttp, const WatchPublicationPtr& rpoLatest,
+SHttpAnswer MakeMetrics(SWatchServerParts& roParts, const CHttpServer& roHttp, const WatchPublicationPtr& rpoLatest,
                         EMetricFormat eFormat)
 {
     constexpr const char* aszTypes[] = {"text/plain; version=0.0.4; charset=utf-8",
                                         "application/openmetrics-text; version=1.0.0; charset=utf-8"};
     SServingCosts oCosts;
-    oCosts.oHttp = HttpServer_GetCounts(roHttp);
-    oCosts.uiListeners = roServer.oHub.GetListeners();
-    oCosts.uiScrapes = roServer.uiScrapes;
-    oCosts.flScrapeSeconds = roServer.flScrapeSeconds;
+    oCosts.oHttp = roHttp.GetCounts();
+    oCosts.uiListeners = roParts.oHub.GetListeners();
+    oCosts.uiScrapes = roParts.uiScrapes;
+    oCosts.flScrapeSeconds = roParts.flScrapeSeconds;
     return HttpAnswer_Make(200, aszTypes[static_cast<size_t>(eFormat)], WatchMetrics_Print(rpoLatest, oCosts, eFormat));
 }
 
 // However many ask, each form of a moment's metrics is made once.
-SHttpAnswer AnswerMetrics(SWatchServer& roServer, const SHttpServer& roHttp, const SHttpRequest& roRequest)
+SHttpAnswer AnswerMetrics(SWatchServerParts& roParts, const CHttpServer& roHttp, const SHttpRequest& roRequest)
 {
-    const WatchPublicationPtr poLatest = roServer.roReader.GetLatest();
+    const WatchPublicationPtr poLatest = roParts.roReader.GetLatest();
     const EMetricFormat eFormat = WatchMetrics_FindFormat(roRequest.szAccept);
-    const std::lock_guard oGuard(roServer.oScrapeMutex);
-    SScrape& roScrape = roServer.aoScrapes[static_cast<size_t>(eFormat)][roRequest.bAcceptsGzip ? 1 : 0];
+    const std::lock_guard oGuard(roParts.oScrapeMutex);
+    SScrape& roScrape = roParts.aoScrapes[static_cast<size_t>(eFormat)][roRequest.bAcceptsGzip ? 1 : 0];
     const auto oBegin = std::chrono::steady_clock::now();
     if (poLatest == nullptr || roScrape.poFrom != poLatest)
     {
-        roScrape.oAnswer = HttpAnswer_Compress(MakeMetrics(roServer, roHttp, poLatest, eFormat), roRequest);
+        roScrape.oAnswer = HttpAnswer_Compress(MakeMetrics(roParts, roHttp, poLatest, eFormat), roRequest);
         roScrape.poFrom = poLatest;
     }
-    roServer.flScrapeSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - oBegin).count();
-    ++roServer.uiScrapes;
+    roParts.flScrapeSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - oBegin).count();
+    ++roParts.uiScrapes;
     return roScrape.oAnswer;
 }
 
 struct SRoute
 {
     const char* szPath;
-    SHttpAnswer (*oAnswer)(SWatchServer& roServer, const SHttpRequest& roRequest);
+    SHttpAnswer (*oAnswer)(SWatchServerParts& roParts, const SHttpRequest& roRequest);
     bool bIsSlow = false; // reads as much as it is asked for, perhaps from the store
 };
 
-using Server = SWatchServer&;
+using Parts = SWatchServerParts&;
 using Request = const SHttpRequest&;
 
 constexpr SRoute aoRoutes[] = {
-    {"/api/v1/streams", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerStreams(roRequest); }},
-    {"/api/v1/pairs", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerPairs(roRequest); }},
-    {"/api/v1/history", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHistory(roRequest); },
+    {"/api/v1/streams", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerStreams(roRequest); }},
+    {"/api/v1/pairs", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerPairs(roRequest); }},
+    {"/api/v1/history", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerHistory(roRequest); }, true},
+    {"/api/v1/events", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerEvents(roRequest); }, true},
+    {"/api/v1/incidents", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerIncidents(roRequest); },
      true},
-    {"/api/v1/events", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerEvents(roRequest); }, true},
-    {"/api/v1/incidents", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerIncidents(roRequest); },
-     true},
-    {"/api/v1/live", [](Server roServer, Request roRequest) { return roServer.oHub.Answer(roRequest); }},
-    {"/healthz", [](Server roServer, Request roRequest) { return roServer.oApi.AnswerHealth(roRequest); }},
+    {"/api/v1/live", [](Parts roParts, Request roRequest) { return roParts.oHub.Answer(roRequest); }},
+    {"/healthz", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerHealth(roRequest); }},
 };
 
-SHttpAnswer Answer(SWatchServer& roServer, const SHttpServer& roHttp, const SHttpRequest& roRequest)
+SHttpAnswer Answer(SWatchServerParts& roParts, const CHttpServer& roHttp, const SHttpRequest& roRequest)
 {
     if (roRequest.szPath == "/metrics")
     {
-        return AnswerMetrics(roServer, roHttp, roRequest);
+        return AnswerMetrics(roParts, roHttp, roRequest);
     }
     for (const SRoute& roRoute : aoRoutes)
     {
         if (roRequest.szPath == roRoute.szPath)
         {
-            return HttpAnswer_Compress(roRoute.oAnswer(roServer, roRequest), roRequest);
+            return HttpAnswer_Compress(roRoute.oAnswer(roParts, roRequest), roRequest);
         }
     }
     return PageFiles_Answer(roRequest);
@@ -115,51 +114,46 @@ bool IsSlow(const SHttpRequest& roRequest)
 
 } // namespace
 
-WatchServerPtr WatchServer_Start(IWatchReader& roReader, const SServingOptions& roOptions, std::string& rszProblem)
+CWatchServer::CWatchServer(IWatchReader& roReader) : m_poParts(std::make_unique<SWatchServerParts>(roReader)) {}
+
+CWatchServer::~CWatchServer()
 {
-    WatchServerPtr poServer(new SWatchServer(roReader));
-    SWatchServer& roServer = *poServer;
-    if (!roServer.oHub.Start())
+    m_poParts->oHub.End();
+}
+
+CFault CWatchServer::Start(const SServingOptions& roOptions)
+{
+    SWatchServerParts& roParts = *m_poParts;
+    if (!roParts.oHub.Start())
     {
-        rszProblem = "cannot serve: the system gives no threads";
-        return nullptr;
+        return CFault("cannot serve: the system gives no threads");
     }
     SHttpSetup oSetup;
     oSetup.aszListen = roOptions.aszListen;
     oSetup.oSocketFile = roOptions.oSocketFile;
     oSetup.oFiles = roOptions.oFiles;
-    oSetup.oHandler = [&roServer](const SHttpServer& roHttp, const SHttpRequest& roRequest)
-    { return Answer(roServer, roHttp, roRequest); };
+    oSetup.oHandler = [&roParts](const CHttpServer& roHttp, const SHttpRequest& roRequest)
+    { return Answer(roParts, roHttp, roRequest); };
     oSetup.oIsSlow = IsSlow;
-    poServer->poHttp = HttpServer_Start(std::move(oSetup), rszProblem);
-    return poServer->poHttp == nullptr ? nullptr : std::move(poServer);
+    return roParts.oHttp.Start(std::move(oSetup));
 }
 
-void WatchServer_Stop(SWatchServer* poServer)
+const std::vector<std::string>& CWatchServer::GetAddresses() const
 {
-    if (poServer != nullptr)
-    {
-        poServer->oHub.End();
-        delete poServer;
-    }
+    return m_poParts->oHttp.GetAddresses();
 }
 
-const std::vector<std::string>& WatchServer_GetAddresses(const SWatchServer& roServer)
+std::vector<std::string> CWatchServer::GetUrls() const
 {
-    return HttpServer_GetAddresses(*roServer.poHttp);
+    return m_poParts->oHttp.GetUrls();
 }
 
-std::vector<std::string> WatchServer_GetUrls(const SWatchServer& roServer)
+std::string CWatchServer::GetWarning() const
 {
-    return HttpServer_GetUrls(*roServer.poHttp);
+    return m_poParts->oHttp.GetWarning();
 }
 
-std::string WatchServer_GetWarning(const SWatchServer& roServer)
+CFault CWatchServer::Reload()
 {
-    return HttpServer_GetWarning(*roServer.poHttp);
-}
-
-bool WatchServer_Reload(SWatchServer& roServer, std::string& rszProblem)
-{
-    return HttpServer_Reload(*roServer.poHttp, rszProblem);
+    return m_poParts->oHttp.Reload();
 }

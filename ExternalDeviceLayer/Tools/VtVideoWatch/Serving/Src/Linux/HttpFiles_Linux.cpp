@@ -29,13 +29,12 @@ std::string FindFileProblem(int iFile, bool bIsSecret)
     return bIsSecret && (oStat.st_mode & S_IRWXO) != 0 ? "others may read it; chmod o= helps" : "";
 }
 
-bool ReadFile(const char* szOption, const std::string& rszPath, bool bIsSecret, std::string& rszText,
-              std::string& rszProblem)
+CFault ReadFile(const char* szOption, const std::string& rszPath, bool bIsSecret, std::string& rszText)
 {
     rszText.clear();
     if (rszPath.empty())
     {
-        return true;
+        return {};
     }
     // A pipe must not hold the start up.
     const int iFile = open(rszPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
@@ -51,8 +50,7 @@ bool ReadFile(const char* szOption, const std::string& rszPath, bool bIsSecret, 
     {
         close(iFile);
     }
-    rszProblem = szFault.empty() ? rszProblem : std::string(szOption) + " " + rszPath + ": " + szFault;
-    return szFault.empty();
+    return szFault.empty() ? CFault() : CFault(std::string(szOption) + " " + rszPath + ": " + szFault);
 }
 
 gnutls_datum_t GetDatum(const std::string& rszText)
@@ -69,13 +67,12 @@ struct SCredentialsDeleter
     }
 };
 
-bool CheckKeys(const SHttpFiles& roFiles, const SHttpKeys& roKeys, std::string& rszProblem)
+CFault CheckKeys(const SHttpFiles& roFiles, const SHttpKeys& roKeys)
 {
     gnutls_certificate_credentials_t poMade = nullptr;
     if (gnutls_certificate_allocate_credentials(&poMade) != GNUTLS_E_SUCCESS)
     {
-        rszProblem = "no memory for a certificate";
-        return false;
+        return CFault("no memory for a certificate");
     }
     const std::unique_ptr<std::remove_pointer_t<gnutls_certificate_credentials_t>, SCredentialsDeleter> poCredentials(
         poMade);
@@ -86,47 +83,40 @@ bool CheckKeys(const SHttpFiles& roFiles, const SHttpKeys& roKeys, std::string& 
         gnutls_certificate_set_x509_key_mem2(poMade, &oCertificate, &oKey, GNUTLS_X509_FMT_PEM, nullptr, 0);
     if (iPair < 0)
     {
-        rszProblem = "--tls-certificate " + roFiles.szCertificate + ", --tls-key " + roFiles.szKey + ": " +
-                     gnutls_strerror(iPair);
-        return false;
+        return CFault("--tls-certificate " + roFiles.szCertificate + ", --tls-key " + roFiles.szKey + ": " +
+                      gnutls_strerror(iPair));
     }
     const int iTrusted =
         roKeys.szClientCa.empty() ? 1 : gnutls_certificate_set_x509_trust_mem(poMade, &oClientCa, GNUTLS_X509_FMT_PEM);
     if (iTrusted <= 0)
     {
-        rszProblem = "--tls-client-ca " + roFiles.szClientCa + ": no certificate in it";
-        return false;
+        return CFault("--tls-client-ca " + roFiles.szClientCa + ": no certificate in it");
     }
-    return true;
+    return {};
 }
 
 } // namespace
 
-bool HttpFiles_ReadKeys(const SHttpFiles& roFiles, SHttpKeys& roKeys, std::string& rszProblem)
+CFault HttpFiles_ReadKeys(const SHttpFiles& roFiles, SHttpKeys& roKeys)
 {
-    return ReadFile("--tls-certificate", roFiles.szCertificate, false, roKeys.szCertificate, rszProblem) &&
-           ReadFile("--tls-key", roFiles.szKey, true, roKeys.szKey, rszProblem) &&
-           ReadFile("--tls-client-ca", roFiles.szClientCa, false, roKeys.szClientCa, rszProblem) &&
-           (roFiles.szCertificate.empty() || CheckKeys(roFiles, roKeys, rszProblem));
+    CFault oFault = ReadFile("--tls-certificate", roFiles.szCertificate, false, roKeys.szCertificate);
+    oFault = oFault ? oFault : ReadFile("--tls-key", roFiles.szKey, true, roKeys.szKey);
+    oFault = oFault ? oFault : ReadFile("--tls-client-ca", roFiles.szClientCa, false, roKeys.szClientCa);
+    return oFault || roFiles.szCertificate.empty() ? oFault : CheckKeys(roFiles, roKeys);
 }
 
-bool HttpFiles_ReadUsers(const SHttpFiles& roFiles, std::vector<SUser>& raoUsers, std::string& rszProblem)
+CFault HttpFiles_ReadUsers(const SHttpFiles& roFiles, std::vector<SUser>& raoUsers)
 {
     std::string szText;
-    std::string szFault;
     raoUsers.clear();
     if (roFiles.szUsers.empty())
     {
-        return true;
+        return {};
     }
-    if (!ReadFile("--users", roFiles.szUsers, true, szText, rszProblem))
+    if (CFault oFault = ReadFile("--users", roFiles.szUsers, true, szText))
     {
-        return false;
+        return oFault;
     }
-    if (!UserFile_Read(szText, raoUsers, szFault))
-    {
-        rszProblem = "--users " + roFiles.szUsers + ": " + szFault;
-        return false;
-    }
-    return true;
+    const CFault oFault = UserFile_Read(szText, raoUsers);
+    return oFault ? CFault("--users " + roFiles.szUsers + ": " + oFault.GetText()) : CFault();
 }

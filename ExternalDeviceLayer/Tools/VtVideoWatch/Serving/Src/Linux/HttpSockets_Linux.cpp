@@ -137,36 +137,33 @@ SListenAddress GetAddress(int iSocket)
         inet_ntop(AF_INET6, &uAddress.oIpv6.sin6_addr, szHost, sizeof(szHost));
         szText = std::string("[") + szHost + (bHasZone ? "%" : "") + szZone + "]" + szPort;
     }
-    std::string szProblem;
-    static_cast<void>(ListenAddress_Read(szText, oAddress, szProblem));
+    static_cast<void>(ListenAddress_Read(szText, oAddress));
     return oAddress;
 }
 
 } // namespace
 
-bool HttpSockets_Listen(const SListenAddress& roAddress, const SHttpSocketFile& roFile, SHttpListener& roListener,
-                        std::string& rszProblem)
+CFault HttpSockets_Listen(const SListenAddress& roAddress, const SHttpSocketFile& roFile, SHttpListener& roListener)
 {
     roListener.oAddress = roAddress;
     if (!roFile.szGroup.empty() && getgrnam(roFile.szGroup.c_str()) == nullptr)
     {
-        rszProblem = "--socket-group: there is no group " + roFile.szGroup;
-        return false;
+        return CFault("--socket-group: there is no group " + roFile.szGroup);
     }
     if (!Bind(roListener, roFile))
     {
-        rszProblem = "cannot listen on " + ListenAddress_Print(roAddress) + ": " + std::strerror(errno);
+        CFault oFault("cannot listen on " + ListenAddress_Print(roAddress) + ": " + std::strerror(errno));
         HttpSockets_Close(roListener);
-        return false;
+        return oFault;
     }
     if (roAddress.eKind != EListenKind::UNIX)
     {
         roListener.oAddress.uiPort = GetAddress(roListener.iSocket).uiPort;
     }
-    return true;
+    return {};
 }
 
-bool HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners, std::string& rszProblem)
+CFault HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners)
 {
     const int iSockets = sd_listen_fds(1);
     for (int iSocket = SD_LISTEN_FDS_START; iSocket < SD_LISTEN_FDS_START + iSockets; ++iSocket)
@@ -176,14 +173,13 @@ bool HttpSockets_TakeGiven(std::vector<SHttpListener>& raoListeners, std::string
         raoListeners.push_back(oListener);
         if (sd_is_socket(iSocket, AF_UNSPEC, SOCK_STREAM, 1) <= 0)
         {
-            rszProblem =
-                "cannot serve: file " + std::to_string(iSocket) + " was handed over, and is no socket to listen on";
-            return false;
+            return CFault("cannot serve: file " + std::to_string(iSocket) +
+                          " was handed over, and is no socket to listen on");
         }
         fcntl(iSocket, F_SETFL, fcntl(iSocket, F_GETFL) | O_NONBLOCK);
         raoListeners.back().oAddress = GetAddress(iSocket);
     }
-    return true;
+    return {};
 }
 
 void HttpSockets_Close(SHttpListener& roListener)
