@@ -1,3 +1,4 @@
+#include "EventJson.h"
 #include "EventKinds.h"
 #include "StreamId.h"
 #include "WatchJson.h"
@@ -60,7 +61,7 @@ TEST(WatchJsonTest, AnEventCarriesWhatItsKindTells)
     oEvent.eKind = EWatchEventKind::LOCK_CHANGED;
     oEvent.oKey = {EStreamDirection::OUTPUT, 2};
     oEvent.uiAfter = static_cast<uint64_t>(ELockState::PASSING);
-    const CJson oLock = WatchJson_FromEvent(oEvent);
+    const CJson oLock = EventJson_FromEvent(oEvent);
     EXPECT_EQ(oLock["stream"], "OUT_02");
     EXPECT_EQ(oLock["before"], "locked");
     EXPECT_EQ(oLock["after"], "passing");
@@ -70,16 +71,16 @@ TEST(WatchJsonTest, AnEventCarriesWhatItsKindTells)
     oEvent.eKind = EWatchEventKind::GROUP_ENDED;
     oEvent.uiMembers = 0x80000005U;
     oEvent.flSeconds = 1.5;
-    const CJson oGroup = WatchJson_FromEvent(oEvent);
+    const CJson oGroup = EventJson_FromEvent(oEvent);
     EXPECT_EQ(oGroup["members"], CJson({"OUT_00", "OUT_02", "OUT_31"}));
     EXPECT_EQ(oGroup["seconds"], 1.5);
 
     oEvent.eKind = EWatchEventKind::FORMAT_CHANGED;
     oEvent.uiAfter = VtPixelFormat_RGB565;
-    EXPECT_EQ(WatchJson_FromEvent(oEvent)["after"], "VtPixelFormat_RGB565");
+    EXPECT_EQ(EventJson_FromEvent(oEvent)["after"], "VtPixelFormat_RGB565");
     oEvent.eKind = EWatchEventKind::REFERENCE_CHANGED;
     oEvent.uiAfter = 4;
-    EXPECT_EQ(WatchJson_FromEvent(oEvent)["after"], "OUT_04");
+    EXPECT_EQ(EventJson_FromEvent(oEvent)["after"], "OUT_04");
 }
 
 TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)

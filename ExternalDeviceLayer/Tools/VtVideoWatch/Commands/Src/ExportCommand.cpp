@@ -5,8 +5,9 @@
 #include <cstring>
 #include <memory>
 
+#include "CsvExport.h"
 #include "Notice.h"
-#include "RecordingExport.h"
+#include "PerfettoExport.h"
 #include "RecordingFile.h"
 
 namespace
@@ -71,9 +72,8 @@ CFault Run(const SExportOptions& roOptions)
     FILE* poOut = bToFile ? poOwned.get() : stdout;
     const ExportSink fnSink = [poOut](std::string_view szBytes)
     { return std::fwrite(szBytes.data(), 1, szBytes.size(), poOut) == szBytes.size(); };
-    const std::unique_ptr<IRecordingExport> poExport = roOptions.eForm == EExportForm::PERFETTO
-                                                           ? RecordingExport_MakePerfetto(fnSink)
-                                                           : RecordingExport_MakeCsv(fnSink);
+    const std::unique_ptr<IRecordingExport> poExport =
+        roOptions.eForm == EExportForm::PERFETTO ? PerfettoExport_Make(fnSink) : CsvExport_Make(fnSink);
     bool bIsTaken = true;
     CFault oFault = Export(oReader, *poExport, bIsTaken);
     if (!oFault && (!bIsTaken || std::fflush(poOut) != 0))

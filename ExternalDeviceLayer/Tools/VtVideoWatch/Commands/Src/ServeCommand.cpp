@@ -8,6 +8,7 @@
 
 #include "ChildProgram.h"
 #include "EventJournal.h"
+#include "EventJson.h"
 #include "EventKinds.h"
 #include "IncidentDelivery.h"
 #include "Notice.h"
@@ -326,7 +327,7 @@ int ServeCommand_Run(const SServeOptions& roOptions)
     if (!roOptions.szJournal.empty())
     {
         oRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal, [](const SWatchEvent& roEvent)
-                                                         { return WatchJson_Print(WatchJson_FromEvent(roEvent)); });
+                                                         { return WatchJson_Print(EventJson_FromEvent(roEvent)); });
     }
     CSignalWatch oSignals;
     CFault oFault = oSignals.Start(uiEndMs, iExitOk,

@@ -1,4 +1,4 @@
-#include "MetricFamilies.h"
+#include "CostMetrics.h"
 
 #include <limits>
 

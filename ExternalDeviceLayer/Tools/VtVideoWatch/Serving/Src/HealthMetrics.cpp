@@ -1,8 +1,8 @@
-// The judgement, and what is followed field by field.
+#include "HealthMetrics.h"
+
 #include <cmath>
 
 #include "HealthTexts.h"
-#include "MetricFamilies.h"
 #include "WatchJson.h"
 
 namespace

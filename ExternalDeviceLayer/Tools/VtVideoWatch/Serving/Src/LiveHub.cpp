@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ApiQuery.h"
+#include "EventJson.h"
 #include "HttpSockets.h"
 #include "LiveJson.h"
 #include "WatchJson.h"
@@ -231,7 +232,7 @@ std::string CLiveHub::PrintEvents(uint64_t uiAfter, uint64_t& ruiNewest) const
     CJson oEvents = CJson::array();
     for (const SWatchEvent& roEvent : aoEvents)
     {
-        oEvents.push_back(WatchJson_FromEvent(roEvent));
+        oEvents.push_back(EventJson_FromEvent(roEvent));
     }
     return PrintMessage("events", aoEvents.front().uiNumber,
                         {{"events", std::move(oEvents)}, {"truncated", bIsTruncated}});

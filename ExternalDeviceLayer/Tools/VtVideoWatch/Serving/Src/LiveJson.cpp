@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "EventJson.h"
 #include "HealthJson.h"
 #include "HealthTexts.h"
 #include "StreamId.h"
@@ -118,7 +119,7 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
     CJson oGroups = CJson::array();
     for (const SLockGroup& roGroup : roFigures.aoGroups)
     {
-        oGroups.push_back(WatchJson_FromGroup(eDirection, roGroup));
+        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
     }
     CJson oStreams = CJson::array();
     for (const SStreamFigures& roStream : roFigures.aoStreams)

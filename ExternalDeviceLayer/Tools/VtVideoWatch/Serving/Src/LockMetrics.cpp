@@ -1,4 +1,4 @@
-#include "MetricFamilies.h"
+#include "LockMetrics.h"
 
 #include "WatchTexts.h"
 

@@ -33,10 +33,4 @@ private:
 /* Of a stream, with one more label if szName is given. */
 CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName = nullptr, const char* szValue = nullptr);
 
-/* The parts of a scrape. */
-void StreamMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
-void LockMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
-void HealthMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
-void CostMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
-
 #endif

@@ -1,4 +1,4 @@
-#include "MetricFamilies.h"
+#include "StreamMetrics.h"
 
 #include <cmath>
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ApiQuery.h"
+#include "EventJson.h"
 #include "EventKinds.h"
 #include "HealthJson.h"
 #include "HistoryJson.h"
@@ -227,7 +228,7 @@ SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
     CJson oJson = {{"events", CJson::array()}, {"truncated", bIsTruncated}};
     for (const SWatchEvent& roEvent : aoEvents)
     {
-        oJson["events"].push_back(WatchJson_FromEvent(roEvent));
+        oJson["events"].push_back(EventJson_FromEvent(roEvent));
     }
     return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
 }

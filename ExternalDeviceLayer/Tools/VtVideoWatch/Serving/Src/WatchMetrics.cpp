@@ -1,9 +1,13 @@
 #include "WatchMetrics.h"
 
+#include "CostMetrics.h"
+#include "HealthMetrics.h"
 #include "HttpRequest.h"
+#include "LockMetrics.h"
 #include "MetricFamilies.h"
 #include "MetricText.h"
 #include "ProcessFigures.h"
+#include "StreamMetrics.h"
 
 namespace
 {

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -33,16 +32,6 @@ public:
     virtual bool AddEvent(const SWatchEvent& roEvent) = 0;
     virtual bool EndStream() = 0;
 };
-
-/*
- * Perfetto's trace: per stream a track of its fields, which end where the next one begins or a regular one would have,
- * so that what is missing is a hole; tracks of waits and events; counters of lateness and buffers. Numbers of the
- * members are those of its published description (protos/perfetto/trace).
- */
-std::unique_ptr<IRecordingExport> RecordingExport_MakePerfetto(ExportSink fnSink);
-
-/* One row per wait, by RFC 4180. */
-std::unique_ptr<IRecordingExport> RecordingExport_MakeCsv(ExportSink fnSink);
 
 /* When a tick was, CLOCK_MONOTONIC nanoseconds, by one known moment. */
 uint64_t RecordingExport_GetMonotonicNs(uint64_t uiTick, const SRecordedClock& roClock, uint32_t uiTickFrequencyHz);

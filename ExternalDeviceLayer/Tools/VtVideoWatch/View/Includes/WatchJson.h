@@ -1,5 +1,5 @@
 /*
- * Events and figures as JSON, in the shapes that docs/api/ describes by a schema each. Moments are ISO 8601 texts in
+ * Figures as JSON, in the shapes that docs/api/ describes by a schema each. Moments are ISO 8601 texts in
  * UTC with nanoseconds; a figure that is not known is null, and so is a number that JSON has no word for. No state; any
  * thread.
  */
@@ -14,9 +14,6 @@
 
 using CJson = nlohmann::ordered_json;
 
-/* An event: the same object in the journal, in answers and in the live stream. */
-CJson WatchJson_FromEvent(const SWatchEvent& roEvent);
-
 CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& roTexts);
 
 /* The newest event of a stream, {number, kind, utc}; null without one. */
@@ -24,7 +21,6 @@ CJson WatchJson_FromLastEvent(const SLastEvent& roEvent);
 
 /* roFigures: of the pair's direction. */
 CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair);
-CJson WatchJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup);
 CJson WatchJson_FromClock(const SClockFigures& roClock);
 CJson WatchJson_FromCosts(const SWatchCosts& roCosts);
 

@@ -1,7 +1,7 @@
-// See RecordingExport.h.
+#include "CsvExport.h"
+
 #include <utility>
 
-#include "RecordingExport.h"
 #include "StreamId.h"
 
 namespace
@@ -75,7 +75,7 @@ bool CCsvExport::AddField(const SFieldRecord& roField)
 
 } // namespace
 
-std::unique_ptr<IRecordingExport> RecordingExport_MakeCsv(ExportSink fnSink)
+std::unique_ptr<IRecordingExport> CsvExport_Make(ExportSink fnSink)
 {
     return std::make_unique<CCsvExport>(std::move(fnSink));
 }

@@ -1,4 +1,4 @@
-#include "WatchJson.h"
+#include "EventJson.h"
 
 #include <nlohmann/json.hpp>
 
@@ -95,7 +95,7 @@ void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventKind& roK
 
 } // namespace
 
-CJson WatchJson_FromEvent(const SWatchEvent& roEvent)
+CJson EventJson_FromEvent(const SWatchEvent& roEvent)
 {
     const SEventKind oKind = EventKind_Get(roEvent.eKind);
     CJson oJson = {{"number", roEvent.uiNumber},
@@ -109,7 +109,7 @@ CJson WatchJson_FromEvent(const SWatchEvent& roEvent)
     return oJson;
 }
 
-CJson WatchJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup)
+CJson EventJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup)
 {
     return {{"group", roGroup.uiGroup},
             {"members", StreamId_PrintMembers(eDirection, roGroup.uiMembers)},

@@ -1,12 +1,14 @@
-// See RecordingExport.h. A message is a run of members, each its number and kind, then its value.
+#include "PerfettoExport.h"
+
 #include <utility>
 
 #include "EventKinds.h"
-#include "RecordingExport.h"
 #include "StreamId.h"
 
 namespace
 {
+
+// A message is a run of members, each its number and kind, then its value.
 
 constexpr uint64_t uiClockRealTime = 1;
 constexpr uint64_t uiClockMonotonic = 3;
@@ -233,7 +235,7 @@ bool CPerfettoExport::AddEvent(const SWatchEvent& roEvent)
 
 } // namespace
 
-std::unique_ptr<IRecordingExport> RecordingExport_MakePerfetto(ExportSink fnSink)
+std::unique_ptr<IRecordingExport> PerfettoExport_Make(ExportSink fnSink)
 {
     return std::make_unique<CPerfettoExport>(std::move(fnSink));
 }

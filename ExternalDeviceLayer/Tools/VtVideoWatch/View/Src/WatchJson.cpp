@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "EventJson.h"
 #include "EventKinds.h"
 #include "HealthJson.h"
 #include "StreamId.h"
@@ -161,7 +162,7 @@ CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirectio
     CJson oGroups = CJson::array();
     for (const SLockGroup& roGroup : roFigures.aoGroups)
     {
-        oGroups.push_back(WatchJson_FromGroup(eDirection, roGroup));
+        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
     }
     return {{"pairs", std::move(oPairs)}, {"groups", std::move(oGroups)}};
 }
