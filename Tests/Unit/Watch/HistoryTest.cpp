@@ -82,6 +82,15 @@ TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
     EXPECT_EQ(aoMinutes.back().uiFields, 40U * 60);
     oQuery.uiMost = 2;
     EXPECT_EQ(oData.FindHistory(oQuery).front().iUtcNs, aoMinutes[10].iUtcNs);
+    // The clock goes back, and time with it.
+    for (const int64_t iSecond : {300, 301})
+    {
+        const SMadeUpSecond oSecond = MakeSecond(iSecond, 701);
+        oMaker.Take(oSecond.poPublication->oSnapshot);
+        oData.Put({oSecond.poPublication, oSecond.aoEvents, oMaker.GetSeconds(), oMaker.GetMinutes()});
+    }
+    EXPECT_TRUE(
+        std::ranges::is_sorted(oData.FindHistory({{}, 0, INT64_MAX, 1, UINT32_MAX}), {}, &SHistoryPoint::iUtcNs));
 }
 
 // What was before this run comes from the store, in one piece with what the memory has.

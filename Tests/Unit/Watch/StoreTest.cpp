@@ -355,21 +355,32 @@ TEST(Store, IsWrittenByOneWatchAtATime)
     EXPECT_FALSE(oFault.MayHeal());
 }
 
-TEST(Store, KeepsMinutesForAsLongAsIsAskedFor)
+// Once the clock has not been set for an hour, and a day at once: one wrong moment costs nothing.
+TEST(Store, KeepsMinutesForAsLongAsIsAskedForByASteadyClock)
 {
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "store";
-    constexpr int64_t iDay = 86400;
-    for (const int64_t iSecond : {int64_t{0}, iDay, 3 * iDay})
+    constexpr int64_t iHour = 60 * iMinute;
+    constexpr int64_t iDay = 24 * iHour;
+    SRun oRun(szFile, 0, 2);
+    uint64_t uiEvent = 0;
+    // What is stored begins at the moments of minutes; uiMonotonicNs goes on as the clock should.
+    const auto fnPut = [&](int64_t iSecond, int64_t iClockIsAhead)
     {
-        SRun oRun(szFile, iSecond, 2);
-        SMadeUpSecond oSecond = MakeSecond(iSecond, static_cast<uint64_t>(iSecond / iDay + 1));
+        SMadeUpSecond oSecond = MakeSecond(iSecond, ++uiEvent);
+        oSecond.poPublication->oSnapshot.oClock.iUtcNs += iClockIsAhead * iNsPerSecond;
         oSecond.aoMinutes.front().oPoint.iUtcNs = iStepsBeginUtcNs + iSecond * iNsPerSecond;
         oSecond.aoMinutes.front().bIsComplete = true;
         oRun.oWriter.Put(oSecond.GetStep());
-    }
-    EXPECT_EQ(ReadMinutes(szFile).size(), 2U);
-    EXPECT_EQ(ReadEvents(szFile).size(), 3U); // events stay
+        EXPECT_TRUE(Await([&] { return ReadEvents(szFile).size() == uiEvent; }));
+        return ReadMinutes(szFile).size();
+    };
+    EXPECT_EQ(fnPut(1, 0), 1U);
+    EXPECT_EQ(fnPut(iDay + iHour, 0), 2U);
+    EXPECT_EQ(fnPut(iDay + 3 * iHour, 40 * iDay), 3U);
+    EXPECT_EQ(fnPut(iDay + 5 * iHour, 0), 4U);
+    EXPECT_EQ(fnPut(10 * iDay, 0), 4U) << "a day from the oldest one on";
+    EXPECT_EQ(fnPut(10 * iDay + iHour, 0), 2U);
 }
 
 TEST(Store, RefusesWhatIsNoneOfItsOwn)

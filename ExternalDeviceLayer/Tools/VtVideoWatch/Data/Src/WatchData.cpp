@@ -107,6 +107,8 @@ std::vector<SHistoryPoint> CWatchData::FindHistory(const SHistoryQuery& roQuery)
         }
     }
     aoPoints.insert(aoPoints.end(), aoMemory.begin(), aoMemory.end());
+    // The clock may have been set back meanwhile.
+    std::ranges::stable_sort(aoPoints, {}, &SHistoryPoint::iUtcNs);
     const size_t uiSurplus = aoPoints.size() - std::min<size_t>(aoPoints.size(), roQuery.uiMost);
     aoPoints.erase(aoPoints.begin(), aoPoints.begin() + static_cast<std::ptrdiff_t>(uiSurplus));
     return aoPoints;

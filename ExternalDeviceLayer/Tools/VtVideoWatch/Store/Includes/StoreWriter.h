@@ -85,7 +85,7 @@ private:
     bool WriteRun(const SWaiting& roWaiting);
     bool WriteStreams(const SWatchPublication& roPublication);
     bool WriteStream(const SStreamKey& roKey, const SStreamTexts& roTexts);
-    bool Prune(int64_t iNowUtcNs);
+    bool Prune(const SClockFigures& roClock);
     void TakeBack(SWaiting& roWaiting);
     void PutIncidents(const SWatchPublication& roPublication);
     void Bound();
@@ -99,7 +99,8 @@ private:
     StoreFilePtr m_poFile;
     int64_t m_iRun = 0; // row of this run; 0: not written yet
     int64_t m_iBeginUtcNs = 0;
-    int64_t m_iNextPruneUtcNs = 0;
+    int64_t m_iClockOffsetNs = 0;   // of UTC to CLOCK_MONOTONIC, when they were compared last; 0: never
+    uint64_t m_uiNextPruneNs = 0;   // CLOCK_MONOTONIC
     uint64_t m_uiIncidentShift = 0; // as the next, of incidents
     uint64_t m_uiShift = 0; // added to event numbers when the store was reached too late to be asked for its last one
     std::array<std::vector<SStreamTexts>, 2> m_aaoWrittenTexts;

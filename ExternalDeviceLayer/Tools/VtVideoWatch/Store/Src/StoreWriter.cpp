@@ -1,6 +1,7 @@
 #include "StoreWriter.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 #include "Notice.h"
@@ -177,7 +178,6 @@ void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
         // What the transaction seemed to have written is to be written again.
         static_cast<void>(StoreFile_Run(m_poFile.get(), "ROLLBACK"));
         m_iRun = m_poFile == nullptr ? 0 : iRunBefore;
-        m_iNextPruneUtcNs = 0;
         m_aaoWrittenTexts = {};
         TakeBack(roWaiting);
     }
@@ -242,7 +242,7 @@ bool CStoreWriter::Write(const SWaiting& roWaiting)
     return StoreFile_Run(m_poFile.get(), "BEGIN IMMEDIATE") && WriteRun(roWaiting) && WriteEvents(roWaiting) &&
            WriteIncidents(roWaiting) && WriteMinutes(roWaiting) &&
            (roWaiting.poLatest == nullptr ||
-            (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock.iUtcNs))) &&
+            (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock))) &&
            StoreFile_Run(m_poFile.get(), "COMMIT");
 }
 
@@ -362,24 +362,34 @@ bool CStoreWriter::WriteStream(const SStreamKey& roKey, const SStreamTexts& roTe
     return oInsert.Bind(roTexts.szName).Bind(roTexts.szStandard).Bind(roTexts.szFormat).Run();
 }
 
-// Once an hour. Stream by stream, because that is how minutes are ordered.
-bool CStoreWriter::Prune(int64_t iNowUtcNs)
+// Once an hour, when the clock has not been set for as long, and a day of each stream at most: a clock that is wrong
+// for a moment must not empty the store. Stream by stream, because that is how minutes are ordered.
+bool CStoreWriter::Prune(const SClockFigures& roClock)
 {
-    if (iNowUtcNs < m_iNextPruneUtcNs)
+    const int64_t iOffsetNs = roClock.iUtcNs - static_cast<int64_t>(roClock.uiMonotonicNs);
+    const bool bIsSteady = m_iClockOffsetNs != 0 && std::abs(iOffsetNs - m_iClockOffsetNs) < iNsPerMinute;
+    m_iClockOffsetNs = iOffsetNs;
+    if (bIsSteady && roClock.uiMonotonicNs < m_uiNextPruneNs)
     {
         return true;
     }
-    CStoreStatement oFind(m_poFile.get(), "SELECT direction, stream FROM streams");
+    m_uiNextPruneNs = roClock.uiMonotonicNs + static_cast<uint64_t>(iNsPerHour);
+    if (!bIsSteady)
+    {
+        return true;
+    }
+    CStoreStatement oFind(m_poFile.get(), "SELECT s.direction, s.stream, (SELECT min(utc_ns) FROM minutes m WHERE "
+                                          "m.direction = s.direction AND m.stream = s.stream) FROM streams s");
     CStoreStatement oDelete(m_poFile.get(), "DELETE FROM minutes WHERE direction = ? AND stream = ? AND utc_ns < ?");
     while (oFind.Next())
     {
         const int64_t iDirection = oFind.GetInt();
         const int64_t iStream = oFind.GetInt();
-        if (!oDelete.Bind(iDirection).Bind(iStream).Bind(iNowUtcNs - m_iKeepNs).Run())
+        const int64_t iEndUtcNs = std::min(roClock.iUtcNs - m_iKeepNs, oFind.GetInt() + iNsPerDay);
+        if (!oDelete.Bind(iDirection).Bind(iStream).Bind(iEndUtcNs).Run())
         {
             return false;
         }
     }
-    m_iNextPruneUtcNs = iNowUtcNs + iNsPerHour;
-    return true;
+    return !oFind.HasFailed();
 }
