@@ -258,6 +258,8 @@ class Serve(WatchCase):
 
     def test_says_in_one_line_what_is_wrong(self):
         (self.folder / "text").write_text("no database" * 1000)
+        queue = self.folder / "queue"
+        os.mkfifo(queue)
         busy = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(busy.close)
         cases = [
@@ -268,7 +270,11 @@ class Serve(WatchCase):
             (("",), 1, "no board"),
             ((LOCKED, "--gpu", "x"), 2, "--gpu"),
             ((LOCKED, "watch"), 2, "expected serve, check, report, record or export"),
-            ((LOCKED, "report", "/nowhere/at/all"), 1, "unable to open"),
+            ((LOCKED, "report", "/nowhere/at/all"), 1, "No such file"),
+            ((LOCKED, "no\nsuch\x1bthing"), 2, "no?such?thing"),
+            ((LOCKED, "report", queue), 1, "is no regular file"),
+            ((LOCKED, "--store", queue), 1, "is no regular file"),
+            ((LOCKED, "--journal", queue), 1, "is a pipe"),
         ]
         for arguments, status, says in cases:
             with self.subTest(says=says):

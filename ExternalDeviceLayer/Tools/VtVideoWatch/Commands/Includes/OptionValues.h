@@ -21,6 +21,11 @@ std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view
 std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText);
 std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText);
 
+/* What is wrong with a text that is none of these; null: nothing that its form does not say. */
+const char* OptionValues_WhyNoThreshold(std::string_view szText);
+const char* OptionValues_WhyNoStreams(std::string_view szText);
+const char* OptionValues_WhyNoLimits(std::string_view szText);
+
 /*
  * "now", "-90s", "-15m", "-24h", "-7d" before iNowUtcNs, or an ISO moment in UTC, "2026-11-21T22:05:37Z", down to a
  * date alone.

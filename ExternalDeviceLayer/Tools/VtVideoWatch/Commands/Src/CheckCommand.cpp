@@ -10,6 +10,7 @@
 
 #include "CheckBaseline.h"
 #include "CheckPrint.h"
+#include "Notice.h"
 #include "SignalWatch.h"
 #include "Threads.h"
 #include "WatchClocks.h"
@@ -35,7 +36,7 @@ int Say(const std::string& rszLine, EVerdict eVerdict)
 
 int SayUnknown(const std::string& rszText)
 {
-    return Say("VIDEO UNKNOWN - " + rszText, EVerdict::UNKNOWN);
+    return Say("VIDEO UNKNOWN - " + Notice_MakeLine(rszText), EVerdict::UNKNOWN);
 }
 
 // The one answer of a check. When a call to the board does not come back it answers in the board's place, for a

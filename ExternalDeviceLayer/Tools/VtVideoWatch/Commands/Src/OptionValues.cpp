@@ -115,6 +115,38 @@ std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText)
     return SLimits<double>{aflLimits.front(), aflLimits.back()};
 }
 
+const char* OptionValues_WhyNoThreshold(std::string_view szText)
+{
+    const std::optional<SQuantity> oQuantity = FindQuantity(szText);
+    return !oQuantity                   ? "no number"
+           : oQuantity->flNumber <= 0.0 ? "not above 0"
+           : oQuantity->szUnit.empty()  ? "the unit is missing"
+                                        : "no such unit";
+}
+
+const char* OptionValues_WhyNoStreams(std::string_view szText)
+{
+    for (const std::string_view szPart : Split(szText))
+    {
+        const size_t uiDigits = szPart.starts_with("IN_") ? 3 : szPart.starts_with("OUT_") ? 4 : szPart.size();
+        const bool bIsNumber =
+            uiDigits < szPart.size() && szPart.find_first_not_of("0123456789", uiDigits) == std::string_view::npos;
+        if (!StreamId_Find(szPart))
+        {
+            return bIsNumber ? "streams are numbered by two digits, 00 to 31" : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+const char* OptionValues_WhyNoLimits(std::string_view szText)
+{
+    const size_t uiComma = szText.find(',');
+    const bool bAreTwo = uiComma != std::string_view::npos && OptionValues_FindLimits(szText.substr(0, uiComma)) &&
+                         OptionValues_FindLimits(szText.substr(uiComma + 1));
+    return bAreTwo ? "the limit for a warning is the higher one" : nullptr;
+}
+
 std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText)
 {
     constexpr double flMost = 1e15;

@@ -10,12 +10,14 @@
 #include "RecordCommand.h"
 #include "ReportCommand.h"
 #include "ServeCommand.h"
+#include "SignalWatch.h"
 #include "StandardFiles.h"
 #include "WatchClocks.h"
 #include "WatchOptions.h"
 
 int main(int argc, char* argv[])
 {
+    CSignalWatch::HoldEarly();
     StandardFiles_KeepPlaces();
     SWatchOptions oOptions;
     std::string szText;
@@ -30,6 +32,10 @@ int main(int argc, char* argv[])
     {
         return oOptions.eCommand == EWatchCommand::CHECK ? CheckCommand_RefuseUsage(szText)
                                                          : (Notice_Say(szText + "; --help tells more"), *iStatus);
+    }
+    if (oOptions.eCommand != EWatchCommand::SERVE)
+    {
+        CSignalWatch::LetHangUp();
     }
     VTSTR4096 szError;
     const bool bNeedsBoard = oOptions.eCommand != EWatchCommand::REPORT && oOptions.eCommand != EWatchCommand::EXPORT;

@@ -17,9 +17,9 @@ constexpr const char* szVersion = "VtVideoWatch " VT_WATCH_VERSION;
 // A --option whose text has to be understood by one of OptionValues; szForm says how it is to look.
 template <typename TFind, typename TTake>
 CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, const char* szHelp, TFind fnFind,
-                      TTake fnTake)
+                      TTake fnTake, const char* (*fnWhy)(std::string_view) = nullptr)
 {
-    const std::string szExpected = std::string("': expected ") + szForm;
+    const std::string szExpected = std::string("expected ") + szForm;
     const auto fnParse = [=](const CLI::results_t& raszTexts)
     {
         for (const std::string& rszText : raszTexts)
@@ -27,7 +27,9 @@ CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, c
             const auto oValue = fnFind(rszText);
             if (!oValue)
             {
-                throw CLI::ValidationError(szName, std::string("'").append(rszText).append(szExpected));
+                const char* szWhy = fnWhy == nullptr ? nullptr : fnWhy(rszText);
+                throw CLI::ValidationError(
+                    szName, "'" + rszText + "': " + (szWhy == nullptr ? "" : szWhy + std::string("; ")) + szExpected);
             }
             fnTake(*oValue);
         }
@@ -48,8 +50,9 @@ void AddBoardOptions(CLI::App& roApp, SBoardOptions& roBoard)
 
 void AddThreshold(CLI::App& roApp, SLockThreshold& roThreshold)
 {
-    AddValue(roApp, "--within", "1line|5us", "how close streams in lock are (1line)", OptionValues_FindThreshold,
-             [&roThreshold](const SLockThreshold& roValue) { roThreshold = roValue; });
+    AddValue(
+        roApp, "--within", "1line|5us", "how close streams in lock are (1line)", OptionValues_FindThreshold,
+        [&roThreshold](const SLockThreshold& roValue) { roThreshold = roValue; }, OptionValues_WhyNoThreshold);
 }
 
 // What streams are expected to do, but for whether they run and are in lock.
@@ -100,10 +103,12 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
     roApp.add_option("--journal", roServe.szJournal, "append events to this file as JSON Lines; - is standard output")
         ->type_name("FILE");
     AddThreshold(roApp, roServe.oThreshold);
-    AddValue(roApp, "--reference", "IN_00,OUT_00", "streams that phases are told against, one per direction (chosen)",
-             OptionValues_FindStreams,
-             [&roServe](const std::vector<SStreamKey>& raoStreams)
-             { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); })
+    AddValue(
+        roApp, "--reference", "IN_00,OUT_00", "streams that phases are told against, one per direction (chosen)",
+        OptionValues_FindStreams,
+        [&roServe](const std::vector<SStreamKey>& raoStreams)
+        { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); },
+        OptionValues_WhyNoStreams)
         ->take_all();
     AddValue(roApp, "--expect", "IN_00,OUT_01", "streams that must run (those that did so for a minute)",
              OptionValues_FindStreams,
@@ -137,14 +142,15 @@ void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)
         ->type_name("SECONDS")
         ->check(CLI::Range(1U, 86400U))
         ->capture_default_str();
-    AddValue(roApp, "--expect", "IN_00,OUT_01", "streams that must run (whatever has a signal)",
-             OptionValues_FindStreams,
-             [&roCheck](const std::vector<SStreamKey>& raoStreams)
-             { roCheck.aoExpected.insert(roCheck.aoExpected.end(), raoStreams.begin(), raoStreams.end()); })
+    AddValue(
+        roApp, "--expect", "IN_00,OUT_01", "streams that must run (whatever has a signal)", OptionValues_FindStreams,
+        [&roCheck](const std::vector<SStreamKey>& raoStreams)
+        { roCheck.aoExpected.insert(roCheck.aoExpected.end(), raoStreams.begin(), raoStreams.end()); },
+        OptionValues_WhyNoStreams)
         ->take_all();
-    AddValue(roApp, "--rate-within", "[WARN,]CRIT", "most deviation from the nominal rate, ppm",
-             OptionValues_FindLimits,
-             [&roCheck](const SLimits<double>& roLimits) { roCheck.oRateWithinPpm = roLimits; });
+    AddValue(
+        roApp, "--rate-within", "[WARN,]CRIT", "most deviation from the nominal rate, ppm", OptionValues_FindLimits,
+        [&roCheck](const SLimits<double>& roLimits) { roCheck.oRateWithinPpm = roLimits; }, OptionValues_WhyNoLimits);
     AddValue(roApp, "--most-lost", "[WARN,]CRIT", "most lost fields of a stream (any are a warning)",
              OptionValues_FindCounts, [&roCheck](const SLimits<uint64_t>& roLimits) { roCheck.oMostLost = roLimits; });
     AddValue(roApp, "--locked", "IN_00,IN_01", "streams that must be in lock with each other; may be repeated",
@@ -219,7 +225,7 @@ bool HasTwins(const std::vector<SStreamKey>& raoStreams)
 }
 
 // What the library does not look at: values that depend on each other. Empty when all is well.
-std::string FindContradiction(const SWatchOptions& roOptions)
+std::string FindContradiction(const SWatchOptions& roOptions, int64_t iNowUtcNs)
 {
     std::array<int, 2> aiReferences = {};
     for (const SStreamKey& roStream : roOptions.oServe.aoReferences)
@@ -257,6 +263,15 @@ std::string FindContradiction(const SWatchOptions& roOptions)
                 return "--locked: at least two streams of one direction";
             }
         }
+    }
+    const SServeOptions& roServe = roOptions.oServe;
+    if (!roServe.szStore.empty() && roServe.szStore == roServe.szJournal)
+    {
+        return "--journal: is the file of --store";
+    }
+    if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= iNowUtcNs)
+    {
+        return "--from: has not come yet";
     }
     if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= roOptions.oReport.iToUtcNs)
     {
@@ -297,6 +312,14 @@ int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, st
     else if (!raszArguments.front().starts_with('-') && !IsSubcommand(raszArguments.front()))
     {
         rszText = "'" + raszArguments.front() + "': expected serve, check, report, record or export";
+        return iExitUsage;
+    }
+    // The library would take the next argument for its value.
+    const auto fnLacksValue = [](const std::string& rszText)
+    { return rszText.starts_with("--") && rszText.find('=') == rszText.size() - 1; };
+    if (const auto itBare = std::ranges::find_if(raszArguments, fnLacksValue); itBare != raszArguments.end())
+    {
+        rszText = *itBare + ": needs a value";
         return iExitUsage;
     }
     try
@@ -344,7 +367,7 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
                                               : EWatchCommand::SERVE;
     if (iStatus == 0 && rszText.empty())
     {
-        rszText = FindContradiction(roOptions);
+        rszText = FindContradiction(roOptions, iNowUtcNs);
         return rszText.empty() ? std::nullopt : std::optional(iExitUsage);
     }
     // Monitoring plug-ins end with 3 when they have not checked.

@@ -6,7 +6,10 @@
 
 #include <string>
 
-/* "VtVideoWatch: <text>" and a line end. */
+/* A text on one line: what a terminal would obey, a line end among it, becomes "?". */
+std::string Notice_MakeLine(std::string szText);
+
+/* "VtVideoWatch: <text>", made a line, and a line end. */
 void Notice_Say(const std::string& rszText);
 
 #endif

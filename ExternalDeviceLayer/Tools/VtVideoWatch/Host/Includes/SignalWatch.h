@@ -25,6 +25,13 @@ public:
     CSignalWatch& operator=(const CSignalWatch&) = delete;
 
     /*
+     * The first thing of the program: what would end it before Start() waits until then (HUP), or is an error of the
+     * write that met it (PIPE, XFSZ). LetHangUp() for a program that will not start this.
+     */
+    static void HoldEarly();
+    static void LetHangUp();
+
+    /*
      * Blocks the signals in the calling thread and all that it will start, and starts to wait for them. Before any
      * other thread.
      *   uiEndMs      in  how long after INT or TERM the process may live

@@ -20,6 +20,12 @@ constexpr mode_t uiFileMode = 0640; // who may read the system's logs may read t
 
 CFault CEventJournal::Open()
 {
+    struct stat oFile = {};
+    if (m_szFile != "-" && stat(m_szFile.c_str(), &oFile) == 0 && S_ISFIFO(oFile.st_mode))
+    {
+        // Opening it would wait for a reader for ever.
+        return CFault("journal " + m_szFile + ": is a pipe (- is standard output)");
+    }
     return Reach() ? CFault() : CFault("journal " + m_szFile + ": " + std::strerror(errno));
 }
 

@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "StoreRows.h"
 
@@ -11,6 +13,7 @@ namespace
 
 constexpr int iApplicationId = 0x56745657; // "VtVW"
 constexpr int iBusyTimeOutMs = 200;
+constexpr mode_t uiFileMode = 0640; // as the journal's
 
 // The running minutes stand apart: they are written every second, side by side, so that a second touches a few pages.
 // Once complete they move to where a stream's minutes follow each other.
@@ -92,6 +95,17 @@ CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
 
 CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)
 {
+    std::string szWhy;
+    const bool bMayBeMade = (iFlags & SQLITE_OPEN_CREATE) != 0;
+    if (!StoreFile_IsFile(rszFile, szWhy) && !(bMayBeMade && errno == ENOENT && rszFile != ":memory:"))
+    {
+        return Refuse(rszFile, szWhy);
+    }
+    if (const int iNew = bMayBeMade ? open(rszFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, uiFileMode) : -1;
+        iNew >= 0)
+    {
+        close(iNew);
+    }
     sqlite3* poFile = nullptr;
     const int iResult = sqlite3_open_v2(rszFile.c_str(), &poFile, iFlags | SQLITE_OPEN_NOMUTEX, nullptr);
     rpoFile.reset(poFile);
@@ -109,7 +123,10 @@ CFault StoreFile_GetFault(const std::string& rszFile, sqlite3* poFile)
 {
     const int iError = poFile == nullptr ? SQLITE_NOMEM : sqlite3_errcode(poFile);
     const bool bMayHeal = iError == SQLITE_FULL || iError == SQLITE_IOERR || iError == SQLITE_BUSY;
-    return CFault("store " + rszFile + ": " + (poFile == nullptr ? "no memory" : sqlite3_errmsg(poFile)), bMayHeal);
+    const char* szFault = poFile == nullptr     ? "no memory"
+                          : iError == SQLITE_OK ? "could not be used"
+                                                : sqlite3_errmsg(poFile);
+    return CFault("store " + rszFile + ": " + szFault, bMayHeal);
 }
 
 CFault StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile)
@@ -146,6 +163,7 @@ bool StoreFile_IsFile(const std::string& rszFile, std::string& rszWhy)
         rszWhy = std::strerror(errno);
         return false;
     }
+    errno = 0;
     rszWhy = "is no regular file";
     return S_ISREG(oFile.st_mode);
 }

@@ -24,15 +24,34 @@ bool IsReadable(const pollfd& roFile)
     return (roFile.revents & POLLIN) != 0;
 }
 
+void SetHangUp(int iHow)
+{
+    sigset_t oHangUp = {};
+    sigemptyset(&oHangUp);
+    sigaddset(&oHangUp, SIGHUP);
+    pthread_sigmask(iHow, &oHangUp, nullptr);
+}
+
 } // namespace
+
+void CSignalWatch::HoldEarly()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    SetHangUp(SIG_BLOCK);
+}
+
+void CSignalWatch::LetHangUp()
+{
+    SetHangUp(SIG_UNBLOCK);
+}
 
 CFault CSignalWatch::Start(uint32_t uiEndMs, int iEndStatus, std::function<void()> fnOnHangUp)
 {
     m_uiEndMs = uiEndMs;
     m_iEndStatus = iEndStatus;
     m_fnOnHangUp = std::move(fnOnHangUp);
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    HoldEarly();
     sigset_t oSignals = {};
     sigemptyset(&oSignals);
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP})
