@@ -2,10 +2,11 @@
 
 #include <cstddef>
 
+#include "FieldUnits.h"
+
 namespace
 {
 
-constexpr uint64_t uiCountsPerRegularField = 16;
 constexpr unsigned uiVarintBits = 7;
 constexpr uint8_t uiMore = 0x80;
 
@@ -101,7 +102,7 @@ uint16_t FindFlags(const SPackedState& roState, const SFieldRecord& roRecord)
     uiFlags |= roRecord.bIsTopField ? uiTopField : 0U;
     uiFlags |= roRecord.bHasBuffers ? uiHasBuffers : 0U;
     uiFlags |= roRecord.bHasSkippedBuffers ? uiHasSkipped : 0U;
-    uiFlags |= roRecord.uiFieldCounter - roLast.uiFieldCounter != uiCountsPerRegularField ? uiCounterFollows : 0U;
+    uiFlags |= roRecord.uiFieldCounter - roLast.uiFieldCounter != uiCountsPerField ? uiCounterFollows : 0U;
     uiFlags |= roRecord.uiSetBufferCounter - roLast.uiSetBufferCounter != roState.uiSetInterval ? uiSetFollows : 0U;
     uiFlags |= HaveSameBuffers(roRecord, roLast) ? 0U : uiBuffersFollow;
     uiFlags |= roRecord.uiSkippedBuffers != roLast.uiSkippedBuffers ? uiSkippedFollows : 0U;
@@ -154,8 +155,8 @@ void GetField(CNumberReader& roReader, const SPackedState& roState, unsigned uiF
     roRecord.bHasBuffers = (uiFlags & uiHasBuffers) != 0;
     roRecord.bHasSkippedBuffers = (uiFlags & uiHasSkipped) != 0;
     roRecord.uiTick = roLast.uiTick + roState.uiTickInterval + roReader.GetDifference();
-    roRecord.uiFieldCounter = roLast.uiFieldCounter +
-                              ((uiFlags & uiCounterFollows) != 0 ? roReader.GetDifference() : uiCountsPerRegularField);
+    roRecord.uiFieldCounter =
+        roLast.uiFieldCounter + ((uiFlags & uiCounterFollows) != 0 ? roReader.GetDifference() : uiCountsPerField);
     roRecord.uiSetBufferCounter =
         roLast.uiSetBufferCounter + ((uiFlags & uiSetFollows) != 0 ? roReader.GetDifference() : roState.uiSetInterval);
     const bool bBuffersFollow = (uiFlags & uiBuffersFollow) != 0;

@@ -1,6 +1,7 @@
 #include "HealthMetrics.h"
 
 #include <cmath>
+#include <utility>
 
 #include "HealthTexts.h"
 #include "WatchJson.h"
@@ -36,28 +37,34 @@ CLabels GetLabels(const SStreamFigures& roStream, const char* szDomain, EHealthS
     return oLabels;
 }
 
+// Every status of every domain of every stream.
+template <typename TVisit> void ForEachStatus(const SWatchPublication& roPublication, const TVisit& roVisit)
+{
+    WatchPublication_ForEachStream(roPublication.oSnapshot,
+                                   [&](const SStreamFigures& roStream)
+                                   {
+                                       ForEachDomain(WatchPublication_GetHealth(roPublication, roStream.oKey),
+                                                     [&](const SNamedHealth& roNamed)
+                                                     {
+                                                         for (uint32_t uiStatus = 0; uiStatus < uiNbOfHealthStatuses;
+                                                              ++uiStatus)
+                                                         {
+                                                             const auto eStatus = static_cast<EHealthStatus>(uiStatus);
+                                                             roVisit(GetLabels(roStream, roNamed.szDomain, eStatus),
+                                                                     roNamed.roHealth.eStatus == eStatus,
+                                                                     roNamed.roHealth.auiTransitions[uiStatus]);
+                                                         }
+                                                     });
+                                   });
+}
+
 // The status that it has, and 0 for those that it had: all of them would be half of a scrape.
 void CollectHealth(const SWatchPublication& roPublication, CFamilies& raoFamilies)
 {
     CFamily oHealth(raoFamilies, "vt_video_health",
                     "1 for the status of a domain of a stream, 0 for those that it had before.", MetricType::Gauge);
-    WatchPublication_ForEachStream(
-        roPublication.oSnapshot,
-        [&](const SStreamFigures& roStream)
-        {
-            ForEachDomain(WatchPublication_GetHealth(roPublication, roStream.oKey),
-                          [&](const SNamedHealth& roNamed)
-                          {
-                              for (uint32_t uiStatus = 0; uiStatus < uiNbOfHealthStatuses; ++uiStatus)
-                              {
-                                  const auto eStatus = static_cast<EHealthStatus>(uiStatus);
-                                  const bool bIsNow = roNamed.roHealth.eStatus == eStatus;
-                                  oHealth.AddKnown(GetLabels(roStream, roNamed.szDomain, eStatus),
-                                                   bIsNow || roNamed.roHealth.auiTransitions[uiStatus] > 0,
-                                                   bIsNow ? 1.0 : 0.0);
-                              }
-                          });
-        });
+    ForEachStatus(roPublication, [&](CLabels oLabels, bool bIsNow, uint64_t uiTransitions)
+                  { oHealth.AddKnown(std::move(oLabels), bIsNow || uiTransitions > 0, bIsNow ? 1.0 : 0.0); });
 }
 
 void CollectTransitions(const SWatchPublication& roPublication, CFamilies& raoFamilies)
@@ -65,22 +72,10 @@ void CollectTransitions(const SWatchPublication& roPublication, CFamilies& raoFa
     CFamily oTransitions(raoFamilies, "vt_video_health_transitions_total",
                          "Times that a domain of a stream came to a status; absent for those that it never came to.",
                          MetricType::Counter);
-    WatchPublication_ForEachStream(
-        roPublication.oSnapshot,
-        [&](const SStreamFigures& roStream)
-        {
-            ForEachDomain(WatchPublication_GetHealth(roPublication, roStream.oKey),
-                          [&](const SNamedHealth& roNamed)
-                          {
-                              for (uint32_t uiStatus = 0; uiStatus < uiNbOfHealthStatuses; ++uiStatus)
-                              {
-                                  const uint64_t uiCount = roNamed.roHealth.auiTransitions[uiStatus];
-                                  oTransitions.AddKnown(
-                                      GetLabels(roStream, roNamed.szDomain, static_cast<EHealthStatus>(uiStatus)),
-                                      uiCount > 0, static_cast<double>(uiCount));
-                              }
-                          });
-        });
+    ForEachStatus(roPublication,
+                  [&](CLabels oLabels, bool /*bIsNow*/, uint64_t uiTransitions) {
+                      oTransitions.AddKnown(std::move(oLabels), uiTransitions > 0, static_cast<double>(uiTransitions));
+                  });
 }
 
 void CollectIncidents(const SJudgement& roJudgement, CFamilies& raoFamilies)

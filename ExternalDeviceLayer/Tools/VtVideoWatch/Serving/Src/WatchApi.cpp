@@ -82,6 +82,14 @@ void ReadOpen(CApiQuery& roQuery, SIncidentQuery& roIncidents)
     }
 }
 
+template <typename TQuery> void CheckRange(CApiQuery& roQuery, const TQuery& roRange)
+{
+    if (roRange.iFromUtcNs >= roRange.iToUtcNs)
+    {
+        roQuery.SetProblem("parameter from: must lie before to");
+    }
+}
+
 SHistoryQuery ReadHistoryQuery(CApiQuery& roQuery, int64_t iNowUtcNs)
 {
     SHistoryQuery oHistory;
@@ -95,10 +103,7 @@ SHistoryQuery ReadHistoryQuery(CApiQuery& roQuery, int64_t iNowUtcNs)
     oHistory.iToUtcNs = roQuery.GetUtc("to", iNowUtcNs + iNsPerSecond);
     oHistory.iFromUtcNs = roQuery.GetUtc("from", std::max<int64_t>(0, oHistory.iToUtcNs - iUsualNs));
     oHistory.uiMost = static_cast<uint32_t>(roQuery.GetNumber("limit", 1000, 1, uiMostPoints));
-    if (oHistory.iFromUtcNs >= oHistory.iToUtcNs)
-    {
-        roQuery.SetProblem("parameter from: must lie before to");
-    }
+    CheckRange(roQuery, oHistory);
     return oHistory;
 }
 
@@ -113,6 +118,21 @@ template <typename TRecord> bool CutSurplus(std::vector<TRecord>& raoRecords, si
     raoRecords.erase(bNewestFirst ? raoRecords.end() - iSurplus : raoRecords.begin(),
                      bNewestFirst ? raoRecords.end() : raoRecords.begin() + iSurplus);
     return true;
+}
+
+// The newest of a list.
+template <typename TRecord>
+SHttpAnswer AnswerList(const char* szName, std::vector<TRecord> aoRecords, size_t uiMost,
+                       CJson (*pfnMake)(const TRecord& roRecord))
+{
+    const bool bIsTruncated = CutSurplus(aoRecords, uiMost, true);
+    CJson oList = CJson::array();
+    for (const TRecord& roRecord : aoRecords)
+    {
+        oList.push_back(pfnMake(roRecord));
+    }
+    const CJson oJson = {{szName, std::move(oList)}, {"truncated", bIsTruncated}};
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
 }
 
 CJson FromReach(int64_t iUtcNs)
@@ -214,23 +234,13 @@ SHttpAnswer CWatchApi::AnswerEvents(const SHttpRequest& roRequest)
     oEvents.uiBeforeNumber = oQuery.GetNumber("before", UINT64_MAX, 0, UINT64_MAX);
     const uint64_t uiMost = oQuery.GetNumber("limit", 100, 1, uiMostEvents);
     ReadEventFilter(oQuery, oEvents);
-    if (oEvents.iFromUtcNs >= oEvents.iToUtcNs)
-    {
-        oQuery.SetProblem("parameter from: must lie before to");
-    }
+    CheckRange(oQuery, oEvents);
     if (!oQuery.GetProblem().empty())
     {
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
     oEvents.uiMost = static_cast<uint32_t>(uiMost + 1);
-    std::vector<SWatchEvent> aoEvents = m_roReader.FindEvents(oEvents);
-    const bool bIsTruncated = CutSurplus(aoEvents, uiMost, true);
-    CJson oJson = {{"events", CJson::array()}, {"truncated", bIsTruncated}};
-    for (const SWatchEvent& roEvent : aoEvents)
-    {
-        oJson["events"].push_back(EventJson_FromEvent(roEvent));
-    }
-    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+    return AnswerList("events", m_roReader.FindEvents(oEvents), uiMost, EventJson_FromEvent);
 }
 
 SHttpAnswer CWatchApi::AnswerIncidents(const SHttpRequest& roRequest)
@@ -242,23 +252,13 @@ SHttpAnswer CWatchApi::AnswerIncidents(const SHttpRequest& roRequest)
     oIncidents.iToUtcNs = oQuery.GetUtc("to", oIncidents.iToUtcNs);
     ReadOpen(oQuery, oIncidents);
     const uint64_t uiMost = oQuery.GetNumber("limit", 100, 1, uiMostEvents);
-    if (oIncidents.iFromUtcNs >= oIncidents.iToUtcNs)
-    {
-        oQuery.SetProblem("parameter from: must lie before to");
-    }
+    CheckRange(oQuery, oIncidents);
     if (!oQuery.GetProblem().empty())
     {
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
     oIncidents.uiMost = static_cast<uint32_t>(uiMost + 1);
-    std::vector<SIncident> aoIncidents = m_roReader.FindIncidents(oIncidents);
-    const bool bIsTruncated = CutSurplus(aoIncidents, uiMost, true);
-    CJson oJson = {{"incidents", CJson::array()}, {"truncated", bIsTruncated}};
-    for (const SIncident& roIncident : aoIncidents)
-    {
-        oJson["incidents"].push_back(HealthJson_FromIncident(roIncident));
-    }
-    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+    return AnswerList("incidents", m_roReader.FindIncidents(oIncidents), uiMost, HealthJson_FromIncident);
 }
 
 SHttpAnswer CWatchApi::AnswerHealth(const SHttpRequest& /*roRequest*/)

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "EventKinds.h"
+#include "FieldUnits.h"
 #include "StreamId.h"
 
 namespace
@@ -13,7 +14,6 @@ namespace
 constexpr uint64_t uiClockRealTime = 1;
 constexpr uint64_t uiClockMonotonic = 3;
 constexpr uint64_t uiSequence = 1;
-constexpr uint64_t uiCountsPerField = 16;
 
 enum class EEventType : uint8_t
 {
