@@ -36,6 +36,12 @@ class Layers(unittest.TestCase):
         told = {name for row in rows("Rooms of the watch") for name in names(row[0])}
         self.assertEqual(told, {folder.name for folder in WATCH.iterdir() if folder.is_dir()})
 
+    def test_every_room_of_the_engine_is_told(self):
+        told = {name for row in rows("Rooms of the engine and of the judgement") for name in names(row[0])}
+        sources = [path for library in ("WatchEngine", "WatchJudge")
+                   for path in (TREE / "ExternalDeviceLayer/Core" / library / "Src").iterdir()]
+        self.assertEqual(told, {path.stem for path in sources})
+
     def test_a_library_uses_those_alone_that_stand_before_it(self):
         targets = [name for row in rows("Layers") + rows("Rooms of the watch")
                    for name in names(row[2 if len(row) == 4 and "/" in row[1] else 1])]
