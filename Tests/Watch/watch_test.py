@@ -303,7 +303,7 @@ class Report(WatchCase):
         self.assertEqual(int(rows[1]["fields_lost"]), right["fields_lost"])
         table = self.start("", "report", self.store).run()[1]
         self.assertIn("IN_01   Right", table)
-        self.assertLessEqual(max(map(len, table.splitlines())), 120)
+        self.assertLessEqual(max(map(len, table.splitlines())), 100)
         self.assertIn(" 100.0000 %", next(line for line in table.splitlines() if "Left" in line))
         with sqlite3.connect(self.store) as store:
             store.execute("DROP TABLE events")

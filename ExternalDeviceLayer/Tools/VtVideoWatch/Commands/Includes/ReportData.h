@@ -22,9 +22,13 @@ struct SReportStream
     uint64_t uiUnobserved = 0;
     uint64_t uiSkipped = 0;
     uint64_t uiSignalLosses = 0;
-    double flWorstGapSeconds = 0.0; // the longest time without a field that the signal had, by the events
-    SEstimate oRateHz;              // mean of the minutes, weighted by their seconds
-    SEstimate oDriftPerHour;        // of the rate, relative to it: slope of a line through the minutes
+    double flWorstGapSeconds = 0.0;   // the longest time without a field that the signal had, by the events
+    SEstimate oRateHz;                // mean of the minutes, weighted by their seconds
+    double flLockedSeconds = 0.0;     // in minutes that ended in lock with the reference
+    double flWorstPhaseSeconds = 0.0; // the one farthest from the reference, with its sign
+    bool bHasPhase = false;
+    int64_t iLostFromUtcNs = 0; // 0: it was not lost from the first minute on
+    SEstimate oDriftPerHour;    // of the rate, relative to it: slope of a line through the minutes
 };
 
 // One hour: fields by the minutes, the rest by the events that began in it.
@@ -36,6 +40,16 @@ struct SReportHour
     uint64_t uiFieldsLost = 0;
     uint64_t uiFieldsUnobserved = 0;
     uint64_t uiLockChanges = 0;
+};
+
+// A time without the signal, or without fields of it.
+struct SReportOutage
+{
+    SStreamKey oKey;
+    int64_t iFromUtcNs = 0;
+    int64_t iToUtcNs = 0;
+    uint64_t uiFields = 0; // that were lost; 0: the signal was
+    bool bIsOpen = false;  // still so at the end of what is told
 };
 
 // A lock group with one set of members.
@@ -53,6 +67,7 @@ struct SReport
     int64_t iFromUtcNs = 0;
     int64_t iToUtcNs = 0;
     std::vector<SStoreRun> aoRuns;
+    std::vector<SReportOutage> aoOutages; // by their begin
     std::vector<SReportStream> aoStreams;
     std::vector<SReportHour> aoHours; // in which something happened, in order
     std::vector<SReportLock> aoLocks; // by their begin

@@ -8,7 +8,7 @@
 
 #include "ReportData.h"
 
-/* Plain text of at most 120 columns, for a mail. */
+/* Plain text of about 150 lines and 100 columns at most, for a mail. */
 std::string ReportPrint_Table(const SReport& roReport);
 
 /* A header and a line per stream, by RFC 4180. */

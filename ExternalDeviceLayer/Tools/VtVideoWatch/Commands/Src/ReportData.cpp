@@ -98,7 +98,16 @@ void AddToHour(SReport& roReport, const SHistoryPoint& roMinute)
 class CGaps
 {
 public:
-    explicit CGaps(SReport& roReport) : m_roReport(roReport) {}
+    explicit CGaps(SReport& roReport) : m_roReport(roReport)
+    {
+        for (const SReportStream& roStream : roReport.aoStreams)
+        {
+            if (roStream.iLostFromUtcNs != 0)
+            {
+                m_oLostSince[&roStream] = roStream.iLostFromUtcNs;
+            }
+        }
+    }
 
     void Add(const SWatchEvent& roEvent)
     {
@@ -115,13 +124,18 @@ public:
             break;
         case EWatchEventKind::SIGNAL_BACK:
             Take(*poStream, roEvent.flSeconds);
-            m_oLostSince.erase(poStream);
+            EndBack(*poStream, roEvent);
+            break;
+        case EWatchEventKind::STATE_CHANGED:
+            TakeState(*poStream, roEvent);
             break;
         case EWatchEventKind::FIELDS_LOST:
             Take(*poStream, roEvent.flSeconds);
+            m_roReport.aoOutages.push_back(
+                {poStream->oKey, roEvent.iUtcNs, roEvent.iUtcNs + ToNs(roEvent.flSeconds), GetTimes(roEvent), false});
             break;
         case EWatchEventKind::WATCH_ENDED:
-            EndAt(*poStream, roEvent.iUtcNs);
+            EndAt(*poStream, roEvent.iUtcNs, false);
             break;
         default:
             break;
@@ -132,8 +146,9 @@ public:
     {
         for (SReportStream& roStream : m_roReport.aoStreams)
         {
-            EndAt(roStream, iUtcNs);
+            EndAt(roStream, iUtcNs, true);
         }
+        std::ranges::stable_sort(m_roReport.aoOutages, {}, &SReportOutage::iFromUtcNs);
     }
 
 private:
@@ -141,11 +156,38 @@ private:
     {
         roStream.flWorstGapSeconds = std::max(roStream.flWorstGapSeconds, flSeconds);
     }
-    void EndAt(SReportStream& roStream, int64_t iUtcNs)
+    static int64_t ToNs(double flSeconds) { return std::llround(flSeconds * flNsPerSecond); }
+
+    // Losses that nobody counts: of a device, or one that an earlier run has told of.
+    void TakeState(SReportStream& roStream, const SWatchEvent& roEvent)
+    {
+        const auto eState = static_cast<EStreamState>(roEvent.uiAfter);
+        if (eState == EStreamState::LOST || eState == EStreamState::GONE)
+        {
+            m_oLostSince.emplace(&roStream, roEvent.iUtcNs);
+        }
+        else
+        {
+            EndAt(roStream, roEvent.iUtcNs, false);
+        }
+    }
+
+    // Of the event's own length where it says one: the loss may have begun before what is told.
+    void EndBack(const SReportStream& roStream, const SWatchEvent& roEvent)
+    {
+        const auto itSince = m_oLostSince.find(&roStream);
+        const int64_t iFrom =
+            itSince != m_oLostSince.end() ? itSince->second : roEvent.iUtcNs - ToNs(roEvent.flSeconds);
+        m_roReport.aoOutages.push_back({roStream.oKey, iFrom, roEvent.iUtcNs, 0, false});
+        m_oLostSince.erase(&roStream);
+    }
+
+    void EndAt(SReportStream& roStream, int64_t iUtcNs, bool bIsOpen)
     {
         if (const auto itSince = m_oLostSince.find(&roStream); itSince != m_oLostSince.end())
         {
             Take(roStream, ToSeconds(iUtcNs - itSince->second));
+            m_roReport.aoOutages.push_back({roStream.oKey, itSince->second, iUtcNs, 0, bIsOpen});
             m_oLostSince.erase(itSince);
         }
     }
@@ -219,15 +261,39 @@ int64_t GetEnd(const SReport& roReport)
     return std::min(iEnd, roReport.iToUtcNs);
 }
 
+bool IsAway(const SHistoryPoint& roMinute)
+{
+    return roMinute.uiFields == 0 && (roMinute.eState == EStreamState::LOST || roMinute.eState == EStreamState::GONE);
+}
+
+void AddPhase(SReportStream& roStream, const SMinuteSummary& roMinute)
+{
+    const SHistoryPoint& roPoint = roMinute.oPoint;
+    roStream.flLockedSeconds += roPoint.eLock == ELockState::LOCKED ? roMinute.flWatchedSeconds : 0.0;
+    if (!roPoint.oPhaseSeconds.bIsValid)
+    {
+        return;
+    }
+    roStream.bHasPhase = true;
+    for (const double flPhase : {roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds})
+    {
+        roStream.flWorstPhaseSeconds =
+            std::abs(flPhase) > std::abs(roStream.flWorstPhaseSeconds) ? flPhase : roStream.flWorstPhaseSeconds;
+    }
+}
+
 } // namespace
 
 void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes)
 {
     CRateLine oLine;
+    roStream.iLostFromUtcNs =
+        !aoMinutes.empty() && IsAway(aoMinutes.front().oPoint) ? aoMinutes.front().oPoint.iUtcNs : 0;
     for (const SMinuteSummary& roMinute : aoMinutes)
     {
         const SHistoryPoint& roPoint = roMinute.oPoint;
         AddToHour(roReport, roPoint);
+        AddPhase(roStream, roMinute);
         roStream.flWatchedSeconds += roMinute.flWatchedSeconds;
         roStream.flRunningSeconds += roPoint.flRunningSeconds;
         roStream.uiFields += roPoint.uiFields;

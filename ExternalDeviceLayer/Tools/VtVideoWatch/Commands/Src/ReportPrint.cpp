@@ -1,7 +1,9 @@
 #include "ReportPrint.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <numeric>
 
 #include "StreamId.h"
 #include "TextFormat.h"
@@ -46,19 +48,121 @@ std::string GetAvailability(const SReportStream& roStream)
     return TextFormat_Print("%.4f %%", std::floor(flPart * 1e6) / 1e4);
 }
 
-std::string GetDrift(const SEstimate& roDrift)
+// A text in so many columns, its middle left out where it is too long: names that differ do so at either end.
+std::string Fit(const std::string& rszText, size_t uiColumns)
 {
-    return roDrift.bIsValid ? TextFormat_Print("%+.2f +/- %.2f", roDrift.flValue * 1e9, roDrift.flStdErr * 1e9) : "-";
+    std::vector<std::string> aszSigns;
+    for (const char cByte : rszText)
+    {
+        const bool bGoesOn = (static_cast<unsigned char>(cByte) & 0xC0U) == 0x80U && !aszSigns.empty();
+        if (bGoesOn)
+        {
+            aszSigns.back().push_back(cByte);
+        }
+        else
+        {
+            aszSigns.emplace_back(1, cByte);
+        }
+    }
+    std::string szFitted;
+    const size_t uiEnd = (uiColumns - 2) / 2;
+    for (size_t uiSign = 0; uiSign < std::max(aszSigns.size(), uiColumns); ++uiSign)
+    {
+        const bool bIsLong = aszSigns.size() > uiColumns;
+        if (bIsLong && uiSign == uiColumns - 2 - uiEnd)
+        {
+            szFitted += "..";
+            uiSign = aszSigns.size() - uiEnd;
+        }
+        szFitted += uiSign < aszSigns.size() ? aszSigns[uiSign] : " ";
+    }
+    return szFitted;
 }
 
-std::string GetMembers(const SReportLock& roLock)
+std::string GetName(const SReport& roReport, const SStreamKey& roKey)
 {
-    std::string szMembers;
-    for (const std::string& rszMember : StreamId_PrintMembers(roLock.eDirection, roLock.uiMembers))
+    const auto itStream = std::ranges::find(roReport.aoStreams, roKey, &SReportStream::oKey);
+    return itStream == roReport.aoStreams.end() ? "" : itStream->oTexts.szName;
+}
+
+// Against the rate of a standard that is meant, whole or by 1.001; a rate that is none has no deviation.
+std::string GetPpm(const SEstimate& roRate)
+{
+    constexpr double flNtsc = 1.001;
+    constexpr double flMostPpm = 490.0; // half way to the other one
+    const double flRate = roRate.flValue;
+    if (!roRate.bIsValid || flRate < 1.0)
     {
-        szMembers += (szMembers.empty() ? "" : ", ") + rszMember;
+        return "-";
+    }
+    const double flWhole = (flRate / std::round(flRate) - 1.0) * 1e6;
+    const double flOther = (flRate * flNtsc / std::round(flRate * flNtsc) - 1.0) * 1e6;
+    const double flPpm = std::abs(flWhole) < std::abs(flOther) ? flWhole : flOther;
+    return std::abs(flPpm) > flMostPpm ? "-" : TextFormat_Print("%+.3f", flPpm);
+}
+
+std::string GetPhase(const SReportStream& roStream)
+{
+    const double flUs = roStream.flWorstPhaseSeconds * 1e6;
+    return !roStream.bHasPhase       ? "-"
+           : std::abs(flUs) < 1000.0 ? TextFormat_Print("%+.3f us", flUs)
+                                     : TextFormat_Print("%+.3f ms", flUs * 1e-3);
+}
+
+// "IN_00, 02, 04-07"
+std::string GetMembers(EStreamDirection eDirection, uint32_t uiMembers)
+{
+    const auto fnHas = [uiMembers](uint32_t uiIndex)
+    { return uiIndex < uiMaxStreamsPerDirection && (uiMembers >> uiIndex & 1U) != 0; };
+    std::string szMembers;
+    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    {
+        if (!fnHas(uiIndex))
+        {
+            continue;
+        }
+        szMembers += szMembers.empty() ? StreamId_Print({eDirection, uiIndex}) : TextFormat_Print(", %02u", uiIndex);
+        uint32_t uiLast = uiIndex;
+        while (fnHas(uiLast + 1))
+        {
+            ++uiLast;
+        }
+        if (uiLast > uiIndex + 1)
+        {
+            szMembers += TextFormat_Print("-%02u", uiLast);
+            uiIndex = uiLast;
+        }
     }
     return szMembers;
+}
+
+// The weightiest of many, in their order.
+template <typename TRecord, typename TWeigh>
+std::vector<TRecord> Choose(std::vector<TRecord> aoRecords, size_t uiMost, TWeigh fnWeigh, std::string& rszRest)
+{
+    rszRest.clear();
+    if (aoRecords.size() > uiMost)
+    {
+        rszRest = "and " + std::to_string(aoRecords.size() - uiMost) + " lesser ones, which --json has\n";
+        std::vector<size_t> auiOrder(aoRecords.size());
+        std::iota(auiOrder.begin(), auiOrder.end(), size_t{0});
+        std::ranges::stable_sort(auiOrder, std::ranges::greater(),
+                                 [&](size_t uiRecord) { return fnWeigh(aoRecords[uiRecord]); });
+        auiOrder.resize(uiMost);
+        std::ranges::sort(auiOrder);
+        std::vector<TRecord> aoChosen;
+        for (const size_t uiRecord : auiOrder)
+        {
+            aoChosen.push_back(aoRecords[uiRecord]);
+        }
+        return aoChosen;
+    }
+    return aoRecords;
+}
+
+double GetSeconds(int64_t iFromUtcNs, int64_t iToUtcNs)
+{
+    return static_cast<double>(iToUtcNs - iFromUtcNs) * 1e-9;
 }
 
 const char* GetEnd(ERunEnd eEnd)
@@ -79,28 +183,57 @@ std::string PrintHead(const SReport& roReport)
 {
     std::string szText =
         "Video watch, " + GetMoment(roReport.iFromUtcNs) + " to " + GetMoment(roReport.iToUtcNs) + " UTC\n";
-    for (const SStoreRun& roRun : roReport.aoRuns)
+    constexpr size_t uiMost = 6;
+    std::string szRest;
+    for (const SStoreRun& roRun : Choose(
+             roReport.aoRuns, uiMost, [](const SStoreRun& roRun) { return roRun.iEndUtcNs - roRun.iBeginUtcNs; },
+             szRest))
     {
         szText += "Watched on " + roRun.szHost + " from " + GetMoment(roRun.iBeginUtcNs) + " to " +
                   GetMoment(roRun.iEndUtcNs) + GetEnd(roRun.eEnd) + "\n";
     }
-    return szText + (roReport.aoRuns.empty() ? "Nothing was watched in this time.\n" : "");
+    return szText + szRest + (roReport.aoRuns.empty() ? "Nothing was watched in this time.\n" : "");
+}
+
+std::string PrintOutages(const SReport& roReport)
+{
+    constexpr size_t uiMost = 36;
+    std::string szRest;
+    const std::vector<SReportOutage> aoOutages = Choose(
+        roReport.aoOutages, uiMost,
+        [](const SReportOutage& roOutage) { return roOutage.iToUtcNs - roOutage.iFromUtcNs; }, szRest);
+    std::string szText =
+        TextFormat_Print("\n%-7s %-18s %-19s %-19s %13s %s\n", "OUTAGE", "NAME", "BEGIN", "END", "LASTED", "WHAT");
+    for (const SReportOutage& roOutage : aoOutages)
+    {
+        szText +=
+            TextFormat_Print("%-7s %s %s %-19s %13s ", StreamId_Print(roOutage.oKey).c_str(),
+                             Fit(GetName(roReport, roOutage.oKey), 18).c_str(), GetMoment(roOutage.iFromUtcNs).c_str(),
+                             roOutage.bIsOpen ? "not yet" : GetMoment(roOutage.iToUtcNs).c_str(),
+                             GetLength(GetSeconds(roOutage.iFromUtcNs, roOutage.iToUtcNs)).c_str());
+        szText += roOutage.uiFields == 0
+                      ? "signal lost\n"
+                      : TextFormat_Print("%llu fields\n", static_cast<unsigned long long>(roOutage.uiFields));
+    }
+    return aoOutages.empty() ? "\nNo outages.\n" : szText + szRest;
 }
 
 std::string PrintStreams(const SReport& roReport)
 {
-    std::string szText = TextFormat_Print("\n%-7s %-18s %13s %12s %8s %13s %13s %18s\n", "STREAM", "NAME", "WATCHED",
-                                          "AVAILABLE", "LOST", "WORST GAP", "RATE Hz", "DRIFT ppb per h");
+    std::string szText = TextFormat_Print("\n%-7s %-26s %10s %7s %13s %10s %11s %8s\n", "STREAM", "NAME", "AVAILABLE",
+                                          "LOST", "WORST GAP", "PPM", "WORST PHASE", "IN LOCK");
     for (const SReportStream& roStream : roReport.aoStreams)
     {
-        szText +=
-            TextFormat_Print("%-7s %-18.18s %13s %12s %8llu %13s ", StreamId_Print(roStream.oKey).c_str(),
-                             roStream.oTexts.szName.c_str(), GetLength(roStream.flWatchedSeconds).c_str(),
-                             GetAvailability(roStream).c_str(), static_cast<unsigned long long>(roStream.uiLost),
-                             roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
         szText += TextFormat_Print(
-            "%13s %18s\n", roStream.oRateHz.bIsValid ? TextFormat_Print("%.6f", roStream.oRateHz.flValue).c_str() : "-",
-            GetDrift(roStream.oDriftPerHour).c_str());
+            "%-7s %s %10s %7llu %13s ", StreamId_Print(roStream.oKey).c_str(), Fit(roStream.oTexts.szName, 26).c_str(),
+            GetAvailability(roStream).c_str(), static_cast<unsigned long long>(roStream.uiLost),
+            roStream.flWorstGapSeconds > 0.0 ? GetLength(roStream.flWorstGapSeconds).c_str() : "-");
+        szText += TextFormat_Print("%10s %11s %8s\n", GetPpm(roStream.oRateHz).c_str(), GetPhase(roStream).c_str(),
+                                   roStream.bHasPhase
+                                       ? TextFormat_Print("%.1f %%", 100.0 * roStream.flLockedSeconds /
+                                                                         std::max(roStream.flWatchedSeconds, 1.0))
+                                             .c_str()
+                                       : "-");
     }
     return szText;
 }
@@ -109,7 +242,10 @@ std::string PrintHours(const SReport& roReport)
 {
     std::string szText = TextFormat_Print("\n%-17s %8s %14s %12s %18s %12s\n", "EVENTS PER HOUR", "EVENTS",
                                           "SIGNAL LOSSES", "FIELDS LOST", "FIELDS UNOBSERVED", "LOCK CHANGES");
-    for (const SReportHour& roHour : roReport.aoHours)
+    constexpr size_t uiMost = 16;
+    std::string szRest;
+    for (const SReportHour& roHour : Choose(
+             roReport.aoHours, uiMost, [](const SReportHour& roHour) { return roHour.uiEvents; }, szRest))
     {
         szText += TextFormat_Print(
             "%-17s %8llu %14llu %12llu %18llu %12llu\n", GetMoment(roHour.iUtcNs).substr(0, 16).c_str(),
@@ -118,20 +254,41 @@ std::string PrintHours(const SReport& roReport)
             static_cast<unsigned long long>(roHour.uiFieldsUnobserved),
             static_cast<unsigned long long>(roHour.uiLockChanges));
     }
-    return roReport.aoHours.empty() ? "\nNo events.\n" : szText;
+    return roReport.aoHours.empty() ? "\nNo events.\n" : szText + szRest;
 }
+
+// Groups of the same members, summed up.
+struct SLockSum
+{
+    EStreamDirection eDirection = EStreamDirection::INPUT;
+    uint32_t uiMembers = 0;
+    uint64_t uiTimes = 0;
+    double flSeconds = 0.0;
+};
 
 std::string PrintLocks(const SReport& roReport)
 {
-    std::string szText = "\nLOCK GROUPS\n";
+    constexpr size_t uiMost = 12;
+    std::vector<SLockSum> aoSums;
     for (const SReportLock& roLock : roReport.aoLocks)
     {
-        szText += GetMoment(roLock.iFromUtcNs) + "  for " +
-                  TextFormat_Print("%13s",
-                                   GetLength(static_cast<double>(roLock.iToUtcNs - roLock.iFromUtcNs) * 1e-9).c_str()) +
-                  (roLock.bIsOpen ? " (to the end)  " : "  ") + GetMembers(roLock) + "\n";
+        auto itSum = std::ranges::find_if(
+            aoSums, [&](const SLockSum& roSum)
+            { return roSum.eDirection == roLock.eDirection && roSum.uiMembers == roLock.uiMembers; });
+        itSum = itSum != aoSums.end() ? itSum : aoSums.insert(itSum, {roLock.eDirection, roLock.uiMembers, 0, 0.0});
+        ++itSum->uiTimes;
+        itSum->flSeconds += GetSeconds(roLock.iFromUtcNs, roLock.iToUtcNs);
     }
-    return roReport.aoLocks.empty() ? "\nNo lock groups formed or ended.\n" : szText;
+    std::string szRest;
+    std::string szText = TextFormat_Print("\n%13s %8s %s\n", "IN LOCK FOR", "TIMES", "MEMBERS");
+    for (const SLockSum& roSum : Choose(
+             aoSums, uiMost, [](const SLockSum& roSum) { return roSum.flSeconds; }, szRest))
+    {
+        szText += TextFormat_Print("%13s %8llu %s\n", GetLength(roSum.flSeconds).c_str(),
+                                   static_cast<unsigned long long>(roSum.uiTimes),
+                                   GetMembers(roSum.eDirection, roSum.uiMembers).c_str());
+    }
+    return aoSums.empty() ? "\nNo lock groups formed or ended.\n" : szText + szRest;
 }
 
 std::string QuoteCsv(const std::string& rszText)
@@ -176,6 +333,17 @@ CJson ToJson(const SReportHour& roHour)
     return oJson;
 }
 
+CJson ToJson(const SReportOutage& roOutage)
+{
+    CJson oJson;
+    oJson["stream"] = StreamId_Print(roOutage.oKey);
+    oJson["from"] = WatchTexts_GetUtc(roOutage.iFromUtcNs);
+    oJson["to"] = WatchTexts_GetUtc(roOutage.iToUtcNs);
+    oJson["fields_lost"] = roOutage.uiFields;
+    oJson["lasts"] = roOutage.bIsOpen;
+    return oJson;
+}
+
 CJson ToJson(const SReportLock& roLock)
 {
     CJson oJson;
@@ -212,7 +380,8 @@ template <typename TRecord> CJson ToArray(const std::vector<TRecord>& raoRecords
 
 std::string ReportPrint_Table(const SReport& roReport)
 {
-    return PrintHead(roReport) + PrintStreams(roReport) + PrintHours(roReport) + PrintLocks(roReport);
+    return PrintHead(roReport) + PrintOutages(roReport) + PrintStreams(roReport) + PrintHours(roReport) +
+           PrintLocks(roReport);
 }
 
 std::string ReportPrint_Csv(const SReport& roReport)
@@ -246,6 +415,7 @@ std::string ReportPrint_Json(const SReport& roReport)
     oJson["from"] = WatchTexts_GetUtc(roReport.iFromUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roReport.iToUtcNs);
     oJson["runs"] = ToArray(roReport.aoRuns);
+    oJson["outages"] = ToArray(roReport.aoOutages);
     oJson["streams"] = ToArray(roReport.aoStreams);
     oJson["hours"] = ToArray(roReport.aoHours);
     oJson["locks"] = ToArray(roReport.aoLocks);
