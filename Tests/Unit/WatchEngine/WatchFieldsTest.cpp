@@ -25,43 +25,6 @@ void ExpectHealthy(const CWatchBench& roBench, uint32_t uiInput)
     EXPECT_EQ(roBench.GetInput(uiInput).eState, EStreamState::RUNNING);
 }
 
-TEST(WatchFields, PlantedLossesAreAllFoundAndNoneIsInventedOverSeeds)
-{
-    for (uint64_t uiSeed = 1; uiSeed <= 10; ++uiSeed)
-    {
-        SBenchSetup oSetup;
-        oSetup.uiSeed = uiSeed;
-        // Singly, three in a row, and across a counter that wraps; longer than a time-out.
-        CWatchBench oBench(MakeInput("phase_us = 900\n"
-                                     "event = [{ kind = 'missed_field', at_field = 400, every_fields = 97 }]") +
-                               MakeInput("phase_us = 900\nfield_counter_start = '0xFFFFFFFFFFFFE000'\n"
-                                         "event = [{ kind = 'missed_field', at_field = 511, for_fields = 3 }]") +
-                               MakeInput("phase_us = 900\n"
-                                         "event = [{ kind = 'missed_field', at_field = 600, for_fields = 12 }]") +
-                               MakeInput("phase_us = 900"),
-                           oSetup);
-        oBench.Run(30);
-        EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsLost, (30U * 60 - 3 - 400) / 97 + 1);
-        EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsLost, 3U);
-        EXPECT_EQ(oBench.GetInput(2).oCounters.uiFieldsLost, 12U);
-        EXPECT_GT(oBench.GetInput(2).oCounters.uiWaitTimeOuts, 1U);
-        ExpectHealthy(oBench, 3);
-        for (uint32_t uiInput = 0; uiInput < 4; ++uiInput)
-        {
-            EXPECT_LT(oBench.GetInput(uiInput).oWakes.flSumSeconds, 1800 * 100e-6) << "the first wake ties the clocks";
-            EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiFieldsUnobserved, 0U);
-            EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiSignalLosses, 0U);
-            EXPECT_EQ(oBench.GetInput(uiInput).oCounters.uiFields, 1800U) << "input " << uiInput;
-        }
-        const SWatchEvent* poLost = oBench.Find(EWatchEventKind::FIELDS_LOST, 1);
-        ASSERT_NE(poLost, nullptr);
-        EXPECT_EQ(poLost->uiCount, 3U);
-        EXPECT_NEAR(static_cast<double>(poLost->iUtcNs -
-                                        oBench.ToUtcNs(CWatchBench::GetTruth(gc_eIn, 1, 511).uiTickRefCounter)),
-                    0.0, 200e3);
-    }
-}
-
 TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
 {
     // However long and whenever the thread is away, between its waits or inside one, known to the kernel or not; and
@@ -139,26 +102,6 @@ TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
     EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 5U);
 }
 
-TEST(WatchFields, CountersThatJumpOrRepeatLoseNoFields)
-{
-    CWatchBench oBench(MakeInput("phase_us = 900\nevent = [{ kind = 'counter_jump', at_s = 3, jump = -4800 },"
-                                 "{ kind = 'counter_jump', at_s = 5, jump = 160000000 },"
-                                 "{ kind = 'counter_jump', at_s = 7, jump = 16 }]") +
-                       MakeInput("phase_us = 900\nevent = [{ kind = 'counter_jump', at_s = 4, jump = -16 }]"));
-    oBench.Run(14);
-    const SStreamCounters& roCounters = oBench.GetInput(0).oCounters;
-    EXPECT_EQ(roCounters.uiCounterBackward, 3U);
-    EXPECT_EQ(roCounters.uiFieldsLost + roCounters.uiFieldsUnobserved, 0U);
-    EXPECT_EQ(roCounters.uiPhaseSteps + roCounters.uiFieldsLate + roCounters.uiFieldsEarly, 0U);
-    EXPECT_TRUE(oBench.GetInput(0).aoRateHz[1].bIsValid) << "the grid went on";
-    const SWatchEvent* poEvent = oBench.Find(EWatchEventKind::COUNTER_BACKWARD, 0);
-    ASSERT_NE(poEvent, nullptr);
-    EXPECT_EQ(poEvent->uiBefore - poEvent->uiAfter, 4800U - 16U);
-    EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsRepeated, 1U);
-    EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsLost + oBench.GetInput(1).oCounters.uiFieldsLate, 0U);
-    EXPECT_EQ(oBench.GetInput(1).oCounters.uiFields, oBench.GetInput(0).oCounters.uiFields);
-}
-
 TEST(WatchFields, ExtraFieldsAndStepsOfTheGridAreToldApart)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'doubled_field', at_s = 4, every_s = 3 }]") +
@@ -181,32 +124,6 @@ TEST(WatchFields, ExtraFieldsAndStepsOfTheGridAreToldApart)
     EXPECT_EQ(oBench.GetInput(2).oCounters.uiPhaseSteps, 1U);
     EXPECT_NEAR(oBench.Find(EWatchEventKind::PHASE_STEPPED, 2)->flSeconds, 480e-6, 5e-6);
     ExpectHealthy(oBench, 3);
-}
-
-TEST(WatchFields, ALostSignalHasABeginAnEndAndNoLostFields)
-{
-    CWatchBench oBench(MakeInput("event = [{ kind = 'signal_loss', at_field = 300, for_fields = 90 }]") +
-                       MakeInput("event = [{ kind = 'missed_field', at_field = 300, for_fields = 120 }]") +
-                       MakeInput("event = [{ kind = 'signal_loss', at_s = 9 }]"));
-    oBench.Run(12);
-    for (uint32_t uiInput = 0; uiInput < 2; ++uiInput)
-    {
-        const SStreamFigures& roFigures = oBench.GetInput(uiInput);
-        EXPECT_EQ(roFigures.oCounters.uiSignalLosses, 1U);
-        EXPECT_EQ(roFigures.oCounters.uiFieldsLost + roFigures.oCounters.uiFieldsUnobserved, 0U);
-        EXPECT_EQ(roFigures.eState, EStreamState::RUNNING);
-        const double flLength = uiInput == 0 ? 1.5 : 2.0;
-        EXPECT_NEAR(roFigures.oCounters.flSignalLostSeconds, flLength, 0.02);
-        const SWatchEvent* poLost = oBench.Find(EWatchEventKind::SIGNAL_LOST, uiInput);
-        const SWatchEvent* poBack = oBench.Find(EWatchEventKind::SIGNAL_BACK, uiInput);
-        ASSERT_TRUE(poLost != nullptr && poBack != nullptr);
-        EXPECT_EQ(poLost->uiTick, CWatchBench::GetTruth(gc_eIn, uiInput, 299).uiTickRefCounter);
-        EXPECT_NEAR(poBack->flSeconds, flLength, 1e-3);
-    }
-    EXPECT_EQ(oBench.GetInput(2).eState, EStreamState::LOST);
-    EXPECT_NEAR(oBench.GetInput(2).oCounters.flRunningSeconds, 9.0, 0.05);
-    EXPECT_FALSE(oBench.GetInput(2).oGridSeconds.bIsValid);
-    EXPECT_NEAR(static_cast<double>(oBench.GetInput(2).iStateSinceUtcNs - oBench.ToUtcNs(1'000'000'000)), 0.0, 2e7);
 }
 
 TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)

@@ -24,30 +24,6 @@ const std::vector<SLockGroup>& GetGroups(const CWatchBench& roBench)
     return roBench.oSnapshot.aoDirections[0].aoGroups;
 }
 
-TEST(WatchLock, PairsAreJudgedByOffsetAndDrift)
-{
-    CWatchBench oBench(MakeHouse(
-        MakeInput("lock_group = 'house'") + MakeInput("lock_group = 'house'\nphase_us = 6") +
-        MakeInput("lock_group = 'house'\nphase_us = 3000") + MakeInput("ppm = 5.02\nphase_us = 2") +
-        MakeInput("lock_group = 'house'\nphase_us = -4", "1080p30") + MakeInput("lock_group = 'house'", "1080p50") +
-        MakeInput("event = [{ kind = 'signal_loss', at_s = 2 }]")));
-    oBench.Run(130);
-    const SPairFigures& roLocked = oBench.GetPair(0, 1);
-    EXPECT_EQ(roLocked.eLock, ELockState::LOCKED);
-    EXPECT_NEAR(roLocked.oOffsetSeconds.flValue, 6e-6, 4.0 * roLocked.oOffsetSeconds.flStdErr);
-    EXPECT_LT(roLocked.oOffsetSeconds.flStdErr, 0.5e-6) << "wander that both share is not in the difference";
-    EXPECT_NEAR(roLocked.flOffsetLines, 6e-6 / gc_flLine, 0.1);
-    EXPECT_NEAR(roLocked.oDriftRatio.flValue, 0.0, 3.0 * roLocked.oDriftRatio.flStdErr);
-    EXPECT_FALSE(roLocked.oSecondsToSlip.bIsValid);
-
-    EXPECT_EQ(oBench.GetPair(0, 2).eLock, ELockState::FREE);
-    EXPECT_NEAR(oBench.GetPair(0, 2).oOffsetSeconds.flValue, 3e-3, 1e-6);
-    EXPECT_EQ(oBench.GetPair(0, 4).eLock, ELockState::LOCKED) << "half the rate compares";
-    EXPECT_NEAR(oBench.GetPair(0, 4).oOffsetSeconds.flValue, -4e-6, 1e-6);
-    EXPECT_EQ(oBench.GetPair(0, 5).eLock, ELockState::DIFFERENT);
-    EXPECT_EQ(oBench.GetPair(0, 6).eLock, ELockState::IDLE);
-}
-
 TEST(WatchLock, ALockThatTheEyeBelievesIsPassing)
 {
     // 0.02 ppm apart: within a line for many minutes, a field slips every ten days.
@@ -199,49 +175,6 @@ TEST(WatchLock, AReferenceThatIsSetIsNeverLeft)
     oSet.Run(30);
     EXPECT_EQ(oSet.oSnapshot.aoDirections[0].uiReference, 2U);
     EXPECT_FALSE(oSet.GetInput(1).oPhaseSeconds.bIsValid);
-}
-
-TEST(WatchLock, CountdownsMeetWhatTheyCountDownToInBothHalvesOfAPeriod)
-{
-    // 100 ppm apart, one each way: a period in 167 s.
-    CWatchBench oBench(MakeInput("") + MakeInput("ppm = 100\nphase_us = 5000") +
-                       MakeInput("ppm = -100\nphase_us = 5000"));
-    oBench.Run(30);
-    for (const uint32_t uiSecond : {1U, 2U})
-    {
-        const double flDrift = uiSecond == 1 ? -100e-6 : 100e-6;
-        const double flPeriod = 1.0 / 60.0;
-        oBench.Run(1);
-        for (uint32_t uiRound = 0; uiRound < 200; ++uiRound)
-        {
-            oBench.Run(1);
-            const SPairFigures& roPair = oBench.GetPair(0, uiSecond);
-            // To the next place along the drift at which the offset is a whole number of periods.
-            const double flAlong = std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
-            const double flAhead = flAlong < 0.0 ? -flAlong : flPeriod - flAlong;
-            ASSERT_TRUE(roPair.oSecondsToSlip.bIsValid);
-            EXPECT_NEAR(roPair.oSecondsToSlip.flValue, flAhead / 100e-6, 3.0 * roPair.oSecondsToSlip.flStdErr + 0.02);
-            EXPECT_LT(roPair.oSecondsToSlip.flStdErr, 0.2);
-            EXPECT_LT(roPair.oSecondsToSlip.flValue, flPeriod / 100e-6 + 1.0);
-        }
-    }
-}
-
-TEST(WatchLock, AComparisonHasOneRuler)
-{
-    CWatchBench oBench(MakeInput("phase_us = 4", "1080i50") + MakeInput("", "1080p50") + MakeInput("", "1080p50"));
-    oBench.Run(90);
-    for (uint32_t uiInput = 0; uiInput < 3; ++uiInput)
-    {
-        const uint32_t uiReference = oBench.oSnapshot.aoDirections[0].uiReference;
-        if (uiInput == uiReference)
-        {
-            continue;
-        }
-        const SPairFigures& roPair = oBench.GetPair(std::min(uiInput, uiReference), std::max(uiInput, uiReference));
-        EXPECT_EQ(roPair.flLineSeconds, oBench.GetInput(uiReference).flLineSeconds);
-        EXPECT_EQ(oBench.GetInput(uiInput).flPhaseLineSeconds, roPair.flLineSeconds);
-    }
 }
 
 } // namespace

@@ -204,18 +204,6 @@ TEST(WatchRate, TicksFollowADriftingClock)
     EXPECT_EQ(oBench.GetInput(0).oCounters.uiLateWakes, 0U);
 }
 
-TEST(WatchRate, TicksThatAreTheMonotonicClockNeedNoEnvelope)
-{
-    SBenchSetup oSetup;
-    oSetup.oSettings.bTicksAreMonotonic = true;
-    oSetup.oSettings.iTickOffsetNs = 5'000'000'000'000 - 1'000'000'000; // the bench's clock at tick 0
-    CWatchBench oBench(MakeInputs("standard = '1080p50'", 1), oSetup);
-    oBench.Run(5);
-    const SClockFigures& roClock = oBench.oSnapshot.oClock;
-    EXPECT_EQ(roClock.iUtcNs, oBench.ToUtcNs(roClock.uiTick));
-    EXPECT_LT(roClock.flTickUncertaintySeconds, 1e-8);
-}
-
 TEST(WatchRate, ASecondThatHasJustBegunIsNoWholeOneAndNoIntervalIsLeftOut)
 {
     SBenchSetup oSetup;

@@ -14,9 +14,9 @@ struct SWatchSettings
     SLockThreshold oThreshold = {};
     int32_t iReferenceInput = -1; // index of the stream that phases are told against; -1: the engine chooses
     int32_t iReferenceOutput = -1;
-    bool bTicksAreMonotonic = false; // the board says that its ticks are CLOCK_MONOTONIC plus iTickOffsetNs
-    int64_t iTickOffsetNs = 0;
-    uint64_t uiEventsBefore = 0; // events are numbered on from here
+    bool bTicksAreMonotonic = false; // the board says that its ticks count CLOCK_MONOTONIC
+    int64_t iTickOffsetNs = 0;       // what that showed at tick 0, when they do
+    uint64_t uiEventsBefore = 0;     // events are numbered on from here
 };
 
 #endif
