@@ -151,6 +151,7 @@ std::vector<TRecord> Choose(std::vector<TRecord> aoRecords, size_t uiMost, TWeig
         auiOrder.resize(uiMost);
         std::ranges::sort(auiOrder);
         std::vector<TRecord> aoChosen;
+        aoChosen.reserve(uiMost);
         for (const size_t uiRecord : auiOrder)
         {
             aoChosen.push_back(aoRecords[uiRecord]);
