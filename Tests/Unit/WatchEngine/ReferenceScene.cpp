@@ -121,9 +121,7 @@ void CWriter::Field(double flStart)
     }
     if (m_uiMissing > 0)
     {
-        // A signal comes back once the second in which it was away has been told.
-        const bool bStays = m_eMissing != EWaitResult::TIMED_OUT && std::fmod(flStart + m_flPeriod, 1.0) < 0.2;
-        m_uiMissing -= bStays && m_uiMissing == 1 ? 0 : 1;
+        --m_uiMissing;
         if (m_eMissing != EWaitResult::TIMED_OUT)
         {
             End(m_eMissing, uiStartNs + DrawLatencyNs());

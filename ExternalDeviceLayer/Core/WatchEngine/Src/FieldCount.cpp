@@ -221,10 +221,7 @@ void CFieldCount::Analyse(const SInstant& roInstant, std::span<const STakenRecor
         }
     }
     m_uiNbOfGaps = uiKept;
-    if (m_roOutput.GetFigures().eState == EStreamState::RUNNING)
-    {
-        Foresee(roInstant, aoLater, flPeriod);
-    }
+    Foresee(roInstant, aoLater, flPeriod);
     SStreamCounters& roCounters = m_roOutput.GetCounters();
     roCounters.uiFields = roCounters.uiFieldsObserved + roCounters.uiFieldsLost + roCounters.uiFieldsUnobserved;
 }

@@ -140,7 +140,10 @@ void CStreamWatch::JudgeStamps()
 
 void CStreamWatch::AnalyseFields(const SInstant& roInstant, const SClockReading& roClock)
 {
-    m_oFields.Analyse(roInstant, m_aoHeld, m_oGrid.GetPeriod());
+    // What a signal that is away did not send is missing in no gap, whenever it comes back.
+    m_oFields.Analyse(roInstant,
+                      m_oSignal.IsPresent() ? std::span<const STakenRecord>(m_aoHeld) : std::span<const STakenRecord>(),
+                      m_oGrid.GetPeriod());
     m_oSignal.Analyse(roClock);
     JudgeStamps();
     m_oPictures.Analyse(roClock);
