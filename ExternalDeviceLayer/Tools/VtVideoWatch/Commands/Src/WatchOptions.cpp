@@ -315,8 +315,8 @@ int ParseWith(CLI::App& roApp, const std::vector<std::string>& raszArguments, st
         return iExitUsage;
     }
     // The library would take the next argument for its value.
-    const auto fnLacksValue = [](const std::string& rszText)
-    { return rszText.starts_with("--") && rszText.find('=') == rszText.size() - 1; };
+    const auto fnLacksValue = [](const std::string& rszArgument)
+    { return rszArgument.starts_with("--") && rszArgument.find('=') == rszArgument.size() - 1; };
     if (const auto itBare = std::ranges::find_if(raszArguments, fnLacksValue); itBare != raszArguments.end())
     {
         rszText = *itBare + ": needs a value";
