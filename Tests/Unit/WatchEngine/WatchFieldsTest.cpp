@@ -308,7 +308,10 @@ public:
                 aoEvents.push_back(roEvent);
             }
         }
-        return oSnapshot.aoDirections[0].aoStreams[uiStream];
+        // Before the first second there are no figures yet.
+        std::vector<SStreamFigures>& raoStreams = oSnapshot.aoDirections[0].aoStreams;
+        raoStreams.resize(std::max(raoStreams.size(), size_t{uiStream} + 1));
+        return raoStreams[uiStream];
     }
 
     static constexpr uint64_t gc_uiBegin = 10'000'000'000;
