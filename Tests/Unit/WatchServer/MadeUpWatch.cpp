@@ -118,14 +118,16 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     oPublication.szBoard = "/nowhere/libVeltrano.so";
     oPublication.uiBoardVersion = 0x0004000100000092;
     oPublication.bIsSimulated = true;
-    SIncident& roOpen = oPublication.oJudgement.aoIncidents.emplace_back();
+    oPublication.oJudgement.aoIncidents.resize(2);
+    SIncident& roOpen = oPublication.oJudgement.aoIncidents[0];
     roOpen.uiNumber = 2;
     roOpen.iBeginUtcNs = roSnapshot.oClock.iUtcNs - 5 * iNsPerSecond;
     roOpen.eDomain = EHealthDomain::FEED;
     roOpen.oFirst.eReason = EHealthReason::FEED_STALLED;
     roOpen.oFirstStream = {EStreamDirection::OUTPUT, 0};
     roOpen.auiStreams = {0, 1};
-    SIncident& roEnded = oPublication.oJudgement.aoIncidents.emplace_back(roOpen);
+    SIncident& roEnded = oPublication.oJudgement.aoIncidents[1];
+    roEnded = roOpen;
     roEnded.uiNumber = 1;
     roEnded.iEndUtcNs = roOpen.iBeginUtcNs;
     roEnded.uiFirstEvent = 1;

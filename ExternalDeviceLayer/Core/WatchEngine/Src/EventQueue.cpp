@@ -193,7 +193,7 @@ void CEventQueue::SetMoment(SPending& roPending, const SClockReading& roClock, c
     SWatchEvent& roEvent = roPending.oEvent;
     const bool bByTick = roEvent.uiTick != 0 && roTicks.IsKnown();
     const uint64_t uiMomentNs = bByTick ? roTicks.ToMonotonicNs(roEvent.uiTick) : roPending.uiMonotonicNs;
-    roEvent.iUtcNs = roClock.iUtcNs + static_cast<int64_t>(uiMomentNs - roClock.uiMonotonicNs);
+    roEvent.iUtcNs = roClock.GetUtcNs(uiMomentNs);
     if (roEvent.uiTick == 0 && roTicks.IsKnown())
     {
         roEvent.uiTick = roTicks.ToTick(uiMomentNs);

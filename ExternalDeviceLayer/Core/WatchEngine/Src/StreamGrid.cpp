@@ -76,8 +76,7 @@ void CStreamGrid::Analyse(const SClockReading& roClock)
     const CTickClock& roTicks = m_roOutput.GetContext().oClock;
     if (m_uiWorstTick != 0 && roTicks.IsKnown())
     {
-        m_roOutput.GetFigures().oPacing.iWorstUtcNs =
-            roClock.iUtcNs + static_cast<int64_t>(roTicks.ToMonotonicNs(m_uiWorstTick) - roClock.uiMonotonicNs);
+        m_roOutput.GetFigures().oPacing.iWorstUtcNs = roClock.GetUtcNs(roTicks.ToMonotonicNs(m_uiWorstTick));
         m_uiWorstTick = 0;
     }
 }

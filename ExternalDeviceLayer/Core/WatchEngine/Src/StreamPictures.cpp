@@ -125,7 +125,7 @@ int64_t CStreamPictures::GetUtcNs(uint64_t uiTick, const SClockReading& roClock)
 {
     const CTickClock& roTicks = m_roOutput.GetContext().oClock;
     const uint64_t uiNs = roTicks.IsKnown() ? roTicks.ToMonotonicNs(uiTick) : roClock.uiMonotonicNs;
-    return roClock.iUtcNs + static_cast<int64_t>(uiNs - roClock.uiMonotonicNs);
+    return roClock.GetUtcNs(uiNs);
 }
 
 void CStreamPictures::Analyse(const SClockReading& roClock)
