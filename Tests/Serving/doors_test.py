@@ -19,6 +19,8 @@ import time
 import unittest
 
 watch_path = sys.argv[1]
+# A sanitizer asks for files of its own where there are few, and makes handshakes so slow that the idlest client is ours.
+is_sanitized = b"__ubsan_handle" in pathlib.Path(watch_path).read_bytes()
 
 
 def free_port():
@@ -98,6 +100,7 @@ class DoorsTest(unittest.TestCase):
         self.end(watch)
         self.assertTrue(self.socket.exists(), "belongs to who made it")
 
+    @unittest.skipIf(is_sanitized, "a sanitizer needs files itself")
     def test_few_files_are_enough_or_said_to_be_too_few(self):
         for files in (8, 16, 24, 32):
             self.start("--listen", "127.0.0.1:0", before=["prlimit", f"--nofile={files}"])
@@ -198,6 +201,7 @@ scrape_configs:
         wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
                  self.log.read_text, 40)
 
+    @unittest.skipIf(is_sanitized, "a sanitizer is too slow for the honest one to be heard")
     def test_a_thousand_bad_clients_hold_nobody_up(self):
         limit = resource.getrlimit(resource.RLIMIT_NOFILE)
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(4096, limit[1]), limit[1]))
