@@ -3,12 +3,13 @@
 
 #include <algorithm>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr uint64_t uiNsPerSecond = 1'000'000'000;
-constexpr uint64_t uiLongestDelayNs = 60 * uiNsPerSecond;
-constexpr uint64_t uiMemoryNs = 60 * uiNsPerSecond; // a fault that comes back within this flaps
+constexpr uint64_t uiLongestDelayNs = iNsPerMinute;
+constexpr uint64_t uiMemoryNs = iNsPerMinute; // a fault that comes back within this flaps
 
 // The same moment on the other clock.
 uint64_t ToMonotonicNs(int64_t iUtcNs, const SMoment& roNow)
@@ -44,7 +45,7 @@ SDomainChange CDomainHealth::Take(const SDomainFinding& roFinding, const SMoment
     SDomainChange oChange;
     if (roFinding.IsFault())
     {
-        TakeFault(roFinding, roNow, static_cast<uint64_t>(flRecoverySeconds * uiNsPerSecond), oChange);
+        TakeFault(roFinding, roNow, static_cast<uint64_t>(flRecoverySeconds * flNsPerSecond), oChange);
     }
     else if (m_oHealth.eStatus > EHealthStatus::HEALTHY)
     {

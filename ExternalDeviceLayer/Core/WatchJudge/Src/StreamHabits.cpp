@@ -3,10 +3,11 @@
 
 #include <cmath>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr double flNsPerSecond = 1e9;
 // So long after its cadence broke a feed may still turn out to have stalled, or find its cadence again.
 constexpr uint64_t uiSettleNs = 5'000'000'000;
 

@@ -6,11 +6,10 @@
 
 #include "IncidentList.h"
 #include "StreamFindings.h"
+#include "TimeUnits.h"
 
 namespace
 {
-
-constexpr double flNsPerSecond = 1e9;
 
 using FindingFunction = SDomainFinding (*)(const SStreamCase&);
 constexpr std::array<FindingFunction, uiNbOfHealthDomains> apfnFindings = {

@@ -13,9 +13,6 @@
 #include "RecordingFile.h"
 #include "WatchPublication.h"
 
-/* What a recording says of the watch that made it. */
-SRecordingAbout RecordingMaker_Describe(const SWatchPublication& roPublication, const std::string& rszReason);
-
 class CRecordingMaker
 {
 public:

@@ -72,6 +72,9 @@ struct SReportOptions
     EReportForm eForm = EReportForm::TABLE;
 };
 
+// The recorder reaches back a little farther.
+constexpr uint32_t uiMostRecordSeconds = 3590;
+
 struct SRecordOptions
 {
     SBoardOptions oBoard;

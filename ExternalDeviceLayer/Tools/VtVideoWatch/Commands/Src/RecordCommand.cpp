@@ -16,6 +16,7 @@ constexpr uint32_t uiEndMs = 5000; // to write what there is
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiCutMs = 5000;
 constexpr uint32_t uiSlackSeconds = 5; // the recorder reaches back farther than what is asked for
+static_assert(uiMostRecordSeconds + uiSlackSeconds <= uiMostRecorderSeconds);
 constexpr uint32_t uiBeatMs = 50;
 constexpr uint64_t uiFirstMomentNs = 5'000'000'000; // the first moment is known by then, or never
 

@@ -3,7 +3,11 @@
 #include <utility>
 #include <vector>
 
-SRecordingAbout RecordingMaker_Describe(const SWatchPublication& roPublication, const std::string& rszReason)
+namespace
+{
+
+// What a recording says of the watch that made it.
+SRecordingAbout Describe(const SWatchPublication& roPublication, const std::string& rszReason)
 {
     SRecordingAbout oAbout;
     oAbout.szVersion = VT_WATCH_VERSION;
@@ -16,6 +20,8 @@ SRecordingAbout RecordingMaker_Describe(const SWatchPublication& roPublication, 
     return oAbout;
 }
 
+} // namespace
+
 CFault CRecordingMaker::Begin(const std::string& rszFile, const SWatchPublication& roPublication,
                               const std::string& rszReason, uint64_t uiFromNs)
 {
@@ -25,7 +31,7 @@ CFault CRecordingMaker::Begin(const std::string& rszFile, const SWatchPublicatio
     std::vector<SStreamKey> aoStreams;
     WatchPublication_ForEachStream(roPublication.oSnapshot,
                                    [&](const SStreamFigures& roStream) { aoStreams.push_back(roStream.oKey); });
-    return m_oWriter.Begin(rszFile, RecordingMaker_Describe(roPublication, rszReason), aoStreams);
+    return m_oWriter.Begin(rszFile, Describe(roPublication, rszReason), aoStreams);
 }
 
 bool CRecordingMaker::AddCut(const CRecorderCut& roCut, const SWatchPublication& roPublication)

@@ -197,7 +197,7 @@ void AddRecord(CLI::App& roApp, SRecordOptions& roRecord)
     roApp.add_option("file", roRecord.szFile, "the recording to write")->type_name("FILE")->required();
     roApp.add_option("--seconds", roRecord.uiSeconds, "how long to watch")
         ->type_name("SECONDS")
-        ->check(CLI::Range(1U, 3590U))
+        ->check(CLI::Range(1U, uiMostRecordSeconds))
         ->capture_default_str();
     roApp.footer(
         "Exit status: 0; 1 when the board or the file cannot be used; 2 for a wrong command line. INT and TERM\n"

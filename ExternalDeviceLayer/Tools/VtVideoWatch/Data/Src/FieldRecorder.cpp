@@ -3,10 +3,11 @@
 #include <cstring>
 #include <utility>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
-constexpr uint64_t uiNsPerSecond = 1'000'000'000;
 constexpr uint64_t uiMostFieldsPerSecond = 120;
 constexpr uint64_t uiBytesPerField =
     16; // on average, at most: stamps and arrivals that jitter by microseconds take ten
@@ -54,7 +55,7 @@ void CRecorderCut::ForEach(uint64_t uiFromNs, const Take& rfnTake) const
 
 CFieldRecorder::CFieldRecorder(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs, uint32_t uiSeconds)
     : m_uiNbOfInputs(uiNbOfInputs),
-      m_uiReachNs(uiSeconds * uiNsPerSecond),
+      m_uiReachNs(uiSeconds * static_cast<uint64_t>(iNsPerSecond)),
       m_aoBlocks(CountBlocks(uiNbOfInputs + uiNbOfOutputs, uiSeconds)),
       m_aoOpen(uiNbOfInputs + uiNbOfOutputs),
       m_apoSealed(m_aoBlocks.size()),
