@@ -1,5 +1,7 @@
 // What one answer costs with 32 inputs and 32 outputs after weeks of watching, everything about them known: time,
 // bytes.
+#include <algorithm>
+
 #include <benchmark/benchmark.h>
 #include <nlohmann/json.hpp>
 
@@ -13,7 +15,24 @@ namespace
 
 constexpr uint32_t uiStreams = 32;
 
-// All streams run, and their counters are long.
+// All is well; in every eighth stream it has not always been.
+void MakeHealthy(SJudgement& roJudgement)
+{
+    SStreamHealth oHealth;
+    oHealth.oOverall.eStatus = EHealthStatus::HEALTHY;
+    std::ranges::for_each(oHealth.aoDomains, [](SHealth& roHealth) { roHealth.eStatus = EHealthStatus::HEALTHY; });
+    for (std::vector<SStreamHealth>& raoStreams : roJudgement.aoStreams)
+    {
+        raoStreams.assign(uiStreams, oHealth);
+        for (size_t i = 0; i < raoStreams.size(); i += 8)
+        {
+            raoStreams[i].oOverall.auiTransitions = {0, 1, 0, 1};
+            raoStreams[i].aoDomains[0].auiTransitions = {0, 1, 0, 1};
+        }
+    }
+}
+
+// All streams run and drift, and their counters are long.
 SWatchPublication MakeFull()
 {
     SWatchPublication oPublication = MadeUpWatch_Make(1, uiStreams);
@@ -33,8 +52,15 @@ SWatchPublication MakeFull()
             }
             roStream.oCounters.uiFields = 108'000'123 + uiIndex;
             roStream.oCounters.uiFieldsObserved = 107'999'000 + uiIndex;
+            roStream.oCounters.uiSignalLosses = uiIndex % 8 == 0 ? 1 : 0;
+            roStream.oCounters.uiBuffersRepeated = 17 + uiIndex;
+            roStream.oCounters.auiUnobservedCauses[1] = uiIndex % 8 == 0 ? 3 : 0;
+            roStream.oPacing.auiCounts.fill(1'048'576 + uiIndex);
+            roStream.oQueue.aoWindows[0].bIsKnown = true;
+            roStream.oQueue.bIsHeldKnown = true;
         }
     }
+    MakeHealthy(oPublication.oJudgement);
     return oPublication;
 }
 
@@ -54,8 +80,9 @@ using Publication = const std::shared_ptr<const SWatchPublication>&;
 
 void Scrape(benchmark::State& roState)
 {
-    Measure(roState, [](Publication rpoPublication)
-            { return WatchMetrics_Print(rpoPublication, {}, EMetricFormat::PROMETHEUS); });
+    const auto eDetail = static_cast<EMetricDetail>(roState.range(0));
+    Measure(roState, [eDetail](Publication rpoPublication)
+            { return WatchMetrics_Print(rpoPublication, {}, EMetricFormat::PROMETHEUS, eDetail); });
 }
 
 void Streams(benchmark::State& roState)
@@ -75,7 +102,7 @@ void LiveSnapshot(benchmark::State& roState)
             [](Publication rpoPublication) { return WatchJson_Print(LiveJson_FromPublication(*rpoPublication)); });
 }
 
-BENCHMARK(Scrape)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Scrape)->ArgName("detail")->DenseRange(0, uiMetricDetails - 1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Streams)->Unit(benchmark::kMicrosecond);
 BENCHMARK(Pairs)->Unit(benchmark::kMicrosecond);
 BENCHMARK(LiveSnapshot)->Unit(benchmark::kMicrosecond);

@@ -79,8 +79,8 @@ class ApiTest(unittest.TestCase):
                     validator("live").validate(json.loads(line[6:]))
                     seen.add(kind)
 
-    def get_as(self, accept, encoding="identity"):
-        request = urllib.request.Request(self.base + "/metrics", headers={"Accept": accept, "Accept-Encoding": encoding})
+    def get_as(self, accept, encoding="identity", query=""):
+        request = urllib.request.Request(f"{self.base}/metrics{query}", headers={"Accept": accept, "Accept-Encoding": encoding})
         with urllib.request.urlopen(request, timeout=10) as answer:
             text = answer.read()
             packed = answer.headers["Content-Encoding"] == "gzip"
@@ -89,10 +89,15 @@ class ApiTest(unittest.TestCase):
     def test_metrics_are_as_prometheus_wants_them(self):
         kind, text, _ = self.get_as("*/*")
         self.assertEqual(kind, "text/plain; version=0.0.4; charset=utf-8")
-        linted = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, timeout=60)
-        self.assertEqual((linted.returncode, linted.stdout + linted.stderr), (0, b""))
-        samples = [line.rpartition(b" ")[0] for line in text.splitlines() if not line.startswith(b"#")]
-        self.assertEqual(len(samples), len(set(samples)), "every series once")
+        told = []
+        for query in ("?detail=fleet", "", "?detail=full"):
+            _, detailed, _ = self.get_as("*/*", query=query)
+            linted = subprocess.run(["promtool", "check", "metrics"], input=detailed, capture_output=True, timeout=60)
+            self.assertEqual((linted.returncode, linted.stdout + linted.stderr), (0, b""))
+            told.append([line.rpartition(b" ")[0] for line in detailed.splitlines() if not line.startswith(b"#")])
+            self.assertEqual(len(told[-1]), len(set(told[-1])), "every series once")
+        self.assertTrue(set(told[0]) < set(told[1]) < set(told[2]), "more detail has all of less")
+        samples = told[1]
 
         kind, open_text, _ = self.get_as("application/openmetrics-text;version=1.0.0;q=0.8,text/plain;version=0.0.4;q=0.5")
         self.assertEqual(kind, "application/openmetrics-text; version=1.0.0; charset=utf-8")

@@ -143,11 +143,32 @@ class FleetTest(unittest.TestCase):
         expressions = [target["expr"] for panel in dashboard["panels"] for target in panel["targets"]]
         self.assertGreater(len(expressions), 20)
         for expression in expressions:
-            asked = re.sub(r"\$(job|instance|direction)\b", ".*", expression.replace("$__rate_interval", "10s"))
+            asked = re.sub(r"\$(job|instance|direction)\b", ".+", re.sub(r"\$__(rate_interval|range)", "10s", expression))
             self.assertNotIn("$", asked)
             values = [float(one["value"][1]) for one in self.query(asked)]
             self.assertTrue(values, expression)
             self.assertFalse(any(math.isnan(value) for value in values), expression)
+
+    def test_the_dashboard_keeps_to_the_customs(self):
+        dashboard = json.loads((deploy / "grafana/vt-video.json").read_text())
+        variables = {one["name"]: one for one in dashboard["templating"]["list"]}
+        self.assertEqual([variables[name]["label"] for name in ("datasource", "job", "instance")],
+                         ["Data source", "Job", "Instance"])
+        for name in ("job", "instance"):
+            self.assertEqual([variables[name][key] for key in ("allValue", "multi", "refresh")], [".+", True, 2], name)
+        self.assertFalse(dashboard["editable"])
+        excepted = (deploy / "grafana/.lint").read_text()
+        for panel in dashboard["panels"]:
+            self.assertTrue(panel["title"] and panel["description"] and panel["fieldConfig"]["defaults"]["unit"])
+            for target in panel["targets"]:
+                selectors = re.findall(r"[a-z_:]+\{([^}]*)\}", target["expr"])
+                self.assertTrue(selectors, target["expr"])
+                for selector in selectors:
+                    self.assertTrue(selector.startswith('job=~"$job",instance=~"$instance"'), target["expr"])
+                for span in re.findall(r"\[([^]]*)\]", target["expr"]):
+                    self.assertEqual(span, "$__range" if f'- panel: {panel["title"]}\n' in excepted else "$__rate_interval")
+                for counter in re.findall(r"(\w*)\(?\b\w+_total\b", target["expr"]):
+                    self.assertIn(counter, ("rate", "increase"), target["expr"])
 
     def test_every_rule_and_target_is_well(self):
         groups = get_json(f"{self.base}/api/v1/rules")["data"]["groups"]

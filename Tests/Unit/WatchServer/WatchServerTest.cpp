@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <sstream>
@@ -207,6 +208,48 @@ TEST_F(WatchServerTest, AScrapeTellsOfOnePublication)
     EXPECT_THAT(szScrape, Not(HasSubstr("Nan"))) << "not known is absent";
     EXPECT_THAT(szScrape, HasSubstr("connector=\"<img src=x onerror=alert(1)> \\\"\\\\\""));
     EXPECT_LT(szScrape.size(), 320U * 1024U);
+}
+
+// Of streams that everything has befallen, and that stand in a group and drift.
+TEST_F(WatchServerTest, WhatAFleetIsToldHasABoundAndTheRestIsTheFixedNames)
+{
+    SWatchPublication oPublication = MadeUpWatch_Make(1, 2);
+    for (uint32_t i = 0; i < 2; ++i)
+    {
+        SStreamFigures& roStream = oPublication.oSnapshot.aoDirections[i].aoStreams[1];
+        static_assert(std::is_trivially_copyable_v<SStreamCounters>);
+        std::memset(static_cast<void*>(&roStream.oCounters), 1, sizeof(roStream.oCounters));
+        roStream.oQueue.aoWindows[0].bIsKnown = roStream.oQueue.bIsHeldKnown = roStream.bStampsAreForeign = true;
+        SStreamHealth oHealth;
+        oHealth.oOverall.auiTransitions.fill(7);
+        std::ranges::for_each(oHealth.aoDomains, [](SHealth& roHealth) { roHealth.auiTransitions.fill(7); });
+        oPublication.oJudgement.aoStreams[i].assign(2, oHealth);
+    }
+    m_oData.Publish(std::move(oPublication));
+    const auto Count = [&](const std::string& rszQuery, const std::string& rszStart, const std::string& rszStream)
+    {
+        std::istringstream oText(Get("/metrics" + rszQuery));
+        uint32_t uiLines = 0;
+        for (std::string szLine; std::getline(oText, szLine);)
+        {
+            uiLines += szLine.starts_with(rszStart) && !szLine.starts_with("vt_video_pacing") &&
+                               szLine.find(rszStream + ",index=\"1\"") != std::string::npos
+                           ? 1U
+                           : 0U;
+        }
+        return uiLines;
+    };
+    for (const char* szStream : {"direction=\"input\"", "direction=\"output\""})
+    {
+        EXPECT_LE(Count("?detail=fleet", "vt_video_", szStream), 40U) << szStream;
+        EXPECT_EQ(Count("?detail=fleet", "vt_video_health{", szStream), 6U);
+        EXPECT_EQ(Count("", "vt_video_health{", szStream), 24U);
+        EXPECT_EQ(Count("", "vt_video_health_transitions_total{", szStream), 24U);
+        EXPECT_EQ(Count("", "vt_video_fields_unobserved_cause_total{", szStream), 4U);
+        EXPECT_EQ(Count("?detail=full", "vt_video_rate_hertz{", szStream), 4U);
+        EXPECT_EQ(Count("?detail=full", "vt_video_stream_state{", szStream), 4U);
+    }
+    EXPECT_THAT(Get("/metrics?detail=most"), HasSubstr("parameter detail: give fleet, normal or full"));
 }
 
 TEST_F(WatchServerTest, TheLiveStreamLosesNoEventOverAReconnection)

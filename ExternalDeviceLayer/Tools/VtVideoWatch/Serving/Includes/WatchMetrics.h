@@ -20,6 +20,15 @@ enum class EMetricFormat : uint8_t
 };
 constexpr size_t uiMetricFormats = 2;
 
+// How much of a stream is told.
+enum class EMetricDetail : uint8_t
+{
+    FLEET,  // at most forty series beside its histogram, whatever becomes of it: what rules, alerts and graphs need
+    NORMAL, // every status of its health, and how often it came to each
+    FULL    // whatever is known
+};
+constexpr size_t uiMetricDetails = 3;
+
 // What the serving itself costs.
 struct SServingCosts
 {
@@ -31,9 +40,15 @@ struct SServingCosts
 
 /* The whole answer to a scrape; without a publication only what does not need one. Thread-safe. */
 std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing,
-                               EMetricFormat eFormat);
+                               EMetricFormat eFormat, EMetricDetail eDetail);
 
 /* The one that an Accept header asks for: OpenMetrics only if it is named. */
 EMetricFormat WatchMetrics_FindFormat(const std::string& rszAccept);
+
+/*
+ * The one that a request asks for by detail=; without it NORMAL.
+ *   rszProblem  out  one line if the query cannot be understood, empty otherwise
+ */
+EMetricDetail WatchMetrics_FindDetail(const std::string& rszQuery, std::string& rszProblem);
 
 #endif

@@ -58,13 +58,13 @@ template <typename TVisit> void ForEachStatus(const SWatchPublication& roPublica
                                    });
 }
 
-// The status that it has, and 0 for those that it had: all of them would be half of a scrape.
-void CollectHealth(const SWatchPublication& roPublication, CFamilies& raoFamilies)
+void CollectHealth(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
-    CFamily oHealth(raoFamilies, "vt_video_health",
-                    "1 for the status of a domain of a stream, 0 for those that it had before.", MetricType::Gauge);
-    ForEachStatus(roPublication, [&](CLabels oLabels, bool bIsNow, uint64_t uiTransitions)
-                  { oHealth.AddKnown(std::move(oLabels), bIsNow || uiTransitions > 0, bIsNow ? 1.0 : 0.0); });
+    const bool bAll = eDetail != EMetricDetail::FLEET;
+    CFamily oHealth(raoFamilies, "vt_video_health", "1 for the status of a domain of a stream, 0 for the others.",
+                    MetricType::Gauge);
+    ForEachStatus(roPublication, [&](CLabels oLabels, bool bIsNow, uint64_t /*uiTransitions*/)
+                  { oHealth.AddKnown(std::move(oLabels), bIsNow || bAll, bIsNow ? 1.0 : 0.0); });
 }
 
 void CollectTransitions(const SWatchPublication& roPublication, CFamilies& raoFamilies)
@@ -181,12 +181,15 @@ void CollectPacing(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
 
 } // namespace
 
-void HealthMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies)
+void HealthMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
-    CollectHealth(roPublication, raoFamilies);
-    CollectTransitions(roPublication, raoFamilies);
+    CollectHealth(roPublication, eDetail, raoFamilies);
     CollectIncidents(roPublication.oJudgement, raoFamilies);
-    CollectCauses(roPublication.oSnapshot, raoFamilies);
+    if (eDetail != EMetricDetail::FLEET)
+    {
+        CollectTransitions(roPublication, raoFamilies);
+        CollectCauses(roPublication.oSnapshot, raoFamilies);
+    }
     CollectQueues(roPublication.oSnapshot, raoFamilies);
     CollectPacing(roPublication.oSnapshot, raoFamilies);
 }

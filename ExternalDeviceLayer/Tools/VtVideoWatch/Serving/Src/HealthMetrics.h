@@ -6,6 +6,6 @@
 
 #include "MetricFamilies.h"
 
-void HealthMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
+void HealthMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies);
 
 #endif

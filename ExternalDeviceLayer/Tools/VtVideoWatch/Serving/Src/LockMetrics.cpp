@@ -20,21 +20,12 @@ void CollectReferences(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     }
 }
 
-void CollectLockStates(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+void CollectLockStates(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
     CFamily oFamily(raoFamilies, "vt_video_lock_state",
-                    "1 for the state of the lock against the direction's reference, 0 for the others.",
-                    MetricType::Gauge);
-    WatchPublication_ForEachStream(roSnapshot,
-                                   [&](const SStreamFigures& roStream)
-                                   {
-                                       for (size_t i = 0; i < static_cast<size_t>(ELockState::COUNT); ++i)
-                                       {
-                                           const auto eLock = static_cast<ELockState>(i);
-                                           oFamily.Add(MetricLabels_Get(roStream, "state", WatchTexts_GetLock(eLock)),
-                                                       roStream.eLock == eLock ? 1.0 : 0.0);
-                                       }
-                                   });
+                    "1 for the state of the lock against the direction's reference.", MetricType::Gauge);
+    WatchPublication_ForEachStream(roSnapshot, [&](const SStreamFigures& roStream)
+                                   { oFamily.AddStates(roStream, roStream.eLock, WatchTexts_GetLock, eDetail); });
 }
 
 uint32_t GetGroup(const SDirectionFigures& roDirection, uint32_t uiIndex)
@@ -50,24 +41,24 @@ uint32_t GetGroup(const SDirectionFigures& roDirection, uint32_t uiIndex)
 }
 
 // The identity is the value, because as a label it would grow without bound.
-void CollectGroups(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+void CollectGroups(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
-    CFamily oFamily(raoFamilies, "vt_video_lock_group", "Identity of the stream's lock group; 0 without one.",
-                    MetricType::Gauge);
+    CFamily oFamily(raoFamilies, "vt_video_lock_group", "Identity of the stream's lock group.", MetricType::Gauge);
     for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
     {
         for (const SStreamFigures& roStream : roDirection.aoStreams)
         {
-            oFamily.Add(MetricLabels_Get(roStream), GetGroup(roDirection, roStream.oKey.uiIndex));
+            const double flGroup = GetGroup(roDirection, roStream.oKey.uiIndex);
+            oFamily.AddKnown(MetricLabels_Get(roStream), MetricDetail_Tells(eDetail, ETold::MOVED, flGroup), flGroup);
         }
     }
 }
 
 } // namespace
 
-void LockMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies)
+void LockMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
     CollectReferences(roPublication.oSnapshot, raoFamilies);
-    CollectLockStates(roPublication.oSnapshot, raoFamilies);
-    CollectGroups(roPublication.oSnapshot, raoFamilies);
+    CollectLockStates(roPublication.oSnapshot, eDetail, raoFamilies);
+    CollectGroups(roPublication.oSnapshot, eDetail, raoFamilies);
 }

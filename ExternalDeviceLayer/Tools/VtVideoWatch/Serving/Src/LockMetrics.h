@@ -6,6 +6,6 @@
 
 #include "MetricFamilies.h"
 
-void LockMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
+void LockMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies);
 
 #endif

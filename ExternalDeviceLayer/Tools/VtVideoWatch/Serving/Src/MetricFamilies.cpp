@@ -4,6 +4,11 @@
 
 #include "WatchTexts.h"
 
+bool MetricDetail_Tells(EMetricDetail eDetail, ETold eTold, double flValue)
+{
+    return eDetail == EMetricDetail::FULL || eTold == ETold::ALWAYS || (eTold == ETold::MOVED && flValue != 0.0);
+}
+
 CFamily::CFamily(CFamilies& raoFamilies, const char* szName, const char* szHelp, prometheus::MetricType eType)
     : m_roFamily(raoFamilies.emplace_back())
 {

@@ -6,6 +6,6 @@
 
 #include "MetricFamilies.h"
 
-void StreamMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoFamilies);
+void StreamMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies);
 
 #endif

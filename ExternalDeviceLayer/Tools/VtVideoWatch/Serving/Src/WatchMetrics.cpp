@@ -1,5 +1,9 @@
 #include "WatchMetrics.h"
 
+#include <algorithm>
+#include <array>
+
+#include "ApiQuery.h"
 #include "CostMetrics.h"
 #include "HealthMetrics.h"
 #include "HttpRequest.h"
@@ -64,16 +68,16 @@ void CollectBuild(CFamilies& raoFamilies)
 } // namespace
 
 std::string WatchMetrics_Print(const WatchPublicationPtr& rpoPublication, const SServingCosts& roServing,
-                               EMetricFormat eFormat)
+                               EMetricFormat eFormat, EMetricDetail eDetail)
 {
     CFamilies aoFamilies;
     CollectBuild(aoFamilies);
     if (rpoPublication != nullptr)
     {
         CostMetrics_Collect(*rpoPublication, aoFamilies);
-        LockMetrics_Collect(*rpoPublication, aoFamilies);
-        StreamMetrics_Collect(*rpoPublication, aoFamilies);
-        HealthMetrics_Collect(*rpoPublication, aoFamilies);
+        LockMetrics_Collect(*rpoPublication, eDetail, aoFamilies);
+        StreamMetrics_Collect(*rpoPublication, eDetail, aoFamilies);
+        HealthMetrics_Collect(*rpoPublication, eDetail, aoFamilies);
     }
     CollectProcess(aoFamilies);
     CollectServing(roServing, aoFamilies);
@@ -88,4 +92,20 @@ EMetricFormat WatchMetrics_FindFormat(const std::string& rszAccept)
     return bIsNamed && iOpen > 0 && iOpen >= HttpRequest_GetAcceptWeight(rszAccept, "text/plain", "0.0.4")
                ? EMetricFormat::OPENMETRICS
                : EMetricFormat::PROMETHEUS;
+}
+
+EMetricDetail WatchMetrics_FindDetail(const std::string& rszQuery, std::string& rszProblem)
+{
+    constexpr const char* aszNames[] = {"detail"};
+    constexpr std::array<const char*, uiMetricDetails> aszDetails = {"fleet", "normal", "full"};
+    CApiQuery oQuery(rszQuery, aszNames);
+    const std::vector<std::string> aszGiven = oQuery.GetList("detail");
+    const auto pszDetail = aszGiven.size() == 1 ? std::ranges::find(aszDetails, aszGiven.front()) : aszDetails.end();
+    if (oQuery.Has("detail") && pszDetail == aszDetails.end())
+    {
+        oQuery.SetProblem("parameter detail: give fleet, normal or full");
+    }
+    rszProblem = oQuery.GetProblem();
+    return pszDetail == aszDetails.end() ? EMetricDetail::NORMAL
+                                         : static_cast<EMetricDetail>(pszDetail - aszDetails.begin());
 }

@@ -28,8 +28,8 @@ struct SWatchServerParts
     IWatchReader& roReader;
     CWatchApi oApi;
     CLiveHub oHub;
-    std::mutex oScrapeMutex;               // one scrape at a time: a second one would only slow down both
-    SScrape aoScrapes[uiMetricFormats][2]; // plain, gzip
+    std::mutex oScrapeMutex; // one scrape at a time: a second one would only slow down both
+    SScrape aoScrapes[uiMetricDetails][uiMetricFormats][2]; // plain, gzip
     uint64_t uiScrapes = 0;
     double flScrapeSeconds = 0.0;
     CHttpServer oHttp; // the last member: its threads use all others
@@ -39,7 +39,7 @@ namespace
 {
 
 SHttpAnswer MakeMetrics(SWatchServerParts& roParts, const CHttpServer& roHttp, const WatchPublicationPtr& rpoLatest,
-                        EMetricFormat eFormat)
+                        EMetricFormat eFormat, EMetricDetail eDetail)
 {
     constexpr const char* aszTypes[] = {"text/plain; version=0.0.4; charset=utf-8",
                                         "application/openmetrics-text; version=1.0.0; charset=utf-8"};
@@ -48,7 +48,8 @@ SHttpAnswer MakeMetrics(SWatchServerParts& roParts, const CHttpServer& roHttp, c
     oCosts.uiListeners = roParts.oHub.GetListeners();
     oCosts.uiScrapes = roParts.uiScrapes;
     oCosts.flScrapeSeconds = roParts.flScrapeSeconds;
-    return HttpAnswer_Make(200, aszTypes[static_cast<size_t>(eFormat)], WatchMetrics_Print(rpoLatest, oCosts, eFormat));
+    return HttpAnswer_Make(200, aszTypes[static_cast<size_t>(eFormat)],
+                           WatchMetrics_Print(rpoLatest, oCosts, eFormat, eDetail));
 }
 
 // However many ask, each form of a moment's metrics is made once.
@@ -56,12 +57,19 @@ SHttpAnswer AnswerMetrics(SWatchServerParts& roParts, const CHttpServer& roHttp,
 {
     const WatchPublicationPtr poLatest = roParts.roReader.GetLatest();
     const EMetricFormat eFormat = WatchMetrics_FindFormat(roRequest.szAccept);
+    std::string szProblem;
+    const EMetricDetail eDetail = WatchMetrics_FindDetail(roRequest.szQuery, szProblem);
+    if (!szProblem.empty())
+    {
+        return HttpAnswer_MakeError(400, szProblem);
+    }
     const std::lock_guard oGuard(roParts.oScrapeMutex);
-    SScrape& roScrape = roParts.aoScrapes[static_cast<size_t>(eFormat)][roRequest.bAcceptsGzip ? 1 : 0];
+    SScrape& roScrape =
+        roParts.aoScrapes[static_cast<size_t>(eDetail)][static_cast<size_t>(eFormat)][roRequest.bAcceptsGzip ? 1 : 0];
     const auto oBegin = std::chrono::steady_clock::now();
     if (poLatest == nullptr || roScrape.poFrom != poLatest)
     {
-        roScrape.oAnswer = HttpAnswer_Compress(MakeMetrics(roParts, roHttp, poLatest, eFormat), roRequest);
+        roScrape.oAnswer = HttpAnswer_Compress(MakeMetrics(roParts, roHttp, poLatest, eFormat, eDetail), roRequest);
         roScrape.poFrom = poLatest;
     }
     roParts.flScrapeSeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - oBegin).count();
