@@ -1,35 +1,17 @@
 /*
- * What is common to all ways in, and a daemon of the HTTP library, which serves the connections that it is given.
+ * A daemon of the HTTP library, which serves the connections that it is given: one for those in plain text, one for
+ * TLS. What the library calls back comes from its one thread, and is passed on to who decides and who sends.
  */
 #ifndef HTTP_DAEMON_H
 #define HTTP_DAEMON_H
 
-#include <array>
-#include <atomic>
-#include <functional>
-#include <string>
+#include <memory>
 
 #include "HttpConnections.h"
 #include "HttpFiles.h"
-#include "HttpJobs.h"
-#include "HttpServer.h"
-#include "HttpUsers.h"
+#include "HttpService.h"
 
 struct MHD_Daemon;
-
-// Outlives every daemon. The functions are set before one starts.
-struct SHttpService
-{
-    explicit SHttpService(size_t uiMostConnections) : oConnections(uiMostConnections) {}
-
-    std::function<SHttpAnswer(const SHttpRequest& roRequest)> oAnswer;
-    std::function<bool(const SHttpRequest& roRequest)> oIsSlow;
-    CHttpConnections oConnections;
-    CHttpUsers oUsers;
-    CHttpJobs oJobs{2, 32};   // long answers
-    CHttpJobs oChecks{1, 16}; // passwords: who guesses holds up nobody who is known
-    std::array<std::atomic<uint64_t>, aiHttpStatuses.size()> auiCounts = {};
-};
 
 class CHttpDaemon
 {
