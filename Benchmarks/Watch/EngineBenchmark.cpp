@@ -23,9 +23,8 @@ class CFieldSource
 {
 public:
     CFieldSource()
-        : m_poEngine(WatchEngine_Create(
-              {.uiTickFrequencyHz = gc_uiTickFrequencyHz, .oThreshold = {.flLines = 1.0, .flSeconds = 1e-4}},
-              gc_uiStreams, gc_uiStreams)),
+        : m_oEngine({.uiTickFrequencyHz = gc_uiTickFrequencyHz, .oThreshold = {.flLines = 1.0, .flSeconds = 1e-4}},
+                    gc_uiStreams, gc_uiStreams),
           m_aiJitter(4096)
     {
         std::mt19937 oRandom(1);
@@ -55,7 +54,7 @@ public:
             {
                 for (uint64_t uiField = uiSecond * 60; uiField < (uiSecond + 1) * 60; ++uiField)
                 {
-                    WatchEngine_TakeRecord(*m_poEngine, {eDirection, uiStream}, Make(uiStream, uiField));
+                    m_oEngine.TakeRecord({eDirection, uiStream}, Make(uiStream, uiField));
                 }
             }
         }
@@ -65,13 +64,13 @@ public:
         SClockReading oClock = {};
         oClock.uiMonotonicNs = 11'000'000'000 + (uiSecond + 1) * 1'000'000'000 + 130'000'000;
         oClock.iUtcNs = static_cast<int64_t>(oClock.uiMonotonicNs);
-        while (WatchEngine_Analyse(*m_poEngine, oClock, m_oSnapshot))
+        while (m_oEngine.Analyse(oClock, m_oSnapshot))
         {
-            benchmark::DoNotOptimize(WatchEngine_TakeEvents(*m_poEngine).size());
+            benchmark::DoNotOptimize(m_oEngine.TakeEvents().size());
         }
     }
 
-    WatchEnginePtr m_poEngine;
+    CWatchEngine m_oEngine;
     SWatchSnapshot m_oSnapshot;
 
 private:
@@ -121,7 +120,7 @@ void TakeSecondOfRecords(benchmark::State& roState)
     {
         for (const uint64_t uiEnd = uiField + 60; uiField < uiEnd; ++uiField)
         {
-            WatchEngine_TakeRecord(*oSource.m_poEngine, {EStreamDirection::INPUT, 0}, oSource.Make(0, uiField));
+            oSource.m_oEngine.TakeRecord({EStreamDirection::INPUT, 0}, oSource.Make(0, uiField));
         }
         roState.PauseTiming();
         oSource.Analyse(uiField / 60 - 1);

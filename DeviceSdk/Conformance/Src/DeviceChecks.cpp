@@ -1,8 +1,8 @@
 // Promises of the device: loading, connectors, custom calls, names and the debug channel.
+#include "DeviceChecks.h"
+
 #include <array>
 #include <cstring>
-
-#include "Checks.h"
 
 namespace
 {

@@ -2,6 +2,8 @@
 //
 // Times are those of the board's stamps; of the machine's own clock nothing is asked but that a wait keeps its
 // time-out.
+#include "StreamChecks.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -12,7 +14,6 @@
 #include <optional>
 #include <thread>
 
-#include "Checks.h"
 #include "OpenStreams.h"
 
 namespace

@@ -4,6 +4,8 @@
 // with that of a timer of the same thread at the same time, and of what a machine does to a single wait only the middle
 // of many counts. Moments are nanoseconds of the steady clock, stamps are turned into nanoseconds by the chip's
 // frequency.
+#include "TimingChecks.h"
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -12,7 +14,6 @@
 #include <optional>
 #include <thread>
 
-#include "Checks.h"
 #include "OpenStreams.h"
 
 namespace

@@ -11,8 +11,10 @@
 #include <iterator>
 #include <unistd.h>
 
-#include "Checks.h"
+#include "DeviceChecks.h"
 #include "Operations.h"
+#include "StreamChecks.h"
+#include "TimingChecks.h"
 
 namespace
 {

@@ -1,6 +1,7 @@
-// See ScenarioReader.h. Here: what an event makes the board say of a stream.
+#include "ScenarioChanges.h"
+
+#include "ScenarioKeys.h"
 #include "ScenarioNames.h"
-#include "ScenarioReader.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
-// See ScenarioReader.h. Here: the events of a stream and the failing calls.
-//
 // The limits keep the stamps from ever going back: jitter of both neighbours, a step back and lock regained may each
 // take a sixteenth of a field, and a doubled start stands a quarter behind the true one.
-#include "ScenarioReader.h"
+#include "ScenarioEvents.h"
 
 #include <cmath>
 
+#include "ScenarioChanges.h"
+#include "ScenarioKeys.h"
 #include "ScenarioNames.h"
 #include "StreamModel.h"
 

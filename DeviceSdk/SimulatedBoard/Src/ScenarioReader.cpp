@@ -1,11 +1,13 @@
-// See ScenarioReader.h. Here: the scenario as a whole, its chips, lock groups and connectors.
 #include "ScenarioReader.h"
 
 #include <cmath>
 #include <numbers>
 
 #include "Noise.h"
+#include "ScenarioEvents.h"
+#include "ScenarioKeys.h"
 #include "ScenarioNames.h"
+#include "ScenarioStream.h"
 
 namespace
 {
@@ -116,6 +118,29 @@ void ReadChipClock(CScenarioSection& roSection, SScenario& roScenario, SChip& ro
     }
 }
 
+void ReadConnector(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& roFault)
+{
+    CScenarioSection oSection(roTable, roFault);
+    VtBoard_ConnectorInfo oConnector{};
+    oConnector.uiSize = sizeof(oConnector);
+    std::string szName;
+    oSection.Require("name");
+    (void)oSection.ReadText("name", sizeof(oConnector.szName) - 1, szName);
+    szName.copy(oConnector.szName, szName.size());
+    (void)oSection.ReadName<VtBoard_ConnectorType>("type", aoConnectorTypes, oConnector.eType);
+    oConnector.bVideoInput = oSection.Read("video_in", 0U, UINT32_MAX, oConnector.uiVideoInIndex) ? 1U : 0U;
+    oConnector.bVideoOutput = oSection.Read("video_out", 0U, UINT32_MAX, oConnector.uiVideoOutIndex) ? 1U : 0U;
+    oConnector.bAudioInput = oSection.Read("audio_in", 0U, UINT32_MAX, oConnector.uiAudioInIndex) ? 1U : 0U;
+    oConnector.bAudioOutput = oSection.Read("audio_out", 0U, UINT32_MAX, oConnector.uiAudioOutIndex) ? 1U : 0U;
+    (void)oSection.Read("fpga_port", 0U, UINT32_MAX, oConnector.uiFpgaPortIndex);
+    bool bFlag = false;
+    oConnector.bDdc = oSection.ReadBoolean("ddc", bFlag) && bFlag ? 1U : 0U;
+    oConnector.bHpd = oSection.ReadBoolean("hpd", bFlag) && bFlag ? 1U : 0U;
+    oConnector.bEdid1024Support = oSection.ReadBoolean("edid_1024", bFlag) && bFlag ? 1U : 0U;
+    oSection.Finish();
+    roChip.aoConnectors.push_back(oConnector);
+}
+
 void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenario, SScenarioFault& roFault)
 {
     CScenarioSection oSection(roTable, roFault);
@@ -142,7 +167,7 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     }
     for (const SScenarioNode& roConnector : oSection.ReadTables("connector", uiConnectorLimit))
     {
-        ScenarioConnector_Read(roConnector, oChip, roFault);
+        ReadConnector(roConnector, oChip, roFault);
     }
     for (const SScenarioNode& roInput : oSection.ReadTables("input", uiStreamLimit))
     {
@@ -170,43 +195,6 @@ void ForgetLonelyClocks(std::vector<SChip>& raoChips)
 }
 
 } // namespace
-
-void ScenarioClock_Read(CScenarioSection& roSection, uint32_t uiTickFreqHz, int64_t& riRatePpt, double& rflWanderTicks,
-                        double& rflWanderPeriodS)
-{
-    double flPpm = 0.0;
-    (void)roSection.ReadFloat("ppm", -50000.0, 50000.0, flPpm);
-    riRatePpt = std::llround(flPpm * 1e6);
-    (void)roSection.ReadFloat("wander_ticks", 0.0, 1e12, rflWanderTicks);
-    (void)roSection.ReadFloat("wander_period_s", 1.0, 1e7, rflWanderPeriodS);
-    if (rflWanderTicks * 2.0 * std::numbers::pi > 0.001 * rflWanderPeriodS * uiTickFreqHz)
-    {
-        roSection.Refuse("wander_ticks", "changes the rate by more than 1000 ppm over wander_period_s");
-    }
-}
-
-void ScenarioConnector_Read(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& roFault)
-{
-    CScenarioSection oSection(roTable, roFault);
-    VtBoard_ConnectorInfo oConnector{};
-    oConnector.uiSize = sizeof(oConnector);
-    std::string szName;
-    oSection.Require("name");
-    (void)oSection.ReadText("name", sizeof(oConnector.szName) - 1, szName);
-    szName.copy(oConnector.szName, szName.size());
-    (void)oSection.ReadName<VtBoard_ConnectorType>("type", aoConnectorTypes, oConnector.eType);
-    oConnector.bVideoInput = oSection.Read("video_in", 0U, UINT32_MAX, oConnector.uiVideoInIndex) ? 1U : 0U;
-    oConnector.bVideoOutput = oSection.Read("video_out", 0U, UINT32_MAX, oConnector.uiVideoOutIndex) ? 1U : 0U;
-    oConnector.bAudioInput = oSection.Read("audio_in", 0U, UINT32_MAX, oConnector.uiAudioInIndex) ? 1U : 0U;
-    oConnector.bAudioOutput = oSection.Read("audio_out", 0U, UINT32_MAX, oConnector.uiAudioOutIndex) ? 1U : 0U;
-    (void)oSection.Read("fpga_port", 0U, UINT32_MAX, oConnector.uiFpgaPortIndex);
-    bool bFlag = false;
-    oConnector.bDdc = oSection.ReadBoolean("ddc", bFlag) && bFlag ? 1U : 0U;
-    oConnector.bHpd = oSection.ReadBoolean("hpd", bFlag) && bFlag ? 1U : 0U;
-    oConnector.bEdid1024Support = oSection.ReadBoolean("edid_1024", bFlag) && bFlag ? 1U : 0U;
-    oSection.Finish();
-    roChip.aoConnectors.push_back(oConnector);
-}
 
 bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault)
 {

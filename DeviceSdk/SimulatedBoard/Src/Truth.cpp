@@ -6,7 +6,7 @@
 #include <cinttypes>
 #include <system_error>
 
-#include "ScenarioReader.h"
+#include "ScenarioEvents.h"
 #include "ScenarioSource.h"
 #include "TextLine.h"
 

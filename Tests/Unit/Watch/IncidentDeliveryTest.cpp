@@ -21,12 +21,11 @@ TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
     std::vector<std::string> aszTold;
     std::vector<uint64_t> auiKept;
     CIncidentDelivery oDelivery(
-        [&](const std::string& rszInput, const std::atomic<bool>&, std::string& rszFault)
+        [&](const std::string& rszInput, const std::atomic<bool>&)
         {
             const std::lock_guard oGuard(oMutex);
             aszTold.push_back(rszInput);
-            rszFault = "made up";
-            return aszTold.size() != 1; // the first one fails once
+            return aszTold.size() != 1 ? CFault() : CFault("made up"); // the first one fails once
         },
         [&](uint64_t uiEvent)
         {
@@ -54,17 +53,14 @@ TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
 TEST(ChildProgram, TellsSuccessFailureAndAbsence)
 {
     const std::atomic<bool> bIsToEnd{false};
-    std::string szFault;
-    EXPECT_TRUE(ChildProgram_Run("cat", "", 10'000, bIsToEnd, szFault)) << szFault;
-    EXPECT_TRUE(ChildProgram_Run("true", std::string(1 << 20, 'x'), 10'000, bIsToEnd, szFault)) << "reads nothing";
-    EXPECT_FALSE(ChildProgram_Run("false", "", 10'000, bIsToEnd, szFault));
-    EXPECT_EQ(szFault, "ended with 1");
-    EXPECT_FALSE(ChildProgram_Run("/no/such/program", "", 10'000, bIsToEnd, szFault));
+    EXPECT_EQ(ChildProgram_Run("cat", "", 10'000, bIsToEnd).GetText(), "");
+    EXPECT_EQ(ChildProgram_Run("true", std::string(1 << 20, 'x'), 10'000, bIsToEnd).GetText(), "") << "reads nothing";
+    EXPECT_EQ(ChildProgram_Run("false", "", 10'000, bIsToEnd).GetText(), "ended with 1");
+    EXPECT_TRUE(ChildProgram_Run("/no/such/program", "", 10'000, bIsToEnd));
     const std::string szSlow = testing::TempDir() + "/slow";
     std::ofstream(szSlow) << "#!/bin/sh\nexec sleep 60\n";
     std::filesystem::permissions(szSlow, std::filesystem::perms::owner_all);
-    EXPECT_FALSE(ChildProgram_Run(szSlow, "", 0, bIsToEnd, szFault)) << "takes too long";
-    EXPECT_EQ(szFault, "took longer than 0 s");
+    EXPECT_EQ(ChildProgram_Run(szSlow, "", 0, bIsToEnd).GetText(), "took longer than 0 s");
 }
 
 TEST(Expectations, UnderstandStandards)
@@ -104,12 +100,11 @@ TEST(Expectations, ComeBackFromTheFileThatTheyWereSavedTo)
     roStream.oFeed.oCadence.uiNbOfRuns = 1;
     roStream.oDescription.oTimings.fColorSpace = 3;
     const std::string szFile = testing::TempDir() + "/expectations.json";
-    std::string szFault;
-    ASSERT_TRUE(Expectations_Save(szFile, oPublication, szFault)) << szFault;
+    ASSERT_EQ(Expectations_Save(szFile, oPublication).GetText(), "");
     SExpectOptions oOptions;
     oOptions.szFile = szFile;
     SJudgeSettings oSettings;
-    ASSERT_TRUE(Expectations_Read(oOptions, oSettings, szFault)) << szFault;
+    ASSERT_EQ(Expectations_Read(oOptions, oSettings).GetText(), "");
     const SStreamExpectation& roTold = oSettings.aoStreams[1].at(0);
     EXPECT_TRUE(roTold.bRuns && roTold.bIsFed);
     EXPECT_EQ(roTold.uiRateNumerator, 60000U);
@@ -121,8 +116,7 @@ TEST(Expectations, ComeBackFromTheFileThatTheyWereSavedTo)
                                 R"({"streams": {"IN_00": {"rate": {"numerator": "x"}}}})"})
     {
         std::ofstream(szFile, std::ios::trunc) << szWrong;
-        EXPECT_FALSE(Expectations_Read(oOptions, oSettings, szFault)) << szWrong;
-        EXPECT_NE(szFault.find(szFile), std::string::npos);
+        EXPECT_NE(Expectations_Read(oOptions, oSettings).GetText().find(szFile), std::string::npos) << szWrong;
     }
 }
 

@@ -35,7 +35,7 @@ CWatchBench::CWatchBench(const std::string& rszChip, const SBenchSetup& roSetup)
     VtVideoOut_GetCount(hDev, &auiCount[1]);
     VtBoard_GetTickReferenceFrequency(hDev, &m_oSetup.oSettings.uiTickFrequencyHz);
     m_uiStartTick = roSetup.uiStartTick != 0 ? roSetup.uiStartTick : m_oSetup.oSettings.uiTickFrequencyHz;
-    m_poEngine = WatchEngine_Create(m_oSetup.oSettings, auiCount[0], auiCount[1]);
+    m_poEngine = std::make_unique<CWatchEngine>(m_oSetup.oSettings, auiCount[0], auiCount[1]);
     for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
     {
         for (uint32_t uiIndex = 0; uiIndex < auiCount[uiDirection]; ++uiIndex)
@@ -162,7 +162,7 @@ void CWatchBench::Step(SStream& roStream)
     roStream.uiRunDelayNs = 0;
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
-    WatchEngine_TakeRecord(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oRecord);
+    m_poEngine->TakeRecord({roStream.eDirection, roStream.uiIndex}, oRecord);
 }
 
 void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
@@ -210,7 +210,7 @@ void CWatchBench::Describe(const SStream& roStream)
         VtVideoOut_GetBufferAttributes(roStream.hOut, &oDescription.ePixelFormat, &oDescription.uiWidth,
                                        &oDescription.uiHeight, &uiLuid);
     }
-    WatchEngine_TakeDescription(*m_poEngine, {roStream.eDirection, roStream.uiIndex}, oDescription);
+    m_poEngine->TakeDescription({roStream.eDirection, roStream.uiIndex}, oDescription);
 }
 
 void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapshot)
@@ -234,9 +234,9 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
         oClock.bIsSynchronised = true;
         oClock.flEstimatedErrorSeconds = 1e-6;
         oClock.flLeastWakeSeconds = std::max(1.0, 0.5 * m_oSetup.flLatencyNs) * 1e-9;
-        while (uiSecond % m_oSetup.uiAnalyseEvery == 0 && WatchEngine_Analyse(*m_poEngine, oClock, oSnapshot))
+        while (uiSecond % m_oSetup.uiAnalyseEvery == 0 && m_poEngine->Analyse(oClock, oSnapshot))
         {
-            const auto aoNew = WatchEngine_TakeEvents(*m_poEngine);
+            const auto aoNew = m_poEngine->TakeEvents();
             aoEvents.insert(aoEvents.end(), aoNew.begin(), aoNew.end());
             if (fnSecond)
             {

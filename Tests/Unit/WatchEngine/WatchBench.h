@@ -63,7 +63,7 @@ public:
     int64_t ToUtcNs(uint64_t uiTick) const;
 
     // Called after every second's analysis.
-    std::function<void(const SWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)> fnSecond;
+    std::function<void(const CWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)> fnSecond;
     SWatchSnapshot oSnapshot;
     std::vector<SWatchEvent> aoEvents;
 
@@ -91,7 +91,7 @@ private:
     static void AskBuffers(const SStream& roStream, SFieldRecord& roRecord);
 
     SBenchSetup m_oSetup;
-    WatchEnginePtr m_poEngine;
+    std::unique_ptr<CWatchEngine> m_poEngine;
     std::vector<SStream> m_aoStreams;
     std::mt19937_64 m_oRandom;
     uint64_t m_uiStartTick = 0;

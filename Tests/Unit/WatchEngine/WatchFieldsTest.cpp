@@ -128,7 +128,7 @@ TEST(WatchFields, ExtraFieldsAndStepsOfTheGridAreToldApart)
 
 TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
 {
-    const WatchEnginePtr poEngine = WatchEngine_Create({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
+    CWatchEngine oEngine({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
     SWatchSnapshot oSnapshot;
     SFieldRecord oRecord = {};
     oRecord.uiArrivalNs = 10'000'000'000;
@@ -141,13 +141,13 @@ TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
             oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
             oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
             oRecord.uiFieldCounter += 16;
-            WatchEngine_TakeRecord(*poEngine, {gc_eIn, 0}, oRecord);
+            oEngine.TakeRecord({gc_eIn, 0}, oRecord);
         }
     };
     const auto Now = [&]
     {
-        WatchEngine_End(*poEngine);
-        WatchEngine_Analyse(*poEngine, {.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
+        oEngine.End();
+        oEngine.Analyse({.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
         return oSnapshot.aoDirections[0].aoStreams[0].eState;
     };
     Take(EWaitResult::FIELD, 100'000'000, 30);
@@ -278,10 +278,7 @@ TEST(WatchFields, EverySecondIsToldOnceAndWithNoFieldOfAnother)
 class CMadeUp
 {
 public:
-    explicit CMadeUp(uint32_t uiStreams)
-        : m_poEngine(WatchEngine_Create({.uiTickFrequencyHz = 1'000'000'000}, uiStreams, 0))
-    {
-    }
+    explicit CMadeUp(uint32_t uiStreams) : m_oEngine({.uiTickFrequencyHz = 1'000'000'000}, uiStreams, 0) {}
 
     void Field(uint32_t uiStream, uint64_t uiField, uint64_t uiTickShift = 0)
     {
@@ -295,15 +292,14 @@ public:
         oRecord.uiWaitBeginNs = oRecord.uiArrivalNs - 10'000'000;
         oRecord.uiTick = uiNs + uiTickShift;
         oRecord.uiFieldCounter = uiCounter;
-        WatchEngine_TakeRecord(*m_poEngine, {gc_eIn, uiStream}, oRecord);
+        m_oEngine.TakeRecord({gc_eIn, uiStream}, oRecord);
         m_uiNowNs = oRecord.uiArrivalNs;
     }
     const SStreamFigures& Analyse(uint32_t uiStream, uint64_t uiAfterNs = 0)
     {
-        while (
-            WatchEngine_Analyse(*m_poEngine, {.uiMonotonicNs = m_uiNowNs + uiAfterNs, .iUtcNs = gc_iUtcNs}, oSnapshot))
+        while (m_oEngine.Analyse({.uiMonotonicNs = m_uiNowNs + uiAfterNs, .iUtcNs = gc_iUtcNs}, oSnapshot))
         {
-            for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*m_poEngine))
+            for (const SWatchEvent& roEvent : m_oEngine.TakeEvents())
             {
                 aoEvents.push_back(roEvent);
             }
@@ -317,7 +313,7 @@ public:
     static constexpr uint64_t gc_uiBegin = 10'000'000'000;
     static constexpr uint64_t gc_uiPeriod = 16'666'667;
     static constexpr int64_t gc_iUtcNs = 1'790'000'000'000'000'000;
-    WatchEnginePtr m_poEngine;
+    CWatchEngine m_oEngine;
     SWatchSnapshot oSnapshot;
     std::vector<SWatchEvent> aoEvents;
 
@@ -397,8 +393,8 @@ TEST(WatchFields, WhatEarlierRunsSawRunningIsLostSinceThen)
 {
     CMadeUp oMadeUp(3);
     const int64_t iThen = CMadeUp::gc_iUtcNs - 7'000'000'000;
-    WatchEngine_TellEarlier(*oMadeUp.m_poEngine, {gc_eIn, 0}, {EEarlierState::RUNNING, iThen});
-    WatchEngine_TellEarlier(*oMadeUp.m_poEngine, {gc_eIn, 1}, {EEarlierState::LOST, iThen});
+    oMadeUp.m_oEngine.TellEarlier({gc_eIn, 0}, {EEarlierState::RUNNING, iThen});
+    oMadeUp.m_oEngine.TellEarlier({gc_eIn, 1}, {EEarlierState::LOST, iThen});
     for (uint32_t uiWait = 1; uiWait <= 60; ++uiWait)
     {
         for (uint32_t uiStream = 0; uiStream < 3; ++uiStream)

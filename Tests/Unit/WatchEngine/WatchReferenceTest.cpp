@@ -35,7 +35,7 @@ protected:
     SScene m_oScene = Scene_Make(GetParam());
     std::vector<CReferenceModel> m_aoModels;
     std::vector<size_t> m_auiTaken = std::vector<size_t>(m_oScene.aoInputs.size());
-    WatchEnginePtr m_poEngine;
+    std::unique_ptr<CWatchEngine> m_poEngine;
     SWatchSnapshot m_oSnapshot;
     std::vector<SWatchEvent> m_aoEvents;
     std::vector<SWatchEvent> m_aoNewEvents;
@@ -49,7 +49,7 @@ protected:
 
 void WatchReference::SetUp()
 {
-    m_poEngine = WatchEngine_Create(m_oScene.oSettings, static_cast<uint32_t>(m_oScene.aoInputs.size()), 0);
+    m_poEngine = std::make_unique<CWatchEngine>(m_oScene.oSettings, static_cast<uint32_t>(m_oScene.aoInputs.size()), 0);
     for (const SSceneStream& roStream : m_oScene.aoInputs)
     {
         m_aoModels.emplace_back(m_oScene, roStream);
@@ -64,11 +64,11 @@ void WatchReference::HandIn(uint64_t uiEndNs)
         const SStreamKey oKey = {EStreamDirection::INPUT, uiIndex};
         SStreamDescription oDescription = roStream.oDescription;
         oDescription.uiMomentNs = uiEndNs;
-        WatchEngine_TakeDescription(*m_poEngine, oKey, oDescription);
+        m_poEngine->TakeDescription(oKey, oDescription);
         size_t& ruiNext = m_auiTaken[uiIndex];
         while (ruiNext < roStream.aoRecords.size() && roStream.aoRecords[ruiNext].uiArrivalNs < uiEndNs)
         {
-            WatchEngine_TakeRecord(*m_poEngine, oKey, roStream.aoRecords[ruiNext++]);
+            m_poEngine->TakeRecord(oKey, roStream.aoRecords[ruiNext++]);
         }
     }
 }
@@ -87,17 +87,17 @@ void WatchReference::Run()
             return;
         }
     }
-    WatchEngine_End(*m_poEngine);
-    ASSERT_TRUE(WatchEngine_Analyse(*m_poEngine, oClock, m_oSnapshot));
-    const std::span<const SWatchEvent> aoLast = WatchEngine_TakeEvents(*m_poEngine);
+    m_poEngine->End();
+    ASSERT_TRUE(m_poEngine->Analyse(oClock, m_oSnapshot));
+    const std::span<const SWatchEvent> aoLast = m_poEngine->TakeEvents();
     m_aoEvents.insert(m_aoEvents.end(), aoLast.begin(), aoLast.end());
 }
 
 void WatchReference::Analyse(const SClockReading& roClock)
 {
-    while (WatchEngine_Analyse(*m_poEngine, roClock, m_oSnapshot))
+    while (m_poEngine->Analyse(roClock, m_oSnapshot))
     {
-        const std::span<const SWatchEvent> aoNew = WatchEngine_TakeEvents(*m_poEngine);
+        const std::span<const SWatchEvent> aoNew = m_poEngine->TakeEvents();
         m_aoNewEvents.assign(aoNew.begin(), aoNew.end());
         m_aoEvents.insert(m_aoEvents.end(), aoNew.begin(), aoNew.end());
         for (uint32_t uiIndex = 0; uiIndex < m_aoModels.size(); ++uiIndex)

@@ -47,7 +47,7 @@ TEST(WatchSoak, HealthyStreamsStayHealthyAndNothingGrows)
 TEST(WatchSoak, NothingThatABoardSaysBreaksTheEngine)
 {
     std::mt19937_64 oRandom(3);
-    const WatchEnginePtr poEngine = WatchEngine_Create({.uiTickFrequencyHz = 1'000'000}, 3, 3);
+    CWatchEngine oEngine({.uiTickFrequencyHz = 1'000'000}, 3, 3);
     const auto Draw = [&](uint64_t uiBelow) { return oRandom() % uiBelow; };
     const auto Extreme = [&](uint64_t uiSane) {
         return Draw(40) != 0 ? uiSane : std::array<uint64_t, 4>{0, ~0ULL, 1ULL << 63U, oRandom()}[Draw(4)];
@@ -65,7 +65,7 @@ TEST(WatchSoak, NothingThatABoardSaysBreaksTheEngine)
         oRecord.uiSetBufferCounter = Extreme(uiStep);
         oRecord.uiRunDelayNs = Extreme(0);
         oRecord.eResult = Draw(30) != 0 ? EWaitResult::FIELD : static_cast<EWaitResult>(Draw(4));
-        WatchEngine_TakeRecord(*poEngine, {eDirection, static_cast<uint32_t>(Draw(3))}, oRecord);
+        oEngine.TakeRecord({eDirection, static_cast<uint32_t>(Draw(3))}, oRecord);
         if (Draw(20) == 0)
         {
             SStreamDescription oDescription = {};
@@ -76,14 +76,14 @@ TEST(WatchSoak, NothingThatABoardSaysBreaksTheEngine)
             oDescription.oTimings.uiPixelClock_kHz = static_cast<uint32_t>(Extreme(74'250));
             oDescription.uiSkippedBuffers = Extreme(uiStep);
             oDescription.bHasSkippedBuffers = true;
-            WatchEngine_TakeDescription(*poEngine, {eDirection, static_cast<uint32_t>(Draw(3))}, oDescription);
+            oEngine.TakeDescription({eDirection, static_cast<uint32_t>(Draw(3))}, oDescription);
         }
         if (Draw(100) != 0)
         {
             continue;
         }
-        WatchEngine_Analyse(*poEngine, {.uiMonotonicNs = Extreme(10'000'000'000 + uiStep * 3'000'000)}, oSnapshot);
-        for (const SWatchEvent& roEvent : WatchEngine_TakeEvents(*poEngine))
+        oEngine.Analyse({.uiMonotonicNs = Extreme(10'000'000'000 + uiStep * 3'000'000)}, oSnapshot);
+        for (const SWatchEvent& roEvent : oEngine.TakeEvents())
         {
             ASSERT_EQ(roEvent.uiNumber, ++uiEvents);
         }

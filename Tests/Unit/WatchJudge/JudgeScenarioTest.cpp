@@ -21,12 +21,11 @@ class CJudged
 {
 public:
     explicit CJudged(const std::string& rszChip, const SJudgeSettings& roSettings = {}, const SBenchSetup& roSetup = {})
-        : oBench(rszChip, roSetup), m_poJudge(WatchJudge_Create(roSettings))
+        : oBench(rszChip, roSetup), m_oJudge(roSettings)
     {
-        oBench.fnSecond = [this](const SWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)
+        oBench.fnSecond = [this](const CWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)
         {
-            const auto aoTold = WatchJudge_Take(
-                *m_poJudge, {oBench.oSnapshot, WatchEngine_GetHappenings(roEngine), aoEvents}, oJudgement);
+            const auto aoTold = m_oJudge.Take({oBench.oSnapshot, roEngine.GetHappenings(), aoEvents}, oJudgement);
             for (const SWatchEvent& roEvent : aoTold)
             {
                 if (roEvent.eKind == EWatchEventKind::INCIDENT_BEGAN)
@@ -56,7 +55,7 @@ public:
     bool bWasUnhealthy = false;
 
 private:
-    WatchJudgePtr m_poJudge;
+    CWatchJudge m_oJudge;
 };
 
 std::string Describe(const std::vector<SIncident>& raoIncidents)

@@ -16,8 +16,7 @@ constexpr int64_t iStart = 1'790'000'000 * iSecond;
 class CWatched
 {
 public:
-    CWatched(uint32_t uiInputs, uint32_t uiOutputs, const SJudgeSettings& roSettings = {})
-        : m_poJudge(WatchJudge_Create(roSettings))
+    CWatched(uint32_t uiInputs, uint32_t uiOutputs, const SJudgeSettings& roSettings = {}) : m_oJudge(roSettings)
     {
         for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
         {
@@ -61,7 +60,7 @@ public:
             }
             oSnapshot.oClock.iUtcNs = m_iNow;
             oSnapshot.oClock.uiMonotonicNs = static_cast<uint64_t>(m_iNow - iStart + iSecond);
-            const auto aoTold = WatchJudge_Take(*m_poJudge, {oSnapshot, aoHappenings, aoHappenings}, oJudgement);
+            const auto aoTold = m_oJudge.Take({oSnapshot, aoHappenings, aoHappenings}, oJudgement);
             aoEvents.insert(aoEvents.end(), aoTold.begin(), aoTold.end());
             aoHappenings.clear();
         }
@@ -114,7 +113,7 @@ private:
         roStream.oFeed.iCadenceSinceUtcNs = m_iNow;
     }
 
-    WatchJudgePtr m_poJudge;
+    CWatchJudge m_oJudge;
     int64_t m_iNow = iStart;
 };
 

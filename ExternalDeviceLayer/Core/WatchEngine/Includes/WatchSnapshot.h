@@ -1,8 +1,7 @@
 /*
  * One consistent moment of everything that is known: what the analysis publishes once per second of the chip's clock,
- * counters included: what came later is in none of it. Plain data; a copy
- * belongs to whoever holds it. Seconds, hertz and ratios; phases are positive when the stream is later than what it is
- * compared with, and lie within half a period.
+ * counters included: what came later is in none of it. Plain data; a copy belongs to whoever holds it. Seconds, hertz
+ * and ratios; phases are positive when the stream is later than what it is compared with, and lie within half a period.
  */
 #ifndef WATCH_SNAPSHOT_H
 #define WATCH_SNAPSHOT_H
@@ -13,6 +12,7 @@
 
 #include "FieldRecord.h"
 #include "LockThreshold.h"
+#include "PacingHistogram.h"
 #include "StreamKey.h"
 #include "StreamTrackers.h"
 #include "WatchEvent.h"

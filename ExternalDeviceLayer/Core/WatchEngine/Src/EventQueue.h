@@ -36,7 +36,7 @@ public:
     void Flush(const SClockReading& roClock, const CTickClock& roTicks);
     /* Ends all episodes: with the next flush everything is due. */
     void EndAll() { m_bEndAll = true; }
-    /* What was added between the last two flushes, unfolded; see WatchEngine_GetHappenings. */
+    /* What was added between the last two flushes, unfolded; see CWatchEngine::GetHappenings. */
     std::span<const SWatchEvent> GetHappenings() const { return m_aoHappenings; }
     /* What has become ready since the last call. */
     std::span<const SWatchEvent> Take();

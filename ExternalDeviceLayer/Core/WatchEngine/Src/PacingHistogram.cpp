@@ -1,7 +1,7 @@
-// The deviations of fields from their grid. See StreamTrackers.h.
-#include <cmath>
+#include "PacingHistogram.h"
 
-#include "StreamTrackers.h"
+#include <algorithm>
+#include <cmath>
 
 namespace
 {

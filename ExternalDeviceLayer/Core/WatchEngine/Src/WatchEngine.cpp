@@ -25,17 +25,15 @@ constexpr uint64_t uiMostBehindNs = 60 * uiSecondNs;
 
 } // namespace
 
-struct SWatchEngine
+struct SWatchEngineState
 {
-    SWatchEngine(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+    SWatchEngineState(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
         : oSettings(roSettings),
           oContext(roSettings, uiNbOfInputs, uiNbOfOutputs),
           aoDirections{CDirectionWatch(oContext, oSettings, EStreamDirection::INPUT, uiNbOfInputs),
                        CDirectionWatch(oContext, oSettings, EStreamDirection::OUTPUT, uiNbOfOutputs)}
     {
     }
-    SWatchEngine(const SWatchEngine&) = delete;
-    SWatchEngine& operator=(const SWatchEngine&) = delete;
 
     SWatchSettings oSettings;
     SWatchContext oContext;
@@ -48,13 +46,13 @@ struct SWatchEngine
 namespace
 {
 
-CStreamWatch& GetStream(SWatchEngine& roEngine, const SStreamKey& roKey)
+CStreamWatch& GetStream(SWatchEngineState& roEngine, const SStreamKey& roKey)
 {
     return roEngine.aoDirections[static_cast<size_t>(roKey.eDirection)].GetStream(roKey.uiIndex);
 }
 
 // The first whole second of the chip's clock that does not begin before a moment of CLOCK_MONOTONIC.
-uint64_t FindWholeSecond(const SWatchEngine& roEngine, uint64_t uiMonotonicNs)
+uint64_t FindWholeSecond(const SWatchEngineState& roEngine, uint64_t uiMonotonicNs)
 {
     const uint64_t uiFrequency = roEngine.oSettings.uiTickFrequencyHz;
     const uint64_t uiTick = roEngine.oContext.oClock.ToTick(uiMonotonicNs);
@@ -63,7 +61,7 @@ uint64_t FindWholeSecond(const SWatchEngine& roEngine, uint64_t uiMonotonicNs)
 }
 
 // Half a second of the chip, though no more than half a one of the machine.
-uint64_t GetHalfSecondNs(const SWatchEngine& roEngine)
+uint64_t GetHalfSecondNs(const SWatchEngineState& roEngine)
 {
     const double flNs = roEngine.oContext.oClock.GetNsPerTick() * roEngine.oSettings.uiTickFrequencyHz / 2.0;
     return static_cast<uint64_t>(std::clamp(flNs, 0.0, flNsPerSecond / 2.0));
@@ -71,7 +69,7 @@ uint64_t GetHalfSecondNs(const SWatchEngine& roEngine)
 
 // Puts the next instant a second after the last one: of the chip's clock if that is known, and nearest to it if it has
 // begun anew or runs at another speed.
-void UpdateBoundary(SWatchEngine& roEngine, uint64_t uiExpectedNs)
+void UpdateBoundary(SWatchEngineState& roEngine, uint64_t uiExpectedNs)
 {
     SBoundary& roNext = roEngine.oContext.oNext;
     const CTickClock& roTicks = roEngine.oContext.oClock;
@@ -88,7 +86,7 @@ void UpdateBoundary(SWatchEngine& roEngine, uint64_t uiExpectedNs)
     roNext.bHasTick = true;
 }
 
-void UpdateClock(SWatchEngine& roEngine)
+void UpdateClock(SWatchEngineState& roEngine)
 {
     CTickClock& roClock = roEngine.oContext.oClock;
     const uint32_t uiEpoch = roClock.GetEpoch();
@@ -105,12 +103,12 @@ void UpdateClock(SWatchEngine& roEngine)
 }
 
 // Begins when the first record or the first analysis comes.
-void BeginBoundary(SWatchEngine& roEngine, uint64_t uiNowNs)
+void BeginBoundary(SWatchEngineState& roEngine, uint64_t uiNowNs)
 {
     UpdateBoundary(roEngine, uiNowNs + uiSecondNs / 2);
 }
 
-void MakeInstant(SWatchEngine& roEngine, uint64_t uiNowNs)
+void MakeInstant(SWatchEngineState& roEngine, uint64_t uiNowNs)
 {
     const SBoundary& roNext = roEngine.oContext.oNext;
     SInstant& roInstant = roEngine.oInstant;
@@ -125,13 +123,19 @@ void MakeInstant(SWatchEngine& roEngine, uint64_t uiNowNs)
     }
 }
 
-bool IsDue(const SWatchEngine& roEngine, uint64_t uiNowNs)
+uint64_t GetDueNs(const SWatchEngineState& roEngine)
 {
-    return static_cast<int64_t>(uiNowNs - WatchEngine_GetDueNs(roEngine)) >= 0;
+    const SBoundary& roNext = roEngine.oContext.oNext;
+    return roNext.bIsKnown ? roNext.uiMonotonicNs + uiSettleNs : 0;
+}
+
+bool IsDue(const SWatchEngineState& roEngine, uint64_t uiNowNs)
+{
+    return static_cast<int64_t>(uiNowNs - GetDueNs(roEngine)) >= 0;
 }
 
 // The last moment of all, which is no whole second: whatever was handed in belongs before it.
-void EndNow(SWatchEngine& roEngine, uint64_t uiNowNs)
+void EndNow(SWatchEngineState& roEngine, uint64_t uiNowNs)
 {
     SBoundary& roNext = roEngine.oContext.oNext;
     roEngine.oContext.oEvents.EndAll();
@@ -153,7 +157,7 @@ SClockReading MoveTo(const SClockReading& roClock, uint64_t uiMonotonicNs)
 }
 
 // Goes on to the next second, and takes in what has been handed in for it. After a long stall to the newest one.
-void GoOn(SWatchEngine& roEngine, uint64_t uiNowNs)
+void GoOn(SWatchEngineState& roEngine, uint64_t uiNowNs)
 {
     SBoundary& roNext = roEngine.oContext.oNext;
     const uint64_t uiNextNs = roNext.uiMonotonicNs + uiSecondNs;
@@ -167,14 +171,14 @@ void GoOn(SWatchEngine& roEngine, uint64_t uiNowNs)
 }
 
 // The envelope's own, and the delay that none of its arrivals undercuts.
-double GetTickUncertainty(const SWatchEngine& roEngine, const SClockReading& roClock)
+double GetTickUncertainty(const SWatchEngineState& roEngine, const SClockReading& roClock)
 {
     const double flDelay =
         roClock.flLeastWakeSeconds > 0.0 ? flWakesPerField * roClock.flLeastWakeSeconds : flUnknownDelaySeconds;
     return roEngine.oContext.oClock.GetUncertaintySeconds() + (roEngine.oSettings.bTicksAreMonotonic ? 0.0 : flDelay);
 }
 
-void FillClock(const SWatchEngine& roEngine, const SClockReading& roClock, SClockFigures& roFigures)
+void FillClock(const SWatchEngineState& roEngine, const SClockReading& roClock, SClockFigures& roFigures)
 {
     roFigures.uiMonotonicNs = roClock.uiMonotonicNs;
     roFigures.uiTick = roEngine.oInstant.bHasTick ? roEngine.oInstant.uiTick : 0;
@@ -187,7 +191,7 @@ void FillClock(const SWatchEngine& roEngine, const SClockReading& roClock, SCloc
 }
 
 // The phase of every stream against the grid of the world.
-void FillTaiPhases(const SWatchEngine& roEngine, const SClockReading& roClock, SDirectionFigures& roFigures)
+void FillTaiPhases(const SWatchEngineState& roEngine, const SClockReading& roClock, SDirectionFigures& roFigures)
 {
     const CTickClock& roTicks = roEngine.oContext.oClock;
     // What rounding to whole nanoseconds has taken off the instant.
@@ -213,7 +217,7 @@ void FillTaiPhases(const SWatchEngine& roEngine, const SClockReading& roClock, S
     }
 }
 
-void FillSnapshot(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
+void FillSnapshot(SWatchEngineState& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
 {
     roSnapshot.uiNumber = ++roEngine.uiSnapshots;
     roSnapshot.uiTickFrequencyHz = roEngine.oSettings.uiTickFrequencyHz;
@@ -230,48 +234,40 @@ void FillSnapshot(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSn
 
 } // namespace
 
-void WatchEngine_Destroy(SWatchEngine* poEngine)
+CWatchEngine::CWatchEngine(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
+    : m_poState(std::make_unique<SWatchEngineState>(roSettings, uiNbOfInputs, uiNbOfOutputs))
 {
-    delete poEngine;
 }
 
-WatchEnginePtr WatchEngine_Create(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
-{
-    if (roSettings.uiTickFrequencyHz == 0 || uiNbOfInputs > uiMaxStreamsPerDirection ||
-        uiNbOfOutputs > uiMaxStreamsPerDirection)
-    {
-        return nullptr;
-    }
-    return WatchEnginePtr(new SWatchEngine(roSettings, uiNbOfInputs, uiNbOfOutputs));
-}
+CWatchEngine::~CWatchEngine() = default;
 
-void WatchEngine_TakeRecord(SWatchEngine& roEngine, const SStreamKey& roKey, const SFieldRecord& roRecord)
+void CWatchEngine::TakeRecord(const SStreamKey& roKey, const SFieldRecord& roRecord)
 {
-    GetStream(roEngine, roKey).TakeRecord(roRecord);
-    if (!roEngine.oContext.oNext.bIsKnown)
+    GetStream(*m_poState, roKey).TakeRecord(roRecord);
+    if (!m_poState->oContext.oNext.bIsKnown)
     {
-        BeginBoundary(roEngine, roRecord.uiArrivalNs);
+        BeginBoundary(*m_poState, roRecord.uiArrivalNs);
     }
 }
 
-void WatchEngine_TellEarlier(SWatchEngine& roEngine, const SStreamKey& roKey, const SEarlierRun& roEarlier)
+void CWatchEngine::TellEarlier(const SStreamKey& roKey, const SEarlierRun& roEarlier)
 {
-    GetStream(roEngine, roKey).TellEarlier(roEarlier);
+    GetStream(*m_poState, roKey).TellEarlier(roEarlier);
 }
 
-void WatchEngine_TakeDescription(SWatchEngine& roEngine, const SStreamKey& roKey,
-                                 const SStreamDescription& roDescription)
+void CWatchEngine::TakeDescription(const SStreamKey& roKey, const SStreamDescription& roDescription)
 {
-    GetStream(roEngine, roKey).TakeDescription(roDescription);
+    GetStream(*m_poState, roKey).TakeDescription(roDescription);
 }
 
-uint64_t WatchEngine_GetDueNs(const SWatchEngine& roEngine)
+uint64_t CWatchEngine::GetDueNs() const
 {
-    return roEngine.oContext.oNext.bIsKnown ? roEngine.oContext.oNext.uiMonotonicNs + uiSettleNs : 0;
+    return ::GetDueNs(*m_poState);
 }
 
-bool WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
+bool CWatchEngine::Analyse(const SClockReading& roClock, SWatchSnapshot& roSnapshot)
 {
+    SWatchEngineState& roEngine = *m_poState;
     SWatchContext& roContext = roEngine.oContext;
     if (!roContext.oNext.bIsKnown)
     {
@@ -305,30 +301,30 @@ bool WatchEngine_Analyse(SWatchEngine& roEngine, const SClockReading& roClock, S
     return true;
 }
 
-void WatchEngine_TakeStall(SWatchEngine& roEngine, uint64_t uiBeginNs, uint64_t uiEndNs)
+void CWatchEngine::TakeStall(uint64_t uiBeginNs, uint64_t uiEndNs)
 {
     SStall oStall;
     oStall.oStretch = {uiBeginNs, uiEndNs};
     oStall.bIsMachine = true;
-    roEngine.oContext.oStalls.Add(oStall);
+    m_poState->oContext.oStalls.Add(oStall);
 }
 
-void WatchEngine_End(SWatchEngine& roEngine)
+void CWatchEngine::End()
 {
-    roEngine.bIsToEnd = true;
+    m_poState->bIsToEnd = true;
 }
 
-std::span<const SWatchEvent> WatchEngine_GetHappenings(const SWatchEngine& roEngine)
+std::span<const SWatchEvent> CWatchEngine::GetHappenings() const
 {
-    return roEngine.oContext.oEvents.GetHappenings();
+    return m_poState->oContext.oEvents.GetHappenings();
 }
 
-void WatchEngine_Number(SWatchEngine& roEngine, SWatchEvent& roEvent)
+void CWatchEngine::Number(SWatchEvent& roEvent)
 {
-    roEngine.oContext.oEvents.Number(roEvent);
+    m_poState->oContext.oEvents.Number(roEvent);
 }
 
-std::span<const SWatchEvent> WatchEngine_TakeEvents(SWatchEngine& roEngine)
+std::span<const SWatchEvent> CWatchEngine::TakeEvents()
 {
-    return roEngine.oContext.oEvents.Take();
+    return m_poState->oContext.oEvents.Take();
 }

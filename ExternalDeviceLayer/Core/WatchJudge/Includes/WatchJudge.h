@@ -23,21 +23,6 @@
 #include "WatchExpectations.h"
 #include "WatchHealth.h"
 
-struct SJudge;
-void WatchJudge_Destroy(SJudge* poJudge);
-struct SJudgeDeleter
-{
-    void operator()(SJudge* poJudge) const { WatchJudge_Destroy(poJudge); }
-};
-using WatchJudgePtr = std::unique_ptr<SJudge, SJudgeDeleter>;
-
-/*
- * Makes a judge.
- *   roSettings  in  see there
- * Never null.
- */
-WatchJudgePtr WatchJudge_Create(const SJudgeSettings& roSettings);
-
 // What a second brought.
 struct SJudgeInput
 {
@@ -46,14 +31,26 @@ struct SJudgeInput
     std::span<const SWatchEvent> aoEvents;     // those that are told, with their numbers
 };
 
-/*
- * Judges a second.
- *   roJudgement  out  what it comes to; its vectors are reused
- * The incidents that began or ended with it, as events without numbers; valid until the next call.
- */
-std::span<const SWatchEvent> WatchJudge_Take(SJudge& roJudge, const SJudgeInput& roInput, SJudgement& roJudgement);
+struct SWatchJudgeState;
 
-/* Ends what is open, for the watch ends here: as WatchJudge_Take. */
-std::span<const SWatchEvent> WatchJudge_End(SJudge& roJudge, int64_t iNowUtcNs, SJudgement& roJudgement);
+class CWatchJudge
+{
+public:
+    explicit CWatchJudge(const SJudgeSettings& roSettings);
+    ~CWatchJudge();
+
+    /*
+     * Judges a second.
+     *   roJudgement  out  what it comes to; its vectors are reused
+     * The incidents that began or ended with it, as events without numbers; valid until the next call.
+     */
+    std::span<const SWatchEvent> Take(const SJudgeInput& roInput, SJudgement& roJudgement);
+
+    /* Ends what is open, for the watch ends here: as Take. */
+    std::span<const SWatchEvent> End(int64_t iNowUtcNs, SJudgement& roJudgement);
+
+private:
+    std::unique_ptr<SWatchJudgeState> m_poState;
+};
 
 #endif

@@ -44,9 +44,10 @@ double GetPeriodSeconds(const SStreamFigures& roFigures)
 
 } // namespace
 
-struct SJudge
+struct SWatchJudgeState
 {
-    explicit SJudge(const SJudgeSettings& roSettings) : oSettings(roSettings), oIncidents(roSettings.uiIncidentsBefore)
+    explicit SWatchJudgeState(const SJudgeSettings& roSettings)
+        : oSettings(roSettings), oIncidents(roSettings.uiIncidentsBefore)
     {
     }
 
@@ -67,7 +68,7 @@ struct SJudge
 namespace
 {
 
-void TakeNews(SJudge& roJudge, const SJudgeInput& roInput)
+void TakeNews(SWatchJudgeState& roJudge, const SJudgeInput& roInput)
 {
     for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
     {
@@ -124,7 +125,7 @@ void TakeLock(SJudgedStream& roStream, uint32_t uiPeer, ELockState eLock, const 
     }
 }
 
-void TakeLocks(SJudge& roJudge, const SJudgeInput& roInput, size_t uiDirection)
+void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiDirection)
 {
     SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
     const SDirectionFigures& roFigures = roInput.roSnapshot.aoDirections[uiDirection];
@@ -154,7 +155,7 @@ void TakeLocks(SJudge& roJudge, const SJudgeInput& roInput, size_t uiDirection)
     }
 }
 
-void LearnLocks(SJudge& roJudge, const SJudgeInput& roInput, size_t uiDirection)
+void LearnLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiDirection)
 {
     SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
     const std::vector<SPairFigures>& raoPairs = roInput.roSnapshot.aoDirections[uiDirection].aoPairs;
@@ -204,8 +205,8 @@ uint64_t FindEvent(const SJudgeInput& roInput, const SStreamFigures& roFigures, 
     return itEvent != roInput.aoEvents.end() ? itEvent->uiNumber : roFigures.oLastEvent.uiNumber;
 }
 
-void JudgeDomain(SJudge& roJudge, const SJudgeInput& roInput, const SStreamCase& roCase, SJudgedStream& roStream,
-                 uint32_t uiDomain)
+void JudgeDomain(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SStreamCase& roCase,
+                 SJudgedStream& roStream, uint32_t uiDomain)
 {
     const SStreamFigures& roFigures = roCase.roFigures;
     const auto eDomain = static_cast<EHealthDomain>(uiDomain);
@@ -245,7 +246,8 @@ void JudgeOverall(SJudgedStream& roStream)
     Health_Enter(roStream.oOverall, poWorst->eStatus, poWorst->oReason, poWorst->iSinceUtcNs);
 }
 
-void JudgeStream(SJudge& roJudge, const SJudgeInput& roInput, const SStreamFigures& roFigures, SJudgedStream& roStream)
+void JudgeStream(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SStreamFigures& roFigures,
+                 SJudgedStream& roStream)
 {
     const SStreamExpectation& roTold =
         roJudge.GetTold(static_cast<size_t>(roFigures.oKey.eDirection), roFigures.oKey.uiIndex);
@@ -268,7 +270,7 @@ void JudgeStream(SJudge& roJudge, const SJudgeInput& roInput, const SStreamFigur
                           roJudge.oSettings.flLearnSeconds, roJudge.oSettings.flMostPpm);
 }
 
-void FillHealth(SJudge& roJudge, SJudgement& roJudgement)
+void FillHealth(SWatchJudgeState& roJudge, SJudgement& roJudgement)
 {
     SHealth oWorst;
     for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
@@ -306,18 +308,15 @@ std::array<uint32_t, 2> GetRunning(const SWatchSnapshot& roSnapshot)
 
 } // namespace
 
-void WatchJudge_Destroy(SJudge* poJudge)
+CWatchJudge::CWatchJudge(const SJudgeSettings& roSettings) : m_poState(std::make_unique<SWatchJudgeState>(roSettings))
 {
-    delete poJudge;
 }
 
-WatchJudgePtr WatchJudge_Create(const SJudgeSettings& roSettings)
-{
-    return WatchJudgePtr(new SJudge(roSettings));
-}
+CWatchJudge::~CWatchJudge() = default;
 
-std::span<const SWatchEvent> WatchJudge_Take(SJudge& roJudge, const SJudgeInput& roInput, SJudgement& roJudgement)
+std::span<const SWatchEvent> CWatchJudge::Take(const SJudgeInput& roInput, SJudgement& roJudgement)
 {
+    SWatchJudgeState& roJudge = *m_poState;
     roJudge.oIncidents.ForgetEvents();
     roJudge.aoBegun.clear();
     TakeNews(roJudge, roInput);
@@ -343,8 +342,9 @@ std::span<const SWatchEvent> WatchJudge_Take(SJudge& roJudge, const SJudgeInput&
     return roJudge.oIncidents.GetEvents();
 }
 
-std::span<const SWatchEvent> WatchJudge_End(SJudge& roJudge, int64_t iNowUtcNs, SJudgement& roJudgement)
+std::span<const SWatchEvent> CWatchJudge::End(int64_t iNowUtcNs, SJudgement& roJudgement)
 {
+    SWatchJudgeState& roJudge = *m_poState;
     roJudge.oIncidents.ForgetEvents();
     for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
     {

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Fault.h"
 #include "StreamKey.h"
 #include "WatchExpectations.h"
 #include "WatchPublication.h"
@@ -49,12 +50,12 @@ std::optional<SExpectedStandard> ExpectedStandard_Find(std::string_view szText);
 /*
  * Puts together what is expected, the file first.
  *   roSettings  in/out  its streams are added to
- * False, with one line that says what is wrong and where.
+ * A fault says what is wrong and where.
  */
-bool Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSettings, std::string& rszFault);
+CFault Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSettings);
 
-/* Writes what a moment shows to a file, atomically. False, with the reason. */
-bool Expectations_Save(const std::string& rszFile, const SWatchPublication& roPublication, std::string& rszFault);
+/* Writes what a moment shows to a file, atomically. */
+CFault Expectations_Save(const std::string& rszFile, const SWatchPublication& roPublication);
 
 /* The expectation of a stream, which is added if it is missing. */
 SStreamExpectation& Expectations_Get(SJudgeSettings& roSettings, const SStreamKey& roKey);

@@ -31,9 +31,8 @@ struct SIncidentNews
 class CIncidentDelivery
 {
 public:
-    // Runs the program; whether it took what it was given, and why not. Tests put another one here.
-    using RunProgram =
-        std::function<bool(const std::string& rszInput, const std::atomic<bool>& rbIsToEnd, std::string& rszFault)>;
+    // Runs the program. Tests put another one here.
+    using RunProgram = std::function<CFault(const std::string& rszInput, const std::atomic<bool>& rbIsToEnd)>;
     using KeepDelivered = std::function<void(uint64_t uiEvent)>;
 
     /*
@@ -59,7 +58,7 @@ public:
 private:
     void Run();
     bool Deliver(const SIncidentNews& roNews);
-    void Say(bool bIsDelivered, const std::string& rszFault);
+    void Say(const CFault& roFault);
 
     const RunProgram m_fnRun;
     const KeepDelivered m_fnKeep;

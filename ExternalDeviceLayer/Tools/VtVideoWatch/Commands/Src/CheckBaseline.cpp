@@ -183,8 +183,7 @@ CFault CheckBaseline_Read(const SCheckOptions& roOptions, SJudgeSettings& roSett
 {
     SExpectOptions oExpect = roOptions.oExpect;
     oExpect.aoExpected = roOptions.aoExpected;
-    std::string szFault;
-    return Expectations_Read(oExpect, roSettings, szFault) ? CFault() : CFault(szFault);
+    return Expectations_Read(oExpect, roSettings);
 }
 
 void CheckBaseline_Judge(const SCheckOptions& roOptions, const SWatchPublication& roPublication,
@@ -193,8 +192,7 @@ void CheckBaseline_Judge(const SCheckOptions& roOptions, const SWatchPublication
     AddIncidents(roPublication, roVerdict);
     // Whether a stream runs at all the figures have told of those that an option names.
     SJudgeSettings oSettings;
-    std::string szFault;
-    static_cast<void>(Expectations_Read(roOptions.oExpect, oSettings, szFault));
+    static_cast<void>(Expectations_Read(roOptions.oExpect, oSettings)); // which it could before
     CBaseline oBaseline(roPublication, roVerdict);
     for (const EStreamDirection eDirection : aeDirections)
     {
@@ -211,9 +209,9 @@ void CheckBaseline_Judge(const SCheckOptions& roOptions, const SWatchPublication
     {
         AddNewcomers(oSettings, roPublication, roVerdict);
     }
-    if (!roOptions.szSave.empty() && !Expectations_Save(roOptions.szSave, roPublication, szFault))
+    if (const CFault oFault = roOptions.szSave.empty() ? CFault() : Expectations_Save(roOptions.szSave, roPublication))
     {
-        roVerdict.aoFindings.push_back({EVerdict::UNKNOWN, "save", "cannot save " + szFault, {}});
+        roVerdict.aoFindings.push_back({EVerdict::UNKNOWN, "save", "cannot save " + oFault.GetText(), {}});
     }
     CheckVerdict_Sort(roVerdict);
 }

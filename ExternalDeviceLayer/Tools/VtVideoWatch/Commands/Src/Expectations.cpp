@@ -73,13 +73,12 @@ bool IsOfSort(const CJson& roJson, const char* szKey, CJson::value_t eSort)
     return !roJson.contains(szKey) || roJson[szKey].type() == eSort;
 }
 
-// What is wrong with a stream of the file; empty when nothing is.
-std::string FindFault(const CJson& roStream)
+CFault CheckKinds(const CJson& roStream)
 {
     using Sort = CJson::value_t;
     if (!roStream.is_object())
     {
-        return "expected an object";
+        return CFault("expected an object");
     }
     for (const auto& [szKey, eSort] : {std::pair{"expected", Sort::boolean},
                                        {"fed", Sort::boolean},
@@ -90,13 +89,13 @@ std::string FindFault(const CJson& roStream)
     {
         if (!IsOfSort(roStream, szKey, eSort))
         {
-            return std::string("'") + szKey + "' is of the wrong kind";
+            return CFault(std::string("'") + szKey + "' is of the wrong kind");
         }
     }
-    return "";
+    return {};
 }
 
-bool ReadDescription(const CJson& roDescription, SStreamExpectation& roTold, std::string& rszFault)
+CFault ReadDescription(const CJson& roDescription, SStreamExpectation& roTold)
 {
     const auto aoMembers = DescriptionMembers_Get();
     for (const auto& [szName, roValue] : roDescription.items())
@@ -105,13 +104,12 @@ bool ReadDescription(const CJson& roDescription, SStreamExpectation& roTold, std
                                                    { return szName == roMember.szName; });
         if (itMember == aoMembers.end() || !roValue.is_number_unsigned())
         {
-            rszFault = "'description': '" + szName + "' is no member, or not a number";
-            return false;
+            return CFault("'description': '" + szName + "' is no member, or not a number");
         }
         roTold.aoMembers.push_back(
             {static_cast<EDescriptionMember>(itMember - aoMembers.begin()), roValue.get<uint64_t>()});
     }
-    return true;
+    return {};
 }
 
 bool ReadRate(const CJson& roRate, SStreamExpectation& roTold)
@@ -128,12 +126,11 @@ bool ReadRate(const CJson& roRate, SStreamExpectation& roTold)
     return true;
 }
 
-bool ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpectation& roTold, std::string& rszFault)
+CFault ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpectation& roTold)
 {
-    rszFault = FindFault(roStream);
-    if (!rszFault.empty())
+    if (CFault oFault = CheckKinds(roStream))
     {
-        return false;
+        return oFault;
     }
     roTold.bRuns = roStream.value("expected", false);
     roTold.bIsFed = roStream.value("fed", false);
@@ -142,8 +139,7 @@ bool ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpectati
         const auto oOther = StreamId_Find(roOther.is_string() ? roOther.get<std::string>() : "");
         if (!oOther || oOther->eDirection != roKey.eDirection || oOther->uiIndex == roKey.uiIndex)
         {
-            rszFault = "'locked': expected other streams of the same direction";
-            return false;
+            return CFault("'locked': expected other streams of the same direction");
         }
         roTold.uiLockedWith |= 1U << oOther->uiIndex;
     }
@@ -152,26 +148,23 @@ bool ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpectati
         const auto oStandard = Standard_Find(roStream["standard"].get<std::string>());
         if (!oStandard)
         {
-            rszFault = "'standard': expected one like 1080p59.94";
-            return false;
+            return CFault("'standard': expected one like 1080p59.94");
         }
         ExpectStandard(roTold, *oStandard);
     }
     if (roStream.contains("rate") && !ReadRate(roStream["rate"], roTold))
     {
-        rszFault = "'rate': expected a numerator and a denominator above 0";
-        return false;
+        return CFault("'rate': expected a numerator and a denominator above 0");
     }
-    return ReadDescription(roStream.value("description", CJson::object()), roTold, rszFault);
+    return ReadDescription(roStream.value("description", CJson::object()), roTold);
 }
 
-bool ReadFile(const std::string& rszFile, SJudgeSettings& roSettings, std::string& rszFault)
+CFault ReadFile(const std::string& rszFile, SJudgeSettings& roSettings)
 {
     std::ifstream oFile(rszFile, std::ios::binary);
     if (!oFile)
     {
-        rszFault = rszFile + ": " + std::strerror(errno);
-        return false;
+        return CFault(rszFile + ": " + std::strerror(errno));
     }
     std::string szText(uiLargestFile + 1, '\0');
     oFile.read(szText.data(), static_cast<std::streamsize>(szText.size()));
@@ -180,20 +173,19 @@ bool ReadFile(const std::string& rszFile, SJudgeSettings& roSettings, std::strin
     if (szText.size() > uiLargestFile || !oJson.is_object() || !oJson.contains("streams") ||
         !oJson["streams"].is_object())
     {
-        rszFault = rszFile + ": expected JSON with an object 'streams'";
-        return false;
+        return CFault(rszFile + ": expected JSON with an object 'streams'");
     }
     for (const auto& [szId, roStream] : oJson["streams"].items())
     {
         const auto oKey = StreamId_Find(szId);
-        std::string szFault = "no stream is called so";
-        if (!oKey || !ReadStream(*oKey, roStream, Expectations_Get(roSettings, *oKey), szFault))
+        const CFault oFault =
+            oKey ? ReadStream(*oKey, roStream, Expectations_Get(roSettings, *oKey)) : CFault("no stream is called so");
+        if (oFault)
         {
-            rszFault = rszFile + ": " + szId + ": " + szFault;
-            return false;
+            return CFault(rszFile + ": " + szId + ": " + oFault.GetText());
         }
     }
-    return true;
+    return {};
 }
 
 CJson MakeStream(const SStreamFigures& roFigures, uint32_t uiLockedWith)
@@ -265,11 +257,11 @@ SStreamExpectation& Expectations_Get(SJudgeSettings& roSettings, const SStreamKe
     return raoStreams[roKey.uiIndex];
 }
 
-bool Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSettings, std::string& rszFault)
+CFault Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSettings)
 {
-    if (!roOptions.szFile.empty() && !ReadFile(roOptions.szFile, roSettings, rszFault))
+    if (CFault oFault = roOptions.szFile.empty() ? CFault() : ReadFile(roOptions.szFile, roSettings))
     {
-        return false;
+        return oFault;
     }
     for (const SStreamKey& roKey : roOptions.aoExpected)
     {
@@ -294,10 +286,10 @@ bool Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSettin
     {
         ExpectStandard(Expectations_Get(roSettings, roStandard.oKey), roStandard.oStandard);
     }
-    return true;
+    return {};
 }
 
-bool Expectations_Save(const std::string& rszFile, const SWatchPublication& roPublication, std::string& rszFault)
+CFault Expectations_Save(const std::string& rszFile, const SWatchPublication& roPublication)
 {
     CJson oStreams = CJson::object();
     for (const SDirectionFigures& roDirection : roPublication.oSnapshot.aoDirections)
@@ -318,9 +310,9 @@ bool Expectations_Save(const std::string& rszFile, const SWatchPublication& roPu
     oFile.close();
     if (!oFile || std::rename(szNew.c_str(), rszFile.c_str()) != 0)
     {
-        rszFault = rszFile + ": " + std::strerror(errno);
+        CFault oFault(rszFile + ": " + std::strerror(errno));
         static_cast<void>(unlink(szNew.c_str()));
-        return false;
+        return oFault;
     }
-    return true;
+    return {};
 }

@@ -135,28 +135,28 @@ bool CIncidentDelivery::Deliver(const SIncidentNews& roNews)
     {
         return true;
     }
-    std::string szFault;
-    const bool bIsDelivered = m_fnRun(IncidentDelivery_Print(roNews), m_bIsToEnd, szFault);
+    const CFault oFault = m_fnRun(IncidentDelivery_Print(roNews), m_bIsToEnd);
     if (!m_bIsToEnd)
     {
-        Say(bIsDelivered, szFault);
+        Say(oFault);
     }
-    if (bIsDelivered && m_fnKeep)
+    if (!oFault && m_fnKeep)
     {
         m_fnKeep(roNews.uiEvent);
     }
-    return bIsDelivered;
+    return !oFault;
 }
 
-void CIncidentDelivery::Say(bool bIsDelivered, const std::string& rszFault)
+void CIncidentDelivery::Say(const CFault& roFault)
 {
     const std::lock_guard oGuard(m_oMutex);
-    m_uiFailures += bIsDelivered ? 0 : 1;
-    if (bIsDelivered == m_bIsFailing)
+    const bool bFails = static_cast<bool>(roFault);
+    m_uiFailures += bFails ? 1 : 0;
+    if (bFails != m_bIsFailing)
     {
-        m_bIsFailing = !bIsDelivered;
-        Notice_Say(bIsDelivered ? "the program for incidents takes them again; it failed " +
-                                      std::to_string(m_uiFailures) + " times so far"
-                                : "the program for incidents failed (" + rszFault + "); it is tried again");
+        m_bIsFailing = bFails;
+        Notice_Say(bFails ? "the program for incidents failed (" + roFault.GetText() + "); it is tried again"
+                          : "the program for incidents takes them again; it failed " + std::to_string(m_uiFailures) +
+                                " times so far");
     }
 }

@@ -114,9 +114,8 @@ CFault StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
     CIncidentDelivery::RunProgram fnRun;
     if (!roOptions.szOnIncident.empty())
     {
-        fnRun = [szProgram = roOptions.szOnIncident](const std::string& rszInput, const std::atomic<bool>& rbIsToEnd,
-                                                     std::string& rszFault)
-        { return ChildProgram_Run(szProgram, rszInput, uiProgramMs, rbIsToEnd, rszFault); };
+        fnRun = [szProgram = roOptions.szOnIncident](const std::string& rszInput, const std::atomic<bool>& rbIsToEnd)
+        { return ChildProgram_Run(szProgram, rszInput, uiProgramMs, rbIsToEnd); };
     }
     roRun.poDelivery = std::make_unique<CIncidentDelivery>(std::move(fnRun),
                                                            [&roRun](uint64_t uiEvent)
@@ -199,10 +198,9 @@ CFault StartServer(const SServeOptions& roOptions, SServeRun& roRun)
 CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
 {
     const int64_t iNowUtcNs = ReadClockNs(CLOCK_REALTIME);
-    std::string szFault;
-    if (!Expectations_Read(roOptions.oExpect, roRun.oJudge, szFault))
+    if (CFault oFault = Expectations_Read(roOptions.oExpect, roRun.oJudge))
     {
-        return CFault(szFault);
+        return oFault;
     }
     if (CFault oFault = Open(roOptions, roRun, iNowUtcNs))
     {

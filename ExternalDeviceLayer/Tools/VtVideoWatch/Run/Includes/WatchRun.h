@@ -102,8 +102,8 @@ private:
 
     const CBoardSession& m_roSession;
     SWatchRunSetup m_oSetup;
-    WatchEnginePtr m_poEngine;
-    WatchJudgePtr m_poJudge;
+    CWatchEngine m_oEngine;
+    CWatchJudge m_oJudge;
     CHistoryMaker m_oHistory;
     std::optional<CFieldRecorder> m_oRecorder;
     CCutDesk m_oCuts;

@@ -33,34 +33,42 @@ void SleepUntil(uint64_t uiMomentNs)
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &oMoment, nullptr);
 }
 
+uint32_t CountStreams(const CBoardSession& roSession, EStreamDirection eDirection)
+{
+    return static_cast<uint32_t>(roSession.GetChannels()[static_cast<size_t>(eDirection)].size());
+}
+
+SWatchSettings AddBoard(SWatchSettings oSettings, const SBoardFacts& roFacts)
+{
+    oSettings.uiTickFrequencyHz = roFacts.uiTickFrequencyHz;
+    oSettings.bTicksAreMonotonic = roFacts.bTicksAreMonotonic;
+    oSettings.iTickOffsetNs = roFacts.iTickOffsetNs;
+    return oSettings;
+}
+
 } // namespace
 
 CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
     : m_roSession(roSession),
       m_oSetup(std::move(oSetup)),
+      m_oEngine(AddBoard(m_oSetup.oSettings, roSession.GetFacts()), CountStreams(roSession, EStreamDirection::INPUT),
+                CountStreams(roSession, EStreamDirection::OUTPUT)),
+      m_oJudge(m_oSetup.oJudge),
       m_oHistory(m_oSetup.aoRunning),
       m_uiLastEvent(m_oSetup.oSettings.uiEventsBefore)
 {
     const SBoardFacts& roFacts = roSession.GetFacts();
-    const std::array<StreamChannels, 2>& raoChannels = roSession.GetChannels();
-    SWatchSettings& roSettings = m_oSetup.oSettings;
-    roSettings.uiTickFrequencyHz = roFacts.uiTickFrequencyHz;
-    roSettings.bTicksAreMonotonic = roFacts.bTicksAreMonotonic;
-    roSettings.iTickOffsetNs = roFacts.iTickOffsetNs;
-    m_poEngine = WatchEngine_Create(roSettings, static_cast<uint32_t>(raoChannels[0].size()),
-                                    static_cast<uint32_t>(raoChannels[1].size()));
     if (m_oSetup.uiRecorderSeconds > 0)
     {
-        m_oRecorder.emplace(static_cast<uint32_t>(raoChannels[0].size()), static_cast<uint32_t>(raoChannels[1].size()),
-                            m_oSetup.uiRecorderSeconds);
+        m_oRecorder.emplace(CountStreams(roSession, EStreamDirection::INPUT),
+                            CountStreams(roSession, EStreamDirection::OUTPUT), m_oSetup.uiRecorderSeconds);
     }
-    m_poJudge = WatchJudge_Create(m_oSetup.oJudge);
     m_oTemplate.szHost = GetHostName();
     m_oTemplate.szBoard = roFacts.szLibrary;
     m_oTemplate.uiBoardVersion = roFacts.uiVersion;
     m_oTemplate.bIsSimulated = roFacts.bIsSimulated;
     m_oTemplate.iStartUtcNs = m_oSetup.iStartUtcNs;
-    for (const StreamChannels& raoStreams : raoChannels)
+    for (const StreamChannels& raoStreams : roSession.GetChannels())
     {
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
@@ -68,7 +76,7 @@ CWatchRun::CWatchRun(const CBoardSession& roSession, SWatchRunSetup oSetup)
             const auto itEarlier = std::ranges::find(m_oSetup.aoEarlier, roKey, &SEarlierStream::oKey);
             if (itEarlier != m_oSetup.aoEarlier.end())
             {
-                WatchEngine_TellEarlier(*m_poEngine, roKey, itEarlier->oRun);
+                m_oEngine.TellEarlier(roKey, itEarlier->oRun);
             }
             m_oTemplate.aaoTexts[static_cast<size_t>(roKey.eDirection)].emplace_back().szId = StreamId_Print(roKey);
         }
@@ -96,7 +104,7 @@ void CWatchRun::Run()
     while (!m_bStop.load(std::memory_order_relaxed))
     {
         const uint64_t uiNowNs = ReadMonotonicNs();
-        const uint64_t uiDueNs = std::max(WatchEngine_GetDueNs(*m_poEngine), uiNowNs);
+        const uint64_t uiDueNs = std::max(m_oEngine.GetDueNs(), uiNowNs);
         const uint64_t uiWakeNs = std::min(uiNowNs + uiDrainPeriodNs, uiDueNs);
         SleepUntil(uiWakeNs);
         if (uiWakeNs > uiNowNs + uiRealSleepNs)
@@ -110,7 +118,7 @@ void CWatchRun::Run()
         }
     }
     Drain();
-    WatchEngine_End(*m_poEngine);
+    m_oEngine.End();
     Analyse(true);
     GiveCut();
     m_oCuts.Close();
@@ -123,7 +131,7 @@ void CWatchRun::TakeWake(uint64_t uiDueNs)
     m_oLeastWake.Take(uiNowNs - uiDueNs);
     if (uiNowNs > uiDueNs + uiStallNs)
     {
-        WatchEngine_TakeStall(*m_poEngine, uiDueNs, uiNowNs);
+        m_oEngine.TakeStall(uiDueNs, uiNowNs);
     }
 }
 
@@ -143,7 +151,7 @@ void CWatchRun::Drain()
 
 void CWatchRun::TakeField(const SStreamKey& roKey, const SFieldRecord& roRecord)
 {
-    WatchEngine_TakeRecord(*m_poEngine, roKey, roRecord);
+    m_oEngine.TakeRecord(roKey, roRecord);
     if (m_oRecorder)
     {
         m_oRecorder->Add(roKey, roRecord);
@@ -161,7 +169,7 @@ void CWatchRun::GiveCut()
 void CWatchRun::TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord)
 {
     const SStreamDescription& roDescription = roRecord.oDescription;
-    WatchEngine_TakeDescription(*m_poEngine, roKey, roDescription);
+    m_oEngine.TakeDescription(roKey, roDescription);
     SStreamTexts& roTexts = m_oTemplate.aaoTexts[static_cast<size_t>(roKey.eDirection)][roKey.uiIndex];
     VTSTR256 szStandard = {};
     FormatVideoParam(&roDescription.oTimings, 0, szStandard);
@@ -181,7 +189,7 @@ void CWatchRun::TakeIncidents(std::span<const SWatchEvent> aoIncidents)
 {
     for (SWatchEvent oEvent : aoIncidents)
     {
-        WatchEngine_Number(*m_poEngine, oEvent);
+        m_oEngine.Number(oEvent);
         m_uiLastEvent = oEvent.uiNumber;
         m_aoEvents.push_back(oEvent);
     }
@@ -226,26 +234,25 @@ void CWatchRun::FillCosts(SWatchCosts& roCosts)
 bool CWatchRun::Analyse(bool bIsLast)
 {
     const uint64_t uiBeginNs = ReadMonotonicNs();
-    if (!bIsLast && uiBeginNs < WatchEngine_GetDueNs(*m_poEngine))
+    if (!bIsLast && uiBeginNs < m_oEngine.GetDueNs())
     {
         return false;
     }
     auto poPublication = std::make_shared<SWatchPublication>(m_oTemplate);
     SClockReading oClock = ReadClocks();
     oClock.flLeastWakeSeconds = m_oLeastWake.GetSeconds();
-    if (!WatchEngine_Analyse(*m_poEngine, oClock, poPublication->oSnapshot))
+    if (!m_oEngine.Analyse(oClock, poPublication->oSnapshot))
     {
         return false;
     }
-    const std::span<const SWatchEvent> aoEvents = WatchEngine_TakeEvents(*m_poEngine);
+    const std::span<const SWatchEvent> aoEvents = m_oEngine.TakeEvents();
     m_aoEvents.assign(aoEvents.begin(), aoEvents.end());
     m_uiLastEvent = aoEvents.empty() ? m_uiLastEvent : aoEvents.back().uiNumber;
     SJudgement& roJudgement = poPublication->oJudgement;
-    TakeIncidents(WatchJudge_Take(
-        *m_poJudge, {poPublication->oSnapshot, WatchEngine_GetHappenings(*m_poEngine), aoEvents}, roJudgement));
+    TakeIncidents(m_oJudge.Take({poPublication->oSnapshot, m_oEngine.GetHappenings(), aoEvents}, roJudgement));
     if (bIsLast)
     {
-        TakeIncidents(WatchJudge_End(*m_poJudge, poPublication->oSnapshot.oClock.iUtcNs, roJudgement));
+        TakeIncidents(m_oJudge.End(poPublication->oSnapshot.oClock.iUtcNs, roJudgement));
         EndWatch(oClock);
     }
     m_oHistory.Take(poPublication->oSnapshot);

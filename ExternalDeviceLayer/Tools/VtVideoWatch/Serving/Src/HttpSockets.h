@@ -4,6 +4,7 @@
 #ifndef HTTP_SOCKETS_H
 #define HTTP_SOCKETS_H
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -54,8 +55,7 @@ public:
     CSignalsBlocked& operator=(const CSignalsBlocked&) = delete;
 
 private:
-    struct SMask;
-    SMask* m_poMask;
+    sigset_t m_oBefore = {};
 };
 
 #endif

@@ -86,11 +86,10 @@ private:
 };
 
 /*
- * Whether a name is that of a file: a queue would wait for somebody who writes, a device have no end.
- *   rszFile  in
- *   rszWhy   out  why it is not
+ * Refuses a name that is not that of a file: a queue would wait for somebody who writes, a device have no end. Time may
+ * heal that there is none.
  */
-bool StoreFile_IsFile(const std::string& rszFile, std::string& rszWhy);
+CFault StoreFile_CheckKind(const std::string& rszFile);
 
 /* Runs statements that give no rows. */
 bool StoreFile_Run(sqlite3* poFile, const char* szSql);

@@ -309,10 +309,9 @@ CFault CRecordingReader::Open(const std::string& rszFile)
 {
     m_szFile = rszFile;
     // Only a file is opened: the name of a queue would wait for somebody who writes.
-    std::string szWhy;
-    if (!StoreFile_IsFile(rszFile, szWhy))
+    if (const CFault oKind = StoreFile_CheckKind(rszFile))
     {
-        return Refuse(szWhy);
+        return Refuse(oKind.GetText());
     }
     sqlite3* poFile = nullptr;
     const int iOpened = sqlite3_open_v2(rszFile.c_str(), &poFile, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);

@@ -95,11 +95,11 @@ CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
 
 CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)
 {
-    std::string szWhy;
     const bool bMayBeMade = (iFlags & SQLITE_OPEN_CREATE) != 0;
-    if (!StoreFile_IsFile(rszFile, szWhy) && !(bMayBeMade && errno == ENOENT && rszFile != ":memory:"))
+    const CFault oKind = StoreFile_CheckKind(rszFile);
+    if (oKind && !(bMayBeMade && oKind.MayHeal() && rszFile != ":memory:"))
     {
-        return Refuse(rszFile, szWhy);
+        return Refuse(rszFile, oKind.GetText());
     }
     if (const int iNew = bMayBeMade ? open(rszFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, uiFileMode) : -1;
         iNew >= 0)
@@ -155,17 +155,14 @@ CFault StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFil
     return oFault;
 }
 
-bool StoreFile_IsFile(const std::string& rszFile, std::string& rszWhy)
+CFault StoreFile_CheckKind(const std::string& rszFile)
 {
     struct stat oFile = {};
     if (stat(rszFile.c_str(), &oFile) != 0)
     {
-        rszWhy = std::strerror(errno);
-        return false;
+        return CFault(std::strerror(errno), errno == ENOENT);
     }
-    errno = 0;
-    rszWhy = "is no regular file";
-    return S_ISREG(oFile.st_mode);
+    return S_ISREG(oFile.st_mode) ? CFault() : CFault("is no regular file");
 }
 
 bool StoreFile_Run(sqlite3* poFile, const char* szSql)

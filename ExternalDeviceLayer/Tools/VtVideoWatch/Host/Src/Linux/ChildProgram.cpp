@@ -102,22 +102,20 @@ int Spawn(const std::string& rszProgram, int iInput, pid_t& riChild)
 
 } // namespace
 
-bool ChildProgram_Run(const std::string& rszProgram, const std::string& rszInput, uint32_t uiTimeOutMs,
-                      const std::atomic<bool>& rbIsToEnd, std::string& rszFault)
+CFault ChildProgram_Run(const std::string& rszProgram, const std::string& rszInput, uint32_t uiTimeOutMs,
+                        const std::atomic<bool>& rbIsToEnd)
 {
     std::array<int, 2> aiPair = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) != 0)
     {
-        rszFault = std::strerror(errno);
-        return false;
+        return CFault(std::strerror(errno));
     }
     CFile oOurs(aiPair[0]);
     CFile oTheirs(aiPair[1]);
     pid_t iChild = -1;
     if (const int iError = Spawn(rszProgram, oTheirs.Get(), iChild); iError != 0)
     {
-        rszFault = std::strerror(iError);
-        return false;
+        return CFault(std::strerror(iError));
     }
     oTheirs.Close();
     const uint64_t uiUntilNs = ReadMonotonicNs() + uiTimeOutMs * uiNsPerMs;
@@ -127,8 +125,7 @@ bool ChildProgram_Run(const std::string& rszProgram, const std::string& rszInput
     const bool bHasEnded = Await(oProcess.Get(), POLLIN, uiUntilNs, rbIsToEnd);
     if (!bHasEnded && rbIsToEnd.load())
     {
-        rszFault = "the watch ended first";
-        return false;
+        return CFault("the watch ended first");
     }
     if (!bHasEnded)
     {
@@ -136,8 +133,13 @@ bool ChildProgram_Run(const std::string& rszProgram, const std::string& rszInput
     }
     int iStatus = 0;
     waitpid(iChild, &iStatus, 0);
-    rszFault = !bHasEnded             ? "took longer than " + std::to_string(uiTimeOutMs / 1000) + " s"
-               : WIFSIGNALED(iStatus) ? "ended by signal " + std::to_string(WTERMSIG(iStatus))
-                                      : "ended with " + std::to_string(WEXITSTATUS(iStatus));
-    return bHasEnded && WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0;
+    if (!bHasEnded)
+    {
+        return CFault("took longer than " + std::to_string(uiTimeOutMs / 1000) + " s");
+    }
+    if (WIFSIGNALED(iStatus))
+    {
+        return CFault("ended by signal " + std::to_string(WTERMSIG(iStatus)));
+    }
+    return WEXITSTATUS(iStatus) == 0 ? CFault() : CFault("ended with " + std::to_string(WEXITSTATUS(iStatus)));
 }

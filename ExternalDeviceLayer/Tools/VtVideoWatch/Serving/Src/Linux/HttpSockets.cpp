@@ -232,20 +232,14 @@ void HttpSockets_LowerThreadPriority()
     static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), iServerNice));
 }
 
-struct CSignalsBlocked::SMask
-{
-    sigset_t oBefore;
-};
-
-CSignalsBlocked::CSignalsBlocked() : m_poMask(new SMask)
+CSignalsBlocked::CSignalsBlocked()
 {
     sigset_t oAll;
     sigfillset(&oAll);
-    pthread_sigmask(SIG_SETMASK, &oAll, &m_poMask->oBefore);
+    pthread_sigmask(SIG_SETMASK, &oAll, &m_oBefore);
 }
 
 CSignalsBlocked::~CSignalsBlocked()
 {
-    pthread_sigmask(SIG_SETMASK, &m_poMask->oBefore, nullptr);
-    delete m_poMask;
+    pthread_sigmask(SIG_SETMASK, &m_oBefore, nullptr);
 }
