@@ -8,6 +8,7 @@
 
 #include "FeedTracker.h"
 #include "FieldOrder.h"
+#include "PacingHistogram.h"
 #include "QueueTracker.h"
 
 namespace
