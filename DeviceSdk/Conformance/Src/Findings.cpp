@@ -11,7 +11,7 @@ namespace
 
 constexpr size_t uiFaultsShown = 4;
 
-std::string Format(const char* szFormat, va_list oArguments)
+[[gnu::format(printf, 1, 0)]] std::string Format(const char* szFormat, va_list oArguments)
 {
     std::array<char, 512> szText{};
     std::vsnprintf(szText.data(), szText.size(), szFormat, oArguments);
