@@ -50,6 +50,7 @@ typedef enum VtBoard_CustomCallId VT_AS_UINT32
     VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT = 9,
     VtBoard_CustomCallId_GET_TICK_CLOCK = 0x4C580001, /* far from the makers' own numbers, which count from 0 */
     VtBoard_CustomCallId_GET_SHARED_CLOCK = 0x4C580002,
+    VtBoard_CustomCallId_GET_SET_BUFFER_KIND = 0x4C580003,
     VtBoard_CustomCallId_FORCE32 = 0x7FFFFFFF
 } VtBoard_CustomCallId;
 
@@ -99,6 +100,23 @@ typedef struct VtBoard_SharedClockOut
     int64_t iOffsetNs;   /* what the shared clock showed at tick 0, ns; where that clock begins is the board's matter */
 } VtBoard_SharedClockOut;
 
+/* How a board comes to its set-buffer counters. */
+enum VtBoard_SetBufferKind
+{
+    VtBoard_SetBufferKind_COUNTED = 0,  /* each buffer that is set is counted */
+    VtBoard_SetBufferKind_ESTIMATED = 1 /* from looks at what is shown: some buffers may be missed */
+};
+
+/*
+ * Output block of GET_SET_BUFFER_KIND, 8 bytes; there is no input block. A board that does not know this call counts.
+ * The answer is the same at every call, for all outputs.
+ */
+typedef struct VtBoard_SetBufferKindOut
+{
+    uint32_t uiKind;     /* a VtBoard_SetBufferKind */
+    uint32_t uiReserved; /* 0 */
+} VtBoard_SetBufferKindOut;
+
 /*
  * Reads the frequency of the reference counter behind every timestamp of the chip.
  *   hDev        in   the chip
@@ -147,12 +165,14 @@ static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_Ca
               "the blocks of the skip count are 4 and 16 bytes");
 static_assert(sizeof(VtBoard_TickClockOut) == 16 && sizeof(VtBoard_SharedClockOut) == 16,
               "the blocks of the clocks are 16 bytes");
+static_assert(sizeof(VtBoard_SetBufferKindOut) == 8, "the block of the set-buffer kind is 8 bytes");
 #else
 _Static_assert(sizeof(VtBoard_ConnectorInfo) == 100, "the connector record is 100 bytes");
 _Static_assert(sizeof(VtBoard_CaptureSkipBufferCountIn) == 4 && sizeof(VtBoard_CaptureSkipBufferCountOut) == 16,
                "the blocks of the skip count are 4 and 16 bytes");
 _Static_assert(sizeof(VtBoard_TickClockOut) == 16 && sizeof(VtBoard_SharedClockOut) == 16,
                "the blocks of the clocks are 16 bytes");
+_Static_assert(sizeof(VtBoard_SetBufferKindOut) == 8, "the block of the set-buffer kind is 8 bytes");
 #endif
 
 #endif

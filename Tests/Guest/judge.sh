@@ -34,6 +34,16 @@ named() { case $(description "$1" "$2") in "$3"*) ;; *) return 1 ;; esac; }
 described() { plain "$1" | grep -F "[$2] - " | grep -qF -- "$3"; }
 nth() { awk -v n="$1" 'NR == n { print; exit }'; }
 
+# asked <record> <V: video, d: display> <number of the request>...: how often such requests were made.
+asked() { awk -v type="$2" -v numbers=" ${*:3} " '$1 == type && index(numbers, " " $2 " ") { n += $3 } END { print n + 0 }' "$1.requests"; }
+# What changes a device, or takes it: S_FMT, REQBUFS, QBUF, DQBUF, STREAMON, S_PARM, S_STD, S_CTRL, S_INPUT, S_EDID,
+# S_PRIORITY, S_EXT_CTRLS, S_DV_TIMINGS, CREATE_BUFS, S_SELECTION and a poll for data; SET_MASTER, SETCRTC, CURSOR,
+# SETPROPERTY, PAGE_FLIP, DIRTYFB, SETPLANE, OBJ_SETPROPERTY, ATOMIC.
+leaves_alone() {
+    [ -s "$1.requests" ] && [ "$(asked "$1" V 5 8 15 17 18 22 24 28 39 41 68 72 87 92 95)" = 0 ] && [ "$(asked "$1" P 0)" = 0 ] &&
+        [ "$(asked "$1" d 30 162 163 171 176 177 183 186 188)" = 0 ]
+}
+
 # within <value> <expected> <largest relative difference>
 within() { awk -v a="$1" -v b="$2" -v r="$3" 'BEGIN { d = a - b; if (d < 0) d = -d; exit !(a != "" && b > 0 && d <= b * r) }'; }
 between() { awk -v a="$1" -v b="$2" -v c="$3" 'BEGIN { exit !(a != "" && b != "" && a + 0 >= b && a + 0 <= c) }'; }

@@ -11,7 +11,7 @@ sInstances=/sys/kernel/tracing/instances
 named() { grep -lx "$1" /proc/[0-9]*/comm 2>/dev/null | cut -d / -f 3; }
 
 # watch <record> <switches> <keys...>: runs the tool. A key is pressed when its turn comes, a number is a wait in
-# seconds, -NAME sends a signal, !NAME kills another program; the last key is q. The tool runs as asUser, if that is set.
+# seconds, -NAME sends a signal, !NAME kills another program, %NAME asks it to end; the last key is q. The tool runs as asUser, if that is set.
 watch() {
     local szRecord=$1 szTool="VtVideoMonitor $2" szKey
     shift 2
@@ -20,6 +20,7 @@ watch() {
         case $szKey in
             [0-9]*) sleep "$szKey" ;;
             -*) kill "$szKey" $(named VtVideoMonitor) ;;
+            %*) kill -TERM $(named "${szKey#%}") ;;
             !*) kill -KILL $(named "${szKey#!}") ;;
             *) printf %s "$szKey" ;;
         esac
@@ -46,6 +47,9 @@ fields() { su "${asUser:-root}" -s /bin/sh -c "exec GuestFields $2 $3 $4" >"/rec
 
 # faulty <fault> <command...>: as GuestFault makes it (its GUEST_FAULT).
 faulty() { local szFault=$1; shift; GUEST_FAULT=$szFault LD_PRELOAD=/test/libGuestFault.so "$@"; }
+
+# logged <record> <command...>: how often each request was made to a device (GUEST_LOG of GuestFault).
+logged() { local szRecord=$1; shift; GUEST_LOG=/records/$szRecord.requests LD_PRELOAD=/test/libGuestFault.so "$@"; }
 
 # trace_on; trace_off <minor> <record>: what the kernel says of the buffers that a node's owner dequeues.
 trace_on() { echo 512 >/sys/kernel/tracing/buffer_size_kb; echo 1 >/sys/kernel/tracing/events/v4l2/v4l2_dqbuf/enable; }

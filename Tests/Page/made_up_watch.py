@@ -55,7 +55,7 @@ def stream(index, name, direction="input", **changes):
         "line_seconds": 14.83e-6, "period_seconds": 1001 / 60000,
         "counters": dict.fromkeys(
             ("fields", "fields_observed", "fields_lost", "fields_unobserved", "fields_repeated", "counter_backward",
-             "fields_early", "fields_late", "phase_steps", "signal_losses", "timing_changes", "format_changes",
+             "counter_forward", "fields_early", "fields_late", "phase_steps", "signal_losses", "timing_changes", "format_changes",
              "state_changes", "buffers_skipped", "buffers_set", "buffers_repeated", "buffers_overwritten",
              "wait_time_outs", "late_wakes", "signal_lost_seconds", "running_seconds", "watched_seconds"), 0),
         "rates": [{"window": "10s", "hz": 59.940060, "stderr_hz": 1e-6, "ppm": 0.01, "stderr_ppm": 0.02}],

@@ -199,6 +199,23 @@ void SharedClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiChip)
     roFindings.Expect(bShared, "GET_SHARED_CLOCK names the clock %u, which no other chip has", oFirst.uiClockId);
 }
 
+// A board whose counters of set buffers are exact need not know the call.
+void SetBufferKind(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
+{
+    constexpr uint32_t uiSetBufferKind = VtBoard_CustomCallId_GET_SET_BUFFER_KIND;
+    VtBoard_SetBufferKindOut oOut{};
+    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiSetBufferKind, nullptr, 0, &oOut, sizeof(oOut));
+    if (eStatus == VtStatus_UNSUPPORTED)
+    {
+        return;
+    }
+    roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_SET_BUFFER_KIND");
+    roFindings.Expect(oOut.uiKind <= VtBoard_SetBufferKind_ESTIMATED,
+                      "GET_SET_BUFFER_KIND names the kind %u, which is none", oOut.uiKind);
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiSetBufferKind, nullptr, 0, nullptr, sizeof(oOut)),
+                            VtStatus_INVALID_PARAM, "GET_SET_BUFFER_KIND without an output block");
+}
+
 void PixelFormatNames(CFindings& roFindings, VtDevice_Handle, uint32_t)
 {
     std::array<char, VtTextSize_PIXEL_FORMAT_NAME> szName{};
@@ -246,6 +263,7 @@ std::span<const SCheck> DeviceChecks()
                TickClock},
         SCheck{"a clock that the chip shares is one of another chip too, and stays, or the call is unsupported",
                SharedClock},
+        SCheck{"set buffers are counted in a way that there is, or the call is unsupported", SetBufferKind},
         SCheck{"pixel formats have their names, unknown ones too", PixelFormatNames},
         SCheck{"the debug channel takes any text and never as a format", DebugChannel},
     };

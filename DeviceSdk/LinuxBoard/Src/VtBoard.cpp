@@ -88,6 +88,17 @@ VtStatus ReadSkipCount(CChip& roChip, const void* pvIn, uint32_t uiInSize, void*
     return VtStatus_OK;
 }
 
+/* An answer that is always the same. */
+template <typename TOut> VtStatus Tell(const TOut& roAnswer, uint32_t uiInSize, void* pvOut, uint32_t uiOutSize)
+{
+    if (uiInSize != 0 || pvOut == nullptr || uiOutSize != sizeof(TOut))
+    {
+        return VtStatus_INVALID_PARAM;
+    }
+    *static_cast<TOut*>(pvOut) = roAnswer;
+    return VtStatus_OK;
+}
+
 } // namespace
 
 VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
@@ -103,12 +114,9 @@ VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* p
     case VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT:
         return ReadSkipCount(*poChip, pvIn, uiInSize, pvOut, uiOutSize);
     case VtBoard_CustomCallId_GET_TICK_CLOCK:
-        if (uiInSize != 0 || pvOut == nullptr || uiOutSize != sizeof(VtBoard_TickClockOut))
-        {
-            return VtStatus_INVALID_PARAM;
-        }
-        *static_cast<VtBoard_TickClockOut*>(pvOut) = {VtBoard_ClockId_MONOTONIC, 0, 0};
-        return VtStatus_OK;
+        return Tell(VtBoard_TickClockOut{VtBoard_ClockId_MONOTONIC, 0, 0}, uiInSize, pvOut, uiOutSize);
+    case VtBoard_CustomCallId_GET_SET_BUFFER_KIND:
+        return Tell(VtBoard_SetBufferKindOut{VtBoard_SetBufferKind_ESTIMATED, 0}, uiInSize, pvOut, uiOutSize);
     default:
         return VtStatus_UNSUPPORTED;
     }

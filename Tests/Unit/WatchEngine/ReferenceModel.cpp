@@ -175,8 +175,8 @@ void CReferenceModel::TakeCounter(const SFieldRecord& roRecord)
     }
     else if (iCounted < 0 || iCounted > iElapsed)
     {
-        m_aoFacts.push_back(
-            {EWatchEventKind::COUNTER_BACKWARD, roRecord.uiTick, 1, m_poLast->uiFieldCounter, roRecord.uiFieldCounter});
+        m_aoFacts.push_back({iCounted < 0 ? EWatchEventKind::COUNTER_BACKWARD : EWatchEventKind::COUNTER_FORWARD,
+                             roRecord.uiTick, 1, m_poLast->uiFieldCounter, roRecord.uiFieldCounter});
         TakeMissing(roRecord, static_cast<uint64_t>(iElapsed - 1));
     }
     else

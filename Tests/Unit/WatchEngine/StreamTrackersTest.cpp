@@ -30,7 +30,7 @@ std::string ToText(const SCadence& roCadence)
 // An output whose fields show what a list says: 1 for another picture, 0 for one more time.
 struct SFeed
 {
-    CFeedTracker oTracker{uiFrequency};
+    CFeedTracker oTracker{uiFrequency, false};
     uint64_t uiField = 1;
     std::vector<SFeedResult> aoNotes;
     uint64_t uiBeyond = 0;
@@ -134,6 +134,36 @@ TEST(FeedTracker, AllowsASlowFeedItsOwnRepeats)
     EXPECT_TRUE(oFeed.aoNotes.empty());
     oFeed.Repeat({500}, 2.0);
     EXPECT_FALSE(oFeed.aoNotes.empty());
+}
+
+TEST(FeedTracker, ForgivesAnEstimateTwoOddRunsASecondAndNoMore)
+{
+    for (const std::initializer_list<int> aiRuns : {std::initializer_list<int>{1}, {2}, {3, 2}})
+    {
+        SFeed oFeed;
+        oFeed.oTracker = CFeedTracker(uiFrequency, true);
+        for (int iRound = 0; iRound < 5; ++iRound)
+        {
+            oFeed.Repeat(aiRuns, 4.0);
+            oFeed.Show(0); // a picture is seen a field late, and the next one in time
+            oFeed.uiField += 90;
+            static_cast<void>(oFeed.oTracker.Take(90, 50, oFeed.uiField * uiPeriod));
+        }
+        EXPECT_TRUE(oFeed.aoNotes.empty());
+        EXPECT_EQ(oFeed.uiBeyond, 0U);
+        EXPECT_TRUE(oFeed.oTracker.GetCadence().IsKnown());
+        oFeed.Repeat(aiRuns, 4.0);
+        oFeed.Repeat({4}, 0.3);
+        EXPECT_FALSE(oFeed.aoNotes.empty()) << "more than its errors";
+        oFeed.Repeat(aiRuns, 4.0);
+        oFeed.aoNotes.clear();
+        for (int iField = 0; iField < 180; ++iField)
+        {
+            oFeed.Show(0);
+        }
+        EXPECT_TRUE(oFeed.oTracker.IsStalled());
+        EXPECT_FALSE(oFeed.oTracker.GetCadence().IsKnown()) << "no estimate misses so much";
+    }
 }
 
 TEST(FeedTracker, SeesNoRuleInADesktop)

@@ -127,6 +127,7 @@ void WatchReference::CompareStream(uint32_t uiIndex)
     EXPECT_EQ(roCounters.uiFieldsUnobserved, roModel.CountFacts(FIELDS_UNOBSERVED, uiTick));
     EXPECT_EQ(roCounters.uiFieldsRepeated, roModel.CountFacts(COUNTER_REPEATED, uiTick));
     EXPECT_EQ(roCounters.uiCounterBackward, roModel.CountFacts(COUNTER_BACKWARD, uiTick));
+    EXPECT_EQ(roCounters.uiCounterForward, roModel.CountFacts(COUNTER_FORWARD, uiTick));
     EXPECT_EQ(roCounters.uiFieldsEarly, roModel.CountFacts(FIELD_EARLY, uiTick));
     EXPECT_EQ(roCounters.uiFieldsLate, roModel.CountFacts(FIELD_LATE, uiTick));
     EXPECT_EQ(roCounters.uiPhaseSteps, roModel.CountFacts(PHASE_STEPPED, uiTick));
@@ -290,7 +291,7 @@ void WatchReference::CompareGroupEvents()
     std::vector<TChange> aoTold;
     for (const SWatchEvent& roEvent : m_aoNewEvents)
     {
-        if (roEvent.eKind >= EWatchEventKind::GROUP_FORMED)
+        if (roEvent.eKind >= EWatchEventKind::GROUP_FORMED && roEvent.eKind <= EWatchEventKind::GROUP_ENDED)
         {
             aoTold.emplace_back(roEvent.eKind, roEvent.uiGroup, roEvent.uiMembers);
         }
@@ -339,8 +340,9 @@ void WatchReference::CompareEvents(uint32_t uiIndex)
     std::erase_if(aoEvents,
                   [&](const SWatchEvent& roEvent)
                   {
-                      return roEvent.oKey.uiIndex != uiIndex || roEvent.eKind >= EWatchEventKind::LOCK_CHANGED ||
-                             roEvent.eKind <= EWatchEventKind::WATCH_ENDED;
+                      return roEvent.oKey.uiIndex != uiIndex || roEvent.eKind <= EWatchEventKind::WATCH_ENDED ||
+                             (roEvent.eKind >= EWatchEventKind::LOCK_CHANGED &&
+                              roEvent.eKind != EWatchEventKind::COUNTER_FORWARD);
                   });
     std::ranges::stable_sort(aoEvents, {},
                              [](const SWatchEvent& roEvent) { return std::pair(roEvent.eKind, roEvent.uiTick); });

@@ -80,7 +80,8 @@ constexpr SCadence Cadence_Unpack(uint64_t uiPacked)
 // What an output is fed.
 struct SFeedFigures
 {
-    bool bHasFed = false; // a buffer was set while it was watched
+    bool bIsEstimated = false; // the board estimates how many buffers were set
+    bool bHasFed = false;      // a buffer was set while it was watched
     SCadence oCadence;
     int64_t iCadenceSinceUtcNs = 0;
     bool bIsStalled = false;

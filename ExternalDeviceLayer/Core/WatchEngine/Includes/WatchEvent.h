@@ -19,7 +19,7 @@ enum class EWatchEventKind : uint8_t
     FIELDS_LOST,         // uiCount fields that a waiting thread was not given; flSeconds: the longest run of them
     FIELDS_UNOBSERVED,   // uiCount fields while the watcher was late; says nothing about the signal
     COUNTER_REPEATED,    // uiCount fields whose counter did not move
-    COUNTER_BACKWARD,    // or forward without the time for it; uiBefore, uiAfter: field counters
+    COUNTER_BACKWARD,    // uiBefore, uiAfter: field counters
     FIELD_EARLY,         // uiCount fields; flSeconds: the largest deviation from the grid, negative
     FIELD_LATE,          // uiCount fields; flSeconds: the largest deviation from the grid
     PHASE_STEPPED,       // the grid itself moved by flSeconds and stays there
@@ -42,6 +42,7 @@ enum class EWatchEventKind : uint8_t
     DESCRIPTION_CHANGED, // uiGroup: EDescriptionMember; uiBefore, uiAfter: its values
     INCIDENT_BEGAN,      // of the stream of its first fault; uiGroup, its number; uiBefore: EHealthDomain
     INCIDENT_ENDED,      // likewise; flSeconds: how long it lasted; uiAfter: what was lost
+    COUNTER_FORWARD,     // without the time for it; uiBefore, uiAfter: field counters
     COUNT
 };
 

@@ -16,6 +16,7 @@ struct SWatchSettings
     int32_t iReferenceOutput = -1;
     bool bTicksAreMonotonic = false; // the board says that its ticks count CLOCK_MONOTONIC
     int64_t iTickOffsetNs = 0;       // what that showed at tick 0, when they do
+    bool bSetsAreEstimated = false;  // the board says that its set-buffer counters are estimates
     uint64_t uiEventsBefore = 0;     // events are numbered on from here
 };
 

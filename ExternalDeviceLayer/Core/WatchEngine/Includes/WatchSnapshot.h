@@ -71,7 +71,8 @@ struct SStreamCounters
     uint64_t uiFieldsLost = 0;       // we waited, and the board delivered nothing
     uint64_t uiFieldsUnobserved = 0; // we were late
     uint64_t uiFieldsRepeated = 0;   // the counter did not move
-    uint64_t uiCounterBackward = 0;  // the counter went back, or forward without the time for it
+    uint64_t uiCounterBackward = 0;  // the counter went back
+    uint64_t uiCounterForward = 0;   // the counter went forward without the time for it
     uint64_t uiFieldsEarly = 0;      // off the grid
     uint64_t uiFieldsLate = 0;       // off the grid
     uint64_t uiPhaseSteps = 0;

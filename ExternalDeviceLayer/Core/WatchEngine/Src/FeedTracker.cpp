@@ -6,7 +6,7 @@
 void CFeedTracker::Restart()
 {
     const bool bHasFed = m_bHasFed;
-    *this = CFeedTracker(static_cast<uint32_t>(m_uiSecond));
+    *this = CFeedTracker(static_cast<uint32_t>(m_uiSecond), m_bIsEstimated);
     m_bHasFed = bHasFed;
 }
 
@@ -62,7 +62,7 @@ void CFeedTracker::TakeRepeat(int64_t iFields, uint64_t uiTick, SFeedResult& roR
         m_uiDueTick = uiTick;
     }
     m_uiRun += static_cast<uint32_t>(std::min<int64_t>(iFields, 1'000'000));
-    if (uiDue > 0 && m_uiRun > uiDue)
+    if (uiDue > 0 && m_uiRun > uiDue + GetSlack(uiTick))
     {
         m_bIsBroken = true;
         Break(uiTick, roResult);
@@ -84,6 +84,10 @@ void CFeedTracker::TakeRun(uint64_t uiTick, SFeedResult& roResult)
 {
     if (m_oCadence.IsKnown() && m_uiRun != GetDueRun())
     {
+        if (IsOfEstimate(uiTick))
+        {
+            return;
+        }
         Break(uiTick, roResult);
     }
     for (uint32_t uiLength = 1; uiLength <= SCadence::msc_uiMostRuns; ++uiLength)
@@ -145,6 +149,21 @@ void CFeedTracker::SetCadence(const SCadence& roCadence, uint64_t uiTick, SFeedR
 uint32_t CFeedTracker::GetDueRun() const
 {
     return GetRun(m_oCadence.uiNbOfRuns);
+}
+
+// By how much the present run may be too long: a picture that was missed adds its own run.
+uint32_t CFeedTracker::GetSlack(uint64_t uiTick) const
+{
+    const bool bIsPast = m_auiOddTicks[0] != 0 && uiTick - m_auiOddTicks[0] <= m_uiSecond;
+    return m_bIsEstimated && !bIsPast ? *std::ranges::max_element(m_oCadence.auiRuns) : 0;
+}
+
+// Whether an odd run is taken for an error of the estimate.
+bool CFeedTracker::IsOfEstimate(uint64_t uiTick)
+{
+    const bool bIs = m_uiRun <= GetDueRun() + GetSlack(uiTick) && GetSlack(uiTick) > 0;
+    m_auiOddTicks = {m_auiOddTicks[1], uiTick};
+    return bIs;
 }
 
 uint64_t CFeedTracker::GetPatience() const

@@ -5,6 +5,9 @@
  * five runs that has repeated itself for a second and three times at least; the shortest that does. It breaks with the
  * first field that brings a picture too early, or none where one was due. A gap in the fields leaves it alone. A feed
  * is stalled when no picture has come for a second and for three times the longest of its last eight runs.
+ *
+ * Where the board estimates what was set, a look that it missed makes an odd run or two. They break nothing, and repeat
+ * nothing, while there are no more than two of them within a second and none is longer than a missed picture makes it.
  */
 #ifndef FEED_TRACKER_H
 #define FEED_TRACKER_H
@@ -31,7 +34,10 @@ struct SFeedResult
 class CFeedTracker
 {
 public:
-    explicit CFeedTracker(uint32_t uiTickFrequencyHz) : m_uiSecond(uiTickFrequencyHz) {}
+    CFeedTracker(uint32_t uiTickFrequencyHz, bool bIsEstimated)
+        : m_uiSecond(uiTickFrequencyHz), m_bIsEstimated(bIsEstimated)
+    {
+    }
 
     /* The signal begins anew. */
     void Restart();
@@ -57,9 +63,13 @@ private:
     void SetCadence(const SCadence& roCadence, uint64_t uiTick, SFeedResult& roResult);
     uint32_t GetRun(uint32_t uiBack) const { return m_auiRuns[(m_uiNbOfRuns - uiBack) % msc_uiRuns]; }
     uint32_t GetDueRun() const;
+    uint32_t GetSlack(uint64_t uiTick) const;
+    bool IsOfEstimate(uint64_t uiTick);
     uint64_t GetPatience() const;
 
     uint64_t m_uiSecond; // ticks
+    bool m_bIsEstimated;
+    std::array<uint64_t, 2> m_auiOddTicks = {}; // the last odd runs, older one first
     bool m_bHasFed = false;
     bool m_bHasStarted = false; // a field has come since the restart
     bool m_bIsRunWhole = false; // the present run was seen from its begin, field by field

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "BufferVerdict.h"
-
 namespace
 {
 
@@ -99,8 +97,11 @@ int64_t CFieldCount::TakeRepeated(const SFieldRecord& roRecord, double flPeriod)
 
 void CFieldCount::TakeJump(const SFieldRecord& roRecord)
 {
-    ++m_roOutput.GetCounters().uiCounterBackward;
-    SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::COUNTER_BACKWARD, roRecord.uiTick);
+    const bool bIsBack = static_cast<int64_t>(roRecord.uiFieldCounter - m_oLast.uiFieldCounter) < 0;
+    SStreamCounters& roCounters = m_roOutput.GetCounters();
+    ++(bIsBack ? roCounters.uiCounterBackward : roCounters.uiCounterForward);
+    SWatchEvent oEvent = m_roOutput.MakeEvent(
+        bIsBack ? EWatchEventKind::COUNTER_BACKWARD : EWatchEventKind::COUNTER_FORWARD, roRecord.uiTick);
     oEvent.uiBefore = m_oLast.uiFieldCounter;
     oEvent.uiAfter = roRecord.uiFieldCounter;
     m_roOutput.AddEvent(oEvent, roRecord.uiArrivalNs);
@@ -131,8 +132,12 @@ void CFieldCount::TakeGap(const SFieldRecord& roRecord, int64_t iMissing, double
 
 void CFieldCount::TakeBuffers(const SFieldRecord& roRecord, int64_t iFields)
 {
-    const SBufferVerdict oVerdict =
-        BufferVerdict_Get(roRecord.uiSetBufferCounter - m_oLast.uiSetBufferCounter, iFields);
+    const uint64_t uiGrowth = roRecord.uiSetBufferCounter - m_oLast.uiSetBufferCounter;
+    SBufferVerdict oVerdict = BufferVerdict_Get(uiGrowth, iFields);
+    if (m_roOutput.GetContext().bSetsAreEstimated)
+    {
+        oVerdict = {oVerdict.uiSet, m_oRepeats.Take(iFields, uiGrowth, roRecord.uiTick), 0};
+    }
     SStreamCounters& roCounters = m_roOutput.GetCounters();
     roCounters.uiBuffersSet += oVerdict.uiSet;
     roCounters.uiBuffersRepeated += oVerdict.uiRepeated;

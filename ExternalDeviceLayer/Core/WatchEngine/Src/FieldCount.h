@@ -8,6 +8,7 @@
 #include <array>
 #include <span>
 
+#include "BufferVerdict.h"
 #include "FieldAccounting.h"
 #include "FieldIntake.h"
 #include "Instant.h"
@@ -15,7 +16,10 @@
 class CFieldCount
 {
 public:
-    explicit CFieldCount(CStreamOutput& roOutput) : m_roOutput(roOutput) {}
+    explicit CFieldCount(CStreamOutput& roOutput)
+        : m_roOutput(roOutput), m_oRepeats(roOutput.GetContext().uiTickFrequencyHz)
+    {
+    }
 
     /* Takes in the end of a wait, before anything else is made of it. */
     void TakeWait(const STakenRecord& roTaken, double flPeriod);
@@ -52,6 +56,7 @@ private:
     CStreamOutput& m_roOutput;
     SFieldRecord m_oLast = {}; // field
     CWaitTrace m_oTrace;
+    CEstimatedRepeats m_oRepeats;
     int64_t m_iForeseen = 0; // missing fields behind the last one that have been judged before what ends their gap
     size_t m_uiNbOfGaps = 0;
     std::array<SFieldGap, msc_uiMostGaps> m_aoGaps = {};

@@ -134,6 +134,7 @@ void CStreamPictures::Analyse(const SClockReading& roClock)
     if (m_roOutput.IsOutput())
     {
         SFeedFigures& roFeed = roFigures.oFeed;
+        roFeed.bIsEstimated = m_roOutput.GetContext().bSetsAreEstimated;
         roFeed.bHasFed = m_oFeed.HasFed();
         roFeed.oCadence = m_oFeed.GetCadence();
         roFeed.iCadenceSinceUtcNs = roFeed.oCadence.IsKnown() ? GetUtcNs(m_oFeed.GetCadenceTick(), roClock) : 0;

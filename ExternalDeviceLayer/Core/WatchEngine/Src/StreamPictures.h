@@ -15,7 +15,7 @@ class CStreamPictures
 public:
     explicit CStreamPictures(CStreamOutput& roOutput)
         : m_roOutput(roOutput),
-          m_oFeed(roOutput.GetContext().uiTickFrequencyHz),
+          m_oFeed(roOutput.GetContext().uiTickFrequencyHz, roOutput.GetContext().bSetsAreEstimated),
           m_oQueue(roOutput.GetContext().uiTickFrequencyHz)
     {
     }

@@ -85,12 +85,14 @@ struct SWatchContext
 {
     SWatchContext(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
         : uiTickFrequencyHz(roSettings.uiTickFrequencyHz),
+          bSetsAreEstimated(roSettings.bSetsAreEstimated),
           oClock(roSettings),
           oEvents(roSettings, uiNbOfInputs, uiNbOfOutputs)
     {
     }
 
     uint32_t uiTickFrequencyHz;
+    bool bSetsAreEstimated;
     CTickClock oClock;
     CEventQueue oEvents;
     CStallList oStalls;

@@ -28,6 +28,7 @@ struct SBoardFacts
     uint32_t uiTickFrequencyHz = 0;
     bool bTicksAreMonotonic = false; // the board says so, and then:
     int64_t iTickOffsetNs = 0;       // CLOCK_MONOTONIC at tick 0
+    bool bSetsAreEstimated = false;  // the set-buffer counters of its outputs, the board says
 };
 
 // The channels of one direction, by index.

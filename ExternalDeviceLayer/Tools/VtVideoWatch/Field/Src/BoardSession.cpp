@@ -52,6 +52,10 @@ void CBoardSession::ReadFacts()
         m_oFacts.bTicksAreMonotonic = true;
         m_oFacts.iTickOffsetNs = oClock.iOffsetNs;
     }
+    VtBoard_SetBufferKindOut oKind = {};
+    m_oFacts.bSetsAreEstimated = VtBoard_CustomCall(m_poSetup->hDev, VtBoard_CustomCallId_GET_SET_BUFFER_KIND, nullptr,
+                                                    0, &oKind, sizeof(oKind)) == VtStatus_OK &&
+                                 oKind.uiKind == VtBoard_SetBufferKind_ESTIMATED;
 }
 
 CFault CBoardSession::CountStreams()

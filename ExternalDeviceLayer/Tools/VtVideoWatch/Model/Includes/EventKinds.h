@@ -73,6 +73,7 @@ constexpr std::array<SEventKind, static_cast<size_t>(EWatchEventKind::COUNT)> ao
     {.eKind = EWatchEventKind::DESCRIPTION_CHANGED, .szName = "description_changed", .eValues = EEventValues::MEMBER},
     {.eKind = EWatchEventKind::INCIDENT_BEGAN, .szName = "incident_began", .bIsOfIncident = true},
     {.eKind = EWatchEventKind::INCIDENT_ENDED, .szName = "incident_ended", .bHasSeconds = true, .bIsOfIncident = true},
+    {.eKind = EWatchEventKind::COUNTER_FORWARD, .szName = "counter_forward", .eValues = EEventValues::NUMBER},
 }};
 static_assert(std::ranges::all_of(aoEventKinds, [](const SEventKind& roKind)
                                   { return &roKind == &aoEventKinds[static_cast<size_t>(roKind.eKind)]; }));

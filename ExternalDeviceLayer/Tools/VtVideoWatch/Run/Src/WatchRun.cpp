@@ -43,6 +43,7 @@ SWatchSettings AddBoard(SWatchSettings oSettings, const SBoardFacts& roFacts)
     oSettings.uiTickFrequencyHz = roFacts.uiTickFrequencyHz;
     oSettings.bTicksAreMonotonic = roFacts.bTicksAreMonotonic;
     oSettings.iTickOffsetNs = roFacts.iTickOffsetNs;
+    oSettings.bSetsAreEstimated = roFacts.bSetsAreEstimated;
     return oSettings;
 }
 

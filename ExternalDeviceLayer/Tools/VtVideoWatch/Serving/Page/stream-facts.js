@@ -36,8 +36,8 @@ function fieldFacts(counters) {
     ],
     ["Early, late fields", `${format.count(counters.fields_early)}, ${format.count(counters.fields_late)}`],
     [
-      "Counter repeated, went back",
-      `${format.count(counters.fields_repeated)}, ${format.count(counters.counter_backward)}`,
+      "Counter repeated, went back, ahead",
+      [counters.fields_repeated, counters.counter_backward, counters.counter_forward].map(format.count).join(", "),
     ],
     ["Phase steps", format.count(counters.phase_steps)],
     ["Changes of timing, format, state", changes.map(format.count).join(", ")],
@@ -91,6 +91,7 @@ function feedFacts(json) {
     ["Stalled since", sinceText(feed?.stalled_since)],
     ["Stalls, changes of cadence", feed && `${format.count(feed.stalls)}, ${format.count(feed.cadence_changes)}`],
     ["Repeated beyond the cadence", feed && format.count(feed.repeated_beyond_cadence)],
+    ["Buffers set are", feed?.estimated && "an estimate of the board's"],
     ["Fields swapped since", sinceText(order?.swapped_since)],
   ];
 }

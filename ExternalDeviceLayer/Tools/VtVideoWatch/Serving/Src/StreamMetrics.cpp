@@ -49,6 +49,8 @@ constexpr SCounterMetric aoCounters[] = {
      [](Counters roCounters) { return roCounters.uiFieldsRepeated; }, EOnly::BOTH, ETold::MOVED},
     {"vt_video_fields_backward_total", "Times that the field counter went back.",
      [](Counters roCounters) { return roCounters.uiCounterBackward; }, EOnly::BOTH, ETold::MOVED},
+    {"vt_video_fields_forward_total", "Times that the field counter went ahead of the time.",
+     [](Counters roCounters) { return roCounters.uiCounterForward; }, EOnly::BOTH, ETold::MOVED},
     {"vt_video_fields_early_total", "Fields that started early against the grid.",
      [](Counters roCounters) { return roCounters.uiFieldsEarly; }, EOnly::BOTH, ETold::MOVED},
     {"vt_video_fields_late_total", "Fields that started late against the grid.",

@@ -54,7 +54,8 @@ CJson FromFeed(const SStreamFigures& roStream)
             {"stalled_since", roFeed.bIsStalled ? CJson(WatchTexts_GetUtc(roFeed.iStalledSinceUtcNs)) : CJson()},
             {"stalls", roStream.oCounters.uiFeedStalls},
             {"cadence_changes", roStream.oCounters.uiCadenceChanges},
-            {"repeated_beyond_cadence", roStream.oCounters.uiRepeatedBeyond}};
+            {"repeated_beyond_cadence", roStream.oCounters.uiRepeatedBeyond},
+            {"estimated", roFeed.bIsEstimated}};
 }
 
 // Only bins that hold something, by their number.

@@ -35,6 +35,7 @@ CJson FromCounters(const SStreamCounters& roCounters)
             {"fields_unobserved", roCounters.uiFieldsUnobserved},
             {"fields_repeated", roCounters.uiFieldsRepeated},
             {"counter_backward", roCounters.uiCounterBackward},
+            {"counter_forward", roCounters.uiCounterForward},
             {"fields_early", roCounters.uiFieldsEarly},
             {"fields_late", roCounters.uiFieldsLate},
             {"phase_steps", roCounters.uiPhaseSteps},
