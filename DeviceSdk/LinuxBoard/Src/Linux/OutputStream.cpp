@@ -153,6 +153,11 @@ void COutputStream::FindSignal()
     {
         m_eSignal = ESignal::OFF;
     }
+    // Whoever asks for the timings before the first wait finds the signal for that wait, too.
+    if (m_eSignal == ESignal::RUNNING)
+    {
+        KeepQueueFull();
+    }
 }
 
 /* While fields run the watch looks; otherwise nobody does, and there are no fields that asking could cost. */
@@ -257,14 +262,7 @@ VtStatus COutputStream::WaitForFieldStart(uint32_t uiTimeOutMs, SFieldStart& roF
     {
         LookForCard(MonotonicClock_NowNs());
     }
-    if (m_eSignal != ESignal::RUNNING && m_eSignal != ESignal::GONE)
-    {
-        FindSignal();
-        if (m_eSignal == ESignal::RUNNING)
-        {
-            KeepQueueFull();
-        }
-    }
+    AskIfStill();
     for (;; uiNowNs = MonotonicClock_NowNs())
     {
         if (IsDark())
