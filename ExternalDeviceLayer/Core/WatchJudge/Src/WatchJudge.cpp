@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 #include "IncidentList.h"
 #include "StreamFindings.h"
@@ -189,7 +190,7 @@ uint64_t GetAwayGrowth(SJudgedStream& roStream, const SDomainFinding& roFinding,
         roStream.uiAwayTold = 0;
         return 0;
     }
-    const auto uiSoFar = static_cast<uint64_t>(flAway * flRateHz + 0.5);
+    const auto uiSoFar = static_cast<uint64_t>(std::llround(flAway * flRateHz));
     const uint64_t uiGrowth = uiSoFar - std::min(uiSoFar, roStream.uiAwayTold);
     roStream.uiAwayTold = roFinding.flAwaySeconds >= 0.0 ? std::max(uiSoFar, roStream.uiAwayTold) : 0;
     return uiGrowth;

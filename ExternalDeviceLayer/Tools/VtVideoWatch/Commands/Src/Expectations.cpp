@@ -100,8 +100,8 @@ CFault ReadDescription(const CJson& roDescription, SStreamExpectation& roTold)
     const auto aoMembers = DescriptionMembers_Get();
     for (const auto& [szName, roValue] : roDescription.items())
     {
-        const auto itMember = std::ranges::find_if(aoMembers, [&](const SDescriptionMember& roMember)
-                                                   { return szName == roMember.szName; });
+        const auto itMember = std::ranges::find_if(aoMembers, [&szWanted = szName](const SDescriptionMember& roMember)
+                                                   { return szWanted == roMember.szName; });
         if (itMember == aoMembers.end() || !roValue.is_number_unsigned())
         {
             return CFault("'description': '" + szName + "' is no member, or not a number");

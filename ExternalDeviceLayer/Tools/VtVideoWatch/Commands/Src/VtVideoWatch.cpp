@@ -23,7 +23,7 @@ int main(int argc, char* argv[])
     std::string szText;
     const std::vector<std::string> aszArguments(argv + (argc > 0 ? 1 : 0), argv + argc);
     const std::optional<int> iStatus = WatchOptions_Parse(aszArguments, ReadClockNs(CLOCK_REALTIME), oOptions, szText);
-    if (iStatus == iExitOk || iStatus == iExitUnknown)
+    if (iStatus.value_or(iExitUsage) != iExitUsage)
     {
         std::fputs(szText.c_str(), stdout);
         return *iStatus;

@@ -28,8 +28,9 @@ CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, c
             if (!oValue)
             {
                 const char* szWhy = fnWhy == nullptr ? nullptr : fnWhy(rszText);
-                throw CLI::ValidationError(
-                    szName, "'" + rszText + "': " + (szWhy == nullptr ? "" : szWhy + std::string("; ")) + szExpected);
+                std::string szFault = "'" + rszText + "': ";
+                szFault += szWhy == nullptr ? "" : szWhy + std::string("; ");
+                throw CLI::ValidationError(szName, szFault + szExpected);
             }
             fnTake(*oValue);
         }

@@ -21,16 +21,17 @@ constexpr uint32_t uiMostRecorderSeconds = 3600;
 // Changes of a stream that are remembered; the oldest give way.
 constexpr uint32_t uiMostDescriptions = 32;
 
+// A page of memory with what stands before the records.
+constexpr uint32_t uiRecorderBlockBytes = 4096 - 24;
+
 // A run of records of one stream.
 struct SRecorderBlock
 {
-    static constexpr uint32_t uiBytes = 4096 - 24;
-
     uint32_t uiStream = 0; // inputs first, then outputs
     uint32_t uiUsedBytes = 0;
     uint64_t uiFirstArrivalNs = 0;
     uint64_t uiLastArrivalNs = 0;
-    uint8_t auiBytes[uiBytes] = {};
+    uint8_t auiBytes[uiRecorderBlockBytes] = {};
 };
 
 // A copy of what a recorder held at one moment.
@@ -76,7 +77,7 @@ public:
     {
         const uint32_t uiStream = GetRow(roStream);
         SOpenBlock& roOpen = m_aoOpen[uiStream];
-        if (roOpen.poBlock->uiUsedBytes + uiMostPackedBytes > SRecorderBlock::uiBytes)
+        if (roOpen.poBlock->uiUsedBytes + uiMostPackedBytes > uiRecorderBlockBytes)
         {
             Seal(uiStream, roRecord.uiArrivalNs);
         }

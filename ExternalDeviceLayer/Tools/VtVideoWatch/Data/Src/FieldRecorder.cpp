@@ -16,7 +16,7 @@ constexpr uint64_t uiBytesPerField =
 size_t CountBlocks(uint32_t uiNbOfStreams, uint32_t uiSeconds)
 {
     const uint64_t uiBytes = uint64_t{uiNbOfStreams} * uiSeconds * uiMostFieldsPerSecond * uiBytesPerField;
-    return uiBytes / SRecorderBlock::uiBytes + uiNbOfStreams + 1;
+    return uiBytes / uiRecorderBlockBytes + uiNbOfStreams + 1;
 }
 
 // Whether both describe the same stream at work; how full its queue is and when it was asked does not matter.

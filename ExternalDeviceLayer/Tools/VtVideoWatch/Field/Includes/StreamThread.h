@@ -59,6 +59,7 @@ struct SStreamChannel
  *   poSetup    in  shared by all
  *   poChannel  in  where it hands over
  */
-CFault StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel);
+CFault StreamThread_Start(const std::shared_ptr<SStreamSetup>& rpoSetup,
+                          const std::shared_ptr<SStreamChannel>& rpoChannel);
 
 #endif

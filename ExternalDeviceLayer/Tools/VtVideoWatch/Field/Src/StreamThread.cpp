@@ -39,15 +39,16 @@ void ThreadBody(const std::shared_ptr<SStreamSetup>& rpoSetup, const std::shared
 
 } // namespace
 
-CFault StreamThread_Start(std::shared_ptr<SStreamSetup> poSetup, std::shared_ptr<SStreamChannel> poChannel)
+CFault StreamThread_Start(const std::shared_ptr<SStreamSetup>& rpoSetup,
+                          const std::shared_ptr<SStreamChannel>& rpoChannel)
 {
-    poSetup->uiRunning.fetch_add(1);
+    rpoSetup->uiRunning.fetch_add(1);
     std::thread oThread;
-    CFault oFault = Thread_Start(oThread, StreamId_Print(poChannel->oKey),
-                                 [poSetup, poChannel] { ThreadBody(poSetup, poChannel); });
+    CFault oFault = Thread_Start(oThread, StreamId_Print(rpoChannel->oKey),
+                                 [poSetup = rpoSetup, poChannel = rpoChannel] { ThreadBody(poSetup, poChannel); });
     if (oFault)
     {
-        poSetup->uiRunning.fetch_sub(1);
+        rpoSetup->uiRunning.fetch_sub(1);
         return oFault;
     }
     oThread.detach();

@@ -14,8 +14,6 @@
 
 #include "WatchClocks.h"
 
-extern char** environ;
-
 namespace
 {
 
