@@ -1,6 +1,4 @@
 /*
-
-
  * Entry of the interface: loading, the chip, the debug channel.
  */
 #include "SdkExport.h"
@@ -35,7 +33,7 @@ void Veltrano_UnLoad(void)
 
 VtStatus VtDebug_WriteMsg(VtDevice_Handle hDev, const char* szMsg)
 {
-    if (CBoard::Get().GetChips().Find(hDev) == nullptr || szMsg == nullptr)
+    if (CBoard::Get().EnterChip(hDev) == nullptr || szMsg == nullptr)
     {
         return VtStatus_INVALID_PARAM;
     }

@@ -1,6 +1,4 @@
 /*
-
-
  * Queries of the board: connectors are the outputs, then the inputs.
  */
 #include "SdkExport.h"
@@ -12,7 +10,7 @@
 
 VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFreqHz)
 {
-    if (CBoard::Get().GetChips().Find(hDev) == nullptr || puiFreqHz == nullptr)
+    if (CBoard::Get().EnterChip(hDev) == nullptr || puiFreqHz == nullptr)
     {
         return VtStatus_INVALID_PARAM;
     }
@@ -22,7 +20,7 @@ VtStatus VtBoard_GetTickReferenceFrequency(VtDevice_Handle hDev, uint32_t* puiFr
 
 VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (poChip == nullptr || puiCount == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -34,7 +32,7 @@ VtStatus VtBoard_GetConnectorCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtBoard_GetConnectorInfo(VtDevice_Handle hDev, uint32_t uiConnectorIndex,
                                   VtBoard_ConnectorInfo* poConnectorInfo)
 {
-    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (poChip == nullptr || poConnectorInfo == nullptr || poConnectorInfo->uiSize != sizeof(VtBoard_ConnectorInfo))
     {
         return VtStatus_INVALID_PARAM;
@@ -104,7 +102,7 @@ template <typename TOut> VtStatus Tell(const TOut& roAnswer, uint32_t uiInSize, 
 VtStatus VtBoard_CustomCall(VtDevice_Handle hDev, uint32_t uiCall, const void* pvIn, uint32_t uiInSize, void* pvOut,
                             uint32_t uiOutSize)
 {
-    CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (poChip == nullptr)
     {
         return VtStatus_INVALID_PARAM;

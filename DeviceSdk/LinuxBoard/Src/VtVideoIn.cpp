@@ -1,6 +1,4 @@
 /*
-
-
  * Video inputs of the interface: checks handles and outputs, and leaves the rest to the stream.
  */
 #include "SdkExport.h"
@@ -10,7 +8,7 @@
 
 VtStatus VtVideoIn_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (poChip == nullptr || puiCount == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -22,7 +20,7 @@ VtStatus VtVideoIn_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtVideoIn_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMode eAccessMode,
                              VtVideoIn_Handle* phVideoIn)
 {
-    CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (phVideoIn != nullptr)
     {
         *phVideoIn = nullptr;
@@ -42,18 +40,18 @@ VtStatus VtVideoIn_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMod
     {
         return eStatus;
     }
-    *phVideoIn = CBoard::Get().GetInputs().Add(std::move(poStream));
+    *phVideoIn = CBoard::Get().AddInput(std::move(poStream));
     return *phVideoIn != nullptr ? VtStatus_OK : VtStatus_RESOURCES_BUSY;
 }
 
 VtStatus VtVideoIn_ReleaseHandle(VtVideoIn_Handle hVideoIn)
 {
-    return CBoard::Get().GetInputs().Remove(hVideoIn) ? VtStatus_OK : VtStatus_INVALID_PARAM;
+    return CBoard::Get().CloseInput(hVideoIn) ? VtStatus_OK : VtStatus_INVALID_PARAM;
 }
 
 VtStatus VtVideoIn_GetDetectedVideoParameters(VtVideoIn_Handle hVideoIn, VtVideo_VidParam* poVidParam)
 {
-    CInputStream* poStream = CBoard::Get().GetInputs().Find(hVideoIn);
+    const auto poStream = CBoard::Get().EnterInput(hVideoIn);
     if (poStream == nullptr || poVidParam == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -64,7 +62,7 @@ VtStatus VtVideoIn_GetDetectedVideoParameters(VtVideoIn_Handle hVideoIn, VtVideo
 VtStatus VtVideoIn_WaitForFieldStart(VtVideoIn_Handle hVideoIn, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,
                                      uint64_t* puiTickRefCounter, VtBool* pbIsTopField)
 {
-    CInputStream* poStream = CBoard::Get().GetInputs().Find(hVideoIn);
+    const auto poStream = CBoard::Get().EnterInput(hVideoIn);
     if (poStream == nullptr || puiFieldCounter == nullptr || puiTickRefCounter == nullptr || pbIsTopField == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -85,7 +83,7 @@ VtStatus VtVideoIn_GetCaptureState(VtVideoIn_Handle hVideoIn, VtVideoIn_State* p
                                    uint32_t* puiReadyBufferCount, uint32_t* puiLoanBufferCount,
                                    uint32_t* puiInternalBufferCount)
 {
-    CInputStream* poStream = CBoard::Get().GetInputs().Find(hVideoIn);
+    const auto poStream = CBoard::Get().EnterInput(hVideoIn);
     if (poStream == nullptr || peState == nullptr || puiTotalBufferCount == nullptr || puiReadyBufferCount == nullptr ||
         puiLoanBufferCount == nullptr || puiInternalBufferCount == nullptr)
     {
@@ -109,7 +107,7 @@ VtStatus VtVideoIn_GetCaptureState(VtVideoIn_Handle hVideoIn, VtVideoIn_State* p
 VtStatus VtVideoIn_GetBufferAttributes(VtVideoIn_Handle hVideoIn, uint32_t* puiWidth, uint32_t* puiHeight,
                                        VtPixelFormat* pePixelFormat, uint32_t* puiNbOfBuffer)
 {
-    CInputStream* poStream = CBoard::Get().GetInputs().Find(hVideoIn);
+    const auto poStream = CBoard::Get().EnterInput(hVideoIn);
     if (poStream == nullptr || puiWidth == nullptr || puiHeight == nullptr || pePixelFormat == nullptr ||
         puiNbOfBuffer == nullptr)
     {

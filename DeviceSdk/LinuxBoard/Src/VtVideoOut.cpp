@@ -1,6 +1,4 @@
 /*
-
-
  * Video outputs of the interface: checks handles and outputs, and leaves the rest to the stream.
  */
 #include "SdkExport.h"
@@ -9,7 +7,7 @@
 
 VtStatus VtVideoOut_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 {
-    const CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (poChip == nullptr || puiCount == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -21,7 +19,7 @@ VtStatus VtVideoOut_GetCount(VtDevice_Handle hDev, uint32_t* puiCount)
 VtStatus VtVideoOut_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMode eAccessMode,
                               VtVideoOut_Handle* phVideoOut)
 {
-    CChip* poChip = CBoard::Get().GetChips().Find(hDev);
+    const auto poChip = CBoard::Get().EnterChip(hDev);
     if (phVideoOut != nullptr)
     {
         *phVideoOut = nullptr;
@@ -41,19 +39,19 @@ VtStatus VtVideoOut_GetHandle(VtDevice_Handle hDev, uint32_t uiIndex, VtAccessMo
     {
         return eStatus;
     }
-    *phVideoOut = CBoard::Get().GetOutputs().Add(std::move(poStream));
+    *phVideoOut = CBoard::Get().AddOutput(std::move(poStream));
     return *phVideoOut != nullptr ? VtStatus_OK : VtStatus_RESOURCES_BUSY;
 }
 
 VtStatus VtVideoOut_ReleaseHandle(VtVideoOut_Handle hVideoOut)
 {
-    return CBoard::Get().GetOutputs().Remove(hVideoOut) ? VtStatus_OK : VtStatus_INVALID_PARAM;
+    return CBoard::Get().CloseOutput(hVideoOut) ? VtStatus_OK : VtStatus_INVALID_PARAM;
 }
 
 VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTimeOutMs, uint64_t* puiFieldCounter,
                                       uint64_t* puiSetBufferCounter, uint64_t* puiTickRefCounter, VtBool* pbIsTopField)
 {
-    COutputStream* poStream = CBoard::Get().GetOutputs().Find(hVideoOut);
+    const auto poStream = CBoard::Get().EnterOutput(hVideoOut);
     if (poStream == nullptr || puiFieldCounter == nullptr || puiSetBufferCounter == nullptr ||
         puiTickRefCounter == nullptr || pbIsTopField == nullptr)
     {
@@ -75,7 +73,7 @@ VtStatus VtVideoOut_WaitForFieldStart(VtVideoOut_Handle hVideoOut, uint32_t uiTi
 
 VtStatus VtVideoOut_GetVideoParameters(VtVideoOut_Handle hVideoOut, VtVideo_VidParam* poVidParam)
 {
-    COutputStream* poStream = CBoard::Get().GetOutputs().Find(hVideoOut);
+    const auto poStream = CBoard::Get().EnterOutput(hVideoOut);
     if (poStream == nullptr || poVidParam == nullptr)
     {
         return VtStatus_INVALID_PARAM;
@@ -86,7 +84,7 @@ VtStatus VtVideoOut_GetVideoParameters(VtVideoOut_Handle hVideoOut, VtVideo_VidP
 VtStatus VtVideoOut_GetBufferAttributes(VtVideoOut_Handle hVideoOut, VtPixelFormat* pePixelFormat, uint32_t* puiWidth,
                                         uint32_t* puiHeight, uint64_t* puiLuid)
 {
-    COutputStream* poStream = CBoard::Get().GetOutputs().Find(hVideoOut);
+    const auto poStream = CBoard::Get().EnterOutput(hVideoOut);
     if (poStream == nullptr || pePixelFormat == nullptr || puiWidth == nullptr || puiHeight == nullptr ||
         puiLuid == nullptr)
     {
@@ -97,7 +95,7 @@ VtStatus VtVideoOut_GetBufferAttributes(VtVideoOut_Handle hVideoOut, VtPixelForm
 
 VtStatus VtVideoOut_GetPowerState(VtVideoOut_Handle hVideoOut, VtVideoOut_PowerState* pePowerState)
 {
-    COutputStream* poStream = CBoard::Get().GetOutputs().Find(hVideoOut);
+    const auto poStream = CBoard::Get().EnterOutput(hVideoOut);
     if (poStream == nullptr || pePowerState == nullptr)
     {
         return VtStatus_INVALID_PARAM;

@@ -18,7 +18,7 @@ struct SRuntime
     std::mutex oMutex;
     std::shared_ptr<CBoard> poBoard; // guarded by oMutex
     bool bLoaded = false;            // guarded by oMutex; also when the scenario was refused
-    CHandleTable oHandles;
+    CHandles oHandles;
     std::array<std::atomic<uint64_t>, uiOperations> auiCalls{};
 };
 
@@ -42,6 +42,15 @@ bool OpenTruth(const SScenario& roScenario, std::unique_ptr<CTruthFile>& rpoTrut
         (void)std::fprintf(stderr, "%s\n", TextLine_OfFault(roScenario.szTruthFile, oFault).c_str());
     }
     return rpoTruth != nullptr;
+}
+
+void EndWaits(SHandle& roHandle)
+{
+    roHandle.oReader.oSleeper.Interrupt();
+    if (roHandle.poStream != nullptr)
+    {
+        roHandle.poStream->Wake();
+    }
 }
 
 } // namespace
@@ -149,7 +158,7 @@ void Board_UnLoad()
         poBoard.swap(roRuntime.poBoard);
         roRuntime.bLoaded = false;
     }
-    roRuntime.oHandles.CloseAll();
+    roRuntime.oHandles.CloseAll(&EndWaits);
     if (poBoard == nullptr)
     {
         return;
@@ -176,9 +185,47 @@ std::shared_ptr<CBoard> Board_Get()
     return roRuntime.poBoard;
 }
 
-CHandleTable& Board_GetHandles()
+CHandles& Board_GetHandles()
 {
     return GetRuntime().oHandles;
+}
+
+void* Board_Open(EHandleKind eKind, CChip& roChip, CStream* poStream, bool bWriter)
+{
+    auto poHandle = std::make_unique<SHandle>();
+    poHandle->poChip = &roChip;
+    poHandle->poStream = poStream;
+    poHandle->bWriter = bWriter;
+    poHandle->oReader.uiNext.store(poStream == nullptr ? 0 : poStream->GetOpeningField(), std::memory_order_relaxed);
+    void* hHandle = GetRuntime().oHandles.Open(eKind, std::move(poHandle));
+    if (hHandle != nullptr && poStream != nullptr)
+    {
+        poStream->GetOpenCount().fetch_add(1);
+    }
+    return hHandle;
+}
+
+bool Board_Close(const void* hStream, EHandleKind eKind)
+{
+    return GetRuntime().oHandles.Close(hStream, eKind,
+                                       [](SHandle& roHandle)
+                                       {
+                                           roHandle.poStream->GetOpenCount().fetch_sub(1);
+                                           roHandle.poStream->GetWriterCount().fetch_sub(roHandle.bWriter ? 1 : 0);
+                                           EndWaits(roHandle);
+                                       });
+}
+
+void Board_Interrupt(const CChip& roChip)
+{
+    GetRuntime().oHandles.ForEach(
+        [&roChip](SHandle& roHandle)
+        {
+            if (roHandle.poChip == &roChip)
+            {
+                EndWaits(roHandle);
+            }
+        });
 }
 
 void Board_CountCall(EOperation eOperation)
@@ -208,10 +255,10 @@ uint64_t Board_GetCalls(size_t uiOperation)
 }
 
 CDeviceCall::CDeviceCall(VtDevice_Handle hDev, EOperation eOperation, std::optional<uint32_t> uiStreamIndex)
-    : m_poSlot(Board_GetHandles().Enter(reinterpret_cast<uintptr_t>(hDev), EHandleKind::DEVICE))
+    : m_poHandle(Board_GetHandles().Enter(hDev, EHandleKind::DEVICE))
 {
     Board_CountCall(eOperation);
-    if (m_poSlot == nullptr)
+    if (m_poHandle == nullptr)
     {
         return;
     }
@@ -226,18 +273,10 @@ CDeviceCall::CDeviceCall(VtDevice_Handle hDev, EOperation eOperation, std::optio
     m_eStatus = m_bRefused ? VtStatus_FAIL : VtStatus_OK;
 }
 
-CDeviceCall::~CDeviceCall()
-{
-    if (m_poSlot != nullptr)
-    {
-        CHandleTable::Leave(*m_poSlot);
-    }
-}
-
 CStreamCall::CStreamCall(const void* hStream, EHandleKind eKind, EOperation eOperation)
-    : m_poSlot(Board_GetHandles().Enter(reinterpret_cast<uintptr_t>(hStream), eKind))
+    : m_poHandle(Board_GetHandles().Enter(hStream, eKind))
 {
-    if (m_poSlot == nullptr)
+    if (m_poHandle == nullptr)
     {
         Board_CountCall(eOperation);
         return;
@@ -253,16 +292,8 @@ CStreamCall::CStreamCall(const void* hStream, EHandleKind eKind, EOperation eOpe
     m_eStatus = m_bRefused ? VtStatus_FAIL : VtStatus_OK;
 }
 
-CStreamCall::~CStreamCall()
-{
-    if (m_poSlot != nullptr)
-    {
-        CHandleTable::Leave(*m_poSlot);
-    }
-}
-
 uint64_t CStreamCall::GetCurrentField() const
 {
-    const uint64_t uiNext = m_poSlot->oReader.uiNext.load(std::memory_order_relaxed);
+    const uint64_t uiNext = m_poHandle->oReader.uiNext.load(std::memory_order_relaxed);
     return GetStream().GetCurrentField(uiNext > 0 ? uiNext - 1 : 0);
 }

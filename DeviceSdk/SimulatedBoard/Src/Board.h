@@ -33,8 +33,8 @@ public:
     CFaults& GetFaults() { return m_roFaults; }
     bool IsGone() const;
     void Remove();
-    /* The device's one handle; 0 until it is opened. */
-    std::atomic<uint64_t>& GetHandle() { return m_uiHandle; }
+    /* The device's one handle; null until it is opened. */
+    std::atomic<void*>& GetHandle() { return m_hDevice; }
 
 private:
     const SChip m_oSpec;
@@ -43,7 +43,7 @@ private:
     CFaults& m_roFaults;
     const CBoardClock m_oClock;
     std::atomic<uint64_t> m_uiRemovalTicks;
-    std::atomic<uint64_t> m_uiHandle{0};
+    std::atomic<void*> m_hDevice{nullptr};
     std::deque<CStream> m_aoInputs;
     std::deque<CStream> m_aoOutputs;
 };
@@ -70,7 +70,24 @@ bool Board_Load();
 void Board_UnLoad();
 /* The loaded board; null when there is none. */
 std::shared_ptr<CBoard> Board_Get();
-CHandleTable& Board_GetHandles();
+
+// What a handle stands for. On cache lines of its own, so that callers of different handles do not disturb each other.
+struct alignas(64) SHandle
+{
+    CChip* poChip = nullptr;
+    CStream* poStream = nullptr; // null for a device
+    bool bWriter = false;
+    SReader oReader;
+};
+using CHandles = CHandleTable<SHandle, 2048>;
+
+CHandles& Board_GetHandles();
+/* Null when every handle is taken. poStream null: a device. */
+void* Board_Open(EHandleKind eKind, CChip& roChip, CStream* poStream, bool bWriter);
+/* Ends the waits on a stream's handle; false when it is none, or somebody else just closed it. */
+bool Board_Close(const void* hStream, EHandleKind eKind);
+/* Ends the sleep of every wait on a chip. */
+void Board_Interrupt(const CChip& roChip);
 
 /* Calls of operations that reach no stream. */
 void Board_CountCall(EOperation eOperation);
@@ -81,19 +98,16 @@ class CDeviceCall
 {
 public:
     CDeviceCall(VtDevice_Handle hDev, EOperation eOperation, std::optional<uint32_t> uiStreamIndex = std::nullopt);
-    ~CDeviceCall();
-    CDeviceCall(const CDeviceCall&) = delete;
-    CDeviceCall& operator=(const CDeviceCall&) = delete;
 
     /* When true the operation returns GetStatus() and does nothing else. */
     bool IsRefused() const { return m_bRefused; }
     /* Refused on purpose, by the scenario. */
     bool IsInjected() const { return m_bInjected; }
     VtStatus GetStatus() const { return m_eStatus; }
-    CChip& GetChip() const { return *m_poSlot->poChip; }
+    CChip& GetChip() const { return *m_poHandle->poChip; }
 
 private:
-    SHandleSlot* m_poSlot;
+    const CHandles::CEntry m_poHandle;
     bool m_bRefused = true;
     bool m_bInjected = false;
     VtStatus m_eStatus = VtStatus_INVALID_PARAM;
@@ -104,22 +118,19 @@ class CStreamCall
 {
 public:
     CStreamCall(const void* hStream, EHandleKind eKind, EOperation eOperation);
-    ~CStreamCall();
-    CStreamCall(const CStreamCall&) = delete;
-    CStreamCall& operator=(const CStreamCall&) = delete;
 
     bool IsRefused() const { return m_bRefused; }
     VtStatus GetStatus() const { return m_eStatus; }
-    CStream& GetStream() const { return *m_poSlot->poStream; }
-    SHandleSlot& GetSlot() const { return *m_poSlot; }
+    CStream& GetStream() const { return *m_poHandle->poStream; }
+    SReader& GetReader() const { return m_poHandle->oReader; }
     const CStreamModel& GetModel() const { return GetStream().GetModel(); }
     /* The field that a query speaks of. */
     uint64_t GetCurrentField() const;
     /* Whether the handle was found; a refused call of a found handle still ends it when it was to. */
-    bool HasHandle() const { return m_poSlot != nullptr; }
+    bool HasHandle() const { return m_poHandle != nullptr; }
 
 private:
-    SHandleSlot* m_poSlot;
+    const CHandles::CEntry m_poHandle;
     bool m_bRefused = true;
     VtStatus m_eStatus = VtStatus_INVALID_PARAM;
 };

@@ -14,7 +14,7 @@ VtStatus StreamOperations_GetCount(VtDevice_Handle hDev, EOperation eOperation, 
 
 // Any number of readers beside one writer.
 VtStatus StreamOperations_Open(const CDeviceCall& roCall, EDirection eDirection, uint32_t uiIndex,
-                               VtAccessMode eAccessMode, uint64_t& ruiHandle)
+                               VtAccessMode eAccessMode, void*& rhStream)
 {
     CChip& roChip = roCall.GetChip();
     std::deque<CStream>& roaoStreams = roChip.GetStreams(eDirection);
@@ -30,23 +30,19 @@ VtStatus StreamOperations_Open(const CDeviceCall& roCall, EDirection eDirection,
         return VtStatus_RESOURCES_BUSY;
     }
     const EHandleKind eKind = eDirection == EDirection::INPUT ? EHandleKind::INPUT : EHandleKind::OUTPUT;
-    ruiHandle = Board_GetHandles().Open(eKind, &roChip, &roStream, bWriter);
-    if (ruiHandle == 0 && bWriter)
+    rhStream = Board_Open(eKind, roChip, &roStream, bWriter);
+    if (rhStream == nullptr && bWriter)
     {
         roStream.GetWriterCount().fetch_sub(1);
     }
-    return ruiHandle == 0 ? VtStatus_OUT_OF_RESOURCES : VtStatus_OK;
+    return rhStream == nullptr ? VtStatus_OUT_OF_RESOURCES : VtStatus_OK;
 }
 
 // A handle is given back even when the scenario or a lost device has the call fail.
 VtStatus StreamOperations_Release(const void* hStream, EHandleKind eKind, EOperation eOperation)
 {
     const CStreamCall oCall(hStream, eKind, eOperation);
-    if (!oCall.HasHandle() || !Board_GetHandles().Close(oCall.GetSlot(), reinterpret_cast<uintptr_t>(hStream)))
-    {
-        return VtStatus_INVALID_PARAM;
-    }
-    return oCall.GetStatus();
+    return Board_Close(hStream, eKind) ? oCall.GetStatus() : VtStatus_INVALID_PARAM;
 }
 
 VtStatus StreamOperations_Wait(const CStreamCall& roCall, uint32_t uiTimeOutMs, bool bOutputs, SFieldStart& roField)
@@ -60,7 +56,7 @@ VtStatus StreamOperations_Wait(const CStreamCall& roCall, uint32_t uiTimeOutMs, 
         roCall.GetStream().CountFailedWait();
         return roCall.IsRefused() ? roCall.GetStatus() : VtStatus_INVALID_PARAM;
     }
-    return roCall.GetStream().Wait(roCall.GetSlot().oReader, uiTimeOutMs, roField);
+    return roCall.GetStream().Wait(roCall.GetReader(), uiTimeOutMs, roField);
 }
 
 VtStatus StreamOperations_GetParameters(const CStreamCall& roCall, VtVideo_VidParam* poVidParam)

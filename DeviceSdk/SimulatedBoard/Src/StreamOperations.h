@@ -10,9 +10,9 @@
 VtStatus StreamOperations_GetCount(VtDevice_Handle hDev, EOperation eOperation, EDirection eDirection,
                                    uint32_t* puiCount);
 
-/* A stream's handle as a number, 0 for none. */
+/* rhStream: the handle, null for none. */
 VtStatus StreamOperations_Open(const CDeviceCall& roCall, EDirection eDirection, uint32_t uiIndex,
-                               VtAccessMode eAccessMode, uint64_t& ruiHandle);
+                               VtAccessMode eAccessMode, void*& rhStream);
 
 template <typename THandle>
 VtStatus StreamOperations_GetHandle(VtDevice_Handle hDev, EOperation eOperation, EDirection eDirection,
@@ -28,9 +28,9 @@ VtStatus StreamOperations_GetHandle(VtDevice_Handle hDev, EOperation eOperation,
     {
         return oCall.GetStatus();
     }
-    uint64_t uiHandle = 0;
-    const VtStatus eStatus = StreamOperations_Open(oCall, eDirection, uiIndex, eAccessMode, uiHandle);
-    *phStream = reinterpret_cast<THandle>(uiHandle);
+    void* hStream = nullptr;
+    const VtStatus eStatus = StreamOperations_Open(oCall, eDirection, uiIndex, eAccessMode, hStream);
+    *phStream = static_cast<THandle>(hStream);
     return eStatus;
 }
 

@@ -48,13 +48,13 @@ VtDevice_Handle Veltrano_GetDevice(uint32_t uiChipIndex)
         return nullptr;
     }
     CChip& roChip = poBoard->GetChips()[uiChipIndex];
-    uint64_t uiHandle = roChip.GetHandle().load();
-    if (uiHandle == 0)
+    void* hDevice = roChip.GetHandle().load();
+    if (hDevice == nullptr)
     {
-        uiHandle = Board_GetHandles().Open(EHandleKind::DEVICE, &roChip, nullptr, false);
-        roChip.GetHandle().store(uiHandle);
+        hDevice = Board_Open(EHandleKind::DEVICE, roChip, nullptr, false);
+        roChip.GetHandle().store(hDevice);
     }
-    return reinterpret_cast<VtDevice_Handle>(uiHandle);
+    return static_cast<VtDevice_Handle>(hDevice);
 }
 
 void Veltrano_UnLoad(void)

@@ -176,7 +176,7 @@ VtStatus VtSim_RemoveDevice(uint32_t uiChip)
     }
     CChip& roChip = poBoard->GetChips()[uiChip];
     roChip.Remove();
-    Board_GetHandles().Interrupt(roChip);
+    Board_Interrupt(roChip);
     return VtStatus_OK;
 }
 
@@ -254,5 +254,8 @@ VtStatus VtSim_GetDebugMsg(uint32_t uiIndex, char* szMsg, uint32_t uiSize)
 
 uint32_t VtSim_GetOpenHandleCount(void)
 {
-    return Board_GetHandles().CountOpenStreams();
+    uint32_t uiOpen = 0;
+    Board_GetHandles().ForEach([&uiOpen](const SHandle& roHandle)
+                               { uiOpen += roHandle.poStream != nullptr ? 1U : 0U; });
+    return uiOpen;
 }

@@ -76,24 +76,33 @@ TEST(Ticks, AreRoundedAndNeverGoBack)
 
 TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
 {
-    using CTable = CHandleTable<int*, int>;
-    CTable oTable;
-    int* hFirst = oTable.Add(std::make_unique<int>(1));
-    CTable oOtherKind;
-    EXPECT_EQ(oTable.Find(oOtherKind.Add(std::make_unique<int>(2))), nullptr);
-    EXPECT_NE(oTable.Find(hFirst), nullptr);
-    EXPECT_TRUE(oTable.Remove(hFirst) && !oTable.Remove(hFirst));
-    int* hSecond = oTable.Add(std::make_unique<int>(2));
-    EXPECT_NE(hSecond, hFirst);
-    for (int* hBad : {hFirst, static_cast<int*>(nullptr), reinterpret_cast<int*>(uintptr_t{77})})
+    constexpr auto eKind = EHandleKind::INPUT;
+    CHandleTable<std::shared_ptr<int>, 3> oTable;
+    const auto poKept = std::make_shared<int>(1);
+    const auto Open = [&] { return oTable.Open(eKind, std::make_unique<std::shared_ptr<int>>(poKept)); };
+    void* hFirst = Open();
+    EXPECT_TRUE(oTable.Enter(hFirst, EHandleKind::OUTPUT) == nullptr && !oTable.Close(hFirst, EHandleKind::OUTPUT));
     {
-        EXPECT_EQ(oTable.Find(hBad), nullptr);
+        const auto poInside = oTable.Enter(hFirst, eKind);
+        ASSERT_FALSE(poInside == nullptr);
+        EXPECT_TRUE(oTable.Close(hFirst, eKind) && !oTable.Close(hFirst, eKind));
+        EXPECT_EQ(poKept.use_count(), 2) << "somebody is still inside";
     }
-    for (size_t uiSlot = 1; uiSlot < CTable::msc_uiSlots; uiSlot++)
+    EXPECT_EQ(poKept.use_count(), 1) << "the last one has left";
+    void* hLast = nullptr;
+    for (uint32_t uiSlot = 0; uiSlot < 3; uiSlot++)
     {
-        ASSERT_NE(oTable.Add(std::make_unique<int>(0)), nullptr);
+        hLast = Open();
+        ASSERT_FALSE(oTable.Enter(hLast, eKind) == nullptr);
     }
-    EXPECT_EQ(oTable.Add(std::make_unique<int>(0)), nullptr);
-    oTable.Clear();
-    EXPECT_EQ(oTable.Find(hSecond), nullptr);
+    EXPECT_EQ(Open(), nullptr);
+    for (const void* hBad :
+         {static_cast<const void*>(hFirst), static_cast<const void*>(nullptr),
+          reinterpret_cast<const void*>(uintptr_t{77}), reinterpret_cast<const void*>(~uintptr_t{0})})
+    {
+        EXPECT_TRUE(oTable.Enter(hBad, eKind) == nullptr);
+    }
+    oTable.CloseAll();
+    EXPECT_TRUE(oTable.Enter(hLast, eKind) == nullptr);
+    EXPECT_EQ(poKept.use_count(), 1);
 }

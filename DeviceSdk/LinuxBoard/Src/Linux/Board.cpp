@@ -121,16 +121,16 @@ VtDevice_Handle CBoard::OpenChip()
     Report(roDevices);
     if (!roDevices.aoInputs.empty() || !roDevices.aoOutputs.empty())
     {
-        m_hChip = m_oChips.Add(std::move(poChip));
+        m_hChip = static_cast<VtDevice_Handle>(m_oChips.Open(EHandleKind::DEVICE, std::move(poChip)));
     }
     return m_hChip;
 }
 
 void CBoard::Unload()
 {
-    m_oInputs.Clear();
-    m_oOutputs.Clear();
-    m_oChips.Clear();
+    m_oInputs.CloseAll();
+    m_oOutputs.CloseAll();
+    m_oChips.CloseAll();
     GiveBack_End();
     m_hChip = nullptr;
     m_bScanned = false;

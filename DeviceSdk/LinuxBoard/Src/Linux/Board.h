@@ -47,14 +47,28 @@ public:
      */
     VtDevice_Handle OpenChip();
 
-    CHandleTable<VtDevice_Handle, CChip>& GetChips() { return m_oChips; }
-    CHandleTable<VtVideoIn_Handle, CInputStream>& GetInputs() { return m_oInputs; }
-    CHandleTable<VtVideoOut_Handle, COutputStream>& GetOutputs() { return m_oOutputs; }
+    /* What a handle stands for, which lives as long as the entry; null when it is none. */
+    auto EnterChip(VtDevice_Handle hDev) { return m_oChips.Enter(hDev, EHandleKind::DEVICE); }
+    auto EnterInput(VtVideoIn_Handle hVideoIn) { return m_oInputs.Enter(hVideoIn, EHandleKind::INPUT); }
+    auto EnterOutput(VtVideoOut_Handle hVideoOut) { return m_oOutputs.Enter(hVideoOut, EHandleKind::OUTPUT); }
+    /* Null when all handles are taken; the stream is then freed. */
+    VtVideoIn_Handle AddInput(std::unique_ptr<CInputStream> poStream)
+    {
+        return static_cast<VtVideoIn_Handle>(m_oInputs.Open(EHandleKind::INPUT, std::move(poStream)));
+    }
+    VtVideoOut_Handle AddOutput(std::unique_ptr<COutputStream> poStream)
+    {
+        return static_cast<VtVideoOut_Handle>(m_oOutputs.Open(EHandleKind::OUTPUT, std::move(poStream)));
+    }
+    bool CloseInput(VtVideoIn_Handle hVideoIn) { return m_oInputs.Close(hVideoIn, EHandleKind::INPUT); }
+    bool CloseOutput(VtVideoOut_Handle hVideoOut) { return m_oOutputs.Close(hVideoOut, EHandleKind::OUTPUT); }
 
 private:
-    CHandleTable<VtDevice_Handle, CChip> m_oChips;
-    CHandleTable<VtVideoIn_Handle, CInputStream> m_oInputs;
-    CHandleTable<VtVideoOut_Handle, COutputStream> m_oOutputs;
+    static constexpr size_t msc_uiHandles = 256; // of a kind
+
+    CHandleTable<CChip, msc_uiHandles> m_oChips;
+    CHandleTable<CInputStream, msc_uiHandles> m_oInputs;
+    CHandleTable<COutputStream, msc_uiHandles> m_oOutputs;
     bool m_bLoaded = false;
     bool m_bScanned = false;
     VtDevice_Handle m_hChip = nullptr;
