@@ -36,7 +36,23 @@ class Layers(unittest.TestCase):
         told = {name for row in rows("Rooms of the watch") for name in names(row[0])}
         self.assertEqual(told, {folder.name for folder in WATCH.iterdir() if folder.is_dir()})
 
-    def test_every_room_of_the_engine_is_told(self):
+        tests = {folder.name for folder in (TREE / "Tests").iterdir() if folder.is_dir()}
+        self.assertEqual({f"Tests/{name}" for name in tests}, {name for row in rows("Tests") for name in names(row[0])})
+
+    def test_a_source_carries_the_name_of_its_header(self):
+        sources = [path for part in ("DeviceSdk", "ExternalDeviceLayer") for path in (TREE / part).rglob("*.[ch]*")
+                   if path.suffix in (".c", ".cpp", ".h")]
+        headers = {path.stem for path in sources if path.suffix == ".h"}
+        for path in (path for path in sources if not path.stem.endswith("_Linux")):  # whose names are prescribed
+            text = path.read_text()
+            begun = any(path.stem.startswith(name) for name in re.findall(r'^#include "(\w+)\.h"', text, re.M))
+            self.assertTrue(path.stem in headers or begun or "\nint main(" in text, path)
+
+    def test_every_room_of_tool_and_engine_is_told(self):
+        folder = TREE / "ExternalDeviceLayer/Tools/VtVideoMonitor"
+        tool = {path.stem for path in folder.rglob("*.[ch]*") if path.is_file()}
+        section = PAGE.split("\n## Rooms of the tool\n")[1].split("\n## ")[0]
+        self.assertEqual(tool - {name.split(".")[0] for name in names(section)}, set())
         told = {name for row in rows("Rooms of the engine and of the judgement") for name in names(row[0])}
         sources = [path for library in ("WatchEngine", "WatchJudge")
                    for path in (TREE / "ExternalDeviceLayer/Core" / library / "Src").iterdir()]

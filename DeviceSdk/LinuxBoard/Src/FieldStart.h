@@ -6,13 +6,15 @@
 
 #include <cstdint>
 
+#include "BoardUnits.h"
+
 /*
  * Ticks of the reference counter a second, for inputs and outputs alike: CLOCK_MONOTONIC in steps of 10 ns. A reader
  * who reckons hundredths of lines in 32 bits can then take any phase of a signal of 24 Hz or more (2^32 / 1000 ticks
  * are 42.9 ms).
  */
 inline constexpr uint32_t uiTickFreqHz = 100000000U;
-inline constexpr uint64_t uiNsPerTick = 1000000000U / uiTickFreqHz;
+inline constexpr uint64_t uiNsPerTick = uiNsPerSecond / uiTickFreqHz;
 
 /* Rounded, not cut. */
 constexpr uint64_t Ticks_FromNs(uint64_t uiNs)

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "BoardUnits.h"
+
 namespace
 {
-
-constexpr uint64_t uiNsPerSecond = 1000000000ULL;
 
 /* Rates and the field period from pixels and lines of a whole frame and the pixel clock. */
 void SetRates(SSignal& roSignal, uint64_t uiClockHz, uint64_t uiHTotal, uint64_t uiVTotal, uint32_t uiFieldsPerFrame)

@@ -92,48 +92,37 @@ CStreamModel::SFormat CStreamModel::MakeFormat(const SSchedule& roWhen, const SV
     return oFormat;
 }
 
+// Of some kinds only the moments count, of most the event as it is; a few are turned into what they come to.
 void CStreamModel::AddEvent(const SEvent& roEvent)
 {
+    static constexpr std::array aoMoments = {std::pair{EEventKind::SIGNAL_LOSS, &CStreamModel::m_aoLosses},
+                                             std::pair{EEventKind::MISSED_FIELD, &CStreamModel::m_aoMissed},
+                                             std::pair{EEventKind::DOUBLED_FIELD, &CStreamModel::m_aoDoubled},
+                                             std::pair{EEventKind::BUFFERS_RUN_OUT, &CStreamModel::m_aoRunOuts},
+                                             std::pair{EEventKind::FIELD_ORDER_SWAP, &CStreamModel::m_aoSwaps}};
+    static constexpr std::array aoEvents = {std::pair{EEventKind::COUNTER_JUMP, &CStreamModel::m_aoJumps},
+                                            std::pair{EEventKind::SKIPPED_BUFFERS, &CStreamModel::m_aoSkips},
+                                            std::pair{EEventKind::PHASE_STEP, &CStreamModel::m_aoSteps},
+                                            std::pair{EEventKind::POWER_STATE, &CStreamModel::m_aoPowers},
+                                            std::pair{EEventKind::HANG, &CStreamModel::m_aoHangs},
+                                            std::pair{EEventKind::DESCRIPTION_CHANGE, &CStreamModel::m_aoDescriptions}};
+    if (const auto itKind = std::ranges::find(aoMoments, roEvent.eKind, &decltype(aoMoments)::value_type::first);
+        itKind != aoMoments.end())
+    {
+        (this->*itKind->second).push_back(roEvent.oWhen);
+    }
+    if (const auto itKind = std::ranges::find(aoEvents, roEvent.eKind, &decltype(aoEvents)::value_type::first);
+        itKind != aoEvents.end())
+    {
+        (this->*itKind->second).push_back(roEvent);
+    }
     switch (roEvent.eKind)
     {
-    case EEventKind::SIGNAL_LOSS:
-        m_aoLosses.push_back(roEvent.oWhen);
-        break;
     case EEventKind::FORMAT_CHANGE:
         m_aoFormats.push_back(MakeFormat(roEvent.oWhen, roEvent.oTiming));
         break;
-    case EEventKind::MISSED_FIELD:
-        m_aoMissed.push_back(roEvent.oWhen);
-        break;
-    case EEventKind::DOUBLED_FIELD:
-        m_aoDoubled.push_back(roEvent.oWhen);
-        break;
-    case EEventKind::COUNTER_JUMP:
-        m_aoJumps.push_back(roEvent);
-        break;
-    case EEventKind::SKIPPED_BUFFERS:
-        m_aoSkips.push_back(roEvent);
-        break;
-    case EEventKind::BUFFERS_RUN_OUT:
-        m_aoRunOuts.push_back(roEvent.oWhen);
-        break;
-    case EEventKind::PHASE_STEP:
-        m_aoSteps.push_back(roEvent);
-        break;
     case EEventKind::LOCK_LOST:
         m_aoDrifts.push_back({roEvent.oWhen, -DriftTicks(m_iFieldTicks, roEvent.iDriftPpt)});
-        break;
-    case EEventKind::POWER_STATE:
-        m_aoPowers.push_back(roEvent);
-        break;
-    case EEventKind::HANG:
-        m_aoHangs.push_back(roEvent);
-        break;
-    case EEventKind::DESCRIPTION_CHANGE:
-        m_aoDescriptions.push_back(roEvent);
-        break;
-    case EEventKind::FIELD_ORDER_SWAP:
-        m_aoSwaps.push_back(roEvent.oWhen);
         break;
     case EEventKind::CADENCE_CHANGE:
         m_aoCadences.push_back({roEvent.oWhen, CBufferFeed(roEvent.oFeed)});
@@ -141,7 +130,7 @@ void CStreamModel::AddEvent(const SEvent& roEvent)
     case EEventKind::SLOW_CONSUMER:
         m_aoSlow.push_back({roEvent.oWhen, roEvent.uiTakenPpm});
         break;
-    case EEventKind::COUNT:
+    default:
         break;
     }
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "Board.h"
+#include "BoardUnits.h"
 
 namespace
 {
@@ -28,7 +29,6 @@ VtStatus GetCaptureSkipCount(CChip& roChip, const void* pvIn, void* pvOut)
 // The clock of all chips begins when the board is loaded.
 VtStatus GetSharedClock(const SChip& roChip, void* pvOut, uint32_t uiOutSize)
 {
-    constexpr uint64_t uiNsPerSecond = 1'000'000'000;
     if (roChip.uiClockId == 0)
     {
         return VtStatus_UNSUPPORTED;

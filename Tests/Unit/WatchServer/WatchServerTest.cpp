@@ -124,6 +124,7 @@ TEST_F(WatchServerTest, AFaultyQueryIsAnsweredByOneLineThatNamesTheFault)
         {"history?stream=IN%5", "two hexadecimal digits"},
         {"events?kind=explosion", "\\\"explosion\\\""},
         {"events?stream=IN_00,OUT_99", "parameter stream"},
+        {"events?stream=IN_00,", "parameter stream"},
         {"events?after=-1", "parameter after"},
         {"live?after=x", "parameter after"},
     };

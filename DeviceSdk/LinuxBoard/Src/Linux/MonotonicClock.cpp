@@ -3,13 +3,6 @@
 #include <cerrno>
 #include <ctime>
 
-namespace
-{
-
-constexpr uint64_t uiNsPerSecond = 1000000000ULL;
-
-} // namespace
-
 uint64_t MonotonicClock_NowNs()
 {
     timespec oNow{};

@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <span>
 
-inline constexpr uint64_t uiNsPerMs = 1000000;
+#include "BoardUnits.h"
 
 /* CLOCK_MONOTONIC, nanoseconds. */
 uint64_t MonotonicClock_NowNs();

@@ -281,7 +281,7 @@ EFetch COwnedCapture::Fetch(SCapturedFrame& roFrame)
     const bool bMonotonic = (oBuffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     roFrame.uiSequence = oBuffer.sequence;
     // A stamp of another clock compares with nothing: the time of arrival does.
-    roFrame.uiStampNs = bMonotonic ? static_cast<uint64_t>(oBuffer.timestamp.tv_sec) * 1000000000ULL +
+    roFrame.uiStampNs = bMonotonic ? static_cast<uint64_t>(oBuffer.timestamp.tv_sec) * uiNsPerSecond +
                                          static_cast<uint64_t>(oBuffer.timestamp.tv_usec) * 1000ULL
                                    : MonotonicClock_NowNs();
     roFrame.bError = (oBuffer.flags & V4L2_BUF_FLAG_ERROR) != 0;

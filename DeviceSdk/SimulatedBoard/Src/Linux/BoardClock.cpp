@@ -8,13 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace
-{
-
-constexpr int64_t iNsPerSecond = 1'000'000'000;
-constexpr uint64_t uiNsPerSecond = 1'000'000'000;
-
-} // namespace
+#include "BoardUnits.h"
 
 int64_t MonotonicClock_GetNs()
 {

@@ -32,7 +32,7 @@ SQueueWindow CQueueTracker::GetWindow(uint64_t uiEnd, uint32_t uiSeconds) const
 
 void CQueueTracker::Fill(uint64_t uiNowNs, double flPicturesPerSecond, SQueueFigures& roFigures) const
 {
-    const uint64_t uiEnd = uiNowNs / 1'000'000'000;
+    const uint64_t uiEnd = uiNowNs / iNsPerSecond;
     for (size_t uiWindow = 0; uiWindow < roFigures.aoWindows.size(); ++uiWindow)
     {
         roFigures.aoWindows[uiWindow] = GetWindow(uiEnd, auiQueueWindowSeconds[uiWindow]);

@@ -10,6 +10,7 @@
 
 #include "FieldRecord.h"
 #include "StreamTrackers.h"
+#include "TimeUnits.h"
 
 class CQueueTracker
 {
@@ -25,7 +26,7 @@ public:
     /* Takes in a field that tells its buffers. */
     void Take(const SFieldRecord& roRecord)
     {
-        const uint64_t uiSecond = roRecord.uiArrivalNs / 1'000'000'000;
+        const uint64_t uiSecond = roRecord.uiArrivalNs / iNsPerSecond;
         SSecond& roSecond = m_aoSeconds[uiSecond % m_aoSeconds.size()];
         if (roSecond.uiSecond != uiSecond)
         {

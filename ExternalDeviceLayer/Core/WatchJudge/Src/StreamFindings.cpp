@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "TimeUnits.h"
+
 namespace
 {
 
@@ -41,7 +43,7 @@ SDomainFinding MakeFault(bool bIsTold, EHealthReason eReason, int64_t iBeginUtcN
 SDomainFinding MakeMoment(bool bIsTold, EHealthReason eReason, const SWatchEvent& roEvent, double flSeconds)
 {
     SDomainFinding oFinding = MakeFault(bIsTold, eReason, roEvent.iUtcNs);
-    oFinding.iEndUtcNs = roEvent.iUtcNs + static_cast<int64_t>(flSeconds * 1e9);
+    oFinding.iEndUtcNs = roEvent.iUtcNs + static_cast<int64_t>(flSeconds * flNsPerSecond);
     oFinding.oReason.uiCount = roEvent.uiCount;
     oFinding.oReason.uiMember = roEvent.uiGroup;
     oFinding.oReason.uiBefore = roEvent.uiBefore;

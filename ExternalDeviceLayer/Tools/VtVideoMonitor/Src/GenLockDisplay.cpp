@@ -3,11 +3,11 @@
 #include <span>
 
 #include "ConsoleLog.h"
+#include "TimeUnits.h"
 
 namespace
 {
 
-constexpr uint64_t uiNsPerSecond = 1000000000;
 constexpr uint32_t uiMaxGroupStreams = 32;
 
 struct SThreshold
@@ -52,13 +52,13 @@ uint32_t StreamBit(uint32_t uiVideo)
 
 uint64_t TicksToNs(uint32_t uiTicks, uint32_t uiTickFreqHz)
 {
-    return uiTickFreqHz == 0 ? 0 : uiTicks * uiNsPerSecond / uiTickFreqHz;
+    return uiTickFreqHz == 0 ? 0 : uiTicks * uint64_t{iNsPerSecond} / uiTickFreqHz;
 }
 
 // Signed nanoseconds, truncated toward zero, of which the low 32 bits are kept.
 int32_t DeltaToNs(int32_t iTicks, uint32_t uiTickFreqHz)
 {
-    const int64_t iTimeNs = int64_t{iTicks} * static_cast<int64_t>(uiNsPerSecond) / int64_t{uiTickFreqHz};
+    const int64_t iTimeNs = int64_t{iTicks} * iNsPerSecond / int64_t{uiTickFreqHz};
     return LowInt(static_cast<uint64_t>(iTimeNs));
 }
 

@@ -25,7 +25,7 @@ constexpr uint32_t uiBeatMs = 50;
 // A check is short: what a stream has done for so long it is expected to go on with.
 constexpr double flLearnSeconds = 0.5;
 constexpr uint32_t uiPatienceSeconds = 10; // beyond the time that was asked for: to open the board, and to judge
-constexpr std::chrono::milliseconds END_PATIENCE{1000}; // from the answer to the end of the process
+constexpr std::chrono::milliseconds oEndPatience{1000}; // from the answer to the end of the process
 
 // A verdict that nobody can read is none.
 int Say(const std::string& rszLine, EVerdict eVerdict)
@@ -67,7 +67,7 @@ public:
             [&]
             {
                 m_iStatus = Say(rszLine, eVerdict);
-                m_oDeadline = std::chrono::steady_clock::now() + END_PATIENCE;
+                m_oDeadline = std::chrono::steady_clock::now() + oEndPatience;
             });
         return *m_iStatus;
     }

@@ -348,7 +348,7 @@ CJson ToJson(const SReportOutage& roOutage)
 CJson ToJson(const SReportLock& roLock)
 {
     CJson oJson;
-    oJson["direction"] = WatchTexts_GetDirection(roLock.eDirection);
+    oJson["direction"] = StreamId_GetDirection(roLock.eDirection);
     oJson["members"] = StreamId_PrintMembers(roLock.eDirection, roLock.uiMembers);
     oJson["from"] = WatchTexts_GetUtc(roLock.iFromUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roLock.iToUtcNs);

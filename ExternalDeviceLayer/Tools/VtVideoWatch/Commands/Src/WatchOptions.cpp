@@ -5,6 +5,7 @@
 #include <map>
 #include <sstream>
 
+#include "Fault.h"
 #include "HistoryPoint.h"
 #include "ListenAddress.h"
 #include "OptionValues.h"
@@ -72,19 +73,17 @@ void AddExpectations(CLI::App& roApp, SExpectOptions& roExpect)
         ->type_name("FILE");
 }
 
-void AddServe(CLI::App& roApp, SServeOptions& roServe)
+void AddServing(CLI::App& roApp, SServingOptions& roServing)
 {
-    AddBoardOptions(roApp, roServe.oBoard);
     roApp
-        .add_option("--listen", roServe.oServing.aszListen,
+        .add_option("--listen", roServing.aszListen,
                     std::string("where to serve, may be repeated; port 0 takes any free one (") + szDefaultListen + ")")
         ->type_name("ADDRESS:PORT|unix:PATH")
         ->allow_extra_args(false);
     AddValue(roApp, "--socket-mode", "0660", "who may use unix sockets, as for chmod (0660)", OptionValues_FindMode,
-             [&roServe](uint32_t uiMode) { roServe.oServing.oSocketFile.uiMode = uiMode; });
-    roApp.add_option("--socket-group", roServe.oServing.oSocketFile.szGroup, "group of unix sockets")
-        ->type_name("GROUP");
-    SHttpFiles& roFiles = roServe.oServing.oFiles;
+             [&roServing](uint32_t uiMode) { roServing.oSocketFile.uiMode = uiMode; });
+    roApp.add_option("--socket-group", roServing.oSocketFile.szGroup, "group of unix sockets")->type_name("GROUP");
+    SHttpFiles& roFiles = roServing.oFiles;
     CLI::Option* poCertificate =
         roApp.add_option("--tls-certificate", roFiles.szCertificate, "serve by TLS, with this certificate (PEM)")
             ->type_name("FILE");
@@ -96,6 +95,10 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
         ->needs(poCertificate);
     roApp.add_option("--users", roFiles.szUsers, "ask for names and passwords: lines of htpasswd -B")
         ->type_name("FILE");
+}
+
+void AddKeeping(CLI::App& roApp, SServeOptions& roServe)
+{
     roApp.add_option("--store", roServe.szStore, "keep history and events in this SQLite file")->type_name("FILE");
     roApp.add_option("--keep", roServe.uiKeepDays, "how long the store keeps minutes; events stay for ever")
         ->type_name("DAYS")
@@ -103,6 +106,13 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
         ->capture_default_str();
     roApp.add_option("--journal", roServe.szJournal, "append events to this file as JSON Lines; - is standard output")
         ->type_name("FILE");
+}
+
+void AddServe(CLI::App& roApp, SServeOptions& roServe)
+{
+    AddBoardOptions(roApp, roServe.oBoard);
+    AddServing(roApp, roServe.oServing);
+    AddKeeping(roApp, roServe);
     AddThreshold(roApp, roServe.oThreshold);
     AddValue(
         roApp, "--reference", "IN_00,OUT_00", "streams that phases are told against, one per direction (chosen)",
@@ -225,65 +235,77 @@ bool HasTwins(const std::vector<SStreamKey>& raoStreams)
                                { return std::ranges::count(raoStreams, roStream) > 1; });
 }
 
-// What the library does not look at: values that depend on each other. Empty when all is well.
-std::string FindContradiction(const SWatchOptions& roOptions, int64_t iNowUtcNs)
+CFault CheckFed(const SExpectOptions& roExpect)
+{
+    if (std::ranges::any_of(roExpect.aoFed,
+                            [](const SStreamKey& roStream) { return roStream.eDirection == EStreamDirection::INPUT; }))
+    {
+        return CFault("--fed: outputs only");
+    }
+    return {};
+}
+
+CFault CheckLocked(const std::vector<std::vector<SStreamKey>>& raaoLocked)
+{
+    for (const std::vector<SStreamKey>& raoStreams : raaoLocked)
+    {
+        if (HasTwins(raoStreams))
+        {
+            return CFault("--locked: a stream is named twice");
+        }
+        for (const SStreamKey& roStream : raoStreams)
+        {
+            if (raoStreams.size() < 2 || roStream.eDirection != raoStreams.front().eDirection)
+            {
+                return CFault("--locked: at least two streams of one direction");
+            }
+        }
+    }
+    return {};
+}
+
+// What the library does not look at: values that depend on each other.
+CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
 {
     std::array<int, 2> aiReferences = {};
     for (const SStreamKey& roStream : roOptions.oServe.aoReferences)
     {
         if (++aiReferences[static_cast<size_t>(roStream.eDirection)] > 1)
         {
-            return "--reference: one stream per direction";
+            return CFault("--reference: one stream per direction");
         }
     }
     if (HasTwins(roOptions.oCheck.aoExpected))
     {
-        return "--expect: a stream is named twice";
-    }
-    for (const SExpectOptions* poExpect : {&roOptions.oServe.oExpect, &roOptions.oCheck.oExpect})
-    {
-        if (std::ranges::any_of(poExpect->aoFed, [](const SStreamKey& roStream)
-                                { return roStream.eDirection == EStreamDirection::INPUT; }))
-        {
-            return "--fed: outputs only";
-        }
-    }
-    std::vector<std::vector<SStreamKey>> aaoLocked = roOptions.oCheck.aaoLocked;
-    aaoLocked.insert(aaoLocked.end(), roOptions.oServe.oExpect.aaoLocked.begin(),
-                     roOptions.oServe.oExpect.aaoLocked.end());
-    for (const std::vector<SStreamKey>& raoStreams : aaoLocked)
-    {
-        if (HasTwins(raoStreams))
-        {
-            return "--locked: a stream is named twice";
-        }
-        for (const SStreamKey& roStream : raoStreams)
-        {
-            if (raoStreams.size() < 2 || roStream.eDirection != raoStreams.front().eDirection)
-            {
-                return "--locked: at least two streams of one direction";
-            }
-        }
+        return CFault("--expect: a stream is named twice");
     }
     const SServeOptions& roServe = roOptions.oServe;
+    for (const CFault& roFault : {CheckFed(roServe.oExpect), CheckFed(roOptions.oCheck.oExpect),
+                                  CheckLocked(roOptions.oCheck.aaoLocked), CheckLocked(roServe.oExpect.aaoLocked)})
+    {
+        if (roFault)
+        {
+            return roFault;
+        }
+    }
     if (!roServe.szStore.empty() && roServe.szStore == roServe.szJournal)
     {
-        return "--journal: is the file of --store";
+        return CFault("--journal: is the file of --store");
     }
     if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= iNowUtcNs)
     {
-        return "--from: has not come yet";
+        return CFault("--from: has not come yet");
     }
     if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= roOptions.oReport.iToUtcNs)
     {
-        return "--from: must be before --to";
+        return CFault("--from: must be before --to");
     }
     for (const std::string& rszListen : roOptions.oServe.oServing.aszListen)
     {
         SListenAddress oAddress;
-        if (const CFault oFault = ListenAddress_Read(rszListen, oAddress))
+        if (CFault oFault = ListenAddress_Read(rszListen, oAddress))
         {
-            return oFault.GetText();
+            return oFault;
         }
     }
     return {};
@@ -368,7 +390,7 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
                                               : EWatchCommand::SERVE;
     if (iStatus == 0 && rszText.empty())
     {
-        rszText = FindContradiction(roOptions, iNowUtcNs);
+        rszText = CheckTogether(roOptions, iNowUtcNs).GetText();
         return rszText.empty() ? std::nullopt : std::optional(iExitUsage);
     }
     // Monitoring plug-ins end with 3 when they have not checked.

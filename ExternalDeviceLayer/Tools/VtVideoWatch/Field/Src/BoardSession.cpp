@@ -5,16 +5,12 @@
 
 #include "BoardLibrary.h"
 #include "StreamCounts.h"
+#include "StreamId.h"
 
 namespace
 {
 
-constexpr std::chrono::milliseconds STOP_POLL{2};
-
-const char* GetDirectionName(EStreamDirection eDirection)
-{
-    return eDirection == EStreamDirection::INPUT ? "inputs" : "outputs";
-}
+constexpr std::chrono::milliseconds oStopPoll{2};
 
 } // namespace
 
@@ -69,10 +65,10 @@ CFault CBoardSession::CountStreams()
         case EStreamCount::COUNTED:
             break;
         case EStreamCount::FAILED:
-            return CFault(std::string("the board cannot count its ") + GetDirectionName(eDirection));
+            return CFault(std::string("the board cannot count its ") + StreamId_GetDirection(eDirection) + "s");
         case EStreamCount::TOO_MANY:
             return CFault(std::string("the board says that it has ") + std::to_string(uiCount) + " " +
-                          GetDirectionName(eDirection) + "; there can be " + std::to_string(uiMaxNbOfVideo));
+                          StreamId_GetDirection(eDirection) + "s; there can be " + std::to_string(uiMaxNbOfVideo));
         }
         for (uint32_t uiIndex = 0; uiIndex < uiCount; ++uiIndex)
         {
@@ -113,7 +109,7 @@ bool CBoardSession::Stop(uint32_t uiTimeOutMs)
         {
             return false;
         }
-        std::this_thread::sleep_for(STOP_POLL);
+        std::this_thread::sleep_for(oStopPoll);
     }
     Veltrano_UnLoad();
     m_bIsLoaded = false;

@@ -1,5 +1,6 @@
 /*
- * What a stream is called in every answer, line and thread's name: "IN_00", "OUT_31". No state; any thread.
+ * What a stream and its direction are called in every answer, line and thread's name: "IN_00", "OUT_31". No state; any
+ * thread.
  */
 #ifndef STREAM_ID_H
 #define STREAM_ID_H
@@ -12,6 +13,9 @@
 #include "StreamKey.h"
 
 std::string StreamId_Print(const SStreamKey& roKey);
+
+/* "input" or "output". */
+const char* StreamId_GetDirection(EStreamDirection eDirection);
 
 /* The stream that a text names; nothing unless it is spelt exactly so and below uiMaxStreamsPerDirection. */
 std::optional<SStreamKey> StreamId_Find(std::string_view szId);

@@ -10,6 +10,11 @@ std::string StreamId_Print(const SStreamKey& roKey)
     return szId;
 }
 
+const char* StreamId_GetDirection(EStreamDirection eDirection)
+{
+    return eDirection == EStreamDirection::INPUT ? "input" : "output";
+}
+
 std::optional<SStreamKey> StreamId_Find(std::string_view szId)
 {
     for (const EStreamDirection eDirection : aeDirections)

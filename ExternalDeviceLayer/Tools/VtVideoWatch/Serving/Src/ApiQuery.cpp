@@ -4,21 +4,8 @@
 #include <charconv>
 
 #include "StreamId.h"
+#include "TextPart.h"
 #include "WatchTexts.h"
-
-namespace
-{
-
-// Splits off what stands before a separator, and takes that off the front of the text.
-std::string_view TakePart(std::string_view& rszText, char chSeparator)
-{
-    const size_t uiEnd = std::min(rszText.find(chSeparator), rszText.size());
-    const std::string_view szPart = rszText.substr(0, uiEnd);
-    rszText.remove_prefix(std::min(uiEnd + 1, rszText.size()));
-    return szPart;
-}
-
-} // namespace
 
 bool ApiQuery_DecodePercent(std::string_view szText, bool bPlusIsSpace, std::string& rszDecoded)
 {
@@ -45,8 +32,8 @@ CApiQuery::CApiQuery(std::string_view szQuery, std::span<const char* const> aszN
 {
     while (!szQuery.empty())
     {
-        std::string_view szPart = TakePart(szQuery, '&');
-        const std::string szName(TakePart(szPart, '='));
+        std::string_view szPart = TextPart_Take(szQuery, '&');
+        const std::string szName(TextPart_Take(szPart, '='));
         std::string szValue;
         const bool bIsKnown = std::ranges::any_of(aszNames, [&](const char* szKnown) { return szName == szKnown; });
         if (!bIsKnown)
@@ -116,7 +103,7 @@ std::vector<std::string> CApiQuery::GetList(const char* szName) const
     while (bHasMore)
     {
         bHasMore = szRest.find(',') != std::string_view::npos;
-        aszParts.emplace_back(TakePart(szRest, ','));
+        aszParts.emplace_back(TextPart_Take(szRest, ','));
     }
     return aszParts;
 }

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "StreamId.h"
 #include "WatchTexts.h"
 
 namespace
@@ -79,7 +80,7 @@ void CollectWakes(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     for (const EStreamDirection eDirection : aeDirections)
     {
         prometheus::ClientMetric& roMetric = roFamily.metric.emplace_back();
-        roMetric.label.push_back({"direction", WatchTexts_GetDirection(eDirection)});
+        roMetric.label.push_back({"direction", StreamId_GetDirection(eDirection)});
         auto& roHistogram = roMetric.histogram;
         const auto& raoStreams = roSnapshot.aoDirections[static_cast<size_t>(eDirection)].aoStreams;
         for (size_t i = 0; i <= aflWakeBoundsSeconds.size(); ++i)

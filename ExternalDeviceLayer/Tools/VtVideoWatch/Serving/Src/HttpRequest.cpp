@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "ApiQuery.h"
+#include "TextPart.h"
 
 namespace
 {
@@ -23,15 +24,6 @@ std::string_view Trim(std::string_view szText)
     const size_t uiFrom = szText.find_first_not_of(" \t");
     return uiFrom == std::string_view::npos ? std::string_view()
                                             : szText.substr(uiFrom, szText.find_last_not_of(" \t") - uiFrom + 1);
-}
-
-// Splits off what stands before a separator, and takes that off the front of the text.
-std::string_view TakePart(std::string_view& rszText, char chSeparator)
-{
-    const size_t uiEnd = std::min(rszText.find(chSeparator), rszText.size());
-    const std::string_view szPart = rszText.substr(0, uiEnd);
-    rszText.remove_prefix(std::min(uiEnd + 1, rszText.size()));
-    return Trim(szPart);
 }
 
 constexpr int iFullWeight = 1000;
@@ -63,11 +55,11 @@ struct SRange
 SRange ReadRange(std::string_view szPart)
 {
     SRange oRange;
-    oRange.szWord = TakePart(szPart, ';');
+    oRange.szWord = Trim(TextPart_Take(szPart, ';'));
     while (!szPart.empty())
     {
-        std::string_view szValue = TakePart(szPart, ';');
-        const std::string_view szName = TakePart(szValue, '=');
+        std::string_view szValue = Trim(TextPart_Take(szPart, ';'));
+        const std::string_view szName = Trim(TextPart_Take(szValue, '='));
         szValue = Trim(szValue);
         if (IsSameWord(szName, "q"))
         {
@@ -120,7 +112,7 @@ bool HttpRequest_AcceptsGzip(std::string_view szAcceptEncoding)
     bool bTakesAny = false;
     while (!szAcceptEncoding.empty())
     {
-        const SRange oRange = ReadRange(TakePart(szAcceptEncoding, ','));
+        const SRange oRange = ReadRange(Trim(TextPart_Take(szAcceptEncoding, ',')));
         if (IsSameWord(oRange.szWord, "gzip") || IsSameWord(oRange.szWord, "x-gzip"))
         {
             return oRange.iWeight > 0;
@@ -137,7 +129,7 @@ int HttpRequest_GetAcceptWeight(std::string_view szAccept, std::string_view szTy
     int iClosest = 0;
     while (!szAccept.empty())
     {
-        const SRange oRange = ReadRange(TakePart(szAccept, ','));
+        const SRange oRange = ReadRange(Trim(TextPart_Take(szAccept, ',')));
         const int iCloseness = IsSameWord(oRange.szWord, szType)    ? 3
                                : IsSameWord(oRange.szWord, szGroup) ? 2
                                : oRange.szWord == "*/*"             ? 1
@@ -158,7 +150,7 @@ bool HttpRequest_HasTag(std::string_view szIfNoneMatch, std::string_view szETag)
 {
     while (!szIfNoneMatch.empty())
     {
-        std::string_view szPart = TakePart(szIfNoneMatch, ',');
+        std::string_view szPart = Trim(TextPart_Take(szIfNoneMatch, ','));
         if (szPart.starts_with("W/"))
         {
             szPart.remove_prefix(2);

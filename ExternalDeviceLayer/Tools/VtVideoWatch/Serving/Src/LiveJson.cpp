@@ -116,22 +116,16 @@ CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts
 CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
     const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
-    CJson oGroups = CJson::array();
-    for (const SLockGroup& roGroup : roFigures.aoGroups)
+    const auto MakeStream =
+        [](const SStreamFigures& roStream, const SStreamTexts& roTexts, const SStreamHealth& roHealth)
     {
-        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
-    }
-    CJson oStreams = CJson::array();
-    for (const SStreamFigures& roStream : roFigures.aoStreams)
-    {
-        const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
-        CJson& roJson = oStreams.emplace_back(FromLiveStream(roStream, roTexts));
-        roJson["health"] = FromHealth(eDirection, WatchPublication_GetHealth(roPublication, roStream.oKey));
-    }
-    return {
-        {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},
-        {"groups", std::move(oGroups)},
-        {"streams", std::move(oStreams)}};
+        CJson oJson = FromLiveStream(roStream, roTexts);
+        oJson["health"] = FromHealth(roStream.oKey.eDirection, roHealth);
+        return oJson;
+    };
+    return {{"reference", WatchJson_FromReference(eDirection, roFigures)},
+            {"groups", EventJson_FromGroups(eDirection, roFigures)},
+            {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
 }
 
 uint64_t CountLateWakes(const SWatchSnapshot& roSnapshot)
@@ -155,7 +149,6 @@ CJson LiveJson_FromPublication(const SWatchPublication& roPublication)
             {"ring_overruns", roCosts.uiRingOverruns},
             {"store_failing", roCosts.bStoreIsFailing},
             {"journal_failing", roCosts.bJournalIsFailing},
-            {"directions",
-             {{"input", FromDirection(roPublication, EStreamDirection::INPUT)},
-              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT)}}}};
+            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
+                                                 { return FromDirection(roPublication, eDirection); })}};
 }

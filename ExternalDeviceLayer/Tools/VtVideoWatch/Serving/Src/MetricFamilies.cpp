@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "StreamId.h"
 #include "WatchTexts.h"
 
 bool MetricDetail_Tells(EMetricDetail eDetail, ETold eTold, double flValue)
@@ -38,7 +39,7 @@ CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName, con
 {
     CLabels oLabels;
     oLabels.reserve(szName == nullptr ? 2 : 3);
-    oLabels.push_back({"direction", WatchTexts_GetDirection(roStream.oKey.eDirection)});
+    oLabels.push_back({"direction", StreamId_GetDirection(roStream.oKey.eDirection)});
     oLabels.push_back({"index", std::to_string(roStream.oKey.uiIndex)});
     if (szName != nullptr)
     {

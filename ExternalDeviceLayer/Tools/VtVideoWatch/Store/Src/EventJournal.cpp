@@ -13,7 +13,7 @@
 namespace
 {
 
-constexpr std::chrono::seconds RETRY{1};
+constexpr std::chrono::seconds oRetry{1};
 constexpr mode_t uiFileMode = 0640; // who may read the system's logs may read this one
 
 } // namespace
@@ -95,7 +95,7 @@ void CEventJournal::Run()
             const auto fnHasWork = [this] { return m_bHasMore || m_bIsToReopen || m_bIsToEnd; };
             if (m_bIsFailing)
             {
-                m_oMore.wait_for(oLock, RETRY, fnHasWork);
+                m_oMore.wait_for(oLock, oRetry, fnHasWork);
             }
             else
             {

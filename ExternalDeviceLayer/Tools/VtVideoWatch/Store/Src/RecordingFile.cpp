@@ -98,11 +98,6 @@ std::string MakePlaces(size_t uiColumns)
     return szPlaces;
 }
 
-std::string GetDirectionName(EStreamDirection eDirection)
-{
-    return eDirection == EStreamDirection::INPUT ? "input" : "output";
-}
-
 bool SyncFile(const std::string& rszFile)
 {
     const int iFile = open(rszFile.c_str(), O_RDONLY | O_CLOEXEC);
@@ -172,7 +167,7 @@ CFault CRecordingWriter::Begin(const std::string& rszFile, const SRecordingAbout
         const auto iRow = static_cast<int64_t>(m_oRows.size()) + 1;
         m_oRows[roStream] = iRow;
         if (!oStream.Bind(iRow)
-                 .Bind(GetDirectionName(roStream.eDirection))
+                 .Bind(StreamId_GetDirection(roStream.eDirection))
                  .Bind(roStream.uiIndex)
                  .Bind(StreamId_Print(roStream))
                  .Run())

@@ -11,5 +11,6 @@ CJson EventJson_FromEvent(const SWatchEvent& roEvent);
 
 /* A lock group, as an event tells of one and as it is now. */
 CJson EventJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup);
+CJson EventJson_FromGroups(EStreamDirection eDirection, const SDirectionFigures& roFigures);
 
 #endif

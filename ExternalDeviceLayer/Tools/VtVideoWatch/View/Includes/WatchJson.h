@@ -6,6 +6,7 @@
 #ifndef WATCH_JSON_H
 #define WATCH_JSON_H
 
+#include <functional>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -29,6 +30,17 @@ CJson WatchJson_FromEstimate(const SEstimate& roEstimate, const char* szValueNam
 
 /* Which snapshot an answer tells of: number, utc, tick, tick_frequency_hz. */
 CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot);
+
+/* The identity of a direction's reference; null without one. */
+CJson WatchJson_FromReference(EStreamDirection eDirection, const SDirectionFigures& roFigures);
+
+/* What fnMake says of each stream of a direction. */
+CJson WatchJson_ByStream(
+    const SWatchPublication& roPublication, EStreamDirection eDirection,
+    const std::function<CJson(const SStreamFigures&, const SStreamTexts&, const SStreamHealth&)>& fnMake);
+
+/* What fnMake says of either direction, under its name. */
+CJson WatchJson_ByDirection(const std::function<CJson(EStreamDirection)>& fnMake);
 
 /* The answers of /api/v1/streams and /api/v1/pairs. */
 CJson WatchJson_FromStreams(const SWatchPublication& roPublication);

@@ -13,7 +13,6 @@
 #include "WatchSnapshot.h"
 
 // Values outside of the enumeration are "unknown" throughout.
-const char* WatchTexts_GetDirection(EStreamDirection eDirection);
 const char* WatchTexts_GetState(EStreamState eState);
 const char* WatchTexts_GetLock(ELockState eLock);
 const char* WatchTexts_GetCaptureState(VtVideoIn_State eState);

@@ -103,7 +103,7 @@ CJson EventJson_FromEvent(const SWatchEvent& roEvent)
                    {"tick", roEvent.uiTick == 0 ? CJson() : CJson(roEvent.uiTick)},
                    {"kind", oKind.szName},
                    {"stream", StreamId_Print(roEvent.oKey)},
-                   {"direction", WatchTexts_GetDirection(roEvent.oKey.eDirection)},
+                   {"direction", StreamId_GetDirection(roEvent.oKey.eDirection)},
                    {"index", roEvent.oKey.uiIndex}};
     AddDetails(oJson, roEvent, oKind);
     return oJson;
@@ -114,4 +114,14 @@ CJson EventJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup
     return {{"group", roGroup.uiGroup},
             {"members", StreamId_PrintMembers(eDirection, roGroup.uiMembers)},
             {"since", WatchTexts_GetUtc(roGroup.iSinceUtcNs)}};
+}
+
+CJson EventJson_FromGroups(EStreamDirection eDirection, const SDirectionFigures& roFigures)
+{
+    CJson oGroups = CJson::array();
+    for (const SLockGroup& roGroup : roFigures.aoGroups)
+    {
+        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
+    }
+    return oGroups;
 }

@@ -127,7 +127,7 @@ CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
     return {{"id", StreamId_Print(roStream.oKey)},
             {"index", roStream.oKey.uiIndex},
-            {"direction", WatchTexts_GetDirection(roStream.oKey.eDirection)},
+            {"direction", StreamId_GetDirection(roStream.oKey.eDirection)},
             {"name", roTexts.szName},
             {"standard", roTexts.szStandard},
             {"format", roTexts.szFormat},
@@ -141,31 +141,26 @@ CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
     const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
-    CJson oStreams = CJson::array();
-    for (const SStreamFigures& roStream : roFigures.aoStreams)
+    const auto MakeStream =
+        [](const SStreamFigures& roStream, const SStreamTexts& roTexts, const SStreamHealth& roHealth)
     {
-        const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
-        CJson& roJson = oStreams.emplace_back(WatchJson_FromStream(roStream, roTexts));
-        roJson["health"] = HealthJson_FromStream(eDirection, WatchPublication_GetHealth(roPublication, roStream.oKey));
-    }
-    return {
-        {"reference", roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson()},
-        {"streams", std::move(oStreams)}};
+        CJson oJson = WatchJson_FromStream(roStream, roTexts);
+        oJson["health"] = HealthJson_FromStream(roStream.oKey.eDirection, roHealth);
+        return oJson;
+    };
+    return {{"reference", WatchJson_FromReference(eDirection, roFigures)},
+            {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
 }
 
-CJson FromPairsOf(const SDirectionFigures& roFigures, EStreamDirection eDirection)
+CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
+    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     CJson oPairs = CJson::array();
     for (const SPairFigures& roPair : roFigures.aoPairs)
     {
         oPairs.push_back(WatchJson_FromPair(eDirection, roPair));
     }
-    CJson oGroups = CJson::array();
-    for (const SLockGroup& roGroup : roFigures.aoGroups)
-    {
-        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
-    }
-    return {{"pairs", std::move(oPairs)}, {"groups", std::move(oGroups)}};
+    return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roFigures)}};
 }
 
 CJson FromThreshold(const SWatchSnapshot& roSnapshot)
@@ -274,6 +269,35 @@ CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot)
             {"tick_frequency_hz", roSnapshot.uiTickFrequencyHz}};
 }
 
+CJson WatchJson_FromReference(EStreamDirection eDirection, const SDirectionFigures& roFigures)
+{
+    return roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson();
+}
+
+CJson WatchJson_ByStream(
+    const SWatchPublication& roPublication, EStreamDirection eDirection,
+    const std::function<CJson(const SStreamFigures&, const SStreamTexts&, const SStreamHealth&)>& fnMake)
+{
+    CJson oStreams = CJson::array();
+    for (const SStreamFigures& roStream :
+         roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)].aoStreams)
+    {
+        oStreams.push_back(fnMake(roStream, WatchPublication_GetTexts(roPublication, roStream.oKey),
+                                  WatchPublication_GetHealth(roPublication, roStream.oKey)));
+    }
+    return oStreams;
+}
+
+CJson WatchJson_ByDirection(const std::function<CJson(EStreamDirection)>& fnMake)
+{
+    CJson oJson;
+    for (const EStreamDirection eDirection : aeDirections)
+    {
+        oJson[StreamId_GetDirection(eDirection)] = fnMake(eDirection);
+    }
+    return oJson;
+}
+
 CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
 {
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
@@ -287,19 +311,16 @@ CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
             {"threshold", FromThreshold(roPublication.oSnapshot)},
             {"health", HealthJson_FromWhole(roPublication.oJudgement)},
             {"costs", WatchJson_FromCosts(roPublication.oCosts)},
-            {"directions",
-             {{"input", FromDirection(roPublication, EStreamDirection::INPUT)},
-              {"output", FromDirection(roPublication, EStreamDirection::OUTPUT)}}}};
+            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
+                                                 { return FromDirection(roPublication, eDirection); })}};
 }
 
 CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
 {
-    const auto& raoDirections = roPublication.oSnapshot.aoDirections;
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
             {"threshold", FromThreshold(roPublication.oSnapshot)},
-            {"directions",
-             {{"input", FromPairsOf(raoDirections[0], EStreamDirection::INPUT)},
-              {"output", FromPairsOf(raoDirections[1], EStreamDirection::OUTPUT)}}}};
+            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
+                                                 { return FromPairsOf(roPublication, eDirection); })}};
 }
 
 double WatchJson_Round(double flValue, int iDigits)

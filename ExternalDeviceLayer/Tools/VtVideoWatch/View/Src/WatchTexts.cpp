@@ -12,7 +12,6 @@ namespace
 
 constexpr const char* szUnknown = "unknown";
 
-constexpr std::array<const char*, 2> aszDirections = {"input", "output"};
 constexpr std::array<const char*, 4> aszStates = {"running", "idle", "lost", "gone"};
 static_assert(aszStates.size() == static_cast<size_t>(EStreamState::COUNT));
 constexpr std::array<const char*, 5> aszLocks = {"locked", "passing", "free", "idle", "different"};
@@ -146,10 +145,6 @@ std::optional<int64_t> FindIso(std::string_view szText)
 
 } // namespace
 
-const char* WatchTexts_GetDirection(EStreamDirection eDirection)
-{
-    return GetName(aszDirections, eDirection);
-}
 const char* WatchTexts_GetState(EStreamState eState)
 {
     return GetName(aszStates, eState);

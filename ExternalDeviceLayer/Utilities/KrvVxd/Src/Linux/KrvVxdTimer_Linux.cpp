@@ -1,5 +1,6 @@
 // The monotonic clock as counter and as busy wait.
 #include "KrvVxd_Linux.h"
+#include "TimeUnits.h"
 
 #include <ctime>
 
@@ -8,7 +9,6 @@ namespace
 
 constexpr uint32_t uiUsPerSecond = 1'000'000;
 constexpr int64_t iNsPerUs = 1'000;
-constexpr int64_t iNsPerSecond = 1'000'000'000;
 
 bool ReadClock(timespec& roNow)
 {

@@ -7,12 +7,12 @@
 
 #include "DeadLine.h"
 #include "KrvVxd.h"
+#include "TimeUnits.h"
 
 namespace
 {
 
 constexpr uint64_t uiNsPerMs = 1'000'000;
-constexpr uint64_t uiNsPerSecond = 1'000'000'000;
 
 timespec ReadWallClock()
 {
@@ -40,7 +40,7 @@ Bool32 OsServices_SleepMilliSeconds(uint32_t uiSleepMs)
 uint64_t OsServices_GetRawTimeInNs()
 {
     const timespec oNow = ReadWallClock();
-    return static_cast<uint64_t>(oNow.tv_sec) * uiNsPerSecond + static_cast<uint64_t>(oNow.tv_nsec);
+    return static_cast<uint64_t>(oNow.tv_sec) * uint64_t{iNsPerSecond} + static_cast<uint64_t>(oNow.tv_nsec);
 }
 
 timespec DeadLine_FromTimeOut(uint32_t uiTimeOutMs)
@@ -48,8 +48,8 @@ timespec DeadLine_FromTimeOut(uint32_t uiTimeOutMs)
     const timespec oNow = ReadWallClock();
     const uint64_t uiTotalNs = uiTimeOutMs * uiNsPerMs + static_cast<uint64_t>(oNow.tv_nsec);
     timespec oDeadLine = {};
-    oDeadLine.tv_sec = oNow.tv_sec + static_cast<time_t>(uiTotalNs / uiNsPerSecond);
-    oDeadLine.tv_nsec = static_cast<long>(uiTotalNs % uiNsPerSecond);
+    oDeadLine.tv_sec = oNow.tv_sec + static_cast<time_t>(uiTotalNs / uint64_t{iNsPerSecond});
+    oDeadLine.tv_nsec = static_cast<long>(uiTotalNs % uint64_t{iNsPerSecond});
     return oDeadLine;
 }
 
