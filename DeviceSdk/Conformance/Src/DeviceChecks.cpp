@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstring>
+#include <optional>
 
 namespace
 {
@@ -146,57 +147,57 @@ void CustomCalls(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
                             VtStatus_UNSUPPORTED, "VtBoard_CustomCall() of the unknown number 65535");
 }
 
+// A clock that a board may have: the same whenever it is asked for. Nothing when it has none, or does not tell.
+template <typename TClock>
+std::optional<TClock> AskClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiCall, const std::string& rszCall)
+{
+    TClock oFirst{};
+    TClock oAgain{};
+    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiCall, nullptr, 0, &oFirst, sizeof(oFirst));
+    if (eStatus == VtStatus_UNSUPPORTED)
+    {
+        return std::nullopt;
+    }
+    roFindings.ExpectStatus(eStatus, VtStatus_OK, rszCall);
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiCall, nullptr, 0, &oAgain, sizeof(oAgain)), VtStatus_OK,
+                            rszCall + ", called again,");
+    roFindings.Expect(std::memcmp(&oFirst, &oAgain, sizeof(oFirst)) == 0,
+                      "%s answers another clock or offset at its second call", rszCall.c_str());
+    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiCall, nullptr, 0, nullptr, sizeof(oFirst)),
+                            VtStatus_INVALID_PARAM, rszCall + " without an output block");
+    return oFirst;
+}
+
 // A board whose ticks follow no clock of the machine does not know the call.
 void TickClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 {
-    constexpr uint32_t uiTickClock = VtBoard_CustomCallId_GET_TICK_CLOCK;
-    VtBoard_TickClockOut oFirst{};
-    VtBoard_TickClockOut oAgain{};
-    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, &oFirst, sizeof(oFirst));
-    if (eStatus == VtStatus_UNSUPPORTED)
-    {
-        return;
-    }
-    roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_TICK_CLOCK");
-    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, &oAgain, sizeof(oAgain)), VtStatus_OK,
-                            "GET_TICK_CLOCK, called again,");
-    roFindings.Expect(oFirst.uiClockId == VtBoard_ClockId_MONOTONIC, "GET_TICK_CLOCK names the clock %u, which is none",
-                      oFirst.uiClockId);
-    roFindings.Expect(std::memcmp(&oFirst, &oAgain, sizeof(oFirst)) == 0,
-                      "GET_TICK_CLOCK answers another clock or offset at its second call");
-    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiTickClock, nullptr, 0, nullptr, sizeof(oFirst)),
-                            VtStatus_INVALID_PARAM, "GET_TICK_CLOCK without an output block");
+    const auto oClock =
+        AskClock<VtBoard_TickClockOut>(roFindings, hDev, VtBoard_CustomCallId_GET_TICK_CLOCK, "GET_TICK_CLOCK");
+    roFindings.Expect(!oClock || oClock->uiClockId == VtBoard_ClockId_MONOTONIC,
+                      "GET_TICK_CLOCK names the clock %u, which is none", oClock ? oClock->uiClockId : 0);
 }
 
 // The other chips are asked too, for a clock is shared with one of them.
 void SharedClock(CFindings& roFindings, VtDevice_Handle hDev, uint32_t uiChip)
 {
     constexpr uint32_t uiSharedClock = VtBoard_CustomCallId_GET_SHARED_CLOCK;
-    VtBoard_SharedClockOut oFirst{};
-    VtBoard_SharedClockOut oAgain{};
-    const VtStatus eStatus = VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, &oFirst, sizeof(oFirst));
-    if (eStatus == VtStatus_UNSUPPORTED)
+    const auto oClock = AskClock<VtBoard_SharedClockOut>(roFindings, hDev, uiSharedClock, "GET_SHARED_CLOCK");
+    if (!oClock)
     {
         return;
     }
-    roFindings.ExpectStatus(eStatus, VtStatus_OK, "GET_SHARED_CLOCK");
-    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, &oAgain, sizeof(oAgain)), VtStatus_OK,
-                            "GET_SHARED_CLOCK, called again,");
-    roFindings.Expect(oFirst.uiClockId != 0, "GET_SHARED_CLOCK names the clock 0, and they count from 1");
-    roFindings.Expect(std::memcmp(&oFirst, &oAgain, sizeof(oFirst)) == 0,
-                      "GET_SHARED_CLOCK answers another clock or offset at its second call");
-    roFindings.ExpectStatus(VtBoard_CustomCall(hDev, uiSharedClock, nullptr, 0, nullptr, sizeof(oFirst)),
-                            VtStatus_INVALID_PARAM, "GET_SHARED_CLOCK without an output block");
+    roFindings.Expect(oClock->uiClockId != 0, "GET_SHARED_CLOCK names the clock 0, and they count from 1");
+    VtBoard_SharedClockOut oOther{};
     bool bShared = false;
     for (uint32_t uiOther = 0; uiOther < 64; ++uiOther)
     {
         VtDevice_Handle hOther = uiOther == uiChip ? nullptr : Veltrano_GetDevice(uiOther);
         bShared =
             bShared || (hOther != nullptr &&
-                        VtBoard_CustomCall(hOther, uiSharedClock, nullptr, 0, &oAgain, sizeof(oAgain)) == VtStatus_OK &&
-                        oAgain.uiClockId == oFirst.uiClockId);
+                        VtBoard_CustomCall(hOther, uiSharedClock, nullptr, 0, &oOther, sizeof(oOther)) == VtStatus_OK &&
+                        oOther.uiClockId == oClock->uiClockId);
     }
-    roFindings.Expect(bShared, "GET_SHARED_CLOCK names the clock %u, which no other chip has", oFirst.uiClockId);
+    roFindings.Expect(bShared, "GET_SHARED_CLOCK names the clock %u, which no other chip has", oClock->uiClockId);
 }
 
 // A board whose counters of set buffers are exact need not know the call.
