@@ -1,6 +1,6 @@
 #include "HealthMetrics.h"
 
-#include <cmath>
+#include <limits>
 #include <utility>
 
 #include "HealthTexts.h"
@@ -158,7 +158,7 @@ prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
             oHistogram.bucket.push_back({uiCount, bIsEarly ? -flBound : flBound});
         }
     }
-    oHistogram.bucket.push_back({uiCount, INFINITY});
+    oHistogram.bucket.push_back({uiCount, std::numeric_limits<double>::infinity()});
     oHistogram.sample_count = uiCount;
     oHistogram.sample_sum = WatchJson_Round(roPacing.flSumSeconds, iDigits);
     return oHistogram;
