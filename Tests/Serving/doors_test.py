@@ -4,6 +4,7 @@ usage: doors_test.py <VtVideoWatch>
 """
 import ctypes
 import grp
+import json
 import os
 import pathlib
 import re
@@ -201,35 +202,74 @@ scrape_configs:
         wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
                  self.log.read_text, 40)
 
+    def counted_fields(self):
+        """By stream that runs: when, its rate, its fields, and those that were lost."""
+        answer = json.loads(self.curl("--unix-socket", str(self.socket), "http://x/api/v1/streams"))
+        snapshot = answer["snapshot"]
+        return {one["id"]: (snapshot["tick"] / snapshot["tick_frequency_hz"], one["nominal"]["hz"],
+                            one["counters"]["fields"], one["counters"]["fields_lost"])
+                for direction in answer["directions"].values() for one in direction["streams"] if one["state"] == "running"}
+
+    @unittest.skipIf(is_sanitized, "a sanitizer needs files itself")
+    def test_files_that_run_out_while_it_runs_are_awaited(self):
+        watch = self.start("--listen", "127.0.0.1:0", "--listen", f"unix:{self.socket}")
+        address = self.addresses(2)[0]
+        self.curl(address + "healthz")
+        cpu = self.figure(address, "process_cpu_seconds_total")
+        few = len(os.listdir(f"/proc/{watch.pid}/fd")) + 2
+        most = resource.prlimit(watch.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(watch.pid, resource.RLIMIT_NOFILE, (few, most[1]))
+        clients = [socket.create_connection(("127.0.0.1", int(address.rstrip("/").rpartition(":")[2]))) for _ in range(8)]
+        number = self.figure(address, "vt_video_snapshots_total")
+        wait_for(lambda: self.figure(address, "vt_video_snapshots_total") >= number + 2, self.log.read_text)
+        self.assertIn("ok", self.curl("--unix-socket", str(self.socket), "http://x/healthz"))
+        self.assertGreaterEqual(self.figure(address, "process_cpu_seconds_total"), cpu, "no counter goes back")
+        resource.prlimit(watch.pid, resource.RLIMIT_NOFILE, most)
+        [client.close() for client in clients]
+        wait_for(lambda: "process_open_fds" in self.curl(address + "metrics"), self.log.read_text)
+        self.end(watch)
+
+    def figure(self, address, name):
+        return float(re.search(rf"^{name} (\S+)$", self.curl(address + "metrics"), re.M)[1])
+
     @unittest.skipIf(is_sanitized, "a sanitizer is too slow for the honest one to be heard")
     def test_a_thousand_bad_clients_hold_nobody_up(self):
         limit = resource.getrlimit(resource.RLIMIT_NOFILE)
         resource.setrlimit(resource.RLIMIT_NOFILE, (min(4096, limit[1]), limit[1]))
         self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, limit)
         watch, address = self.start_secured("--listen", "[::1]:0")
-        host, port = address.split("/")[2].split(":")
+        ports = [int(one) for one in re.findall(r"serving on https://\S+:(\d+)/", self.log.read_text())]
+        ways = ((socket.AF_INET, ("127.0.0.1", ports[0])), (socket.AF_INET6, ("::1", ports[1])),
+                (socket.AF_UNIX, str(self.socket)))
         self.curl("--unix-socket", str(self.socket), "http://x/healthz")
+        before = self.counted_fields()
         rude = (b"", b"GET /", b"\x16\x03\x01\xff\xff" + b"x" * 900, b"\x80" * 4000,
                 b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nX: ", b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n" * 50)
         clients = []
         for index in range(1000):
-            client = socket.socket(socket.AF_UNIX if index % 2 else socket.AF_INET)
+            family, way = ways[index % 3]
+            client = socket.socket(family)
             self.addCleanup(client.close)
             client.settimeout(5)
             try:
-                client.connect(str(self.socket) if index % 2 else (host, int(port)))
-                client.sendall(rude[index // 2 % len(rude)])
+                client.connect(way)
+                client.sendall(rude[index // 3 % len(rude)])
                 clients.append(client)
             except OSError:
                 pass  # it has been shown the door
         self.assertGreater(len(clients), 500)
         for way in (["--cacert", str(self.folder / "server.pem"), "-u", "ada:word", address],
                     ["--unix-socket", str(self.socket), "http://x/"]):
-            text = self.curl(*way[:-1], way[-1] + "metrics")
+            text = self.curl(*way[:-1], way[-1] + "metrics", "--retry-all-errors")
             figures = dict(re.findall(r"^((?:process|vt_video_http_conn)\w+) (\S+)$", text, re.M))
             self.assertLessEqual(float(figures["vt_video_http_connections"]), 256)
             self.assertLess(float(figures["process_open_fds"]), 600)
             self.assertLess(float(figures["process_resident_memory_bytes"]), 150e6)
+        wait_for(lambda: self.counted_fields()["IN_00"][0] > before["IN_00"][0] + 1, self.log.read_text)
+        after = self.counted_fields()
+        for stream, (seconds, rate, fields, lost) in after.items():
+            self.assertEqual(lost, before[stream][3], stream)
+            self.assertAlmostEqual(fields - before[stream][2], (seconds - before[stream][0]) * rate, delta=2, msg=stream)
         self.end(watch)
 
     def test_what_others_may_read_and_what_is_no_such_file_is_refused(self):
@@ -252,4 +292,4 @@ scrape_configs:
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:])

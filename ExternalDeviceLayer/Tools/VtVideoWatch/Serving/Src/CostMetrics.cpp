@@ -55,7 +55,8 @@ constexpr SCostMetric aoCosts[] = {
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.bIsSynchronised ? 1.0 : 0.0; }},
     {"vt_video_clock_estimated_error_seconds", "The kernel's estimate of that clock's error.", MetricType::Gauge,
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.flEstimatedErrorSeconds; }},
-    // 0 is what a kernel says that was never told.
+    // Here and below, 0 is what is said where nothing is known: by a kernel that was never told, or without a file to
+    // read.
     {"vt_video_clock_tai_offset_seconds", "TAI minus UTC by the kernel.", MetricType::Gauge,
      [](Publication roPublication)
      {
@@ -65,7 +66,11 @@ constexpr SCostMetric aoCosts[] = {
     {"process_cpu_seconds_total", "Processor time of the watch.", MetricType::Counter,
      [](Publication roPublication) { return roPublication.oCosts.flCpuSeconds; }},
     {"process_resident_memory_bytes", "Resident memory of the watch.", MetricType::Gauge,
-     [](Publication roPublication) { return ToDouble(roPublication.oCosts.uiResidentBytes); }},
+     [](Publication roPublication)
+     {
+         const uint64_t uiBytes = roPublication.oCosts.uiResidentBytes;
+         return uiBytes == 0 ? std::numeric_limits<double>::quiet_NaN() : ToDouble(uiBytes);
+     }},
     {"process_start_time_seconds", "When the watch began, UTC.", MetricType::Gauge,
      [](Publication roPublication) { return static_cast<double>(roPublication.iStartUtcNs) * 1e-9; }},
 };

@@ -32,13 +32,30 @@ int GetIdleness(EHttpPhase ePhase)
     switch (ePhase)
     {
     case EHttpPhase::EXPECTED:
-        return 3;
+        return 4;
     case EHttpPhase::READING:
-        return 2;
+        return 3;
     case EHttpPhase::KEPT:
+        return 2;
+    case EHttpPhase::ANSWERING:
         return 1;
     default:
         return 0;
+    }
+}
+
+// What everybody has before somebody else may take his place: time for a handshake and a request, or to read on.
+Clock::duration GetGrace(EHttpPhase ePhase)
+{
+    switch (ePhase)
+    {
+    case EHttpPhase::EXPECTED:
+    case EHttpPhase::READING:
+        return std::chrono::milliseconds(150);
+    case EHttpPhase::ANSWERING:
+        return std::chrono::seconds(1);
+    default:
+        return {};
     }
 }
 
@@ -65,11 +82,12 @@ bool CHttpConnections::EndIdleLocked()
             poIdlest = rpoConnection.get();
         }
     }
-    if (poIdlest != nullptr)
+    if (poIdlest == nullptr || Clock::now() - poIdlest->oSince < GetGrace(poIdlest->ePhase))
     {
-        End(*poIdlest);
+        return false;
     }
-    return poIdlest != nullptr;
+    End(*poIdlest);
+    return true;
 }
 
 bool CHttpConnections::EndIdle()
@@ -78,23 +96,22 @@ bool CHttpConnections::EndIdle()
     return EndIdleLocked();
 }
 
-HttpConnectionPtr CHttpConnections::Enter(int iSocket, const SHttpListener& roListener,
-                                          std::shared_ptr<SHttpDaemonState> poDaemon)
+bool CHttpConnections::MakeRoom()
 {
     const std::lock_guard oGuard(m_oMutex);
     // Those that are ended are gone in a moment, unless they come faster than that.
-    if (m_oConnections.size() >= 2 * m_uiMost || (m_oConnections.size() - m_uiEnded >= m_uiMost && !EndIdleLocked()))
-    {
-        ++m_uiDropped;
-        return nullptr;
-    }
+    return m_oConnections.size() < 2 * m_uiMost && (m_oConnections.size() - m_uiEnded < m_uiMost || EndIdleLocked());
+}
+
+void CHttpConnections::Enter(int iSocket, const SHttpListener& roListener, std::shared_ptr<SHttpDaemonState> poDaemon)
+{
+    const std::lock_guard oGuard(m_oMutex);
     auto poConnection = std::make_shared<SHttpConnection>();
     poConnection->iSocket = iSocket;
     poConnection->poListener = &roListener;
     poConnection->poDaemon = std::move(poDaemon);
     poConnection->oSince = Clock::now();
-    m_oConnections[iSocket] = poConnection;
-    return poConnection;
+    m_oConnections[iSocket] = std::move(poConnection);
 }
 
 HttpConnectionPtr CHttpConnections::Find(int iSocket) const

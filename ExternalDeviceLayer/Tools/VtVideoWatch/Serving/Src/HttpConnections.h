@@ -53,10 +53,14 @@ public:
     explicit CHttpConnections(size_t uiMost) : m_uiMost(uiMost) {}
 
     /*
-     * A place for a new connection. When all are taken, the one that has been idle for longest loses its own: first of
-     * those that have never asked for anything. Null when nobody is idle.
+     * Whether there is a place for one more. When all are taken, the one that has been idle for longest loses its own:
+     * first of those that have never asked for anything, but none before it had time to. False when there is nobody:
+     * who comes has to wait outside for a moment.
      */
-    HttpConnectionPtr Enter(int iSocket, const SHttpListener& roListener, std::shared_ptr<SHttpDaemonState> poDaemon);
+    bool MakeRoom();
+
+    // A new connection takes the place that there is.
+    void Enter(int iSocket, const SHttpListener& roListener, std::shared_ptr<SHttpDaemonState> poDaemon);
 
     // Ends one that is idle, as if a place were needed; false when there is none.
     bool EndIdle();

@@ -23,8 +23,8 @@ namespace
 constexpr size_t uiMostConnections = 256;
 constexpr size_t uiLeastConnections = 4;
 constexpr size_t uiFilesForOthers = 8;
-constexpr int iAcceptsPerTurn = 64;
-constexpr int iNoFilesMs = 20;
+constexpr int iAcceptsPerTurn = 256;
+constexpr int iNoRoomMs = 20;
 
 // Of the files that may still be opened, at most half are for connections, and there may be twice as many for a moment.
 size_t CountConnections()
@@ -69,25 +69,52 @@ void TakeOver(SHttpServerParts& roParts, const SHttpListener& roListener, int iS
     const std::lock_guard oGuard(roParts.oDaemonMutex);
     CHttpDaemon& roDaemon =
         roParts.poTls != nullptr && IsSecured(roListener.oAddress) ? *roParts.poTls : *roParts.poPlain;
-    if (roParts.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState()) == nullptr)
-    {
-        close(iSocket);
-        return;
-    }
+    roParts.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState());
     roDaemon.Add(iSocket);
 }
 
-// Takes in who waits at a listener. False when files are scarce.
-bool TakeIn(SHttpServerParts& roParts, const SHttpListener& roListener)
+// The listener whose turn it is of those that somebody waits at; null when there is nobody.
+//   raoFiles  in/out  the end, and then the listeners
+const SHttpListener* FindNext(const SHttpServerParts& roParts, std::vector<pollfd>& raoFiles, size_t& ruiTurn)
 {
-    for (int i = 0; i < iAcceptsPerTurn; ++i)
+    const size_t uiListeners = roParts.aoListeners.size();
+    const bool bIsSomebody = poll(raoFiles.data() + 1, uiListeners, 0) > 0;
+    for (size_t i = 0; i < uiListeners && bIsSomebody; ++i)
     {
-        const int iSocket = HttpSockets_Accept(roListener);
-        if (iSocket < 0)
+        const size_t uiListener = ruiTurn++ % uiListeners;
+        if ((raoFiles[uiListener + 1].revents & POLLIN) != 0)
         {
-            return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
+            return &roParts.aoListeners[uiListener];
         }
-        TakeOver(roParts, roListener, iSocket);
+    }
+    return nullptr;
+}
+
+// Takes in who waits outside, from one listener after the other, so that a crowd at one delays nobody at the others.
+// False when there is no room, or files are scarce.
+bool TakeIn(SHttpServerParts& roParts, std::vector<pollfd>& raoFiles, size_t& ruiTurn)
+{
+    for (int i = 0; i < iAcceptsPerTurn && !roParts.bIsEnding; ++i)
+    {
+        const SHttpListener* poListener = FindNext(roParts, raoFiles, ruiTurn);
+        if (poListener == nullptr)
+        {
+            return true;
+        }
+        if (!roParts.oService.oConnections.MakeRoom())
+        {
+            return false;
+        }
+        const int iSocket = HttpSockets_Accept(*poListener);
+        if (iSocket >= 0)
+        {
+            TakeOver(roParts, *poListener, iSocket);
+        }
+        else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+        {
+            roParts.oService.oConnections.EndIdle();
+            return false;
+        }
     }
     return true;
 }
@@ -100,20 +127,13 @@ void Stand(SHttpServerParts& roParts)
     {
         aoFiles.push_back({roListener.iSocket, POLLIN, 0});
     }
-    bool bHasFiles = true;
+    bool bHasRoom = true;
+    size_t uiTurn = 0;
     while (!roParts.bIsEnding)
     {
         const int iLookMs = roParts.oService.oConnections.EndOverdue();
-        poll(aoFiles.data(), bHasFiles ? aoFiles.size() : 1, bHasFiles ? iLookMs : iNoFilesMs);
-        bHasFiles = true;
-        for (size_t i = 1; i < aoFiles.size() && !roParts.bIsEnding; ++i)
-        {
-            bHasFiles = TakeIn(roParts, roParts.aoListeners[i - 1]) && bHasFiles;
-        }
-        if (!bHasFiles)
-        {
-            roParts.oService.oConnections.EndIdle();
-        }
+        poll(aoFiles.data(), bHasRoom ? aoFiles.size() : 1, bHasRoom ? iLookMs : iNoRoomMs);
+        bHasRoom = TakeIn(roParts, aoFiles, uiTurn);
     }
 }
 
@@ -288,9 +308,10 @@ std::string CHttpServer::GetWarning() const
     {
         return {};
     }
-    return "whoever reaches " + ListenAddress_Print(oOpen->oAddress) +
-           (bAsks ? " may read passwords on their way: see --tls-certificate"
-                  : " may read everything: see --users and --tls-certificate");
+    const char* szWhat = bAsks                           ? " may read passwords on their way: see --tls-certificate"
+                         : roFiles.szCertificate.empty() ? " may read everything: see --users and --tls-certificate"
+                                                         : " may read everything: see --users and --tls-client-ca";
+    return "whoever reaches " + ListenAddress_Print(oOpen->oAddress) + szWhat;
 }
 
 CFault CHttpServer::Reload()

@@ -78,7 +78,8 @@ CFault ListenAddress_Read(const std::string& rszText, SListenAddress& roAddress)
     {
         return {};
     }
-    return CFault("cannot listen on \"" + rszText + "\": give ADDRESS:PORT in numbers, [ADDRESS]:PORT or unix:PATH");
+    return CFault("cannot listen on \"" + rszText + "\": give ADDRESS:PORT in numbers, [ADDRESS]:PORT or unix:PATH" +
+                  (rszText.starts_with(szUnix) ? ", of 107 bytes at most" : ""));
 }
 
 std::string ListenAddress_Print(const SListenAddress& roAddress)

@@ -83,8 +83,9 @@ CFault CheckKeys(const SHttpFiles& roFiles, const SHttpKeys& roKeys)
         gnutls_certificate_set_x509_key_mem2(poMade, &oCertificate, &oKey, GNUTLS_X509_FMT_PEM, nullptr, 0);
     if (iPair < 0)
     {
-        return CFault("--tls-certificate " + roFiles.szCertificate + ", --tls-key " + roFiles.szKey + ": " +
-                      gnutls_strerror(iPair));
+        std::string szWhy = gnutls_strerror(iPair);
+        szWhy.resize(szWhy.find_last_not_of('.') + 1);
+        return CFault("--tls-certificate " + roFiles.szCertificate + ", --tls-key " + roFiles.szKey + ": " + szWhy);
     }
     const int iTrusted =
         roKeys.szClientCa.empty() ? 1 : gnutls_certificate_set_x509_trust_mem(poMade, &oClientCa, GNUTLS_X509_FMT_PEM);
