@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr int iApplicationId = 0x56745672; // "VtVr"
-constexpr int64_t iMostStreams = 2 * uiMaxStreamsPerDirection;
+constexpr int64_t iMostStreams = int64_t{2} * uiMaxStreamsPerDirection;
 constexpr uint64_t uiMostRows = 1'000'000; // of events, descriptions, clocks
 constexpr size_t uiMostTextBytes = 4096;
 
