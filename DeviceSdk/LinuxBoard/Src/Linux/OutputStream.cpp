@@ -15,6 +15,8 @@ namespace
 constexpr uint64_t uiOffPauseNs = 10 * uiNsPerMs;
 /* How often a card that is away is looked for. */
 constexpr uint64_t uiAwayPauseNs = 100 * uiNsPerMs;
+/* How often one without vertical blanks is asked what it shows. */
+constexpr uint64_t uiNoVblankPauseNs = 1000 * uiNsPerMs;
 
 } // namespace
 
@@ -163,9 +165,16 @@ void COutputStream::FindSignal()
 /* While fields run the watch looks; otherwise nobody does, and there are no fields that asking could cost. */
 void COutputStream::AskIfStill()
 {
-    if (m_eSignal != ESignal::RUNNING && m_eSignal != ESignal::GONE)
+    const uint64_t uiNowNs = MonotonicClock_NowNs();
+    const bool bSilent = m_eSignal == ESignal::NO_VBLANK && uiNowNs < m_uiNextLookNs;
+    if (m_eSignal == ESignal::RUNNING || m_eSignal == ESignal::GONE || bSilent)
     {
-        FindSignal();
+        return;
+    }
+    FindSignal();
+    if (m_eSignal == ESignal::NO_VBLANK)
+    {
+        m_uiNextLookNs = uiNowNs + uiNoVblankPauseNs;
     }
 }
 

@@ -67,7 +67,7 @@ private:
     uint32_t m_uiMode = UINT32_MAX; /* of the watch's modes, the one that the parameters are of */
     VtVideo_VidParam m_oVidParam{};
     uint64_t m_uiFieldPeriodNs = 0;
-    uint64_t m_uiNextLookNs = 0; /* when a card that is away is looked for next */
+    uint64_t m_uiNextLookNs = 0; /* when a card that is away, or one without vertical blanks, is asked next */
 };
 
 #endif
