@@ -23,7 +23,7 @@ pack_programs() {
     local szFile
     mkdir -p "$szTree/test" "$szTree/veltrano"
     cp "$@" "$szTree/test/"
-    cp "${VT_GUEST_BOARD:-$szBuild/lib/linux/libVeltrano.so}" "$szTree/veltrano/"
+    cp "${VT_GUEST_BOARD:-$szBuild/lib/linux/libVeltrano.so}" "$szTree/veltrano/libVeltrano.so"
     LD_LIBRARY_PATH="$szBuild/lib/linux" ldd "$@" | grep -o '/[^ ]*' | grep -v ':$' | sort -u |
         grep -v libVeltrano | while read -r szFile; do
             mkdir -p "$szTree$(dirname "$szFile")"

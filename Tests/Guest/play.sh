@@ -74,8 +74,9 @@ feed_all() {
 
 # state <node> <record>: all that an owner may change of an input.
 state() {
-    v4l2-ctl -d "$1" --get-fmt-video --get-dv-timings --get-parm --get-selection=target=crop \
-        --get-selection=target=compose >"/records/$2" 2>&1
+    # One call tells of one rectangle.
+    { v4l2-ctl -d "$1" --get-fmt-video --get-dv-timings --get-parm --get-selection=target=crop
+        v4l2-ctl -d "$1" --get-selection=target=compose; } >"/records/$2" 2>&1
 }
 
 # The first processes of a case may have gone before their devices are quite free.
