@@ -459,6 +459,167 @@ class MadeUpTest(PageCase):
                 self.assertEqual(self.script(CONTRASTS), [], query + ", paused")
 
 
+# What the page's modules make of numbers and of streams, to the word; `m` is the model of the streams that are made below.
+FIGURES = [
+    ("[-1e-4, -1.26, null, NaN, 12].map((v) => format.fixed(v, 1))", ["0.0", "−1.3", "–", "–", "12.0"]),
+    ("[99.9994, 100, null].map(format.rateFigure)", ["99.999", "100.00", "–"]),
+    ("[[4e-4, .02], [12.3456, .5], [12.3456, 5], [12.3456, 50], [1234.4, 1e-3], [-3, 0], [null, 1], [-999.96, .5]]"
+     ".map(([v, e]) => format.ppmFigure(v, e))",
+     ["0.000", "+12.35", "+12.3", "+12", "+1234", "−3.000", "–", "−999.96"]),
+    ("[1.5, -.0123456, .1234, -2.5e-4, 99.9e-6, 2e-8, 0, 1e-3, 1e-6, 1e-9].map((v) => format.span(v))",
+     ["+1.500 s", "−12.346 ms", "+123.40 ms", "−250.0 µs", "+99.90 µs", "+20 ns", "0 ns", "+1.000 ms", "+1.00 µs", "+1 ns"]),
+    ("[format.span(-3e-6, false), format.span(3e-6, false)]", ["−3.00 µs", "3.00 µs"]),
+    ("[3e-6, 1.234e-4, .0123, -9.999e-5, null, 1e-4, 1e-2].map(format.microsecondsFigure)",
+     ["+3.00", "+123.4", "+12300", "−99.99", "–", "+100.0", "+10000"]),
+    ("[1.2e-9, 1.234e-8, -1.234e-6, 1e-4, 9.99e-5, null, 1e-8, 1e-6].map(format.ppb)",
+     ["+1.20 ppb", "+12.3 ppb", "−1234 ppb", "+100.0 ppm", "+99900 ppb", "–", "+10.0 ppb", "+1000 ppb"]),
+    ("[format.ppbError(-2e-10), format.lines(.2), format.lines(null), format.rate(59.94), format.ppm(-1, .5)]",
+     ["0.20 ppb", "+0.20 lines", "–", "59.940 Hz", "−1.00 ppm"]),
+    ("[.25, 1, 2.5, 9.94, 9.96, 60, 65, 3600, 3720, 90061, 86313600, -1].map(format.duration)",
+     ["250 ms", "1.0 s", "2.5 s", "9.9 s", "10 s", "1 min", "1 min 5 s", "1 h", "1 h 2 min", "1 d 1 h", "years", "–"]),
+    ("[[0, 999], [0, 1000], [5000, 0], [0, 61000]].map((both) => format.age(...both))",
+     ["now", "1 s ago", "now", "1 min ago"]),
+    ("[59.9, 60, 3725].map(format.longAge)", ["59 s", "1 min", "1 h 2 min"]),
+    ("[1234567, 0, null].map(format.count)", ["1 234 567", "0", "–"]),
+    ("[format.utcTime(5, true), format.utcTime(3723004), format.utcDateTime(m.ms, true)]",
+     ["00:00:00.005", "01:02:03", "2026-03-01 03:00:00.000"]),
+    ("[1000, 86400000].map((ago) => format.since(m.ms - ago, m.ms))", ["since 02:59:59 UTC", "since 2026-02-28 03:00:00 UTC"]),
+    ("[0, 28, 29].map((n) => format.label({ id: 'IN_00', name: 'x'.repeat(n) }))",
+     ["IN_00", "IN_00 " + 28 * "x", "IN_00 " + 27 * "x" + "…"]),
+    ("words.eventKinds.map((kind) => words.eventClass({ kind, after: 'passing' })).join(' ')",
+     "idle idle passing lost locked lost idle running lost passing passing free passing passing running running free "
+     "running free passing running running running running lost locked passing free passing free locked"),
+    ("[['lock_changed', 'locked'], ['lock_changed', 'different'], ['state_changed', 'running'], ['state_changed', 'gone'],"
+     "['new_one']].map(([kind, after]) => words.eventClass({ kind, after }))", ["locked", "idle", "locked", "gone", "running"]),
+    ("[{ kind: 'fields_unobserved', count: 1 }, { kind: 'signal_back', seconds: 2.5 }, { kind: 'phase_stepped', seconds: -3e-4 },"
+     "{ kind: 'group_ended', members: ['IN_00', 'IN_01'], seconds: 65 }, { kind: 'group_formed', members: ['IN_00', 'IN_01'] },"
+     "{ kind: 'timings_changed', before: 60, after: 59.94 }, { kind: 'buffers_skipped', count: 2 }, { kind: 'signal_lost' },"
+     "{ kind: 'fields_lost', count: 1 }, { kind: 'lock_changed', before: 'free', after: 'locked', count: 1 },"
+     "{ kind: 'incident_began', incident: 3, domain: 'feed' }, { kind: 'odd', before: null, after: 1 }].map(words.eventText)",
+     ["Watcher late: 1 field not seen; no fault of the signal", "Signal back: away for 2.5 s", "Phase stepped: by −300.0 µs",
+      "Lock group ended: IN_00, IN_01, after 1 min 5 s", "Lock group formed: IN_00, IN_01",
+      "Timings changed: 60.000 Hz → 59.940 Hz", "Buffers skipped: 2 buffers", "Signal lost", "Fields lost: 1 field",
+      "Lock: free → locked", "Incident began: number 3, feed", "odd: none → 1"]),
+    ("[at('IN_00'), at('IN_01'), at('IN_01', { kind: 'free', toSlip: null }), at('IN_01', { drift: 5e-10 }), at('IN_02'),"
+     "at('OUT_00')].map((one) => words.movement(one.stream, one, m.ms))",
+     ["is what the others are compared with",
+      "is in step only in passing, drifts −1.20 ppb, leaves the lock in about 1 h, slips a whole field in about 1 d",
+      "runs free, drifts −1.20 ppb, comes within the threshold in about 1 h", "is in step only in passing and does not drift",
+      "has had no signal since 02:46:00 UTC, for 14 min", "is idle"]),
+    ("[['gone', ''], ['running', 'different'], ['running', 'idle']]"
+     ".map(([kind, lock]) => words.movement({ sinceMs: m.ms - 5000, lock }, { kind }, m.ms))",
+     ["is gone since 02:59:55 UTC, for 5 s: the device does not answer any more", "runs at a rate that does not compare",
+      "runs"]),
+    ("model.findStream(m, 'IN_01')",
+     {"id": "IN_01", "direction": "input", "name": "B", "standard": "1920 x 1080p @ 59.94 Hz", "format": "YUV422",
+      "setup": "started", "state": "running", "sinceMs": NOW - 7200000, "lock": "passing", "hertz": 59.94, "ppm": 0.01,
+      "ppmError": 0.02, "nominal": 60000 / 1001, "period": 1 / 59.94, "line": 1e-5, "phase": 3e-6, "lines": 0.2,
+      "phaseError": 2e-8, "drift": -1.2e-9, "driftError": 2e-10, "toThreshold": 4080, "toThresholdError": None,
+      "toSlip": 90000, "toSlipError": None, "lost": 5, "unobserved": 6, "queue": {"ready": 1.4, "loaned": 2}, "lastEvent": None,
+      "health": {"overall": "healthy", "domain": "signal", "reason": "", "sinceMs": NOW - 7200000}}),
+    ("[own, other, compare.needsPairs(m, { refin: 'IN_00' }), compare.needsPairs(m, { refin: 'IN_01' })]",
+     [{"input": "IN_00", "output": "OUT_01"}, {"input": "IN_01", "output": "OUT_01"}, False, True]),
+    ("['IN_00', 'IN_01', 'IN_02'].map((id) => compare.compare(model.findStream(m, id), m, other, pairs))"
+     ".map((one) => [one.kind, one.phase, one.lines?.toFixed(3), one.drift, one.driftError, one.toThreshold, one.toSlip])",
+     [["free", {"seconds": -2e-6, "error": 1e-8}, "-0.200", -3e-9, 1e-9, 7, 8],
+      ["reference", {"seconds": 3e-6, "error": 2e-8}, "0.200", -1.2e-9, 2e-10, 4080, 90000],
+      ["lost", None, None, None, None, None, None]]),
+    ("facts.measuredFacts(json.input.streams[0], at('IN_00')).map((fact) => fact.join(' | '))",
+     ["Rate over 1s | 59.950000 Hz", "Rate over 10s | 59.940060 Hz", "Rate over 100s | ", "Deviation over 1s | +21 ppm ± 16",
+      "Deviation over 10s | +0.010 ppm ± 0.020", "Deviation over 100s | ", "Phase | +3.00 µs ± 20 ns",
+      "Drift | 0.00 ppb ± 1.00 ppb", "Jitter, RMS | 100 ns", "Jitter, peak to peak | 400 ns", "TDEV, 1 s | 2 ns",
+      "TDEV, 10 s | ", "Phase against TAI | −1.00 µs ± 200 ns", "Fields seen | 2", "Fields lost | 3",
+      "Not seen (watcher late) | 4", "Signal losses | 10, 20 s in all", "Early, late fields | 7, 8",
+      "Counter repeated, went back | 5, 6", "Phase steps | 9", "Changes of timing, format, state | 11, 12, 13",
+      "Ran | 21 s of 22 s watched", "Not seen: no processor was free | 12", "Buffers skipped | 14", "Cadence | ",
+      "Stalled since | ", "Stalls, changes of cadence | ", "Repeated beyond the cadence | ", "Fields swapped since | "]),
+    ("facts.measuredFacts(json.output.streams[0], at('OUT_01')).slice(-8).map((fact) => fact.join(' | '))",
+     ["Buffers set | 15", "Buffers shown again | 16", "Buffers overwritten | 17", "Cadence | none", "Stalled since | ",
+      "Stalls, changes of cadence | 2, 1", "Repeated beyond the cadence | 180", "Fields swapped since | 2026-03-01 02:59:59 UTC"]),
+    ("[json.input, json.output].map((side) => facts.signalFacts(side.streams[0]).map((fact) => fact.join(' ')).join())",
+     ["Name Camera A,Signal 1920 x 1080p @ 59.94 Hz,Nominal rate 60000/1001 Hz,Line 14.83 µs,Pixel format YUV422,"
+      "Capture started,Since 2026-03-01 01:00:00 UTC", "Name Left,Signal 1920 x 1080p @ 59.94 Hz,Nominal rate 60 Hz,"
+      "Line 14.83 µs,Pixel format YUV422,Power power save,Since 2026-03-01 01:00:00 UTC"]),
+    ("[facts.pacingFacts({}), health.healthFacts(json.input.streams[2]).slice(0, 2)]",
+     [[["Fields", "none"]], [["Signal", "Unhealthy: the signal is lost"], ["Delivery", "Healthy"]]]),
+    ("['IN_01', 'IN_02', 'OUT_01'].map(at).map((one) => Object.values(health.strip(one.stream, one)).join())",
+     ["Passing,passing,running,in step at the moment, but drifting through", "No signal,lost,lost,the signal is lost",
+      "Reference,reference,reference,what the others are compared with"]),
+    ("[['IN_00'], ['IN_02'], ['IN_02', null], ['IN_01', { overall: 'partially_healthy', domain: 'feed', reason: 'r', sinceMs: 1 }]]"
+     ".map(([id, judged]) => ({ ...model.findStream(m, id), ...(judged !== undefined && { health: judged }) })).map(health.lastWord)",
+     [None, {"text": "Signal: the signal is lost", "ms": NOW - 840000, "colour": "lost"},
+      {"text": "Signal lost", "ms": NOW - 840000, "colour": ""}, {"text": "Feed: r", "ms": 1, "colour": "passing"}]),
+    ("health.verdictOf(model.toModel({ snapshot: {}, directions: { input: { streams: [] }, output: { streams: [] } } }))",
+     {"level": "warn", "shape": "idle", "text": "There is nothing to watch", "more": "the board has no streams"}),
+    ("[3, 5].map((n) => health.named(json.input.streams.concat(json.output.streams).slice(0, n)))",
+     ["IN_00 Camera A, IN_01 B, IN_02 Cable", "IN_00 Camera A, IN_01 B, IN_02 Cable and 2 more"]),
+    ("[{ from: '2026-03-01T00:00:00Z', to: '2026-03-01T01:00:00Z' }, { from: '2026-03-01T01:00:00Z', to: '2026-03-01T00:00:00Z' },"
+     "{ span: 'all', reach: { minutes_from: 5 } }, { span: 'all', reach: { seconds_from: m.ms } }, { span: 'all' }, { span: '-1' },"
+     "{ span: '7' }].map((state) => history.spanOf(state, m.ms, state.reach)).map((one) => [one.from - m.ms, one.to - m.ms,"
+     " one.isLive])", [[-10800000, -7200000, False], [-600000, 0, True], [5 - NOW, 0, True], [-60000, 0, True],
+                       [-600000, 0, True], [-600000, 0, True], [-7000, 0, True]]),
+    ("[605000, 605001].map((to) => history.stepOf({ from: 0, to }))", [1, 60]),
+    ("history.rowsOf({ t: [0, 1000, 3500, 6001] }, (i) => (i === 1 ? null : i), (i) => (i === 2 ? undefined : .5), 1)"
+     ".map(([date, point]) => [date.getTime(), point])",
+     [[0, [0, .5]], [1000, [None, None]], [3500, [2, 0]], [3501, [None, None]], [6001, [3, .5]]]),
+    ("order.makeOrder()(model.streamsOf(m), new Map(model.streamsOf(m).map((one) => [one, at(one.id)])), 0).map((one) => one.id)",
+     ["IN_02", "IN_01", "IN_00", "OUT_01", "OUT_00"]),
+    ("(() => { const kept = sparkline.makeTrace(); for (let i = 0; i < 301; ++i) sparkline.addToTrace(kept, i === 300 ? null : i);"
+     " return [kept.next, kept.count, kept.values[0], ...kept.values.slice(1, 3)]; })()", [1, 300, None, 1, 2]),
+]
+
+
+class FiguresTest(PageCase):
+    """The page's modules by themselves."""
+
+    def test_modules_say_every_figure_and_sentence_to_the_word(self):
+        watch = MadeUpWatch()
+        self.addCleanup(watch.close)
+        self.base = watch.base
+        self.open()
+        counted = {name: i + 1 for i, name in enumerate(
+            ("fields", "fields_observed", "fields_lost", "fields_unobserved", "fields_repeated", "counter_backward",
+             "fields_early", "fields_late", "phase_steps", "signal_losses", "timing_changes", "format_changes",
+             "state_changes", "buffers_skipped", "buffers_set", "buffers_repeated", "buffers_overwritten", "wait_time_outs",
+             "late_wakes", "signal_lost_seconds", "running_seconds", "watched_seconds"))}
+
+        def rate(window, hertz, ppm, error):
+            return {"window": window, "hz": hertz, "stderr_hz": 1e-6, "ppm": ppm, "stderr_ppm": error}
+        level = {"mean": 1.4, "least": 1, "most": 3}
+        streams = [
+            stream(0, "Camera A", counters=counted, unobserved_causes={"outside_wait": 0, "no_processor": 12},
+                   tdev=[{"tau_seconds": 1, "seconds": 2e-9}, {"tau_seconds": 10, "seconds": None}],
+                   tai={"seconds": -1e-6, "uncertainty": 2e-7},
+                   rates=[rate("1s", 59.95, 20.5, 16.0), rate("10s", 59.94006, .01, .02), rate("100s", None, None, None)]),
+            stream(1, "B", lock="passing", drift=estimate("ratio", -1.2e-9, 2e-10), seconds_to_threshold=4080,
+                   seconds_to_slip=90000, line_seconds=1e-5, rates=[rate("1s", 1, 1, 1), rate("10s", 59.94, .01, .02)],
+                   counters={"fields_lost": 5, "fields_unobserved": 6},
+                   queue={"windows": [{"ready": level, "loaned": {"mean": 2}}]}),
+            lost(2, "Cable", NOW - 840000),
+            stream(1, "Left", "output", lock="free", setup="power_save", counters=counted,
+                   nominal={"numerator": 60, "denominator": 1, "hz": 60}, field_order={"swapped_since": utc(NOW - 1000)},
+                   feed={"cadence": None, "cadence_since": None, "fed": True, "stalled_since": None, "stalls": 2,
+                         "cadence_changes": 1, "repeated_beyond_cadence": 180}),
+            stream(0, "O", "output", state="idle", health=INACTIVE)]
+        pair = {"first": "IN_00", "second": "IN_01", "offset": {"seconds": 2e-6, "stderr": 1e-8}, "lock": "free",
+                "drift": estimate("ratio", 3e-9, 1e-9), "seconds_to_threshold": 7, "seconds_to_slip": 8}
+        said = self.browser.execute_async_script("""
+            const [told, pair, texts, done] = [JSON.parse(arguments[0]), ...[...arguments].slice(1)];
+            const names = ['format', 'words', 'model', 'health', 'compare', 'order', 'history', 'stream-facts', 'sparkline'];
+            Promise.all(names.map((name) => import(`/${name}.js`))).then((modules) => {
+              const [format, words, model, health, compare, order, history, facts, sparkline] = modules;
+              const [m, json] = [model.toModel(told), told.directions];
+              const [own, other] = ['', 'IN_01'].map((refin) => compare.referenceIds(m, { refin, refout: refin }));
+              const at = (id, changes) => ({ ...compare.compare(model.findStream(m, id), m, own), ...changes,
+                                             stream: model.findStream(m, id) });
+              const pairs = { directions: { input: { pairs: [pair] } } };
+              done(texts.map((text) => JSON.stringify(eval(`(${text})`)) ?? 'null'));
+            });""", json.dumps(snapshot(streams)), pair, [text for text, _ in FIGURES])
+        for (text, expected), one in zip(FIGURES, said):
+            with self.subTest(text):
+                self.assertEqual(json.loads(one.replace("\u00a0", " ").replace("\u2011", "-")), expected)
+
+
 class FullBoardTest(unittest.TestCase):
     """64 streams at first sight."""
 
@@ -489,4 +650,4 @@ class FullBoardTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2)
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2, failfast="VT_FAIL_FAST" in os.environ)
