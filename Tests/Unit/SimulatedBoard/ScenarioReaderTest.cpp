@@ -29,6 +29,15 @@ std::string GetFault(const std::string& rszText)
     return Scenario_Read(rszText, oScenario, oFault) ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
 }
 
+// A number as the reader says it.
+std::string Shortest(const std::string& rszNumber)
+{
+    std::ostringstream oText;
+    oText.precision(15);
+    oText << std::stod(rszNumber);
+    return oText.str();
+}
+
 const std::string szInput = "[[chip]]\n[[chip.input]]\nstandard = '1080p60'\n"; // lines 1 to 3
 
 } // namespace
@@ -141,15 +150,122 @@ F operation = 'Veltrano_Version'|status = 'VtStatus_FAIL'|chip = 0 => 5: chip: g
     EXPECT_EQ(GetFault(szDotted + " = 1"), "3: nested too deeply");
 }
 
+// Each row: how the text begins, a key with its least and its most value, and what lies just outside of them.
+TEST(ScenarioReader, TakesEveryFigureAsFarAsItsLimits)
+{
+    const std::map<char, std::string> aszBegins = {
+        {'C', "[[chip]]\n"},
+        {'S', "[time]\nmode = 'scaled'\n"},
+        {'I', szInput},
+        {'O', "[[chip]]\n[[chip.output]]\nstandard = '1080p60'\n"},
+        {'R', "[[chip]]\n[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24\n"},
+        {'T', "[[chip]]\n[[chip.input]]\n[chip.input.timing]\nh_active = 8\nv_active = 8\npixel_clock_hz = 10_000\n"},
+        {'D', szInput + "[[chip.input.event]]\nat_field = 10\nkind = 'description_change'\n"},
+        {'H', szInput + "[[chip.input.event]]\nat_field = 10\nkind = 'hang'\n"},
+        {'B', szInput + "[[chip.input.event]]\nat_field = 10\nkind = 'skipped_buffers'\n"},
+        {'L', szInput + "[[chip.input.event]]\nat_field = 10\nkind = 'lock_lost'\n"},
+        {'W', szInput + "[[chip.input.event]]\nkind = 'missed_field'\n"},
+        {'F', "[[chip]]\n[[fault]]\noperation = 'VtVideoIn_GetHandle'\nstatus = 'VtStatus_FAIL'\n"}};
+    std::istringstream oRows(R"(C tick_frequency_hz 1000 4000000000 999 4000000001
+C tick_start 1 2305843009213693952 0 2305843009213693953
+C clock_ppm -50000 50000 -50000.01 50000.01
+C removal_at_s 0 1e8 -0.01 100000001
+S scale 0.001 1000 0.0009 1000.1
+I ppm -50000 50000 -50000.01 50000.01
+I wander_ticks 0 1e12 -1 1.01e12
+I wander_period_s 1 1e7 0.99 10000001
+I buffers 0 1024 -1 1025
+I ready 0 1024 -1 1025
+I ready_spread 0 1024 -1 1025
+I loan 0 1024 -1 1025
+I loan_spread 0 1024 -1 1025
+I width 1 65536 0 65537
+I height 1 65536 0 65537
+I color_space 0 15 -1 16
+I chroma_subsampling 0 3 -1 4
+I color_depth 0 3 -1 4
+I phase_us -1e9 1e9 -1.01e9 1.01e9
+I phase_lines -1e5 1e5 -100001 100001
+O set_buffer_rate 0.001 4000 0.0009 4000.1
+R set_buffer_irregular 0 1 -0.01 1.01
+T h_front_porch 0 16384 -1 16385
+T h_sync 0 16384 -1 16385
+T h_back_porch 0 16384 -1 16385
+T v_front_porch 0 16384 -1 16385
+T v_sync 0 16384 -1 16385
+T v_back_porch 0 16384 -1 16385
+D h_active 1 16384 0 16385
+D v_active 1 16384 0 16385
+D v_rate_hz 0 4294967295 -1 4294967296
+D h_rate_khz 0 4294967295 -1 4294967296
+D pixel_clock_khz 0 4294967295 -1 4294967296
+D h_front_porch 0 16384 -1 16385
+D h_sync 0 16384 -1 16385
+D h_back_porch 0 16384 -1 16385
+D v_front_porch 0 16384 -1 16385
+D v_sync 0 16384 -1 16385
+D v_back_porch 0 16384 -1 16385
+D color_space 0 15 -1 16
+D chroma_subsampling 0 3 -1 4
+D color_depth 0 3 -1 4
+D width 1 65536 0 65537
+D height 1 65536 0 65537
+H ms 1 60000 0 60001
+B count 1 1000000 0 1000001
+L ppm -50000 50000 -50000.01 50000.01
+W at_s 0 1e8 -0.01 100000001
+F call 1 9223372036854775807 0 -
+F times 0 9223372036854775807 -1 -
+F every 1 9223372036854775807 0 -)");
+    char cBegin = 0;
+    for (std::string szKey, szLeast, szMost, szBelow, szAbove;
+         oRows >> cBegin >> szKey >> szLeast >> szMost >> szBelow >> szAbove;)
+    {
+        const auto Get = [&](const std::string& rszValue)
+        { return GetFault(aszBegins.at(cBegin) + szKey + " = " + rszValue + (cBegin == 'S' ? "\n[[chip]]" : "")); };
+        const std::string szRefused = szKey + ": must be " + Shortest(szLeast) + " to " + Shortest(szMost);
+        for (const std::string& rszInside : {szLeast, szMost})
+        {
+            EXPECT_FALSE(Get(rszInside).find(": must be") != std::string::npos)
+                << szKey << " = " << rszInside << ": " << Get(rszInside);
+        }
+        for (const std::string& rszOutside : {szBelow, szAbove})
+        {
+            EXPECT_TRUE(rszOutside == "-" || Get(rszOutside).ends_with(": " + szRefused))
+                << szKey << " = " << rszOutside << ": " << Get(rszOutside);
+        }
+    }
+}
+
 TEST(ScenarioReader, RefusesMoreThanTheBoardHolds)
 {
-    std::string szText = "[[chip]]\n";
-    for (int iInput = 0; iInput < 32; ++iInput)
+    const auto Repeat = [](size_t uiTimes, std::string_view szTable)
     {
-        szText += "[[chip.input]]\nstandard = '1080p60'\n[[chip.output]]\nstandard = '1080p60'\n";
+        std::string szText;
+        for (size_t uiTime = 0; uiTime < uiTimes; ++uiTime)
+        {
+            szText += szTable;
+            std::ranges::replace(szText, '#', static_cast<char>('A' + uiTime));
+        }
+        return szText;
+    };
+    struct SRow
+    {
+        std::string szBegin, szTable, szKey;
+        size_t uiMost;
+    };
+    for (const SRow& roRow :
+         {SRow{"", "[[chip]]\n", "chip", 8},
+          {"[[chip]]\n", "[[chip.lock_group]]\nname = '#'\n", "lock_group", 32},
+          {"[[chip]]\n", "[[chip.connector]]\nname = 'x'\n", "connector", 128},
+          {"[[chip]]\n", "[[fault]]\noperation = 'Veltrano_Version'\nstatus = 'VtStatus_FAIL'\n", "fault", 256},
+          {"[[chip]]\n", "[[chip.input]]\nstandard = '1080p60'\n", "input", 32},
+          {"[[chip]]\n", "[[chip.output]]\nstandard = '1080p60'\n", "output", 32}})
+    {
+        EXPECT_EQ(GetFault(roRow.szBegin + Repeat(roRow.uiMost, roRow.szTable)), "") << roRow.szKey;
+        const std::string szFault = GetFault(roRow.szBegin + Repeat(roRow.uiMost + 1, roRow.szTable));
+        EXPECT_TRUE(szFault.ends_with(": " + roRow.szKey + ": more than " + std::to_string(roRow.uiMost))) << szFault;
     }
-    EXPECT_EQ(GetFault(szText), "");
-    EXPECT_EQ(GetFault(szText + "[[chip.output]]\nstandard = '1080p60'\n"), "130: output: more than 32");
 }
 
 TEST(ScenarioReader, TurnsTimesIntoFieldsOfTheFirstFormat)
