@@ -72,69 +72,6 @@ struct SRun
 
 } // namespace
 
-TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    SMadeUpSecond oSecond = MakeSecond(5, 1);
-    SMinuteSummary& roMinute = oSecond.aoMinutes.front();
-    roMinute.oPoint.oPhaseSeconds = {-1e-6, 1e-9, true};
-    roMinute.oPoint.flPhaseMinSeconds = -2e-6;
-    roMinute.oPoint.eLock = ELockState::PASSING;
-    oSecond.aoEvents.front().flSeconds = 0.25;
-    oSecond.aoMinutes.front().oPoint.eState = EStreamState::RUNNING;
-    {
-        SRun oRun(szFile);
-        EXPECT_EQ(oRun.oRemains.uiLastEvent, 0U);
-        oRun.oWriter.Put(oSecond.GetStep());
-    }
-    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
-    ASSERT_EQ(aoEvents.size(), 1U);
-    EXPECT_EQ(aoEvents[0].uiTick, UINT64_MAX - 1);
-    EXPECT_EQ(aoEvents[0].flSeconds, 0.25);
-
-    const SRun oNext(szFile, 30);
-    EXPECT_EQ(oNext.oRemains.uiLastEvent, 1U);
-    ASSERT_EQ(oNext.oRemains.aoEarlier.size(), 1U);
-    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.eState, EEarlierState::RUNNING);
-    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.iUtcNs, oSecond.poPublication->oSnapshot.oClock.iUtcNs);
-    ASSERT_EQ(oNext.oRemains.aoRunning.size(), 1U);
-    const SHistoryPoint& roPoint = oNext.oRemains.aoRunning[0].oPoint;
-    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiPoints, 5U);
-    EXPECT_EQ(roPoint.oPhaseSeconds.flValue, -1e-6);
-    EXPECT_TRUE(roPoint.oPhaseSeconds.bIsValid);
-    EXPECT_FALSE(roPoint.oRateHz.bIsValid);
-    EXPECT_EQ(roPoint.flPhaseMinSeconds, -2e-6);
-    EXPECT_EQ(roPoint.eLock, ELockState::PASSING);
-}
-
-// A run that was killed ends where it wrote last, and its unfinished minute is kept as it is.
-TEST(Store, ShowsTheGapBehindARunThatWasKilled)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    const pid_t iChild = fork();
-    if (iChild == 0)
-    {
-        SRun oRun(szFile);
-        oRun.oWriter.Put(MakeSecond(7, 1).GetStep());
-        static_cast<void>(Await([&] { return !ReadEvents(szFile).empty(); }));
-        raise(SIGKILL);
-    }
-    waitpid(iChild, nullptr, 0);
-    const SRun oNext(szFile, 10 * iMinute);
-    EXPECT_EQ(oNext.oRemains.uiLastEvent, 2U);
-    EXPECT_TRUE(oNext.oRemains.aoRunning.empty());
-    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
-    ASSERT_EQ(aoEvents.size(), 2U);
-    EXPECT_EQ(aoEvents[1].eKind, EWatchEventKind::WATCH_ENDED);
-    EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
-    ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
-    EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
-    ASSERT_FALSE(FindRuns(szFile).empty());
-    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::BROKEN);
-}
-
 // What was seen in the store before the kill is in it afterwards, and all of a second or nothing.
 TEST(Store, IsWholeAfterAHundredKills)
 {
