@@ -140,6 +140,10 @@ TEST(FieldTracker, ACameraThatTakesItsTimeLosesNothing)
     ASSERT_TRUE(oTracker.Take(UINT64_MAX / 2, oField));
     EXPECT_EQ(oField.uiFieldCounter, 19U * 16);
     EXPECT_EQ(oTracker.SkippedFields(), 0U);
+    oTracker.SetSignal({0, true, TOP, false});
+    EXPECT_TRUE(oTracker.Accept({20, 70 * uiPeriodNs, NONE}, UINT64_MAX / 2) && oTracker.Take(UINT64_MAX / 2, oField));
+    EXPECT_EQ(oTracker.NextDueNs(), 0U) << "nobody knows when the second field of a frame is";
+    EXPECT_FALSE(oTracker.Take(UINT64_MAX / 2, oField));
 }
 
 TEST(FieldTracker, CountsPicturesWithAnErrorAsSkippedAndOnce)
@@ -153,6 +157,8 @@ TEST(FieldTracker, CountsPicturesWithAnErrorAsSkippedAndOnce)
     oTracker.Accept({4, 4 * uiPeriodNs, NONE}, 4 * uiPeriodNs);
     EXPECT_EQ(oTracker.SkippedFields(), 2U) << "the sequence lacks it too";
     EXPECT_EQ(oTracker.Buffers(), 2U);
+    oTracker.Accept({7, 7 * uiPeriodNs, NONE}, 7 * uiPeriodNs);
+    EXPECT_EQ(oTracker.SkippedFields(), 4U) << "once";
 }
 
 TEST(FieldTracker, StampsThatLieAheadLoseNoFieldAndKeepTheirDistances)
@@ -161,10 +167,10 @@ TEST(FieldTracker, StampsThatLieAheadLoseNoFieldAndKeepTheirDistances)
     oTracker.SetSignal({uiPeriodNs, true, TOP, false});
     uint64_t uiFields = 0;
     uint64_t uiLastNs = 0;
-    // Frames of two fields, stamped with an end that is to come a field and a half later; the first fetched late.
+    // Frames of two fields, stamped with an end that is to come a field and a half later; two of them fetched late.
     for (uint32_t uiFrame = 0; uiFrame < 10; uiFrame++)
     {
-        const uint64_t uiArrivalNs = (uiFrame + 1) * 2 * uiPeriodNs + (uiFrame == 0 ? 1000 : 0);
+        const uint64_t uiArrivalNs = (uiFrame + 1) * 2 * uiPeriodNs + (uiFrame % 5 == 0 ? 1000 : 0);
         const uint64_t uiStampNs = (uiFrame + 1) * 2 * uiPeriodNs + uiPeriodNs * 3 / 2;
         ASSERT_TRUE(oTracker.Accept({uiFrame, uiStampNs, NONE}, uiArrivalNs));
         for (SFieldStart oField; oTracker.Take(uiArrivalNs + uiPeriodNs, oField); uiFields++)

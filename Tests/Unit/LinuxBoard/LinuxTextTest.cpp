@@ -48,6 +48,10 @@ TEST(TraceRecord, ReadsWhatTheKernelWritesAndNothingElse)
     EXPECT_TRUE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer));
     EXPECT_FALSE(oBuffer.bCapture || oBuffer.bMonotonicStamp || oBuffer.oFrame.bError);
     EXPECT_FALSE(TraceRecord_Read(oTraceLayout, aoBytes.first(58), oBuffer)) << "cut in the sequence";
+    oRecord.uiType = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+    oRecord.uiField = V4L2_FIELD_TOP;
+    EXPECT_TRUE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer) && oBuffer.bCapture);
+    EXPECT_EQ(oBuffer.oFrame.eParity, EFieldParity::TOP);
     oRecord.uiEventId = 1235;
     EXPECT_FALSE(TraceRecord_Read(oTraceLayout, aoBytes, oBuffer)) << "another event";
     EXPECT_GE(TraceRecord_BufferKb(240) * 1024, 240U * 72);
@@ -64,6 +68,7 @@ TEST(StreamName, FitsAndKeepsTheRemark)
         {std::string(70, 'n'), "end of frame", "", std::string(48, 'n') + " (end of frame)", true},
         {"a\x1b[2J", "", "", "a?[2J", false},
         {std::string(62, '1') + "\xC3\xA9", "", "", std::string(62, '1'), true},
+        {std::string(70, '\x80'), "", "", "", true},
     };
     for (const auto& [szName, pszRemark, pszShort, szExpected, bCut] : aoRows)
     {

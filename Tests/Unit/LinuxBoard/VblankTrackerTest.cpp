@@ -64,6 +64,9 @@ TEST_F(VblankTracker, GoesOnWhenTheNumberingBeginsAnew)
     EXPECT_FALSE(oTracker.Take(oField)) << "a field of the CRTC that is another output's now";
     ASSERT_TRUE(oTracker.Accept(8, 2000) && oTracker.Take(oField));
     EXPECT_EQ(oField.uiFieldCounter, 102U * 16);
+    oTracker.Start(3);
+    ASSERT_TRUE(oTracker.Accept(4, 3000) && oTracker.Take(oField));
+    EXPECT_EQ(oField.uiFieldCounter, 103U * 16) << "and once more";
 }
 
 TEST(Ticks, AreRoundedAndNeverGoBack)

@@ -49,6 +49,9 @@ TEST(VideoTimings, DisplayModes)
     EXPECT_EQ(Text(VideoTimings_FromMode(oMode)), "1920x1080i60 34 74250 kHz, 2 5 15 -/+ 16666666 ns");
     oMode.flags = DRM_MODE_FLAG_DBLSCAN;
     EXPECT_EQ(VideoTimings_FromMode(oMode).uiFieldPeriodNs, 66666666U);
+    oMode.flags = 0;
+    oMode.vscan = 3;
+    EXPECT_EQ(VideoTimings_FromMode(oMode).uiFieldPeriodNs, 100000000U);
     EXPECT_EQ(VideoTimings_FromMode({}).oVidParam.uiHActive, 0U);
 }
 

@@ -1,5 +1,9 @@
 #include "WatchData.h"
 
+#include <cmath>
+#include <map>
+#include <random>
+
 #include "HistoryMaker.h"
 #include "MinuteSummary.h"
 #include "StoreReader.h"
@@ -23,21 +27,205 @@ SHistoryPoint MakePoint(double flPhase, double flRate, double flStdErr)
 
 } // namespace
 
-TEST(MinuteSummary, MeansAreThoseOfTheSecondsThatKnewThem)
+// Beside the raw figures of every second, which are all kept: what a second was, and what a minute is by its seconds.
+class HistoryReference : public testing::Test
 {
-    SMinuteSummary oMinute;
-    MinuteSummary_Add(oMinute, MakePoint(1e-3, 60.0, 3e-6), 1.0, flPeriod);
-    MinuteSummary_Add(oMinute, MakePoint(2e-3, 61.0, 0.0), 1.0, flPeriod); // rate not known
-    MinuteSummary_Add(oMinute, MakePoint(3e-3, 62.0, 4e-6), 0.5, flPeriod);
-    const SHistoryPoint& roPoint = oMinute.oPoint;
-    EXPECT_EQ(roPoint.iUtcNs, iStepsBeginUtcNs);
-    EXPECT_EQ(roPoint.uiFields, 180U);
-    EXPECT_DOUBLE_EQ(oMinute.flWatchedSeconds, 2.5);
-    EXPECT_DOUBLE_EQ(roPoint.oRateHz.flValue, 61.0);
-    EXPECT_DOUBLE_EQ(roPoint.oRateHz.flStdErr, 2.5e-6); // hypot(3, 4) / 2
-    EXPECT_DOUBLE_EQ(roPoint.oPhaseSeconds.flValue, 2e-3);
-    EXPECT_EQ(roPoint.flPhaseMinSeconds, 1e-3);
-    EXPECT_EQ(roPoint.flPhaseMaxSeconds, 3e-3);
+protected:
+    static constexpr int64_t msc_iSeconds = 200;
+    static constexpr SStreamKey msc_aoStreams[] = {{EStreamDirection::INPUT, 0}, {EStreamDirection::OUTPUT, 0}};
+
+    const SStreamFigures& GetRaw(size_t uiStream, int64_t iSecond) const
+    {
+        return m_aoRaw[static_cast<size_t>(iSecond)].aoDirections[uiStream].aoStreams[0];
+    }
+    int64_t GetBegin(int64_t iSecond) const { return m_aoRaw[static_cast<size_t>(iSecond) - 1].oClock.iUtcNs; }
+    void Make();
+    void CompareSecond(size_t uiStream, int64_t iSecond, const SHistoryPoint& roPoint) const;
+    void CompareMinute(size_t uiStream, const std::vector<int64_t>& raiSeconds, const SMinuteSummary& roMinute) const;
+    double Draw() { return std::uniform_real_distribution(0.1, 1.0)(m_oRandom); }
+
+    std::mt19937_64 m_oRandom{3};
+    std::vector<SWatchSnapshot> m_aoRaw{1}; // the first one: all counters are 0
+};
+
+void HistoryReference::Make()
+{
+    m_aoRaw[0].oClock.iUtcNs = iStepsBeginUtcNs + 17 * iNsPerSecond;
+    for (size_t uiStream = 0; uiStream < 2; ++uiStream)
+    {
+        m_aoRaw[0].aoDirections[uiStream].aoStreams.emplace_back().oKey = msc_aoStreams[uiStream];
+    }
+    while (m_aoRaw.size() <= msc_iSeconds)
+    {
+        SWatchSnapshot oSnapshot = m_aoRaw.back();
+        oSnapshot.oClock.iUtcNs +=
+            iNsPerSecond + (m_aoRaw.size() == 1 ? 0 : static_cast<int64_t>(m_oRandom() % 2001) - 1000);
+        for (SDirectionFigures& roDirection : oSnapshot.aoDirections)
+        {
+            SStreamFigures& ro = roDirection.aoStreams[0];
+            for (uint64_t* puiCounter :
+                 {&ro.oCounters.uiFields, &ro.oCounters.uiFieldsObserved, &ro.oCounters.uiFieldsLost,
+                  &ro.oCounters.uiFieldsUnobserved, &ro.oCounters.uiBuffersSkipped, &ro.oCounters.uiRepeatedBeyond})
+            {
+                *puiCounter += m_oRandom() % 100;
+            }
+            ro.oCounters.flWatchedSeconds += Draw();
+            ro.oCounters.flRunningSeconds += Draw();
+            ro.flPeriodSeconds = flPeriod;
+            ro.aoRateHz[0] = {60.0 + Draw(), 1e-3 * Draw(), m_oRandom() % 4 != 0};
+            ro.aoRateHz[1] = {1.0, 1.0, true};
+            ro.oPhaseSeconds = {1e-4 * (Draw() - 0.5), 1e-9 * Draw(), m_oRandom() % 4 != 0};
+            ro.oDriftRatio = {Draw(), Draw(), true};
+            ro.flJitterRmsSeconds = Draw();
+            ro.eLock = static_cast<ELockState>(m_oRandom() % 4);
+            ro.eState = static_cast<EStreamState>(m_oRandom() % 3);
+            ro.oQueue.aoWindows[0] = {m_oRandom() % 3 != 0, {Draw(), 0, 0}, {Draw(), 0, 0}, {}};
+            ro.oQueue.aoWindows[1] = {true, {9.0, 9, 9}, {9.0, 9, 9}, {}};
+            ro.oQueue.bIsHeldKnown = true;
+            ro.oQueue.flHeldSeconds = Draw();
+            ++ro.oPacing.auiCounts[m_oRandom() % ro.oPacing.auiCounts.size()];
+            ro.oPacing.flSumSeconds += Draw();
+            if (m_oRandom() % 30 == 0)
+            {
+                ro.oPacing.flWorstSeconds += (ro.oPacing.flWorstSeconds < 0.0 ? -1.0 : 1.0) * Draw();
+                ro.oPacing.iWorstUtcNs = oSnapshot.oClock.iUtcNs - 5;
+            }
+        }
+        m_aoRaw.push_back(oSnapshot);
+    }
+}
+
+void HistoryReference::CompareSecond(size_t uiStream, int64_t iSecond, const SHistoryPoint& roPoint) const
+{
+    const SStreamFigures& ro = GetRaw(uiStream, iSecond);
+    const SStreamCounters& roNow = ro.oCounters;
+    const SStreamCounters& roBefore = GetRaw(uiStream, iSecond - 1).oCounters;
+    EXPECT_EQ(roPoint.iUtcNs, GetBegin(iSecond));
+    EXPECT_EQ(std::tuple(roPoint.uiSeconds, roPoint.uiFields, roPoint.uiObserved, roPoint.uiLost, roPoint.uiUnobserved,
+                         roPoint.uiSkipped, roPoint.uiRepeated),
+              std::tuple(1U, roNow.uiFields - roBefore.uiFields, roNow.uiFieldsObserved - roBefore.uiFieldsObserved,
+                         roNow.uiFieldsLost - roBefore.uiFieldsLost,
+                         roNow.uiFieldsUnobserved - roBefore.uiFieldsUnobserved,
+                         roNow.uiBuffersSkipped - roBefore.uiBuffersSkipped,
+                         roNow.uiRepeatedBeyond - roBefore.uiRepeatedBeyond));
+    EXPECT_EQ(roPoint.flRunningSeconds, roNow.flRunningSeconds - roBefore.flRunningSeconds);
+    EXPECT_EQ(std::tuple(roPoint.oRateHz.bIsValid, roPoint.oRateHz.flValue, roPoint.oRateHz.flStdErr,
+                         roPoint.oPhaseSeconds.flValue, roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
+                         roPoint.oDriftRatio.flValue, roPoint.flJitterRmsSeconds, roPoint.eLock, roPoint.eState),
+              std::tuple(ro.aoRateHz[0].bIsValid, ro.aoRateHz[0].flValue, ro.aoRateHz[0].flStdErr,
+                         ro.oPhaseSeconds.flValue, ro.oPhaseSeconds.flValue, ro.oPhaseSeconds.flValue,
+                         ro.oDriftRatio.flValue, ro.flJitterRmsSeconds, ro.eLock, ro.eState));
+    const SQueueWindow& roQueue = ro.oQueue.aoWindows[0];
+    const auto Known = [&](double flValue) { return roQueue.bIsKnown ? static_cast<float>(flValue) : -1.0F; };
+    EXPECT_EQ(std::tuple(roPoint.flReady, roPoint.flLoaned, roPoint.flHeldSeconds),
+              std::tuple(Known(roQueue.oReady.flMean), Known(roQueue.oLoaned.flMean), Known(ro.oQueue.flHeldSeconds)));
+}
+
+void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>& raiSeconds,
+                                     const SMinuteSummary& roMinute) const
+{
+    const SStreamFigures& roBefore = GetRaw(uiStream, raiSeconds.front() - 1);
+    const SStreamFigures& roLast = GetRaw(uiStream, raiSeconds.back());
+    const SHistoryPoint& roPoint = roMinute.oPoint;
+    EXPECT_EQ(roPoint.uiSeconds, 60U);
+    EXPECT_EQ(roMinute.uiPoints, raiSeconds.size());
+    EXPECT_NEAR(roMinute.flWatchedSeconds, roLast.oCounters.flWatchedSeconds - roBefore.oCounters.flWatchedSeconds,
+                1e-9);
+    EXPECT_NEAR(roPoint.flRunningSeconds, roLast.oCounters.flRunningSeconds - roBefore.oCounters.flRunningSeconds,
+                1e-9);
+    EXPECT_EQ(std::tuple(roPoint.uiFields, roPoint.uiObserved, roPoint.uiLost, roPoint.uiUnobserved, roPoint.uiSkipped,
+                         roPoint.uiRepeated),
+              std::tuple(roLast.oCounters.uiFields - roBefore.oCounters.uiFields,
+                         roLast.oCounters.uiFieldsObserved - roBefore.oCounters.uiFieldsObserved,
+                         roLast.oCounters.uiFieldsLost - roBefore.oCounters.uiFieldsLost,
+                         roLast.oCounters.uiFieldsUnobserved - roBefore.oCounters.uiFieldsUnobserved,
+                         roLast.oCounters.uiBuffersSkipped - roBefore.oCounters.uiBuffersSkipped,
+                         roLast.oCounters.uiRepeatedBeyond - roBefore.oCounters.uiRepeatedBeyond));
+    EXPECT_EQ(std::tuple(roPoint.oDriftRatio.flValue, roPoint.eLock, roPoint.eState),
+              std::tuple(roLast.oDriftRatio.flValue, roLast.eLock, roLast.eState));
+    const auto CompareMean = [&](const SEstimate& roMean, uint32_t uiPoints, auto fnGet)
+    {
+        double flSum = 0.0, flSquares = 0.0, flCount = 0.0;
+        for (const int64_t iSecond : raiSeconds)
+        {
+            const SEstimate& ro = fnGet(GetRaw(uiStream, iSecond));
+            flCount += ro.bIsValid ? 1.0 : 0.0;
+            flSum += ro.bIsValid ? ro.flValue : 0.0;
+            flSquares += ro.bIsValid ? ro.flStdErr * ro.flStdErr : 0.0;
+        }
+        EXPECT_EQ(uiPoints, flCount);
+        EXPECT_EQ(roMean.bIsValid, flCount > 0.0);
+        EXPECT_NEAR(roMean.flValue, flSum / flCount, 1e-12 * std::abs(roMean.flValue) + 1e-17);
+        EXPECT_NEAR(roMean.flStdErr, std::sqrt(flSquares) / flCount, 1e-12 * roMean.flStdErr);
+    };
+    CompareMean(
+        roPoint.oRateHz, roMinute.uiRatePoints, [](const SStreamFigures& ro) -> auto& { return ro.aoRateHz[0]; });
+    CompareMean(
+        roPoint.oPhaseSeconds, roMinute.uiPhasePoints,
+        [](const SStreamFigures& ro) -> auto& { return ro.oPhaseSeconds; });
+    double flJitter = 0.0, flLeast = 1.0, flMost = -1.0, flReady = 0.0, flLoaned = 0.0, flHeld = 0.0;
+    uint32_t uiQueued = 0;
+    for (const int64_t iSecond : raiSeconds)
+    {
+        const SStreamFigures& ro = GetRaw(uiStream, iSecond);
+        flJitter = std::max(flJitter, ro.flJitterRmsSeconds);
+        flLeast = ro.oPhaseSeconds.bIsValid ? std::min(flLeast, ro.oPhaseSeconds.flValue) : flLeast;
+        flMost = ro.oPhaseSeconds.bIsValid ? std::max(flMost, ro.oPhaseSeconds.flValue) : flMost;
+        const bool bIsKnown = ro.oQueue.aoWindows[0].bIsKnown;
+        uiQueued += bIsKnown ? 1 : 0;
+        flReady += bIsKnown ? ro.oQueue.aoWindows[0].oReady.flMean : 0.0;
+        flLoaned += bIsKnown ? ro.oQueue.aoWindows[0].oLoaned.flMean : 0.0;
+        flHeld += bIsKnown ? ro.oQueue.flHeldSeconds : 0.0;
+    }
+    EXPECT_EQ(std::tuple(roPoint.flJitterRmsSeconds, roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
+                         roMinute.uiQueuePoints),
+              std::tuple(flJitter, flLeast, flMost, uiQueued));
+    EXPECT_NEAR(roPoint.flReady, flReady / uiQueued, 1e-6);
+    EXPECT_NEAR(roPoint.flLoaned, flLoaned / uiQueued, 1e-6);
+    EXPECT_NEAR(roPoint.flHeldSeconds, flHeld / uiQueued, 1e-6);
+    for (size_t uiBin = 0; uiBin < roMinute.oPacing.auiCounts.size(); ++uiBin)
+    {
+        EXPECT_EQ(roMinute.oPacing.auiCounts[uiBin],
+                  roLast.oPacing.auiCounts[uiBin] - roBefore.oPacing.auiCounts[uiBin]);
+    }
+    EXPECT_NEAR(roMinute.oPacing.flSumSeconds, roLast.oPacing.flSumSeconds - roBefore.oPacing.flSumSeconds, 1e-9);
+    const bool bIsWorse = roLast.oPacing.flWorstSeconds != roBefore.oPacing.flWorstSeconds;
+    EXPECT_EQ(roMinute.oPacing.flWorstSeconds, bIsWorse ? roLast.oPacing.flWorstSeconds : 0.0);
+    EXPECT_EQ(roMinute.oPacing.iWorstUtcNs, bIsWorse ? roLast.oPacing.iWorstUtcNs : 0);
+}
+
+TEST_F(HistoryReference, SecondsAndMinutesAreThoseOfTheRawFigures)
+{
+    Make();
+    CHistoryMaker oMaker({});
+    std::array<std::map<int64_t, SMinuteSummary>, 2> aoMinutes;
+    std::array<std::map<int64_t, std::vector<int64_t>>, 2> aoSeconds;
+    for (int64_t iSecond = 1; iSecond <= msc_iSeconds; ++iSecond)
+    {
+        SCOPED_TRACE(iSecond);
+        oMaker.Take(m_aoRaw[static_cast<size_t>(iSecond)]);
+        ASSERT_EQ(oMaker.GetSeconds().size(), 2U);
+        for (size_t uiStream = 0; uiStream < 2; ++uiStream)
+        {
+            EXPECT_EQ(oMaker.GetSeconds()[uiStream].oKey, msc_aoStreams[uiStream]);
+            CompareSecond(uiStream, iSecond, oMaker.GetSeconds()[uiStream].oPoint);
+            aoSeconds[uiStream][(GetBegin(iSecond) + iNsPerSecond / 2) / iNsPerMinute].push_back(iSecond);
+        }
+        for (const SMinuteSummary& roMinute : oMaker.GetMinutes())
+        {
+            aoMinutes[roMinute.oKey == msc_aoStreams[0] ? 0 : 1][roMinute.oPoint.iUtcNs / iNsPerMinute] = roMinute;
+        }
+    }
+    for (size_t uiStream = 0; uiStream < 2; ++uiStream)
+    {
+        ASSERT_EQ(aoMinutes[uiStream].size(), aoSeconds[uiStream].size());
+        for (const auto& [iMinute, roMinute] : aoMinutes[uiStream])
+        {
+            SCOPED_TRACE(iMinute);
+            EXPECT_EQ(roMinute.bIsComplete, iMinute != aoMinutes[uiStream].rbegin()->first);
+            CompareMinute(uiStream, aoSeconds[uiStream][iMinute], roMinute);
+        }
+    }
 }
 
 // A phase that crosses half a period goes on at the other end; the mean must not land in the middle.
