@@ -131,6 +131,7 @@ TEST(CMArrayOperations, RandomSequenceAgreesWithAModelAndEndsEachElementOnce)
     for (int iStep = 0; iStep < 5000; ++iStep)
     {
         const size_t uiIndex = oRandom() % (aszModel.size() + 1);
+        const size_t uiBeyond = uiIndex + oRandom() % 3;
         const int iIndex = static_cast<int>(uiIndex);
         const int iCount = std::min(aszArray.GetSize() - iIndex, 3);
         const auto poAt = aszModel.begin() + iIndex;
@@ -147,8 +148,9 @@ TEST(CMArrayOperations, RandomSequenceAgreesWithAModelAndEndsEachElementOnce)
             aszModel.resize(uiIndex + 2);
             break;
         case 2:
-            aszArray.InsertAt(iIndex, szValue.c_str(), 2);
-            aszModel.insert(poAt, 2, szValue);
+            aszModel.resize(std::max(aszModel.size(), uiBeyond));
+            aszArray.InsertAt(static_cast<int>(uiBeyond), szValue.c_str(), 2);
+            aszModel.insert(aszModel.begin() + static_cast<int>(uiBeyond), 2, szValue);
             break;
         case 3:
             aszArray.RemoveAt(iIndex, iCount);

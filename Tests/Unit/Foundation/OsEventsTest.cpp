@@ -106,6 +106,15 @@ TYPED_TEST(OsEventsAndSignals, DeadlineIsTheWallClockPlusTheTimeOutAndARefusedOn
     EXPECT_EQ(this->oObject.Wait(OsServices_INFINITE), VtStatus_CANCELED);
 }
 
+TYPED_TEST(OsEventsAndSignals, EndSendsAwayWhoeverWaits)
+{
+    {
+        const TypeParam oEnds;
+        EXPECT_EQ(g_oSeams.iBroadcasts, 0);
+    }
+    EXPECT_EQ(g_oSeams.iBroadcasts, 1);
+}
+
 TEST_F(OsEvent, TriggerWakesOneWaiterAndLeavesTheOther)
 {
     auto [oFirst, oSecond] = StartWaits();

@@ -45,8 +45,8 @@ SEAM(int, pthread_cond_timedwait, pthread_cond_t* poCond, pthread_mutex_t* poMut
     return RESULT_OR(iCondTimedWait, __real_pthread_cond_timedwait(poCond, poMutex, poUntil));
 }
 SEAM_RESULT(RESULT_OR(iCondSignal, __real_pthread_cond_signal(poCond)), pthread_cond_signal, pthread_cond_t* poCond)
-SEAM_RESULT(RESULT_OR(iCondBroadcast, __real_pthread_cond_broadcast(poCond)), pthread_cond_broadcast,
-            pthread_cond_t* poCond)
+SEAM_RESULT((++g_oSeams.iBroadcasts, RESULT_OR(iCondBroadcast, __real_pthread_cond_broadcast(poCond))),
+            pthread_cond_broadcast, pthread_cond_t* poCond)
 SEAM_RESULT(RESULT_OR(iMutexTimedLock, __real_pthread_mutex_timedlock(poMutex, poUntil)), pthread_mutex_timedlock,
             pthread_mutex_t* poMutex, const timespec* poUntil)
 SEAM_RESULT(g_oSeams.pfnClock&& iClock == g_oSeams.iClock ? g_oSeams.pfnClock(*poNow)

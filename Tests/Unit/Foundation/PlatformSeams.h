@@ -20,6 +20,7 @@ extern "C" {
 
 struct SPlatformSeams
 {
+    std::atomic<int> iBroadcasts = 0;
     std::atomic<int> iInWait = 0; // threads inside a condition wait; counted while they hold the mutex
     int iCondWait = 0, iCondTimedWait = 0, iCondSignal = 0, iCondBroadcast = 0, iMutexTimedLock = 0;
     bool bIsInitFailing = false;
