@@ -63,6 +63,10 @@ TEST_F(Handles, OneWriterBesideReadersAndAnEndToAll)
     EXPECT_EQ(eStatus, VtStatus_OUT_OF_RESOURCES);
     EXPECT_EQ(VtVideoIn_ReleaseHandle(hFirst), VtStatus_OK);
     EXPECT_EQ(VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &hSecond), VtStatus_OK);
+    VtVideoOut_Handle hWriter = nullptr; // that finds no room leaves its place to the next
+    EXPECT_EQ(VtVideoOut_GetHandle(m_hDev, 0, VtAccessMode_READWRITE, &hWriter), VtStatus_OUT_OF_RESOURCES);
+    EXPECT_EQ(VtVideoIn_ReleaseHandle(hSecond), VtStatus_OK);
+    EXPECT_EQ(VtVideoOut_GetHandle(m_hDev, 0, VtAccessMode_READWRITE, &hWriter), VtStatus_OK);
 }
 
 // Not allowed to callers, yet it may not crash: the wait ends when its handle, or the whole board, goes.

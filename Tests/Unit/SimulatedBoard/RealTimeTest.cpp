@@ -88,6 +88,22 @@ TEST_F(RealTime, TimeOutsHangsLossesAndRemovalEndAWait)
     EXPECT_EQ(Wait(hSlow, 600'000).eStatus, VtStatus_FAIL);
 }
 
+// The moment is the scenario's: it comes later for whom this machine is too slow to have opened anything by then.
+TEST_F(RealTime, ARemovalThatIsForeseenEndsAWait)
+{
+    VtStatus eOpened = VtStatus_FAIL;
+    for (double flRemoval = 0.1; eOpened != VtStatus_OK && flRemoval < 100.0; flRemoval *= 8.0)
+    {
+        Veltrano_UnLoad();
+        Load("[[chip]]\nremoval_at_s = " + std::to_string(flRemoval) +
+             "\n[[chip.input]]\nstandard = '1080p60'\nphase_us = 1e9");
+        VtVideoIn_Handle hIn = nullptr;
+        eOpened = VtVideoIn_GetHandle(m_hDev, 0, VtAccessMode_READONLY, &hIn);
+        EXPECT_EQ(Wait(hIn, 600'000).eStatus, eOpened == VtStatus_OK ? VtStatus_FAIL : VtStatus_INVALID_PARAM);
+    }
+    EXPECT_EQ(eOpened, VtStatus_OK);
+}
+
 // A chip that is 5 % fast has had so many fields more, whenever somebody looks.
 TEST_F(RealTime, ChipsRunAtTheRateOfTheirOwnClocks)
 {

@@ -150,7 +150,7 @@ F operation = 'Veltrano_Version'|status = 'VtStatus_FAIL'|chip = 0 => 5: chip: g
     EXPECT_EQ(GetFault(szDotted + " = 1"), "3: nested too deeply");
 }
 
-// Each row: how the text begins, a key with its least and its most value, and what lies just outside of them.
+// Each row: how the text begins, keys with their least and their most value, and what lies just outside of them.
 TEST(ScenarioReader, TakesEveryFigureAsFarAsItsLimits)
 {
     const std::map<char, std::string> aszBegins = {
@@ -174,65 +174,47 @@ S scale 0.001 1000 0.0009 1000.1
 I ppm -50000 50000 -50000.01 50000.01
 I wander_ticks 0 1e12 -1 1.01e12
 I wander_period_s 1 1e7 0.99 10000001
-I buffers 0 1024 -1 1025
-I ready 0 1024 -1 1025
-I ready_spread 0 1024 -1 1025
-I loan 0 1024 -1 1025
-I loan_spread 0 1024 -1 1025
-I width 1 65536 0 65537
-I height 1 65536 0 65537
+I buffers,ready,ready_spread,loan,loan_spread 0 1024 -1 1025
+I width,height 1 65536 0 65537
 I color_space 0 15 -1 16
-I chroma_subsampling 0 3 -1 4
-I color_depth 0 3 -1 4
+I chroma_subsampling,color_depth 0 3 -1 4
 I phase_us -1e9 1e9 -1.01e9 1.01e9
 I phase_lines -1e5 1e5 -100001 100001
 O set_buffer_rate 0.001 4000 0.0009 4000.1
 R set_buffer_irregular 0 1 -0.01 1.01
-T h_front_porch 0 16384 -1 16385
-T h_sync 0 16384 -1 16385
-T h_back_porch 0 16384 -1 16385
-T v_front_porch 0 16384 -1 16385
-T v_sync 0 16384 -1 16385
-T v_back_porch 0 16384 -1 16385
-D h_active 1 16384 0 16385
-D v_active 1 16384 0 16385
-D v_rate_hz 0 4294967295 -1 4294967296
-D h_rate_khz 0 4294967295 -1 4294967296
-D pixel_clock_khz 0 4294967295 -1 4294967296
-D h_front_porch 0 16384 -1 16385
-D h_sync 0 16384 -1 16385
-D h_back_porch 0 16384 -1 16385
-D v_front_porch 0 16384 -1 16385
-D v_sync 0 16384 -1 16385
-D v_back_porch 0 16384 -1 16385
+T h_front_porch,h_sync,h_back_porch,v_front_porch,v_sync,v_back_porch 0 16384 -1 16385
+D h_active,v_active 1 16384 0 16385
+D v_rate_hz,h_rate_khz,pixel_clock_khz 0 4294967295 -1 4294967296
+D h_front_porch,h_sync,h_back_porch,v_front_porch,v_sync,v_back_porch 0 16384 -1 16385
 D color_space 0 15 -1 16
-D chroma_subsampling 0 3 -1 4
-D color_depth 0 3 -1 4
-D width 1 65536 0 65537
-D height 1 65536 0 65537
+D chroma_subsampling,color_depth 0 3 -1 4
+D width,height 1 65536 0 65537
 H ms 1 60000 0 60001
 B count 1 1000000 0 1000001
 L ppm -50000 50000 -50000.01 50000.01
 W at_s 0 1e8 -0.01 100000001
-F call 1 9223372036854775807 0 -
-F times 0 9223372036854775807 -1 -
-F every 1 9223372036854775807 0 -)");
+F call,every 1 9223372036854775807 0 -
+F times 0 9223372036854775807 -1 -)");
     char cBegin = 0;
-    for (std::string szKey, szLeast, szMost, szBelow, szAbove;
-         oRows >> cBegin >> szKey >> szLeast >> szMost >> szBelow >> szAbove;)
+    for (std::string szKeys, szLeast, szMost, szBelow, szAbove;
+         oRows >> cBegin >> szKeys >> szLeast >> szMost >> szBelow >> szAbove;)
     {
-        const auto Get = [&](const std::string& rszValue)
-        { return GetFault(aszBegins.at(cBegin) + szKey + " = " + rszValue + (cBegin == 'S' ? "\n[[chip]]" : "")); };
-        const std::string szRefused = szKey + ": must be " + Shortest(szLeast) + " to " + Shortest(szMost);
-        for (const std::string& rszInside : {szLeast, szMost})
+        std::istringstream oKeys(szKeys);
+        for (std::string szKey; std::getline(oKeys, szKey, ',');)
         {
-            EXPECT_FALSE(Get(rszInside).find(": must be") != std::string::npos)
-                << szKey << " = " << rszInside << ": " << Get(rszInside);
-        }
-        for (const std::string& rszOutside : {szBelow, szAbove})
-        {
-            EXPECT_TRUE(rszOutside == "-" || Get(rszOutside).ends_with(": " + szRefused))
-                << szKey << " = " << rszOutside << ": " << Get(rszOutside);
+            const auto Get = [&](const std::string& rszValue)
+            { return GetFault(aszBegins.at(cBegin) + szKey + " = " + rszValue + (cBegin == 'S' ? "\n[[chip]]" : "")); };
+            const std::string szRefused = szKey + ": must be " + Shortest(szLeast) + " to " + Shortest(szMost);
+            for (const std::string& rszInside : {szLeast, szMost})
+            {
+                EXPECT_FALSE(Get(rszInside).find(": must be") != std::string::npos)
+                    << szKey << " = " << rszInside << ": " << Get(rszInside);
+            }
+            for (const std::string& rszOutside : {szBelow, szAbove})
+            {
+                EXPECT_TRUE(rszOutside == "-" || Get(rszOutside).ends_with(": " + szRefused))
+                    << szKey << " = " << rszOutside << ": " << Get(rszOutside);
+            }
         }
     }
 }

@@ -83,7 +83,7 @@ CWatchBench::SStream& CWatchBench::Find(EStreamDirection eDirection, uint32_t ui
 uint64_t CWatchBench::ToMonotonicNs(uint64_t uiTick) const
 {
     const auto flTicks = static_cast<double>(static_cast<int64_t>(uiTick - m_uiStartTick));
-    const double flNs = flTicks * 1e9 / m_oSetup.oSettings.uiTickFrequencyHz * (1.0 + m_oSetup.flClockPpm * 1e-6);
+    const double flNs = flTicks * 1e9 / m_oSetup.oSettings.uiTickFrequencyHz;
     return gc_uiStartNs + static_cast<uint64_t>(std::llround(flNs));
 }
 
@@ -155,10 +155,6 @@ void CWatchBench::Step(SStream& roStream)
     }
     oRecord.uiArrivalNs = std::max({uiDueNs, roStream.uiWaitNs + 1000, roStream.uiNotBeforeNs});
     oRecord.uiRunDelayNs = roStream.uiRunDelayNs;
-    if (m_oSetup.bKernelTells && eStatus == VtStatus_OK)
-    {
-        oRecord.uiRunDelayNs = oRecord.uiArrivalNs - roStream.uiAheadNs;
-    }
     roStream.uiRunDelayNs = 0;
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;

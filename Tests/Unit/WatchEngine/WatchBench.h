@@ -20,10 +20,8 @@ struct SBenchSetup
 {
     SWatchSettings oSettings;
     uint64_t uiSeed = 1;
-    double flClockPpm = 0.0;       // CLOCK_MONOTONIC against the chip's
     double flLatencyNs = 20'000.0; // least delay of a wake-up
     double flSpreadNs = 10'000.0;  // mean of what comes on top
-    bool bKernelTells = false;     // how long a thread stood ready before each arrival
     int32_t iTaiOffsetSeconds = 37;
     uint32_t uiAnalyseEvery = 1; // seconds: the analysis stands still in between
     uint64_t uiStartTick = 0;    // of the chip, when that is not its frequency

@@ -81,51 +81,6 @@ TEST(WatchFields, AMachineThatStandsStillIsSeenWhereverItsStreamsComeBack)
     EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 1500U);
 }
 
-TEST(WatchFields, LossesAreFoundOnABusyMachineWhoseKernelTellsOfDelays)
-{
-    SBenchSetup oSetup;
-    oSetup.flSpreadNs = 800e3;
-    oSetup.bKernelTells = true;
-    CWatchBench oBench(MakeInput("event = [{ kind = 'missed_field', at_field = 400, every_fields = 97 }]"), oSetup);
-    oBench.Run(60);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsLost, (60U * 60 - 3 - 400) / 97 + 1);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 0U);
-}
-
-TEST(WatchFields, AHangingWaitIsTheWatchersDelay)
-{
-    CWatchBench oBench(MakeInput("event = [{ kind = 'hang', at_s = 3, ms = 250 }]"));
-    oBench.Run(4);
-    oBench.Starve(gc_eIn, 0, 0.109, 0);
-    oBench.Run(6);
-    ExpectHealthy(oBench, 0);
-    EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 5U);
-}
-
-TEST(WatchFields, ExtraFieldsAndStepsOfTheGridAreToldApart)
-{
-    CWatchBench oBench(MakeInput("event = [{ kind = 'doubled_field', at_s = 4, every_s = 3 }]") +
-                       MakeInput("event = [{ kind = 'phase_step', at_s = 5, step_us = 300 },"
-                                 "{ kind = 'phase_step', at_s = 9, step_us = -40 }]") +
-                       MakeInput("event = [{ kind = 'lock_lost', at_s = 5, for_s = 6, ppm = 80 }]") +
-                       MakeInput("wander_ticks = 400\nwander_period_s = 11"));
-    oBench.Run(20);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiFieldsEarly, 6U);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiPhaseSteps + oBench.GetInput(0).oCounters.uiFieldsLate, 0U);
-    EXPECT_TRUE(oBench.GetInput(0).aoRateHz[1].bIsValid) << "the grid is where it was";
-    EXPECT_EQ(oBench.GetInput(1).oCounters.uiPhaseSteps, 2U);
-    EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsLate + oBench.GetInput(1).oCounters.uiFieldsEarly, 0U);
-    const SWatchEvent* poStep = oBench.Find(EWatchEventKind::PHASE_STEPPED, 1);
-    ASSERT_NE(poStep, nullptr);
-    EXPECT_NEAR(poStep->flSeconds, 300e-6, 1e-6);
-    EXPECT_NEAR(static_cast<double>(poStep->uiTick) / 1e8, 1.0 + 5.0, 0.02);
-    EXPECT_NEAR(oBench.GetInput(1).oGridSeconds.flValue, 260e-6, 1e-6) << "the fit does not remember";
-    // 80 ppm for 6 s are 480 us, and back in one step.
-    EXPECT_EQ(oBench.GetInput(2).oCounters.uiPhaseSteps, 1U);
-    EXPECT_NEAR(oBench.Find(EWatchEventKind::PHASE_STEPPED, 2)->flSeconds, 480e-6, 5e-6);
-    ExpectHealthy(oBench, 3);
-}
-
 TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
 {
     CWatchEngine oEngine({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
@@ -201,21 +156,6 @@ TEST(WatchFields, OutputsAccountForTheirBuffersWithoutFloodingAnybody)
     EXPECT_EQ(oBench.Get(gc_eOut, 2).eState, EStreamState::RUNNING);
     EXPECT_EQ(oBench.Sum(EWatchEventKind::POWER_CHANGED, 2), 2U);
     EXPECT_EQ(oBench.oSnapshot.uiEventsDropped, 0U);
-}
-
-TEST(WatchFields, AFlappingSignalIsToldInFullByFewEvents)
-{
-    CWatchBench oBench(
-        MakeInput("event = [{ kind = 'signal_loss', at_field = 100, for_fields = 2, every_fields = 6 }]"));
-    oBench.Run(600);
-    const uint64_t uiLosses = oBench.GetInput(0).oCounters.uiSignalLosses;
-    EXPECT_NEAR(static_cast<double>(uiLosses), (600.0 * 60 - 100) / 6, 3.0);
-    EXPECT_LE(oBench.Count(EWatchEventKind::SIGNAL_LOST, 0), 16U);
-    EXPECT_GE(oBench.Count(EWatchEventKind::SIGNAL_LOST, 0), 11U) << "the first ones come singly";
-    for (size_t uiEvent = 1; uiEvent < oBench.aoEvents.size(); ++uiEvent)
-    {
-        EXPECT_EQ(oBench.aoEvents[uiEvent].uiNumber, uiEvent + 1);
-    }
 }
 
 TEST(WatchFields, WhatNeverRanIsIdleAndARemovedDeviceIsGone)

@@ -88,43 +88,6 @@ TEST(WatchLock, LocksThatHoldAreNotRevokedOverHours)
     EXPECT_LE(uiRevoked, 5U + 2U) << "each once into lock, and one mistake";
 }
 
-TEST(WatchLock, GroupsKeepTheirIdentityWhileTheyLast)
-{
-    CWatchBench oBench(MakeHouse(
-        MakeInput("ppm = -40") + MakeInput("lock_group = 'house'") + MakeInput("lock_group = 'house'\nphase_us = 1") +
-        MakeInput(
-            "lock_group = 'house'\nphase_us = 2\nevent = [{ kind = 'lock_lost', at_s = 60, for_s = 40, ppm = 12 }]") +
-        MakeInput("lock_group = 'house'\nphase_us = 3\nevent = [{ kind = 'signal_loss', at_s = 150 }]") +
-        MakeInput("ppm = 20") + MakeInput("ppm = 20\nphase_us = 1\nevent = [{ kind = 'signal_loss', at_s = 150 }]")));
-    const auto GetMembers = [&](uint32_t uiGroup)
-    {
-        for (const SLockGroup& roGroup : GetGroups(oBench))
-        {
-            if (roGroup.uiGroup == uiGroup)
-            {
-                return roGroup.uiMembers;
-            }
-        }
-        return 0U;
-    };
-    oBench.Run(50);
-    const uint32_t uiHouse = GetMembers(1) == 0x1EU ? 1 : 2;
-    EXPECT_EQ(GetMembers(uiHouse), 0x1EU);
-    EXPECT_EQ(GetMembers(3 - uiHouse), 0x60U);
-    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U) << "first member of the largest group";
-    oBench.Run(35);
-    EXPECT_EQ(GetMembers(uiHouse), 0x16U);
-    oBench.Run(60);
-    EXPECT_EQ(GetMembers(uiHouse), 0x1EU) << "it has come back to the same group";
-    oBench.Run(30);
-    EXPECT_EQ(GetMembers(uiHouse), 0x0EU);
-    EXPECT_EQ(GetMembers(3 - uiHouse), 0U);
-    const SWatchEvent* poEnded = oBench.Find(EWatchEventKind::GROUP_ENDED, 5);
-    ASSERT_NE(poEnded, nullptr);
-    EXPECT_NEAR(poEnded->flSeconds, 146.0, 5.0);
-    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U);
-}
-
 TEST(WatchLock, WanderDoesNotMakeALockFlicker)
 {
     // 12 ppb apart; the wander of the one takes their drift through 0 twice in 90 s.
@@ -148,19 +111,6 @@ TEST(WatchLock, ALockThatIsRegainedCountsAgain)
     oBench.Run(220);
     EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::LOCKED);
     EXPECT_EQ(oBench.Count(EWatchEventKind::GROUP_FORMED, 0), 2U);
-}
-
-TEST(WatchLock, TheReferenceStaysUntilItIsGoneForGood)
-{
-    CWatchBench oBench(MakeHouse(
-        MakeInput("lock_group = 'house'\nevent = [{ kind = 'signal_loss', at_s = 20, for_s = 4 },"
-                  "{ kind = 'signal_loss', at_s = 40 }]") +
-        MakeInput("lock_group = 'house'\nphase_us = 250") + MakeInput("lock_group = 'house'\nphase_us = 252")));
-    oBench.Run(38);
-    EXPECT_EQ(oBench.oSnapshot.aoDirections[0].uiReference, 1U) << "first member of the largest group";
-    EXPECT_NEAR(oBench.GetInput(2).oPhaseSeconds.flValue, 2e-6, 1e-6);
-    EXPECT_NEAR(oBench.GetInput(0).oPhaseSeconds.flValue, -250e-6, 1e-6);
-    EXPECT_EQ(oBench.GetInput(1).oPhaseSeconds.flValue, 0.0);
 }
 
 TEST(WatchLock, AReferenceThatIsSetIsNeverLeft)

@@ -7,7 +7,6 @@ namespace
 {
 
 constexpr uint32_t gc_uiInputs = 32;
-__extension__ using Int128 = __int128;
 
 // Inputs of one kind, all with other draws.
 std::string MakeInputs(const std::string& rszKeys, uint32_t uiCount = gc_uiInputs)
@@ -150,36 +149,6 @@ TEST(WatchRate, WanderAndWildFieldsDoNotMakeErrorsLie)
     EXPECT_LE(uiOutside, 1U) << "of " << uiPhases;
 }
 
-TEST(WatchRate, PhaseAgainstTaiIsExactForWholeAndFor1001Rates)
-{
-    SBenchSetup oSetup;
-    oSetup.flLatencyNs = 0.0;
-    oSetup.flSpreadNs = 300.0;
-    CWatchBench oBench(MakeInputs("standard = '1080p60'\nphase_us = 1234", 1) +
-                           MakeInputs("standard = '1080p59.94'\nphase_us = 77", 1),
-                       oSetup);
-    oBench.Run(60);
-    const int64_t iTaiNs = oBench.oSnapshot.oClock.iUtcNs + 37'000'000'000;
-    for (uint32_t uiInput = 0; uiInput < 2; ++uiInput)
-    {
-        const Int128 iDenominator = uiInput == 0 ? 1 : 1001;
-        const Int128 iNumerator = uiInput == 0 ? 60 : 60000;
-        const Int128 iPeriod = iDenominator * 1'000'000'000;
-        const Int128 iRest = Int128{iTaiNs} * iNumerator % iPeriod;
-        const double flPeriod = static_cast<double>(iPeriod) * 1e-9 / static_cast<double>(iNumerator);
-        const double flTrue =
-            static_cast<double>(iRest) * 1e-9 / static_cast<double>(iNumerator) + GetTrueGrid(oBench, uiInput);
-        const SStreamFigures& roFigures = oBench.GetInput(uiInput);
-        ASSERT_TRUE(roFigures.oTaiPhaseSeconds.bIsValid);
-        EXPECT_NEAR(std::remainder(roFigures.oTaiPhaseSeconds.flValue - flTrue, flPeriod), 0.0, 30e-9);
-        // The instant itself is known as well as the envelope is, and it says so.
-        EXPECT_NEAR(
-            static_cast<double>(oBench.oSnapshot.oClock.iUtcNs - oBench.ToUtcNs(oBench.oSnapshot.oClock.uiTick)) * 1e-9,
-            0.0, roFigures.flTaiUncertaintySeconds);
-        EXPECT_LT(roFigures.flTaiUncertaintySeconds, 2e-6);
-    }
-}
-
 TEST(WatchRate, UnknownTaiOffsetLeavesOnlyWholeRatesAPhase)
 {
     SBenchSetup oSetup;
@@ -188,20 +157,6 @@ TEST(WatchRate, UnknownTaiOffsetLeavesOnlyWholeRatesAPhase)
     oBench.Run(12);
     EXPECT_TRUE(oBench.GetInput(0).oTaiPhaseSeconds.bIsValid);
     EXPECT_FALSE(oBench.GetInput(1).oTaiPhaseSeconds.bIsValid);
-}
-
-TEST(WatchRate, TicksFollowADriftingClock)
-{
-    SBenchSetup oSetup;
-    oSetup.flClockPpm = 80.0;
-    CWatchBench oBench(MakeInputs("standard = '1080p50'\njitter_ticks = 10", 4), oSetup);
-    oBench.Run(400);
-    const SClockFigures& roClock = oBench.oSnapshot.oClock;
-    EXPECT_NEAR(static_cast<double>(roClock.iUtcNs - oBench.ToUtcNs(roClock.uiTick)), oSetup.flLatencyNs, 3'000.0);
-    // The least delay is in what is told, and little else.
-    EXPECT_GT(roClock.flTickUncertaintySeconds, oSetup.flLatencyNs * 1e-9);
-    EXPECT_LT(roClock.flTickUncertaintySeconds, 2.0 * oSetup.flLatencyNs * 1e-9);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiLateWakes, 0U);
 }
 
 TEST(WatchRate, ASecondThatHasJustBegunIsNoWholeOneAndNoIntervalIsLeftOut)

@@ -2,8 +2,10 @@
 // another's place, in another unit or with another sign is not what EveryFigure.txt says, which was read line by line.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <fstream>
 #include <memory>
+#include <span>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -66,42 +68,14 @@ SStreamHealth MakeStreamHealth(CFigures& roNext)
     return oHealth;
 }
 
-void FillCounters(CFigures& roNext, SStreamCounters& ro)
+// Whole numbers, and three of seconds behind them.
+SStreamCounters MakeCounters(CFigures& roNext)
 {
-    for (uint64_t* puiCounter : {&ro.uiFields,
-                                 &ro.uiFieldsObserved,
-                                 &ro.uiFieldsLost,
-                                 &ro.uiFieldsUnobserved,
-                                 &ro.uiFieldsRepeated,
-                                 &ro.uiCounterBackward,
-                                 &ro.uiFieldsEarly,
-                                 &ro.uiFieldsLate,
-                                 &ro.uiPhaseSteps,
-                                 &ro.uiSignalLosses,
-                                 &ro.uiTimingChanges,
-                                 &ro.uiFormatChanges,
-                                 &ro.uiStateChanges,
-                                 &ro.uiBuffersSkipped,
-                                 &ro.uiBuffersSet,
-                                 &ro.uiBuffersRepeated,
-                                 &ro.uiBuffersOverwritten,
-                                 &ro.uiRepeatedBeyond,
-                                 &ro.uiFeedStalls,
-                                 &ro.uiCadenceChanges,
-                                 &ro.uiFieldOrderSwaps,
-                                 &ro.auiUnobservedCauses[0],
-                                 &ro.auiUnobservedCauses[1],
-                                 &ro.auiUnobservedCauses[2],
-                                 &ro.auiUnobservedCauses[3],
-                                 &ro.uiWaitTimeOuts,
-                                 &ro.uiForeignStamps,
-                                 &ro.uiLateWakes})
-    {
-        *puiCounter = roNext.Whole();
-    }
-    ro.flSignalLostSeconds = roNext.Real();
-    ro.flRunningSeconds = roNext.Real();
-    ro.flWatchedSeconds = roNext.Real();
+    std::array<uint64_t, sizeof(SStreamCounters) / sizeof(uint64_t)> auiCounters;
+    std::ranges::generate(auiCounters, [&] { return roNext.Whole(); });
+    std::ranges::for_each(std::span(auiCounters).last(3),
+                          [](uint64_t& rui) { rui = std::bit_cast<uint64_t>(static_cast<double>(rui) + 0.25); });
+    return std::bit_cast<SStreamCounters>(auiCounters);
 }
 
 SStreamFigures MakeStream(CFigures& roNext, EStreamDirection eDirection)
@@ -117,7 +91,7 @@ SStreamFigures MakeStream(CFigures& roNext, EStreamDirection eDirection)
     ro.uiNominalDenominator = roNext.Whole();
     ro.flNominalRateHz = roNext.Real();
     ro.flLineSeconds = roNext.Real();
-    FillCounters(roNext, ro.oCounters);
+    ro.oCounters = MakeCounters(roNext);
     for (auto* paoEstimates : {&ro.aoRateHz, &ro.aoRatePpm})
     {
         std::ranges::generate(*paoEstimates, [&] { return roNext.Estimate(); });
@@ -275,8 +249,8 @@ std::string PrintMetrics()
     oServing.uiListeners = 1001;
     oServing.uiScrapes = 1002;
     oServing.flScrapeSeconds = 1003.5;
-    std::istringstream oLines(
-        WatchMetrics_Print(std::make_shared<const SWatchPublication>(Make()), oServing, EMetricFormat::PROMETHEUS));
+    std::istringstream oLines(WatchMetrics_Print(std::make_shared<const SWatchPublication>(Make()), oServing,
+                                                 EMetricFormat::PROMETHEUS, EMetricDetail::FULL));
     std::string szText;
     for (std::string szLine; std::getline(oLines, szLine);)
     {
