@@ -204,7 +204,7 @@ struct SLowerLine
 SLowerLine FindLowerLine(std::span<const SArrival> aoArrivals)
 {
     std::vector<std::pair<double, double>> aoPoints;
-    double flTimeMean = 0.0, flDelayMean = 0.0, flLeast = 1e18;
+    double flTimeMean = 0.0, flDelayMean = 0.0, flLeast = 1e18, flOldest = 0.0;
     for (const SArrival& roArrival : aoArrivals)
     {
         const double flTime =
@@ -215,9 +215,10 @@ SLowerLine FindLowerLine(std::span<const SArrival> aoArrivals)
         flTimeMean += flTime / static_cast<double>(aoArrivals.size());
         flDelayMean += flDelay / static_cast<double>(aoArrivals.size());
         flLeast = std::min(flLeast, flDelay);
+        flOldest = std::min(flOldest, flTime);
     }
     SLowerLine oBest = {flLeast, 0.0, flDelayMean - flLeast};
-    if (aoPoints.front().first > -20e9)
+    if (flOldest > -20e9)
     {
         return oBest;
     }
