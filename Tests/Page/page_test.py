@@ -487,7 +487,7 @@ FIGURES = [
     ("[0, 28, 29].map((n) => format.label({ id: 'IN_00', name: 'x'.repeat(n) }))",
      ["IN_00", "IN_00 " + 28 * "x", "IN_00 " + 27 * "x" + "…"]),
     ("words.eventKinds.map((kind) => words.eventClass({ kind, after: 'passing' })).join(' ')",
-     "idle idle passing lost locked lost idle running lost passing passing free passing passing running running free "
+     "idle idle passing lost locked lost idle running lost lost passing passing free passing passing running running free "
      "running free passing running running running running lost locked passing free passing free locked"),
     ("[['lock_changed', 'locked'], ['lock_changed', 'different'], ['state_changed', 'running'], ['state_changed', 'gone'],"
      "['new_one']].map(([kind, after]) => words.eventClass({ kind, after }))", ["locked", "idle", "locked", "gone", "running"]),
@@ -530,12 +530,13 @@ FIGURES = [
       "Drift | 0.00 ppb ± 1.00 ppb", "Jitter, RMS | 100 ns", "Jitter, peak to peak | 400 ns", "TDEV, 1 s | 2 ns",
       "TDEV, 10 s | ", "Phase against TAI | −1.00 µs ± 200 ns", "Fields seen | 2", "Fields lost | 3",
       "Not seen (watcher late) | 4", "Signal losses | 10, 20 s in all", "Early, late fields | 7, 8",
-      "Counter repeated, went back | 5, 6", "Phase steps | 9", "Changes of timing, format, state | 11, 12, 13",
+      "Counter repeated, went back, ahead | 5, 6, 23", "Phase steps | 9", "Changes of timing, format, state | 11, 12, 13",
       "Ran | 21 s of 22 s watched", "Not seen: no processor was free | 12", "Buffers skipped | 14", "Cadence | ",
-      "Stalled since | ", "Stalls, changes of cadence | ", "Repeated beyond the cadence | ", "Fields swapped since | "]),
-    ("facts.measuredFacts(json.output.streams[0], at('OUT_01')).slice(-8).map((fact) => fact.join(' | '))",
+      "Stalled since | ", "Stalls, changes of cadence | ", "Repeated beyond the cadence | ", "Buffers set are | ", "Fields swapped since | "]),
+    ("facts.measuredFacts(json.output.streams[0], at('OUT_01')).slice(-9).map((fact) => fact.join(' | '))",
      ["Buffers set | 15", "Buffers shown again | 16", "Buffers overwritten | 17", "Cadence | none", "Stalled since | ",
-      "Stalls, changes of cadence | 2, 1", "Repeated beyond the cadence | 180", "Fields swapped since | 2026-03-01 02:59:59 UTC"]),
+      "Stalls, changes of cadence | 2, 1", "Repeated beyond the cadence | 180", "Buffers set are | ",
+      "Fields swapped since | 2026-03-01 02:59:59 UTC"]),
     ("[json.input, json.output].map((side) => facts.signalFacts(side.streams[0]).map((fact) => fact.join(' ')).join())",
      ["Name Camera A,Signal 1920 x 1080p @ 59.94 Hz,Nominal rate 60000/1001 Hz,Line 14.83 µs,Pixel format YUV422,"
       "Capture started,Since 2026-03-01 01:00:00 UTC", "Name Left,Signal 1920 x 1080p @ 59.94 Hz,Nominal rate 60 Hz,"
@@ -581,7 +582,7 @@ class FiguresTest(PageCase):
             ("fields", "fields_observed", "fields_lost", "fields_unobserved", "fields_repeated", "counter_backward",
              "fields_early", "fields_late", "phase_steps", "signal_losses", "timing_changes", "format_changes",
              "state_changes", "buffers_skipped", "buffers_set", "buffers_repeated", "buffers_overwritten", "wait_time_outs",
-             "late_wakes", "signal_lost_seconds", "running_seconds", "watched_seconds"))}
+             "late_wakes", "signal_lost_seconds", "running_seconds", "watched_seconds", "counter_forward"))}
 
         def rate(window, hertz, ppm, error):
             return {"window": window, "hz": hertz, "stderr_hz": 1e-6, "ppm": ppm, "stderr_ppm": error}

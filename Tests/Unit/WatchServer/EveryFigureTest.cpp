@@ -118,7 +118,7 @@ SStreamFigures MakeStream(CFigures& roNext, EStreamDirection eDirection)
     ro.oQueue.bIsHeldKnown = true;
     ro.oQueue.bIsConsumerStalled = true;
     ro.oQueue.iConsumerStalledSinceUtcNs = roNext.Moment();
-    ro.oFeed = {true, {{3, 2}, 2}, roNext.Moment(), true, roNext.Moment()};
+    ro.oFeed = {true, true, {{3, 2}, 2}, roNext.Moment(), true, roNext.Moment()};
     ro.oFieldOrder = {true, true, roNext.Moment()};
     ro.oGridSeconds = roNext.Estimate();
     ro.flPeriodSeconds = roNext.Real();
