@@ -113,6 +113,15 @@ TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
     EXPECT_EQ(Now(), EStreamState::RUNNING);
     Take(EWaitResult::TIMED_OUT, 50'000'000, 4);
     EXPECT_EQ(Now(), EStreamState::LOST);
+    for (int iRun = 0; iRun < 3; ++iRun)
+    {
+        Take(EWaitResult::TIMED_OUT, 50'000'000, 30);
+        Take(EWaitResult::FIELD, 100'000'000, 30);
+        EXPECT_EQ(Now(), EStreamState::RUNNING);
+    }
+    const SStreamCounters& roCounters = oSnapshot.aoDirections[0].aoStreams[0].oCounters;
+    EXPECT_NEAR(roCounters.flRunningSeconds, 4 * 2.95, 0.4);
+    EXPECT_NEAR(roCounters.flRunningSeconds + roCounters.flSignalLostSeconds, roCounters.flWatchedSeconds, 0.4);
 }
 
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
