@@ -1,3 +1,4 @@
+#include "EventJson.h"
 #include "EventKinds.h"
 #include "StreamId.h"
 #include "WatchJson.h"
@@ -51,6 +52,35 @@ TEST(WatchTextsTest, MomentsGoThereAndBack)
     {
         EXPECT_EQ(WatchTexts_FindUtc(szWrong), std::nullopt) << szWrong;
     }
+}
+
+TEST(WatchJsonTest, AnEventCarriesWhatItsKindTells)
+{
+    SWatchEvent oEvent = {};
+    oEvent.uiNumber = 3;
+    oEvent.eKind = EWatchEventKind::LOCK_CHANGED;
+    oEvent.oKey = {EStreamDirection::OUTPUT, 2};
+    oEvent.uiAfter = static_cast<uint64_t>(ELockState::PASSING);
+    const CJson oLock = EventJson_FromEvent(oEvent);
+    EXPECT_EQ(oLock["stream"], "OUT_02");
+    EXPECT_EQ(oLock["before"], "locked");
+    EXPECT_EQ(oLock["after"], "passing");
+    EXPECT_TRUE(oLock["tick"].is_null());
+    EXPECT_FALSE(oLock.contains("count"));
+
+    oEvent.eKind = EWatchEventKind::GROUP_ENDED;
+    oEvent.uiMembers = 0x80000005U;
+    oEvent.flSeconds = 1.5;
+    const CJson oGroup = EventJson_FromEvent(oEvent);
+    EXPECT_EQ(oGroup["members"], CJson({"OUT_00", "OUT_02", "OUT_31"}));
+    EXPECT_EQ(oGroup["seconds"], 1.5);
+
+    oEvent.eKind = EWatchEventKind::FORMAT_CHANGED;
+    oEvent.uiAfter = VtPixelFormat_RGB565;
+    EXPECT_EQ(EventJson_FromEvent(oEvent)["after"], "VtPixelFormat_RGB565");
+    oEvent.eKind = EWatchEventKind::REFERENCE_CHANGED;
+    oEvent.uiAfter = 4;
+    EXPECT_EQ(EventJson_FromEvent(oEvent)["after"], "OUT_04");
 }
 
 TEST(WatchJsonTest, WhatJsonHasNoWordForIsNull)
