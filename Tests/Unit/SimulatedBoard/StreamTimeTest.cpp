@@ -186,7 +186,8 @@ TEST_F(StreamTime, TruthFileHasARowForEveryFieldAtOnceUntilTheDiskIsFull)
         szLast = szRow;
     }
     EXPECT_GT(uiRows, 5000U);
-    EXPECT_TRUE(szLast.starts_with("0,in,0," + std::to_string(uiRows - 3) + ",")) << "beside two, and from 0: " << szLast;
+    EXPECT_TRUE(szLast.starts_with("0,in,0," + std::to_string(uiRows - 3) + ","))
+        << "beside two, and from 0: " << szLast;
     rlimit oUnlimited{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &oUnlimited), 0);
     const rlimit oFull{std::filesystem::file_size(szFile) + 10, oUnlimited.rlim_max};

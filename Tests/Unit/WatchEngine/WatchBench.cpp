@@ -230,7 +230,7 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
         oClock.bIsSynchronised = true;
         oClock.flEstimatedErrorSeconds = 1e-6;
         oClock.flLeastWakeSeconds = std::max(1.0, 0.5 * m_oSetup.flLatencyNs) * 1e-9;
-        while (uiSecond % m_oSetup.uiAnalyseEvery == 0 && m_poEngine->Analyse(oClock, oSnapshot))
+        while (m_poEngine->Analyse(oClock, oSnapshot))
         {
             const auto aoNew = m_poEngine->TakeEvents();
             aoEvents.insert(aoEvents.end(), aoNew.begin(), aoNew.end());
@@ -272,15 +272,6 @@ void CWatchBench::Starve(EStreamDirection eDirection, uint32_t uiIndex, double f
         VtSim_StepOver(Name(roStream), 1);
         ++uiPosition;
     }
-}
-
-void CWatchBench::StarveUntil(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds)
-{
-    uint64_t uiPosition = 0;
-    VtSim_GetPosition(Name(Find(eDirection, uiIndex)), &uiPosition);
-    const uint64_t uiDueNs = ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter);
-    const auto flDue = static_cast<double>(static_cast<int64_t>(uiDueNs - m_uiNowNs - gc_uiHandedInNs)) * 1e-9;
-    Starve(eDirection, uiIndex, std::max(0.0, flSeconds - flDue), 0);
 }
 
 const SPairFigures& CWatchBench::GetPair(uint32_t uiFirst, uint32_t uiSecond) const

@@ -23,8 +23,7 @@ struct SBenchSetup
     double flLatencyNs = 20'000.0; // least delay of a wake-up
     double flSpreadNs = 10'000.0;  // mean of what comes on top
     int32_t iTaiOffsetSeconds = 37;
-    uint32_t uiAnalyseEvery = 1; // seconds: the analysis stands still in between
-    uint64_t uiStartTick = 0;    // of the chip, when that is not its frequency
+    uint64_t uiStartTick = 0; // of the chip, when that is not its frequency
 };
 
 class CWatchBench
@@ -43,9 +42,6 @@ public:
     /* The thread is inside its wait and gets no processor from its next field on; uiRunDelayNs: what the kernel says.
      */
     void Starve(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds, uint64_t uiRunDelayNs);
-
-    /* The same until a time from now on; the kernel does not know of it. */
-    void StarveUntil(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds);
 
     const SStreamFigures& Get(EStreamDirection eDirection, uint32_t uiIndex) const
     {

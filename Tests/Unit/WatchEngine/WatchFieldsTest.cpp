@@ -63,24 +63,6 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
               (203U * 60 - 2 - 250) / 50 + 1);
 }
 
-TEST(WatchFields, AMachineThatStandsStillIsSeenWhereverItsStreamsComeBack)
-{
-    // Nobody tells of it but the streams themselves: one or the other comes back notably late, half a period apart.
-    std::mt19937 oRandom(11);
-    CWatchBench oBench(MakeInput("") + MakeInput("phase_us = 8000"));
-    oBench.Run(3);
-    for (uint32_t uiRound = 0; uiRound < 300; ++uiRound)
-    {
-        const double flEnd = std::uniform_real_distribution(0.05, 0.3)(oRandom);
-        oBench.StarveUntil(gc_eIn, 0, flEnd);
-        oBench.StarveUntil(gc_eIn, 1, flEnd);
-        oBench.Run(1);
-    }
-    ExpectHealthy(oBench, 0);
-    ExpectHealthy(oBench, 1);
-    EXPECT_GT(oBench.GetInput(0).oCounters.uiFieldsUnobserved, 1500U);
-}
-
 TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
 {
     CWatchEngine oEngine({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
@@ -177,50 +159,6 @@ TEST(WatchFields, WhatNeverRanIsIdleAndARemovedDeviceIsGone)
     EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::RUNNING);
     oBench.Run(4);
     EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::GONE);
-}
-
-// How many fields started before the instant.
-uint64_t CountTruth(const CWatchBench& roBench, uint32_t uiInput)
-{
-    uint64_t uiLow = 0;
-    uint64_t uiHigh = 1ULL << 20U;
-    while (uiLow < uiHigh)
-    {
-        const uint64_t uiMiddle = (uiLow + uiHigh) / 2;
-        const bool bIsBefore =
-            CWatchBench::GetTruth(gc_eIn, uiInput, uiMiddle).uiTickRefCounter < roBench.oSnapshot.oClock.uiTick;
-        (bIsBefore ? uiLow : uiHigh) = bIsBefore ? uiMiddle + 1 : uiMiddle;
-    }
-    return uiLow;
-}
-
-TEST(WatchFields, EverySecondIsToldOnceAndWithNoFieldOfAnother)
-{
-    for (const uint32_t uiEvery : {1U, 7U})
-    {
-        SBenchSetup oSetup;
-        oSetup.uiAnalyseEvery = uiEvery;
-        // Fields right at the instant, and gaps that reach over it.
-        CWatchBench oBench(
-            MakeInput("") +
-                MakeInput("phase_us = 900\nevent = [{ kind = 'missed_field', at_field = 200, for_fields = 3, "
-                          "every_fields = 13 }]"),
-            oSetup);
-        uint64_t uiBefore = 0;
-        uint32_t uiSnapshots = 0;
-        oBench.Run(64,
-                   [&]
-                   {
-                       const uint64_t uiTick = oBench.oSnapshot.oClock.uiTick;
-                       EXPECT_TRUE(uiBefore == 0 || uiTick == uiBefore + 100'000'000) << uiTick;
-                       uiBefore = uiTick;
-                       ++uiSnapshots;
-                       EXPECT_EQ(oBench.GetInput(0).oCounters.uiFields, CountTruth(oBench, 0));
-                       EXPECT_EQ(oBench.GetInput(1).oCounters.uiFields, CountTruth(oBench, 1));
-                   });
-        EXPECT_GE(uiSnapshots, 64U);
-        EXPECT_EQ(oBench.GetInput(1).oCounters.uiFieldsUnobserved, 0U);
-    }
 }
 
 // A stream of 60 fields per second whose stamps and ends of waits a test makes up, at 1 GHz.
