@@ -30,7 +30,7 @@ void RunStream(const SStream& roStream)
         {
             Require(oModel.GetStamp(uiField) >= oModel.GetStamp(uiField - 1));
             (void)oModel.GetField(uiField);
-            (void)oModel.GetVidParam(uiField);
+            (void)oModel.GetDescription(uiField);
             (void)oModel.GetSkipCount(uiField);
             const SCaptureState oState = oModel.GetCaptureState(uiField);
             Require(oState.uiReady + oState.uiLoan + oState.uiInternal == oState.uiTotal);
