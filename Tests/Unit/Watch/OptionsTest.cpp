@@ -94,4 +94,6 @@ TEST(WatchOptions, SaysInOneLineWhatIsWrong)
         EXPECT_EQ(oParsed.szText.find('\n'), std::string::npos) << oParsed.szText;
     }
     EXPECT_EQ(Parse({"check", "--help"}).iStatus, iExitUnknown);
+    EXPECT_EQ(Parse({"check", "-V"}).iStatus, iExitUnknown);
+    EXPECT_EQ(Parse({"check", "-V"}).szText, Parse({"--version"}).szText);
 }

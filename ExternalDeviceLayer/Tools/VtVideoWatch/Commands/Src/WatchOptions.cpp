@@ -177,7 +177,6 @@ void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)
     AddExpectations(roApp, roCheck.oExpect);
     roApp.add_option("--save", roCheck.szSave, "write what is there now to this file, for --expect-file")
         ->type_name("FILE");
-    roApp.set_version_flag("-V,--version", std::string("VtVideoWatch ") + VT_WATCH_VERSION);
     AddThreshold(roApp, roCheck.oThreshold);
     roApp.add_flag("--json", roCheck.bJson, "print the whole verdict as JSON");
     roApp.footer("Exit status, as monitoring plug-ins have it: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN.");
@@ -380,7 +379,7 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
     AddReport(*poReport, roOptions.oReport, iNowUtcNs);
     for (CLI::App* poCommand : oApp.get_subcommands({}))
     {
-        poCommand->set_version_flag("--version", szVersion);
+        poCommand->set_version_flag(poCommand == poCheck ? "-V,--version" : "--version", szVersion);
     }
     const int iStatus = ParseWith(oApp, raszArguments, rszText);
     roOptions.eCommand = poCheck->parsed()    ? EWatchCommand::CHECK
