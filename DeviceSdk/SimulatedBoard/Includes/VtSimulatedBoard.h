@@ -64,6 +64,9 @@ typedef enum VtSim_Fate VT_AS_UINT32
     VtSim_Fate_STARTED = 0, /* a wait delivers it */
     VtSim_Fate_LOST = 1,    /* no signal: a wait is cancelled */
     VtSim_Fate_MISSED = 2,  /* the board never reports it */
+    /* Of a replay, whose fields are the waits of its recording: a wait ends as that one did. */
+    VtSim_Fate_TIMED_OUT = 3,
+    VtSim_Fate_FAILED = 4,
     VtSim_Fate_FORCE32 = 0x7FFFFFFF
 } VtSim_Fate;
 

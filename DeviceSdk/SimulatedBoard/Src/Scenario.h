@@ -6,12 +6,14 @@
 #define SIMULATED_BOARD_SCENARIO_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "BufferFeed.h"
 #include "Operations.h"
+#include "ReplayTrack.h"
 #include "Schedule.h"
 #include "StreamDescription.h"
 #include "TextFault.h"
@@ -98,6 +100,8 @@ struct SStream
     uint32_t uiLoanSpread = 0;
     uint64_t uiSkipCountStart = 0;
     uint64_t uiLuidStart = 0x1000;
+
+    std::shared_ptr<const CReplayTrack> poReplay; // null: it is made up, by what stands above
 };
 
 // A failure on purpose: calls of an operation that return a status instead of doing their work.

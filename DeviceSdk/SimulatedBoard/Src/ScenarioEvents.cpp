@@ -106,7 +106,15 @@ void ReadWhen(CScenarioSection& roSection, const SEventKind& roKind, const SChip
     const FixedTicks iPhase = roStream.iOrigin - FixedTicks{static_cast<int64_t>(roContext.uiTickStart)} * iOneTick;
     const int64_t iFirst = roKind.eKind == EEventKind::DOUBLED_FIELD ? 1 : 0;
     const std::string szKind(roKind.szName);
-    if (!ReadFields(roSection, "at_field", "at_s", iFirst, roStream, iPhase, true, roWhen.uiFirst))
+    double flSeconds = 0.0;
+    if (roStream.poReplay != nullptr && roSection.ReadFloat("at_s", 0.0, flSecondsLimit, flSeconds))
+    {
+        // Its fields are as far from each other as they were.
+        const auto uiTicks = static_cast<uint64_t>(flSeconds * roStream.uiTickFreqHz);
+        roWhen.uiFirst = roStream.poReplay->FindFirst(roContext.uiTickStart + uiTicks);
+        roSection.Forbid("at_field", "either at_field or at_s");
+    }
+    else if (!ReadFields(roSection, "at_field", "at_s", iFirst, roStream, iPhase, true, roWhen.uiFirst))
     {
         roSection.Require(roSection.Has("at_s") ? "at_s" : "at_field");
     }
@@ -214,6 +222,13 @@ void ReadDetails(CScenarioSection& roSection, const SStream& roStream, SEvent& r
     }
 }
 
+// What an application does to its buffers has been recorded; only that it gives none back can be put on top.
+bool IsForReplays(EEventKind eKind, EDirection eDirection)
+{
+    return eKind != EEventKind::CADENCE_CHANGE && eKind != EEventKind::SLOW_CONSUMER &&
+           (eKind != EEventKind::BUFFERS_RUN_OUT || eDirection == EDirection::INPUT);
+}
+
 void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStream& roStream, SScenarioFault& roFault)
 {
     CScenarioSection oSection(roTable, roFault);
@@ -240,6 +255,10 @@ void ReadEvent(const SScenarioNode& roTable, const SChipContext& roContext, SStr
     if (itKind->eOf == (roStream.eDirection == EDirection::INPUT ? EOf::OUTPUTS : EOf::INPUTS))
     {
         oSection.Refuse("kind", itKind->eOf == EOf::OUTPUTS ? "goes with outputs alone" : "goes with inputs alone");
+    }
+    if (roStream.poReplay != nullptr && !IsForReplays(itKind->eKind, roStream.eDirection))
+    {
+        oSection.Refuse("kind", "cannot be put on top of a recording");
     }
     ReadWhen(oSection, *itKind, roContext, roStream, oEvent.oWhen);
     ReadDetails(oSection, roStream, oEvent, roFault);

@@ -141,7 +141,38 @@ void ReadConnector(const SScenarioNode& roTable, SChip& roChip, SScenarioFault& 
     roChip.aoConnectors.push_back(oConnector);
 }
 
-void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenario, SScenarioFault& roFault)
+// What is made up of a chip: its counter and its streams.
+void ReadMadeUp(CScenarioSection& roSection, SChipContext& roContext, SChip& roChip, SScenarioFault& roFault)
+{
+    (void)roSection.Read("tick_frequency_hz", 1000U, 4'000'000'000U, roChip.uiTickFreqHz);
+    auto iTickStart = static_cast<int64_t>(roChip.uiTickFreqHz); // switched on a second ago
+    (void)roSection.ReadInteger("tick_start", 1, int64_t{1} << 61, iTickStart);
+    roChip.uiTickStart = static_cast<uint64_t>(iTickStart);
+    roContext.uiTickFreqHz = roChip.uiTickFreqHz;
+    roContext.uiTickStart = roChip.uiTickStart;
+    roSection.Forbid("replay_loop", "goes with replay alone");
+    for (const SScenarioNode& roGroup : roSection.ReadTables("lock_group", uiLockGroupLimit))
+    {
+        ReadLockGroup(roGroup, roContext, roFault);
+    }
+    for (const SScenarioNode& roConnector : roSection.ReadTables("connector", uiConnectorLimit))
+    {
+        ReadConnector(roConnector, roChip, roFault);
+    }
+    for (const SScenarioNode& roInput : roSection.ReadTables("input", uiStreamLimit))
+    {
+        const auto uiIndex = static_cast<uint32_t>(roChip.aoInputs.size());
+        ScenarioStream_Read(roInput, roContext, EDirection::INPUT, uiIndex, roChip, roFault);
+    }
+    for (const SScenarioNode& roOutput : roSection.ReadTables("output", uiStreamLimit))
+    {
+        const auto uiIndex = static_cast<uint32_t>(roChip.aoOutputs.size());
+        ScenarioStream_Read(roOutput, roContext, EDirection::OUTPUT, uiIndex, roChip, roFault);
+    }
+}
+
+void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, const ReplayReader& rfnRead, SScenario& roScenario,
+              SScenarioFault& roFault)
 {
     CScenarioSection oSection(roTable, roFault);
     SChip oChip;
@@ -149,35 +180,22 @@ void ReadChip(const SScenarioNode& roTable, uint64_t uiSeed, SScenario& roScenar
     oContext.uiSeed = uiSeed;
     oContext.uiChip = static_cast<uint32_t>(roScenario.aoChips.size());
     oChip.uiTickFreqHz = uiDefaultTickFreqHz;
-    (void)oSection.Read("tick_frequency_hz", 1000U, 4'000'000'000U, oChip.uiTickFreqHz);
-    auto iTickStart = static_cast<int64_t>(oChip.uiTickFreqHz); // switched on a second ago
-    (void)oSection.ReadInteger("tick_start", 1, int64_t{1} << 61, iTickStart);
-    oChip.uiTickStart = static_cast<uint64_t>(iTickStart);
-    oContext.uiTickFreqHz = oChip.uiTickFreqHz;
-    oContext.uiTickStart = oChip.uiTickStart;
+    oChip.uiTickStart = uiDefaultTickFreqHz;
+    std::string szReplay;
+    if (oSection.ReadText("replay", 4096, szReplay))
+    {
+        const bool bKeepsTimeOuts = roScenario.eTimeMode != ETimeMode::REAL;
+        ScenarioReplay_Read(oSection, szReplay, rfnRead, bKeepsTimeOuts, oContext, oChip, roFault);
+    }
+    else
+    {
+        ReadMadeUp(oSection, oContext, oChip, roFault);
+    }
     ReadChipClock(oSection, roScenario, oChip);
     double flRemovalS = 0.0;
     if (oSection.ReadFloat("removal_at_s", 0.0, 1e8, flRemovalS))
     {
         oChip.uiRemovalTicks = oChip.uiTickStart + static_cast<uint64_t>(std::llround(flRemovalS * oChip.uiTickFreqHz));
-    }
-    for (const SScenarioNode& roGroup : oSection.ReadTables("lock_group", uiLockGroupLimit))
-    {
-        ReadLockGroup(roGroup, oContext, roFault);
-    }
-    for (const SScenarioNode& roConnector : oSection.ReadTables("connector", uiConnectorLimit))
-    {
-        ReadConnector(roConnector, oChip, roFault);
-    }
-    for (const SScenarioNode& roInput : oSection.ReadTables("input", uiStreamLimit))
-    {
-        const auto uiIndex = static_cast<uint32_t>(oChip.aoInputs.size());
-        ScenarioStream_Read(roInput, oContext, EDirection::INPUT, uiIndex, oChip, roFault);
-    }
-    for (const SScenarioNode& roOutput : oSection.ReadTables("output", uiStreamLimit))
-    {
-        const auto uiIndex = static_cast<uint32_t>(oChip.aoOutputs.size());
-        ScenarioStream_Read(roOutput, oContext, EDirection::OUTPUT, uiIndex, oChip, roFault);
     }
     oSection.Finish();
     CheckGroupEvents(oChip, oContext, roFault);
@@ -196,7 +214,8 @@ void ForgetLonelyClocks(std::vector<SChip>& raoChips)
 
 } // namespace
 
-bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault)
+bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault,
+                   const ReplayReader& rfnRead)
 {
     roScenario = {};
     SScenarioNode oRoot;
@@ -220,7 +239,7 @@ bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFaul
     oSection.Require("chip");
     for (const SScenarioNode& roChip : oSection.ReadTables("chip", uiChipLimit))
     {
-        ReadChip(roChip, uiSeed, roScenario, roFault);
+        ReadChip(roChip, uiSeed, rfnRead, roScenario, roFault);
     }
     ForgetLonelyClocks(roScenario.aoChips);
     if (roScenario.aoChips.empty())

@@ -50,6 +50,15 @@ void ScenarioSource_Override(std::optional<std::string> szText)
     roOverride.szText = std::move(szText);
 }
 
+// A recording is named as seen from the scenario.
+ReplayReader ScenarioSource_GetReplayReader(const std::string& rszScenario)
+{
+    const size_t uiSlash = rszScenario.rfind('/');
+    const std::string szFolder = uiSlash == std::string::npos ? std::string() : rszScenario.substr(0, uiSlash + 1);
+    return [szFolder](const std::string& rszFile, SReplay& roReplay, std::string& rszWhy)
+    { return Replay_Read(rszFile.starts_with('/') ? rszFile : szFolder + rszFile, roReplay, rszWhy); };
+}
+
 bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro)
 {
     std::string szFile = szOverrideName;
@@ -71,7 +80,7 @@ bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro)
         }
         szFile = szFile.empty() ? szDefaultName : szFile;
     }
-    if (oFault.IsSet() || !Scenario_Read(*szText, roScenario, oFault))
+    if (oFault.IsSet() || !Scenario_Read(*szText, roScenario, oFault, ScenarioSource_GetReplayReader(szFile)))
     {
         (void)std::fprintf(stderr, "%s\n", TextLine_OfFault(szFile, oFault).c_str());
         return false;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Scenario.h"
+#include "ScenarioReader.h"
 
 // The text of the built-in default, generated from Scenarios/Default.toml.
 extern const char* const g_szDefaultScenario;
@@ -20,6 +21,9 @@ void ScenarioSource_Override(std::optional<std::string> szText);
  *   rszIntro  out  what to say once it runs; empty for a test's own scenario
  */
 bool ScenarioSource_Load(SScenario& roScenario, std::string& rszIntro);
+
+/* What reads the recordings that a scenario names, by its own file's name. */
+ReplayReader ScenarioSource_GetReplayReader(const std::string& rszScenario);
 
 inline constexpr const char* szOverrideName = "scenario text";
 

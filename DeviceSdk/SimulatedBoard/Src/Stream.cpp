@@ -82,7 +82,7 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
     }
     const uint64_t uiUnseen = roReader.uiNext.load(std::memory_order_relaxed);
     SFieldStart oComing = m_oModel.GetField(uiUnseen);
-    if (oComing.uiStamp <= uiNow)
+    if (oComing.uiDue <= uiNow)
     {
         const uint64_t uiComing = m_oModel.FindFirstAfter(uiNow, uiUnseen);
         const uint64_t uiEnd = m_oModel.FindLastReported(GetOldest(uiUnseen, uiComing), uiComing);
@@ -110,8 +110,8 @@ VtStatus CStream::WaitReal(SReader& roReader, uint32_t uiTimeOutMs, SFieldStart&
 VtStatus CStream::SleepThenDeliver(SReader& roReader, uint64_t uiUnseen, const SFieldStart& roComing,
                                    int64_t iDeadlineNs, SFieldStart& roField)
 {
-    const int64_t iStartNs = m_oSetup.oClock.ToNs(roComing.uiStamp);
-    if (iStartNs > iDeadlineNs || roComing.uiStamp >= GetRemovalTicks())
+    const int64_t iStartNs = m_oSetup.oClock.ToNs(roComing.uiDue);
+    if (iStartNs > iDeadlineNs || roComing.uiDue >= GetRemovalTicks())
     {
         return SleepInVain(roReader, iDeadlineNs);
     }
@@ -137,7 +137,7 @@ void CStream::Pass(SReader& roReader, uint64_t uiUnseen, uint64_t uiReported, ui
 
 void CStream::Hang(SReader& roReader, uint64_t uiField, int64_t iFromNs) const
 {
-    if (const uint32_t uiHangMs = m_oModel.GetHangMs(uiField); uiHangMs > 0)
+    if (const uint32_t uiHangMs = m_oModel.GetHangMs(uiField) + m_oModel.GetLateMs(uiField); uiHangMs > 0)
     {
         (void)roReader.oSleeper.SleepUntil(iFromNs + m_oSetup.oClock.ToRealNs(uiHangMs));
     }
@@ -161,9 +161,17 @@ VtStatus CStream::SleepInVain(SReader& roReader, int64_t iDeadlineNs)
 
 VtStatus CStream::Deliver(const SFieldStart& roReported, SFieldStart& roField)
 {
-    if (roReported.eFate == EFieldFate::LOST)
+    switch (roReported.eFate)
     {
+    case EFieldFate::LOST:
         return VtStatus_CANCELED;
+    case EFieldFate::TIMED_OUT:
+        return VtStatus_TIMEOUT;
+    case EFieldFate::FAILED:
+        return VtStatus_FAIL;
+    case EFieldFate::STARTED:
+    case EFieldFate::MISSED:
+        break;
     }
     roField = roReported;
     return VtStatus_OK;

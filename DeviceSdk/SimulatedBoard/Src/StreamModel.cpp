@@ -34,6 +34,11 @@ uint64_t CountActiveBefore(const std::vector<SSchedule>& raoWhen, uint64_t uiFie
     return uiCount;
 }
 
+bool IsActivePower(const std::vector<SEvent>& raoPowers, uint64_t uiField)
+{
+    return std::ranges::any_of(raoPowers, [uiField](const SEvent& ro) { return ro.oWhen.IsActive(uiField); });
+}
+
 bool IsActive(const std::vector<SSchedule>& raoWhen, uint64_t uiField)
 {
     return std::ranges::any_of(raoWhen, [uiField](const SSchedule& roWhen) { return roWhen.IsActive(uiField); });
@@ -60,7 +65,8 @@ FixedTicks DriftTicks(FixedTicks iFieldTicks, int64_t iPpt)
 } // namespace
 
 CStreamModel::CStreamModel(const SStream& roStream)
-    : m_bEvents(!roStream.aoEvents.empty()),
+    : m_poReplay(roStream.poReplay.get()),
+      m_bEvents(!roStream.aoEvents.empty()),
       m_oStream(roStream),
       m_oFormat(MakeFormat({}, roStream.oTiming)),
       m_oFeed(roStream.oFeed)
@@ -199,6 +205,10 @@ double CStreamModel::GetWander(uint64_t uiField) const
 
 FixedTicks CStreamModel::GetExactTicks(uint64_t uiField) const
 {
+    if (m_poReplay != nullptr)
+    {
+        return FixedTicks{static_cast<int64_t>(m_poReplay->GetStamp(uiField))} * iOneTick + GetEventTicks(uiField);
+    }
     return m_oStream.iOrigin + m_iFieldTicks * static_cast<int64_t>(uiField) + GetEventTicks(uiField) +
            FixedTicks_FromDouble(GetWander(uiField));
 }
@@ -213,8 +223,58 @@ uint64_t CStreamModel::GetStamp(uint64_t uiField) const
     return FixedTicks_Round(iTicks);
 }
 
+uint64_t CStreamModel::GetDue(uint64_t uiField) const
+{
+    if (m_poReplay == nullptr)
+    {
+        return GetStamp(uiField);
+    }
+    const FixedTicks iDue = FixedTicks{static_cast<int64_t>(m_poReplay->GetDue(uiField))} * iOneTick;
+    return FixedTicks_Round(iDue + GetEventTicks(uiField));
+}
+
+// What is planted on top happens to fields alone: a wait that gave none gives none again.
+EFieldFate CStreamModel::GetReplayedFate(uint64_t uiField) const
+{
+    switch (m_poReplay->GetWait(uiField).eResult)
+    {
+    case EReplayResult::TIMED_OUT:
+        return EFieldFate::TIMED_OUT;
+    case EReplayResult::CANCELED:
+        return EFieldFate::LOST;
+    case EReplayResult::FAILED:
+        return EFieldFate::FAILED;
+    case EReplayResult::FIELD:
+        break;
+    }
+    const bool bPower = IsActivePower(m_aoPowers, uiField);
+    if (IsActive(m_aoLosses, uiField) || (bPower && !HasSignal(GetPowerState(uiField))))
+    {
+        return EFieldFate::LOST;
+    }
+    return IsActive(m_aoMissed, uiField) ? EFieldFate::MISSED : EFieldFate::STARTED;
+}
+
+SFieldStart CStreamModel::GetReplayedField(uint64_t uiField) const
+{
+    const SReplayWait oWait = m_poReplay->GetWait(uiField);
+    const auto iSwaps =
+        std::ranges::count_if(m_aoSwaps, [uiField](const SSchedule& roSwap) { return roSwap.IsActive(uiField); });
+    return {.uiField = uiField,
+            .eFate = GetReplayedFate(uiField),
+            .uiStamp = GetStamp(uiField),
+            .uiDue = GetDue(uiField),
+            .uiFieldCounter = oWait.uiFieldCounter + CountJumps(uiField),
+            .uiSetBufferCounter = m_oStream.eDirection == EDirection::OUTPUT ? GetSetBufferCount(uiField) : 0,
+            .bIsTopField = oWait.bIsTopField != (iSwaps % 2 != 0)};
+}
+
 EFieldFate CStreamModel::GetFate(uint64_t uiField) const
 {
+    if (m_poReplay != nullptr)
+    {
+        return GetReplayedFate(uiField);
+    }
     if (!m_bEvents)
     {
         const bool bLost = m_oStream.eDirection == EDirection::OUTPUT && !HasSignal(m_oStream.ePowerState);
@@ -230,21 +290,40 @@ EFieldFate CStreamModel::GetFate(uint64_t uiField) const
 
 SFieldStart CStreamModel::GetField(uint64_t uiField) const
 {
+    if (m_poReplay != nullptr)
+    {
+        return GetReplayedField(uiField);
+    }
     SFieldStart oField{.uiField = uiField, .eFate = GetFate(uiField), .uiStamp = GetStamp(uiField)};
+    oField.uiDue = oField.uiStamp;
     oField.uiFieldCounter = m_oStream.uiFieldCounterStart + uiField * uiCounterUnits;
     if (m_oStream.eDirection == EDirection::OUTPUT)
     {
         oField.uiSetBufferCounter = GetSetBufferCount(uiField);
     }
-    if (m_bEvents)
-    {
-        for (const SEvent& roJump : m_aoJumps)
-        {
-            oField.uiFieldCounter += roJump.oWhen.Occurrences(uiField) * static_cast<uint64_t>(roJump.iJump);
-        }
-    }
+    oField.uiFieldCounter += m_bEvents ? CountJumps(uiField) : 0;
     oField.bIsTopField = (m_bEvents || m_bInterlaced) && IsTopField(uiField);
     return oField;
+}
+
+uint64_t CStreamModel::CountJumps(uint64_t uiField) const
+{
+    uint64_t uiCount = 0;
+    for (const SEvent& roJump : m_aoJumps)
+    {
+        uiCount += roJump.oWhen.Occurrences(uiField) * static_cast<uint64_t>(roJump.iJump);
+    }
+    return uiCount;
+}
+
+uint64_t CStreamModel::CountSkips(uint64_t uiField) const
+{
+    uint64_t uiCount = 0;
+    for (const SEvent& roSkip : m_aoSkips)
+    {
+        uiCount += roSkip.oWhen.Occurrences(uiField) * roSkip.uiCount;
+    }
+    return uiCount;
 }
 
 bool CStreamModel::IsTopField(uint64_t uiField) const
@@ -258,13 +337,13 @@ bool CStreamModel::IsTopField(uint64_t uiField) const
 
 uint64_t CStreamModel::FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const
 {
-    if (GetStamp(uiFrom) > uiTicks)
+    if (GetDue(uiFrom) > uiTicks)
     {
         return uiFrom;
     }
     uint64_t uiStarted = uiFrom;
     uint64_t uiStep = 1;
-    while (GetStamp(uiStarted + uiStep) <= uiTicks)
+    while (GetDue(uiStarted + uiStep) <= uiTicks)
     {
         uiStarted += uiStep;
         uiStep *= 2;
@@ -273,7 +352,7 @@ uint64_t CStreamModel::FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const
     while (uiAfter - uiStarted > 1)
     {
         const uint64_t uiMiddle = uiStarted + (uiAfter - uiStarted) / 2;
-        (GetStamp(uiMiddle) <= uiTicks ? uiStarted : uiAfter) = uiMiddle;
+        (GetDue(uiMiddle) <= uiTicks ? uiStarted : uiAfter) = uiMiddle;
     }
     return uiAfter;
 }
@@ -296,6 +375,18 @@ uint64_t CStreamModel::FindLastReported(uint64_t uiFrom, uint64_t uiEnd) const
     return uiEnd;
 }
 
+// As it was recorded, but for a format that is planted on top.
+SStreamDescription CStreamModel::GetReplayedDescription(uint64_t uiField) const
+{
+    const SReplayDescription& roRecorded = m_poReplay->GetDescription(uiField);
+    const SFormat& roFormat = GetFormat(uiField);
+    return {.oVidParam = &roFormat == &m_oFormat ? roRecorded.oVidParam : roFormat.oVidParam,
+            .ePixelFormat = roRecorded.ePixelFormat,
+            .uiWidth = roRecorded.uiWidth,
+            .uiHeight = roRecorded.uiHeight,
+            .eCaptureState = static_cast<VtVideoIn_State>(roRecorded.uiCaptureState)};
+}
+
 SStreamDescription CStreamModel::GetDescription(uint64_t uiField) const
 {
     const SFormat& roFormat = GetFormat(uiField);
@@ -303,6 +394,7 @@ SStreamDescription CStreamModel::GetDescription(uint64_t uiField) const
     oDescription.oVidParam = roFormat.oVidParam;
     oDescription.uiWidth = oDescription.uiWidth != 0 ? oDescription.uiWidth : roFormat.oTiming.uiHActive;
     oDescription.uiHeight = oDescription.uiHeight != 0 ? oDescription.uiHeight : roFormat.oTiming.uiVActive;
+    oDescription = m_poReplay == nullptr ? oDescription : GetReplayedDescription(uiField);
     for (const SEvent& roEvent : m_aoDescriptions)
     {
         for (size_t uiChange = 0; roEvent.oWhen.IsActive(uiField) && uiChange < roEvent.aoChanges.size(); ++uiChange)
@@ -319,7 +411,9 @@ SStreamDescription CStreamModel::GetDescription(uint64_t uiField) const
 
 VtVideoOut_PowerState CStreamModel::GetPowerState(uint64_t uiField) const
 {
-    VtVideoOut_PowerState ePower = m_oStream.ePowerState;
+    VtVideoOut_PowerState ePower =
+        m_poReplay == nullptr ? m_oStream.ePowerState
+                              : static_cast<VtVideoOut_PowerState>(m_poReplay->GetDescription(uiField).uiPowerState);
     for (const SEvent& roPower : m_aoPowers)
     {
         ePower = roPower.oWhen.IsActive(uiField) ? roPower.ePower : ePower;
@@ -330,10 +424,23 @@ VtVideoOut_PowerState CStreamModel::GetPowerState(uint64_t uiField) const
 SCaptureState CStreamModel::GetCaptureState(uint64_t uiField) const
 {
     SCaptureState oState{.uiTotal = m_oStream.uiBuffers};
+    if (m_poReplay != nullptr)
+    {
+        const SReplayWait oWait = m_poReplay->GetWait(uiField);
+        oState.uiTotal = oWait.bHasBuffers ? uint32_t{oWait.uiReady} + oWait.uiLoaned + oWait.uiInternal : 0;
+    }
     if (IsActive(m_aoRunOuts, uiField))
     {
         oState.uiLoan = oState.uiTotal; // the application gives none back
         return oState;
+    }
+    if (m_poReplay != nullptr)
+    {
+        const SReplayWait oWait = m_poReplay->GetWait(uiField);
+        return {.uiTotal = oState.uiTotal,
+                .uiReady = oWait.uiReady,
+                .uiLoan = oWait.uiLoaned,
+                .uiInternal = oWait.uiInternal};
     }
     oState.uiReady = m_oStream.uiReady;
     oState.uiLoan = m_oStream.uiLoan;
@@ -365,18 +472,36 @@ uint32_t CStreamModel::GetRoom() const
     return m_oStream.uiBuffers - m_oStream.uiReady - m_oStream.uiLoan - m_oStream.uiLoanSpread;
 }
 
+uint32_t CStreamModel::GetNbOfBuffers(uint64_t uiField) const
+{
+    return m_poReplay == nullptr ? m_oStream.uiBuffers : m_poReplay->GetDescription(uiField).uiBuffers;
+}
+
+bool CStreamModel::HasSkipCount(uint64_t uiField) const
+{
+    return m_poReplay == nullptr || m_poReplay->GetWait(uiField).bHasSkipped;
+}
+
 uint64_t CStreamModel::GetSkipCount(uint64_t uiField) const
 {
-    uint64_t uiSkipped = m_oStream.uiSkipCountStart + uiField + 1 - GetFilledCount(uiField);
-    for (const SEvent& roSkip : m_aoSkips)
+    if (m_poReplay != nullptr)
     {
-        uiSkipped += roSkip.oWhen.Occurrences(uiField) * roSkip.uiCount;
+        return m_poReplay->GetWait(uiField).uiSkipped + CountActiveBefore(m_aoRunOuts, uiField + 1) +
+               CountSkips(uiField);
     }
-    return uiSkipped;
+    return m_oStream.uiSkipCountStart + uiField + 1 - GetFilledCount(uiField) + CountSkips(uiField);
 }
 
 uint64_t CStreamModel::GetFilledCount(uint64_t uiField) const
 {
+    if (m_poReplay != nullptr)
+    {
+        // No recording tells it: the fields that were not skipped.
+        const SReplayWait oFirst = m_poReplay->GetWait(0);
+        const SReplayWait oWait = m_poReplay->GetWait(uiField);
+        return (oWait.uiFieldCounter - oFirst.uiFieldCounter) / uiCounterUnits + 1 -
+               (oWait.uiSkipped - oFirst.uiSkipped);
+    }
     uint64_t uiFilled = CountFilledBefore(uiField + 1);
     for (const SSlowConsumer& roSlow : m_aoSlow)
     {
@@ -393,6 +518,10 @@ uint64_t CStreamModel::CountFilledBefore(uint64_t uiField) const
 
 uint64_t CStreamModel::GetSetBufferCount(uint64_t uiField) const
 {
+    if (m_poReplay != nullptr)
+    {
+        return m_poReplay->GetWait(uiField).uiSetBufferCounter + CountSkips(uiField);
+    }
     if (!m_bEvents)
     {
         return m_oStream.uiSetBufferStart + m_oFeed.CountIn(uiField + 1);
@@ -408,12 +537,12 @@ uint64_t CStreamModel::GetSetBufferCount(uint64_t uiField) const
         uiCount += roCadence.oFeed.CountIn(uiPlayed);
         uiFields -= uiPlayed;
     }
-    uiCount += m_oFeed.CountIn(uiFields);
-    for (const SEvent& roSkip : m_aoSkips)
-    {
-        uiCount += roSkip.oWhen.Occurrences(uiField) * roSkip.uiCount;
-    }
-    return uiCount;
+    return uiCount + m_oFeed.CountIn(uiFields) + CountSkips(uiField);
+}
+
+uint32_t CStreamModel::GetLateMs(uint64_t uiField) const
+{
+    return m_poReplay == nullptr ? 0 : m_poReplay->GetLateMs(uiField);
 }
 
 uint32_t CStreamModel::GetHangMs(uint64_t uiField) const

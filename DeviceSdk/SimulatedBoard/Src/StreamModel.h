@@ -14,8 +14,11 @@
 enum class EFieldFate : uint8_t
 {
     STARTED,
-    LOST,  // no signal: a wait is cancelled
-    MISSED // the board never reports it
+    LOST,   // no signal: a wait is cancelled
+    MISSED, // the board never reports it
+    // Of a replay, where the recorded wait ended so.
+    TIMED_OUT,
+    FAILED
 };
 
 struct SFieldStart
@@ -23,6 +26,7 @@ struct SFieldStart
     uint64_t uiField = 0;
     EFieldFate eFate = EFieldFate::STARTED;
     uint64_t uiStamp = 0;
+    uint64_t uiDue = 0; // when a wait for it returns: the stamp, but that of a replay never goes back
     uint64_t uiFieldCounter = 0;
     uint64_t uiSetBufferCounter = 0;
     bool bIsTopField = false;
@@ -48,10 +52,12 @@ public:
     FixedTicks GetExactTicks(uint64_t uiField) const;
     /* The start of a field as the board stamps it. */
     uint64_t GetStamp(uint64_t uiField) const;
+    /* When a wait for it returns. */
+    uint64_t GetDue(uint64_t uiField) const;
     EFieldFate GetFate(uint64_t uiField) const;
     SFieldStart GetField(uint64_t uiField) const;
 
-    /* First field from uiFrom on whose stamp is after uiTicks. */
+    /* First field from uiFrom on that is due after uiTicks. */
     uint64_t FindFirstAfter(uint64_t uiTicks, uint64_t uiFrom) const;
     /* First field from uiFrom on that is not missed; stops at uiEnd. */
     uint64_t FindReported(uint64_t uiFrom, uint64_t uiEnd) const;
@@ -62,9 +68,14 @@ public:
     SStreamDescription GetDescription(uint64_t uiField) const;
     VtVideoOut_PowerState GetPowerState(uint64_t uiField) const;
     SCaptureState GetCaptureState(uint64_t uiField) const;
+    /* Whether the board can tell it. */
+    bool HasSkipCount(uint64_t uiField) const;
     uint64_t GetSkipCount(uint64_t uiField) const;
+    uint32_t GetNbOfBuffers(uint64_t uiField) const;
     uint64_t GetFilledCount(uint64_t uiField) const;
     uint64_t GetSetBufferCount(uint64_t uiField) const;
+    /* How late the recorded wait for a field returned, with others passing meanwhile; milliseconds. */
+    uint32_t GetLateMs(uint64_t uiField) const;
     /* How long the wait that delivers a field hangs, milliseconds. */
     uint32_t GetHangMs(uint64_t uiField) const;
 
@@ -89,10 +100,16 @@ private:
     double GetWander(uint64_t uiField) const;
     uint64_t CountFilledBefore(uint64_t uiField) const;
     uint32_t GetRoom() const;
+    EFieldFate GetReplayedFate(uint64_t uiField) const;
+    SFieldStart GetReplayedField(uint64_t uiField) const;
+    SStreamDescription GetReplayedDescription(uint64_t uiField) const;
+    uint64_t CountJumps(uint64_t uiField) const;
+    uint64_t CountSkips(uint64_t uiField) const;
 
     FixedTicks m_iFieldTicks = 0;
-    const bool m_bEvents;       // false: the vectors of events need no look, and their cache lines none
-    bool m_bInterlaced = false; // in the first format
+    const CReplayTrack* const m_poReplay; // null: the stream is made up
+    const bool m_bEvents;                 // false: the vectors of events need no look, and their cache lines none
+    bool m_bInterlaced = false;           // in the first format
     const SStream m_oStream;
     SFormat m_oFormat;            // the stream's first; its schedule does not count
     uint64_t m_uiWanderStart = 0; // of 2^64, a turn

@@ -25,6 +25,10 @@ const char* FateName(EFieldFate eFate, bool bReported)
         return "lost";
     case EFieldFate::MISSED:
         return "missed";
+    case EFieldFate::TIMED_OUT:
+        return "timed_out";
+    case EFieldFate::FAILED:
+        return "failed";
     case EFieldFate::STARTED:
         break;
     }

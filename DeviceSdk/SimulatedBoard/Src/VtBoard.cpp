@@ -20,6 +20,10 @@ VtStatus GetCaptureSkipCount(CChip& roChip, const void* pvIn, void* pvOut)
     }
     const CStream& roStream = roaoInputs[oIn.uiCaptureIndex];
     const uint64_t uiField = roStream.GetLatestField();
+    if (!roStream.GetModel().HasSkipCount(uiField))
+    {
+        return VtStatus_UNSUPPORTED;
+    }
     const VtBoard_CaptureSkipBufferCountOut oOut{.uiSkipBuffCnt = roStream.GetModel().GetSkipCount(uiField),
                                                  .uiBuffCnt = roStream.GetModel().GetFilledCount(uiField)};
     std::memcpy(pvOut, &oOut, sizeof(oOut));

@@ -82,7 +82,7 @@ VtStatus VtSim_SetScenario(const char* szText, char* szFault, uint32_t uiFaultSi
     ScenarioSource_Override(szText);
     SScenario oScenario;
     SScenarioFault oFault;
-    if (Scenario_Read(szText, oScenario, oFault))
+    if (Scenario_Read(szText, oScenario, oFault, ScenarioSource_GetReplayReader(szOverrideName)))
     {
         return VtStatus_OK;
     }

@@ -82,6 +82,6 @@ VtStatus VtVideoIn_GetBufferAttributes(VtVideoIn_Handle hVideoIn, uint32_t* puiW
     *puiWidth = oDescription.uiWidth;
     *puiHeight = oDescription.uiHeight;
     *pePixelFormat = oDescription.ePixelFormat;
-    *puiNbOfBuffer = oCall.GetModel().GetStream().uiBuffers;
+    *puiNbOfBuffer = oCall.GetModel().GetNbOfBuffers(oCall.GetCurrentField());
     return VtStatus_OK;
 }

@@ -159,6 +159,10 @@ void CWatchBench::Step(SStream& roStream)
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
     m_poEngine->TakeRecord({roStream.eDirection, roStream.uiIndex}, oRecord);
+    if (fnField)
+    {
+        fnField({roStream.eDirection, roStream.uiIndex}, oRecord);
+    }
 }
 
 void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
@@ -207,6 +211,10 @@ void CWatchBench::Describe(const SStream& roStream)
                                        &oDescription.uiHeight, &uiLuid);
     }
     m_poEngine->TakeDescription({roStream.eDirection, roStream.uiIndex}, oDescription);
+    if (fnDescription)
+    {
+        fnDescription({roStream.eDirection, roStream.uiIndex}, oDescription);
+    }
 }
 
 void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapshot)

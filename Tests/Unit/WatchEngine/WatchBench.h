@@ -58,6 +58,9 @@ public:
 
     // Called after every second's analysis.
     std::function<void(const CWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)> fnSecond;
+    // Called with everything that the engine is given, where somebody keeps it.
+    std::function<void(const SStreamKey&, const SFieldRecord&)> fnField;
+    std::function<void(const SStreamKey&, const SStreamDescription&)> fnDescription;
     SWatchSnapshot oSnapshot;
     std::vector<SWatchEvent> aoEvents;
 
