@@ -4,6 +4,7 @@
 
 #include "FieldRecorder.h"
 #include "RecordingFile.h"
+#include "RecordingKeeper.h"
 #include "WatchSteps.h"
 
 namespace
@@ -91,8 +92,8 @@ TEST(FieldRecorder, GivesBackTheLastSecondsOfEveryStreamAsTheyWere)
     const uint64_t uiFromNs = std::min(oWanted[oInput].back().uiArrivalNs, oWanted[oOutput].back().uiArrivalNs) -
                               uiSeconds * 1'000'000'000ULL;
     std::map<SStreamKey, std::vector<SFieldRecord>> oGot;
-    oRecorder.Copy().ForEach(uiFromNs, [&](const SStreamKey& roStream, const SFieldRecord& roRecord)
-                             { oGot[roStream].push_back(roRecord); });
+    oRecorder.Copy({}).ForEach(uiFromNs, [&](const SStreamKey& roStream, const SFieldRecord& roRecord)
+                               { oGot[roStream].push_back(roRecord); });
     for (auto& [oStream, aoWanted] : oWanted)
     {
         std::erase_if(aoWanted, [&](const SFieldRecord& roRecord) { return roRecord.uiArrivalNs < uiFromNs; });
@@ -112,13 +113,13 @@ TEST(FieldRecorder, KeepsToItsMemoryWhenFieldsComeFasterThanItIsMadeFor)
     }
     uint64_t uiLast = 0;
     uint64_t uiCount = 0;
-    oRecorder.Copy().ForEach(0,
-                             [&](const SStreamKey&, const SFieldRecord& roRecord)
-                             {
-                                 EXPECT_TRUE(uiLast == 0 || roRecord.uiArrivalNs == uiLast + 10'000);
-                                 uiLast = roRecord.uiArrivalNs;
-                                 ++uiCount;
-                             });
+    oRecorder.Copy({}).ForEach(0,
+                               [&](const SStreamKey&, const SFieldRecord& roRecord)
+                               {
+                                   EXPECT_TRUE(uiLast == 0 || roRecord.uiArrivalNs == uiLast + 10'000);
+                                   uiLast = roRecord.uiArrivalNs;
+                                   ++uiCount;
+                               });
     EXPECT_EQ(uiLast, 100'000U * 10'000);
     EXPECT_GT(uiCount, 200U);
     EXPECT_LE(CFieldRecorder(32, 32, 60).GetBytes(), 8U << 20U);
@@ -258,4 +259,170 @@ TEST_F(Recording, LeavesNothingOfOneThatWasGivenUp)
     CRecordingWriter oWriter;
     EXPECT_EQ(oWriter.Begin("/nowhere/night.vtrec", {}, std::array{oInput}).GetText(),
               "recording /nowhere/night.vtrec: No such file or directory");
+}
+
+// An input at 50 fields/s that has been watched for so many seconds, and the keeper of its incidents.
+class RecordingKeeper : public ::testing::Test
+{
+protected:
+    static constexpr uint64_t msc_uiNs = 1'000'000'000;
+    CTestFolder m_oFolder;
+    const std::string m_szFolder = m_oFolder / "kept";
+    CFieldRecorder m_oRecorder{1, 0, 3600};
+    uint64_t m_uiEvents = 0;
+
+    void SetUp() override
+    {
+        SFieldRecord oRecord = {};
+        for (uint64_t uiField = 1; uiField <= 50 * 1000; ++uiField)
+        {
+            oRecord.uiArrivalNs = uiField * msc_uiNs / 50;
+            oRecord.uiFieldCounter = 16 * uiField;
+            m_oRecorder.Add(oInput, oRecord);
+        }
+    }
+    std::unique_ptr<CRecordingKeeper> Open(uint64_t uiKeepBytes = 1U << 26U)
+    {
+        SRecordingKeeperSetup oSetup;
+        oSetup.szFolder = m_szFolder;
+        oSetup.uiKeepBytes = uiKeepBytes;
+        oSetup.fnAwaitCut = [this](const SRecorderSpan& roSpan) { return std::optional(m_oRecorder.Copy(roSpan)); };
+        auto poKeeper = std::make_unique<CRecordingKeeper>(std::move(oSetup));
+        EXPECT_EQ(poKeeper->Open().GetText(), "");
+        EXPECT_FALSE(poKeeper->Start());
+        return poKeeper;
+    }
+    // The second that ends then, in which incidents begin and end.
+    void Put(CRecordingKeeper& roKeeper, int64_t iSecond, const std::vector<std::pair<EWatchEventKind, uint32_t>>& rao)
+    {
+        SMadeUpSecond oSecond = MakeSecond(iSecond, ++m_uiEvents);
+        oSecond.poPublication->oSnapshot.uiTickFrequencyHz = 1'000'000;
+        for (const auto& [eKind, uiIncident] : rao)
+        {
+            SWatchEvent& roEvent = oSecond.aoEvents.emplace_back();
+            roEvent.uiNumber = ++m_uiEvents;
+            roEvent.eKind = eKind;
+            roEvent.uiGroup = uiIncident;
+        }
+        roKeeper.Put(oSecond.GetStep());
+    }
+    std::vector<std::string> List() const
+    {
+        std::vector<std::string> aszNames;
+        for (const auto& roEntry : std::filesystem::directory_iterator(m_szFolder))
+        {
+            aszNames.push_back(roEntry.path().filename());
+        }
+        std::ranges::sort(aszNames);
+        return aszNames;
+    }
+    static SWatchCosts GetCosts(CRecordingKeeper& roKeeper)
+    {
+        SWatchCosts oCosts;
+        roKeeper.AddCosts(oCosts);
+        return oCosts;
+    }
+    // From the begin of one to ten seconds behind its end; then there is one recording more, or one failure.
+    void LetHappen(CRecordingKeeper& roKeeper, int64_t iSecond, uint32_t uiIncident)
+    {
+        const uint64_t uiBefore = GetCosts(roKeeper).uiRecordings + GetCosts(roKeeper).uiRecordingFailures;
+        Put(roKeeper, iSecond, {{EWatchEventKind::INCIDENT_BEGAN, uiIncident}});
+        Put(roKeeper, iSecond + 1, {{EWatchEventKind::INCIDENT_ENDED, uiIncident}});
+        ASSERT_TRUE(Await(
+            [&]
+            {
+                Put(roKeeper, iSecond + 12, {});
+                const SWatchCosts oCosts = GetCosts(roKeeper);
+                return oCosts.uiRecordings + oCosts.uiRecordingFailures > uiBefore;
+            }));
+    }
+};
+
+TEST_F(RecordingKeeper, KeepsWhatWasBeforeAndBehindAnIncident)
+{
+    std::filesystem::create_directory(m_szFolder);
+    for (const char* szName : {"20261122T035109Z-incident-1.vtrec.part", "request.vtrec", "holiday.vtrec",
+                               "20261122T035109Z-incident-2.vtrec"}) // the last one by its name alone
+    {
+        std::ofstream(m_szFolder + "/" + szName) << "something";
+    }
+    const auto poKeeper = Open();
+    EXPECT_EQ(List(), (std::vector<std::string>{"20261122T035109Z-incident-2.vtrec", "holiday.vtrec"}));
+    EXPECT_NE(CRecordingKeeper({.szFolder = m_szFolder, .fnAwaitCut = {}}).Open().GetText().find("another watch"),
+              std::string::npos);
+    Put(*poKeeper, 200, {{EWatchEventKind::INCIDENT_BEGAN, 7}});
+    Put(*poKeeper, 203, {{EWatchEventKind::INCIDENT_BEGAN, 8}, {EWatchEventKind::INCIDENT_ENDED, 7}});
+    Put(*poKeeper, 320, {{EWatchEventKind::INCIDENT_ENDED, 8}});
+    ASSERT_TRUE(Await(
+        [&]
+        {
+            Put(*poKeeper, 331, {});
+            return GetCosts(*poKeeper).uiRecordings == 1;
+        }));
+    ASSERT_EQ(List().size(), 3U);
+    CRecordingReader oReader;
+    ASSERT_EQ(oReader.Open(m_szFolder + "/" + List()[0]).GetText(), "");
+    std::vector<uint64_t> auiCounters;
+    ASSERT_FALSE(oReader.ForEachField(oReader.GetStreams()[0], [&](const SFieldRecord& roField)
+                                      { auiCounters.push_back(roField.uiFieldCounter / 16); }));
+    // Each field once, from a minute before; the recorder goes on beyond what the last second tells.
+    ASSERT_GE(auiCounters.size(), 50U * 191);
+    EXPECT_LE(auiCounters.front(), 50U * 140);
+    EXPECT_EQ(auiCounters.back(), auiCounters.front() + auiCounters.size() - 1);
+    EXPECT_GE(oReader.GetEvents().size(), 7U);
+    EXPECT_EQ(oReader.GetAbout().szReason, "incident 7");
+}
+
+TEST_F(RecordingKeeper, TheOldestGiveWay)
+{
+    const auto poKeeper = Open(3U << 20U); // each takes more than half of it
+    for (uint32_t uiIncident = 1; uiIncident <= 4; ++uiIncident)
+    {
+        LetHappen(*poKeeper, 100 * uiIncident, uiIncident);
+        ASSERT_FALSE(List().empty());
+        EXPECT_NE(List().back().find("-incident-" + std::to_string(uiIncident) + "."), std::string::npos);
+        uint64_t uiBytes = 0;
+        for (const std::string& rszName : List())
+        {
+            uiBytes += std::filesystem::file_size(m_szFolder + "/" + rszName);
+        }
+        EXPECT_LE(uiBytes, 3U << 20U);
+    }
+    EXPECT_EQ(GetCosts(*poKeeper).uiRecordings, 4U);
+    EXPECT_LT(List().size(), 4U);
+}
+
+TEST_F(RecordingKeeper, SaysOnceThatItCannotWriteAndTriesTheNextOne)
+{
+    const auto poKeeper = Open();
+    std::filesystem::remove(m_szFolder);
+    testing::internal::CaptureStderr();
+    LetHappen(*poKeeper, 100, 1);
+    LetHappen(*poKeeper, 200, 2);
+    EXPECT_TRUE(GetCosts(*poKeeper).bRecordingIsFailing);
+    std::filesystem::create_directory(m_szFolder);
+    LetHappen(*poKeeper, 300, 3);
+    const SWatchCosts oCosts = GetCosts(*poKeeper);
+    EXPECT_EQ(oCosts.uiRecordings, 1U);
+    EXPECT_EQ(oCosts.uiRecordingFailures, 2U);
+    EXPECT_FALSE(oCosts.bRecordingIsFailing);
+    const std::string szSaid = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
+}
+
+TEST_F(RecordingKeeper, GivesTheLastSecondsToWhoAsks)
+{
+    const auto poKeeper = Open();
+    int iFile = -1;
+    EXPECT_TRUE(poKeeper->MakeRecording(20, iFile).MayHeal()); // nothing has been seen
+    Put(*poKeeper, 1000, {});
+    ASSERT_EQ(poKeeper->MakeRecording(20, iFile).GetText(), "");
+    CRecordingReader oReader;
+    std::filesystem::copy_file("/proc/self/fd/" + std::to_string(iFile), m_oFolder / "asked");
+    ASSERT_EQ(oReader.Open(m_oFolder / "asked").GetText(), "");
+    uint64_t uiFields = 0;
+    ASSERT_FALSE(oReader.ForEachField(oReader.GetStreams()[0], [&](const SFieldRecord&) { ++uiFields; }));
+    EXPECT_EQ(uiFields, 20U * 50 + 1);
+    EXPECT_TRUE(List().empty());
+    close(iFile);
 }

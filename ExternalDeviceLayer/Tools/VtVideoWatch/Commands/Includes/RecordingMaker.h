@@ -34,8 +34,12 @@ public:
 
     /* Makes it whole. On a fault nothing is left. */
     CFault Finish() { return m_oWriter.Finish(); }
+    /* Gives it up; Fail() says why it could not be written. */
+    void Discard() { m_oWriter.Discard(); }
+    CFault Fail() { return m_oWriter.Fail(); }
 
     uint64_t GetFieldCount() const { return m_oWriter.GetFieldCount(); }
+    uint64_t GetBytes() const { return m_oWriter.GetBytes(); }
 
 private:
     CRecordingWriter m_oWriter;

@@ -32,6 +32,9 @@ struct SServeOptions
     std::vector<SStreamKey> aoReferences; // one per direction at most
     SExpectOptions oExpect;
     std::string szOnIncident; // a program; empty: none
+    uint32_t uiRecorderSeconds = 60;
+    std::string szRecordings; // a folder; empty: none
+    uint32_t uiKeepRecordingsMiB = 1024;
 };
 
 // A limit whose excess is a warning, and one whose excess is critical.

@@ -30,7 +30,7 @@ struct STaken
 
 CFault Write(const SRecordOptions& roOptions, CWatchRun& roRun, STaken& roTaken, uint64_t uiBeginNs)
 {
-    const std::optional<CRecorderCut> oCut = roRun.AwaitCut(uiCutMs);
+    const std::optional<CRecorderCut> oCut = roRun.AwaitCut({uiBeginNs}, uiCutMs);
     const std::lock_guard oGuard(roTaken.oMutex);
     if (!oCut || !roTaken.poLatest)
     {

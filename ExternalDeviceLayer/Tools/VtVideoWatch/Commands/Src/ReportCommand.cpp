@@ -3,17 +3,35 @@
 #include <cstdio>
 
 #include "Notice.h"
+#include "RecordingReport.h"
 #include "ReportPrint.h"
+
+namespace
+{
+
+CFault CollectRecording(const std::string& rszFile, SReport& roReport)
+{
+    CRecordingReader oReader;
+    CFault oFault = oReader.Open(rszFile);
+    return oFault ? oFault : RecordingReport_Collect(oReader, roReport);
+}
+
+} // namespace
 
 int ReportCommand_Run(const SReportOptions& roOptions)
 {
     CStoreReader oStore(roOptions.szStore);
-    if (const CFault oFault = oStore.Open())
+    SReport oReport;
+    const bool bIsRecording = RecordingFile_IsOne(roOptions.szStore);
+    if (const CFault oFault = bIsRecording ? CollectRecording(roOptions.szStore, oReport) : oStore.Open())
     {
         Notice_Say(oFault.GetText());
         return iExitFailure;
     }
-    const SReport oReport = ReportData_Collect(oStore, roOptions.iFromUtcNs, roOptions.iToUtcNs);
+    if (!bIsRecording)
+    {
+        oReport = ReportData_Collect(oStore, roOptions.iFromUtcNs, roOptions.iToUtcNs);
+    }
     const std::string szText = roOptions.eForm == EReportForm::CSV    ? ReportPrint_Csv(oReport)
                                : roOptions.eForm == EReportForm::JSON ? ReportPrint_Json(oReport)
                                                                       : ReportPrint_Table(oReport);
@@ -22,7 +40,7 @@ int ReportCommand_Run(const SReportOptions& roOptions)
         Notice_Say("the report could not be written");
         return iExitFailure;
     }
-    if (const CFault oFault = oStore.GetFault())
+    if (const CFault oFault = bIsRecording ? CFault() : oStore.GetFault())
     {
         Notice_Say(oFault.GetText() + "; the report has what could be read");
         return iExitFailure;

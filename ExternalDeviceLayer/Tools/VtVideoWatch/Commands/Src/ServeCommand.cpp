@@ -12,6 +12,7 @@
 #include "EventKinds.h"
 #include "IncidentDelivery.h"
 #include "Notice.h"
+#include "RecordingKeeper.h"
 #include "ServiceNotice.h"
 #include "SignalWatch.h"
 #include "StoreReader.h"
@@ -31,6 +32,7 @@ namespace
 constexpr uint32_t uiEndMs = 850;
 constexpr uint32_t uiThreadsEndMs = 400;
 constexpr uint32_t uiBeatMs = 500;
+constexpr uint32_t uiCutMs = 5000;
 constexpr uint32_t uiProgramMs = 10'000; // that the program for incidents may take
 
 // Everything that a run needs, in the order in which it is made; End() takes it apart in the order of what may be lost.
@@ -47,6 +49,7 @@ struct SServeRun
     std::unique_ptr<CWatchRun> poRun;
     CServiceNotice oNotice;
     std::unique_ptr<CIncidentDelivery> poDelivery;
+    std::unique_ptr<CRecordingKeeper> poKeeper;
     SJudgeSettings oJudge;
 };
 
@@ -60,6 +63,16 @@ CFault CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun)
         }
     }
     return {};
+}
+
+std::unique_ptr<CRecordingKeeper> MakeKeeper(const SServeOptions& roOptions, SServeRun& roRun)
+{
+    SRecordingKeeperSetup oSetup;
+    oSetup.szFolder = roOptions.szRecordings;
+    oSetup.uiKeepBytes = uint64_t{roOptions.uiKeepRecordingsMiB} << 20U;
+    oSetup.uiSeconds = roOptions.uiRecorderSeconds;
+    oSetup.fnAwaitCut = [&roRun](const SRecorderSpan& roSpan) { return roRun.poRun->AwaitCut(roSpan, uiCutMs); };
+    return std::make_unique<CRecordingKeeper>(std::move(oSetup));
 }
 
 // Everything that can be wrong with what the command line names. A store that cannot be opened now, but perhaps later,
@@ -76,6 +89,11 @@ CFault Open(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
             roRun.szWarning = oFault.GetText();
             oFault = CFault();
         }
+    }
+    if (!oFault && !roOptions.szRecordings.empty())
+    {
+        roRun.poKeeper = MakeKeeper(roOptions, roRun);
+        oFault = roRun.poKeeper->Open();
     }
     oFault = oFault ? oFault : roRun.oSession.Open(roOptions.oBoard);
     return oFault ? oFault : CheckReferences(roOptions, roRun);
@@ -149,6 +167,8 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
     oSetup.aoRunning = roRun.oRemains.aoRunning;
     oSetup.aoEarlier = roRun.oRemains.aoEarlier;
     oSetup.iStartUtcNs = iNowUtcNs;
+    oSetup.uiRecorderSeconds =
+        roOptions.uiRecorderSeconds == 0 ? 0 : roOptions.uiRecorderSeconds + uiRecorderSlackSeconds;
     oSetup.fnTake = [&roRun](const SWatchStep& roStep)
     {
         roRun.poData->Put(roStep);
@@ -161,6 +181,10 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
             roRun.poJournal->Put(roStep.aoEvents);
         }
         PutIncidents(roRun, roStep);
+        if (roRun.poKeeper)
+        {
+            roRun.poKeeper->Put(roStep);
+        }
     };
     oSetup.fnAddCosts = [&roRun](SWatchCosts& roCosts)
     {
@@ -171,6 +195,10 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
         if (roRun.poJournal)
         {
             roRun.poJournal->AddCosts(roCosts);
+        }
+        if (roRun.poKeeper)
+        {
+            roRun.poKeeper->AddCosts(roCosts);
         }
         roCosts.uiIncidentFailures = roRun.poDelivery ? roRun.poDelivery->GetFailures() : 0;
     };
@@ -183,13 +211,14 @@ CFault StartThreads(const SServeOptions& roOptions, SServeRun& roRun)
     oFault = oFault || !roRun.poStore ? oFault : roRun.poStore->Start();
     oFault = oFault || !roRun.poJournal ? oFault : roRun.poJournal->Start();
     oFault = oFault ? oFault : StartDelivery(roOptions, roRun);
+    oFault = oFault || !roRun.poKeeper ? oFault : roRun.poKeeper->Start();
     return oFault ? oFault : roRun.poRun->Start();
 }
 
 CFault StartServer(const SServeOptions& roOptions, SServeRun& roRun)
 {
     const std::lock_guard oGuard(roRun.oServerMutex);
-    auto poServer = std::make_unique<CWatchServer>(*roRun.poData);
+    auto poServer = std::make_unique<CWatchServer>(*roRun.poData, roRun.poKeeper.get());
     CFault oFault = poServer->Start(roOptions.oServing);
     roRun.poServer = oFault ? nullptr : std::move(poServer);
     return oFault;
@@ -280,6 +309,10 @@ void Watch(SServeRun& roRun, CSignalWatch& roSignals)
 bool End(SServeRun& roRun)
 {
     roRun.oNotice.SayStopping();
+    if (roRun.poKeeper)
+    {
+        roRun.poKeeper->BeginEnd();
+    }
     if (roRun.poRun)
     {
         roRun.poRun->Stop();
@@ -303,6 +336,10 @@ bool End(SServeRun& roRun)
     {
         const std::lock_guard oGuard(roRun.oServerMutex);
         roRun.poServer.reset();
+    }
+    if (roRun.poKeeper)
+    {
+        roRun.poKeeper->Close();
     }
     return roRun.oSession.Stop(uiThreadsEndMs);
 }

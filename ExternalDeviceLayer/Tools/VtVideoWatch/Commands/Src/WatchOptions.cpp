@@ -9,6 +9,7 @@
 #include "HistoryPoint.h"
 #include "ListenAddress.h"
 #include "OptionValues.h"
+#include "RecordingKeeper.h"
 
 namespace
 {
@@ -71,6 +72,20 @@ void AddExpectations(CLI::App& roApp, SExpectOptions& roExpect)
         ->take_all();
     roApp.add_option("--expect-file", roExpect.szFile, "all of it as a file, such as check --save writes")
         ->type_name("FILE");
+}
+
+void AddRecordings(CLI::App& roApp, SServeOptions& roServe)
+{
+    roApp.add_option("--recorder", roServe.uiRecorderSeconds, "how far back every field is remembered; 0: none is")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0U, uiMostRecorderSeconds - uiRecorderSlackSeconds))
+        ->capture_default_str();
+    roApp.add_option("--recordings", roServe.szRecordings, "keep a recording of every incident in this folder")
+        ->type_name("FOLDER");
+    roApp.add_option("--keep-recordings", roServe.uiKeepRecordingsMiB, "how much that may take; the oldest give way")
+        ->type_name("MIB")
+        ->check(CLI::Range(64U, 1U << 24U))
+        ->capture_default_str();
 }
 
 void AddServing(CLI::App& roApp, SServingOptions& roServing)
@@ -138,6 +153,7 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
         .add_option("--on-incident", roServe.szOnIncident,
                     "run this program at each begin and end of an incident, with it as JSON on standard input")
         ->type_name("PROGRAM");
+    AddRecordings(roApp, roServe);
     roApp.footer(
         "Without --store the history is kept in memory: ten minutes by the second and a day by the minute,\n"
         "2040 points of " +
@@ -188,7 +204,9 @@ void AddReport(CLI::App& roApp, SReportOptions& roReport, int64_t iNowUtcNs)
     const auto fnFind = [iNowUtcNs](const std::string& rszText) { return OptionValues_FindMoment(rszText, iNowUtcNs); };
     roReport.iFromUtcNs = *OptionValues_FindMoment("-24h", iNowUtcNs);
     roReport.iToUtcNs = iNowUtcNs;
-    roApp.add_option("--store,store", roReport.szStore, "the SQLite file of a watch")->type_name("FILE")->required();
+    roApp.add_option("--store,store", roReport.szStore, "the SQLite file of a watch, or a recording as a whole")
+        ->type_name("FILE")
+        ->required();
     AddValue(roApp, "--from", szForm, "begin, UTC or so long ago (-24h)", fnFind,
              [&roReport](int64_t iUtcNs) { roReport.iFromUtcNs = iUtcNs; });
     AddValue(roApp, "--to", szForm, "end (now)", fnFind, [&roReport](int64_t iUtcNs) { roReport.iToUtcNs = iUtcNs; });
@@ -291,6 +309,10 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
     {
         return CFault("--journal: is the file of --store");
     }
+    if (!roServe.szRecordings.empty() && roServe.uiRecorderSeconds == 0)
+    {
+        return "--recordings: needs a --recorder";
+    }
     if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= iNowUtcNs)
     {
         return CFault("--from: has not come yet");
@@ -369,7 +391,7 @@ std::optional<int> WatchOptions_Parse(const std::vector<std::string>& raszArgume
     oApp.set_version_flag("--version", szVersion);
     CLI::App* poServe = oApp.add_subcommand("serve", "watch until ended, and serve what is seen (the default)");
     CLI::App* poCheck = oApp.add_subcommand("check", "watch for a while, and end with a verdict");
-    CLI::App* poReport = oApp.add_subcommand("report", "sum up what a store holds");
+    CLI::App* poReport = oApp.add_subcommand("report", "sum up what a store or a recording holds");
     CLI::App* poRecord = oApp.add_subcommand("record", "watch for a while, and keep every field in a file");
     CLI::App* poExport = oApp.add_subcommand("export", "turn such a recording into a trace or a table");
     AddServe(*poServe, roOptions.oServe);

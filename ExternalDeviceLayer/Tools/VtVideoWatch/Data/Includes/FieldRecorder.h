@@ -34,6 +34,13 @@ struct SRecorderBlock
     uint8_t auiBytes[uiRecorderBlockBytes] = {};
 };
 
+// Arrivals from one moment to another, CLOCK_MONOTONIC.
+struct SRecorderSpan
+{
+    uint64_t uiFromNs = 0;
+    uint64_t uiToNs = UINT64_MAX;
+};
+
 // A copy of what a recorder held at one moment.
 class CRecorderCut
 {
@@ -90,8 +97,8 @@ public:
     /* Takes in what a stream is; kept only when it has changed. Allocates then. */
     void AddDescription(const SRecordedDescription& roDescription);
 
-    /* A copy of everything. Costs what copying the memory does. */
-    CRecorderCut Copy() const;
+    /* A copy of what arrived in a span, and of some around it. Costs what copying the memory does. */
+    CRecorderCut Copy(const SRecorderSpan& roSpan) const;
 
     /* Memory that it has taken. */
     uint64_t GetBytes() const { return m_aoBlocks.size() * sizeof(SRecorderBlock); }

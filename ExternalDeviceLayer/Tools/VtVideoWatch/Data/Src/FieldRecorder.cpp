@@ -124,17 +124,30 @@ void CFieldRecorder::AddDescription(const SRecordedDescription& roDescription)
     }
 }
 
-CRecorderCut CFieldRecorder::Copy() const
+CRecorderCut CFieldRecorder::Copy(const SRecorderSpan& roSpan) const
 {
-    std::vector<SRecorderBlock> aoBlocks;
-    aoBlocks.reserve(m_uiSealed + m_aoOpen.size());
+    std::vector<const SRecorderBlock*> apoBlocks;
+    const auto fnTake = [&](const SRecorderBlock* poBlock)
+    {
+        if (poBlock->uiUsedBytes > 0 && poBlock->uiLastArrivalNs >= roSpan.uiFromNs &&
+            poBlock->uiFirstArrivalNs <= roSpan.uiToNs)
+        {
+            apoBlocks.push_back(poBlock);
+        }
+    };
     for (size_t uiBlock = 0; uiBlock < m_uiSealed; ++uiBlock)
     {
-        aoBlocks.push_back(*m_apoSealed[(m_uiOldest + uiBlock) % m_apoSealed.size()]);
+        fnTake(m_apoSealed[(m_uiOldest + uiBlock) % m_apoSealed.size()]);
     }
     for (const SOpenBlock& roOpen : m_aoOpen)
     {
-        aoBlocks.push_back(*roOpen.poBlock);
+        fnTake(roOpen.poBlock);
+    }
+    std::vector<SRecorderBlock> aoBlocks;
+    aoBlocks.reserve(apoBlocks.size());
+    for (const SRecorderBlock* poBlock : apoBlocks)
+    {
+        aoBlocks.push_back(*poBlock);
     }
     std::vector<SRecordedDescription> aoDescriptions;
     for (const std::deque<SRecordedDescription>& raoOfStream : m_aaoDescriptions)

@@ -18,4 +18,7 @@
  */
 CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::function<void()> fnBody);
 
+/* Gives the calling thread less of a loaded processor than ordinary ones get. */
+void Thread_LowerPriority();
+
 #endif

@@ -34,6 +34,9 @@ struct SWatchCosts
     uint64_t uiJournalWriteFailures = 0;
     uint64_t uiJournalLinesDropped = 0;
     bool bJournalIsFailing = false;
+    uint64_t uiRecordings = 0;        // of incidents, written
+    uint64_t uiRecordingFailures = 0; // that could not be written
+    bool bRecordingIsFailing = false;
     uint64_t uiIncidentFailures = 0; // of the program that is told of incidents
     double flAnalysisSeconds = 0.0;  // of the last pass
     double flCpuSeconds = 0.0;       // of the process so far

@@ -18,13 +18,15 @@ class CCutDesk
 public:
     /*
      * Asks for a copy made from now on, and waits for it.
+     *   roSpan       in  what is wanted of it
      *   uiTimeOutMs  in  longest wait, milliseconds
      * Nothing after the time-out and once the desk is closed. Any number of threads; one is served at a time.
      */
-    std::optional<CRecorderCut> Await(uint32_t uiTimeOutMs);
+    std::optional<CRecorderCut> Await(const SRecorderSpan& roSpan, uint32_t uiTimeOutMs);
 
     // The owner of the recorder.
     bool IsAskedFor() const { return m_bIsAskedFor.load(std::memory_order_relaxed); }
+    SRecorderSpan GetSpan();
     void Give(CRecorderCut oCut);
     void Close();
 
@@ -32,6 +34,7 @@ private:
     std::mutex m_oTurn;  // held by the one who is served
     std::mutex m_oMutex; // guards the rest
     std::condition_variable m_oGiven;
+    SRecorderSpan m_oSpan;
     std::optional<CRecorderCut> m_oCut;
     bool m_bIsClosed = false;
     std::atomic<bool> m_bIsAskedFor{false};

@@ -80,10 +80,14 @@ public:
 
     /*
      * A copy of what the recorder holds, as of some milliseconds ago.
+     *   roSpan       in  what is wanted of it
      *   uiTimeOutMs  in  longest wait, milliseconds
      * Nothing without a recorder, after the time-out and when the run has ended. Any thread; blocks.
      */
-    std::optional<CRecorderCut> AwaitCut(uint32_t uiTimeOutMs) { return m_oCuts.Await(uiTimeOutMs); }
+    std::optional<CRecorderCut> AwaitCut(const SRecorderSpan& roSpan, uint32_t uiTimeOutMs)
+    {
+        return m_oCuts.Await(roSpan, uiTimeOutMs);
+    }
 
     /* Seconds handed on so far: grows as long as the analysis makes progress. Any thread. */
     uint64_t GetProgress() const { return m_uiProgress.load(std::memory_order_relaxed); }

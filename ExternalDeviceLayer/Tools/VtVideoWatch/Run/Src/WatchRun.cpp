@@ -163,7 +163,7 @@ void CWatchRun::GiveCut()
 {
     if (m_oRecorder && m_oCuts.IsAskedFor())
     {
-        m_oCuts.Give(m_oRecorder->Copy());
+        m_oCuts.Give(m_oRecorder->Copy(m_oCuts.GetSpan()));
     }
 }
 

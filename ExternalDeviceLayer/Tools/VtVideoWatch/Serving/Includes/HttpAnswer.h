@@ -52,8 +52,9 @@ struct SHttpAnswer
     int iStatus = 200;
     const char* szType = "application/json";
     std::string_view szBody;
-    HttpPiece poBody;   // what szBody points into, unless that lasts for ever
-    std::string szETag; // with its quotes; without one nothing may be kept by a cache
+    HttpPiece poBody;       // what szBody points into, unless that lasts for ever
+    std::string szETag;     // with its quotes; without one nothing may be kept by a cache
+    std::string szFileName; // under which a browser keeps it; mostly empty
     bool bIsGzip = false;
     bool bVariesByEncoding = false;        // gzip or not, as the client accepts
     std::shared_ptr<IHttpStream> poStream; // instead of a body; none for HEAD

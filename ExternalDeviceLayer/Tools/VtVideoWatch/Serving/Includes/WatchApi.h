@@ -5,24 +5,28 @@
 #ifndef WATCH_API_H
 #define WATCH_API_H
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "HttpServer.h"
+#include "RecordingSource.h"
 #include "WatchReader.h"
 
 // Thread-safe.
 class CWatchApi
 {
 public:
-    explicit CWatchApi(IWatchReader& roReader) : m_roReader(roReader) {}
+    /* poSource  in  null: there are no recordings */
+    CWatchApi(IWatchReader& roReader, IRecordingSource* poSource) : m_roReader(roReader), m_poSource(poSource) {}
 
     SHttpAnswer AnswerStreams(const SHttpRequest& roRequest);
     SHttpAnswer AnswerPairs(const SHttpRequest& roRequest);
     SHttpAnswer AnswerHistory(const SHttpRequest& roRequest);
     SHttpAnswer AnswerEvents(const SHttpRequest& roRequest);
     SHttpAnswer AnswerIncidents(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerRecording(const SHttpRequest& roRequest);
     SHttpAnswer AnswerHealth(const SHttpRequest& roRequest);
 
 private:
@@ -40,8 +44,10 @@ private:
     std::string MakePairs(const SWatchPublication& roPublication);
 
     IWatchReader& m_roReader;
+    IRecordingSource* const m_poSource;
     SMade m_oStreams;
     SMade m_oPairs;
+    std::atomic<uint32_t> m_uiFileStreams{0}; // answers that are files
 };
 
 #endif

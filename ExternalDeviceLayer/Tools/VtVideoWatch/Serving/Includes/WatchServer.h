@@ -4,7 +4,7 @@
  *
  *   /               the page, and its files beside it
  *   /metrics        for Prometheus
- *   /api/v1/...     streams, pairs, history, events, live
+ *   /api/v1/...     streams, pairs, history, events, live, recording
  *   /healthz        200 while snapshots come
  */
 #ifndef WATCH_SERVER_H
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "HttpServer.h"
+#include "RecordingSource.h"
 #include "WatchReader.h"
 
 // Where and how to serve.
@@ -32,8 +33,11 @@ struct SWatchServerParts;
 class CWatchServer
 {
 public:
-    /* roReader  in  must outlive the server */
-    explicit CWatchServer(IWatchReader& roReader);
+    /*
+     *   roReader  in  must outlive the server
+     *   poSource  in  likewise; null: recordings cannot be asked for
+     */
+    explicit CWatchServer(IWatchReader& roReader, IRecordingSource* poSource = nullptr);
     ~CWatchServer();
     CWatchServer(const CWatchServer&) = delete;
     CWatchServer& operator=(const CWatchServer&) = delete;

@@ -119,6 +119,10 @@ void AddHeaders(MHD_Response* poResponse, const SHttpAnswer& roAnswer)
     {
         Add("ETag", roAnswer.szETag);
     }
+    if (!roAnswer.szFileName.empty())
+    {
+        Add("Content-Disposition", "attachment; filename=\"" + roAnswer.szFileName + "\"");
+    }
     if (roAnswer.bVariesByEncoding)
     {
         Add("Vary", "Accept, Accept-Encoding");

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <ctime>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -24,6 +26,8 @@ constexpr uint64_t uiMostEvents = 1000;
 constexpr uint64_t uiMostPoints = 60000;
 // The watch publishes once a second: what is older than this is no longer a picture of now.
 constexpr double flMostAgeSeconds = 5.0;
+constexpr uint32_t uiMostFileStreams = 4;
+constexpr size_t uiFilePieceBytes = 1U << 18U;
 
 SHttpAnswer AnswerTooEarly()
 {
@@ -134,6 +138,52 @@ SHttpAnswer AnswerList(const char* szName, std::vector<TRecord> aoRecords, size_
     const CJson oJson = {{szName, std::move(oList)}, {"truncated", bIsTruncated}};
     return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
 }
+
+// A file as an answer: a piece at a time. Few at once: each keeps its file open until it is taken.
+class CFileStream : public IHttpStream
+{
+public:
+    /* Null when there are too many already. */
+    static std::shared_ptr<CFileStream> Enter(std::atomic<uint32_t>& ruiCount)
+    {
+        auto poStream = std::make_shared<CFileStream>(ruiCount);
+        return poStream->m_bHasPlace ? poStream : nullptr;
+    }
+    explicit CFileStream(std::atomic<uint32_t>& ruiCount)
+        : m_ruiCount(ruiCount), m_bHasPlace(ruiCount.fetch_add(1) < uiMostFileStreams)
+    {
+    }
+    ~CFileStream() override
+    {
+        m_ruiCount.fetch_sub(1);
+        if (m_iFile >= 0)
+        {
+            close(m_iFile);
+        }
+    }
+    CFileStream(const CFileStream&) = delete;
+    CFileStream& operator=(const CFileStream&) = delete;
+
+    int& GetFile() { return m_iFile; }
+    void SetWaker(std::function<void()> /*fnWake*/) override {}
+    EHttpNext TakeNext(HttpPiece& rpoPiece) override
+    {
+        std::string szPiece(uiFilePieceBytes, '\0');
+        const ssize_t iBytes = read(m_iFile, szPiece.data(), szPiece.size());
+        if (iBytes <= 0)
+        {
+            return EHttpNext::END;
+        }
+        szPiece.resize(static_cast<size_t>(iBytes));
+        rpoPiece = std::make_shared<const std::string>(std::move(szPiece));
+        return EHttpNext::PIECE;
+    }
+
+private:
+    std::atomic<uint32_t>& m_ruiCount;
+    const bool m_bHasPlace;
+    int m_iFile = -1;
+};
 
 CJson FromReach(int64_t iUtcNs)
 {
@@ -259,6 +309,42 @@ SHttpAnswer CWatchApi::AnswerIncidents(const SHttpRequest& roRequest)
     }
     oIncidents.uiMost = static_cast<uint32_t>(uiMost + 1);
     return AnswerList("incidents", m_roReader.FindIncidents(oIncidents), uiMost, HealthJson_FromIncident);
+}
+
+// A recording is sent from its file, so that it never stands in memory.
+SHttpAnswer CWatchApi::AnswerRecording(const SHttpRequest& roRequest)
+{
+    constexpr std::array aszNames = {"seconds"};
+    if (m_poSource == nullptr)
+    {
+        return HttpAnswer_MakeError(404, "recordings are not kept here (--recordings)");
+    }
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    const uint64_t uiMost = m_poSource->GetMostSeconds();
+    const auto uiSeconds =
+        static_cast<uint32_t>(oQuery.GetNumber("seconds", std::min<uint64_t>(60, uiMost), 1, uiMost));
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    SHttpAnswer oAnswer;
+    oAnswer.szType = "application/vnd.sqlite3";
+    oAnswer.szFileName = "recording.vtrec";
+    if (roRequest.bIsHead)
+    {
+        return oAnswer;
+    }
+    const std::shared_ptr<CFileStream> poStream = CFileStream::Enter(m_uiFileStreams);
+    if (!poStream)
+    {
+        return HttpAnswer_MakeError(503, "too many ask at once");
+    }
+    if (const CFault oFault = m_poSource->MakeRecording(uiSeconds, poStream->GetFile()))
+    {
+        return HttpAnswer_MakeError(oFault.MayHeal() ? 503 : 500, oFault.GetText());
+    }
+    oAnswer.poStream = poStream;
+    return oAnswer;
 }
 
 SHttpAnswer CWatchApi::AnswerHealth(const SHttpRequest& /*roRequest*/)

@@ -20,8 +20,8 @@ struct SScrape
 
 struct SWatchServerParts
 {
-    explicit SWatchServerParts(IWatchReader& roWatchReader)
-        : roReader(roWatchReader), oApi(roWatchReader), oHub(roWatchReader)
+    SWatchServerParts(IWatchReader& roWatchReader, IRecordingSource* poSource)
+        : roReader(roWatchReader), oApi(roWatchReader, poSource), oHub(roWatchReader)
     {
     }
 
@@ -94,6 +94,8 @@ constexpr SRoute aoRoutes[] = {
     {"/api/v1/events", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerEvents(roRequest); }, true},
     {"/api/v1/incidents", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerIncidents(roRequest); },
      true},
+    {"/api/v1/recording", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerRecording(roRequest); },
+     true},
     {"/api/v1/live", [](Parts roParts, Request roRequest) { return roParts.oHub.Answer(roRequest); }},
     {"/healthz", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerHealth(roRequest); }},
 };
@@ -122,7 +124,10 @@ bool IsSlow(const SHttpRequest& roRequest)
 
 } // namespace
 
-CWatchServer::CWatchServer(IWatchReader& roReader) : m_poParts(std::make_unique<SWatchServerParts>(roReader)) {}
+CWatchServer::CWatchServer(IWatchReader& roReader, IRecordingSource* poSource)
+    : m_poParts(std::make_unique<SWatchServerParts>(roReader, poSource))
+{
+}
 
 CWatchServer::~CWatchServer()
 {

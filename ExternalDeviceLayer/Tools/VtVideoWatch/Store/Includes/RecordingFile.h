@@ -50,6 +50,11 @@ public:
     bool AddClock(const SRecordedClock& roClock);
 
     uint64_t GetFieldCount() const { return m_uiFields; }
+    /* Bytes that it takes so far, about. */
+    uint64_t GetBytes() const;
+
+    /* Gives it up, and says why it could not be written. */
+    CFault Fail();
 
     /* Makes it whole and gives it its name. On a fault nothing is left. */
     CFault Finish();
@@ -57,7 +62,6 @@ public:
     void Discard();
 
 private:
-    CFault Fail();
     int64_t GetRow(const SStreamKey& roStream) const;
     bool WriteAbout(const SRecordingAbout& roAbout);
 
@@ -69,6 +73,9 @@ private:
 };
 
 constexpr char szRecordingPart[] = ".part";
+
+/* Whether a file begins as recordings do. */
+bool RecordingFile_IsOne(const std::string& rszFile);
 
 struct SRecordedStream
 {

@@ -1,9 +1,11 @@
 #include "RecordingFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <unistd.h>
 
 #include "EventKinds.h"
@@ -123,6 +125,20 @@ bool MakeFile(const std::string& rszFile)
 
 } // namespace
 
+bool RecordingFile_IsOne(const std::string& rszFile)
+{
+    // Of a database's header: its first words, and where it says whose it is.
+    constexpr char szBegin[] = "SQLite format 3";
+    constexpr size_t uiApplicationAt = 68;
+    std::array<char, 100> achHeader = {};
+    std::ifstream oFile(rszFile, std::ios::binary);
+    oFile.read(achHeader.data(), achHeader.size());
+    const std::array<char, 4> achApplication = {iApplicationId >> 24, iApplicationId >> 16 & 0xFF,
+                                                iApplicationId >> 8 & 0xFF, iApplicationId & 0xFF};
+    return oFile && std::memcmp(achHeader.data(), szBegin, sizeof(szBegin)) == 0 &&
+           std::memcmp(&achHeader[uiApplicationAt], achApplication.data(), achApplication.size()) == 0;
+}
+
 CFault CRecordingWriter::TryName(const std::string& rszFile)
 {
     const std::string szPart = rszFile + szRecordingPart;
@@ -132,6 +148,12 @@ CFault CRecordingWriter::TryName(const std::string& rszFile)
     }
     static_cast<void>(unlink(szPart.c_str()));
     return {};
+}
+
+uint64_t CRecordingWriter::GetBytes() const
+{
+    CStoreStatement oPages(m_poFile.get(), "SELECT page_count * page_size FROM pragma_page_count, pragma_page_size");
+    return oPages.Next() ? oPages.GetUint() : 0;
 }
 
 CFault CRecordingWriter::Fail()

@@ -1,7 +1,9 @@
 #include "Threads.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 #include <system_error>
+#include <unistd.h>
 
 CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::function<void()> fnBody)
 {
@@ -19,4 +21,11 @@ CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::func
         return CFault("the system gives no more threads");
     }
     return {};
+}
+
+void Thread_LowerPriority()
+{
+    constexpr int iNice = 10;
+    // On Linux a nice value belongs to a thread.
+    static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), iNice));
 }
