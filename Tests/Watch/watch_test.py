@@ -16,6 +16,7 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.error
 import urllib.request
 
 import jsonschema
@@ -380,6 +381,43 @@ class Record(WatchCase):
         ended = [event for event in events if event[9] == 2 and names[event[11]].endswith(" fields")]
         self.assertEqual((len(began), len(ended)), (len(recorded), len(recorded)))
         self.assertIn("IN_01 Right", names.values())
+
+    def test_incidents_are_kept_handed_out_and_played_again(self):
+        kept = self.folder / "kept"
+        kept.mkdir()
+        (kept / "20261122T035109Z-incident-1.vtrec.part").write_text("of one that was killed")
+        watch = self.serve(GOING, "--recordings", kept, "--recorder", "30", "--expect", "IN_00,IN_01")
+        await_(lambda: watch.get("/api/v1/incidents")["incidents"])
+        await_(lambda: list(kept.iterdir()))
+        asked = self.folder / "asked.vtrec"
+        with urllib.request.urlopen(f"http://{watch.address()}/api/v1/recording?seconds=20", timeout=PATIENCE) as answer:
+            self.assertEqual(answer.headers["Content-Disposition"], 'attachment; filename="recording.vtrec"')
+            asked.write_bytes(answer.read())
+        for query in ("seconds=31", "seconds=0", "minutes=1"):
+            with self.assertRaisesRegex(urllib.error.HTTPError, "400"):
+                watch.get(f"/api/v1/recording?{query}")
+        self.assertEqual(watch.end()[0], 0)
+        name, = (path.name for path in kept.iterdir())
+        self.assertRegex(name, r"^\d{8}T\d{6}Z-incident-1\.vtrec$")
+        for file in (kept / name, asked):
+            status, report = self.start(LOCKED, "report", file, "--json").run()
+            lost = {stream["stream"]: stream["signal_losses"] for stream in json.loads(report)["streams"]}
+            self.assertEqual((status, lost), (0, {"IN_00": 0, "IN_01": 1}))
+
+        # The board plays it: nothing comes that had not come then.
+        again = self.folder / "again.vtrec"
+        self.assertEqual(self.start(f"[[chip]]\nreplay = '{kept / name}'\n", "record", again, "--seconds", "2").run()[0], 0)
+        rows = []
+        for file in (again, kept / name):
+            with sqlite3.connect(f"file:{file}?mode=ro", uri=True) as recording:
+                rows.append(set(recording.execute("SELECT stream, tick, field_counter, parity, ready, skipped FROM fields "
+                                                  "WHERE result = 0")))
+        self.assertTrue(rows[0] and rows[0] <= rows[1])
+
+    def test_without_a_folder_there_is_nothing_to_ask_for(self):
+        watch = self.serve(LOCKED)
+        with self.assertRaisesRegex(urllib.error.HTTPError, "404"):
+            watch.get("/api/v1/recording")
 
     def test_says_what_is_wrong_in_one_line(self):
         nothing = self.folder / "nothing"
