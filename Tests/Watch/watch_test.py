@@ -404,6 +404,8 @@ class Record(WatchCase):
             lost = {stream["stream"]: stream["signal_losses"] for stream in json.loads(report)["streams"]}
             self.assertEqual((status, lost), (0, {"IN_00": 0, "IN_01": 1}))
 
+        self.assertEqual(self.judge(kept / name)[0], 0)
+
         # The board plays it: nothing comes that had not come then.
         again = self.folder / "again.vtrec"
         self.assertEqual(self.start(f"[[chip]]\nreplay = '{kept / name}'\n", "record", again, "--seconds", "2").run()[0], 0)
@@ -413,6 +415,31 @@ class Record(WatchCase):
                 rows.append(set(recording.execute("SELECT stream, tick, field_counter, parity, ready, skipped FROM fields "
                                                   "WHERE result = 0")))
         self.assertTrue(rows[0] and rows[0] <= rows[1])
+
+    def judge(self, file):
+        """Exit status of the conformance program, and all that it says."""
+        judge = pathlib.Path(PROGRAM).parent / "veltrano-conformance"
+        environment = {**os.environ, "LD_LIBRARY_PATH": BOARD}
+        judged = subprocess.run([judge, "--recording", file], capture_output=True, text=True, env=environment)
+        return judged.returncode, judged.stdout + judged.stderr
+
+    def test_a_board_is_judged_by_a_recording_of_it(self):
+        file = self.folder / "fault.vtrec"
+        self.assertEqual(self.start(LOSING, "record", file, "--seconds", "1").run()[0], 0)
+        status, said = self.judge(file)
+        self.assertEqual(status, 0, said)
+        self.assertRegex(said, "holds    inputs: counters and stamps only advance")
+        self.assertRegex(said, "skipped  the debug channel .*\n *cannot be judged by a recording")
+        for change, says in (("tick = tick - 9000000 WHERE rowid = 40", "FAILS    inputs: counters.*\n.*the stamp goes from"),
+                               ("ready = ready + 1 WHERE rowid = 40", "FAILS    inputs: buffers add up"),
+                               ("skipped = 1 WHERE rowid = 40", "FAILS    custom calls.*\n.*skipped buffers go from 1 to 0"),
+                               ("result = 7", "table fields: row 1 of IN_00 is no field")):
+            with sqlite3.connect(file) as recording:
+                recording.execute(f"UPDATE fields SET {change}")
+            status, said = self.judge(file)
+            self.assertEqual(status, 1, said)
+            self.assertRegex(said, says)
+        self.assertEqual(self.judge(self.folder / "nothing")[0], 1)
 
     def test_without_a_folder_there_is_nothing_to_ask_for(self):
         watch = self.serve(LOCKED)

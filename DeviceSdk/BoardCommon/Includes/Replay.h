@@ -30,7 +30,9 @@ struct SReplayWait
     uint64_t uiFieldCounter = 0;
     uint64_t uiSetBufferCounter = 0;
     uint64_t uiSkipped = 0;
-    int64_t iArrivalNs = 0; // CLOCK_MONOTONIC of the recording machine
+    // CLOCK_MONOTONIC of the recording machine.
+    int64_t iWaitBeginNs = 0;
+    int64_t iArrivalNs = 0;
     uint16_t uiReady = 0;
     uint16_t uiLoaned = 0;
     uint16_t uiInternal = 0;

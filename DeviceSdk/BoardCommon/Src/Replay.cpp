@@ -167,6 +167,7 @@ bool ReadField(CSqliteRows& roRows, SReplayWait& roWait)
     oField.uiInternal = static_cast<uint16_t>(roRows.GetBounded(UINT16_MAX));
     oField.bHasSkipped = !roRows.IsNextNull();
     oField.uiSkipped = static_cast<uint64_t>(roRows.GetInt());
+    oField.iWaitBeginNs = static_cast<int64_t>(roRows.GetBounded(INT64_MAX));
     oField.iArrivalNs = static_cast<int64_t>(roRows.GetBounded(INT64_MAX));
     oField.eResult = static_cast<EReplayResult>(roRows.GetBounded(3) & 3U);
     if (oField.eResult == EReplayResult::FIELD)
@@ -174,6 +175,7 @@ bool ReadField(CSqliteRows& roRows, SReplayWait& roWait)
         roWait = oField;
         return bIsField && roRows.IsValid();
     }
+    roWait.iWaitBeginNs = oField.iWaitBeginNs;
     roWait.iArrivalNs = oField.iArrivalNs;
     roWait.eResult = oField.eResult;
     return !bIsField && roRows.IsValid();
@@ -183,7 +185,7 @@ bool ReadWaits(CSqlite& roFile, int64_t iRow, SReplayStream& roStream, uint64_t&
 {
     CSqliteRows oRows(roFile,
                       "SELECT tick, field_counter, set_buffer_counter, parity, ready, loaned, internal, skipped, "
-                      "arrival_ns, result FROM fields WHERE stream=? ORDER BY rowid",
+                      "wait_begin_ns, arrival_ns, result FROM fields WHERE stream=? ORDER BY rowid",
                       iRow);
     SReplayWait oWait;
     while (oRows.Next())

@@ -13,6 +13,7 @@
 
 #include "DeviceChecks.h"
 #include "Operations.h"
+#include "RecordingChecks.h"
 #include "StreamChecks.h"
 #include "TimingChecks.h"
 
@@ -36,18 +37,21 @@ struct SOptions
 {
     uint32_t uiChip = 0;
     std::string szOnly;
+    std::string szRecording; // empty: a board is checked
     bool bList = false;
     bool bHelp = false;
     std::string szFault; // what is wrong with the command line
 };
 
 constexpr const char* szHelp =
-    "Usage: veltrano-conformance [--chip INDEX] [--only TEXT] [--wait-for-loss [SECONDS]] [--list]\n"
+    "Usage: veltrano-conformance [--chip INDEX | --recording FILE] [--only TEXT] [--wait-for-loss [SECONDS]]\n"
+    "           [--list]\n"
     "\n"
     "Checks the libVeltrano.so that the loader finds against the interface, and prints what holds and what does not.\n"
     "Another library is put first by LD_LIBRARY_PATH. Streams are opened for reading only.\n"
     "\n"
     "  --chip INDEX                checks this chip instead of chip 0\n"
+    "  --recording FILE            judges what a board did when the watch recorded it, where a recording tells that\n"
     "  --only TEXT                 checks only promises with this text in them\n"
     "  --wait-for-loss [SECONDS]   asks for a cable to be pulled, and gives that long for it, once for inputs and\n"
     "                              once for outputs: 1 to 600 seconds, 60 when none are given\n"
@@ -170,6 +174,39 @@ int CheckAll(const SOptions& roOptions)
     return aiOutcomes[1] == 0 ? EXIT_HOLDS : EXIT_FAILS;
 }
 
+// Judges what a board did once, and says of each other promise that it cannot be judged so.
+int JudgeRecording(const SOptions& roOptions)
+{
+    SReplay oReplay;
+    std::string szWhy;
+    if (!Replay_Read(roOptions.szRecording, oReplay, szWhy))
+    {
+        std::ranges::replace_if(
+            szWhy, [](char cByte) { return static_cast<unsigned char>(cByte) < ' '; }, '?');
+        std::fprintf(stderr, "veltrano-conformance: %s: %s\n", roOptions.szRecording.c_str(), szWhy.c_str());
+        return EXIT_FAILS;
+    }
+    std::printf("%s: %zu inputs, %zu outputs\n\n", roOptions.szRecording.c_str(), oReplay.aoInputs.size(),
+                oReplay.aoOutputs.size());
+    std::array<int, 3> aiOutcomes{};
+    for (const SCheck& ro : GetChecks(roOptions.szOnly))
+    {
+        CFindings oFindings;
+        if (const SRecordingCheck* poCheck = RecordingChecks_Find(ro.szPromise))
+        {
+            poCheck->fnCheck(oFindings, oReplay);
+        }
+        else
+        {
+            oFindings.Skip("cannot be judged by a recording");
+        }
+        Print(oFindings.Outcome(), ro.szPromise, oFindings.Lines());
+        ++aiOutcomes[static_cast<size_t>(oFindings.Outcome())];
+    }
+    std::printf("\n%d hold, %d fail, %d skipped\n", aiOutcomes[0], aiOutcomes[1], aiOutcomes[2]);
+    return aiOutcomes[1] == 0 ? EXIT_HOLDS : EXIT_FAILS;
+}
+
 int List(const std::string& rszOnly)
 {
     for (const SCheck& ro : GetChecks(rszOnly))
@@ -205,10 +242,15 @@ SOptions ReadOptions(std::span<char*> aszArguments)
                 oOptions.szFault = "--wait-for-loss takes 1 to 600 seconds";
             }
         }
-        else if (szArgument == "--chip" || szArgument == "--only")
+        else if (szArgument == "--recording" && *szNext == '\0')
+        {
+            oOptions.szFault = "--recording takes a file";
+        }
+        else if (szArgument == "--chip" || szArgument == "--only" || szArgument == "--recording")
         {
             ++uiAt;
             oOptions.szOnly = szArgument == "--only" ? szNext : oOptions.szOnly;
+            oOptions.szRecording = szArgument == "--recording" ? szNext : oOptions.szRecording;
             if (szArgument == "--chip" && !ReadNumber(szNext, UINT32_MAX, oOptions.uiChip))
             {
                 oOptions.szFault = "--chip takes an index, from 0";
@@ -243,5 +285,9 @@ int main(int iArguments, char** paszArguments)
         std::fputs(szHelp, stdout);
         return EXIT_HOLDS;
     }
-    return oOptions.bList ? List(oOptions.szOnly) : CheckAll(oOptions);
+    if (oOptions.bList)
+    {
+        return List(oOptions.szOnly);
+    }
+    return oOptions.szRecording.empty() ? CheckAll(oOptions) : JudgeRecording(oOptions);
 }

@@ -26,7 +26,15 @@ std::string GetFault(const std::string& rszText)
 {
     SScenario oScenario;
     SScenarioFault oFault;
-    return Scenario_Read(rszText, oScenario, oFault) ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
+    const auto fnReplay = [](const std::string&, SReplay& roReplay, std::string&)
+    {
+        roReplay.uiTickFreqHz = 1'000'000;
+        roReplay.aoInputs.resize(1);
+        roReplay.aoInputs[0].aoWaits.resize(2);
+        return true;
+    };
+    const bool bIsTaken = Scenario_Read(rszText, oScenario, oFault, fnReplay);
+    return bIsTaken ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
 }
 
 // A number as the reader says it.

@@ -92,6 +92,8 @@ public:
      * The fault says what is wrong and where.
      */
     CFault Open(const std::string& rszFile);
+    /* The same of one that is in memory, which must outlive the reader. */
+    CFault OpenBytes(std::span<const uint8_t> aoBytes);
 
     const SRecordingAbout& GetAbout() const { return m_oAbout; }
     const std::vector<SRecordedStream>& GetStreams() const { return m_aoStreams; }
@@ -112,6 +114,7 @@ public:
 private:
     CFault Refuse(const std::string& rszWhy) const;
     CFault EndOf(const CStoreStatement& roRows) const;
+    CFault ReadAll();
     CFault CheckLayout();
     CFault ReadAbout();
     CFault ReadStreams();

@@ -17,8 +17,10 @@ namespace
 
 constexpr int iApplicationId = 0x56745672; // "VtVr"
 constexpr int64_t iMostStreams = int64_t{2} * uiMaxStreamsPerDirection;
-constexpr uint64_t uiMostRows = 1'000'000; // of events, descriptions, clocks
+constexpr uint64_t uiMostRows = 1'000'000; // of events, clocks
+constexpr uint64_t uiMostDescriptionRows = 100'000;
 constexpr size_t uiMostTextBytes = 4096;
+constexpr size_t uiMostNameBytes = 256;
 
 // What the file says of itself to who opens it with anything that reads SQLite.
 constexpr const char* aszDocumentation[][2] = {
@@ -314,7 +316,11 @@ void CRecordingWriter::Discard()
 
 CFault CRecordingReader::Refuse(const std::string& rszWhy) const
 {
-    return CFault("recording " + m_szFile + ": " + rszWhy);
+    // What the database says of a file from elsewhere may quote it.
+    std::string szWhy = rszWhy;
+    std::ranges::replace_if(
+        szWhy, [](char cByte) { return static_cast<unsigned char>(cByte) < ' '; }, '?');
+    return CFault("recording " + m_szFile + ": " + szWhy);
 }
 
 CFault CRecordingReader::EndOf(const CStoreStatement& roRows) const
@@ -337,6 +343,30 @@ CFault CRecordingReader::Open(const std::string& rszFile)
     {
         return Refuse(poFile == nullptr ? "no memory" : sqlite3_errmsg(poFile));
     }
+    return ReadAll();
+}
+
+CFault CRecordingReader::OpenBytes(std::span<const uint8_t> aoBytes)
+{
+    m_szFile = "in memory";
+    sqlite3* poFile = nullptr;
+    const int iOpened = sqlite3_open_v2(":memory:", &poFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    m_poFile.reset(poFile);
+    // The library takes what it only reads as if it wrote.
+    auto* puiBytes = const_cast<unsigned char*>(aoBytes.data());
+    const auto iBytes = static_cast<sqlite3_int64>(aoBytes.size());
+    if (iOpened != SQLITE_OK ||
+        sqlite3_deserialize(poFile, "main", puiBytes, iBytes, iBytes, SQLITE_DESERIALIZE_READONLY) != SQLITE_OK)
+    {
+        return Refuse(poFile == nullptr ? "no memory" : sqlite3_errmsg(poFile));
+    }
+    return ReadAll();
+}
+
+// Everything but the fields.
+CFault CRecordingReader::ReadAll()
+{
+    sqlite3* poFile = m_poFile.get();
     // A file from elsewhere is data: its schema may run nothing, and no row is larger than ours are.
     StoreFile_Run(poFile, "PRAGMA trusted_schema=OFF;PRAGMA cell_size_check=ON;PRAGMA mmap_size=0");
     sqlite3_limit(poFile, SQLITE_LIMIT_LENGTH, 1 << 20);
@@ -373,7 +403,9 @@ CFault CRecordingReader::CheckLayout()
         return Refuse("was written by a newer version of this program (layout " + std::to_string(iVersion) +
                       ", this one knows " + std::to_string(iRecordingVersion) + ")");
     }
-    CStoreStatement oViews(m_poFile.get(), "SELECT count(*) FROM sqlite_schema WHERE type IN ('view', 'trigger')");
+    // Neither a view nor a column that is worked out: reading a row must cost no more than its bytes.
+    CStoreStatement oViews(m_poFile.get(), "SELECT count(*) FROM sqlite_schema WHERE type IN ('view', 'trigger') OR "
+                                           "sql LIKE 'create virtual%' OR sql LIKE '% as (%' OR sql LIKE '% as(%'");
     return iTables == 6 && oViews.Next() && oViews.GetInt() == 0 ? CFault()
                                                                  : Refuse("has not the tables of a recording");
 }
@@ -384,7 +416,7 @@ CFault CRecordingReader::ReadAbout()
     CStoreStatement oRows(m_poFile.get(), "SELECT key, value FROM about LIMIT 1000");
     while (oRows.Next())
     {
-        std::string szKey = oRows.GetText();
+        std::string szKey = oRows.GetText().substr(0, uiMostTextBytes);
         oValues[std::move(szKey)] = oRows.GetText().substr(0, uiMostTextBytes);
     }
     m_oAbout.szVersion = oValues["version"];
@@ -439,14 +471,14 @@ CFault CRecordingReader::ReadDescriptions()
         SRecordedDescription oDescription;
         bool bHasAny = false;
         const bool bIsValid = Read(oRows, aoDescriptionColumns, oDescription.oDescription, bHasAny);
-        if (poStream == nullptr || !bIsValid || m_aoDescriptions.size() == uiMostRows)
+        if (poStream == nullptr || !bIsValid || m_aoDescriptions.size() == uiMostDescriptionRows)
         {
             return Refuse("table descriptions: row " + std::to_string(m_aoDescriptions.size() + 1) +
                           " is no description of a stream");
         }
         oDescription.oStream = poStream->oKey;
-        oDescription.szName = oRows.GetText().substr(0, uiMostTextBytes);
-        oDescription.szFormat = oRows.GetText().substr(0, uiMostTextBytes);
+        oDescription.szName = oRows.GetText().substr(0, uiMostNameBytes);
+        oDescription.szFormat = oRows.GetText().substr(0, uiMostNameBytes);
         m_aoDescriptions.push_back(std::move(oDescription));
     }
     return EndOf(oRows);
@@ -454,9 +486,8 @@ CFault CRecordingReader::ReadDescriptions()
 
 CFault CRecordingReader::ReadClocks()
 {
-    CStoreStatement oRows(
-        m_poFile.get(),
-        "SELECT tick, monotonic_ns, utc_ns, uncertainty_s, tai_offset_s FROM clock ORDER BY monotonic_ns");
+    CStoreStatement oRows(m_poFile.get(),
+                          "SELECT tick, monotonic_ns, utc_ns, uncertainty_s, tai_offset_s FROM clock ORDER BY rowid");
     while (oRows.Next() && m_aoClocks.size() < uiMostRows)
     {
         SRecordedClock& roClock = m_aoClocks.emplace_back();
