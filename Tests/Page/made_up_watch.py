@@ -120,6 +120,7 @@ class MadeUpWatch:
         self.pairs = {"directions": {side: {"pairs": [], "groups": []} for side in ("input", "output")}}
         self.events = []
         self.incidents = []
+        self.recordings = {}
         self.history = lambda query: history(query["stream"], NOW)
         self.asked = []
         self.listeners = []
@@ -173,6 +174,9 @@ class MadeUpWatch:
         made = {"/api/v1/streams": lambda: self.streams, "/api/v1/pairs": lambda: self.pairs,
                 "/api/v1/incidents": lambda: {"incidents": self.incidents},
                 "/api/v1/history": lambda: self.history(query),
+                "/api/v1/recordings": lambda: {"are_kept": bool(self.recordings), "recordings":
+                                               [{"name": name, "bytes": 1 << 20} for name in self.recordings]},
+                "/api/v1/fields": lambda: self.recordings[query["recording"]],
                 "/api/v1/events": lambda: self.find_events(query)}.get(address.path)
         if made:
             self.send(request, "application/json", json.dumps(made()).encode())

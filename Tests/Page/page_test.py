@@ -362,6 +362,29 @@ class MadeUpTest(PageCase):
         self.find("button[aria-label='Zoom in']").click()
         self.assertIn("from=2026-03-01T02%3A43%3A30.000Z&to=2026-03-01T02%3A48%3A30.000Z", self.browser.current_url)
 
+    def test_each_field_of_a_recording_is_a_point_and_what_is_missing_a_gap_of_its_kind(self):
+        times = [NOW + ms for ms in range(0, 8000, 20) if not 1500 < ms < 2500 and not 5500 < ms < 6500]
+        gaps = [{"from": NOW + begin, "to": NOW + begin + 1000, "fields": 49, "kind": kind}
+                for begin, kind in ((1500, "lost"), (5500, "unobserved"))]
+        self.watch.recordings = {"20260301T025000Z-incident-7.vtrec": {
+            "stream": "IN_01", "period_seconds": 0.02, "t": times, "off": [(i % 2) * 1e-6 for i in range(len(times))],
+            "gaps": gaps}}
+        self.open("?view=stream&stream=IN_01")
+        self.until(lambda: self.find(".fields").is_displayed())
+        self.script("document.querySelector('#recording').selectedIndex = 1")
+        self.find(".fields button").click()
+        self.until_equal("302 fields, 49 lost, 49 not looked for", lambda: self.text(".fields .notice"))
+        chart = self.find(".fields [role=img]")
+        self.assertEqual(chart.get_attribute("aria-label"), "fields, 302 points between 0 ns and +1.00 µs")
+        filled = self.script("""
+            const canvas = arguments[0].querySelector('canvas');
+            const scale = canvas.width / canvas.getBoundingClientRect().width;
+            return [0.25, 0.5, 0.75].map((share) => {
+              const x = 88 + (canvas.width / scale - 96) * share;
+              return canvas.getContext('2d').getImageData(x * scale, 30 * scale, 1, 1).data[3] > 0;
+            });""", chart)
+        self.assertEqual(filled, [True, False, False], "lost is filled, not looked for is hollow")
+
     def test_a_reference_of_ones_own_choice_takes_phase_and_lock_from_the_pair(self):
         self.watch.streams = snapshot([stream(0, "Camera"), stream(1, "Film", lock="different", phase=None)])
         self.watch.pairs["directions"]["input"]["pairs"] = [

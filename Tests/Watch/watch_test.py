@@ -393,6 +393,15 @@ class Record(WatchCase):
         with urllib.request.urlopen(f"http://{watch.address()}/api/v1/recording?seconds=20", timeout=PATIENCE) as answer:
             self.assertEqual(answer.headers["Content-Disposition"], 'attachment; filename="recording.vtrec"')
             asked.write_bytes(answer.read())
+        fields = watch.get("/api/v1/fields?stream=IN_00&seconds=20")
+        resolver = jsonschema.RefResolver(pathlib.Path(SCHEMAS).absolute().as_uri() + "/", None)
+        jsonschema.validate(fields, json.loads(pathlib.Path(SCHEMAS, "fields.schema.json").read_text()),
+                            resolver=resolver)
+        self.assertEqual(len(fields["t"]), len(fields["off"]))
+        self.assertGreater(len(fields["t"]), 20)
+        self.assertEqual(watch.get("/api/v1/recordings"), {"are_kept": True, "recordings": []})
+        with self.assertRaisesRegex(urllib.error.HTTPError, "404"):
+            watch.get("/api/v1/fields?stream=IN_00&recording=../kept/x")
         for query in ("seconds=31", "seconds=0", "minutes=1"):
             with self.assertRaisesRegex(urllib.error.HTTPError, "400"):
                 watch.get(f"/api/v1/recording?{query}")

@@ -64,6 +64,9 @@ public:
 
     uint32_t GetMostSeconds() const override;
     CFault MakeRecording(uint32_t uiSeconds, int& riFile) override;
+    std::vector<SKeptRecording> ListRecordings() override;
+    CFault ReadFields(const std::string& rszRecording, const SStreamKey& roStream, uint32_t uiSeconds, size_t uiMost,
+                      SRecordedFields& roFields) override;
 
 private:
     // One second's share of what matters here.
@@ -100,6 +103,7 @@ private:
     bool IsOver(uint64_t uiNowNs) const;
     CFault Cut(CRecordingMaker& roMaker, uint64_t uiFromNs, const SWatchPublication& roLatest);
     CFault Finish();
+    WatchPublicationPtr GetLatest();
     void Prune(uint64_t uiOwnBytes) const;
     void Say(const CFault& roFault);
     std::vector<SWatchEvent> GetEvents(uint64_t uiFromNs);

@@ -26,6 +26,7 @@ constexpr uint64_t uiMostPauseNs = 20 * static_cast<uint64_t>(iNsPerSecond); // 
 constexpr char szSuffix[] = ".vtrec";
 constexpr char szInfix[] = "Z-incident-";
 constexpr char szRequestName[] = "request.vtrec";
+constexpr char szTooEarly[] = "the first snapshot is not there yet";
 
 // By their names recordings stand in the order of their begins: 20261122T035109Z-incident-7.vtrec.
 std::string MakeName(int64_t iUtcNs, uint64_t uiIncident)
@@ -82,6 +83,30 @@ void RemoveStale(const std::string& rszFolder)
             fs::remove(roEntry.path(), oError);
         }
     }
+}
+
+// One of those that are there, by its name alone.
+CFault ReadKept(const std::string& rszFolder, const std::string& rszName, const SStreamKey& roStream,
+                const CRecordingReader::Take& rfnTake, SRecordedFields& roFields)
+{
+    const std::vector<SKept> aoKept = FindKept(rszFolder);
+    const auto itKept =
+        std::ranges::find_if(aoKept, [&](const SKept& roKept) { return roKept.oFile.filename() == rszName; });
+    if (itKept == aoKept.end())
+    {
+        return CFault("there is no such recording");
+    }
+    CRecordingReader oReader;
+    if (CFault oFault = oReader.Open(itKept->oFile))
+    {
+        return oFault;
+    }
+    roFields.uiTickFrequencyHz = oReader.GetAbout().uiTickFrequencyHz;
+    roFields.uiMonotonicNs = oReader.GetClocks().back().uiMonotonicNs;
+    roFields.iUtcNs = oReader.GetClocks().back().iUtcNs;
+    const auto itStream = std::ranges::find(oReader.GetStreams(), roStream, &SRecordedStream::oKey);
+    return itStream == oReader.GetStreams().end() ? CFault("the recording has no such stream")
+                                                  : oReader.ForEachField(*itStream, rfnTake);
 }
 
 uint64_t GetMomentNs(const SWatchPublication& roPublication)
@@ -358,6 +383,61 @@ void CRecordingKeeper::Say(const CFault& roFault)
     }
 }
 
+WatchPublicationPtr CRecordingKeeper::GetLatest()
+{
+    const std::lock_guard oGuard(m_oMutex);
+    return m_poLatest;
+}
+
+std::vector<SKeptRecording> CRecordingKeeper::ListRecordings()
+{
+    std::vector<SKeptRecording> aoRecordings;
+    for (const SKept& roKept : FindKept(m_oSetup.szFolder))
+    {
+        aoRecordings.push_back({roKept.oFile.filename(), roKept.uiBytes});
+    }
+    std::ranges::reverse(aoRecordings);
+    return aoRecordings;
+}
+
+CFault CRecordingKeeper::ReadFields(const std::string& rszRecording, const SStreamKey& roStream, uint32_t uiSeconds,
+                                    size_t uiMost, SRecordedFields& roFields)
+{
+    const auto fnTake = [&](const SFieldRecord& roField)
+    {
+        if (roFields.aoFields.size() < uiMost)
+        {
+            roFields.aoFields.push_back(roField);
+        }
+    };
+    if (!rszRecording.empty())
+    {
+        return ReadKept(m_oSetup.szFolder, rszRecording, roStream, fnTake, roFields);
+    }
+    const WatchPublicationPtr poLatest = GetLatest();
+    if (!poLatest)
+    {
+        return CFault(szTooEarly, true);
+    }
+    const SClockFigures& roClock = poLatest->oSnapshot.oClock;
+    const uint64_t uiFromNs = GoBack(roClock.uiMonotonicNs, uiSeconds * static_cast<uint64_t>(iNsPerSecond));
+    roFields.uiTickFrequencyHz = poLatest->oSnapshot.uiTickFrequencyHz;
+    roFields.uiMonotonicNs = roClock.uiMonotonicNs;
+    roFields.iUtcNs = roClock.iUtcNs;
+    if (const std::optional<CRecorderCut> oCut = m_oSetup.fnAwaitCut({uiFromNs}))
+    {
+        oCut->ForEach(uiFromNs,
+                      [&](const SStreamKey& roKey, const SFieldRecord& roField)
+                      {
+                          if (roKey == roStream)
+                          {
+                              fnTake(roField);
+                          }
+                      });
+    }
+    return {};
+}
+
 uint32_t CRecordingKeeper::GetMostSeconds() const
 {
     return std::min(m_oSetup.uiSeconds, uiMostRecordedSeconds);
@@ -370,14 +450,10 @@ CFault CRecordingKeeper::MakeRecording(uint32_t uiSeconds, int& riFile)
     {
         return CFault("another one is being made", true);
     }
-    WatchPublicationPtr poLatest;
-    {
-        const std::lock_guard oGuard(m_oMutex);
-        poLatest = m_poLatest;
-    }
+    const WatchPublicationPtr poLatest = GetLatest();
     if (!poLatest)
     {
-        return CFault("the first snapshot is not there yet", true);
+        return CFault(szTooEarly, true);
     }
     const uint64_t uiFromNs = GoBack(GetMomentNs(*poLatest), uiSeconds * static_cast<uint64_t>(iNsPerSecond));
     const std::string szFile = m_oSetup.szFolder + "/" + szRequestName;

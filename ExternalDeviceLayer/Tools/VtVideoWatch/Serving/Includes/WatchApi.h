@@ -27,6 +27,8 @@ public:
     SHttpAnswer AnswerEvents(const SHttpRequest& roRequest);
     SHttpAnswer AnswerIncidents(const SHttpRequest& roRequest);
     SHttpAnswer AnswerRecording(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerRecordings(const SHttpRequest& roRequest);
+    SHttpAnswer AnswerFields(const SHttpRequest& roRequest);
     SHttpAnswer AnswerHealth(const SHttpRequest& roRequest);
 
 private:

@@ -16,6 +16,8 @@ export const askStreams = (signal) => ask("api/v1/streams", {}, signal);
 export const askPairs = (signal) => ask("api/v1/pairs", {}, signal);
 export const askHistory = (query, signal) => ask("api/v1/history", query, signal);
 export const askIncidents = (query, signal) => ask("api/v1/incidents", query, signal);
+export const askRecordings = (signal) => ask("api/v1/recordings", {}, signal);
+export const askFields = (query, signal) => ask("api/v1/fields", query, signal);
 export const askEvents = (query, signal) => ask("api/v1/events", query, signal);
 
 let isPaused = false;

@@ -6,7 +6,12 @@ function colour(name) {
   return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 }
 
-function drawMark(pen, area, from, to) {
+function drawMark(pen, area, from, to, isHollow) {
+  if (isHollow) {
+    pen.lineWidth = 1.5;
+    pen.strokeRect(from, area.y + 1, Math.max(to - from, 3), area.h - 2);
+    return;
+  }
   if (to - from > 1.5) {
     pen.globalAlpha = 0.22;
     pen.fillRect(Math.max(from, area.x), area.y, Math.min(to, area.x + area.w) - Math.max(from, area.x), area.h);
@@ -29,7 +34,8 @@ function drawMarks(pen, area, graph, marks) {
     const to = graph.toDomXCoord(endOf(mark));
     if (to >= area.x && from <= area.x + area.w) {
       pen.fillStyle = colour(`--${mark.kind}`);
-      drawMark(pen, area, from, to);
+      pen.strokeStyle = pen.fillStyle;
+      drawMark(pen, area, from, to, mark.isHollow);
     }
   }
 }
@@ -82,14 +88,16 @@ function summary(label, rows, unit) {
 }
 
 // place: element to draw into.
-// options: { label, unit(value) -> text, onReading({ ms, value, error, marks } or null), onZoom(fromMs, toMs) }
+// options: { label, unit(value) -> text, onReading({ ms, value, error, marks } or null), onZoom(fromMs, toMs),
+//   isPoints: points without a line }
 // The chart takes rows [moment as Date, [value, stderr]]; a value of null is a gap.
-export function makeChart(place, { label, unit, onReading, onZoom }) {
+export function makeChart(place, { label, unit, onReading, onZoom, isPoints = false }) {
   let marks = [];
   const end = new AbortController();
   const graph = new Dygraph(place, [[new Date(0), [null, null]]], {
     labels: ["time", label],
     ...look,
+    ...(isPoints ? { drawPoints: true, strokeWidth: 0, pointSize: 1.5 } : {}),
     ...colours(),
     axes: axesOf(unit),
     underlayCallback: (pen, area, drawn) => drawMarks(pen, area, drawn, marks),

@@ -3,6 +3,7 @@ import { addressOf } from "./address.js";
 import { askStreams, poll } from "./api.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
 import { faultOf, faultText, healthFacts, strip as stripOf } from "./health.js";
+import { makeFieldsPanel } from "./fields-panel.js";
 import { makeHistogram } from "./histogram.js";
 import { makeQueueGauge } from "./queue-gauge.js";
 import { CStreamCharts } from "./stream-charts.js";
@@ -85,7 +86,8 @@ export function makeStreamView(id) {
   const head = makeHead(id);
   const charts = new CStreamCharts(id);
   const side = makeSide(id);
-  const root = element("div", { class: "stream-view" }, head.root, charts.root, side.root);
+  const fields = makeFieldsPanel(id);
+  const root = element("div", { class: "stream-view" }, head.root, charts.root, side.root, fields.root);
   let poller = null;
   let shown = null;
   return {
@@ -107,6 +109,7 @@ export function makeStreamView(id) {
     close() {
       poller?.stop();
       charts.close();
+      fields.close();
     },
   };
 }

@@ -12,6 +12,7 @@
 #include "ApiQuery.h"
 #include "EventJson.h"
 #include "EventKinds.h"
+#include "FieldsJson.h"
 #include "HealthJson.h"
 #include "HistoryJson.h"
 #include "StreamId.h"
@@ -24,6 +25,7 @@ namespace
 constexpr const char* szJson = "application/json";
 constexpr uint64_t uiMostEvents = 1000;
 constexpr uint64_t uiMostPoints = 60000;
+constexpr size_t uiMostFields = 60000; // of a stream: more than five minutes
 // The watch publishes once a second: what is older than this is no longer a picture of now.
 constexpr double flMostAgeSeconds = 5.0;
 constexpr uint32_t uiMostFileStreams = 4;
@@ -32,6 +34,11 @@ constexpr size_t uiFilePieceBytes = 1U << 18U;
 SHttpAnswer AnswerTooEarly()
 {
     return HttpAnswer_MakeError(503, "the first snapshot is not there yet");
+}
+
+SHttpAnswer AnswerNoRecordings()
+{
+    return HttpAnswer_MakeError(404, "recordings are not kept here (--recordings)");
 }
 
 double GetAgeSeconds(const SWatchPublication& roPublication)
@@ -317,7 +324,7 @@ SHttpAnswer CWatchApi::AnswerRecording(const SHttpRequest& roRequest)
     constexpr std::array aszNames = {"seconds"};
     if (m_poSource == nullptr)
     {
-        return HttpAnswer_MakeError(404, "recordings are not kept here (--recordings)");
+        return AnswerNoRecordings();
     }
     CApiQuery oQuery(roRequest.szQuery, aszNames);
     const uint64_t uiMost = m_poSource->GetMostSeconds();
@@ -345,6 +352,49 @@ SHttpAnswer CWatchApi::AnswerRecording(const SHttpRequest& roRequest)
     }
     oAnswer.poStream = poStream;
     return oAnswer;
+}
+
+SHttpAnswer CWatchApi::AnswerRecordings(const SHttpRequest& roRequest)
+{
+    const CApiQuery oQuery(roRequest.szQuery, {});
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    CJson oList = CJson::array();
+    const bool bAreKept = m_poSource != nullptr;
+    for (const SKeptRecording& roRecording : bAreKept ? m_poSource->ListRecordings() : std::vector<SKeptRecording>())
+    {
+        oList.push_back({{"name", roRecording.szName}, {"bytes", roRecording.uiBytes}});
+    }
+    const CJson oJson = {{"are_kept", bAreKept}, {"recordings", std::move(oList)}};
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(oJson) + "\n");
+}
+
+SHttpAnswer CWatchApi::AnswerFields(const SHttpRequest& roRequest)
+{
+    constexpr std::array aszNames = {"stream", "recording", "seconds"};
+    if (m_poSource == nullptr)
+    {
+        return AnswerNoRecordings();
+    }
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    const SStreamKey oStream = oQuery.GetStream("stream");
+    const uint64_t uiMost = m_poSource->GetMostSeconds();
+    const auto uiSeconds =
+        static_cast<uint32_t>(oQuery.GetNumber("seconds", std::min<uint64_t>(20, uiMost), 1, uiMost));
+    const std::vector<std::string> aszRecordings = oQuery.GetList("recording");
+    if (!oQuery.GetProblem().empty())
+    {
+        return HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    SRecordedFields oFields;
+    const std::string szRecording = aszRecordings.empty() ? std::string() : aszRecordings.front();
+    if (const CFault oFault = m_poSource->ReadFields(szRecording, oStream, uiSeconds, uiMostFields, oFields))
+    {
+        return HttpAnswer_MakeError(oFault.MayHeal() ? 503 : 404, oFault.GetText());
+    }
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(FieldsJson_FromFields(oStream, oFields)) + "\n");
 }
 
 SHttpAnswer CWatchApi::AnswerHealth(const SHttpRequest& /*roRequest*/)

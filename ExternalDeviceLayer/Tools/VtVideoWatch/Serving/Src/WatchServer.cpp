@@ -96,6 +96,9 @@ constexpr SRoute aoRoutes[] = {
      true},
     {"/api/v1/recording", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerRecording(roRequest); },
      true},
+    {"/api/v1/recordings", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerRecordings(roRequest); },
+     true},
+    {"/api/v1/fields", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerFields(roRequest); }, true},
     {"/api/v1/live", [](Parts roParts, Request roRequest) { return roParts.oHub.Answer(roRequest); }},
     {"/healthz", [](Parts roParts, Request roRequest) { return roParts.oApi.AnswerHealth(roRequest); }},
 };
