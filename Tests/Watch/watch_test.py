@@ -6,8 +6,9 @@ import csv
 import io
 import json
 import os
-import re
 import pathlib
+import re
+import shutil
 import signal
 import socket
 import sqlite3
@@ -381,6 +382,13 @@ class Record(WatchCase):
         ended = [event for event in events if event[9] == 2 and names[event[11]].endswith(" fields")]
         self.assertEqual((len(began), len(ended)), (len(recorded), len(recorded)))
         self.assertIn("IN_01 Right", names.values())
+        if shutil.which("protoc"):
+            here = pathlib.Path(__file__).parent
+            decoded = subprocess.run(["protoc", f"-I{here}", "--decode=Trace", here / "trace.proto"], check=True,
+                                     input=trace.read_bytes(), capture_output=True).stdout.decode()
+            self.assertEqual(decoded.count("track_event {"), len(events))
+            self.assertEqual(decoded.count("track_descriptor {"), len(tracks))
+            self.assertNotRegex(decoded, r"(?m)^ *[0-9]+[: ]", "nothing that the published numbers do not name")
 
     def test_incidents_are_kept_handed_out_and_played_again(self):
         kept = self.folder / "kept"
