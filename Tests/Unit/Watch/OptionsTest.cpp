@@ -81,6 +81,8 @@ TEST(WatchOptions, SaysInOneLineWhatIsWrong)
         {{"check", "--seconds", "x"}, "--seconds"},
         {{"--store=", "--journal=x"}, "--store=: needs a value"},
         {{"--store", "x", "--journal", "x"}, "file of --store"},
+        {{"--recordings", "x", "--recorder", "0"}, "--recordings: needs a --recorder"},
+        {{"--recorder", "3601"}, "--recorder"},
         {{"report", "store", "--from", "2030-01-01"}, "has not come yet"},
         {{"report"}, "store"},
         {{"report", "store", "--from", "-1h", "--to", "-2h"}, "before --to"},

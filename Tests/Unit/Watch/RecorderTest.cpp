@@ -231,6 +231,7 @@ TEST_F(Recording, RefusesWhatIsNoneInOneLine)
         {"PRAGMA user_version = 2", "newer version"},
         {"PRAGMA application_id = 1", "no recording"},
         {"CREATE VIEW v AS SELECT 1", "has not the tables"},
+        {"ALTER TABLE about ADD COLUMN x AS (hex(zeroblob(99)))", "has not the tables"},
         {"DROP TABLE fields", "has not the tables"},
     };
     for (const auto& [szSql, szSays] : aoCases)

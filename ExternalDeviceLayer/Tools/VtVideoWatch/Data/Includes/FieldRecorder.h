@@ -16,7 +16,8 @@
 #include "FieldPacker.h"
 #include "Recording.h"
 
-constexpr uint32_t uiMostRecorderSeconds = 3600;
+// An hour, and the time that a copy takes.
+constexpr uint32_t uiMostRecorderSeconds = 3605;
 
 // Changes of a stream that are remembered; the oldest give way.
 constexpr uint32_t uiMostDescriptions = 32;
