@@ -15,6 +15,14 @@ using Long = unsigned long long;
 
 constexpr size_t uiLeastFields = 25;
 
+void SkipNone(CFindings& roFindings, const Streams& raoStreams)
+{
+    if (raoStreams.empty())
+    {
+        roFindings.Skip("the recording has none");
+    }
+}
+
 bool IsField(const SReplayWait& roWait)
 {
     return roWait.eResult == EReplayResult::FIELD;
@@ -104,6 +112,7 @@ void ExpectRate(CFindings& roFindings, const SReplayStream& roStream, const std:
 
 template <Streams SReplay::*Direction> void Advance(CFindings& roFindings, const SReplay& roReplay)
 {
+    SkipNone(roFindings, roReplay.*Direction);
     for (const SReplayStream& roStream : roReplay.*Direction)
     {
         const std::vector<SReplayWait> aoFields = GetFields(roStream);
@@ -124,6 +133,7 @@ bool IsWithinLoss(const SReplayStream& roStream, int64_t iMomentNs)
 
 template <Streams SReplay::*Direction> void CancelledWaits(CFindings& roFindings, const SReplay& roReplay)
 {
+    SkipNone(roFindings, roReplay.*Direction);
     for (const SReplayStream& roStream : roReplay.*Direction)
     {
         int iCancelled = 0;
@@ -143,6 +153,7 @@ template <Streams SReplay::*Direction> void CancelledWaits(CFindings& roFindings
 
 void Buffers(CFindings& roFindings, const SReplay& roReplay)
 {
+    SkipNone(roFindings, roReplay.aoInputs);
     for (const SReplayStream& roStream : roReplay.aoInputs)
     {
         for (const SReplayDescription& roDescription : roStream.aoDescriptions)
@@ -165,6 +176,7 @@ void Buffers(CFindings& roFindings, const SReplay& roReplay)
 
 void Power(CFindings& roFindings, const SReplay& roReplay)
 {
+    SkipNone(roFindings, roReplay.aoOutputs);
     for (const SReplayStream& roStream : roReplay.aoOutputs)
     {
         for (const SReplayDescription& roDescription : roStream.aoDescriptions)
@@ -240,6 +252,7 @@ std::vector<double> GetLateAges(const std::vector<SReplayWait>& raoFields, uint3
 
 template <Streams SReplay::*Direction> void LateCallers(CFindings& roFindings, const SReplay& roReplay)
 {
+    SkipNone(roFindings, roReplay.*Direction);
     for (const SReplayStream& roStream : roReplay.*Direction)
     {
         const std::vector<SReplayWait> aoFields = GetFields(roStream);
