@@ -311,7 +311,7 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
     }
     if (!roServe.szRecordings.empty() && roServe.uiRecorderSeconds == 0)
     {
-        return "--recordings: needs a --recorder";
+        return CFault("--recordings: needs a --recorder");
     }
     if (roOptions.eCommand == EWatchCommand::REPORT && roOptions.oReport.iFromUtcNs >= iNowUtcNs)
     {
