@@ -214,8 +214,7 @@ void ForgetLonelyClocks(std::vector<SChip>& raoChips)
 
 } // namespace
 
-bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault,
-                   const ReplayReader& rfnRead)
+bool Scenario_Read(std::string_view szText, SScenario& roScenario, SScenarioFault& roFault, const ReplayReader& rfnRead)
 {
     roScenario = {};
     SScenarioNode oRoot;
