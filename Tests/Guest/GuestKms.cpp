@@ -23,6 +23,8 @@
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
+#include <functional>
+#include <map>
 #include <poll.h>
 #include <string>
 #include <vector>
@@ -291,74 +293,38 @@ int main(int iArguments, char** pszArguments)
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::vector<std::string> aszOrders(pszArguments + 1, pszArguments + iArguments);
     std::deque<SCard> aoCards; // its elements stay where they are: the kernel hands their addresses back
-    for (size_t uiAt = 0; uiAt < aszOrders.size(); uiAt++)
+    size_t uiAt = 0;
+    const auto Next = [&] { return ++uiAt < aszOrders.size() ? aszOrders[uiAt].c_str() : ""; };
+    const auto Number = [&] { return std::atoi(Next()); };
+    const std::map<std::string, std::function<void()>> aoOrders = {
+        {"card", [&] { aoCards.push_back(OpenCard(Next(), true)); }},
+        {"watch", [&] { aoCards.push_back(OpenCard(Next(), false)); }},
+        {"blanks", [&] { WaitForBlanks(aoCards.back(), Number()); }},
+        {"mode",
+         [&]
+         {
+             std::array<uint32_t, 9> auiTimings;
+             std::ranges::generate(auiTimings, [&] { return static_cast<uint32_t>(Number()); });
+             SetMode(aoCards.back(), auiTimings);
+         }},
+        {"phase", [&] { StartAtPhase(aoCards.front(), aoCards.back(), Number()); }},
+        {"late", [&] { std::ranges::generate(g_aiLatePermille, Number); }},
+        {"verbose", [&] { g_bVerbose = true; }},
+        {"flip", [&] { Flip(aoCards, Number()); }},
+        {"hold", [&] { poll(nullptr, 0, Number()); }},
+        {"off", [&] { SwitchOff(aoCards.back()); }},
+        {"on", [&] { SwitchOn(aoCards.back()); }},
+        {"vrr", [&] { SetVariable(aoCards.back(), Number()); }},
+        {"truth", [&] { PrintTruth(aoCards); }},
+    };
+    for (; uiAt < aszOrders.size(); uiAt++)
     {
-        const std::string& rszOrder = aszOrders[uiAt];
-        const auto Next = [&] { return ++uiAt < aszOrders.size() ? aszOrders[uiAt].c_str() : ""; };
-        if (rszOrder == "card")
+        const auto itOrder = aoOrders.find(aszOrders[uiAt]);
+        if (itOrder == aoOrders.end())
         {
-            aoCards.push_back(OpenCard(Next(), true));
+            Fail(("unknown order " + aszOrders[uiAt]).c_str());
         }
-        else if (rszOrder == "watch")
-        {
-            aoCards.push_back(OpenCard(Next(), false));
-        }
-        else if (rszOrder == "blanks")
-        {
-            WaitForBlanks(aoCards.back(), std::atoi(Next()));
-        }
-        else if (rszOrder == "mode")
-        {
-            std::array<uint32_t, 9> auiTimings;
-            for (uint32_t& ruiTiming : auiTimings)
-            {
-                ruiTiming = static_cast<uint32_t>(std::atoi(Next()));
-            }
-            SetMode(aoCards.back(), auiTimings);
-        }
-        else if (rszOrder == "phase")
-        {
-            StartAtPhase(aoCards.front(), aoCards.back(), std::atoi(Next()));
-        }
-        else if (rszOrder == "late")
-        {
-            for (int& riPermille : g_aiLatePermille)
-            {
-                riPermille = std::atoi(Next());
-            }
-        }
-        else if (rszOrder == "verbose")
-        {
-            g_bVerbose = true;
-        }
-        else if (rszOrder == "flip")
-        {
-            Flip(aoCards, std::atoi(Next()));
-        }
-        else if (rszOrder == "hold")
-        {
-            poll(nullptr, 0, std::atoi(Next()));
-        }
-        else if (rszOrder == "off")
-        {
-            SwitchOff(aoCards.back());
-        }
-        else if (rszOrder == "on")
-        {
-            SwitchOn(aoCards.back());
-        }
-        else if (rszOrder == "vrr")
-        {
-            SetVariable(aoCards.back(), std::atoi(Next()));
-        }
-        else if (rszOrder == "truth")
-        {
-            PrintTruth(aoCards);
-        }
-        else
-        {
-            Fail(("unknown order " + rszOrder).c_str());
-        }
+        itOrder->second();
     }
     std::printf("done\n");
     return 0;

@@ -181,27 +181,6 @@ class DoorsTest(unittest.TestCase):
             self.curl("--cert", str(self.folder / f"{name}.pem"), "--key", str(self.folder / f"{name}.key"), *ask,
                       status=status)
 
-    def test_prometheus_scrapes_with_tls_and_password(self):
-        _, address = self.start_secured()
-        (self.folder / "prometheus.yml").write_text(f"""
-scrape_configs:
-  - job_name: vt-video
-    scrape_interval: 1s
-    scheme: https
-    tls_config: {{ ca_file: {self.folder}/server.pem }}
-    basic_auth: {{ username: ada, password: word }}
-    static_configs: [{{ targets: ["{address.split("/")[2]}"] }}]
-""")
-        port = free_port()
-        server = subprocess.Popen(
-            ["prometheus", f"--config.file={self.folder}/prometheus.yml", f"--storage.tsdb.path={self.folder}/data",
-             f"--web.listen-address=127.0.0.1:{port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        self.addCleanup(server.wait)
-        self.addCleanup(server.terminate)
-        query = f"http://127.0.0.1:{port}/api/v1/query?query=" + "up%20*%20on()%20group_left()%20count(vt_video_fields_total)"
-        wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
-                 self.log.read_text, 40)
-
     def counted_fields(self):
         """By stream that runs: when, its rate, its fields, and those that were lost."""
         answer = json.loads(self.curl("--unix-socket", str(self.socket), "http://x/api/v1/streams"))

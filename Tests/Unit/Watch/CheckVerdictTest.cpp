@@ -10,10 +10,12 @@ using testing::StartsWith;
 namespace
 {
 
+using FChange = std::function<void(SCheckOptions&, SWatchPublication&)>;
+
 struct SCase
 {
     const char* szName;
-    std::function<void(SCheckOptions&, SWatchPublication&)> fnChange;
+    FChange fnChange;
     EVerdict eVerdict;
     const char* szSays;
 };
@@ -52,112 +54,79 @@ SStreamKey Input(uint32_t uiIndex)
     return {EStreamDirection::INPUT, uiIndex};
 }
 
-void AskForLock(SCheckOptions& roOptions)
+FChange Expect(const std::vector<SStreamKey>& raoExpected)
 {
-    roOptions.aaoLocked = {{Input(0), Input(1)}};
+    return [=](auto& roOptions, auto&) { roOptions.aoExpected = raoExpected; };
 }
 
-ELockState& PairLock(SWatchPublication& roPublication)
+// Of the first input, with the limits for lost fields.
+FChange Counter(uint64_t SStreamCounters::*puiCounter, uint64_t uiCount, std::optional<SLimits<uint64_t>> oMost = {})
 {
-    return roPublication.oSnapshot.aoDirections[0].aoPairs[0].eLock;
+    return [=](auto& roOptions, auto& roNow)
+    {
+        In(roNow, 0).oCounters.*puiCounter = uiCount;
+        roOptions.oMostLost = oMost;
+    };
 }
+
+FChange State(EStreamState eFirst, EStreamState eSecond, uint64_t uiFirstLost = 0)
+{
+    return [=](auto&, auto& roNow)
+    {
+        In(roNow, 0).eState = eFirst;
+        In(roNow, 0).oCounters.uiFieldsLost = uiFirstLost;
+        In(roNow, 1).eState = eSecond;
+    };
+}
+
+FChange RateWithin(double flWarning, double flCritical, bool bIsKnown = true)
+{
+    return [=](auto& roOptions, auto& roNow)
+    {
+        roOptions.oRateWithinPpm = {flWarning, flCritical};
+        In(roNow, 0).aoRatePpm = bIsKnown ? In(roNow, 0).aoRatePpm : decltype(SStreamFigures::aoRatePpm){};
+    };
+}
+
+FChange Lock(bool bIsAskedFor, ELockState eLock)
+{
+    return [=](auto& roOptions, auto& roNow)
+    {
+        if (bIsAskedFor)
+        {
+            roOptions.aaoLocked = {{Input(0), Input(1)}};
+        }
+        roNow.oSnapshot.aoDirections[0].aoPairs[0].eLock = eLock;
+    };
+}
+
+using enum EVerdict;
+constexpr auto puiLost = &SStreamCounters::uiFieldsLost;
+constexpr auto puiLate = &SStreamCounters::uiFieldsUnobserved;
+constexpr auto eRuns = EStreamState::RUNNING;
 
 const SCase aoCases[] = {
-    {"what idles and was not asked for is no fault", [](auto&, auto&) {}, EVerdict::OK, "2 of 3 streams run"},
-    {"an expected stream idles",
-     [](auto& roOptions, auto&) {
-         roOptions.aoExpected = {Input(0), {EStreamDirection::OUTPUT, 0}};
-     },
-     EVerdict::CRITICAL, "OUT_00 is idle"},
-    {"an expected stream does not exist", [](auto& roOptions, auto&) { roOptions.aoExpected = {Input(7)}; },
-     EVerdict::CRITICAL, "the board has no IN_07"},
-    {"a stream is lost", [](auto&, auto& roNow) { In(roNow, 1).eState = EStreamState::LOST; }, EVerdict::CRITICAL,
-     "IN_01 is lost"},
-    {"a signal was away for a moment", [](auto&, auto& roNow) { In(roNow, 1).oCounters.uiSignalLosses = 1; },
-     EVerdict::WARNING, "IN_01 lost its signal"},
-    {"nothing runs at all", [](auto&, auto& roNow) { In(roNow, 0).eState = In(roNow, 1).eState = EStreamState::IDLE; },
-     EVerdict::CRITICAL, "0 of 3"},
-    {"a lost field is a warning by itself", [](auto&, auto& roNow) { In(roNow, 0).oCounters.uiFieldsLost = 1; },
-     EVerdict::WARNING, "IN_00 lost 1 field"},
-    {"lost fields at the limit are well",
-     [](auto& roOptions, auto& roNow)
-     {
-         In(roNow, 0).oCounters.uiFieldsLost = 3;
-         roOptions.oMostLost = {3, 3};
-     },
-     EVerdict::OK, "run"},
-    {"lost fields beyond the limit",
-     [](auto& roOptions, auto& roNow)
-     {
-         In(roNow, 0).oCounters.uiFieldsLost = 4;
-         roOptions.oMostLost = {0, 3};
-     },
-     EVerdict::CRITICAL, "IN_00 lost 4 fields"},
-    {"the watcher's lateness is never critical, whatever the limit",
-     [](auto& roOptions, auto& roNow)
-     {
-         In(roNow, 0).oCounters.uiFieldsUnobserved = 300;
-         roOptions.oMostLost = {0, 0};
-     },
-     EVerdict::WARNING, "too late for 300 of 600"},
-    {"a rate within by the figure that is known best",
-     [](auto& roOptions, auto&) {
-         roOptions.oRateWithinPpm = {5.0, 10.0};
-     },
-     EVerdict::OK, "run"},
-    {"a rate surely beyond the warning",
-     [](auto& roOptions, auto&) {
-         roOptions.oRateWithinPpm = {1.0, 10.0};
-     },
-     EVerdict::WARNING, "IN_00 runs at +2.000 ppm"},
-    {"a rate surely beyond",
-     [](auto& roOptions, auto&) {
-         roOptions.oRateWithinPpm = {1.0, 1.0};
-     },
-     EVerdict::CRITICAL, "IN_01 runs at +2.000 ppm"},
-    {"a rate that may be beyond or not",
-     [](auto& roOptions, auto&) {
-         roOptions.oRateWithinPpm = {1.9, 1.9};
-     },
-     EVerdict::UNKNOWN, "+2.000 ppm"},
-    {"a rate that is not known",
-     [](auto& roOptions, auto& roNow)
-     {
-         In(roNow, 0).aoRatePpm = {};
-         roOptions.oRateWithinPpm = {5.0, 5.0};
-     },
-     EVerdict::UNKNOWN, "the rate of IN_00 is not known"},
-    {"in lock", [](auto& roOptions, auto&) { AskForLock(roOptions); }, EVerdict::OK, "1 pair in lock"},
-    {"a lock that the eye believes",
-     [](auto& roOptions, auto& roNow)
-     {
-         AskForLock(roOptions);
-         PairLock(roNow) = ELockState::PASSING;
-     },
-     EVerdict::WARNING, "only passing"},
-    {"no lock",
-     [](auto& roOptions, auto& roNow)
-     {
-         AskForLock(roOptions);
-         PairLock(roNow) = ELockState::FREE;
-     },
-     EVerdict::CRITICAL, "not in lock (+5.000 us"},
-    {"no lock that was not asked for", [](auto&, auto& roNow) { PairLock(roNow) = ELockState::FREE; }, EVerdict::OK,
-     "run"},
-    {"a lock that is not known yet",
-     [](auto& roOptions, auto& roNow)
-     {
-         AskForLock(roOptions);
-         PairLock(roNow) = ELockState::IDLE;
-     },
-     EVerdict::UNKNOWN, "too little is known"},
-    {"the worst comes first",
-     [](auto&, auto& roNow)
-     {
-         In(roNow, 0).oCounters.uiFieldsLost = 1;
-         In(roNow, 1).eState = EStreamState::GONE;
-     },
-     EVerdict::CRITICAL, "- IN_01 is gone (2 more)"},
+    {"what idles and was not asked for is no fault", Expect({}), OK, "2 of 3 streams run"},
+    {"an expected stream idles", Expect({Input(0), {EStreamDirection::OUTPUT, 0}}), CRITICAL, "OUT_00 is idle"},
+    {"an expected stream does not exist", Expect({Input(7)}), CRITICAL, "the board has no IN_07"},
+    {"a stream is lost", State(eRuns, EStreamState::LOST), CRITICAL, "IN_01 is lost"},
+    {"a signal was away", Counter(&SStreamCounters::uiSignalLosses, 1), WARNING, "IN_00 lost its signal"},
+    {"nothing runs at all", State(EStreamState::IDLE, EStreamState::IDLE), CRITICAL, "0 of 3"},
+    {"a lost field is a warning by itself", Counter(puiLost, 1), WARNING, "IN_00 lost 1 field"},
+    {"lost fields at the limit are well", Counter(puiLost, 3, {{3, 3}}), OK, "run"},
+    {"lost fields beyond the limit", Counter(puiLost, 4, {{0, 3}}), CRITICAL, "IN_00 lost 4 fields"},
+    {"the watcher's lateness is never critical", Counter(puiLate, 300, {{0, 0}}), WARNING, "too late for 300 of 600"},
+    {"a rate within by the figure that is known best", RateWithin(5.0, 10.0), OK, "run"},
+    {"a rate surely beyond the warning", RateWithin(1.0, 10.0), WARNING, "IN_00 runs at +2.000 ppm"},
+    {"a rate surely beyond", RateWithin(1.0, 1.0), CRITICAL, "IN_01 runs at +2.000 ppm"},
+    {"a rate that may be beyond or not", RateWithin(1.9, 1.9), UNKNOWN, "+2.000 ppm"},
+    {"a rate that is not known", RateWithin(5.0, 5.0, false), UNKNOWN, "the rate of IN_00 is not known"},
+    {"in lock", Lock(true, ELockState::LOCKED), OK, "1 pair in lock"},
+    {"a lock that the eye believes", Lock(true, ELockState::PASSING), WARNING, "only passing"},
+    {"no lock", Lock(true, ELockState::FREE), CRITICAL, "not in lock (+5.000 us"},
+    {"no lock that was not asked for", Lock(false, ELockState::FREE), OK, "run"},
+    {"a lock that is not known yet", Lock(true, ELockState::IDLE), UNKNOWN, "too little is known"},
+    {"the worst comes first", State(eRuns, EStreamState::GONE, 1), CRITICAL, "- IN_01 is gone (2 more)"},
 };
 
 } // namespace
@@ -178,7 +147,7 @@ TEST(CheckVerdict, BlamesTheSignalForWhatItDidAndNothingElse)
 TEST(CheckVerdict, PrintsOneLineWithPerformanceData)
 {
     SCheckOptions oOptions;
-    AskForLock(oOptions);
+    oOptions.aaoLocked = {{Input(0), Input(1)}};
     oOptions.oThreshold = {0.0, 1e-5};
     oOptions.oRateWithinPpm = {5.0, 10.0};
     oOptions.oMostLost = {1, 2};

@@ -25,6 +25,24 @@ SHistoryPoint MakePoint(double flPhase, double flRate, double flStdErr)
     return oPoint;
 }
 
+// What counts on and on, and what a second's growth of it is called.
+constexpr std::pair<uint64_t SStreamCounters::*, uint32_t SHistoryPoint::*> aoCounters[] = {
+    {&SStreamCounters::uiFields, &SHistoryPoint::uiFields},
+    {&SStreamCounters::uiFieldsObserved, &SHistoryPoint::uiObserved},
+    {&SStreamCounters::uiFieldsLost, &SHistoryPoint::uiLost},
+    {&SStreamCounters::uiFieldsUnobserved, &SHistoryPoint::uiUnobserved},
+    {&SStreamCounters::uiBuffersSkipped, &SHistoryPoint::uiSkipped},
+    {&SStreamCounters::uiRepeatedBeyond, &SHistoryPoint::uiRepeated}};
+
+void CompareCounters(const SHistoryPoint& roPoint, const SStreamFigures& roBefore, const SStreamFigures& roNow)
+{
+    for (const auto& [puiCounter, puiGrowth] : aoCounters)
+    {
+        EXPECT_EQ(roPoint.*puiGrowth, roNow.oCounters.*puiCounter - roBefore.oCounters.*puiCounter);
+    }
+    EXPECT_NEAR(roPoint.flRunningSeconds, roNow.oCounters.flRunningSeconds - roBefore.oCounters.flRunningSeconds, 1e-9);
+}
+
 } // namespace
 
 // Beside the raw figures of every second, which are all kept: what a second was, and what a minute is by its seconds.
@@ -63,12 +81,8 @@ void HistoryReference::Make()
         for (SDirectionFigures& roDirection : oSnapshot.aoDirections)
         {
             SStreamFigures& ro = roDirection.aoStreams[0];
-            for (uint64_t* puiCounter :
-                 {&ro.oCounters.uiFields, &ro.oCounters.uiFieldsObserved, &ro.oCounters.uiFieldsLost,
-                  &ro.oCounters.uiFieldsUnobserved, &ro.oCounters.uiBuffersSkipped, &ro.oCounters.uiRepeatedBeyond})
-            {
-                *puiCounter += m_oRandom() % 100;
-            }
+            std::ranges::for_each(aoCounters,
+                                  [&](const auto& roPair) { ro.oCounters.*roPair.first += m_oRandom() % 100; });
             ro.oCounters.flWatchedSeconds += Draw();
             ro.oCounters.flRunningSeconds += Draw();
             ro.flPeriodSeconds = flPeriod;
@@ -98,17 +112,9 @@ void HistoryReference::Make()
 void HistoryReference::CompareSecond(size_t uiStream, int64_t iSecond, const SHistoryPoint& roPoint) const
 {
     const SStreamFigures& ro = GetRaw(uiStream, iSecond);
-    const SStreamCounters& roNow = ro.oCounters;
-    const SStreamCounters& roBefore = GetRaw(uiStream, iSecond - 1).oCounters;
     EXPECT_EQ(roPoint.iUtcNs, GetBegin(iSecond));
-    EXPECT_EQ(std::tuple(roPoint.uiSeconds, roPoint.uiFields, roPoint.uiObserved, roPoint.uiLost, roPoint.uiUnobserved,
-                         roPoint.uiSkipped, roPoint.uiRepeated),
-              std::tuple(1U, roNow.uiFields - roBefore.uiFields, roNow.uiFieldsObserved - roBefore.uiFieldsObserved,
-                         roNow.uiFieldsLost - roBefore.uiFieldsLost,
-                         roNow.uiFieldsUnobserved - roBefore.uiFieldsUnobserved,
-                         roNow.uiBuffersSkipped - roBefore.uiBuffersSkipped,
-                         roNow.uiRepeatedBeyond - roBefore.uiRepeatedBeyond));
-    EXPECT_EQ(roPoint.flRunningSeconds, roNow.flRunningSeconds - roBefore.flRunningSeconds);
+    EXPECT_EQ(roPoint.uiSeconds, 1U);
+    CompareCounters(roPoint, GetRaw(uiStream, iSecond - 1), ro);
     EXPECT_EQ(std::tuple(roPoint.oRateHz.bIsValid, roPoint.oRateHz.flValue, roPoint.oRateHz.flStdErr,
                          roPoint.oPhaseSeconds.flValue, roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
                          roPoint.oDriftRatio.flValue, roPoint.flJitterRmsSeconds, roPoint.eLock, roPoint.eState),
@@ -131,16 +137,7 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
     EXPECT_EQ(roMinute.uiPoints, raiSeconds.size());
     EXPECT_NEAR(roMinute.flWatchedSeconds, roLast.oCounters.flWatchedSeconds - roBefore.oCounters.flWatchedSeconds,
                 1e-9);
-    EXPECT_NEAR(roPoint.flRunningSeconds, roLast.oCounters.flRunningSeconds - roBefore.oCounters.flRunningSeconds,
-                1e-9);
-    EXPECT_EQ(std::tuple(roPoint.uiFields, roPoint.uiObserved, roPoint.uiLost, roPoint.uiUnobserved, roPoint.uiSkipped,
-                         roPoint.uiRepeated),
-              std::tuple(roLast.oCounters.uiFields - roBefore.oCounters.uiFields,
-                         roLast.oCounters.uiFieldsObserved - roBefore.oCounters.uiFieldsObserved,
-                         roLast.oCounters.uiFieldsLost - roBefore.oCounters.uiFieldsLost,
-                         roLast.oCounters.uiFieldsUnobserved - roBefore.oCounters.uiFieldsUnobserved,
-                         roLast.oCounters.uiBuffersSkipped - roBefore.oCounters.uiBuffersSkipped,
-                         roLast.oCounters.uiRepeatedBeyond - roBefore.oCounters.uiRepeatedBeyond));
+    CompareCounters(roPoint, roBefore, roLast);
     EXPECT_EQ(std::tuple(roPoint.oDriftRatio.flValue, roPoint.eLock, roPoint.eState),
               std::tuple(roLast.oDriftRatio.flValue, roLast.eLock, roLast.eState));
     const auto CompareMean = [&](const SEstimate& roMean, uint32_t uiPoints, auto fnGet)

@@ -158,24 +158,6 @@ TEST(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
     EXPECT_EQ(ReadEvents(szFile).size(), uiEvent);
 }
 
-// A store that somebody removes comes into being again, with what is new.
-TEST(Store, IsMadeAgainWhenItIsRemoved)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    SRun oRun(szFile);
-    oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
-    ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
-    for (const char* szEnd : {"", "-wal", "-shm"})
-    {
-        std::filesystem::remove(szFile + szEnd);
-    }
-    oRun.oWriter.Put(MakeSecond(2, 2).GetStep());
-    oRun.oWriter.Close();
-    ASSERT_EQ(ReadEvents(szFile).size(), 1U);
-    EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 2U);
-}
-
 // Whoever moves the store away for a while finds one run in it, not a killed one and another.
 TEST(Store, GoesOnWithItsRunWhenTheFileComesBack)
 {

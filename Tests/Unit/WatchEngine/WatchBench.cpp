@@ -15,6 +15,16 @@ constexpr uint64_t gc_uiHandedInNs = 100'000'000; // after a whole second
 constexpr uint64_t gc_uiAnalysedNs = 160'000'000;
 constexpr uint32_t gc_uiTimeOutMs = 50;
 
+void AskSkipped(uint32_t uiIndex, auto& roTold)
+{
+    const VtBoard_CaptureSkipBufferCountIn oIn = {uiIndex};
+    VtBoard_CaptureSkipBufferCountOut oOut = {};
+    roTold.bHasSkippedBuffers =
+        VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn, sizeof(oIn),
+                           &oOut, sizeof(oOut)) == VtStatus_OK;
+    roTold.uiSkippedBuffers = oOut.uiSkipBuffCnt;
+}
+
 } // namespace
 
 CWatchBench::CWatchBench(const std::string& rszChip, const SBenchSetup& roSetup)
@@ -41,15 +51,9 @@ CWatchBench::CWatchBench(const std::string& rszChip, const SBenchSetup& roSetup)
         for (uint32_t uiIndex = 0; uiIndex < auiCount[uiDirection]; ++uiIndex)
         {
             SStream& roStream = m_aoStreams.emplace_back();
-            roStream = {static_cast<EStreamDirection>(uiDirection),
-                        uiIndex,
-                        nullptr,
-                        nullptr,
-                        gc_uiStartNs,
-                        0,
-                        0,
-                        gc_uiStartNs,
-                        0};
+            roStream.eDirection = static_cast<EStreamDirection>(uiDirection);
+            roStream.uiIndex = uiIndex;
+            roStream.uiWaitNs = roStream.uiAheadNs = gc_uiStartNs;
             if (uiDirection == 0)
             {
                 VtVideoIn_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &roStream.hIn);
@@ -177,12 +181,7 @@ void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
     roRecord.uiReadyBuffers = static_cast<uint16_t>(uiReady);
     roRecord.uiLoanedBuffers = static_cast<uint16_t>(uiLoaned);
     roRecord.uiInternalBuffers = static_cast<uint16_t>(uiInternal);
-    const VtBoard_CaptureSkipBufferCountIn oIn = {roStream.uiIndex};
-    VtBoard_CaptureSkipBufferCountOut oOut = {};
-    roRecord.bHasSkippedBuffers =
-        VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn, sizeof(oIn),
-                           &oOut, sizeof(oOut)) == VtStatus_OK;
-    roRecord.uiSkippedBuffers = oOut.uiSkipBuffCnt;
+    AskSkipped(roStream.uiIndex, roRecord);
 }
 
 void CWatchBench::Describe(const SStream& roStream)
@@ -196,12 +195,7 @@ void CWatchBench::Describe(const SStream& roStream)
         VtVideoIn_GetDetectedVideoParameters(roStream.hIn, &oDescription.oTimings);
         VtVideoIn_GetCaptureState(roStream.hIn, &oDescription.eCaptureState, &oDescription.uiNbOfBuffer,
                                   &oDescription.uiReadyBufferCount, &oDescription.uiLoanBufferCount, &uiInternal);
-        const VtBoard_CaptureSkipBufferCountIn oIn = {roStream.uiIndex};
-        VtBoard_CaptureSkipBufferCountOut oOut = {};
-        oDescription.bHasSkippedBuffers =
-            VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn,
-                               sizeof(oIn), &oOut, sizeof(oOut)) == VtStatus_OK;
-        oDescription.uiSkippedBuffers = oOut.uiSkipBuffCnt;
+        AskSkipped(roStream.uiIndex, oDescription);
     }
     else
     {
@@ -254,32 +248,35 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
     }
 }
 
+// Leaves out the fields that start before a moment; the start of the next one.
+uint64_t CWatchBench::StepOver(const SStream& roStream, uint64_t uiUntilNs) const
+{
+    uint64_t uiPosition = 0;
+    VtSim_GetPosition(Name(roStream), &uiPosition);
+    for (;; ++uiPosition)
+    {
+        const uint64_t uiTick = GetTruth(roStream.eDirection, roStream.uiIndex, uiPosition).uiTickRefCounter;
+        if (ToMonotonicNs(uiTick) >= uiUntilNs)
+        {
+            return ToMonotonicNs(uiTick);
+        }
+        VtSim_StepOver(Name(roStream), 1);
+    }
+}
+
 void CWatchBench::Delay(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds)
 {
     SStream& roStream = Find(eDirection, uiIndex);
     roStream.uiWaitNs += static_cast<uint64_t>(flSeconds * 1e9);
-    uint64_t uiPosition = 0;
-    VtSim_GetPosition(Name(roStream), &uiPosition);
-    while (ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter) < roStream.uiWaitNs)
-    {
-        VtSim_StepOver(Name(roStream), 1);
-        ++uiPosition;
-    }
+    StepOver(roStream, roStream.uiWaitNs);
 }
 
 void CWatchBench::Starve(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds, uint64_t uiRunDelayNs)
 {
     SStream& roStream = Find(eDirection, uiIndex);
-    uint64_t uiPosition = 0;
-    VtSim_GetPosition(Name(roStream), &uiPosition);
-    const uint64_t uiDueNs = ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter);
-    roStream.uiNotBeforeNs = uiDueNs + static_cast<uint64_t>(flSeconds * 1e9);
+    roStream.uiNotBeforeNs = StepOver(roStream, 0) + static_cast<uint64_t>(flSeconds * 1e9);
     roStream.uiRunDelayNs = uiRunDelayNs;
-    while (ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter) < roStream.uiNotBeforeNs)
-    {
-        VtSim_StepOver(Name(roStream), 1);
-        ++uiPosition;
-    }
+    StepOver(roStream, roStream.uiNotBeforeNs);
 }
 
 const SPairFigures& CWatchBench::GetPair(uint32_t uiFirst, uint32_t uiSecond) const

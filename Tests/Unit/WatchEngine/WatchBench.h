@@ -83,6 +83,7 @@ private:
     uint64_t ToMonotonicNs(uint64_t uiTick) const;
     uint64_t DrawLatency();
     uint64_t FindHang(SStream& roStream) const;
+    uint64_t StepOver(const SStream& roStream, uint64_t uiUntilNs) const;
     void Step(SStream& roStream);
     void Describe(const SStream& roStream);
     static void AskBuffers(const SStream& roStream, SFieldRecord& roRecord);

@@ -149,18 +149,6 @@ TEST(WatchFields, OutputsAccountForTheirBuffersWithoutFloodingAnybody)
     EXPECT_EQ(oBench.oSnapshot.uiEventsDropped, 0U);
 }
 
-TEST(WatchFields, WhatNeverRanIsIdleAndARemovedDeviceIsGone)
-{
-    CWatchBench oBench("removal_at_s = 6\n" + MakeInput("event = [{ kind = 'signal_loss', at_field = 0 }]") +
-                       MakeInput(""));
-    oBench.Run(4);
-    EXPECT_EQ(oBench.GetInput(0).eState, EStreamState::IDLE);
-    EXPECT_EQ(oBench.GetInput(0).oCounters.uiSignalLosses, 0U);
-    EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::RUNNING);
-    oBench.Run(4);
-    EXPECT_EQ(oBench.GetInput(1).eState, EStreamState::GONE);
-}
-
 // A stream of 60 fields per second whose stamps and ends of waits a test makes up, at 1 GHz.
 class CMadeUp
 {

@@ -1,4 +1,4 @@
-// Rates, jitter, phases and their errors against the truth of the board.
+// Rates, jitter, phases, drifts and their errors against the truth of the board.
 #include "WatchBench.h"
 
 #include <cmath>
@@ -130,25 +130,6 @@ TEST(WatchRate, EveryRateIsRightFromACameraToAFastDisplay)
     }
 }
 
-TEST(WatchRate, WanderAndWildFieldsDoNotMakeErrorsLie)
-{
-    // Wander of a period near the window would be taken for a rate by fields alone.
-    uint32_t uiOutside = 0;
-    constexpr uint32_t uiPhases = 24;
-    for (uint32_t uiPhase = 0; uiPhase < uiPhases; ++uiPhase)
-    {
-        CWatchBench oBench(MakeInputs("standard = '1080p50'\nppm = 4\njitter_ticks = 10\nwander_ticks = 200\n"
-                                      "wander_period_s = 3\n"
-                                      "event = [{ kind = 'doubled_field', at_s = 2, every_s = 5 }]",
-                                      1));
-        oBench.Run(13 + uiPhase);
-        const SEstimate& roPpm = oBench.GetInput(0).aoRatePpm[1];
-        uiOutside += std::abs(roPpm.flValue - 4.0) > 3.0 * roPpm.flStdErr ? 1U : 0U;
-        EXPECT_LT(roPpm.flStdErr, 1.0);
-    }
-    EXPECT_LE(uiOutside, 1U) << "of " << uiPhases;
-}
-
 TEST(WatchRate, UnknownTaiOffsetLeavesOnlyWholeRatesAPhase)
 {
     SBenchSetup oSetup;
@@ -205,6 +186,42 @@ TEST(WatchRate, TheMomentHoldsThreeErrorsUnderWander)
                    });
     }
     EXPECT_LE(uiOutside, uiMoments / 50) << "of " << uiMoments;
+}
+
+std::string MakeLocking(const std::string& rszKeys)
+{
+    return MakeInputs("standard = '1080p60'\njitter_ticks = 100\n" + rszKeys, 1);
+}
+
+TEST(WatchRate, ALockThatTheEyeBelievesIsPassing)
+{
+    // 0.02 ppm apart: within a line for many minutes, a field slips every ten days.
+    CWatchBench oBench(MakeLocking("ppm = 5") + MakeLocking("ppm = 5.02\nphase_us = 2"));
+    oBench.Run(130);
+    const SPairFigures& roPair = oBench.GetPair(0, 1);
+    EXPECT_EQ(roPair.eLock, ELockState::PASSING);
+    // The faster one comes earlier and earlier.
+    EXPECT_NEAR(roPair.oDriftRatio.flValue, -20e-9, 4.0 * roPair.oDriftRatio.flStdErr);
+    const double flOffset = 2e-6 - 20e-9 * 130.0;
+    EXPECT_NEAR(roPair.oSecondsToThreshold.flValue, ((1.0 / 60.0 / 1125.0) + flOffset) / 20e-9, 150.0);
+    EXPECT_NEAR(roPair.oSecondsToSlip.flValue, (1.0 / 60.0) / 20e-9, 1.5e5);
+    oBench.Run(900);
+    EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::FREE);
+}
+
+TEST(WatchRate, OnePpbIsToldFromNoneWithinThousandSeconds)
+{
+    CWatchBench oBench(
+        std::string("lock_group = [{ name = 'house', ppm = 5, wander_ticks = 300, wander_period_s = 23 }]\n") +
+        (MakeLocking("lock_group = 'house'") + MakeLocking("lock_group = 'house'\nphase_us = 1") +
+         MakeLocking("ppm = 7") + MakeLocking("ppm = 7.001")));
+    oBench.Run(1000);
+    const SEstimate& roDrift = oBench.GetPair(2, 3).oDriftRatio;
+    EXPECT_GT(std::abs(roDrift.flValue), 3.0 * roDrift.flStdErr);
+    EXPECT_NEAR(roDrift.flValue, -1e-9, 3.0 * roDrift.flStdErr);
+    const SEstimate& roNone = oBench.GetPair(0, 1).oDriftRatio;
+    EXPECT_LT(std::abs(roNone.flValue), 3.0 * roNone.flStdErr);
+    EXPECT_LT(roNone.flStdErr, 0.2e-9);
 }
 
 } // namespace

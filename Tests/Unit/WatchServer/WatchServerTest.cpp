@@ -329,20 +329,6 @@ TEST_F(WatchServerTest, RudeClientsAreTurnedAway)
     EXPECT_THAT(Ask("GET /healthz", "Content-Length: 3\r\n"), StartsWith("HTTP/1.1 400 ")) << "with a body";
 }
 
-// More than there are places for: who says nothing loses his own to who asks.
-TEST_F(WatchServerTest, SilentClientsHoldNobodyUp)
-{
-    Publish(1);
-    std::vector<std::unique_ptr<CHttpClient>> apoSilent;
-    for (int i = 0; i < 300; ++i)
-    {
-        apoSilent.push_back(std::make_unique<CHttpClient>(m_szAddress));
-        apoSilent.back()->Send(i % 3 == 0 ? "" : i % 3 == 1 ? "GET /" : "GET / HTTP/1.1\r\nHost: ");
-    }
-    EXPECT_THAT(Get("/healthz"), StartsWith("HTTP/1.1 200 "));
-    EXPECT_THAT(Get("/metrics"), Not(HasSubstr("vt_video_http_connections_dropped_total 0\n")));
-}
-
 TEST_F(WatchServerTest, AKeptConnectionServesOneRequestAfterTheOther)
 {
     Publish(1);
