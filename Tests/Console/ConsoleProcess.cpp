@@ -8,6 +8,7 @@
 #include <fstream>
 #include <poll.h>
 #include <pty.h>
+#include <regex>
 #include <sys/ioctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -24,24 +25,12 @@ namespace
 
 constexpr std::chrono::seconds DEADLINE{30};
 constexpr std::string_view HOME = "\033[1;1H";
-constexpr std::string_view ERASE = "\033[K";
-constexpr std::string_view TIME_FORM = "xxx xxx #d dd:dd:dd dddd";
 
 // Eight fields a second: a busy machine does not make the tool miss one.
 constexpr char STREAM[] = "lock_group = \"all\"\ntiming = { h_active = 1920, h_front_porch = 88, h_sync = 44, "
                           "h_back_porch = 148, v_active = 1080, v_front_porch = 4, v_sync = 5, v_back_porch = 36, "
                           "pixel_clock_hz = 19800000, h_sync_positive = true }\nconnector = \"";
 constexpr char BLANKED_LATER[] = "[[chip.output.event]]\nkind = \"power_state\"\nat_s = 1.5\nstate = \"BLANKED\"\n";
-
-bool FitsTime(char cByte, char cForm)
-{
-    const bool bIsDigit = cByte >= '0' && cByte <= '9';
-    const bool bIsLetter = (cByte >= 'A' && cByte <= 'Z') || (cByte >= 'a' && cByte <= 'z');
-    return cForm == 'd'   ? bIsDigit
-           : cForm == 'x' ? bIsLetter
-           : cForm == '#' ? bIsDigit || cByte == ' '
-                          : cByte == cForm;
-}
 
 } // namespace
 
@@ -62,16 +51,9 @@ std::string Scenario(int iNbOfInputs, int iNbOfOutputs)
 
 std::string Plain(const std::string& szOutput)
 {
-    std::string szPlain;
-    for (std::string_view szRest = szOutput; !szRest.empty();)
-    {
-        const std::string_view szHead = szRest.substr(0, TIME_FORM.size());
-        const bool bIsTime = std::ranges::equal(szHead, TIME_FORM, FitsTime);
-        const bool bIsErase = szRest.starts_with(ERASE);
-        szPlain += bIsTime ? "<time>" : bIsErase ? "" : szRest.substr(0, 1);
-        szRest.remove_prefix(bIsTime ? TIME_FORM.size() : bIsErase ? ERASE.size() : 1);
-    }
-    return szPlain;
+    static const std::regex s_oTime("[A-Za-z]{3} [A-Za-z]{3} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}");
+    static const std::regex s_oErase("\033\\[K");
+    return std::regex_replace(std::regex_replace(szOutput, s_oTime, "<time>"), s_oErase, "");
 }
 
 CConsoleProcess::CConsoleProcess(const SConsoleSetup& roSetup)

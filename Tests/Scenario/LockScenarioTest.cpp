@@ -1,7 +1,7 @@
 // What the lock tests say of a board whose truth is known, through the real monitor threads in granted time.
+#include <algorithm>
 #include <functional>
 #include <regex>
-#include <vector>
 
 #include <unistd.h>
 
@@ -14,25 +14,20 @@
 namespace
 {
 
-constexpr uint32_t NOBODY = 32;
-
-// A board and the monitor threads of one direction. Threads only run inside its operations.
+// Two outputs in lock and their monitor threads, which only run inside its operations.
 class CLockScenario
 {
 public:
-    explicit CLockScenario(const std::vector<std::string>& rdaszStream)
-        : daoData(rdaszStream.size()), m_dahThread(rdaszStream.size())
+    CLockScenario()
     {
-        std::string szText = "time = { mode = 'granted', hold = true }\n[[chip]]\n"
-                             "lock_group = [{ name = 'house', ppm = 3, wander_ticks = 100, wander_period_s = 7 }]\n";
-        for (const std::string& rszStream : rdaszStream)
-        {
-            szText += "[[chip.output]]\nconnector = 'SDI'\njitter_ticks = 3\n" + rszStream + "\n";
-        }
-        hDev = LoadScenario(szText);
+        constexpr char OUTPUT[] = "[[chip.output]]\nconnector = 'SDI'\njitter_ticks = 3\nstandard = '1080p60'\n"
+                                  "lock_group = 'house'\nphase_ticks = ";
+        hDev = LoadScenario("time = { mode = 'granted', hold = true }\n[[chip]]\n"
+                            "lock_group = [{ name = 'house', ppm = 3, wander_ticks = 100, wander_period_s = 7 }]\n" +
+                            std::string(OUTPUT) + "5000\n" + OUTPUT + "5100\n");
         g_oOsServices.Signal_Create(g_hStartSig);
-        EXPECT_TRUE(CreateThreads(hDev, Count(), m_dahThread.data(), daoData.data(), VtVideoOutMonitorThreadFunc, ""));
-        for (uint32_t uiVideo = 0; uiVideo < Count(); ++uiVideo)
+        EXPECT_TRUE(CreateThreads(hDev, 2, m_ahThread, aoData, VtVideoOutMonitorThreadFunc, ""));
+        for (const uint32_t uiVideo : {0U, 1U})
         {
             // A trigger is lost for a thread that is not waiting yet.
             while (VtSim_AwaitEntered({0, VtSim_Direction_OUTPUT, uiVideo}, 1, 1) == VtStatus_TIMEOUT)
@@ -43,9 +38,10 @@ public:
     }
     ~CLockScenario()
     {
-        std::ranges::for_each(daoData, [](SMonitorUserData& roData) { roData.bStopSignal = 1; });
+        aoData[0].bStopSignal = 1;
+        aoData[1].bStopSignal = 1;
         VtSim_GrantTimeOutsAll(1);
-        for (const HCpuThread hThread : m_dahThread)
+        for (const HCpuThread hThread : m_ahThread)
         {
             g_oOsServices.CpuThread_Join(hThread);
             g_oOsServices.CpuThread_Destroy(hThread);
@@ -55,41 +51,36 @@ public:
     CLockScenario(const CLockScenario&) = delete;
     CLockScenario& operator=(const CLockScenario&) = delete;
 
-    uint32_t Count() const { return static_cast<uint32_t>(daoData.size()); }
-    // Makes field uiField the next one of every stream, but for one that stalls.
-    void AdvanceTo(uint64_t uiField, uint32_t uiStalled = NOBODY)
+    // Grants both streams so many fields, or only the first, the second one stalls.
+    static void Advance(uint64_t uiFields, bool bIsStalled = false)
     {
-        for (uint32_t uiVideo = 0; uiVideo < Count(); ++uiVideo)
-        {
-            uint64_t uiPosition = 0;
-            VtSim_GetPosition({0, VtSim_Direction_OUTPUT, uiVideo}, &uiPosition);
-            VtSim_Grant({0, VtSim_Direction_OUTPUT, uiVideo}, uiVideo == uiStalled ? 0 : uiField - uiPosition);
-        }
+        VtSim_Grant({0, VtSim_Direction_OUTPUT, 0}, uiFields);
+        VtSim_Grant({0, VtSim_Direction_OUTPUT, 1}, bIsStalled ? 0 : uiFields);
         EXPECT_EQ(VtSim_AwaitAllIdle(30000), VtStatus_OK);
     }
-    uint64_t GetStamp(uint32_t uiVideo, uint64_t uiField) const
+    static uint64_t GetStamp(uint32_t uiVideo, uint64_t uiField)
     {
         VtSim_Field oField = {};
         VtSim_GetField({0, VtSim_Direction_OUTPUT, uiVideo}, uiField, &oField);
         return oField.uiTickRefCounter;
     }
-    // How far apart two streams in step are at worst in the fields uiFrom to uiEnd - 1.
-    uint32_t GetWorstTicks(uint32_t uiA, uint32_t uiB, uint64_t uiFrom, uint64_t uiEnd) const
+    // How far apart they are at worst in the fields uiFrom to uiEnd - 1.
+    static uint32_t GetWorstTicks(uint64_t uiFrom, uint64_t uiEnd)
     {
         uint64_t uiWorst = 0;
         for (uint64_t uiField = uiFrom; uiField < uiEnd; ++uiField)
         {
-            const auto [uiLow, uiHigh] = std::minmax({GetStamp(uiA, uiField), GetStamp(uiB, uiField)});
+            const auto [uiLow, uiHigh] = std::minmax({GetStamp(0, uiField), GetStamp(1, uiField)});
             uiWorst = std::max(uiWorst, uiHigh - uiLow);
         }
         return static_cast<uint32_t>(uiWorst);
     }
 
     VtDevice_Handle hDev;
-    std::vector<SMonitorUserData> daoData;
+    SMonitorUserData aoData[2] = {};
 
 private:
-    std::vector<HCpuThread> m_dahThread;
+    HCpuThread m_ahThread[2] = {};
 };
 
 std::function<void()> g_oDuringPause;
@@ -100,8 +91,6 @@ std::string PrintedLines(const std::function<void()>& roFunction)
     roFunction();
     return std::regex_replace(testing::internal::GetCapturedStdout(), std::regex("\033\\[K"), "");
 }
-
-constexpr char LOCKED[] = "standard = '1080p60'\nlock_group = 'house'\nphase_ticks = ";
 
 } // namespace
 
@@ -118,20 +107,20 @@ extern "C" int WrappedSleep(useconds_t uiPauseUs)
 
 TEST(LockScenario, LockTestsGiveTheTruthOnScreenAndDebugChannel)
 {
-    CLockScenario oScenario({std::string(LOCKED) + "5000", std::string(LOCKED) + "5100"});
+    CLockScenario oScenario;
     uint64_t uiField = 120;
-    oScenario.AdvanceTo(uiField);
+    oScenario.Advance(uiField);
     // Six pauses of the first test, three of the second; in the second of these the second stream stalls.
     g_oDuringPause = [&]
     {
         uiField += 60;
-        oScenario.AdvanceTo(uiField, uiField == 600 ? 1 : NOBODY);
+        oScenario.Advance(60, uiField == 600);
     };
     g_uiCableLockDurationSec = 3;
     const auto RunTests = [&]
     {
-        FrameLockStatus(2, oScenario.daoData.data(), oScenario.hDev);
-        CableLockStatus(2, oScenario.daoData.data(), oScenario.hDev);
+        FrameLockStatus(2, oScenario.aoData, oScenario.hDev);
+        CableLockStatus(2, oScenario.aoData, oScenario.hDev);
     };
     const std::string szText = PrintedLines(RunTests);
     EXPECT_EQ(uiField, 660U);
@@ -143,9 +132,9 @@ TEST(LockScenario, LockTestsGiveTheTruthOnScreenAndDebugChannel)
              "CableLock TS   1 : 0x%016lX 0x%016lX \nCableLock TS   2 : 0x%016lX 0x%016lX \n"
              "CableLock TS   3 : 0x%016lX 0x0000000000000000 \n------------------\nCable Lock Testing done ... \n"
              " Failed (2 of 3 seconds locked, biggest difference : %u ticks)\n",
-             oScenario.GetWorstTicks(0, 1, 0, 420), oScenario.GetStamp(0, 479), oScenario.GetStamp(1, 479),
+             oScenario.GetWorstTicks(0, 420), oScenario.GetStamp(0, 479), oScenario.GetStamp(1, 479),
              oScenario.GetStamp(0, 539), oScenario.GetStamp(1, 539), oScenario.GetStamp(0, 599),
-             oScenario.GetWorstTicks(0, 1, 360, 540));
+             oScenario.GetWorstTicks(360, 540));
     EXPECT_EQ(szText, szExpected);
     std::string szLines;
     for (uint32_t uiMsg = 0; uiMsg < VtSim_GetDebugMsgCount(); ++uiMsg)

@@ -32,14 +32,6 @@ const SSoakStream STREAMS[] = {
      "standard = '2160p50'\njitter_ticks = 5000\nskip_count_start = 9\n" +
          Event("signal_loss", "at_s = 70\nevery_s = 181\nfor_fields = 9") +
          Event("doubled_field", "at_field = 90\nevery_fields = 2999")},
-    {"InBusy", VtSim_Direction_INPUT, false, 30, 60,
-     "standard = '1080p60'\nppm = 4\nwander_ticks = 90000\nwander_period_s = 600\njitter_ticks = 8000\n" +
-         Event("missed_field", "at_field = 50\nevery_fields = 1009") +
-         Event("doubled_field", "at_field = 70\nevery_fields = 1013")},
-    {"OutFree", VtSim_Direction_OUTPUT, false, 30, 60, "standard = '1080p60'\nppm = 12.5\n", 12.5},
-    {"OutMissing", VtSim_Direction_OUTPUT, true, 30, 60000.0 / 1001,
-     "standard = '1080i59.94'\njitter_ticks = 3000\nset_buffer_pattern = [1, 0]\n" +
-         Event("missed_field", "at_field = 77\nevery_fields = 5003")},
     {"OutSkipping", VtSim_Direction_OUTPUT, false, 12, 25,
      "standard = '1080p25'\nset_buffer_start = '0xFFFFFFFFFFFFFF00'\njitter_ticks = 9000\n" +
          Event("skipped_buffers", "count = 2\nat_field = 10\nevery_fields = 503") +

@@ -19,24 +19,11 @@ import tempfile
 import time
 import unittest
 
+from serving_tools import free_port, wait_for
+
 watch_path = sys.argv[1]
 # A sanitizer asks for files of its own where there are few, and makes handshakes so slow that the idlest client is ours.
 is_sanitized = b"__ubsan_handle" in pathlib.Path(watch_path).read_bytes()
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-def wait_for(condition, explain, seconds=20):
-    end = time.monotonic() + seconds
-    while not (value := condition()):
-        if time.monotonic() > end:
-            raise TimeoutError(explain())
-        time.sleep(0.05)
-    return value
 
 
 class DoorsTest(unittest.TestCase):

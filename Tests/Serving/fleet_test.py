@@ -9,7 +9,6 @@ import pathlib
 import re
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -18,6 +17,8 @@ import unittest
 import urllib.parse
 import urllib.request
 from datetime import datetime, timezone
+
+from serving_tools import free_port, wait_for
 
 watch_path, deploy = sys.argv[1], pathlib.Path(sys.argv[2])
 rate, start = 60, 100_000_000  # of the streams, hertz; the counter at loading, ticks
@@ -36,12 +37,6 @@ def wrap(seconds):
     return seconds - round(seconds * rate) / rate
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 class Watch:
     def __init__(self, folder, name):
         (folder / f"{name}.toml").write_text(scenario % phases[name])
@@ -51,7 +46,7 @@ class Watch:
             self.process = subprocess.Popen([watch_path, "serve", "--listen", "127.0.0.1:0"], stdout=log, stderr=log,
                                             env=environment)
         self.phases = phases[name]
-        self.address = wait_for(lambda: re.search(r"127\.0\.0\.1:\d+", self.log.read_text()), 20, self.log.read_text)[0]
+        self.address = wait_for(lambda: re.search(r"127\.0\.0\.1:\d+", self.log.read_text()), self.log.read_text)[0]
 
     def tai_phases(self):
         """Of each stream, by its scenario and by the tick and the moment that one snapshot ties together."""
@@ -66,15 +61,6 @@ class Watch:
         began = time.monotonic()
         status = self.process.wait(timeout=10)
         return status, time.monotonic() - began
-
-
-def wait_for(condition, seconds, explain=lambda: ""):
-    end = time.monotonic() + seconds
-    while not (value := condition()):
-        if time.monotonic() > end:
-            raise TimeoutError(explain())
-        time.sleep(0.1)
-    return value
 
 
 class FleetTest(unittest.TestCase):
@@ -98,8 +84,8 @@ class FleetTest(unittest.TestCase):
         cls.addClassCleanup(cls.server.terminate)
         # What takes longest to be known.
         wait_for(lambda: len(cls.query("instance_direction_index:vt_video_wall_offset_seconds:wrapped")) == 6 and cls.query("vt_video_slip_seconds")
-                 and cls.query("vt_video_tdev_seconds") and cls.query('vt_video_rate_hertz{window="10s"}'), 90,
-                 (cls.folder / "prometheus.log").read_text)
+                 and cls.query("vt_video_tdev_seconds") and cls.query('vt_video_rate_hertz{window="10s"}'),
+                 (cls.folder / "prometheus.log").read_text, 90)
 
     @classmethod
     def configure(cls):
@@ -148,27 +134,6 @@ class FleetTest(unittest.TestCase):
             values = [float(one["value"][1]) for one in self.query(asked)]
             self.assertTrue(values, expression)
             self.assertFalse(any(math.isnan(value) for value in values), expression)
-
-    def test_the_dashboard_keeps_to_the_customs(self):
-        dashboard = json.loads((deploy / "grafana/vt-video.json").read_text())
-        variables = {one["name"]: one for one in dashboard["templating"]["list"]}
-        self.assertEqual([variables[name]["label"] for name in ("datasource", "job", "instance")],
-                         ["Data source", "Job", "Instance"])
-        for name in ("job", "instance"):
-            self.assertEqual([variables[name][key] for key in ("allValue", "multi", "refresh")], [".+", True, 2], name)
-        self.assertFalse(dashboard["editable"])
-        excepted = (deploy / "grafana/.lint").read_text()
-        for panel in dashboard["panels"]:
-            self.assertTrue(panel["title"] and panel["description"] and panel["fieldConfig"]["defaults"]["unit"])
-            for target in panel["targets"]:
-                selectors = re.findall(r"[a-z_:]+\{([^}]*)\}", target["expr"])
-                self.assertTrue(selectors, target["expr"])
-                for selector in selectors:
-                    self.assertTrue(selector.startswith('job=~"$job",instance=~"$instance"'), target["expr"])
-                for span in re.findall(r"\[([^]]*)\]", target["expr"]):
-                    self.assertEqual(span, "$__range" if f'- panel: {panel["title"]}\n' in excepted else "$__rate_interval")
-                for counter in re.findall(r"(\w*)\(?\b\w+_total\b", target["expr"]):
-                    self.assertIn(counter, ("rate", "increase"), target["expr"])
 
     def test_every_rule_and_target_is_well(self):
         groups = get_json(f"{self.base}/api/v1/rules")["data"]["groups"]

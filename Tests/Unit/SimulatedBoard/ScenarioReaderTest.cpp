@@ -37,6 +37,14 @@ std::string GetFault(const std::string& rszText)
     return bIsTaken ? "" : std::to_string(oFault.uiLine) + ": " + oFault.szText;
 }
 
+SScenario Read(const std::string& rszText)
+{
+    SScenario oScenario;
+    SScenarioFault oFault;
+    EXPECT_TRUE(Scenario_Read(rszText, oScenario, oFault)) << oFault.uiLine << ": " << oFault.szText;
+    return oScenario;
+}
+
 // A number as the reader says it.
 std::string Shortest(const std::string& rszNumber)
 {
@@ -260,14 +268,10 @@ TEST(ScenarioReader, RefusesMoreThanTheBoardHolds)
 
 TEST(ScenarioReader, TurnsTimesIntoFieldsOfTheFirstFormat)
 {
-    SScenario oScenario;
-    SScenarioFault oFault;
-    ASSERT_TRUE(Scenario_Read(szInput + R"(phase_us = 1000
+    const SScenario oScenario = Read(szInput + R"(phase_us = 1000
 event = [{ kind = "signal_loss", at_s = 1.0, for_s = 0.5, every_s = 20 },
          { kind = "hang", ms = 3, at_s = 0.0 }]
-)",
-                              oScenario, oFault))
-        << oFault.szText;
+)");
     const std::vector<SEvent>& raoEvents = oScenario.aoChips[0].aoInputs[0].aoEvents;
     EXPECT_EQ(raoEvents[0].oWhen.uiFirst, 60U); // field 59 starts at 0.984 s, field 60 at 1.001 s
     EXPECT_EQ(raoEvents[0].oWhen.uiLength, 30U);
@@ -277,16 +281,12 @@ event = [{ kind = "signal_loss", at_s = 1.0, for_s = 0.5, every_s = 20 },
 
 TEST(ScenarioReader, StreamsWithoutANameAreCalledSimulated)
 {
-    SScenario oScenario;
-    SScenarioFault oFault;
-    ASSERT_TRUE(Scenario_Read(R"([[chip]]
+    const SScenario oScenario = Read(R"([[chip]]
 connector = [{ name = "both", video_in = 1, video_out = 0 }]
 input = [{ standard = "1080p60", connector_type = "HDMI" }, { standard = "1080p60" },
          { standard = "1080p60", connector = "" }]
 output = [{ standard = "1080p60" }, { standard = "1080p60" }]
-)",
-                              oScenario, oFault))
-        << oFault.szText;
+)");
     std::string szConnectors;
     for (const VtBoard_ConnectorInfo& roConnector : oScenario.aoChips.at(0).aoConnectors)
     {
@@ -299,9 +299,7 @@ output = [{ standard = "1080p60" }, { standard = "1080p60" }]
 TEST(ScenarioReader, DefaultScenarioIsTheFileInTheTreeAndSaysThatItIsSimulated)
 {
     ASSERT_EQ(ReadFile(VT_DEFAULT_SCENARIO), g_szDefaultScenario);
-    SScenario oScenario;
-    SScenarioFault oFault;
-    ASSERT_TRUE(Scenario_Read(g_szDefaultScenario, oScenario, oFault)) << oFault.uiLine << ": " << oFault.szText;
+    const SScenario oScenario = Read(g_szDefaultScenario);
     const SChip& roChip = oScenario.aoChips.at(0);
     ASSERT_EQ(roChip.aoInputs.size(), 4U);
     ASSERT_EQ(roChip.aoOutputs.size(), 4U);

@@ -36,62 +36,64 @@ void PutNumber(CEventJournal& roJournal, uint64_t uiNumber)
 
 using Numbers = std::vector<uint64_t>;
 
+// One that has its first event.
+class Journal : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(m_oJournal.Open().GetText(), "");
+        ASSERT_EQ(m_oJournal.Start().GetText(), "");
+        PutNumber(m_oJournal, 1);
+        ASSERT_TRUE(Await([&] { return ReadNumbers(m_szFile) == Numbers{1}; }));
+    }
+    const CTestFolder m_oFolder;
+    const std::string m_szFile = m_oFolder / "journal";
+    CEventJournal m_oJournal{m_szFile, PrintNumber};
+};
+
 } // namespace
 
-TEST(Journal, FollowsItsNameThroughRotationAndRemoval)
+TEST_F(Journal, FollowsItsNameThroughRotationAndRemoval)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "journal";
-    const std::string szRotated = oFolder / "journal.1";
-    CEventJournal oJournal(szFile, PrintNumber);
-    ASSERT_EQ(oJournal.Open().GetText(), "");
-    ASSERT_EQ(oJournal.Start().GetText(), "");
-    PutNumber(oJournal, 1);
-    ASSERT_TRUE(Await([&] { return ReadNumbers(szFile) == Numbers{1}; }));
-    std::filesystem::rename(szFile, szRotated);
-    oJournal.Reopen();
-    ASSERT_TRUE(Await([&] { return std::filesystem::exists(szFile); })); // without waiting for an event
-    PutNumber(oJournal, 2);
-    ASSERT_TRUE(Await([&] { return ReadNumbers(szFile) == Numbers{2}; }));
+    const std::string szRotated = m_oFolder / "journal.1";
+    std::filesystem::rename(m_szFile, szRotated);
+    m_oJournal.Reopen();
+    ASSERT_TRUE(Await([&] { return std::filesystem::exists(m_szFile); })); // without waiting for an event
+    PutNumber(m_oJournal, 2);
+    ASSERT_TRUE(Await([&] { return ReadNumbers(m_szFile) == Numbers{2}; }));
     EXPECT_EQ(ReadNumbers(szRotated), Numbers{1});
-    std::filesystem::remove(szFile);
-    PutNumber(oJournal, 3);
-    oJournal.Close();
-    EXPECT_EQ(ReadNumbers(szFile), Numbers{3});
+    std::filesystem::remove(m_szFile);
+    PutNumber(m_oJournal, 3);
+    m_oJournal.Close();
+    EXPECT_EQ(ReadNumbers(m_szFile), Numbers{3});
 }
 
-TEST(Journal, WritesWholeLinesOnceThereIsRoomAgain)
+TEST_F(Journal, WritesWholeLinesOnceThereIsRoomAgain)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "journal";
     std::signal(SIGXFSZ, SIG_IGN);
-    CEventJournal oJournal(szFile, PrintNumber);
-    ASSERT_EQ(oJournal.Open().GetText(), "");
-    ASSERT_EQ(oJournal.Start().GetText(), "");
-    PutNumber(oJournal, 1);
-    ASSERT_TRUE(Await([&] { return ReadNumbers(szFile) == Numbers{1}; }));
     rlimit oLimit = {};
     getrlimit(RLIMIT_FSIZE, &oLimit);
-    const rlimit oFull = {std::filesystem::file_size(szFile) + 20, oLimit.rlim_max}; // in the middle of a line
+    const rlimit oFull = {std::filesystem::file_size(m_szFile) + 20, oLimit.rlim_max}; // in the middle of a line
     testing::internal::CaptureStderr();
     setrlimit(RLIMIT_FSIZE, &oFull);
     SWatchCosts oCosts;
-    PutNumber(oJournal, 2);
+    PutNumber(m_oJournal, 2);
     EXPECT_TRUE(Await(
         [&]
         {
-            oJournal.AddCosts(oCosts);
+            m_oJournal.AddCosts(oCosts);
             return oCosts.bJournalIsFailing;
         }));
-    PutNumber(oJournal, 3);
+    PutNumber(m_oJournal, 3);
     setrlimit(RLIMIT_FSIZE, &oLimit);
-    oJournal.Close();
-    EXPECT_EQ(ReadNumbers(szFile), (Numbers{1, 2, 3}));
+    m_oJournal.Close();
+    EXPECT_EQ(ReadNumbers(m_szFile), (Numbers{1, 2, 3}));
     const std::string szSaid = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
 }
 
-TEST(Journal, CountsWhatItMustDrop)
+TEST(JournalThatIsFull, CountsWhatItMustDrop)
 {
     const CTestFolder oFolder;
     CEventJournal oJournal(oFolder / "journal", PrintNumber); // never started: nothing is taken away

@@ -99,6 +99,12 @@ bool IsFolded(EWatchEventKind eKind)
            eKind == EWatchEventKind::FIELD_LATE;
 }
 
+uint64_t Count(const auto& raoAll, uint64_t uiEndTick, const auto& rfnFits)
+{
+    return static_cast<uint64_t>(
+        std::ranges::count_if(raoAll, [&](const auto& ro) { return ro.uiTick < uiEndTick && rfnFits(ro); }));
+}
+
 } // namespace
 
 CReferenceModel::CReferenceModel(const SScene& roScene, const SSceneStream& roStream)
@@ -277,27 +283,22 @@ void CReferenceModel::TakeOffGrid(double flDeviation)
 
 uint64_t CReferenceModel::CountFacts(EWatchEventKind eKind, uint64_t uiEndTick) const
 {
-    return static_cast<uint64_t>(std::ranges::count_if(m_aoFacts, [&](const SModelFact& roFact)
-                                                       { return roFact.eKind == eKind && roFact.uiTick < uiEndTick; }));
+    return Count(m_aoFacts, uiEndTick, [=](const SModelFact& roFact) { return roFact.eKind == eKind; });
 }
 
 uint64_t CReferenceModel::CountFields(uint64_t uiEndTick) const
 {
-    return static_cast<uint64_t>(
-        std::ranges::count_if(m_aoFields, [&](const SModelField& roField) { return roField.uiTick < uiEndTick; }));
+    return Count(m_aoFields, uiEndTick, [](const SModelField&) { return true; });
 }
 
 uint64_t CReferenceModel::CountLateWakes(uint64_t uiEndTick) const
 {
-    return static_cast<uint64_t>(
-        std::ranges::count_if(m_aoTaken,
-                              [&](const SFieldRecord& roWait)
-                              {
-                                  return roWait.eResult == EWaitResult::FIELD &&
-                                         roWait.uiTick<uiEndTick&& static_cast<double>(
-                                             roWait.uiArrivalNs - Scene_ToNs(m_roScene, roWait.uiTick))> 0.5e9 *
-                                             ToSeconds(m_flPeriod);
-                              }));
+    const auto IsLate = [this](const SFieldRecord& ro)
+    {
+        return ro.eResult == EWaitResult::FIELD &&
+               static_cast<double>(ro.uiArrivalNs - Scene_ToNs(m_roScene, ro.uiTick)) > 0.5e9 * ToSeconds(m_flPeriod);
+    };
+    return Count(m_aoTaken, uiEndTick, IsLate);
 }
 
 EStreamState CReferenceModel::GetState(uint64_t uiEndTick) const
