@@ -63,49 +63,6 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
               (203U * 60 - 2 - 250) / 50 + 1);
 }
 
-TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
-{
-    CWatchEngine oEngine({.uiTickFrequencyHz = 1'000'000'000}, 1, 0);
-    SWatchSnapshot oSnapshot;
-    SFieldRecord oRecord = {};
-    oRecord.uiArrivalNs = 10'000'000'000;
-    const auto Take = [&](EWaitResult eResult, uint64_t uiWaitedNs, uint32_t uiTimes)
-    {
-        for (uint32_t uiTime = 0; uiTime < uiTimes; ++uiTime)
-        {
-            oRecord.eResult = eResult;
-            oRecord.uiWaitBeginNs = oRecord.uiArrivalNs + 1000;
-            oRecord.uiArrivalNs = oRecord.uiWaitBeginNs + uiWaitedNs;
-            oRecord.uiTick = oRecord.uiArrivalNs - 20'000;
-            oRecord.uiFieldCounter += 16;
-            oEngine.TakeRecord({gc_eIn, 0}, oRecord);
-        }
-    };
-    const auto Now = [&]
-    {
-        oEngine.End();
-        oEngine.Analyse({.uiMonotonicNs = oRecord.uiArrivalNs + 1000}, oSnapshot);
-        return oSnapshot.aoDirections[0].aoStreams[0].eState;
-    };
-    Take(EWaitResult::FIELD, 100'000'000, 30);
-    Take(EWaitResult::TIMED_OUT, 50'000'000, 1);
-    Take(EWaitResult::TIMED_OUT, 5'000'000'000, 1);
-    EXPECT_EQ(Now(), EStreamState::RUNNING) << "the machine stood still";
-    Take(EWaitResult::TIMED_OUT, 50'000'000, 16);
-    EXPECT_EQ(Now(), EStreamState::RUNNING);
-    Take(EWaitResult::TIMED_OUT, 50'000'000, 4);
-    EXPECT_EQ(Now(), EStreamState::LOST);
-    for (int iRun = 0; iRun < 3; ++iRun)
-    {
-        Take(EWaitResult::TIMED_OUT, 50'000'000, 30);
-        Take(EWaitResult::FIELD, 100'000'000, 30);
-        EXPECT_EQ(Now(), EStreamState::RUNNING);
-    }
-    const SStreamCounters& roCounters = oSnapshot.aoDirections[0].aoStreams[0].oCounters;
-    EXPECT_NEAR(roCounters.flRunningSeconds, 4 * 2.95, 0.4);
-    EXPECT_NEAR(roCounters.flRunningSeconds + roCounters.flSignalLostSeconds, roCounters.flWatchedSeconds, 0.4);
-}
-
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'format_change', at_s = 20, standard = '1080p59.94' }]"));
@@ -159,12 +116,13 @@ public:
     {
         End(uiStream, EWaitResult::FIELD, gc_uiBegin + uiField * gc_uiPeriod, uiField * 16, uiTickShift);
     }
-    void End(uint32_t uiStream, EWaitResult eResult, uint64_t uiNs, uint64_t uiCounter = 0, uint64_t uiTickShift = 0)
+    void End(uint32_t uiStream, EWaitResult eResult, uint64_t uiNs, uint64_t uiCounter = 0, uint64_t uiTickShift = 0,
+             uint64_t uiWaitedNs = 10'000'000)
     {
         SFieldRecord oRecord = {};
         oRecord.eResult = eResult;
         oRecord.uiArrivalNs = uiNs + 20'000;
-        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs - 10'000'000;
+        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs - uiWaitedNs;
         oRecord.uiTick = uiNs + uiTickShift;
         oRecord.uiFieldCounter = uiCounter;
         m_oEngine.TakeRecord({gc_eIn, uiStream}, oRecord);
@@ -195,6 +153,43 @@ public:
 private:
     uint64_t m_uiNowNs = 0;
 };
+
+TEST(WatchFields, OnlyTimeThatWasWaitedIsSilence)
+{
+    CMadeUp oMadeUp(1);
+    uint64_t uiNs = CMadeUp::gc_uiBegin;
+    uint64_t uiCounter = 0;
+    const auto Take = [&](EWaitResult eResult, uint64_t uiWaitedNs, uint32_t uiTimes)
+    {
+        for (uint32_t uiTime = 0; uiTime < uiTimes; ++uiTime)
+        {
+            uiNs += uiWaitedNs + 1000;
+            oMadeUp.End(0, eResult, uiNs, uiCounter += 16, 0, uiWaitedNs);
+        }
+    };
+    const auto Now = [&]
+    {
+        oMadeUp.m_oEngine.End();
+        return oMadeUp.Analyse(0, 1000).eState;
+    };
+    Take(EWaitResult::FIELD, 100'000'000, 30);
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 1);
+    Take(EWaitResult::TIMED_OUT, 5'000'000'000, 1);
+    EXPECT_EQ(Now(), EStreamState::RUNNING) << "the machine stood still";
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 16);
+    EXPECT_EQ(Now(), EStreamState::RUNNING);
+    Take(EWaitResult::TIMED_OUT, 50'000'000, 4);
+    EXPECT_EQ(Now(), EStreamState::LOST);
+    for (int iRun = 0; iRun < 3; ++iRun)
+    {
+        Take(EWaitResult::TIMED_OUT, 50'000'000, 30);
+        Take(EWaitResult::FIELD, 100'000'000, 30);
+        EXPECT_EQ(Now(), EStreamState::RUNNING);
+    }
+    const SStreamCounters& roCounters = oMadeUp.Analyse(0).oCounters;
+    EXPECT_NEAR(roCounters.flRunningSeconds, 4 * 2.95, 0.4);
+    EXPECT_NEAR(roCounters.flRunningSeconds + roCounters.flSignalLostSeconds, roCounters.flWatchedSeconds, 0.4);
+}
 
 TEST(WatchFields, StampsThatAreNotOfTheClockSpoilNothingElse)
 {
