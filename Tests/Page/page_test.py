@@ -280,7 +280,8 @@ class MadeUpTest(PageCase):
     def test_a_stream_tells_its_buffers_its_feed_its_pacing_and_why_fields_went_unseen(self):
         level = {"mean": 1.4, "least": 1, "most": 3}
         queue = {"total": 8, "held_seconds": 0.0567, "consumer_stalled_since": utc(NOW - 9000),
-                 "windows": [{"seconds": 1, "ready": level, "loaned": {"mean": 2.0, "least": 2, "most": 2}}]}
+                 "windows": [{"seconds": seconds, "ready": level, "loaned": {"mean": 2.0, "least": 2, "most": 2},
+                              "internal": {"mean": 4.6, "least": 3, "most": 5}} for seconds in (1, 10, 60)]}
         causes = {"outside_wait": 0, "no_processor": 12, "machine": 3, "neighbour": 0}
         pacing = {"fields": 900, "p50_seconds": 1e-6, "p95_seconds": 2e-6, "p99_seconds": 4e-6, "p999_seconds": 1e-5,
                   "worst_seconds": -2.5e-4, "worst_utc": utc(NOW - 60000), "bins": []}
@@ -291,7 +292,8 @@ class MadeUpTest(PageCase):
         self.assertEqual(self.script("return [...document.querySelectorAll('.gauge span')].map((one) => one.className)"),
                          ["loaned"] * 2 + ["ready"] + ["free"] * 5)
         self.assertIn("Nobody takes the pictures since 2026-03-01 02:59:51 UTC.", self.texts("p.lost"))
-        for fact in ("Not seen: no processor was free12", "Not seen: the machine stood still3",
+        for fact in ("Buffers over 1 minready 1.4 (1 to 3), loaned 2.0 (2 to 2), free 4.6 (3 to 5)",
+                     "Not seen: no processor was free12", "Not seen: the machine stood still3",
                      "99.9 % within10.00 µs", "The worst field−250.0 µs", "which came at2026-03-01 02:59:00 UTC",
                      "DeliveryHealthy"):
             self.assertIn(fact, self.text(".stream-view"))

@@ -44,6 +44,20 @@ phase_us = 5
 FREE = LOCKED + "[[chip.input]]\nconnector = 'Free'\nstandard = '1080p60'\nphase_us = 4000\nppm = -40\n"
 GOING = LOCKED + "event = [{ kind = 'signal_loss', at_s = 1.5 }]\n"
 LOSING = LOCKED + "event = [{ kind = 'missed_field', at_s = 1.5, every_s = 0.5 }]\n"
+STALLED = """
+[[chip]]
+[[chip.input]]
+standard = '1080p60'
+event = [{ kind = 'buffers_run_out', at_s = 1.5, for_s = 600 }]
+[[chip.output]]
+standard = '1080p60'
+event = [{ kind = 'buffers_run_out', at_s = 1.5, for_s = 600 }]
+"""
+BROKEN = LOCKED.replace("ppm = 3", "event = [{ kind = 'signal_loss', at_s = 12, for_s = 1 }]") + """
+[[chip.output]]
+standard = '1080p60'
+event = [{ kind = 'buffers_run_out', at_s = 2, for_s = 2.5 }]
+"""
 HANGING = LOCKED + "event = [{ kind = 'hang', at_s = 1, ms = 60000 }]\n"
 
 
@@ -138,6 +152,12 @@ class Check(WatchCase):
                 lines = output.splitlines()[1:]
                 self.assertEqual([line for line in lines if not re.match("(OK|WARNING|CRITICAL|UNKNOWN): ", line)], [])
                 self.assertEqual(len(lines) == 0, " more)" not in output.splitlines()[0], "a line for each finding")
+
+    def test_a_frozen_output_and_an_input_that_nobody_reads_are_faults(self):
+        status, output = self.check(STALLED)
+        self.assertEqual(status, 1, output)
+        self.assertIn("\nWARNING: feed of IN_00: nobody takes the pictures, since ", output)
+        self.assertIn("\nWARNING: feed of OUT_00: no new picture comes, since ", output)
 
     def test_verdict_that_nobody_can_read_is_unknown(self):
         environment = {**os.environ, "VELTRANO_SCENARIO": "", "LD_LIBRARY_PATH": BOARD}
@@ -248,6 +268,38 @@ class Serve(WatchCase):
         minutes = second.get("/api/v1/history?stream=IN_00&step=60")
         self.assertGreater(sum(minutes["fields"]), 3 * 60, "what the first run saw counts")
         second.end()
+
+    def test_incidents_are_the_same_wherever_they_are_told(self):
+        journal, told, program = (self.folder / name for name in ("journal", "told", "program"))
+        program.write_text(f"#!/bin/sh\ncat >> {told}\n")
+        program.chmod(0o755)
+        arguments = ("--store", self.store, "--journal", journal, "--on-incident", program)
+        watch = self.serve(BROKEN, *arguments, "--expect", "IN_00,IN_01", "--fed", "OUT_00")
+
+        def ended():
+            incidents = watch.get("/api/v1/incidents?open=false")["incidents"]
+            return incidents if {"signal", "feed"} <= {incident["domain"] for incident in incidents} else []
+        await_(ended)
+        answered = {incident["number"]: incident for incident in ended()}
+        self.assertIn((["IN_00", "IN_01"], "lock_group"),
+                      [(incident["streams"], incident["shared"]) for incident in answered.values()])
+        self.assertEqual(watch.end()[0], 0)
+        reported = json.loads(self.start("", "report", self.store, "--json").run()[1])["incidents"]
+        self.assertEqual({number: incident for number, incident in ((one["number"], one) for one in reported)
+                          if number in answered}, answered)
+        with sqlite3.connect(self.store) as store:
+            stored = store.execute("SELECT number FROM incidents WHERE end_ns > 0").fetchall()
+        self.assertEqual(sorted(number for number, in stored), sorted(one["number"] for one in reported))
+        lines = [json.loads(line) for line in journal.read_text().splitlines()]
+        happened = [(line["kind"], line["incident"]) for line in lines if line["kind"].startswith("incident")]
+        self.assertEqual(sorted(happened), sorted((kind, one["number"]) for one in reported
+                                                  for kind in ("incident_began", "incident_ended")))
+        # The next run tells the program what this one could not, at its end.
+        self.serve(LOCKED, *arguments)
+
+        def news():
+            return [json.loads(line) for line in told.read_text().splitlines()]
+        await_(lambda: {(one["event"], one["number"]) for one in news()} >= set(happened))
 
     def test_journal_follows_a_rotation(self):
         journal = self.folder / "journal"

@@ -237,6 +237,38 @@ TEST(MinuteSummary, FollowsAPhaseAroundHalfAPeriod)
     EXPECT_NEAR(oMinute.oPoint.flPhaseMaxSeconds - oMinute.oPoint.flPhaseMinSeconds, 3e-6, 1e-12);
 }
 
+// Counts since the watch began make minutes that add up to them, each with the worst field of its own.
+TEST(HistoryMaker, TellsOfEachMinuteWhatWasInIt)
+{
+    CHistoryMaker oMaker({});
+    SPacingHistogram oSum;
+    float flReady = 0.0F;
+    SMadeUpSecond oSecond = MakeSecond(1, 1);
+    SStreamFigures& roFigures = oSecond.poPublication->oSnapshot.aoDirections[0].aoStreams[0];
+    for (int64_t iSecond = 1; iSecond <= 121; ++iSecond)
+    {
+        oSecond.poPublication->oSnapshot.oClock.iUtcNs = iStepsBeginUtcNs + iSecond * iNsPerSecond;
+        roFigures.oPacingWorst = {iSecond < 61 ? 1e-3 : -1e-5, iSecond};
+        roFigures.oPacing.auiCounts[Pacing_GetBin(roFigures.oPacingWorst.flSeconds)] += 60;
+        roFigures.oQueue.aoWindows[0] = {true, {1.0, 0, 2}, {2.0, 1, static_cast<uint32_t>(iSecond)}, {5.0, 4, 6}};
+        oMaker.Take(oSecond.poPublication->oSnapshot);
+        for (const SMinuteSummary& roMinute : oMaker.GetMinutes())
+        {
+            if (roMinute.bIsComplete)
+            {
+                Pacing_Merge(oSum, roMinute.oPacing);
+                EXPECT_FLOAT_EQ(roMinute.oPoint.oPacing.flWorst, iSecond == 61 ? 1e-3F : -1e-5F);
+                EXPECT_FLOAT_EQ(roMinute.oPoint.oPacing.flP50, iSecond == 61 ? 1.2589254e-3F : 1.2589254e-5F);
+                EXPECT_EQ(roMinute.oPoint.oLoaned.uiMost, iSecond - 1);
+                EXPECT_LT(roMinute.oPoint.flHeldSeconds, 0.0F) << "never known";
+                flReady += roMinute.oPoint.oReady.flMean;
+            }
+        }
+    }
+    EXPECT_EQ(flReady, 2.0F);
+    EXPECT_EQ(Pacing_GetFigures(oSum).uiCount, 120U * 60);
+}
+
 TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
 {
     CWatchData oData(1, 0, nullptr);

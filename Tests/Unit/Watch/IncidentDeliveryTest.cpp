@@ -5,11 +5,34 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <span>
+#include <sys/uio.h>
 #include <vector>
 
 #include "ChildProgram.h"
 #include "Expectations.h"
 #include "IncidentDelivery.h"
+#include "SystemJournal.h"
+
+namespace
+{
+
+std::mutex s_oJournalMutex;
+std::vector<std::vector<std::string>> s_aoJournal; // entries, by their fields
+
+} // namespace
+
+// The library's, which would need a journal to send to.
+extern "C" int sd_journal_sendv(const iovec* poFields, int iFields)
+{
+    const std::lock_guard oGuard(s_oJournalMutex);
+    std::vector<std::string>& raszEntry = s_aoJournal.emplace_back();
+    for (const iovec& roField : std::span(poFields, static_cast<size_t>(iFields)))
+    {
+        raszEntry.emplace_back(static_cast<const char*>(roField.iov_base), roField.iov_len);
+    }
+    return 0;
+}
 
 namespace
 {
@@ -25,6 +48,7 @@ TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
         {
             const std::lock_guard oGuard(oMutex);
             aszTold.push_back(rszInput);
+            oMore.notify_all();
             return aszTold.size() != 1 ? CFault() : CFault("made up"); // the first one fails once
         },
         [&](uint64_t uiEvent)
@@ -35,11 +59,35 @@ TEST(IncidentDelivery, TellsOneAfterTheOtherAndAgainWhatFailed)
         });
     SIncident oIncident;
     oIncident.uiNumber = 7;
-    oIncident.auiStreams[0] = 1;
-    oDelivery.Put({11, EWatchEventKind::INCIDENT_BEGAN, oIncident, true});
-    oDelivery.Put({12, EWatchEventKind::INCIDENT_ENDED, oIncident, true});
+    oIncident.auiStreams = {5, 2};
+    oIncident.eDomain = EHealthDomain::FEED;
+    oIncident.eShared = EIncidentShare::BOARD;
+    oIncident.oFirst.eReason = EHealthReason::CONSUMER_STALLED;
+    oIncident.bIsTogether = true;
+    oIncident.uiLost = 1;
+    oDelivery.Put({11, EWatchEventKind::INCIDENT_BEGAN, oIncident, true}); // an earlier run has told the journal
+    oDelivery.Put({12, EWatchEventKind::INCIDENT_ENDED, oIncident, false});
+    s_aoJournal.clear();
     ASSERT_FALSE(oDelivery.Start());
     std::unique_lock oLock(oMutex);
+    oMore.wait(oLock, [&] { return !aszTold.empty(); });
+    {
+        const std::lock_guard oGuard(s_oJournalMutex);
+        const std::vector<std::string> aszFields = {
+            "MESSAGE=incident 7 ended: feed of IN_00, 02, OUT_01: nobody takes the pictures; 3 streams of the board at "
+            "once",
+            "MESSAGE_ID=" + std::string(szIncidentEndedId),
+            "PRIORITY=6",
+            "VT_INCIDENT=7",
+            "VT_DOMAIN=feed",
+            "VT_REASON=nobody takes the pictures; 3 streams of the board at once",
+            "VT_LOST=1",
+            "VT_STREAM=IN_00",
+            "VT_STREAM=IN_02",
+            "VT_STREAM=OUT_01"};
+        EXPECT_EQ(s_aoJournal, std::vector<std::vector<std::string>>{aszFields})
+            << "and not held up by a program that fails";
+    }
     oMore.wait(oLock, [&] { return auiKept.size() == 2; });
     EXPECT_EQ(auiKept, (std::vector<uint64_t>{11, 12}));
     ASSERT_EQ(aszTold.size(), 3U);

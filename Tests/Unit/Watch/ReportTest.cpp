@@ -5,6 +5,7 @@
 
 #include "ReportPrint.h"
 #include "WatchSteps.h"
+#include "WatchTexts.h"
 
 using testing::HasSubstr;
 
@@ -116,6 +117,16 @@ TEST(Report, FitsAMail)
         roStream.oTexts.szName = "\u00c4usserst langer Name des Anschlusses Nummer " + std::to_string(uiStream);
         roStream.bHasPhase = true;
         roStream.flWorstPhaseSeconds = -0.016;
+        roStream.oPacing.auiCounts[Pacing_GetBin(1e-6 * uiStream)] = 1000;
+        roStream.oPacing.auiCounts[Pacing_GetBin(-1.5e-3)] = 1;
+        roStream.oPacing.oWorst = {-1.5e-3, iStepsBeginUtcNs};
+        SIncident& roIncident = oReport.aoIncidents.emplace_back();
+        roIncident.iBeginUtcNs = iStepsBeginUtcNs + uiStream * iNsPerSecond;
+        roIncident.iEndUtcNs = uiStream == 40 ? 0 : roIncident.iBeginUtcNs + iNsPerSecond;
+        roIncident.eDomain = EHealthDomain::FEED;
+        roIncident.oFirst.eReason = EHealthReason::FEED_STALLED;
+        roIncident.auiStreams = {0x55555555U, 0};
+        roIncident.uiLost = uiStream == 40 ? 1 : 0;
         for (int64_t iTime = 0; iTime < 5; ++iTime)
         {
             aoEvents.push_back(MakeEvent(EWatchEventKind::SIGNAL_LOST, 600 * iTime + uiStream));
@@ -136,6 +147,10 @@ TEST(Report, FitsAMail)
         EXPECT_LE(std::ranges::count_if(szLine, [](char cByte) { return (cByte & 0xC0) != 0x80; }), 100) << szLine;
     }
     EXPECT_THAT(szTable, HasSubstr("IN_07   \u00c4usserst lan..ses Nummer 7 "));
+    EXPECT_THAT(szTable, HasSubstr("     not over IN_00, .. 28, 30 feed: no new picture comes, 1 picture\n"))
+        << "lasts longest";
+    EXPECT_THAT(szTable, HasSubstr("   63.1 us   63.1 us   63.1 us   63.1 us    1.5 ms  " +
+                                   WatchTexts_GetUtc(iStepsBeginUtcNs).substr(0, 10)));
 }
 
 TEST(Report, QuotesNamesForSpreadsheets)

@@ -72,6 +72,95 @@ struct SRun
 
 } // namespace
 
+TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    SMadeUpSecond oSecond = MakeSecond(5, 1);
+    SMinuteSummary& roMinute = oSecond.aoMinutes.front();
+    roMinute.oPoint.oPhaseSeconds = {-1e-6, 1e-9, true};
+    roMinute.oPoint.flPhaseMinSeconds = -2e-6;
+    roMinute.oPoint.eLock = ELockState::PASSING;
+    roMinute.oPoint.uiRepeated = 7;
+    roMinute.oPoint.uiCadence = Cadence_Pack({{3, 2}, 2});
+    roMinute.oPoint.oLoaned = {2.5F, 1, 4};
+    roMinute.uiQueuePoints = 5;
+    roMinute.oPacing.auiCounts[3] = 1;
+    roMinute.oPacing.auiCounts[uiPacingBins / 2] = 300'000;
+    roMinute.oPacing.oWorst = {-0.03, iStepsBeginUtcNs};
+    oSecond.aoEvents.front().flSeconds = 0.25;
+    oSecond.aoMinutes.front().oPoint.eState = EStreamState::RUNNING;
+    {
+        SRun oRun(szFile);
+        EXPECT_EQ(oRun.oRemains.uiLastEvent, 0U);
+        oRun.oWriter.Put(oSecond.GetStep());
+    }
+    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+    ASSERT_EQ(aoEvents.size(), 1U);
+    EXPECT_EQ(aoEvents[0].uiTick, UINT64_MAX - 1);
+    EXPECT_EQ(aoEvents[0].flSeconds, 0.25);
+
+    const SRun oNext(szFile, 30);
+    EXPECT_EQ(oNext.oRemains.uiLastEvent, 1U);
+    ASSERT_EQ(oNext.oRemains.aoEarlier.size(), 1U);
+    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.eState, EEarlierState::RUNNING);
+    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.iUtcNs, oSecond.poPublication->oSnapshot.oClock.iUtcNs);
+    ASSERT_EQ(oNext.oRemains.aoRunning.size(), 1U);
+    const SHistoryPoint& roPoint = oNext.oRemains.aoRunning[0].oPoint;
+    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiPoints, 5U);
+    EXPECT_EQ(roPoint.oPhaseSeconds.flValue, -1e-6);
+    EXPECT_TRUE(roPoint.oPhaseSeconds.bIsValid);
+    EXPECT_FALSE(roPoint.oRateHz.bIsValid);
+    EXPECT_EQ(roPoint.flPhaseMinSeconds, -2e-6);
+    EXPECT_EQ(roPoint.eLock, ELockState::PASSING);
+    EXPECT_EQ(roPoint.uiRepeated, 7U);
+    EXPECT_EQ(Cadence_Unpack(roPoint.uiCadence), (SCadence{{3, 2}, 2}));
+    EXPECT_EQ(roPoint.oLoaned.flMean, 2.5F);
+    EXPECT_EQ(roPoint.oLoaned.uiMost, 4U);
+    EXPECT_FALSE(roPoint.oReady.IsKnown() || roPoint.flHeldSeconds >= 0.0F);
+    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiQueuePoints, 5U);
+    EXPECT_EQ(oNext.oRemains.aoRunning[0].oPacing.auiCounts, roMinute.oPacing.auiCounts);
+    EXPECT_EQ(roPoint.oPacing.flWorst, -0.03F);
+    EXPECT_EQ(oNext.oRemains.aoRunning[0].oPacing.oWorst.iUtcNs, iStepsBeginUtcNs);
+}
+
+// A run that was killed ends where it wrote last, and its unfinished minute is kept as it is.
+TEST(Store, ShowsTheGapBehindARunThatWasKilled)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    const pid_t iChild = fork();
+    if (iChild == 0)
+    {
+        SRun oRun(szFile);
+        SMadeUpSecond oSecond = MakeSecond(7, 1);
+        SIncident& roIncident = oSecond.poPublication->oJudgement.aoIncidents.emplace_back();
+        roIncident.uiNumber = 4;
+        roIncident.iBeginUtcNs = iStepsBeginUtcNs + 5 * iNsPerSecond;
+        oRun.oWriter.Put(oSecond.GetStep());
+        oRun.oWriter.KeepDelivered(1);
+        static_cast<void>(Await([&] { return !ReadEvents(szFile).empty(); }));
+        raise(SIGKILL);
+    }
+    waitpid(iChild, nullptr, 0);
+    const SRun oNext(szFile, 10 * iMinute);
+    EXPECT_EQ(oNext.oRemains.uiLastEvent, 3U);
+    EXPECT_TRUE(oNext.oRemains.aoRunning.empty());
+    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
+    ASSERT_EQ(aoEvents.size(), 3U);
+    EXPECT_EQ(aoEvents[1].eKind, EWatchEventKind::WATCH_ENDED);
+    EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
+    EXPECT_EQ(aoEvents[2].eKind, EWatchEventKind::INCIDENT_ENDED) << "with the run, and that is told";
+    EXPECT_EQ(aoEvents[2].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
+    ASSERT_EQ(oNext.oRemains.aoEnded.size(), 1U);
+    EXPECT_EQ(oNext.oRemains.aoEnded[0].second.uiNumber, 4U);
+    EXPECT_EQ(oNext.oRemains.aoEnded[0].first.flSeconds, 2.0);
+    ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
+    EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
+    ASSERT_FALSE(FindRuns(szFile).empty());
+    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::BROKEN);
+}
+
 // What was seen in the store before the kill is in it afterwards, and all of a second or nothing.
 TEST(Store, IsWholeAfterAHundredKills)
 {
@@ -208,8 +297,8 @@ TEST(Store, IsTidiedUpLaterWhenThatCannotBeDoneAtTheBegin)
     EXPECT_EQ(ReadEvents(szFile).back().uiNumber, 2U) << "behind the end of the stream of then";
 }
 
-// Stores of the first layout are read as they are, and written once they are like the others.
-TEST(Store, TakesUpOneOfTheFirstLayout)
+// Stores of older layouts are read as they are, and written once they are like the others.
+TEST(Store, TakesUpOneOfAnOlderLayout)
 {
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "store";
@@ -219,9 +308,20 @@ TEST(Store, TakesUpOneOfTheFirstLayout)
     }
     StoreFilePtr poFile;
     ASSERT_EQ(StoreFile_OpenForWriting(szFile, poFile).GetText(), "");
-    ASSERT_TRUE(StoreFile_Run(poFile.get(), "ALTER TABLE runs RENAME COLUMN ending TO is_closed;"
-                                            "DROP TABLE incidents;DROP TABLE delivered;PRAGMA user_version=1"));
+    std::string szSql = "ALTER TABLE runs RENAME COLUMN ending TO is_closed;"
+                        "DROP TABLE incidents;DROP TABLE delivered;PRAGMA user_version=1;";
+    CStoreStatement oLater(poFile.get(), "SELECT name FROM pragma_table_info('minutes') WHERE cid > (SELECT cid FROM "
+                                         "pragma_table_info('minutes') WHERE name = 'state')");
+    while (oLater.Next())
+    {
+        const std::string szColumn = oLater.GetText();
+        szSql += "ALTER TABLE minutes DROP COLUMN " + szColumn + ";ALTER TABLE running DROP COLUMN " + szColumn + ";";
+    }
+    ASSERT_TRUE(StoreFile_Run(poFile.get(), szSql.c_str())) << sqlite3_errmsg(poFile.get());
     poFile.reset();
+    ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
+    EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 60U);
+    EXPECT_FALSE(ReadMinutes(szFile)[0].oPoint.oReady.IsKnown());
     ASSERT_EQ(FindRuns(szFile).size(), 1U);
     EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::CLOSED);
     EXPECT_EQ(FindRuns(szFile)[0].szHost, "wall");
@@ -230,6 +330,7 @@ TEST(Store, TakesUpOneOfTheFirstLayout)
         oRun.oWriter.Put(MakeSecond(iMinute, 2).GetStep());
     }
     EXPECT_EQ(FindRuns(szFile).size(), 2U);
+    EXPECT_EQ(ReadMinutes(szFile).size(), 2U);
     CStoreReader oReader(szFile);
     SEventQuery oQuery;
     oQuery.iFromUtcNs = 0; // found by moments

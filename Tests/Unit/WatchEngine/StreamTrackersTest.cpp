@@ -104,6 +104,36 @@ TEST(FeedTracker, TellsABreakAtItsField)
     EXPECT_EQ(oFeed.aoNotes[0].uiTick, (uiEarly + 3) * uiPeriod);
 }
 
+// Whatever a watcher misses, a film goes on in its cadence, and breaks it behind the gap as before it.
+TEST(FeedTracker, TakesUpItsCadenceBehindAGap)
+{
+    for (int iMissed = 1; iMissed <= 120; ++iMissed)
+    {
+        SFeed oFeed;
+        oFeed.Repeat({3, 2}, 5.0);
+        const auto HasNew = [](uint64_t uiPlace) { return uiPlace % 5 == 0 || uiPlace % 5 == 3; };
+        uint64_t uiSet = 0;
+        uint64_t uiPlace = 0; // in the cadence
+        for (; uiPlace < static_cast<uint64_t>(iMissed); ++uiPlace)
+        {
+            uiSet += HasNew(uiPlace) ? 1U : 0U;
+        }
+        oFeed.Show(uiSet + (HasNew(uiPlace) ? 1U : 0U), iMissed + 1);
+        for (const uint64_t uiEnd = ++uiPlace + 60; uiPlace < uiEnd; ++uiPlace)
+        {
+            oFeed.Show(HasNew(uiPlace) ? 1U : 0U);
+        }
+        EXPECT_TRUE(oFeed.aoNotes.empty()) << iMissed;
+        EXPECT_EQ(ToText(oFeed.oTracker.GetCadence()), "3:2");
+        EXPECT_EQ(oFeed.uiBeyond, 0U);
+        for (int iField = 0; iField < 4; ++iField)
+        {
+            oFeed.Show(0);
+        }
+        EXPECT_EQ(oFeed.aoNotes.size(), 1U) << iMissed;
+    }
+}
+
 TEST(FeedTracker, TellsAStallFromItsFirstFieldAndAGapFromAStall)
 {
     SFeed oFeed;
@@ -287,16 +317,16 @@ TEST(Pacing, KeepsPercentilesWithinABinAndAddsUp)
         const double flSeconds = uiField == 77 ? -0.0123 : oNormal(oRandom);
         SPacingHistogram& roPart = aoParts[uiField % 2];
         ++roPart.auiCounts[Pacing_GetBin(flSeconds)];
-        if (std::abs(flSeconds) > std::abs(roPart.flWorstSeconds))
+        if (std::abs(flSeconds) > std::abs(roPart.oWorst.flSeconds))
         {
-            roPart.flWorstSeconds = flSeconds;
+            roPart.oWorst.flSeconds = flSeconds;
         }
         aflTrue.push_back(std::abs(flSeconds));
     }
     SPacingHistogram oBoth = aoParts[0];
     Pacing_Merge(oBoth, aoParts[1]);
-    EXPECT_DOUBLE_EQ(oBoth.flWorstSeconds, -0.0123);
-    EXPECT_EQ(Pacing_GetGrowth(oBoth, aoParts[1]).auiCounts, aoParts[0].auiCounts);
+    EXPECT_DOUBLE_EQ(oBoth.oWorst.flSeconds, -0.0123);
+    EXPECT_EQ(Pacing_GetGrowth(oBoth, aoParts[1], {}).auiCounts, aoParts[0].auiCounts);
     std::ranges::sort(aflTrue);
     for (const double flShare : {0.5, 0.95, 0.99, 0.999})
     {

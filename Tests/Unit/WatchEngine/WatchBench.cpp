@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 
 namespace
 {
@@ -96,6 +97,11 @@ int64_t CWatchBench::ToUtcNs(uint64_t uiTick) const
     return static_cast<int64_t>(ToMonotonicNs(uiTick)) + gc_iUtcOffsetNs;
 }
 
+int64_t CWatchBench::GetHandedInUtcNs() const
+{
+    return static_cast<int64_t>(m_uiNowNs + gc_uiHandedInNs) + gc_iUtcOffsetNs;
+}
+
 uint64_t CWatchBench::DrawLatency()
 {
     return static_cast<uint64_t>(m_oSetup.flLatencyNs +
@@ -167,6 +173,18 @@ void CWatchBench::Step(SStream& roStream)
     {
         fnField({roStream.eDirection, roStream.uiIndex}, oRecord);
     }
+    VtVideo_VidParam oTimings = {};
+    ReadTimings(roStream, oTimings);
+    if (eStatus == VtStatus_OK && std::memcmp(&oTimings, &roStream.oTimings, sizeof(oTimings)) != 0)
+    {
+        Describe(roStream, oRecord.uiArrivalNs);
+    }
+}
+
+void CWatchBench::ReadTimings(const SStream& roStream, VtVideo_VidParam& roTimings)
+{
+    static_cast<void>(roStream.hIn != nullptr ? VtVideoIn_GetDetectedVideoParameters(roStream.hIn, &roTimings)
+                                              : VtVideoOut_GetVideoParameters(roStream.hOut, &roTimings));
 }
 
 void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
@@ -184,22 +202,22 @@ void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
     AskSkipped(roStream.uiIndex, roRecord);
 }
 
-void CWatchBench::Describe(const SStream& roStream)
+void CWatchBench::Describe(SStream& roStream, uint64_t uiMomentNs)
 {
     SStreamDescription oDescription = {};
-    oDescription.uiMomentNs = m_uiNowNs;
+    oDescription.uiMomentNs = uiMomentNs;
+    ReadTimings(roStream, oDescription.oTimings);
+    roStream.oTimings = oDescription.oTimings;
     uint64_t uiLuid = 0;
     uint32_t uiInternal = 0;
     if (roStream.hIn != nullptr)
     {
-        VtVideoIn_GetDetectedVideoParameters(roStream.hIn, &oDescription.oTimings);
         VtVideoIn_GetCaptureState(roStream.hIn, &oDescription.eCaptureState, &oDescription.uiNbOfBuffer,
                                   &oDescription.uiReadyBufferCount, &oDescription.uiLoanBufferCount, &uiInternal);
         AskSkipped(roStream.uiIndex, oDescription);
     }
     else
     {
-        VtVideoOut_GetVideoParameters(roStream.hOut, &oDescription.oTimings);
         VtVideoOut_GetPowerState(roStream.hOut, &oDescription.ePowerState);
         VtVideoOut_GetBufferAttributes(roStream.hOut, &oDescription.ePixelFormat, &oDescription.uiWidth,
                                        &oDescription.uiHeight, &uiLuid);
@@ -223,7 +241,7 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
             {
                 Step(roStream);
             }
-            Describe(roStream);
+            Describe(roStream, m_uiNowNs);
         }
         SClockReading oClock = {};
         oClock.uiMonotonicNs = m_uiNowNs + gc_uiAnalysedNs;

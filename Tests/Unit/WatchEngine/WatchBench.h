@@ -55,6 +55,8 @@ public:
     const SWatchEvent* Find(EWatchEventKind eKind, uint32_t uiIndex) const;
     static VtSim_Field GetTruth(EStreamDirection eDirection, uint32_t uiIndex, uint64_t uiField);
     int64_t ToUtcNs(uint64_t uiTick) const;
+    /* Up to when the streams' waits have been made. */
+    int64_t GetHandedInUtcNs() const;
 
     // Called after every second's analysis.
     std::function<void(const CWatchEngine& roEngine, std::span<const SWatchEvent> aoEvents)> fnSecond;
@@ -71,11 +73,12 @@ private:
         uint32_t uiIndex;
         VtVideoIn_Handle hIn;
         VtVideoOut_Handle hOut;
-        uint64_t uiWaitNs;      // when the next wait begins
-        uint64_t uiRunDelayNs;  // for the next record
-        uint64_t uiNotBeforeNs; // the next arrival
-        uint64_t uiAheadNs;     // start of the last field
-        uint64_t uiPosition;    // of the board after the last wait
+        uint64_t uiWaitNs;         // when the next wait begins
+        uint64_t uiRunDelayNs;     // for the next record
+        uint64_t uiNotBeforeNs;    // the next arrival
+        uint64_t uiAheadNs;        // start of the last field
+        uint64_t uiPosition;       // of the board after the last wait
+        VtVideo_VidParam oTimings; // as they were described; others are described at their first field
     };
 
     VtSim_Stream Name(const SStream& roStream) const;
@@ -85,7 +88,8 @@ private:
     uint64_t FindHang(SStream& roStream) const;
     uint64_t StepOver(const SStream& roStream, uint64_t uiUntilNs) const;
     void Step(SStream& roStream);
-    void Describe(const SStream& roStream);
+    void Describe(SStream& roStream, uint64_t uiMomentNs);
+    static void ReadTimings(const SStream& roStream, VtVideo_VidParam& roTimings);
     static void AskBuffers(const SStream& roStream, SFieldRecord& roRecord);
 
     SBenchSetup m_oSetup;

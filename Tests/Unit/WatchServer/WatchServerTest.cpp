@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -211,6 +212,16 @@ TEST_F(WatchServerTest, AScrapeTellsOfOnePublication)
     EXPECT_THAT(szScrape, Not(HasSubstr("Nan"))) << "not known is absent";
     EXPECT_THAT(szScrape, HasSubstr("connector=\"<img src=x onerror=alert(1)> \\\"\\\\\""));
     EXPECT_LT(szScrape.size(), 320U * 1024U);
+    // A state set: every status of every domain, one of them 1; and every cause, also those that there were none of.
+    const auto Count = [&](const std::string& rszLine)
+    {
+        const std::regex oLine("\n" + rszLine);
+        return std::distance(std::sregex_iterator(szScrape.begin(), szScrape.end(), oLine), {});
+    };
+    const std::string szStream = "\\{direction=\"output\",index=\"2\",";
+    EXPECT_EQ(Count("vt_video_health" + szStream + "domain=\"[a-z]+\",status=\"[a-z_]+\"\\} [01](?=\n)"), 24);
+    EXPECT_EQ(Count("vt_video_health" + szStream + "domain=\"[a-z]+\",status=\"inactive\"\\} 1(?=\n)"), 6);
+    EXPECT_EQ(Count("vt_video_fields_unobserved_cause_total" + szStream + "cause=\"[a-z_]+\"\\} 0(?=\n)"), 4);
 }
 
 // Of streams that everything has befallen, and that stand in a group and drift.

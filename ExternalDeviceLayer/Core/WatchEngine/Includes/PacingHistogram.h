@@ -38,13 +38,19 @@ constexpr std::array<double, uiPacingBinsPerSign> aflPacingBounds = []
     return aflBounds;
 }();
 
+// The field that is farthest off its grid.
+struct SPacingWorst
+{
+    double flSeconds = 0.0; // signed: positive is late
+    int64_t iUtcNs = 0;     // its start; 0: there is none
+};
+
 struct SPacingHistogram
 {
     // From the earliest fields to the latest: the middle one holds what is within 1 us.
     std::array<uint64_t, uiPacingBins> auiCounts = {};
     double flSumSeconds = 0.0;
-    double flWorstSeconds = 0.0; // signed: positive is late
-    int64_t iWorstUtcNs = 0;     // the field's start
+    SPacingWorst oWorst;
 };
 
 // Percentiles of the size of the deviation, seconds.
@@ -61,8 +67,9 @@ struct SPacingFigures
 uint32_t Pacing_GetBin(double flSeconds);
 /* Adds one histogram to another one. */
 void Pacing_Merge(SPacingHistogram& roInto, const SPacingHistogram& roFrom);
-/* What came on top of an earlier state of the same histogram; the worst field is not among it. */
-SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHistogram& roBefore);
+/* What came on top of an earlier state of the same histogram; oWorst: the worst field of that. */
+SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHistogram& roBefore,
+                                  const SPacingWorst& roWorst);
 /*
  * The deviation's size that a share of all fields does not exceed, seconds: the upper bound of the bin in which it
  * lies; 0 within 1 us, and beyond the last bound the worst field's. 0 without fields.

@@ -41,8 +41,9 @@ struct SQueueFigures
     // the rate at which pictures come (J. D. C. Little, "A Proof for the Queuing Formula L = lambda W", 1961).
     double flHeldSeconds = 0.0;
     bool bIsHeldKnown = false;
-    bool bIsConsumerStalled = false;        // nothing has been taken out of a full queue for a second
-    int64_t iConsumerStalledSinceUtcNs = 0; // the first buffer skipped since then
+    bool bIsConsumerStalled = false;        // no buffer has been left for a second, and pictures went by
+    int64_t iConsumerTookUtcNs = 0;         // the field with which the last stall ended; 0: there was none
+    int64_t iConsumerStalledSinceUtcNs = 0; // the first field by which the queue filled, or went by if it was full
 };
 
 // In how many fields each picture of an output is shown: 3:2 is {3, 2}. Empty: no rule.

@@ -27,7 +27,7 @@ enum class EWatchEventKind : uint8_t
     FORMAT_CHANGED,      // uiBefore, uiAfter: VtPixelFormat
     CAPTURE_CHANGED,     // uiBefore, uiAfter: VtVideoIn_State
     POWER_CHANGED,       // uiBefore, uiAfter: VtVideoOut_PowerState
-    BUFFERS_SKIPPED,     // uiCount buffers
+    BUFFERS_SKIPPED,     // uiCount buffers; flSeconds: how long the queue took to fill before, 0: it was full
     BUFFERS_REPEATED,    // outputs: uiCount fields that showed a buffer once more
     BUFFERS_OVERWRITTEN, // outputs: uiCount buffers replaced before they were shown
     LOCK_CHANGED,        // against the direction's reference; uiBefore, uiAfter: ELockState

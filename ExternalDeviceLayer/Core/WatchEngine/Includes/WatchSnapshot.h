@@ -146,6 +146,7 @@ struct SStreamFigures
     SIntervalHistogram oIntervals;          // of the last 10 s
     SWakeHistogram oWakes;                  // since the watch began
     SPacingHistogram oPacing;               // likewise
+    SPacingWorst oPacingWorst;              // since the snapshot before
     SQueueFigures oQueue;                   // inputs
     SFeedFigures oFeed;                     // outputs
     SFieldOrderFigures oFieldOrder;

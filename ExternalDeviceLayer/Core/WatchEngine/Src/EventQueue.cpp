@@ -143,7 +143,8 @@ void CEventQueue::AddHappening(const SPending& roPending)
     {
         SWatchEvent& roInto = m_aoHappened[roEpisode.uiHappening - 1].oEvent;
         roInto.uiCount += roPending.oEvent.uiCount;
-        roInto.flSeconds += roPending.oEvent.flSeconds;
+        // How long a queue took to fill belongs to the first skip, like the moment.
+        roInto.flSeconds += roInto.eKind == EWatchEventKind::BUFFERS_SKIPPED ? 0.0 : roPending.oEvent.flSeconds;
     }
     else if (m_aoHappened.size() < uiMostPending)
     {

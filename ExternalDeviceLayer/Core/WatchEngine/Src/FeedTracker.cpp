@@ -47,6 +47,10 @@ void CFeedTracker::TakeNew(int64_t iFields, uint64_t uiTick, SFeedResult& roResu
     {
         TakeRun(uiTick, roResult);
     }
+    else
+    {
+        m_uiPhases = (1U << m_oCadence.uiNbOfRuns) - 1; // any
+    }
     // In a gap nobody knows which field the picture began with.
     m_bIsRunWhole = iFields == 1;
     m_bIsBroken = false;
@@ -82,7 +86,8 @@ void CFeedTracker::TakeRepeat(int64_t iFields, uint64_t uiTick, SFeedResult& roR
 // The present run is over: what it says of the cadence.
 void CFeedTracker::TakeRun(uint64_t uiTick, SFeedResult& roResult)
 {
-    if (m_oCadence.IsKnown() && m_uiRun != GetDueRun())
+    const uint32_t uiNext = GetNextPhases();
+    if (m_oCadence.IsKnown() && uiNext == 0)
     {
         if (IsOfEstimate(uiTick))
         {
@@ -90,6 +95,7 @@ void CFeedTracker::TakeRun(uint64_t uiTick, SFeedResult& roResult)
         }
         Break(uiTick, roResult);
     }
+    m_uiPhases = uiNext;
     for (uint32_t uiLength = 1; uiLength <= SCadence::msc_uiMostRuns; ++uiLength)
     {
         const bool bMatches = m_uiNbOfRuns >= uiLength && m_uiRun <= msc_uiLongestRun && GetRun(uiLength) == m_uiRun;
@@ -119,12 +125,15 @@ void CFeedTracker::FindCadence(uint64_t uiTick, SFeedResult& roResult)
             oCadence.auiRuns[uiRun] = static_cast<uint8_t>(GetRun(uiLength - uiRun));
         }
         SCadence oLargest = oCadence;
+        uint32_t uiTurns = 0;
         for (uint32_t uiTurn = 1; uiTurn < uiLength; ++uiTurn)
         {
             std::rotate(oCadence.auiRuns.begin(), oCadence.auiRuns.begin() + 1, oCadence.auiRuns.begin() + uiLength);
-            oLargest = oCadence.auiRuns > oLargest.auiRuns ? oCadence : oLargest;
+            uiTurns = oCadence.auiRuns > oLargest.auiRuns ? uiTurn : uiTurns;
+            oLargest = uiTurns == uiTurn ? oCadence : oLargest;
         }
         SetCadence(oLargest, uiTick, roResult);
+        m_uiPhases = 1U << ((uiLength - uiTurns) % uiLength);
         return;
     }
 }
@@ -145,10 +154,27 @@ void CFeedTracker::SetCadence(const SCadence& roCadence, uint64_t uiTick, SFeedR
     m_uiCadenceTick = uiTick;
 }
 
-// How long the present run is due to be.
+// Which the next run may be, behind the one that is over; 0: that was none that was due.
+uint32_t CFeedTracker::GetNextPhases() const
+{
+    uint32_t uiNext = 0;
+    for (uint32_t uiPhase = 0; uiPhase < m_oCadence.uiNbOfRuns; ++uiPhase)
+    {
+        const bool bIsDue = (m_uiPhases >> uiPhase & 1U) != 0 && m_oCadence.auiRuns[uiPhase] == m_uiRun;
+        uiNext |= bIsDue ? 1U << ((uiPhase + 1) % m_oCadence.uiNbOfRuns) : 0U;
+    }
+    return uiNext;
+}
+
+// How long the present run may be; behind a gap it may be any.
 uint32_t CFeedTracker::GetDueRun() const
 {
-    return GetRun(m_oCadence.uiNbOfRuns);
+    uint32_t uiDue = 0;
+    for (uint32_t uiPhase = 0; uiPhase < m_oCadence.uiNbOfRuns; ++uiPhase)
+    {
+        uiDue = (m_uiPhases >> uiPhase & 1U) != 0 ? std::max<uint32_t>(uiDue, m_oCadence.auiRuns[uiPhase]) : uiDue;
+    }
+    return uiDue;
 }
 
 // By how much the present run may be too long: a picture that was missed adds its own run.

@@ -3,7 +3,8 @@
  *
  * Between two fields that bring another picture lies a run of fields that show one. A cadence is a sequence of at most
  * five runs that has repeated itself for a second and three times at least; the shortest that does. It breaks with the
- * first field that brings a picture too early, or none where one was due. A gap in the fields leaves it alone. A feed
+ * first field that brings a picture too early, or none where one was due. A gap in the fields leaves it alone: behind
+ * one it may go on with any of its runs. A feed
  * is stalled when no picture has come for a second and for three times the longest of its last eight runs.
  *
  * Where the board estimates what was set, a look that it missed makes an odd run or two. They break nothing, and repeat
@@ -62,6 +63,7 @@ private:
     void Break(uint64_t uiTick, SFeedResult& roResult);
     void SetCadence(const SCadence& roCadence, uint64_t uiTick, SFeedResult& roResult);
     uint32_t GetRun(uint32_t uiBack) const { return m_auiRuns[(m_uiNbOfRuns - uiBack) % msc_uiRuns]; }
+    uint32_t GetNextPhases() const;
     uint32_t GetDueRun() const;
     uint32_t GetSlack(uint64_t uiTick) const;
     bool IsOfEstimate(uint64_t uiTick);
@@ -85,6 +87,7 @@ private:
     std::array<uint32_t, SCadence::msc_uiMostRuns + 1> m_auiMatches = {}; // by length: runs that repeat
     std::array<uint64_t, SCadence::msc_uiMostRuns + 1> m_auiMatchTicks = {};
     SCadence m_oCadence;
+    uint32_t m_uiPhases = 0; // bit p: the present run may be the p-th of the cadence
     SCadence m_oLastCadence; // that there was
 };
 

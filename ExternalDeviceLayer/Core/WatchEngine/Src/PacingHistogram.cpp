@@ -34,14 +34,14 @@ void Pacing_Merge(SPacingHistogram& roInto, const SPacingHistogram& roFrom)
         roInto.auiCounts[uiBin] += roFrom.auiCounts[uiBin];
     }
     roInto.flSumSeconds += roFrom.flSumSeconds;
-    if (std::abs(roFrom.flWorstSeconds) > std::abs(roInto.flWorstSeconds))
+    if (std::abs(roFrom.oWorst.flSeconds) > std::abs(roInto.oWorst.flSeconds))
     {
-        roInto.flWorstSeconds = roFrom.flWorstSeconds;
-        roInto.iWorstUtcNs = roFrom.iWorstUtcNs;
+        roInto.oWorst = roFrom.oWorst;
     }
 }
 
-SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHistogram& roBefore)
+SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHistogram& roBefore,
+                                  const SPacingWorst& roWorst)
 {
     SPacingHistogram oGrowth;
     for (uint32_t uiBin = 0; uiBin < uiPacingBins; ++uiBin)
@@ -49,6 +49,7 @@ SPacingHistogram Pacing_GetGrowth(const SPacingHistogram& roNow, const SPacingHi
         oGrowth.auiCounts[uiBin] = roNow.auiCounts[uiBin] - roBefore.auiCounts[uiBin];
     }
     oGrowth.flSumSeconds = roNow.flSumSeconds - roBefore.flSumSeconds;
+    oGrowth.oWorst = roWorst;
     return oGrowth;
 }
 
@@ -69,7 +70,7 @@ double Pacing_GetPercentile(const SPacingHistogram& roHistogram, double flShare)
             return aflPacingBounds[uiStep];
         }
     }
-    return std::max(std::abs(roHistogram.flWorstSeconds), aflPacingBounds.back());
+    return std::max(std::abs(roHistogram.oWorst.flSeconds), aflPacingBounds.back());
 }
 
 SPacingFigures Pacing_GetFigures(const SPacingHistogram& roHistogram)

@@ -20,6 +20,8 @@ public:
     /* The signal begins anew. */
     void Restart()
     {
+        m_uiLeft = 0;
+        m_uiFillTick = 0;
         m_uiSkipTick = 0;
         m_bIsStalled = false;
     }
@@ -45,8 +47,13 @@ public:
      */
     void Fill(uint64_t uiNowNs, double flPicturesPerSecond, SQueueFigures& roFigures) const;
 
-    /* 0: the consumer is not stalled. */
-    uint64_t GetStalledTick() const { return m_bIsStalled ? m_uiSkipTick : 0; }
+    /* Since when too little is taken. 0: the consumer is not stalled. */
+    uint64_t GetStalledTick() const { return m_bIsStalled ? m_uiSinceTick : 0; }
+    /* The field with which the last stall ended; 0: there was none. */
+    uint64_t GetTakenTick() const { return m_uiTakenTick; }
+    /* How long the queue took to fill, in ticks, when the field taken in last is the first one for which it had no
+     * room; otherwise 0. */
+    uint64_t GetFillTicks(uint64_t uiTick) const { return uiTick == m_uiSkipTick ? uiTick - m_uiSinceTick : 0; }
 
 private:
     struct SLevel
@@ -74,24 +81,48 @@ private:
         const bool bSkips = m_bHasSkipped && roRecord.uiSkippedBuffers != m_uiSkipped;
         m_bHasSkipped = roRecord.bHasSkippedBuffers;
         m_uiSkipped = roRecord.uiSkippedBuffers;
+        TakeLeft(roRecord.uiInternalBuffers, roRecord.uiTick);
         // The board has no buffer left for the next picture.
-        const bool bIsFull = roRecord.uiInternalBuffers == 0 && m_bHasSkipped;
+        const bool bIsFull = m_uiLeft == 0 && m_bHasSkipped;
         if (!bIsFull)
         {
+            m_uiTakenTick = m_bIsStalled ? roRecord.uiTick : m_uiTakenTick;
             m_uiSkipTick = 0;
         }
         else if (bSkips && m_uiSkipTick == 0)
         {
+            // Who stopped taking did so when the queue began to fill; a queue that has stood full is full by habit.
+            const bool bHasFilled = m_uiFillTick != 0 && roRecord.uiTick - m_uiFullTick < m_uiSecond;
             m_uiSkipTick = roRecord.uiTick;
+            m_uiSinceTick = bHasFilled ? m_uiFillTick : roRecord.uiTick;
         }
         m_bIsStalled = m_uiSkipTick != 0 && roRecord.uiTick - m_uiSkipTick >= m_uiSecond;
+    }
+    // The queue fills while the board has fewer buffers left from field to field, and never more.
+    void TakeLeft(uint16_t uiLeft, uint64_t uiTick)
+    {
+        if (uiLeft > m_uiLeft)
+        {
+            m_uiFillTick = 0;
+        }
+        else if (uiLeft < m_uiLeft)
+        {
+            m_uiFillTick = m_uiFillTick != 0 ? m_uiFillTick : uiTick;
+            m_uiFullTick = uiTick;
+        }
+        m_uiLeft = uiLeft;
     }
     SQueueWindow GetWindow(uint64_t uiEnd, uint32_t uiSeconds) const;
 
     uint64_t m_uiSecond; // ticks
     uint64_t m_uiSkipped = 0;
     bool m_bHasSkipped = false;
-    uint64_t m_uiSkipTick = 0; // the first field that skipped since the queue stands full; 0: none
+    uint16_t m_uiLeft = 0;      // buffers in the board's hands
+    uint64_t m_uiFillTick = 0;  // the first field of those that filled the queue up to now; 0: somebody took
+    uint64_t m_uiFullTick = 0;  // the last one of them
+    uint64_t m_uiSkipTick = 0;  // the first field that skipped since the queue stands full; 0: none
+    uint64_t m_uiSinceTick = 0; // since when too little has been taken for that
+    uint64_t m_uiTakenTick = 0;
     bool m_bIsStalled = false;
     std::array<SSecond, 64> m_aoSeconds = {};
 };

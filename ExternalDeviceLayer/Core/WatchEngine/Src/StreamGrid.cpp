@@ -64,9 +64,9 @@ void CStreamGrid::CountDeviation(double flTicks, uint64_t uiTick)
     SPacingHistogram& roPacing = m_roOutput.GetFigures().oPacing;
     ++roPacing.auiCounts[Pacing_GetBin(flSeconds)];
     roPacing.flSumSeconds += flSeconds;
-    if (std::abs(flSeconds) > std::abs(roPacing.flWorstSeconds))
+    if (std::abs(flSeconds) > std::abs(m_flWorstSeconds))
     {
-        roPacing.flWorstSeconds = flSeconds;
+        m_flWorstSeconds = flSeconds;
         m_uiWorstTick = uiTick;
     }
 }
@@ -74,10 +74,17 @@ void CStreamGrid::CountDeviation(double flTicks, uint64_t uiTick)
 void CStreamGrid::Analyse(const SClockReading& roClock)
 {
     const CTickClock& roTicks = m_roOutput.GetContext().oClock;
+    SStreamFigures& roFigures = m_roOutput.GetFigures();
+    roFigures.oPacingWorst = {};
     if (m_uiWorstTick != 0 && roTicks.IsKnown())
     {
-        m_roOutput.GetFigures().oPacing.iWorstUtcNs = roClock.GetUtcNs(roTicks.ToMonotonicNs(m_uiWorstTick));
+        roFigures.oPacingWorst = {m_flWorstSeconds, roClock.GetUtcNs(roTicks.ToMonotonicNs(m_uiWorstTick))};
+        m_flWorstSeconds = 0.0;
         m_uiWorstTick = 0;
+    }
+    if (std::abs(roFigures.oPacingWorst.flSeconds) > std::abs(roFigures.oPacing.oWorst.flSeconds))
+    {
+        roFigures.oPacing.oWorst = roFigures.oPacingWorst;
     }
 }
 

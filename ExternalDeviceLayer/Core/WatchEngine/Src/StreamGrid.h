@@ -53,7 +53,8 @@ private:
     CTimeDeviation m_oTimeDeviation;
     int64_t m_iLastSecond = -1; // whose time error has been taken
     double m_flSecondsPerTick;
-    uint64_t m_uiWorstTick = 0; // of a field that is farther off than all before; 0: it has its moment
+    double m_flWorstSeconds = 0.0; // of the field that is farthest off since the last analysis
+    uint64_t m_uiWorstTick = 0;    // its stamp; 0: there is none
 };
 
 #endif

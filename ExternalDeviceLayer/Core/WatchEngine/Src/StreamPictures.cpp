@@ -96,8 +96,9 @@ void CStreamPictures::TakeBuffers(const SFieldRecord& roRecord)
     if (uiSkipped > 0)
     {
         m_roOutput.GetCounters().uiBuffersSkipped += uiSkipped;
-        m_roOutput.AddEvent(m_roOutput.MakeEvent(EWatchEventKind::BUFFERS_SKIPPED, roRecord.uiTick, uiSkipped),
-                            roRecord.uiArrivalNs);
+        SWatchEvent oEvent = m_roOutput.MakeEvent(EWatchEventKind::BUFFERS_SKIPPED, roRecord.uiTick, uiSkipped);
+        oEvent.flSeconds = static_cast<double>(m_oQueue.GetFillTicks(roRecord.uiTick)) * m_roOutput.GetSecondsPerTick();
+        m_roOutput.AddEvent(oEvent, roRecord.uiArrivalNs);
     }
 }
 
@@ -148,6 +149,7 @@ void CStreamPictures::Analyse(const SClockReading& roClock)
         SQueueFigures& roQueue = roFigures.oQueue;
         m_oQueue.Fill(roClock.uiMonotonicNs, flPictures, roQueue);
         roQueue.bIsConsumerStalled = m_oQueue.GetStalledTick() != 0;
+        roQueue.iConsumerTookUtcNs = m_oQueue.GetTakenTick() != 0 ? GetUtcNs(m_oQueue.GetTakenTick(), roClock) : 0;
         roQueue.iConsumerStalledSinceUtcNs =
             roQueue.bIsConsumerStalled ? GetUtcNs(m_oQueue.GetStalledTick(), roClock) : 0;
     }

@@ -53,4 +53,7 @@ private:
     std::unique_ptr<SWatchJudgeState> m_poState;
 };
 
+/* The begin or the end of an incident as an event, without a number. No state; any thread. */
+SWatchEvent WatchJudge_MakeEvent(const SIncident& roIncident, EWatchEventKind eKind);
+
 #endif

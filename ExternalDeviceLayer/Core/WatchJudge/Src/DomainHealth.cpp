@@ -73,6 +73,7 @@ void CDomainHealth::TakeFault(const SDomainFinding& roFinding, const SMoment& ro
     }
     roChange.bBegan = bWasFine || !m_bIsPresent;
     roChange.iUtcNs = roFinding.iBeginUtcNs;
+    m_iBeginUtcNs = roFinding.iBeginUtcNs;
     m_bIsPresent = true;
     m_iEndUtcNs = roFinding.iEndUtcNs;
     const bool bIsAsBad = roFinding.eStatus >= m_oHealth.eStatus;
@@ -90,7 +91,7 @@ void CDomainHealth::TakeFine(const SDomainFinding& roFinding, const SMoment& roN
 {
     if (m_bIsPresent && m_iEndUtcNs == 0)
     {
-        m_iEndUtcNs = roFinding.iFineUtcNs != 0 ? roFinding.iFineUtcNs : roNow.iUtcNs;
+        m_iEndUtcNs = roFinding.iFineUtcNs > m_iBeginUtcNs ? roFinding.iFineUtcNs : roNow.iUtcNs;
         m_uiPresentNs = ToMonotonicNs(m_iEndUtcNs, roNow);
     }
     m_bIsPresent = false;

@@ -13,7 +13,7 @@ struct SDomainFinding
     SHealthReason oReason;
     int64_t iBeginUtcNs = 0;     // of the fault
     int64_t iEndUtcNs = 0;       // until when it lasted; 0: it lasts
-    int64_t iFineUtcNs = 0;      // without a fault: since when that is so; 0: since now
+    int64_t iFineUtcNs = 0;      // without a fault: since when that may be so; before the fault: since now
     uint64_t uiLost = 0;         // this second
     double flAwaySeconds = -1.0; // how long the signal has been away so far; negative: it is there
     bool IsFault() const { return eStatus > EHealthStatus::HEALTHY; }
@@ -60,6 +60,7 @@ private:
     bool m_bIsPresent = false;  // the fault, in the last second
     uint64_t m_uiDelayNs = 0;   // until better counts
     uint64_t m_uiPresentNs = 0; // when it was last as bad as it counts
+    int64_t m_iBeginUtcNs = 0;  // of the fault as it was last found
     int64_t m_iEndUtcNs = 0;    // when the last stretch of the fault ended
     uint64_t m_uiEndedNs = 0;   // when the last fault counted as gone; 0: there was none
 };

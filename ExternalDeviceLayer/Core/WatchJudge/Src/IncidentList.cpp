@@ -5,6 +5,8 @@
 #include <bit>
 #include <cmath>
 
+#include "WatchJudge.h"
+
 namespace
 {
 
@@ -182,7 +184,7 @@ void CIncidentList::Explain(SOpen& roOpen, const std::array<uint32_t, 2>& rauiRu
     roIncident.bIsWhole = bIsGroup ? roIncident.auiStreams[uiDirection] == uiGroup : bHasAll;
 }
 
-void CIncidentList::Tell(const SIncident& roIncident, EWatchEventKind eKind)
+SWatchEvent WatchJudge_MakeEvent(const SIncident& roIncident, EWatchEventKind eKind)
 {
     SWatchEvent oEvent = {};
     oEvent.eKind = eKind;
@@ -197,7 +199,7 @@ void CIncidentList::Tell(const SIncident& roIncident, EWatchEventKind eKind)
         oEvent.uiAfter = roIncident.uiLost;
         oEvent.flSeconds = static_cast<double>(roIncident.iEndUtcNs - roIncident.iBeginUtcNs) * 1e-9;
     }
-    m_aoEvents.push_back(oEvent);
+    return oEvent;
 }
 
 void CIncidentList::Close(const std::array<uint32_t, 2>& rauiRunning)
@@ -211,12 +213,12 @@ void CIncidentList::Close(const std::array<uint32_t, 2>& rauiRunning)
         }
         if (roOpen.bIsNew)
         {
-            Tell(roOpen.oIncident, EWatchEventKind::INCIDENT_BEGAN);
+            m_aoEvents.push_back(WatchJudge_MakeEvent(roOpen.oIncident, EWatchEventKind::INCIDENT_BEGAN));
             roOpen.bIsNew = false;
         }
         if (std::ranges::none_of(roOpen.aoMembers, &SMember::bIsOpen))
         {
-            Tell(roOpen.oIncident, EWatchEventKind::INCIDENT_ENDED);
+            m_aoEvents.push_back(WatchJudge_MakeEvent(roOpen.oIncident, EWatchEventKind::INCIDENT_ENDED));
             m_aoEnded.push_front(roOpen.oIncident);
         }
     }

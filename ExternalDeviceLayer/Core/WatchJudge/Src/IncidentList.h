@@ -67,7 +67,6 @@ private:
     SMember* FindMember(const SStreamKey& roKey, EHealthDomain eDomain, SOpen*& rpoOpen);
     void Join(SOpen& roOpen, const SFaultBegin& roFault);
     static void Explain(SOpen& roOpen, const std::array<uint32_t, 2>& rauiRunning);
-    void Tell(const SIncident& roIncident, EWatchEventKind eKind);
 
     uint64_t m_uiLast;
     uint64_t m_uiBegun = 0;

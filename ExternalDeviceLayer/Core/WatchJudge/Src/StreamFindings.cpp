@@ -160,8 +160,16 @@ SDomainFinding GetConsumer(const SStreamCase& roCase)
         oFinding.uiLost = poSkipped != nullptr ? poSkipped->uiCount : 0;
         return oFinding;
     }
-    return poSkipped != nullptr ? MakeMoment(bIsTold, EHealthReason::BUFFERS_SKIPPED, *poSkipped, 0.0)
-                                : SDomainFinding{};
+    if (poSkipped == nullptr)
+    {
+        SDomainFinding oFine;
+        oFine.iFineUtcNs = roQueue.iConsumerTookUtcNs;
+        return oFine;
+    }
+    SDomainFinding oFinding = MakeMoment(bIsTold, EHealthReason::BUFFERS_SKIPPED, *poSkipped, 0.0);
+    oFinding.iBeginUtcNs -= static_cast<int64_t>(poSkipped->flSeconds * flNsPerSecond);
+    oFinding.iEndUtcNs = std::max(oFinding.iEndUtcNs, roQueue.iConsumerTookUtcNs);
+    return oFinding;
 }
 
 // Who sets those of an output.
@@ -223,7 +231,12 @@ SDomainFinding StreamFindings_GetSignal(const SStreamCase& roCase)
         oFinding =
             MakeFault(roCase.roTold.bRuns, EHealthReason::FIELD_ORDER_SWAPPED, roFigures.oFieldOrder.iSwappedUtcNs);
     }
-    oFinding.iFineUtcNs = std::max(roFigures.iStateSinceUtcNs, roFigures.oFieldOrder.iSwappedUtcNs);
+    oFinding.iFineUtcNs = roFigures.iStateSinceUtcNs;
+    for (const EWatchEventKind eKind : {EWatchEventKind::FIELD_ORDER_SWAPPED, EWatchEventKind::DESCRIPTION_CHANGED})
+    {
+        const SWatchEvent* poChange = roCase.roNews.Find(eKind);
+        oFinding.iFineUtcNs = std::max(oFinding.iFineUtcNs, poChange != nullptr ? poChange->iUtcNs : 0);
+    }
     return oFinding;
 }
 

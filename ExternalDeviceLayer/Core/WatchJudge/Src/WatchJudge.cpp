@@ -25,6 +25,7 @@ struct SJudgedStream
     CStreamHabits oHabits;
     SStreamNews oNews;
     SLockFinding oLock;
+    uint32_t uiLockedWith = 0; // bit i: it is in lock with stream i, or was when one of both stopped
     int64_t iLockedUtcNs = 0;  // when it was last in lock
     int64_t iSteppedUtcNs = 0; // when its grid last moved
     uint64_t uiBeyondBefore = 0;
@@ -100,6 +101,16 @@ void TakeNews(SWatchJudgeState& roJudge, const SJudgeInput& roInput)
     }
 }
 
+// A pair that does not run says nothing of what it was.
+void KeepLock(SJudgedStream& roStream, uint32_t uiPeer, ELockState eLock)
+{
+    if (eLock != ELockState::IDLE)
+    {
+        const uint32_t uiOthers = roStream.uiLockedWith & ~(1U << uiPeer);
+        roStream.uiLockedWith = uiOthers | (eLock == ELockState::LOCKED ? 1U << uiPeer : 0U);
+    }
+}
+
 // A stream against another one of a pair.
 void TakeLock(SJudgedStream& roStream, uint32_t uiPeer, ELockState eLock, const SStreamExpectation& roTold)
 {
@@ -139,6 +150,8 @@ void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiD
     {
         SJudgedStream& roFirst = roDirection.aoStreams[roPair.uiFirst];
         SJudgedStream& roSecond = roDirection.aoStreams[roPair.uiSecond];
+        KeepLock(roFirst, roPair.uiSecond, roPair.eLock);
+        KeepLock(roSecond, roPair.uiFirst, roPair.eLock);
         TakeLock(roFirst, roPair.uiSecond, roPair.eLock, roJudge.GetTold(uiDirection, roPair.uiFirst));
         TakeLock(roSecond, roPair.uiFirst, roPair.eLock, roJudge.GetTold(uiDirection, roPair.uiSecond));
         if (roPair.eLock == ELockState::LOCKED)
@@ -206,6 +219,12 @@ uint64_t FindEvent(const SJudgeInput& roInput, const SStreamFigures& roFigures, 
     return itEvent != roInput.aoEvents.end() ? itEvent->uiNumber : roFigures.oLastEvent.uiNumber;
 }
 
+// Those that it is in lock with; of one that has just left all of them, those that it used to be with.
+uint32_t GetPeers(const SJudgedStream& roStream)
+{
+    return roStream.uiLockedWith != 0 ? roStream.uiLockedWith : roStream.oHabits.Get().uiPeers;
+}
+
 void JudgeDomain(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SStreamCase& roCase,
                  SJudgedStream& roStream, uint32_t uiDomain)
 {
@@ -227,7 +246,7 @@ void JudgeDomain(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SS
     if (oChange.bBegan)
     {
         roJudge.aoBegun.push_back({roFigures.oKey, eDomain, oFinding.iBeginUtcNs, oFinding.iEndUtcNs, oFinding.eStatus,
-                                   oFinding.oReason, GetPeriodSeconds(roFigures), roStream.oHabits.Get().uiPeers,
+                                   oFinding.oReason, GetPeriodSeconds(roFigures), GetPeers(roStream),
                                    FindEvent(roInput, roFigures, oFinding.iBeginUtcNs), oFinding.uiLost});
     }
     else if (roDomain.Get().eStatus > EHealthStatus::HEALTHY)

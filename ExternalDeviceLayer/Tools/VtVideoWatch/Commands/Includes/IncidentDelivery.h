@@ -7,6 +7,7 @@
 #define INCIDENT_DELIVERY_H
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -25,7 +26,7 @@ struct SIncidentNews
     uint64_t uiEvent = 0; // number of its event
     EWatchEventKind eKind = EWatchEventKind::INCIDENT_BEGAN;
     SIncident oIncident;
-    bool bIsOld = false; // the system's journal has it from an earlier run
+    bool bIsOld = false; // the system's journal has it
 };
 
 class CIncidentDelivery
@@ -57,6 +58,9 @@ public:
 
 private:
     void Run();
+    std::deque<SIncidentNews>::iterator FindNews();
+    void TellJournals(std::unique_lock<std::mutex>& roLock);
+    void DeliverFirst(std::unique_lock<std::mutex>& roLock);
     bool Deliver(const SIncidentNews& roNews);
     void Say(const CFault& roFault);
 
@@ -69,6 +73,7 @@ private:
     bool m_bIsFailing = false;
     uint64_t m_uiFailures = 0;
     uint64_t m_uiPauseMs = 0;
+    std::chrono::steady_clock::time_point m_oNextTry;
     std::thread m_oThread;
 };
 

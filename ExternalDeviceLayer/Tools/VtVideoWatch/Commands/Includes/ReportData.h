@@ -29,6 +29,7 @@ struct SReportStream
     bool bHasPhase = false;
     int64_t iLostFromUtcNs = 0; // 0: it was not lost from the first minute on
     SEstimate oDriftPerHour;    // of the rate, relative to it: slope of a line through the minutes
+    SPacingHistogram oPacing;   // of all of its fields
 };
 
 // One hour: fields by the minutes, the rest by the events that began in it.
@@ -67,6 +68,7 @@ struct SReport
     int64_t iFromUtcNs = 0;
     int64_t iToUtcNs = 0;
     std::vector<SStoreRun> aoRuns;
+    std::vector<SIncident> aoIncidents;   // by their begin
     std::vector<SReportOutage> aoOutages; // by their begin
     std::vector<SReportStream> aoStreams;
     std::vector<SReportHour> aoHours; // in which something happened, in order
@@ -75,6 +77,9 @@ struct SReport
 
 /* Puts a report together from a store. */
 SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iToUtcNs);
+
+/* Where the watch, or what is told of it, ends. */
+int64_t ReportData_GetEnd(const SReport& roReport);
 
 /* Adds up the minutes of one of the report's streams, and its hours. */
 void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes);

@@ -11,9 +11,9 @@ namespace
 {
 
 // What the figures tell better, condition by condition.
-bool IsToldByFigures(const SIncident& roIncident)
+bool IsToldByFigures(const SHealthReason& roReason)
 {
-    switch (roIncident.oFirst.eReason)
+    switch (roReason.eReason)
     {
     case EHealthReason::FEED_STALLED:
     case EHealthReason::NOT_FED:
@@ -44,33 +44,65 @@ std::vector<SStreamKey> GetStreams(const SIncident& roIncident)
     return aoStreams;
 }
 
+EVerdict GetVerdict(EHealthStatus eStatus)
+{
+    return eStatus == EHealthStatus::UNHEALTHY ? EVerdict::CRITICAL : EVerdict::WARNING;
+}
+
+const SHealth& GetHealth(const SWatchPublication& roPublication, const SStreamKey& roKey, EHealthDomain eDomain)
+{
+    return WatchPublication_GetHealth(roPublication, roKey).aoDomains[static_cast<size_t>(eDomain)];
+}
+
 // Whether a feed that broke its cadence stands still by now: then that is what there is to say.
 std::string GetText(const SIncident& roIncident, const SWatchPublication& roPublication)
 {
     SIncident oIncident = roIncident;
-    const SHealth& roNow = WatchPublication_GetHealth(roPublication, roIncident.oFirstStream)
-                               .aoDomains[static_cast<size_t>(roIncident.eDomain)];
+    const SHealth& roNow = GetHealth(roPublication, roIncident.oFirstStream, roIncident.eDomain);
     if (roNow.eStatus > EHealthStatus::HEALTHY && roIncident.eShared == EIncidentShare::STREAM)
     {
         oIncident.oFirst = roNow.oReason;
     }
-    std::string szText = HealthTexts_GetIncidentTitle(oIncident);
-    szText += roIncident.uiLost > 0
-                  ? TextFormat_Print(", %llu fields", static_cast<unsigned long long>(roIncident.uiLost))
-                  : "";
-    return szText + ", since " + WatchTexts_GetUtc(roIncident.iBeginUtcNs);
+    const std::string szLost = HealthTexts_GetIncidentLost(roIncident);
+    return HealthTexts_GetIncidentTitle(oIncident) + (szLost.empty() ? "" : ", ") + szLost + ", since " +
+           WatchTexts_GetUtc(roIncident.iBeginUtcNs);
+}
+
+// What is wrong with a stream of an incident beside that with which it began.
+void AddDomains(const SIncident& roIncident, const SStreamKey& roKey, const SWatchPublication& roPublication,
+                SCheckVerdict& roVerdict)
+{
+    for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
+    {
+        const auto eDomain = static_cast<EHealthDomain>(uiDomain);
+        const SHealth& roNow = GetHealth(roPublication, roKey, eDomain);
+        const bool bIsTold = eDomain == roIncident.eDomain && roIncident.eShared == EIncidentShare::STREAM;
+        if (roNow.eStatus > EHealthStatus::HEALTHY && !bIsTold && !IsToldByFigures(roNow.oReason))
+        {
+            const std::string szDomain = HealthTexts_GetDomain(eDomain);
+            roVerdict.aoFindings.push_back({GetVerdict(roNow.eStatus),
+                                            HealthTexts_GetDomain(eDomain),
+                                            szDomain + " of " + StreamId_Print(roKey) + ": " +
+                                                HealthTexts_GetReason(eDomain, roKey.eDirection, roNow.oReason) +
+                                                ", since " + WatchTexts_GetUtc(roNow.iSinceUtcNs),
+                                            {roKey}});
+        }
+    }
 }
 
 void AddIncidents(const SWatchPublication& roPublication, SCheckVerdict& roVerdict)
 {
     for (const SIncident& roIncident : roPublication.oJudgement.aoIncidents)
     {
-        if (!IsToldByFigures(roIncident))
+        const std::vector<SStreamKey> aoStreams = GetStreams(roIncident);
+        if (!IsToldByFigures(roIncident.oFirst))
         {
-            roVerdict.aoFindings.push_back(
-                {roIncident.eWorst == EHealthStatus::UNHEALTHY ? EVerdict::CRITICAL : EVerdict::WARNING,
-                 HealthTexts_GetDomain(roIncident.eDomain), GetText(roIncident, roPublication),
-                 GetStreams(roIncident)});
+            roVerdict.aoFindings.push_back({GetVerdict(roIncident.eWorst), HealthTexts_GetDomain(roIncident.eDomain),
+                                            GetText(roIncident, roPublication), aoStreams});
+        }
+        for (const SStreamKey& roKey : aoStreams)
+        {
+            AddDomains(roIncident, roKey, roPublication, roVerdict);
         }
     }
 }

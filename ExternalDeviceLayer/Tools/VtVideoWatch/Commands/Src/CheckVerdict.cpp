@@ -31,12 +31,6 @@ int GetRank(EVerdict eVerdict)
     return 1;
 }
 
-// "1 field", "2 fields"
-std::string CountOf(uint64_t uiCount, const char* szWhat)
-{
-    return std::to_string(uiCount) + " " + szWhat + (uiCount == 1 ? "" : "s");
-}
-
 const SDirectionFigures& GetDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
     return roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
@@ -153,7 +147,7 @@ void CJudge::JudgeState(const SStreamFigures& roStream, const std::string& rszId
         {
             Find(EVerdict::WARNING, "expect", {roStream.oKey},
                  TextFormat_Print("%s lost its signal %s, for %.3f s", rszId.c_str(),
-                                  CountOf(roStream.oCounters.uiSignalLosses, "time").c_str(),
+                                  TextFormat_Count(roStream.oCounters.uiSignalLosses, "time").c_str(),
                                   roStream.oCounters.flSignalLostSeconds));
         }
     }
@@ -171,7 +165,7 @@ void CJudge::JudgeLost(const SStreamFigures& roStream, const std::string& rszId)
     if (uiLost > oLimits.oWarning || uiLost > oLimits.oCritical)
     {
         Find(uiLost > oLimits.oCritical ? EVerdict::CRITICAL : EVerdict::WARNING, "lost", {roStream.oKey},
-             rszId + " lost " + CountOf(uiLost, "field"));
+             rszId + " lost " + TextFormat_Count(uiLost, "field"));
     }
 }
 
@@ -190,10 +184,11 @@ void CJudge::JudgePictures(const SStreamFigures& roStream, const std::string& rs
 {
     const SStreamCounters& roCounters = roStream.oCounters;
     JudgeCount(roStream, "skipped", m_roOptions.oMostSkipped.value_or(SLimits<uint64_t>{0, UINT64_MAX}),
-               roCounters.uiBuffersSkipped, rszId + " skipped " + CountOf(roCounters.uiBuffersSkipped, "buffer"));
+               roCounters.uiBuffersSkipped,
+               rszId + " skipped " + TextFormat_Count(roCounters.uiBuffersSkipped, "buffer"));
     JudgeCount(roStream, "repeated", m_roOptions.oMostRepeated.value_or(SLimits<uint64_t>{UINT64_MAX, UINT64_MAX}),
                roCounters.uiRepeatedBeyond,
-               rszId + " repeated " + CountOf(roCounters.uiRepeatedBeyond, "field") + " beyond its cadence");
+               rszId + " repeated " + TextFormat_Count(roCounters.uiRepeatedBeyond, "field") + " beyond its cadence");
 }
 
 void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
@@ -203,9 +198,8 @@ void CJudge::JudgeLate(const SStreamFigures& roStream, const std::string& rszId)
         flMostUnobserved * static_cast<double>(roCounters.uiFields))
     {
         Find(EVerdict::WARNING, "late", {roStream.oKey},
-             TextFormat_Print("the watcher was too late for %llu of %llu fields of %s",
-                              static_cast<unsigned long long>(roCounters.uiFieldsUnobserved),
-                              static_cast<unsigned long long>(roCounters.uiFields), rszId.c_str()));
+             "the watcher was too late for " + std::to_string(roCounters.uiFieldsUnobserved) + " of " +
+                 TextFormat_Count(roCounters.uiFields, "field") + " of " + rszId);
     }
 }
 
@@ -336,10 +330,11 @@ void CJudge::AddPerformance(const SStreamFigures& roStream, const std::string& r
 
 void CJudge::Summarise()
 {
-    std::string szText = TextFormat_Print("%u of %zu streams run", m_uiRunning, m_aoStreams.size());
+    std::string szText = std::to_string(m_uiRunning) + " of " + TextFormat_Count(m_aoStreams.size(), "stream") +
+                         (m_aoStreams.size() == 1 ? " runs" : " run");
     if (m_uiInLock > 0)
     {
-        szText += ", " + CountOf(m_uiInLock, "pair") + " in lock";
+        szText += ", " + TextFormat_Count(m_uiInLock, "pair") + " in lock";
     }
     // A board where nothing runs is no good news, whatever was asked for.
     const EVerdict eSummary = m_aoStreams.empty() ? EVerdict::UNKNOWN

@@ -12,6 +12,7 @@
 #include "Notice.h"
 #include "StreamId.h"
 #include "SystemJournal.h"
+#include "TextFormat.h"
 #include "Threads.h"
 
 namespace
@@ -99,38 +100,52 @@ void CIncidentDelivery::Run()
     std::unique_lock oLock(m_oMutex);
     while (!m_bIsToEnd)
     {
-        if (m_uiPauseMs > 0)
-        {
-            m_oMore.wait_for(oLock, std::chrono::milliseconds(m_uiPauseMs), [this] { return m_bIsToEnd.load(); });
-        }
         m_oMore.wait(oLock, [this] { return m_bIsToEnd || !m_aoWaiting.empty(); });
-        if (m_bIsToEnd)
+        TellJournals(oLock);
+        const auto HasNews = [this] { return m_bIsToEnd || FindNews() != m_aoWaiting.end(); };
+        if (!m_aoWaiting.empty() && !m_oMore.wait_until(oLock, m_oNextTry, HasNews))
         {
-            break;
-        }
-        SIncidentNews oNews = m_aoWaiting.front();
-        m_aoWaiting.front().bIsOld = true;
-        oLock.unlock();
-        const bool bIsDelivered = Deliver(oNews);
-        oLock.lock();
-        if (bIsDelivered)
-        {
-            m_aoWaiting.pop_front();
-            m_uiPauseMs = 0;
-        }
-        else
-        {
-            m_uiPauseMs = std::clamp(2 * m_uiPauseMs, uiFirstPauseMs, uiLongestPauseMs);
+            DeliverFirst(oLock);
         }
     }
+    TellJournals(oLock);
+}
+
+// Under the lock: what the system's journal was not told of yet.
+std::deque<SIncidentNews>::iterator CIncidentDelivery::FindNews()
+{
+    return std::ranges::find(m_aoWaiting, false, &SIncidentNews::bIsOld);
+}
+
+// A program that fails holds up itself alone.
+void CIncidentDelivery::TellJournals(std::unique_lock<std::mutex>& roLock)
+{
+    for (auto itNews = FindNews(); itNews != m_aoWaiting.end(); itNews = FindNews())
+    {
+        itNews->bIsOld = true;
+        const SIncidentNews oNews = *itNews;
+        roLock.unlock();
+        TellJournal(oNews);
+        roLock.lock();
+    }
+}
+
+void CIncidentDelivery::DeliverFirst(std::unique_lock<std::mutex>& roLock)
+{
+    const SIncidentNews oNews = m_aoWaiting.front();
+    roLock.unlock();
+    const bool bIsDelivered = Deliver(oNews);
+    roLock.lock();
+    if (bIsDelivered)
+    {
+        m_aoWaiting.pop_front();
+    }
+    m_uiPauseMs = bIsDelivered ? 0 : std::clamp(2 * m_uiPauseMs, uiFirstPauseMs, uiLongestPauseMs);
+    m_oNextTry = std::chrono::steady_clock::now() + std::chrono::milliseconds(m_uiPauseMs);
 }
 
 bool CIncidentDelivery::Deliver(const SIncidentNews& roNews)
 {
-    if (!roNews.bIsOld)
-    {
-        TellJournal(roNews);
-    }
     if (!m_fnRun)
     {
         return true;
@@ -156,7 +171,7 @@ void CIncidentDelivery::Say(const CFault& roFault)
     {
         m_bIsFailing = bFails;
         Notice_Say(bFails ? "the program for incidents failed (" + roFault.GetText() + "); it is tried again"
-                          : "the program for incidents takes them again; it failed " + std::to_string(m_uiFailures) +
-                                " times so far");
+                          : "the program for incidents takes them again; it failed " +
+                                TextFormat_Count(m_uiFailures, "time") + " so far");
     }
 }

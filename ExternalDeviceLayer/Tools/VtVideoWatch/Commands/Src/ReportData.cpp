@@ -250,17 +250,6 @@ private:
     std::map<Key, size_t> m_oOpen;
 };
 
-// Where the watch, or what is told of it, ends.
-int64_t GetEnd(const SReport& roReport)
-{
-    int64_t iEnd = roReport.iFromUtcNs;
-    for (const SStoreRun& roRun : roReport.aoRuns)
-    {
-        iEnd = std::max(iEnd, roRun.iEndUtcNs);
-    }
-    return std::min(iEnd, roReport.iToUtcNs);
-}
-
 bool IsAway(const SHistoryPoint& roMinute)
 {
     return roMinute.uiFields == 0 && (roMinute.eState == EStreamState::LOST || roMinute.eState == EStreamState::GONE);
@@ -284,6 +273,16 @@ void AddPhase(SReportStream& roStream, const SMinuteSummary& roMinute)
 
 } // namespace
 
+int64_t ReportData_GetEnd(const SReport& roReport)
+{
+    int64_t iEnd = roReport.iFromUtcNs;
+    for (const SStoreRun& roRun : roReport.aoRuns)
+    {
+        iEnd = std::max(iEnd, roRun.iEndUtcNs);
+    }
+    return std::min(iEnd, roReport.iToUtcNs);
+}
+
 void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span<const SMinuteSummary> aoMinutes)
 {
     CRateLine oLine;
@@ -300,6 +299,7 @@ void ReportData_AddMinutes(SReport& roReport, SReportStream& roStream, std::span
         roStream.uiLost += roPoint.uiLost;
         roStream.uiUnobserved += roPoint.uiUnobserved;
         roStream.uiSkipped += roPoint.uiSkipped;
+        Pacing_Merge(roStream.oPacing, roMinute.oPacing);
         if (roPoint.oRateHz.bIsValid && roMinute.uiRatePoints > 0)
         {
             const int64_t iSinceNs = roPoint.iUtcNs - aoMinutes.front().oPoint.iUtcNs;
@@ -321,8 +321,8 @@ void ReportData_AddEvents(SReport& roReport, std::span<const SWatchEvent> aoEven
         oGaps.Add(roEvent);
         oLocks.Add(roEvent);
     }
-    oGaps.End(GetEnd(roReport));
-    oLocks.End(GetEnd(roReport), true);
+    oGaps.End(ReportData_GetEnd(roReport));
+    oLocks.End(ReportData_GetEnd(roReport), true);
 }
 
 SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iToUtcNs)
@@ -341,6 +341,12 @@ SReport ReportData_Collect(CStoreReader& roStore, int64_t iFromUtcNs, int64_t iT
         roStore.FindMinutes(oMinutes, aoMinutes);
         ReportData_AddMinutes(oReport, roReported, aoMinutes);
     }
+    SIncidentQuery oIncidents;
+    oIncidents.iFromUtcNs = iFromUtcNs;
+    oIncidents.iToUtcNs = iToUtcNs;
+    oIncidents.uiMost = UINT32_MAX;
+    roStore.FindIncidents(oIncidents, UINT64_MAX, oReport.aoIncidents);
+    std::ranges::stable_sort(oReport.aoIncidents, {}, &SIncident::iBeginUtcNs);
     SEventQuery oQuery;
     oQuery.iFromUtcNs = iFromUtcNs;
     oQuery.iToUtcNs = iToUtcNs;

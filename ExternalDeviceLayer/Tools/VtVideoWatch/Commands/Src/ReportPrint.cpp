@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <numeric>
 
+#include "HealthJson.h"
+#include "HealthTexts.h"
 #include "StreamId.h"
 #include "TextFormat.h"
 #include "WatchJson.h"
@@ -109,33 +112,6 @@ std::string GetPhase(const SReportStream& roStream)
                                      : TextFormat_Print("%+.3f ms", flUs * 1e-3);
 }
 
-// "IN_00, 02, 04-07"
-std::string GetMembers(EStreamDirection eDirection, uint32_t uiMembers)
-{
-    const auto fnHas = [uiMembers](uint32_t uiIndex)
-    { return uiIndex < uiMaxStreamsPerDirection && (uiMembers >> uiIndex & 1U) != 0; };
-    std::string szMembers;
-    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
-    {
-        if (!fnHas(uiIndex))
-        {
-            continue;
-        }
-        szMembers += szMembers.empty() ? StreamId_Print({eDirection, uiIndex}) : TextFormat_Print(", %02u", uiIndex);
-        uint32_t uiLast = uiIndex;
-        while (fnHas(uiLast + 1))
-        {
-            ++uiLast;
-        }
-        if (uiLast > uiIndex + 1)
-        {
-            szMembers += TextFormat_Print("-%02u", uiLast);
-            uiIndex = uiLast;
-        }
-    }
-    return szMembers;
-}
-
 // The weightiest of many, in their order.
 template <typename TRecord, typename TWeigh>
 std::vector<TRecord> Choose(std::vector<TRecord> aoRecords, size_t uiMost, TWeigh fnWeigh, std::string& rszRest)
@@ -198,7 +174,7 @@ std::string PrintHead(const SReport& roReport)
 
 std::string PrintOutages(const SReport& roReport)
 {
-    constexpr size_t uiMost = 36;
+    constexpr size_t uiMost = 20;
     std::string szRest;
     const std::vector<SReportOutage> aoOutages = Choose(
         roReport.aoOutages, uiMost,
@@ -212,11 +188,82 @@ std::string PrintOutages(const SReport& roReport)
                              Fit(GetName(roReport, roOutage.oKey), 18).c_str(), GetMoment(roOutage.iFromUtcNs).c_str(),
                              roOutage.bIsOpen ? "not yet" : GetMoment(roOutage.iToUtcNs).c_str(),
                              GetLength(GetSeconds(roOutage.iFromUtcNs, roOutage.iToUtcNs)).c_str());
-        szText += roOutage.uiFields == 0
-                      ? "signal lost\n"
-                      : TextFormat_Print("%llu fields\n", static_cast<unsigned long long>(roOutage.uiFields));
+        szText += roOutage.uiFields == 0 ? "signal lost\n" : TextFormat_Count(roOutage.uiFields, "field") + "\n";
     }
     return aoOutages.empty() ? "\nNo outages.\n" : szText + szRest;
+}
+
+// Those that were open when the time that is told of ended had lasted until then.
+double GetLasted(const SReport& roReport, const SIncident& roIncident)
+{
+    return GetSeconds(roIncident.iBeginUtcNs,
+                      roIncident.iEndUtcNs != 0 ? roIncident.iEndUtcNs : ReportData_GetEnd(roReport));
+}
+
+std::string PrintIncidents(const SReport& roReport)
+{
+    constexpr size_t uiMost = 16;
+    constexpr double flUnhealthySeconds = 1e9; // outweighs any length
+    std::string szRest;
+    const std::vector<SIncident> aoIncidents = Choose(
+        roReport.aoIncidents, uiMost,
+        [&](const SIncident& roIncident)
+        {
+            return GetLasted(roReport, roIncident) +
+                   (roIncident.eWorst == EHealthStatus::UNHEALTHY ? flUnhealthySeconds : 0.0);
+        },
+        szRest);
+    std::string szText = TextFormat_Print("\n%-19s %13s %-16s %s\n", "INCIDENT", "LASTED", "STREAMS", "WHAT");
+    for (const SIncident& roIncident : aoIncidents)
+    {
+        const bool bIsOpen = roIncident.iEndUtcNs == 0;
+        const std::string szLost = HealthTexts_GetIncidentLost(roIncident);
+        std::string szWhat = Fit(std::string(HealthTexts_GetDomain(roIncident.eDomain)) + ": " +
+                                     HealthTexts_GetIncidentCause(roIncident) + (szLost.empty() ? "" : ", ") + szLost,
+                                 49);
+        szWhat.erase(szWhat.find_last_not_of(' ') + 1);
+        szText += TextFormat_Print("%-19s %13s %s %s\n", GetMoment(roIncident.iBeginUtcNs).c_str(),
+                                   bIsOpen ? "not over" : GetLength(GetLasted(roReport, roIncident)).c_str(),
+                                   Fit(HealthTexts_GetIncidentStreams(roIncident), 16).c_str(), szWhat.c_str());
+    }
+    return aoIncidents.empty() ? "\nNo incidents.\n" : szText + szRest;
+}
+
+// Of a deviation, on nine columns.
+std::string GetDeviation(double flSeconds)
+{
+    const double flUs = std::abs(flSeconds) * 1e6;
+    return flUs < 1.0      ? "< 1 us"
+           : flUs < 1000.0 ? TextFormat_Print("%.1f us", flUs)
+                           : TextFormat_Print("%.1f ms", flUs * 1e-3);
+}
+
+// Streams whose fields are farthest off their grids.
+std::string PrintPacing(const SReport& roReport)
+{
+    constexpr size_t uiMost = 8;
+    std::vector<SReportStream> aoStreams;
+    std::ranges::copy_if(roReport.aoStreams, std::back_inserter(aoStreams),
+                         [](const SReportStream& roStream) { return Pacing_GetFigures(roStream.oPacing).uiCount > 0; });
+    std::string szRest;
+    std::string szText = TextFormat_Print("\n%-7s %-20s %9s %9s %9s %9s %9s  %s\n", "PACING", "NAME", "50 %", "95 %",
+                                          "99 %", "99.9 %", "WORST", "WHICH CAME");
+    aoStreams = Choose(
+        std::move(aoStreams), uiMost,
+        [](const SReportStream& roStream) { return Pacing_GetFigures(roStream.oPacing).flP999; }, szRest);
+    for (const SReportStream& roStream : aoStreams)
+    {
+        const SPacingFigures oFigures = Pacing_GetFigures(roStream.oPacing);
+        szText +=
+            TextFormat_Print("%-7s %s", StreamId_Print(roStream.oKey).c_str(), Fit(roStream.oTexts.szName, 20).c_str());
+        for (const double flSeconds :
+             {oFigures.flP50, oFigures.flP95, oFigures.flP99, oFigures.flP999, roStream.oPacing.oWorst.flSeconds})
+        {
+            szText += TextFormat_Print(" %9s", GetDeviation(flSeconds).c_str());
+        }
+        szText += "  " + (roStream.oPacing.oWorst.iUtcNs == 0 ? "-" : GetMoment(roStream.oPacing.oWorst.iUtcNs)) + "\n";
+    }
+    return aoStreams.empty() ? "" : szText + szRest;
 }
 
 std::string PrintStreams(const SReport& roReport)
@@ -243,7 +290,7 @@ std::string PrintHours(const SReport& roReport)
 {
     std::string szText = TextFormat_Print("\n%-17s %8s %14s %12s %18s %12s\n", "EVENTS PER HOUR", "EVENTS",
                                           "SIGNAL LOSSES", "FIELDS LOST", "FIELDS UNOBSERVED", "LOCK CHANGES");
-    constexpr size_t uiMost = 16;
+    constexpr size_t uiMost = 10;
     std::string szRest;
     for (const SReportHour& roHour : Choose(
              roReport.aoHours, uiMost, [](const SReportHour& roHour) { return roHour.uiEvents; }, szRest))
@@ -269,7 +316,7 @@ struct SLockSum
 
 std::string PrintLocks(const SReport& roReport)
 {
-    constexpr size_t uiMost = 12;
+    constexpr size_t uiMost = 10;
     std::vector<SLockSum> aoSums;
     for (const SReportLock& roLock : roReport.aoLocks)
     {
@@ -287,7 +334,7 @@ std::string PrintLocks(const SReport& roReport)
     {
         szText += TextFormat_Print("%13s %8llu %s\n", GetLength(roSum.flSeconds).c_str(),
                                    static_cast<unsigned long long>(roSum.uiTimes),
-                                   GetMembers(roSum.eDirection, roSum.uiMembers).c_str());
+                                   StreamId_PrintRanges(roSum.eDirection, roSum.uiMembers).c_str());
     }
     return aoSums.empty() ? "\nNo lock groups formed or ended.\n" : szText + szRest;
 }
@@ -319,6 +366,7 @@ CJson ToJson(const SReportStream& roStream)
     oJson["worst_gap_seconds"] = roStream.flWorstGapSeconds;
     oJson["rate"] = WatchJson_FromEstimate(roStream.oRateHz, "hz", "stderr_hz");
     oJson["drift_per_hour"] = WatchJson_FromEstimate(roStream.oDriftPerHour, "ratio", "stderr_ratio");
+    oJson["pacing"] = HealthJson_FromPacing(roStream.oPacing);
     return oJson;
 }
 
@@ -367,6 +415,11 @@ CJson ToJson(const SStoreRun& roRun)
     return oJson;
 }
 
+CJson ToJson(const SIncident& roIncident)
+{
+    return HealthJson_FromIncident(roIncident);
+}
+
 template <typename TRecord> CJson ToArray(const std::vector<TRecord>& raoRecords)
 {
     CJson oArray = CJson::array();
@@ -381,15 +434,16 @@ template <typename TRecord> CJson ToArray(const std::vector<TRecord>& raoRecords
 
 std::string ReportPrint_Table(const SReport& roReport)
 {
-    return PrintHead(roReport) + PrintOutages(roReport) + PrintStreams(roReport) + PrintHours(roReport) +
-           PrintLocks(roReport);
+    return PrintHead(roReport) + PrintIncidents(roReport) + PrintOutages(roReport) + PrintStreams(roReport) +
+           PrintPacing(roReport) + PrintHours(roReport) + PrintLocks(roReport);
 }
 
 std::string ReportPrint_Csv(const SReport& roReport)
 {
     std::string szText = "stream,name,watched_seconds,running_seconds,fields,fields_lost,fields_unobserved,"
                          "buffers_skipped,signal_losses,worst_gap_seconds,rate_hz,rate_stderr_hz,drift_per_hour,"
-                         "drift_stderr_per_hour\r\n";
+                         "drift_stderr_per_hour,pacing_p50_seconds,pacing_p95_seconds,pacing_p99_seconds,"
+                         "pacing_p999_seconds,pacing_worst_seconds\r\n";
     for (const SReportStream& roStream : roReport.aoStreams)
     {
         szText +=
@@ -405,7 +459,11 @@ std::string ReportPrint_Csv(const SReport& roReport)
             szText += poEstimate->bIsValid ? TextFormat_Print(",%.12g,%.6g", poEstimate->flValue, poEstimate->flStdErr)
                                            : ",,";
         }
-        szText += "\r\n";
+        const SPacingFigures oFigures = Pacing_GetFigures(roStream.oPacing);
+        szText += oFigures.uiCount == 0
+                      ? ",,,,,\r\n"
+                      : TextFormat_Print(",%.4g,%.4g,%.4g,%.4g,%.4g\r\n", oFigures.flP50, oFigures.flP95,
+                                         oFigures.flP99, oFigures.flP999, roStream.oPacing.oWorst.flSeconds);
     }
     return szText;
 }
@@ -416,6 +474,7 @@ std::string ReportPrint_Json(const SReport& roReport)
     oJson["from"] = WatchTexts_GetUtc(roReport.iFromUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roReport.iToUtcNs);
     oJson["runs"] = ToArray(roReport.aoRuns);
+    oJson["incidents"] = ToArray(roReport.aoIncidents);
     oJson["outages"] = ToArray(roReport.aoOutages);
     oJson["streams"] = ToArray(roReport.aoStreams);
     oJson["hours"] = ToArray(roReport.aoHours);

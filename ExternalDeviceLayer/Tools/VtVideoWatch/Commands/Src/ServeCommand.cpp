@@ -126,6 +126,19 @@ void PutIncidents(SServeRun& roRun, const SWatchStep& roStep)
     }
 }
 
+// What an earlier run could not tell: the program of begins and ends, and everybody of what its own end has ended.
+void PutRemains(bool bHasProgram, SServeRun& roRun)
+{
+    const auto& raoEnded = roRun.oRemains.aoEnded;
+    const auto& raoUndelivered = roRun.oRemains.aoUndelivered;
+    for (const auto& [oEvent, oIncident] : bHasProgram&& roRun.oRemains.bHasDelivered ? raoUndelivered : raoEnded)
+    {
+        const bool bIsNew = std::ranges::any_of(raoEnded, [&](const auto& roEnded)
+                                                { return roEnded.first.uiNumber == oEvent.uiNumber; });
+        roRun.poDelivery->Put({oEvent.uiNumber, oEvent.eKind, oIncident, !bIsNew});
+    }
+}
+
 // Those that the program of an earlier run was not told of come first.
 CFault StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
 {
@@ -145,15 +158,12 @@ CFault StartDelivery(const SServeOptions& roOptions, SServeRun& roRun)
                                                            });
     if (!roOptions.szOnIncident.empty())
     {
-        for (const auto& [oEvent, oIncident] : roRun.oRemains.aoUndelivered)
-        {
-            roRun.poDelivery->Put({oEvent.uiNumber, oEvent.eKind, oIncident, true});
-        }
         if (roRun.poStore && !roRun.oRemains.bHasDelivered)
         {
             roRun.poStore->KeepDelivered(roRun.oRemains.uiLastEvent); // from here on
         }
     }
+    PutRemains(!roOptions.szOnIncident.empty(), roRun);
     return roRun.poDelivery->Start();
 }
 

@@ -13,6 +13,12 @@ uint32_t Growth(uint64_t uiNow, uint64_t uiBefore)
     return static_cast<uint32_t>(uiNow - std::min(uiBefore, uiNow));
 }
 
+SBufferLevel MakeLevel(const SQueueLevel& roLevel)
+{
+    const auto Cut = [](uint32_t uiLevel) { return static_cast<uint16_t>(std::min<uint32_t>(uiLevel, UINT16_MAX)); };
+    return {static_cast<float>(roLevel.flMean), Cut(roLevel.uiLeast), Cut(roLevel.uiMost)};
+}
+
 SHistoryPoint MakeSecond(const SStreamFigures& roFigures, const SStreamCounters& roBefore, int64_t iBeginUtcNs)
 {
     const SStreamCounters& roNow = roFigures.oCounters;
@@ -28,11 +34,13 @@ SHistoryPoint MakeSecond(const SStreamFigures& roFigures, const SStreamCounters&
     const SQueueWindow& roQueue = roFigures.oQueue.aoWindows[static_cast<size_t>(EQueueWindow::SECONDS_1)];
     if (roQueue.bIsKnown)
     {
-        oPoint.flReady = static_cast<float>(roQueue.oReady.flMean);
-        oPoint.flLoaned = static_cast<float>(roQueue.oLoaned.flMean);
+        oPoint.oReady = MakeLevel(roQueue.oReady);
+        oPoint.oLoaned = MakeLevel(roQueue.oLoaned);
+        oPoint.oInternal = MakeLevel(roQueue.oInternal);
         oPoint.flHeldSeconds =
             roFigures.oQueue.bIsHeldKnown ? static_cast<float>(roFigures.oQueue.flHeldSeconds) : -1.0F;
     }
+    oPoint.uiCadence = Cadence_Pack(roFigures.oFeed.oCadence);
     oPoint.flRunningSeconds = roNow.flRunningSeconds - roBefore.flRunningSeconds;
     oPoint.oRateHz = roFigures.aoRateHz[static_cast<size_t>(ERateWindow::SECONDS_1)];
     oPoint.oPhaseSeconds = roFigures.oPhaseSeconds;
@@ -58,9 +66,12 @@ CHistoryMaker::CHistoryMaker(std::span<const SMinuteSummary> aoRunning)
 void CHistoryMaker::TakeStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs)
 {
     SStreamPast& roPast = m_oStreams[roFigures.oKey];
-    const SHistoryPoint oSecond = MakeSecond(roFigures, roPast.oCounters, iBeginUtcNs);
+    SHistoryPoint oSecond = MakeSecond(roFigures, roPast.oCounters, iBeginUtcNs);
     const double flSeconds = roFigures.oCounters.flWatchedSeconds - roPast.oCounters.flWatchedSeconds;
+    const SPacingHistogram oPacing = Pacing_GetGrowth(roFigures.oPacing, roPast.oPacing, roFigures.oPacingWorst);
+    oSecond.oPacing = HistoryPoint_GetPacing(oPacing);
     roPast.oCounters = roFigures.oCounters;
+    roPast.oPacing = roFigures.oPacing;
     m_aoSeconds.push_back({roFigures.oKey, oSecond});
     SMinuteSummary& roRunning = roPast.oRunning;
     if (roRunning.uiPoints > 0 && roRunning.oPoint.iUtcNs != MinuteSummary_GetMinute(oSecond))
@@ -70,15 +81,9 @@ void CHistoryMaker::TakeStream(const SStreamFigures& roFigures, int64_t iBeginUt
         roRunning = {};
     }
     roRunning.oKey = roFigures.oKey;
-    SPacingHistogram oPacing = Pacing_GetGrowth(roFigures.oPacing, roPast.oPacing);
-    if (roFigures.oPacing.flWorstSeconds != roPast.oPacing.flWorstSeconds)
-    {
-        oPacing.flWorstSeconds = roFigures.oPacing.flWorstSeconds;
-        oPacing.iWorstUtcNs = roFigures.oPacing.iWorstUtcNs;
-    }
-    roPast.oPacing = roFigures.oPacing;
-    Pacing_Merge(roRunning.oPacing, oPacing);
     MinuteSummary_Add(roRunning, oSecond, flSeconds, roFigures.flPeriodSeconds);
+    Pacing_Merge(roRunning.oPacing, oPacing);
+    roRunning.oPoint.oPacing = HistoryPoint_GetPacing(roRunning.oPacing);
     m_aoMinutes.push_back(roRunning);
 }
 

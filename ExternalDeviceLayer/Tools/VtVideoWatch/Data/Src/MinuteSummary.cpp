@@ -31,6 +31,34 @@ void AddPhase(SMinuteSummary& roSummary, const SEstimate& roPhase, double flPeri
     roMinute.flPhaseMaxSeconds = bIsFirst ? flPhase : std::max(roMinute.flPhaseMaxSeconds, flPhase);
 }
 
+void AddToMean(float& rflMean, uint32_t uiCount, float flValue)
+{
+    rflMean = uiCount == 1 ? flValue : rflMean + (flValue - rflMean) / static_cast<float>(uiCount);
+}
+
+void AddLevel(SBufferLevel& roMinute, uint32_t uiCount, const SBufferLevel& roSecond)
+{
+    AddToMean(roMinute.flMean, uiCount, roSecond.flMean);
+    roMinute.uiLeast = uiCount == 1 ? roSecond.uiLeast : std::min(roMinute.uiLeast, roSecond.uiLeast);
+    roMinute.uiMost = std::max(roMinute.uiMost, roSecond.uiMost);
+}
+
+void AddQueue(SMinuteSummary& roSummary, const SHistoryPoint& roSecond)
+{
+    SHistoryPoint& roMinute = roSummary.oPoint;
+    if (roSecond.oReady.IsKnown())
+    {
+        ++roSummary.uiQueuePoints;
+        AddLevel(roMinute.oReady, roSummary.uiQueuePoints, roSecond.oReady);
+        AddLevel(roMinute.oLoaned, roSummary.uiQueuePoints, roSecond.oLoaned);
+        AddLevel(roMinute.oInternal, roSummary.uiQueuePoints, roSecond.oInternal);
+    }
+    if (roSecond.flHeldSeconds >= 0.0F)
+    {
+        AddToMean(roMinute.flHeldSeconds, ++roSummary.uiHeldPoints, roSecond.flHeldSeconds);
+    }
+}
+
 } // namespace
 
 int64_t MinuteSummary_GetMinute(const SHistoryPoint& roSecond)
@@ -49,15 +77,8 @@ void MinuteSummary_Add(SMinuteSummary& roSummary, const SHistoryPoint& roSecond,
     ++roSummary.uiPoints;
     roSummary.flWatchedSeconds += flSeconds;
     roMinute.uiRepeated += roSecond.uiRepeated;
-    if (roSecond.flReady >= 0.0F)
-    {
-        const auto flCount = static_cast<float>(++roSummary.uiQueuePoints);
-        const auto Add = [flCount](float& rflMean, float flValue)
-        { rflMean = flCount == 1.0F ? flValue : rflMean + (flValue - rflMean) / flCount; };
-        Add(roMinute.flReady, roSecond.flReady);
-        Add(roMinute.flLoaned, roSecond.flLoaned);
-        Add(roMinute.flHeldSeconds, roSecond.flHeldSeconds);
-    }
+    AddQueue(roSummary, roSecond);
+    roMinute.uiCadence = roSecond.uiCadence;
     roMinute.uiFields += roSecond.uiFields;
     roMinute.uiObserved += roSecond.uiObserved;
     roMinute.uiLost += roSecond.uiLost;

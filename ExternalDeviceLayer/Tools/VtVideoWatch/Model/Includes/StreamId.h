@@ -23,4 +23,7 @@ std::optional<SStreamKey> StreamId_Find(std::string_view szId);
 /* Members of a lock group, by index. uiMembers: bit i is stream i of the direction. */
 std::vector<std::string> StreamId_PrintMembers(EStreamDirection eDirection, uint32_t uiMembers);
 
+/* The same on one line, for people: "IN_00, 02, 04-07". */
+std::string StreamId_PrintRanges(EStreamDirection eDirection, uint32_t uiMembers);
+
 #endif

@@ -42,3 +42,31 @@ std::vector<std::string> StreamId_PrintMembers(EStreamDirection eDirection, uint
     }
     return aszMembers;
 }
+
+std::string StreamId_PrintRanges(EStreamDirection eDirection, uint32_t uiMembers)
+{
+    const auto fnHas = [uiMembers](uint32_t uiIndex)
+    { return uiIndex < uiMaxStreamsPerDirection && (uiMembers >> uiIndex & 1U) != 0; };
+    std::string szMembers;
+    for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
+    {
+        if (!fnHas(uiIndex))
+        {
+            continue;
+        }
+        const std::string szId = StreamId_Print({eDirection, uiIndex});
+        szMembers += szMembers.empty() ? szId : ", " + szId.substr(szId.find('_') + 1);
+        uint32_t uiLast = uiIndex;
+        while (fnHas(uiLast + 1))
+        {
+            ++uiLast;
+        }
+        if (uiLast > uiIndex + 1)
+        {
+            const std::string szLast = StreamId_Print({eDirection, uiLast});
+            szMembers += "-" + szLast.substr(szLast.find('_') + 1);
+            uiIndex = uiLast;
+        }
+    }
+    return szMembers;
+}

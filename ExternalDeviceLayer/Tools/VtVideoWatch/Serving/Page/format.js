@@ -159,6 +159,11 @@ export function count(value) {
   return isNumber(value) ? value.toLocaleString("en-US").replaceAll(",", " ") : dash;
 }
 
+// "1 field", "2 fields"
+export function counted(value, one, many = `${one}s`) {
+  return `${count(value)} ${value === 1 ? one : many}`;
+}
+
 const pad = (value, width = 2) => String(value).padStart(width, "0");
 
 export function utcTime(ms, withMilliseconds = false) {

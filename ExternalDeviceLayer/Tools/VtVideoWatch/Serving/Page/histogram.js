@@ -44,11 +44,13 @@ export function makeHistogram() {
       drawBars(bars, counts);
       setText(axis[0], total ? `−${reach}` : "");
       setText(axis[2], total ? `+${reach}` : "");
-      bars.setAttribute("aria-label", `Histogram of ${total} field intervals around the period`);
+      bars.setAttribute("aria-label", `Histogram of ${format.counted(total, "field interval")} around the period`);
       const share = ((100 * inside) / total).toFixed(1);
       setText(
         reading,
-        total ? `${total} intervals, ${share} % within ± ${format.span(bin / 2, false)}` : "no fields in that time",
+        total
+          ? `${format.counted(total, "interval")}, ${share} % within ± ${format.span(bin / 2, false)}`
+          : "no fields in that time",
       );
     },
   };

@@ -30,12 +30,9 @@ function adviceOf(incident) {
   return isShared ? adviceOfShare[incident.shared] : adviceOfDomain[incident.domain](incident);
 }
 
-const lostUnits = { feed: ["picture", "pictures"] };
-
 function lostText({ lost, domain }) {
-  const [one, many] = lostUnits[domain] ?? ["field", "fields"];
   const how = domain === "observation" ? "not seen" : "lost";
-  return lost > 0 ? `, ${format.count(lost)} ${lost === 1 ? one : many} ${how}` : "";
+  return lost > 0 ? `, ${format.counted(lost, domain === "feed" ? "picture" : "field")} ${how}` : "";
 }
 
 // { what, since, whose, first } of an incident.

@@ -82,8 +82,8 @@ function showFooter() {
   setText(place("clock"), `${format.utcDateTime(model.ms)} UTC${local}`);
   const unseen = streamsOf(model).reduce((sum, one) => sum + one.unobserved, 0);
   const overruns = model.costs?.ring_overruns ?? 0;
-  const late = unseen + overruns === 0 ? "has missed nothing" : `was late for ${format.count(unseen)} fields`;
-  const full = overruns > 0 ? `, ${format.count(overruns)} records found no room` : "";
+  const late = unseen + overruns === 0 ? "has missed nothing" : `was late for ${format.counted(unseen, "field")}`;
+  const full = overruns > 0 ? `, ${format.counted(overruns, "record")} found no room` : "";
   setText(place("watcher"), `the watcher ${late}${full}`);
 }
 

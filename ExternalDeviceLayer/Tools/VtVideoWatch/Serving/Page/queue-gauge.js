@@ -16,6 +16,17 @@ function queueText(queue) {
   return `ready ${level(newest.ready)}, loaned ${level(newest.loaned)}${total}${held}`;
 }
 
+// The same over longer times, a line each: "10 s: ready 1.4 (1 to 3), loaned 2.0 (2 to 2), free 4.6 (3 to 5)"
+export function queueFacts({ queue }) {
+  const level = (name, { mean, least, most }) => `${name} ${format.fixed(mean, 1)} (${least} to ${most})`;
+  return (queue?.windows ?? [])
+    .filter(({ ready }) => ready)
+    .map(({ seconds, ready, loaned, internal }) => [
+      `Buffers over ${format.duration(seconds)}`,
+      [level("ready", ready), level("loaned", loaned), level("free", internal)].join(", "),
+    ]);
+}
+
 // A cell per buffer: loaned ones, ready ones, free ones.
 function showCells(gauge, { total, windows: [newest] }) {
   const loaned = Math.round(newest?.loaned?.mean ?? 0);

@@ -1,6 +1,7 @@
 // Every figure that the API has of a stream, as a list of names and values.
 import { element, setText } from "./dom.js";
 import * as format from "./format.js";
+import { queueFacts } from "./queue-gauge.js";
 
 const withError = (text, error) => (error ? `${text} ± ${error}` : text);
 
@@ -108,6 +109,7 @@ export function measuredFacts(json, compared) {
     ...fieldFacts(json.counters),
     ...causeFacts(json.unobserved_causes),
     ...bufferFacts(json.direction, json.counters),
+    ...queueFacts(json),
     ...feedFacts(json),
   ];
 }

@@ -80,14 +80,12 @@ export function eventClass(event) {
   return eventClasses[event.kind] ?? "running";
 }
 
-const plural = (count, one, many) => `${format.count(count)} ${count === 1 ? one : many}`;
-
 function valueText(event, value) {
   return event.kind === "timings_changed" ? format.rate(value) : String(value ?? "none");
 }
 
 const details = {
-  fields_unobserved: (event) => `${plural(event.count, "field", "fields")} not seen; no fault of the signal`,
+  fields_unobserved: (event) => `${format.counted(event.count, "field")} not seen; no fault of the signal`,
   signal_back: (event) => `away for ${format.duration(event.seconds)}`,
   feed_resumed: (event) => `after ${format.duration(event.seconds)}`,
   description_changed: (event) =>
@@ -110,8 +108,8 @@ export function eventDetail(event) {
   if (event.before !== undefined) {
     return `${valueText(event, event.before)} → ${valueText(event, event.after)}${times}`;
   }
-  const unit = event.kind.startsWith("buffers") ? ["buffer", "buffers"] : ["field", "fields"];
-  const counted = event.count === undefined ? "" : plural(event.count, ...unit);
+  const unit = event.kind.startsWith("buffers") ? "buffer" : "field";
+  const counted = event.count === undefined ? "" : format.counted(event.count, unit);
   return event.seconds === undefined ? counted : `${counted}, by ${format.span(event.seconds)} at most`;
 }
 

@@ -1,5 +1,7 @@
 #include "HealthMetrics.h"
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -12,7 +14,9 @@ namespace
 using prometheus::MetricType;
 
 constexpr int iDigits = 5;
-constexpr uint32_t uiPacingStep = 10; // bins of the histogram that one bucket holds
+// Bounds of the histogram that buckets have, by sign: 1 us, 10 us, 0.1 ms, 1 ms, 0.1 s. Beyond a millisecond all is
+// equally bad, and a bucket more of each sign would be three percent of a scrape.
+constexpr std::array<uint32_t, 5> auiPacingBounds = {0, 10, 20, 30, 50};
 
 struct SNamedHealth
 {
@@ -67,6 +71,7 @@ void CollectHealth(const SWatchPublication& roPublication, EMetricDetail eDetail
                   { oHealth.AddKnown(std::move(oLabels), bIsNow || bAll, bIsNow ? 1.0 : 0.0); });
 }
 
+// What never happened has no series: all of them would be a third of a scrape, and say nothing.
 void CollectTransitions(const SWatchPublication& roPublication, CFamilies& raoFamilies)
 {
     CFamily oTransitions(raoFamilies, "vt_video_health_transitions_total",
@@ -98,10 +103,9 @@ void CollectCauses(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
         {
             for (uint32_t uiCause = 0; uiCause < uiNbOfUnobservedCauses; ++uiCause)
             {
-                const uint64_t uiCount = roStream.oCounters.auiUnobservedCauses[uiCause];
-                oFamily.AddKnown(
+                oFamily.Add(
                     MetricLabels_Get(roStream, "cause", HealthTexts_GetCause(static_cast<EUnobservedCause>(uiCause))),
-                    uiCount > 0, static_cast<double>(uiCount));
+                    static_cast<double>(roStream.oCounters.auiUnobservedCauses[uiCause]));
             }
         });
 }
@@ -142,7 +146,7 @@ void CollectQueues(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     }
 }
 
-// A bucket per decade and sign: its bound is that of a bin.
+// The bounds of buckets are those of bins.
 prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
 {
     prometheus::ClientMetric::Histogram oHistogram;
@@ -152,7 +156,7 @@ prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
         uiCount += roPacing.auiCounts[uiBin];
         const bool bIsEarly = uiBin < uiPacingBinsPerSign;
         const uint32_t uiBound = bIsEarly ? uiPacingBinsPerSign - 1 - uiBin : uiBin - uiPacingBinsPerSign;
-        if (uiBound % uiPacingStep == 0 && uiBound < uiPacingBinsPerSign)
+        if (std::ranges::find(auiPacingBounds, uiBound) != auiPacingBounds.end())
         {
             const double flBound = WatchJson_Round(aflPacingBounds[uiBound], 3);
             oHistogram.bucket.push_back({uiCount, bIsEarly ? -flBound : flBound});

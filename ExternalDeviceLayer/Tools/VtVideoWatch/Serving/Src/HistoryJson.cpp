@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "HealthTexts.h"
 #include "TimeUnits.h"
 #include "WatchTexts.h"
 
@@ -24,12 +25,32 @@ CJson FromStdErr(const SEstimate& roEstimate)
     return roEstimate.bIsValid ? CJson(WatchJson_Round(roEstimate.flStdErr, 3)) : CJson();
 }
 
-CJson FromLevel(float flLevel)
+CJson FromKnown(bool bIsKnown, double flValue)
 {
-    return flLevel < 0.0F ? CJson() : CJson(WatchJson_Round(static_cast<double>(flLevel), 4));
+    return bIsKnown ? CJson(WatchJson_Round(flValue, 4)) : CJson();
+}
+
+CJson FromMean(const SBufferLevel& roLevel)
+{
+    return FromKnown(roLevel.IsKnown(), static_cast<double>(roLevel.flMean));
+}
+
+CJson FromBound(const SBufferLevel& roLevel, uint16_t uiBound)
+{
+    return roLevel.IsKnown() ? CJson(uiBound) : CJson();
+}
+
+CJson FromCadence(uint64_t uiCadence)
+{
+    return uiCadence == 0 ? CJson() : CJson(HealthTexts_GetCadence(Cadence_Unpack(uiCadence)));
 }
 
 using Point = const SHistoryPoint&;
+
+CJson FromPacing(Point roPoint, float flSeconds)
+{
+    return FromKnown(roPoint.oPacing.uiFields > 0, static_cast<double>(flSeconds));
+}
 
 constexpr SHistoryColumn aoColumns[] = {
     {"seconds", [](Point roPoint) -> CJson { return roPoint.uiSeconds; }, nullptr},
@@ -39,9 +60,24 @@ constexpr SHistoryColumn aoColumns[] = {
     {"unobserved", [](Point roPoint) -> CJson { return roPoint.uiUnobserved; }, nullptr},
     {"skipped", [](Point roPoint) -> CJson { return roPoint.uiSkipped; }, nullptr},
     {"repeated_beyond_cadence", [](Point roPoint) -> CJson { return roPoint.uiRepeated; }, nullptr},
-    {"ready", [](Point roPoint) { return FromLevel(roPoint.flReady); }, nullptr},
-    {"loaned", [](Point roPoint) { return FromLevel(roPoint.flLoaned); }, nullptr},
-    {"held", [](Point roPoint) { return FromLevel(roPoint.flHeldSeconds); }, nullptr},
+    {"ready", [](Point roPoint) { return FromMean(roPoint.oReady); }, nullptr},
+    {"ready_least", [](Point roPoint) { return FromBound(roPoint.oReady, roPoint.oReady.uiLeast); }, nullptr},
+    {"ready_most", [](Point roPoint) { return FromBound(roPoint.oReady, roPoint.oReady.uiMost); }, nullptr},
+    {"loaned", [](Point roPoint) { return FromMean(roPoint.oLoaned); }, nullptr},
+    {"loaned_least", [](Point roPoint) { return FromBound(roPoint.oLoaned, roPoint.oLoaned.uiLeast); }, nullptr},
+    {"loaned_most", [](Point roPoint) { return FromBound(roPoint.oLoaned, roPoint.oLoaned.uiMost); }, nullptr},
+    {"internal", [](Point roPoint) { return FromMean(roPoint.oInternal); }, nullptr},
+    {"internal_least", [](Point roPoint) { return FromBound(roPoint.oInternal, roPoint.oInternal.uiLeast); }, nullptr},
+    {"internal_most", [](Point roPoint) { return FromBound(roPoint.oInternal, roPoint.oInternal.uiMost); }, nullptr},
+    {"held",
+     [](Point roPoint) { return FromKnown(roPoint.flHeldSeconds >= 0.0F, static_cast<double>(roPoint.flHeldSeconds)); },
+     nullptr},
+    {"cadence", [](Point roPoint) { return FromCadence(roPoint.uiCadence); }, nullptr},
+    {"pacing_p50", [](Point roPoint) { return FromPacing(roPoint, roPoint.oPacing.flP50); }, nullptr},
+    {"pacing_p95", [](Point roPoint) { return FromPacing(roPoint, roPoint.oPacing.flP95); }, nullptr},
+    {"pacing_p99", [](Point roPoint) { return FromPacing(roPoint, roPoint.oPacing.flP99); }, nullptr},
+    {"pacing_p999", [](Point roPoint) { return FromPacing(roPoint, roPoint.oPacing.flP999); }, nullptr},
+    {"pacing_worst", [](Point roPoint) { return FromPacing(roPoint, roPoint.oPacing.flWorst); }, nullptr},
     {"running", [](Point roPoint) -> CJson { return WatchJson_Round(roPoint.flRunningSeconds, iDigits); }, nullptr},
     {"rate", [](Point roPoint) { return FromValue(roPoint.oRateHz, iRateDigits); }, "rate_stderr"},
     {"rate_stderr", [](Point roPoint) { return FromStdErr(roPoint.oRateHz); }, nullptr},

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include <sqlite3.h>
@@ -16,7 +17,7 @@
 #include "Fault.h"
 
 // Of the file's layout; a program refuses files of a newer one.
-constexpr int iStoreVersion = 3;
+constexpr int iStoreVersion = 4;
 
 struct SStoreCloser
 {
@@ -59,6 +60,7 @@ public:
     CStoreStatement& Bind(uint32_t uiValue) { return Bind(static_cast<int64_t>(uiValue)); }
     CStoreStatement& Bind(double flValue);
     CStoreStatement& Bind(const std::string& rszValue);
+    CStoreStatement& Bind(std::span<const uint8_t> auiBytes); // none: NULL
     CStoreStatement& BindNull();
 
     /* Runs to the end of a statement that gives no rows, and makes it ready for the next values. */
@@ -75,6 +77,8 @@ public:
     double GetDouble() { return sqlite3_column_double(m_poStatement.get(), m_iColumn++); }
     bool IsNextNull() const { return sqlite3_column_type(m_poStatement.get(), m_iColumn) == SQLITE_NULL; }
     std::string GetText();
+    /* Valid until the next row. */
+    std::span<const uint8_t> GetBytes();
 
 private:
     void Reset();

@@ -57,6 +57,7 @@ public:
 private:
     CFault Reach();
     CStoreStatement Ask(const std::string& rszSql);
+    int64_t GetVersion();
     void Note(const CStoreStatement& roStatement);
 
     const std::string m_szFile;

@@ -24,12 +24,13 @@ struct SStoreRemains
     bool bHasDelivered = false;            // somebody was told of incidents,
     uint64_t uiLastDelivered = 0;          // up to this event
     std::vector<std::pair<SWatchEvent, SIncident>> aoUndelivered; // begins and ends behind it
+    std::vector<std::pair<SWatchEvent, SIncident>> aoEnded;       // what a killed run left open, and nobody told of yet
     int64_t iOwnRun = 0;                                          // row of the run itself; 0: there is none yet
 };
 
 /*
  * Ends runs that were killed with the events that they could not write (their streams are watched no longer, from the
- * last second on that they wrote), puts minutes away that will not go on, and tells which
+ * last second on that they wrote, and their incidents are over), puts minutes away that will not go on, and tells which
  * streams ran.
  *   poFile        in
  *   iBeginUtcNs   in   the begin of the run that is to write: its own row, when the file comes back to it, stays open

@@ -6,6 +6,7 @@
 #define STORE_ROWS_H
 
 #include <string>
+#include <vector>
 
 #include "HistoryPoint.h"
 #include "StoreFile.h"
@@ -14,6 +15,11 @@
 
 /* "number, utc_ns, ..." */
 template <typename TRow> std::string StoreRows_GetNames();
+/* The same to read a file of a layout that may be older: what that lacks is NULL. */
+template <typename TRow> std::string StoreRows_GetNames(int64_t iVersion);
+
+/* Columns that the last layout has brought, as StoreRows_GetColumns has them. */
+template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns();
 
 /* "number INTEGER NOT NULL, utc_ns ...": to make a table of. */
 template <typename TRow> std::string StoreRows_GetColumns();

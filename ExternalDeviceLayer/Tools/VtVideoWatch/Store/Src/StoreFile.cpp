@@ -46,7 +46,13 @@ std::string GetIncidents()
 
 std::string GetUpdate(int64_t iVersion)
 {
-    return (iVersion < 2 ? "ALTER TABLE runs RENAME COLUMN is_closed TO ending;" : "") + GetIncidents();
+    std::string szSql = iVersion < 2 ? "ALTER TABLE runs RENAME COLUMN is_closed TO ending;" : "";
+    szSql += iVersion < 3 ? GetIncidents() : "";
+    for (const std::string& rszColumn : StoreRows_GetLaterColumns<SMinuteSummary>())
+    {
+        szSql += "ALTER TABLE minutes ADD COLUMN " + rszColumn + ";ALTER TABLE running ADD COLUMN " + rszColumn + ";";
+    }
+    return szSql;
 }
 
 CFault Refuse(const std::string& rszFile, const std::string& rszWhy)
@@ -204,6 +210,13 @@ CStoreStatement& CStoreStatement::Bind(const std::string& rszValue)
     return *this;
 }
 
+CStoreStatement& CStoreStatement::Bind(std::span<const uint8_t> auiBytes)
+{
+    sqlite3_bind_blob(m_poStatement.get(), ++m_iParameter, auiBytes.data(), static_cast<int>(auiBytes.size()),
+                      SQLITE_TRANSIENT);
+    return *this;
+}
+
 CStoreStatement& CStoreStatement::BindNull()
 {
     sqlite3_bind_null(m_poStatement.get(), ++m_iParameter);
@@ -240,4 +253,11 @@ std::string CStoreStatement::GetText()
 {
     const unsigned char* puiText = sqlite3_column_text(m_poStatement.get(), m_iColumn++);
     return puiText == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(puiText));
+}
+
+std::span<const uint8_t> CStoreStatement::GetBytes()
+{
+    const auto* puiBytes = static_cast<const uint8_t*>(sqlite3_column_blob(m_poStatement.get(), m_iColumn));
+    const int iBytes = sqlite3_column_bytes(m_poStatement.get(), m_iColumn++);
+    return {puiBytes, static_cast<size_t>(iBytes)};
 }

@@ -4,6 +4,13 @@
 
 #include "StoreRows.h"
 
+namespace
+{
+
+constexpr int64_t iIncidentsVersion = 3; // the first layout that had incidents
+
+} // namespace
+
 CFault CStoreReader::Open()
 {
     const std::lock_guard oGuard(m_oMutex);
@@ -21,6 +28,13 @@ CStoreStatement CStoreReader::Ask(const std::string& rszSql)
 {
     static_cast<void>(Reach());
     return {m_poFile.get(), rszSql.c_str()};
+}
+
+// Under the lock. A watch may bring the file to a newer layout at any time.
+int64_t CStoreReader::GetVersion()
+{
+    CStoreStatement oVersion = Ask("PRAGMA user_version");
+    return oVersion.Next() ? oVersion.GetInt() : iStoreVersion;
 }
 
 // Under the lock, behind the last row.
@@ -67,7 +81,7 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
 {
     const std::lock_guard oGuard(m_oMutex);
     const std::string szWhere = " WHERE direction = ? AND stream = ? AND utc_ns >= ? AND utc_ns < ?";
-    const std::string szSelect = "SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM ";
+    const std::string szSelect = "SELECT " + StoreRows_GetNames<SMinuteSummary>(GetVersion()) + " FROM ";
     const std::string szSql = szSelect + "minutes" + szWhere + " UNION ALL " + szSelect + "running" + szWhere +
                               " ORDER BY utc_ns DESC LIMIT ?";
     CStoreStatement oStatement = Ask(szSql);
@@ -90,6 +104,10 @@ void CStoreReader::FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBefor
                                  std::vector<SIncident>& raoIncidents)
 {
     const std::lock_guard oGuard(m_oMutex);
+    if (GetVersion() < iIncidentsVersion)
+    {
+        return;
+    }
     CStoreStatement oStatement = Ask("SELECT " + StoreRows_GetNames<SIncident>() +
                                      " FROM incidents WHERE number < ? AND begin_ns < ? ORDER BY number DESC");
     oStatement.Bind(std::min<uint64_t>(uiBeforeNumber, INT64_MAX)).Bind(roQuery.iToUtcNs);
@@ -101,6 +119,7 @@ void CStoreReader::FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBefor
             raoIncidents.push_back(oIncident);
         }
     }
+    Note(oStatement);
 }
 
 int64_t CStoreReader::GetBegin()

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "StoreRows.h"
+#include "WatchJudge.h"
 
 namespace
 {
@@ -79,11 +80,38 @@ void FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
     }
 }
 
-// Incidents of a killed run ended with its last second.
-bool EndIncidents(sqlite3* poFile)
+std::vector<SIncident> FindOpen(sqlite3* poFile)
 {
-    return StoreFile_Run(poFile, "UPDATE incidents SET end_ns = max(begin_ns, coalesce((SELECT max(end_ns) FROM runs), "
-                                 "begin_ns)) WHERE end_ns = 0");
+    std::vector<SIncident> aoOpen;
+    CStoreStatement oFind(poFile,
+                          ("SELECT " + StoreRows_GetNames<SIncident>() + " FROM incidents WHERE end_ns = 0").c_str());
+    while (oFind.Next())
+    {
+        aoOpen.push_back(StoreRows_Read<SIncident>(oFind));
+    }
+    return aoOpen;
+}
+
+// Incidents of a killed run ended with its last second; those of a run that comes back to its file go on.
+bool EndIncidents(sqlite3* poFile, SStoreRemains& roRemains)
+{
+    CStoreStatement oEnd(poFile, "SELECT max(end_ns) FROM runs");
+    const int64_t iEndUtcNs = oEnd.Next() ? oEnd.GetInt() : 0;
+    uint64_t uiNumber = StoreRecovery_GetLastEvent(poFile);
+    CStoreStatement oEvent = StoreRows_Insert<SWatchEvent>(poFile, "events");
+    CStoreStatement oIncident = StoreRows_Insert<SIncident>(poFile, "incidents");
+    for (SIncident& roIncident : FindOpen(poFile))
+    {
+        roIncident.iEndUtcNs = std::max(roIncident.iBeginUtcNs, iEndUtcNs);
+        SWatchEvent oEnded = WatchJudge_MakeEvent(roIncident, EWatchEventKind::INCIDENT_ENDED);
+        oEnded.uiNumber = ++uiNumber;
+        if (!StoreRows_Bind(oIncident, roIncident).Run() || !StoreRows_Bind(oEvent, oEnded).Run())
+        {
+            return false;
+        }
+        roRemains.aoEnded.emplace_back(oEnded, roIncident);
+    }
+    return true;
 }
 
 // What the program for incidents was not told: begins and ends behind the last one that it took.
@@ -151,11 +179,12 @@ bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, 
     FindEarlier(poFile, roRemains.aoEarlier);
     roRemains.iOwnRun = FindRun(poFile, iBeginUtcNs);
     const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
-                         EndIncidents(poFile) && PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) &&
-                         StoreFile_Run(poFile, "COMMIT");
+                         (roRemains.iOwnRun != 0 || EndIncidents(poFile, roRemains)) &&
+                         PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
     if (!bIsDone)
     {
         static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
+        roRemains.aoEnded.clear();
     }
     roRemains.uiLastEvent = StoreRecovery_GetLastEvent(poFile);
     ReadIncidents(poFile, roRemains);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <limits>
+#include <string_view>
 #include <type_traits>
 
 namespace
@@ -13,6 +14,7 @@ template <typename TRow> struct SColumn
     const char* szType;
     void (*oBind)(CStoreStatement& roStatement, const TRow& roRow);
     void (*oRead)(CStoreStatement& roStatement, TRow& roRow);
+    bool bIsLater = false; // than the first layouts had; there it reads as NULL
 };
 
 template <typename TValue> void BindValue(CStoreStatement& roStatement, TValue oValue)
@@ -25,7 +27,7 @@ template <typename TValue> void BindValue(CStoreStatement& roStatement, TValue o
     {
         roStatement.Bind(static_cast<double>(oValue));
     }
-    else if constexpr (std::is_same_v<TValue, bool>)
+    else if constexpr (std::is_same_v<TValue, bool> || std::is_same_v<TValue, uint16_t>)
     {
         roStatement.Bind(int64_t{oValue});
     }
@@ -93,6 +95,76 @@ template <typename TRow, typename TGet> constexpr SColumn<TRow> ErrorOf(const ch
                 roStatement.Bind(roEstimate.bIsValid ? roEstimate.flStdErr : std::numeric_limits<double>::quiet_NaN());
             },
             [](CStoreStatement& roStatement, TRow& roRow) { TGet{}(roRow).flStdErr = roStatement.GetDouble(); }};
+}
+
+// A column that older layouts lack: their rows have the default.
+template <typename TRow> constexpr SColumn<TRow> Later(SColumn<TRow> oColumn)
+{
+    oColumn.szType =
+        std::string_view(oColumn.szType) == "INTEGER NOT NULL" ? "INTEGER NOT NULL DEFAULT 0" : oColumn.szType;
+    oColumn.bIsLater = true;
+    return oColumn;
+}
+
+// A figure that is negative where it is not known: NULL then.
+template <typename TRow, typename TGet> constexpr SColumn<TRow> KnownOf(const char* szName, TGet /*fnGet*/)
+{
+    return {szName, "REAL",
+            [](CStoreStatement& roStatement, const TRow& roRow)
+            {
+                const auto flValue = static_cast<double>(TGet{}(roRow));
+                roStatement.Bind(flValue < 0.0 ? std::numeric_limits<double>::quiet_NaN() : flValue);
+            },
+            [](CStoreStatement& roStatement, TRow& roRow)
+            {
+                const bool bIsKnown = !roStatement.IsNextNull();
+                const double flValue = roStatement.GetDouble();
+                TGet{}(roRow) = static_cast<float>(bIsKnown ? flValue : -1.0);
+            }};
+}
+
+// The bins of a histogram that hold something: the bin's number in a byte, its count in bytes of seven bits, the lowest
+// first, all but the last with the highest bit set.
+std::vector<uint8_t> PackBins(const SPacingHistogram& roPacing)
+{
+    std::vector<uint8_t> auiBytes;
+    for (uint32_t uiBin = 0; uiBin < uiPacingBins; ++uiBin)
+    {
+        uint64_t uiCount = roPacing.auiCounts[uiBin];
+        if (uiCount == 0)
+        {
+            continue;
+        }
+        auiBytes.push_back(static_cast<uint8_t>(uiBin));
+        for (; uiCount > 0x7F; uiCount >>= 7)
+        {
+            auiBytes.push_back(static_cast<uint8_t>(uiCount | 0x80U));
+        }
+        auiBytes.push_back(static_cast<uint8_t>(uiCount));
+    }
+    return auiBytes;
+}
+
+// Of a damaged row what can be read.
+void UnpackBins(std::span<const uint8_t> auiBytes, SPacingHistogram& roPacing)
+{
+    for (size_t uiByte = 0; uiByte + 1 < auiBytes.size();)
+    {
+        const uint8_t uiBin = auiBytes[uiByte++];
+        uint64_t uiCount = 0;
+        uint32_t uiShift = 0;
+        bool bGoesOn = true;
+        while (bGoesOn && uiByte < auiBytes.size() && uiShift < 63)
+        {
+            bGoesOn = (auiBytes[uiByte] & 0x80U) != 0;
+            uiCount |= uint64_t{auiBytes[uiByte++] & 0x7FU} << uiShift;
+            uiShift += 7;
+        }
+        if (uiBin < uiPacingBins)
+        {
+            roPacing.auiCounts[uiBin] = uiCount;
+        }
+    }
 }
 
 using E = SWatchEvent;
@@ -182,6 +254,43 @@ constexpr std::array aoColumns<M> = {
         "lock", [](auto& roMinute) -> auto& { return roMinute.oPoint.eLock; }),
     Of<M>(
         "state", [](auto& roMinute) -> auto& { return roMinute.oPoint.eState; }),
+    Later(Of<M>(
+        "repeated", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiRepeated; })),
+    Later(Of<M>(
+        "cadence", [](auto& roMinute) -> auto& { return roMinute.oPoint.uiCadence; })),
+    Later(Of<M>(
+        "queue_points", [](auto& roMinute) -> auto& { return roMinute.uiQueuePoints; })),
+    Later(KnownOf<M>(
+        "ready", [](auto& roMinute) -> auto& { return roMinute.oPoint.oReady.flMean; })),
+    Later(Of<M>(
+        "ready_least", [](auto& roMinute) -> auto& { return roMinute.oPoint.oReady.uiLeast; })),
+    Later(Of<M>(
+        "ready_most", [](auto& roMinute) -> auto& { return roMinute.oPoint.oReady.uiMost; })),
+    Later(KnownOf<M>(
+        "loaned", [](auto& roMinute) -> auto& { return roMinute.oPoint.oLoaned.flMean; })),
+    Later(Of<M>(
+        "loaned_least", [](auto& roMinute) -> auto& { return roMinute.oPoint.oLoaned.uiLeast; })),
+    Later(Of<M>(
+        "loaned_most", [](auto& roMinute) -> auto& { return roMinute.oPoint.oLoaned.uiMost; })),
+    Later(KnownOf<M>(
+        "internal", [](auto& roMinute) -> auto& { return roMinute.oPoint.oInternal.flMean; })),
+    Later(Of<M>(
+        "internal_least", [](auto& roMinute) -> auto& { return roMinute.oPoint.oInternal.uiLeast; })),
+    Later(Of<M>(
+        "internal_most", [](auto& roMinute) -> auto& { return roMinute.oPoint.oInternal.uiMost; })),
+    Later(Of<M>(
+        "held_points", [](auto& roMinute) -> auto& { return roMinute.uiHeldPoints; })),
+    Later(KnownOf<M>(
+        "held_s", [](auto& roMinute) -> auto& { return roMinute.oPoint.flHeldSeconds; })),
+    Later(SColumn<M>{"pacing", "BLOB",
+                     [](CStoreStatement& roStatement, const M& roMinute)
+                     { roStatement.Bind(std::span<const uint8_t>(PackBins(roMinute.oPacing))); },
+                     [](CStoreStatement& roStatement, M& roMinute)
+                     { UnpackBins(roStatement.GetBytes(), roMinute.oPacing); }}),
+    Later(Of<M>(
+        "pacing_worst_s", [](auto& roMinute) -> auto& { return roMinute.oPacing.oWorst.flSeconds; })),
+    Later(Of<M>(
+        "pacing_worst_ns", [](auto& roMinute) -> auto& { return roMinute.oPacing.oWorst.iUtcNs; })),
 };
 
 using I = SIncident;
@@ -249,7 +358,27 @@ template <typename TRow, typename TSay> std::string Join(TSay fnSay)
 
 template <typename TRow> std::string StoreRows_GetNames()
 {
-    return Join<TRow>([](const SColumn<TRow>& roColumn) { return std::string(roColumn.szName); });
+    return StoreRows_GetNames<TRow>(iStoreVersion);
+}
+
+template <typename TRow> std::string StoreRows_GetNames(int64_t iVersion)
+{
+    return Join<TRow>(
+        [iVersion](const SColumn<TRow>& roColumn)
+        { return (roColumn.bIsLater && iVersion < iStoreVersion ? "NULL AS " : "") + std::string(roColumn.szName); });
+}
+
+template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns()
+{
+    std::vector<std::string> aszColumns;
+    for (const SColumn<TRow>& roColumn : aoColumns<TRow>)
+    {
+        if (roColumn.bIsLater)
+        {
+            aszColumns.push_back(std::string(roColumn.szName) + " " + roColumn.szType);
+        }
+    }
+    return aszColumns;
 }
 
 template <typename TRow> std::string StoreRows_GetColumns()
@@ -286,6 +415,10 @@ template <typename TRow> TRow StoreRows_Read(CStoreStatement& roStatement)
     {
         roColumn.oRead(roStatement, oRow);
     }
+    if constexpr (std::is_same_v<TRow, SMinuteSummary>)
+    {
+        oRow.oPoint.oPacing = HistoryPoint_GetPacing(oRow.oPacing);
+    }
     return oRow;
 }
 
@@ -300,6 +433,8 @@ SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement)
 template std::string StoreRows_GetNames<SWatchEvent>();
 template std::string StoreRows_GetNames<SMinuteSummary>();
 template std::string StoreRows_GetNames<SIncident>();
+template std::string StoreRows_GetNames<SMinuteSummary>(int64_t);
+template std::vector<std::string> StoreRows_GetLaterColumns<SMinuteSummary>();
 template std::string StoreRows_GetColumns<SWatchEvent>();
 template std::string StoreRows_GetColumns<SMinuteSummary>();
 template std::string StoreRows_GetColumns<SIncident>();

@@ -30,7 +30,13 @@ EHealthDomain HealthTexts_GetWorst(const SStreamHealth& roHealth);
 /* The cause of an incident, as far as the data tell. */
 std::string HealthTexts_GetIncidentCause(const SIncident& roIncident);
 
-/* An incident in one line: "feed of OUT_00: no new picture". */
+/* Its streams: "IN_00, 02, 04-07, OUT_01". */
+std::string HealthTexts_GetIncidentStreams(const SIncident& roIncident);
+
+/* What it cost: "1 field", "120 pictures"; empty when nothing. */
+std::string HealthTexts_GetIncidentLost(const SIncident& roIncident);
+
+/* An incident in one line: "feed of OUT_00: no new picture comes". */
 std::string HealthTexts_GetIncidentTitle(const SIncident& roIncident);
 
 #endif

@@ -58,10 +58,12 @@ CJson FromFeed(const SStreamFigures& roStream)
             {"estimated", roFeed.bIsEstimated}};
 }
 
-// Only bins that hold something, by their number.
-CJson FromPacing(const SPacingHistogram& roPacing)
+} // namespace
+
+CJson HealthJson_FromPacing(const SPacingHistogram& roPacing)
 {
     const SPacingFigures oFigures = Pacing_GetFigures(roPacing);
+    // Only bins that hold something, by their number.
     CJson oBins = CJson::array();
     for (uint32_t uiBin = 0; uiBin < uiPacingBins; ++uiBin)
     {
@@ -76,12 +78,10 @@ CJson FromPacing(const SPacingHistogram& roPacing)
             {"p95_seconds", Get(oFigures.flP95)},
             {"p99_seconds", Get(oFigures.flP99)},
             {"p999_seconds", Get(oFigures.flP999)},
-            {"worst_seconds", Get(roPacing.flWorstSeconds)},
-            {"worst_utc", roPacing.iWorstUtcNs == 0 ? CJson() : CJson(WatchTexts_GetUtc(roPacing.iWorstUtcNs))},
+            {"worst_seconds", Get(roPacing.oWorst.flSeconds)},
+            {"worst_utc", roPacing.oWorst.iUtcNs == 0 ? CJson() : CJson(WatchTexts_GetUtc(roPacing.oWorst.iUtcNs))},
             {"bins", std::move(oBins)}};
 }
-
-} // namespace
 
 CJson HealthJson_FromStream(EStreamDirection eDirection, const SStreamHealth& roHealth)
 {
@@ -153,5 +153,5 @@ void HealthJson_AddTrackers(CJson& roJson, const SStreamFigures& roStream)
                                           : CJson()},
                     {"swaps", roStream.oCounters.uiFieldOrderSwaps}}
             : CJson();
-    roJson["pacing"] = FromPacing(roStream.oPacing);
+    roJson["pacing"] = HealthJson_FromPacing(roStream.oPacing);
 }

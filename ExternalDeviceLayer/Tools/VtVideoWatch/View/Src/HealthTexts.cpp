@@ -33,9 +33,10 @@ constexpr std::array<const char*, uiNbOfHealthDomains> aszFine = {
 using Reason = const SHealthReason&;
 using DescribeFunction = std::string (*)(EStreamDirection eDirection, Reason);
 
-unsigned long long Number(uint64_t uiValue)
+// "1 field was not delivered", "2 fields were not delivered"
+std::string CountThat(uint64_t uiCount, const char* szOne, const char* szWhat)
 {
-    return uiValue;
+    return TextFormat_Count(uiCount, szOne) + (uiCount == 1 ? " was " : " were ") + szWhat;
 }
 
 std::string GetMemberName(uint32_t uiMember)
@@ -89,19 +90,17 @@ constexpr std::array<DescribeFunction, static_cast<size_t>(EHealthReason::COUNT)
     DescribeStandard,
     DescribeChange,
     [](EStreamDirection, Reason) -> std::string { return "top and bottom fields are swapped"; },
-    [](EStreamDirection, Reason roReason)
-    { return TextFormat_Print("%llu fields were not delivered", Number(roReason.uiCount)); },
+    [](EStreamDirection, Reason roReason) { return CountThat(roReason.uiCount, "field", "not delivered"); },
     [](EStreamDirection, Reason) -> std::string { return "no new picture comes"; },
     [](EStreamDirection, Reason) -> std::string { return "no picture has come"; },
     DescribeCadence,
-    [](EStreamDirection, Reason roReason)
-    { return TextFormat_Print("%llu pictures were not taken in time", Number(roReason.uiCount)); },
+    [](EStreamDirection, Reason roReason) { return CountThat(roReason.uiCount, "picture", "not taken in time"); },
     [](EStreamDirection, Reason) -> std::string { return "nobody takes the pictures"; },
     DescribeLock,
     DescribeLock,
     [](EStreamDirection, Reason roReason) { return TextFormat_Print("its rate is %+.0f ppm off", roReason.flValue); },
     [](EStreamDirection, Reason roReason)
-    { return TextFormat_Print("%llu fields passed while the watch was late", Number(roReason.uiCount)); },
+    { return TextFormat_Count(roReason.uiCount, "field") + " passed while the watch was late"; },
 };
 
 uint32_t CountStreams(const SIncident& roIncident)
@@ -116,8 +115,23 @@ const char* GetNoun(const SIncident& roIncident)
 
 std::string GetTogether(const SIncident& roIncident)
 {
-    return roIncident.bIsTogether ? TextFormat_Print(" within %.3g ms", roIncident.flSpreadSeconds * 1e3)
-                                  : ", one after another";
+    constexpr double flAtOnceSeconds = 5e-6;
+    return !roIncident.bIsTogether ? ", one after another"
+           : roIncident.flSpreadSeconds < flAtOnceSeconds
+               ? " at once"
+               : TextFormat_Print(" within %.3g ms", roIncident.flSpreadSeconds * 1e3);
+}
+
+std::string GetFirstReason(const SIncident& roIncident)
+{
+    return HealthTexts_GetReason(roIncident.eDomain, roIncident.oFirstStream.eDirection, roIncident.oFirst);
+}
+
+// What its streams are of: "all 4 inputs of one lock group within 0.2 ms".
+std::string GetShared(const SIncident& roIncident, const char* szOf)
+{
+    return (roIncident.bIsWhole ? "all " : "") + std::to_string(CountStreams(roIncident)) + " " + GetNoun(roIncident) +
+           " of " + szOf + GetTogether(roIncident);
 }
 
 } // namespace
@@ -198,32 +212,39 @@ EHealthDomain HealthTexts_GetWorst(const SStreamHealth& roHealth)
 
 std::string HealthTexts_GetIncidentCause(const SIncident& roIncident)
 {
-    const uint32_t uiStreams = CountStreams(roIncident);
     switch (roIncident.eShared)
     {
     case EIncidentShare::MACHINE:
-        return roIncident.bIsWhole
-                   ? TextFormat_Print("the machine stood still for %.2g s", roIncident.flStoodSeconds)
-                   : TextFormat_Print("the watching of %u %s was held up", uiStreams, GetNoun(roIncident));
+        return roIncident.bIsWhole ? TextFormat_Print("the machine stood still for %.1f s", roIncident.flStoodSeconds)
+                                   : TextFormat_Print("the watching of %u %s was held up", CountStreams(roIncident),
+                                                      GetNoun(roIncident));
     case EIncidentShare::LOCK_GROUP:
-        return TextFormat_Print(roIncident.bIsWhole ? "all %u %s of one lock group" : "%u %s of one lock group",
-                                uiStreams, GetNoun(roIncident)) +
-               GetTogether(roIncident) +
-               (roIncident.bIsWhole && roIncident.bIsTogether ? ": their common reference" : "");
+        return roIncident.bIsWhole && roIncident.bIsTogether
+                   ? GetShared(roIncident, "one lock group") + ": their common reference"
+                   : GetFirstReason(roIncident) + "; " + GetShared(roIncident, "one lock group");
     case EIncidentShare::BOARD:
-        return TextFormat_Print(roIncident.bIsWhole ? "all %u %s of the board" : "%u %s of the board", uiStreams,
-                                GetNoun(roIncident)) +
-               GetTogether(roIncident);
+        return GetFirstReason(roIncident) + "; " + GetShared(roIncident, "the board");
     default:
-        return HealthTexts_GetReason(roIncident.eDomain, roIncident.oFirstStream.eDirection, roIncident.oFirst);
+        return GetFirstReason(roIncident);
     }
+}
+
+std::string HealthTexts_GetIncidentStreams(const SIncident& roIncident)
+{
+    const std::string szInputs = StreamId_PrintRanges(EStreamDirection::INPUT, roIncident.auiStreams[0]);
+    const std::string szOutputs = StreamId_PrintRanges(EStreamDirection::OUTPUT, roIncident.auiStreams[1]);
+    return szInputs + (szInputs.empty() || szOutputs.empty() ? "" : ", ") + szOutputs;
+}
+
+std::string HealthTexts_GetIncidentLost(const SIncident& roIncident)
+{
+    return roIncident.uiLost == 0
+               ? ""
+               : TextFormat_Count(roIncident.uiLost, roIncident.eDomain == EHealthDomain::FEED ? "picture" : "field");
 }
 
 std::string HealthTexts_GetIncidentTitle(const SIncident& roIncident)
 {
-    const uint32_t uiStreams = CountStreams(roIncident);
-    std::string szTitle =
-        std::string(HealthTexts_GetDomain(roIncident.eDomain)) + " of " + StreamId_Print(roIncident.oFirstStream);
-    szTitle += uiStreams > 1 ? TextFormat_Print(" and %u more", uiStreams - 1) : "";
-    return szTitle + ": " + HealthTexts_GetIncidentCause(roIncident);
+    return std::string(HealthTexts_GetDomain(roIncident.eDomain)) + " of " +
+           HealthTexts_GetIncidentStreams(roIncident) + ": " + HealthTexts_GetIncidentCause(roIncident);
 }

@@ -12,3 +12,8 @@ std::string TextFormat_Print(const char* szFormat, ...)
     va_end(oArguments);
     return szText;
 }
+
+std::string TextFormat_Count(uint64_t uiCount, const char* szOne)
+{
+    return std::to_string(uiCount) + " " + szOne + (uiCount == 1 ? "" : "s");
+}
