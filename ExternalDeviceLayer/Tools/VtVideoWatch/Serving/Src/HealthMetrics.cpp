@@ -14,9 +14,10 @@ namespace
 using prometheus::MetricType;
 
 constexpr int iDigits = 5;
-// Bounds of the histogram that buckets have, by sign: 1 us, 10 us, 0.1 ms, 1 ms, 0.1 s. Beyond a millisecond all is
-// equally bad, and a bucket more of each sign would be three percent of a scrape.
-constexpr std::array<uint32_t, 5> auiPacingBounds = {0, 10, 20, 30, 50};
+constexpr uint32_t uiPacingStep = 10; // bins of the histogram that one bucket holds: a decade
+// The last bound of each sign that is told unless all is: 1 ms. Beyond it all is equally bad, and the two decades
+// behind it would be six percent of a scrape.
+constexpr uint32_t uiPacingMost = 30;
 
 struct SNamedHealth
 {
@@ -147,7 +148,7 @@ void CollectQueues(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
 }
 
 // The bounds of buckets are those of bins.
-prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
+prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing, uint32_t uiMost)
 {
     prometheus::ClientMetric::Histogram oHistogram;
     uint64_t uiCount = 0;
@@ -156,7 +157,7 @@ prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
         uiCount += roPacing.auiCounts[uiBin];
         const bool bIsEarly = uiBin < uiPacingBinsPerSign;
         const uint32_t uiBound = bIsEarly ? uiPacingBinsPerSign - 1 - uiBin : uiBin - uiPacingBinsPerSign;
-        if (std::ranges::find(auiPacingBounds, uiBound) != auiPacingBounds.end())
+        if (uiBound % uiPacingStep == 0 && uiBound <= uiMost)
         {
             const double flBound = WatchJson_Round(aflPacingBounds[uiBound], 3);
             oHistogram.bucket.push_back({uiCount, bIsEarly ? -flBound : flBound});
@@ -168,8 +169,9 @@ prometheus::ClientMetric::Histogram MakePacing(const SPacingHistogram& roPacing)
     return oHistogram;
 }
 
-void CollectPacing(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+void CollectPacing(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, CFamilies& raoFamilies)
 {
+    const uint32_t uiMost = eDetail == EMetricDetail::FULL ? uiPacingBinsPerSign - 1 : uiPacingMost;
     prometheus::MetricFamily& roFamily = raoFamilies.emplace_back();
     roFamily.name = "vt_video_pacing_seconds";
     roFamily.help = "Deviation of each field's start from its grid; negative: early.";
@@ -179,7 +181,7 @@ void CollectPacing(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
                                    {
                                        prometheus::ClientMetric& roMetric = roFamily.metric.emplace_back();
                                        roMetric.label = MetricLabels_Get(roStream);
-                                       roMetric.histogram = MakePacing(roStream.oPacing);
+                                       roMetric.histogram = MakePacing(roStream.oPacing, uiMost);
                                    });
 }
 
@@ -195,5 +197,5 @@ void HealthMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail
         CollectCauses(roPublication.oSnapshot, raoFamilies);
     }
     CollectQueues(roPublication.oSnapshot, raoFamilies);
-    CollectPacing(roPublication.oSnapshot, raoFamilies);
+    CollectPacing(roPublication.oSnapshot, eDetail, raoFamilies);
 }
