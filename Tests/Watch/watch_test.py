@@ -5,6 +5,7 @@
 import csv
 import io
 import json
+import mmap
 import os
 import pathlib
 import re
@@ -12,6 +13,7 @@ import shutil
 import signal
 import socket
 import sqlite3
+import struct
 import subprocess
 import sys
 import tempfile
@@ -241,6 +243,69 @@ class Serve(WatchCase):
             said = watch.said.read_text()
             self.assertEqual((watch.process.returncode, said.count("VtVideoWatch: ")), (1, 1), f"thread {number}: {said}")
         self.assertGreaterEqual(refused, 7, "signals, streams, store, journal, analysis, and those that serve")
+
+    def refuse(self, start, end, thread=b""):
+        """The allocations from start on, counted from 1, up to end; whoever runs with this has them refused."""
+        supply = self.folder / "supply"
+        if not supply.exists():
+            supply.write_bytes(bytes(64))
+        with open(supply, "r+b") as file, mmap.mmap(file.fileno(), 64) as shared:
+            count = struct.unpack_from("<Q", shared)[0] if thread or start > 0 else 0
+            struct.pack_into("<QQ16s", shared, 8, count + start, count + end, thread)
+        return {"LD_PRELOAD": REFUSER, "VT_REFUSED_MEMORY": str(supply)}
+
+    def count(self):
+        """Allocations so far."""
+        return struct.unpack_from("<Q", (self.folder / "supply").read_bytes())[0]
+
+    @unittest.skipIf(IS_SANITIZED, "a sanitizer has an allocator of its own")
+    def test_begins_or_says_in_one_line_that_there_is_no_memory(self):
+        ended = 0
+        for number in [*range(1, 6200, 331), *range(6200, 9000, 700)]:
+            for end in (number + 1, 10**9):
+                (self.folder / "supply").unlink(missing_ok=True)
+                watch = self.serve(LOCKED, "--store", self.store, "--journal", self.folder / "journal",
+                                   **self.refuse(number, end))
+                await_(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
+                status = watch.process.poll()
+                watch.process.kill()
+                said = watch.said.read_text()
+                with self.subTest(number=number, end=end):
+                    # A store that cannot be opened now, but perhaps later, is told besides.
+                    lines = said.count("VtVideoWatch: ") - said.count("no memory for") - (status is None and said.count(": out of memory\n"))
+                    self.assertIn((status, lines), [(1, 1), (None, 1)], said)
+                ended += status == 1
+        self.assertGreater(ended, 12, "a start without memory is no start")
+
+    @unittest.skipIf(IS_SANITIZED, "a sanitizer has an allocator of its own")
+    def test_goes_on_when_memory_fails(self):
+        flapping = LOCKED + "event = [{ kind = 'signal_loss', at_s = 1, for_s = 0.3, every_s = 1 }]\n"
+        watch = self.serve(flapping, "--store", self.store, "--journal", self.folder / "journal", "--on-incident",
+                           "/bin/true", **self.refuse(0, 0))
+        watch.await_snapshot()
+
+        def is_over(end):
+            for path in ("streams", "history?stream=IN_00", "events", "incidents"):
+                try:
+                    watch.get("/api/v1/" + path)
+                except OSError:
+                    pass  # this answer had no memory
+            return self.count() > end
+        for number in range(1, 1000, 53):
+            self.refuse(number, number + 1)
+            await_(lambda end=self.count() + number: is_over(end))
+        for thread, length in ((b"analysis", 60), (b"store", 20)):
+            self.refuse(1, length, thread)
+            await_(lambda end=self.count() + length: is_over(end))
+        self.refuse(0, 0)
+        watch.await_snapshot(watch.get("/api/v1/streams")["snapshot"]["number"] + 2)
+        await_(lambda: not watch.get("/api/v1/streams")["costs"]["store_failing"])
+        costs = watch.get("/api/v1/streams")["costs"]
+        self.assertGreater(costs["memory_failures"], 0)
+        self.assertIn("no memory for the analysis; the watch goes on", watch.said.read_text())
+        self.assertEqual(watch.end()[0], 0)
+        with sqlite3.connect(self.store) as store:
+            self.assertEqual(store.execute("PRAGMA integrity_check").fetchall(), [("ok",)])
 
     def test_pings_the_watchdog_from_named_threads(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:

@@ -224,6 +224,13 @@ void CDirectionWatch::FillReferencePhases()
     }
 }
 
+void CDirectionWatch::MakeRoom(SDirectionFigures& roFigures) const
+{
+    roFigures.aoStreams.resize(GetCount());
+    roFigures.aoPairs.reserve(m_aoPairs.size());
+    roFigures.aoGroups.reserve(GetCount());
+}
+
 void CDirectionWatch::Fill(const SClockReading& roClock, SDirectionFigures& roFigures) const
 {
     const int32_t iReference = m_oReference.Get();

@@ -30,6 +30,8 @@ public:
     void ForgetTicks();
     /* Takes in what belongs before the next instant. */
     void Release();
+    /* Makes room for what Fill() will fill in, which needs no memory then. */
+    void MakeRoom(SDirectionFigures& roFigures) const;
     void Fill(const SClockReading& roClock, SDirectionFigures& roFigures) const;
 
 private:

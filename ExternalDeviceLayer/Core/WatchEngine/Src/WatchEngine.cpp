@@ -273,6 +273,11 @@ bool CWatchEngine::Analyse(const SClockReading& roClock, SWatchSnapshot& roSnaps
     {
         BeginBoundary(roEngine, roClock.uiMonotonicNs);
     }
+    // First, so that want of memory leaves everything as it is, to be analysed later.
+    for (size_t uiDirection = 0; uiDirection < roEngine.aoDirections.size(); ++uiDirection)
+    {
+        roEngine.aoDirections[uiDirection].MakeRoom(roSnapshot.aoDirections[uiDirection]);
+    }
     if (!roEngine.bIsToEnd && IsDue(roEngine, roClock.uiMonotonicNs))
     {
         UpdateClock(roEngine);

@@ -17,4 +17,7 @@ int CheckCommand_RefuseUsage(const std::string& rszText);
 /* Says there that no board's library can be used. The exit status. */
 int CheckCommand_RefuseBoard(const std::string& rszText);
 
+/* Says there that there is no memory. The exit status. */
+int CheckCommand_RefuseMemory();
+
 #endif

@@ -10,6 +10,7 @@
 
 #include "CheckBaseline.h"
 #include "CheckPrint.h"
+#include "Memory.h"
 #include "Notice.h"
 #include "SignalWatch.h"
 #include "Threads.h"
@@ -28,15 +29,15 @@ constexpr uint32_t uiPatienceSeconds = 10; // beyond the time that was asked for
 constexpr std::chrono::milliseconds oEndPatience{1000}; // from the answer to the end of the process
 
 // A verdict that nobody can read is none.
-int Say(const std::string& rszLine, EVerdict eVerdict)
+int Say(const char* szLine, EVerdict eVerdict)
 {
-    const bool bIsSaid = std::puts(rszLine.c_str()) >= 0 && std::fflush(stdout) == 0;
+    const bool bIsSaid = std::puts(szLine) >= 0 && std::fflush(stdout) == 0;
     return static_cast<int>(bIsSaid ? eVerdict : EVerdict::UNKNOWN);
 }
 
 int SayUnknown(const std::string& rszText)
 {
-    return Say("VIDEO UNKNOWN - " + Notice_MakeLine(rszText), EVerdict::UNKNOWN);
+    return Say(("VIDEO UNKNOWN - " + Notice_MakeLine(rszText)).c_str(), EVerdict::UNKNOWN);
 }
 
 // The one answer of a check. When a call to the board does not come back it answers in the board's place, for a
@@ -61,12 +62,12 @@ public:
         return Thread_Start(m_oThread, "answer", [this] { Guard(); });
     }
 
-    int Give(const std::string& rszLine, EVerdict eVerdict)
+    int Give(const char* szLine, EVerdict eVerdict)
     {
         Change(
             [&]
             {
-                m_iStatus = Say(rszLine, eVerdict);
+                m_iStatus = Say(szLine, eVerdict);
                 m_oDeadline = std::chrono::steady_clock::now() + oEndPatience;
             });
         return *m_iStatus;
@@ -88,7 +89,7 @@ private:
             m_oChanged.wait_until(oLock, m_oDeadline);
             if (!m_bIsOver && std::chrono::steady_clock::now() >= m_oDeadline)
             {
-                _exit(m_iStatus ? *m_iStatus : SayUnknown("the board does not answer"));
+                _exit(m_iStatus ? *m_iStatus : Say("VIDEO UNKNOWN - the board does not answer", EVerdict::UNKNOWN));
             }
         }
     }
@@ -139,6 +140,16 @@ CFault Begin(const SCheckOptions& roOptions, CAnswer& roAnswer, CBoardSession& r
     return oFault ? oFault : roSession.Start();
 }
 
+std::string Judge(const SCheckOptions& roOptions, const SWatchPublication& roLast, EVerdict& reVerdict)
+{
+    SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, roLast);
+    CheckBaseline_Judge(roOptions, roLast, oVerdict);
+    std::string szLines =
+        roOptions.bJson ? CheckPrint_Json(oVerdict, roLast, roOptions.uiSeconds) : CheckPrint_Lines(oVerdict);
+    reVerdict = oVerdict.eVerdict;
+    return szLines;
+}
+
 } // namespace
 
 int CheckCommand_RefuseUsage(const std::string& rszText)
@@ -151,27 +162,29 @@ int CheckCommand_RefuseBoard(const std::string& rszText)
     return SayUnknown(rszText);
 }
 
+int CheckCommand_RefuseMemory()
+{
+    return Say("VIDEO UNKNOWN - no memory", EVerdict::UNKNOWN);
+}
+
 int CheckCommand_Run(const SCheckOptions& roOptions)
 {
     CSignalWatch oSignals;
     CAnswer oAnswer(std::chrono::seconds(roOptions.uiSeconds + uiPatienceSeconds));
     CBoardSession oSession;
     WatchPublicationPtr poLast;
-    CFault oFault = Begin(roOptions, oAnswer, oSession, oSignals);
-    oFault = oFault ? oFault : Watch(roOptions, oSession, oSignals, poLast);
-    int iStatus = static_cast<int>(EVerdict::UNKNOWN);
-    if (!oFault)
-    {
-        SCheckVerdict oVerdict = CheckVerdict_Judge(roOptions, *poLast);
-        CheckBaseline_Judge(roOptions, *poLast, oVerdict);
-        iStatus = oAnswer.Give(roOptions.bJson ? CheckPrint_Json(oVerdict, *poLast, roOptions.uiSeconds)
-                                               : CheckPrint_Lines(oVerdict),
-                               oVerdict.eVerdict);
-    }
-    else
-    {
-        iStatus = oAnswer.Give("VIDEO UNKNOWN - " + oFault.GetText(), EVerdict::UNKNOWN);
-    }
+    std::string szLines;
+    EVerdict eVerdict = EVerdict::UNKNOWN;
+    const CFault oFault = Memory_Try(
+        [&]
+        {
+            CFault oBegun = Begin(roOptions, oAnswer, oSession, oSignals);
+            oBegun = oBegun ? oBegun : Watch(roOptions, oSession, oSignals, poLast);
+            szLines = oBegun ? "VIDEO UNKNOWN - " + oBegun.GetText() : Judge(roOptions, *poLast, eVerdict);
+            return CFault();
+        });
+    const int iStatus =
+        oFault ? oAnswer.Give("VIDEO UNKNOWN - no memory", EVerdict::UNKNOWN) : oAnswer.Give(szLines.c_str(), eVerdict);
     if (!oSession.Stop(uiThreadsEndMs))
     {
         _exit(iStatus);

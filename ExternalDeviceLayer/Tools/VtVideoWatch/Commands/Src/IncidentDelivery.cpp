@@ -9,6 +9,7 @@
 #include "EventKinds.h"
 #include "HealthJson.h"
 #include "HealthTexts.h"
+#include "Memory.h"
 #include "Notice.h"
 #include "StreamId.h"
 #include "SystemJournal.h"
@@ -71,7 +72,7 @@ void CIncidentDelivery::Put(const SIncidentNews& roNews)
         {
             return;
         }
-        m_aoWaiting.push_back(roNews);
+        Memory_Do("an incident's delivery", [&] { m_aoWaiting.push_back(roNews); });
     }
     m_oMore.notify_one();
 }
@@ -125,7 +126,7 @@ void CIncidentDelivery::TellJournals(std::unique_lock<std::mutex>& roLock)
         itNews->bIsOld = true;
         const SIncidentNews oNews = *itNews;
         roLock.unlock();
-        TellJournal(oNews);
+        Memory_Do("an incident's entry in the system's journal", [&] { TellJournal(oNews); });
         roLock.lock();
     }
 }
@@ -134,7 +135,8 @@ void CIncidentDelivery::DeliverFirst(std::unique_lock<std::mutex>& roLock)
 {
     const SIncidentNews oNews = m_aoWaiting.front();
     roLock.unlock();
-    const bool bIsDelivered = Deliver(oNews);
+    bool bIsDelivered = false;
+    Memory_Do("an incident's delivery", [&] { bIsDelivered = Deliver(oNews); });
     roLock.lock();
     if (bIsDelivered)
     {

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <unistd.h>
 
+#include "Memory.h"
 #include "Notice.h"
 #include "RecordingMaker.h"
 #include "SignalWatch.h"
@@ -109,11 +110,12 @@ int RecordCommand_Run(const SRecordOptions& roOptions)
 {
     CSignalWatch oSignals;
     CBoardSession oSession;
-    CFault oFault = oSignals.Start(uiEndMs, iExitFailure, {});
-    if (!oFault)
-    {
-        oFault = Record(roOptions, oSession, oSignals);
-    }
+    const CFault oFault = Memory_Try(
+        [&]
+        {
+            CFault oStarted = oSignals.Start(uiEndMs, iExitFailure, {});
+            return oStarted ? oStarted : Record(roOptions, oSession, oSignals);
+        });
     if (oFault)
     {
         Notice_Say(oFault.GetText());

@@ -11,6 +11,7 @@
 #include "EventJson.h"
 #include "EventKinds.h"
 #include "IncidentDelivery.h"
+#include "Memory.h"
 #include "Notice.h"
 #include "RecordingKeeper.h"
 #include "ServiceNotice.h"
@@ -181,7 +182,7 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
         roOptions.uiRecorderSeconds == 0 ? 0 : roOptions.uiRecorderSeconds + uiRecorderSlackSeconds;
     oSetup.fnTake = [&roRun](const SWatchStep& roStep)
     {
-        roRun.poData->Put(roStep);
+        Memory_Do("a second of the history", [&] { roRun.poData->Put(roStep); });
         if (roRun.poStore)
         {
             roRun.poStore->Put(roStep);
@@ -190,10 +191,10 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
         {
             roRun.poJournal->Put(roStep.aoEvents);
         }
-        PutIncidents(roRun, roStep);
+        Memory_Do("incidents", [&] { PutIncidents(roRun, roStep); });
         if (roRun.poKeeper)
         {
-            roRun.poKeeper->Put(roStep);
+            Memory_Do("a recording", [&] { roRun.poKeeper->Put(roStep); });
         }
     };
     oSetup.fnAddCosts = [&roRun](SWatchCosts& roCosts)
@@ -300,8 +301,7 @@ void Watch(SServeRun& roRun, CSignalWatch& roSignals)
         const uint64_t uiProgress = roRun.poRun->GetProgress();
         if (!bIsReady && uiProgress > 0)
         {
-            bIsReady = true;
-            roRun.oNotice.SayReady(MakeStatus(*roRun.poData));
+            bIsReady = Memory_Do("the status", [&] { roRun.oNotice.SayReady(MakeStatus(*roRun.poData)); });
             if (roRun.oSession.GetRealTime() == ERealTime::REFUSED)
             {
                 Notice_Say("no right to real-time priority (see LimitRTPRIO or CAP_SYS_NICE); fields may be seen late");
@@ -309,7 +309,7 @@ void Watch(SServeRun& roRun, CSignalWatch& roSignals)
         }
         if (bIsReady)
         {
-            roRun.oNotice.SayStatus(MakeStatus(*roRun.poData));
+            Memory_Do("the status", [&] { roRun.oNotice.SayStatus(MakeStatus(*roRun.poData)); });
             roRun.oNotice.SayAlive(uiProgress);
         }
     }
@@ -357,11 +357,34 @@ bool End(SServeRun& roRun)
 void ReloadServer(SServeRun& roRun)
 {
     const std::lock_guard oGuard(roRun.oServerMutex);
-    const CFault oFault = roRun.poServer ? roRun.poServer->Reload() : CFault();
-    if (oFault)
+    Memory_Do("reading the served files anew",
+              [&roRun]
+              {
+                  const CFault oFault = roRun.poServer ? roRun.poServer->Reload() : CFault();
+                  if (oFault)
+                  {
+                      Notice_Say(oFault.GetText() + "; what was read before goes on");
+                  }
+              });
+}
+
+CFault BeginAll(const SServeOptions& roOptions, SServeRun& roRun, CSignalWatch& roSignals)
+{
+    if (!roOptions.szJournal.empty())
     {
-        Notice_Say(oFault.GetText() + "; what was read before goes on");
+        roRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal, [](const SWatchEvent& roEvent)
+                                                          { return WatchJson_Print(EventJson_FromEvent(roEvent)); });
     }
+    CFault oFault = roSignals.Start(uiEndMs, iExitOk,
+                                    [&roRun]
+                                    {
+                                        if (roRun.poJournal)
+                                        {
+                                            roRun.poJournal->Reopen();
+                                        }
+                                        ReloadServer(roRun);
+                                    });
+    return oFault ? oFault : Begin(roOptions, roRun);
 }
 
 } // namespace
@@ -369,22 +392,8 @@ void ReloadServer(SServeRun& roRun)
 int ServeCommand_Run(const SServeOptions& roOptions)
 {
     SServeRun oRun;
-    if (!roOptions.szJournal.empty())
-    {
-        oRun.poJournal = std::make_unique<CEventJournal>(roOptions.szJournal, [](const SWatchEvent& roEvent)
-                                                         { return WatchJson_Print(EventJson_FromEvent(roEvent)); });
-    }
     CSignalWatch oSignals;
-    CFault oFault = oSignals.Start(uiEndMs, iExitOk,
-                                   [&oRun]
-                                   {
-                                       if (oRun.poJournal)
-                                       {
-                                           oRun.poJournal->Reopen();
-                                       }
-                                       ReloadServer(oRun);
-                                   });
-    oFault = oFault ? oFault : Begin(roOptions, oRun);
+    const CFault oFault = Memory_Try([&] { return BeginAll(roOptions, oRun, oSignals); });
     const int iStatus = oFault ? iExitFailure : iExitOk;
     if (oFault)
     {

@@ -2,10 +2,15 @@
  * Entry of the watch: reads the command line and hands over to the subcommand.
  */
 #include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string_view>
+#include <unistd.h>
 
 #include "BoardLoader.h"
 #include "CheckCommand.h"
 #include "ExportCommand.h"
+#include "Memory.h"
 #include "Notice.h"
 #include "RecordCommand.h"
 #include "ReportCommand.h"
@@ -15,10 +20,26 @@
 #include "WatchClocks.h"
 #include "WatchOptions.h"
 
-int main(int argc, char* argv[])
+namespace
 {
-    CSignalWatch::HoldEarly();
-    StandardFiles_KeepPlaces();
+
+// Where nobody can catch what is thrown for want of memory, in objects that are made before main among others, the
+// program ends like any other that cannot begin.
+[[noreturn]] void EndWithoutMemory()
+{
+    constexpr std::string_view szLine = "VtVideoWatch: no memory\n";
+    static_cast<void>(write(STDERR_FILENO, szLine.data(), szLine.size()));
+    _exit(iExitFailure);
+}
+
+// Before the first object is made.
+[[gnu::constructor(101)]] void SetEnd()
+{
+    std::set_terminate(EndWithoutMemory);
+}
+
+int Run(int argc, char* argv[])
+{
     SWatchOptions oOptions;
     std::string szText;
     const std::vector<std::string> aszArguments(argv + (argc > 0 ? 1 : 0), argv + argc);
@@ -58,4 +79,30 @@ int main(int argc, char* argv[])
         return ExportCommand_Run(oOptions.oExport);
     }
     return iExitUsage;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    CSignalWatch::HoldEarly();
+    StandardFiles_KeepPlaces();
+    Memory_Reserve();
+    int iStatus = iExitFailure;
+    const CFault oFault = Memory_Try(
+        [&]
+        {
+            iStatus = Run(argc, argv);
+            return CFault();
+        });
+    if (!oFault)
+    {
+        return iStatus;
+    }
+    if (argc > 1 && std::strcmp(argv[1], "check") == 0)
+    {
+        return CheckCommand_RefuseMemory();
+    }
+    static_cast<void>(std::fputs("VtVideoWatch: no memory\n", stderr));
+    return iExitFailure;
 }

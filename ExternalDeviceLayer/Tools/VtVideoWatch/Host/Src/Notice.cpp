@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "Memory.h"
+
 std::string Notice_MakeLine(std::string szText)
 {
     std::ranges::replace_if(
@@ -12,7 +14,16 @@ std::string Notice_MakeLine(std::string szText)
 
 void Notice_Say(const std::string& rszText)
 {
-    const std::string szLine = "VtVideoWatch: " + Notice_MakeLine(rszText) + "\n";
-    static_cast<void>(std::fwrite(szLine.data(), 1, szLine.size(), stderr));
+    const CFault oFault = Memory_Try(
+        [&]
+        {
+            const std::string szLine = "VtVideoWatch: " + Notice_MakeLine(rszText) + "\n";
+            static_cast<void>(std::fwrite(szLine.data(), 1, szLine.size(), stderr));
+            return CFault();
+        });
+    if (oFault)
+    {
+        static_cast<void>(std::fprintf(stderr, "VtVideoWatch: %s\n", rszText.c_str()));
+    }
     static_cast<void>(std::fflush(stderr));
 }

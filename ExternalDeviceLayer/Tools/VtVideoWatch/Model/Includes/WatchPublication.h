@@ -38,6 +38,7 @@ struct SWatchCosts
     uint64_t uiRecordingFailures = 0; // that could not be written
     bool bRecordingIsFailing = false;
     uint64_t uiIncidentFailures = 0; // of the program that is told of incidents
+    uint64_t uiMemoryFailures = 0;   // pieces of work that found no memory and were dropped
     double flAnalysisSeconds = 0.0;  // of the last pass
     double flCpuSeconds = 0.0;       // of the process so far
     uint64_t uiResidentBytes = 0;

@@ -98,6 +98,7 @@ private:
     void Drain();
     void TakeField(const SStreamKey& roKey, const SFieldRecord& roRecord);
     void GiveCut();
+    bool TryAnalyse(bool bIsLast);
     bool Analyse(bool bIsLast);
     void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
     void TakeIncidents(std::span<const SWatchEvent> aoIncidents);
@@ -111,8 +112,8 @@ private:
     CHistoryMaker m_oHistory;
     std::optional<CFieldRecorder> m_oRecorder;
     CCutDesk m_oCuts;
-    SWatchPublication m_oTemplate; // what stays the same from one moment to the next, texts included
-    std::vector<SWatchEvent> m_aoEvents;
+    SWatchPublication m_oTemplate;       // what stays the same from one moment to the next, texts included
+    std::vector<SWatchEvent> m_aoEvents; // that are not handed on yet
     uint64_t m_uiLastEvent;
     CLeastWake m_oLeastWake;
     double m_flAnalysisSeconds = 0.0;

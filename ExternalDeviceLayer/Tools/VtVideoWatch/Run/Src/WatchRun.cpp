@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Memory.h"
 #include "ProcessCosts.h"
 #include "StreamId.h"
 #include "Threads.h"
@@ -18,7 +19,8 @@ namespace
 
 constexpr uint64_t uiDrainPeriodNs = 50'000'000;
 constexpr uint64_t uiRealSleepNs = 1'000'000; // less is over before the timer is set
-constexpr uint64_t uiStallNs = 2'000'000;     // so late, this thread did not just wake up slowly
+constexpr uint32_t uiTriesAtEnd = 5;
+constexpr uint64_t uiStallNs = 2'000'000; // so late, this thread did not just wake up slowly
 
 std::string GetHostName()
 {
@@ -114,15 +116,33 @@ void CWatchRun::Run()
         }
         Drain();
         GiveCut();
-        while (Analyse(false))
+        while (TryAnalyse(false))
         {
         }
     }
     Drain();
-    m_oEngine.End();
-    Analyse(true);
+    TryAnalyse(true);
     GiveCut();
     m_oCuts.Close();
+}
+
+// False when nothing is due, or there is no memory for it: then there may be after a pause.
+bool CWatchRun::TryAnalyse(bool bIsLast)
+{
+    for (uint32_t uiTry = 0; uiTry < uiTriesAtEnd; ++uiTry)
+    {
+        bool bIsDone = false;
+        if (Memory_Do("the analysis", [&] { bIsDone = Analyse(bIsLast); }))
+        {
+            return bIsDone;
+        }
+        SleepUntil(ReadMonotonicNs() + uiDrainPeriodNs);
+        if (!bIsLast)
+        {
+            return false;
+        }
+    }
+    return false;
 }
 
 // What held up this thread held up those of the streams as well, and what never fails to hold it up does so too.
@@ -143,9 +163,11 @@ void CWatchRun::Drain()
         for (const std::shared_ptr<SStreamChannel>& rpoChannel : raoStreams)
         {
             const SStreamKey& roKey = rpoChannel->oKey;
-            rpoChannel->oFields.Drain([&](const SFieldRecord& roRecord) { TakeField(roKey, roRecord); });
-            rpoChannel->oDescriptions.Drain([&](const SDescriptionRecord& roRecord)
-                                            { TakeDescription(roKey, roRecord); });
+            rpoChannel->oFields.Drain([&](const SFieldRecord& roRecord)
+                                      { Memory_Do("a field", [&] { TakeField(roKey, roRecord); }); });
+            rpoChannel->oDescriptions.Drain(
+                [&](const SDescriptionRecord& roRecord)
+                { Memory_Do("a stream's description", [&] { TakeDescription(roKey, roRecord); }); });
         }
     }
 }
@@ -163,7 +185,7 @@ void CWatchRun::GiveCut()
 {
     if (m_oRecorder && m_oCuts.IsAskedFor())
     {
-        m_oCuts.Give(m_oRecorder->Copy(m_oCuts.GetSpan()));
+        Memory_Do("a recording", [this] { m_oCuts.Give(m_oRecorder->Copy(m_oCuts.GetSpan())); });
     }
 }
 
@@ -222,6 +244,7 @@ void CWatchRun::FillCosts(SWatchCosts& roCosts)
             roCosts.uiRingOverruns += rpoChannel->oFields.GetOverruns() + rpoChannel->oDescriptions.GetOverruns();
         }
     }
+    roCosts.uiMemoryFailures = Memory_GetFailures();
     roCosts.flAnalysisSeconds = m_flAnalysisSeconds;
     const SProcessCosts oProcess = ProcessCosts_Read();
     roCosts.flCpuSeconds = oProcess.flCpuSeconds;
@@ -242,12 +265,17 @@ bool CWatchRun::Analyse(bool bIsLast)
     auto poPublication = std::make_shared<SWatchPublication>(m_oTemplate);
     SClockReading oClock = ReadClocks();
     oClock.flLeastWakeSeconds = m_oLeastWake.GetSeconds();
+    if (bIsLast)
+    {
+        m_oEngine.End();
+    }
     if (!m_oEngine.Analyse(oClock, poPublication->oSnapshot))
     {
         return false;
     }
     const std::span<const SWatchEvent> aoEvents = m_oEngine.TakeEvents();
-    m_aoEvents.assign(aoEvents.begin(), aoEvents.end());
+    // Behind those of a second that could not be handed on.
+    m_aoEvents.insert(m_aoEvents.end(), aoEvents.begin(), aoEvents.end());
     m_uiLastEvent = aoEvents.empty() ? m_uiLastEvent : aoEvents.back().uiNumber;
     SJudgement& roJudgement = poPublication->oJudgement;
     TakeIncidents(m_oJudge.Take({poPublication->oSnapshot, m_oEngine.GetHappenings(), aoEvents}, roJudgement));
@@ -260,6 +288,7 @@ bool CWatchRun::Analyse(bool bIsLast)
     m_flAnalysisSeconds = static_cast<double>(ReadMonotonicNs() - uiBeginNs) * 1e-9;
     FillCosts(poPublication->oCosts);
     m_oSetup.fnTake({std::move(poPublication), m_aoEvents, m_oHistory.GetSeconds(), m_oHistory.GetMinutes()});
+    m_aoEvents.clear();
     m_uiProgress.fetch_add(1, std::memory_order_relaxed);
     return true;
 }

@@ -54,6 +54,8 @@ constexpr SCostMetric aoCosts[] = {
      [](Publication roPublication) { return ToDouble(roPublication.oCosts.uiRecordingFailures); }},
     {"vt_video_recording_failing", "1 since a recording could not be written, until one could.", MetricType::Gauge,
      [](Publication roPublication) { return roPublication.oCosts.bRecordingIsFailing ? 1.0 : 0.0; }},
+    {"vt_video_memory_failures_total", "Pieces of work that found no memory and were dropped.", MetricType::Counter,
+     [](Publication roPublication) { return ToDouble(roPublication.oCosts.uiMemoryFailures); }},
     {"vt_video_tick_uncertainty_seconds", "How closely the board's ticks are known by the machine's clock.",
      MetricType::Gauge,
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.flTickUncertaintySeconds; }},

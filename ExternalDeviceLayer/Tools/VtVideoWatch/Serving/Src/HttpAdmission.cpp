@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <functional>
-#include <new>
 
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
@@ -10,6 +9,7 @@
 
 #include "HttpReply.h"
 #include "HttpRequest.h"
+#include "Memory.h"
 
 namespace
 {
@@ -36,33 +36,32 @@ bool IsHostAllowed(const SHttpListener& roListener, const std::string& rszHost)
     return ListenAddress_IsLoopbackHost(std::string(HttpRequest_GetHostName(rszHost)));
 }
 
-SHttpAnswer MakeAnswer(SHttpService& roService, const SHttpRequest& roRequest)
+template <typename FMake> SHttpAnswer MakeAnswer(const FMake& roMake)
 {
-    try
+    SHttpAnswer oAnswer;
+    if (!Memory_Do("an answer", [&] { oAnswer = roMake(); }))
     {
-        return roService.oAnswer(roRequest);
-    }
-    catch (const std::bad_alloc&)
-    {
-        SHttpAnswer oAnswer;
+        oAnswer = {};
         oAnswer.iStatus = 503;
         oAnswer.szBody = "{\"error\":\"no memory\"}\n";
-        return oAnswer;
     }
+    return oAnswer;
 }
 
 // Has another thread make the answer.
 MHD_Result Work(CHttpJobs& roJobs, const HttpCallPtr& rpoCall, std::function<SHttpAnswer()> fnMake)
 {
     rpoCall->eStage = EHttpStage::AT_WORK;
-    // Asleep before the job can end.
+    std::function<void()> fnJob = [poCall = rpoCall, fnMake = std::move(fnMake)]
+    { HttpCall_Finish(*poCall, MakeAnswer(fnMake)); };
+    // Asleep before the job can end, and nothing behind it that may find no memory.
     if (!HttpCall_Sleep(*rpoCall))
     {
         return MHD_NO;
     }
-    if (!roJobs.Put([poCall = rpoCall, fnMake = std::move(fnMake)] { HttpCall_Finish(*poCall, fnMake()); }))
+    if (!roJobs.Put(std::move(fnJob)))
     {
-        HttpCall_Finish(*rpoCall, HttpAnswer_MakeError(503, "too many ask at once"));
+        HttpCall_Finish(*rpoCall, MakeAnswer([] { return HttpAnswer_MakeError(503, "too many ask at once"); }));
     }
     return MHD_YES;
 }
@@ -97,9 +96,9 @@ MHD_Result AnswerUser(SHttpService& roService, const HttpCallPtr& rpoCall)
     if (roService.oIsSlow(rpoCall->oRequest))
     {
         return Work(roService.oJobs, rpoCall,
-                    [&roService, poCall = rpoCall] { return MakeAnswer(roService, poCall->oRequest); });
+                    [&roService, poCall = rpoCall] { return roService.oAnswer(poCall->oRequest); });
     }
-    rpoCall->oAnswer = MakeAnswer(roService, rpoCall->oRequest);
+    rpoCall->oAnswer = MakeAnswer([&] { return roService.oAnswer(rpoCall->oRequest); });
     return HttpReply_Send(roService, rpoCall);
 }
 
@@ -166,7 +165,7 @@ MHD_Result HttpAdmission_Decide(SHttpService& roService, const HttpCallPtr& rpoC
                 [&roService, poCall = rpoCall, szAuthorization]
                 {
                     return roService.oUsers.Check(szAuthorization) == EHttpAccess::GRANTED
-                               ? MakeAnswer(roService, poCall->oRequest)
+                               ? roService.oAnswer(poCall->oRequest)
                                : RefuseUser();
                 });
 }

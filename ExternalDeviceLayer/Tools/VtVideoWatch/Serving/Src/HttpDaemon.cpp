@@ -1,6 +1,5 @@
 #include "HttpDaemon.h"
 
-#include <new>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include "HttpAdmission.h"
 #include "HttpCall.h"
 #include "HttpReply.h"
+#include "Memory.h"
 
 namespace
 {
@@ -50,14 +50,8 @@ MHD_Result OnRequestGuarded(SHttpService& roService, MHD_Connection* poConnectio
 // What is thrown for want of memory must not reach the library; the connection is closed.
 template <typename FGuarded> auto Guard(const FGuarded& roGuarded, decltype(roGuarded()) oFailed)
 {
-    try
-    {
-        return roGuarded();
-    }
-    catch (const std::bad_alloc&)
-    {
-        return oFailed;
-    }
+    auto oAnswer = oFailed;
+    return Memory_Do("a request", [&] { oAnswer = roGuarded(); }) ? oAnswer : oFailed;
 }
 
 MHD_Result OnRequest(void* poService, MHD_Connection* poConnection, const char* /*szUrl*/, const char* szMethod,

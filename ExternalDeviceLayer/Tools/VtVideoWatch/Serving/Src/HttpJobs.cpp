@@ -1,24 +1,17 @@
 #include "HttpJobs.h"
 
-#include <system_error>
+#include <algorithm>
 
 #include "HttpSockets.h"
+#include "Memory.h"
+#include "Threads.h"
 
 bool CHttpJobs::Start()
 {
     const CSignalsBlocked oBlocked;
-    try
-    {
-        while (m_aoThreads.size() < m_uiThreads)
-        {
-            m_aoThreads.emplace_back([this] { Run(); });
-        }
-    }
-    catch (const std::system_error&)
-    {
-        return false;
-    }
-    return true;
+    m_aoThreads.resize(m_uiThreads);
+    return std::ranges::all_of(m_aoThreads,
+                               [this](std::thread& roThread) { return Thread_Make(roThread, [this] { Run(); }); });
 }
 
 bool CHttpJobs::Put(std::function<void()> fnJob)
@@ -28,9 +21,9 @@ bool CHttpJobs::Put(std::function<void()> fnJob)
     {
         return false;
     }
-    m_afnJobs.push_back(std::move(fnJob));
+    const bool bIsTaken = Memory_Do("a job", [&] { m_afnJobs.push_back(std::move(fnJob)); });
     m_oChanged.notify_one();
-    return true;
+    return bIsTaken;
 }
 
 void CHttpJobs::End()
@@ -42,7 +35,10 @@ void CHttpJobs::End()
     }
     for (std::thread& roThread : m_aoThreads)
     {
-        roThread.join();
+        if (roThread.joinable())
+        {
+            roThread.join();
+        }
     }
     m_aoThreads.clear();
     m_afnJobs.clear();

@@ -4,6 +4,8 @@
 
 #include <microhttpd.h>
 
+#include "Memory.h"
+
 namespace
 {
 
@@ -38,7 +40,9 @@ bool TakePiece(SHttpService& roService, SHttpCall& roCall)
     roCall.uiSent = 0;
     while (!roCall.poPlace->poDaemon->bIsEnding)
     {
-        switch (roCall.oAnswer.poStream->TakeNext(roCall.poPiece))
+        EHttpNext eNext = EHttpNext::END; // without memory for a piece whoever listens has to come again
+        Memory_Do("a live message", [&] { eNext = roCall.oAnswer.poStream->TakeNext(roCall.poPiece); });
+        switch (eNext)
         {
         case EHttpNext::PIECE:
             roService.oConnections.SetPhase(*roCall.poPlace, EHttpPhase::ANSWERING);

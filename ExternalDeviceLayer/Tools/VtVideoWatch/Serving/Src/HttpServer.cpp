@@ -15,6 +15,8 @@
 #include "HttpFiles.h"
 #include "HttpSockets.h"
 #include "ListenAddress.h"
+#include "Memory.h"
+#include "Threads.h"
 
 namespace
 {
@@ -52,7 +54,8 @@ struct SHttpServerParts
     std::unique_ptr<CHttpDaemon> poPlain;
     std::unique_ptr<CHttpDaemon> poTls; // null: everything is plain
     std::atomic<bool> bIsEnding = false;
-    int iEnd = -1; // eventfd: readable at the end
+    int iEnd = -1;                   // eventfd: readable at the end
+    std::vector<pollfd> aoDoorFiles; // what the thread at the door looks at: the end, and the listeners
     std::thread oDoor;
 };
 
@@ -69,7 +72,12 @@ void TakeOver(SHttpServerParts& roParts, const SHttpListener& roListener, int iS
     const std::lock_guard oGuard(roParts.oDaemonMutex);
     CHttpDaemon& roDaemon =
         roParts.poTls != nullptr && IsSecured(roListener.oAddress) ? *roParts.poTls : *roParts.poPlain;
-    roParts.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState());
+    if (!Memory_Do("a connection",
+                   [&] { roParts.oService.oConnections.Enter(iSocket, roListener, roDaemon.GetState()); }))
+    {
+        close(iSocket);
+        return;
+    }
     roDaemon.Add(iSocket);
 }
 
@@ -122,18 +130,14 @@ bool TakeIn(SHttpServerParts& roParts, std::vector<pollfd>& raoFiles, size_t& ru
 // The thread that stands at the door.
 void Stand(SHttpServerParts& roParts)
 {
-    std::vector<pollfd> aoFiles = {{roParts.iEnd, POLLIN, 0}};
-    for (const SHttpListener& roListener : roParts.aoListeners)
-    {
-        aoFiles.push_back({roListener.iSocket, POLLIN, 0});
-    }
+    std::vector<pollfd>& raoFiles = roParts.aoDoorFiles;
     bool bHasRoom = true;
     size_t uiTurn = 0;
     while (!roParts.bIsEnding)
     {
         const int iLookMs = roParts.oService.oConnections.EndOverdue();
-        poll(aoFiles.data(), bHasRoom ? aoFiles.size() : 1, bHasRoom ? iLookMs : iNoRoomMs);
-        bHasRoom = TakeIn(roParts, aoFiles, uiTurn);
+        poll(raoFiles.data(), bHasRoom ? raoFiles.size() : 1, bHasRoom ? iLookMs : iNoRoomMs);
+        bHasRoom = TakeIn(roParts, raoFiles, uiTurn);
     }
 }
 
@@ -172,19 +176,16 @@ template <typename FDo> bool DoHumbly(const FDo& roDo)
 {
     const CSignalsBlocked oBlocked;
     bool bIsDone = false;
-    try
+    std::thread oThread;
+    const bool bIsStarted = Thread_Make(oThread,
+                                        [&]
+                                        {
+                                            HttpSockets_LowerThreadPriority();
+                                            Memory_Do("serving", [&] { bIsDone = roDo(); });
+                                        });
+    if (bIsStarted)
     {
-        std::thread(
-            [&]
-            {
-                HttpSockets_LowerThreadPriority();
-                bIsDone = roDo();
-            })
-            .join();
-    }
-    catch (const std::system_error&)
-    {
-        return false;
+        oThread.join();
     }
     return bIsDone;
 }
@@ -198,15 +199,12 @@ std::unique_ptr<CHttpDaemon> MakeDaemon(SHttpServerParts& roParts, const SHttpKe
 
 bool OpenDoor(SHttpServerParts& roParts)
 {
-    try
+    roParts.aoDoorFiles = {{roParts.iEnd, POLLIN, 0}};
+    for (const SHttpListener& roListener : roParts.aoListeners)
     {
-        roParts.oDoor = std::thread([&roParts] { Stand(roParts); });
+        roParts.aoDoorFiles.push_back({roListener.iSocket, POLLIN, 0});
     }
-    catch (const std::system_error&)
-    {
-        return false;
-    }
-    return true;
+    return Thread_Make(roParts.oDoor, [&roParts] { Stand(roParts); });
 }
 
 bool StartThreads(SHttpServerParts& roParts)

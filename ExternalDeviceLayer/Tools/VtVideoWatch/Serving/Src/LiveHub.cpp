@@ -5,7 +5,6 @@
 #include <chrono>
 #include <deque>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -14,6 +13,8 @@
 #include "EventJson.h"
 #include "HttpSockets.h"
 #include "LiveJson.h"
+#include "Memory.h"
+#include "Threads.h"
 #include "WatchJson.h"
 
 namespace
@@ -127,15 +128,7 @@ CLiveHub::CLiveHub(IWatchReader& roReader) : m_roReader(roReader) {}
 bool CLiveHub::Start()
 {
     const CSignalsBlocked oBlocked;
-    try
-    {
-        m_oThread = std::thread([this] { Run(); });
-    }
-    catch (const std::system_error&)
-    {
-        return false;
-    }
-    return true;
+    return Thread_Make(m_oThread, [this] { Run(); });
 }
 
 CLiveHub::~CLiveHub()
@@ -195,7 +188,9 @@ void CLiveHub::Run()
         oLock.unlock();
         const auto oBegin = std::chrono::steady_clock::now();
         const auto poLatest = m_roReader.AwaitNewer(uiKnown, uiWaitMs);
-        MessagePtr poMessage = poLatest == nullptr ? nullptr : Make(*poLatest, uiEventsAfter);
+        MessagePtr poMessage;
+        Memory_Do("a live message",
+                  [&] { poMessage = poLatest == nullptr ? nullptr : Make(*poLatest, uiEventsAfter); });
         oLock.lock();
         const auto oNow = std::chrono::steady_clock::now();
         if (poMessage != nullptr)

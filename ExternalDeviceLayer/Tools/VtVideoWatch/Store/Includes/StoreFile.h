@@ -67,7 +67,7 @@ public:
     bool Run();
     /* Steps to the next row; false behind the last one, and the statement is ready for the next values. */
     bool Next();
-    /* Whether the last Next() met an error instead of the end, or the statement could not be made. */
+    /* Whether a Next() met an error instead of the end, or the statement could not be made or a text not be had. */
     bool HasFailed() const { return m_bHasFailed; }
 
     // Columns of the row, from the left; each call takes the next one.
@@ -82,9 +82,10 @@ public:
 
 private:
     void Reset();
+    CStoreStatement& Note(int iResult);
 
     std::unique_ptr<sqlite3_stmt, SStoreCloser> m_poStatement;
-    bool m_bHasFailed = false;
+    bool m_bHasFailed = false; // a value that could not be bound, too
     int m_iParameter = 0;
     int m_iColumn = 0;
 };

@@ -36,11 +36,8 @@ struct SStoreRemains
  *   iBeginUtcNs   in   the begin of the run that is to write: its own row, when the file comes back to it, stays open
  *   iNowUtcNs     in
  *   roRemains     out  what it goes on with
- * False when the store could not be written or read; nothing has changed then.
+ * What the store says when it could not be written or read; nothing has changed in it then.
  */
-bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains);
-
-/* Number of the last event, 0 when there is none. */
-uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile);
+CFault StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains);
 
 #endif

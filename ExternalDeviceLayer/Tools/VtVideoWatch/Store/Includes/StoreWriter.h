@@ -71,10 +71,16 @@ private:
         uint64_t uiDelivered = 0;                  // 0: nothing new
         WatchPublicationPtr poLatest;
         bool bIsLast = false;
+
+        // Neither needs memory.
+        void Swap(SWaiting& roOther);
+        void Clear();
     };
 
     void Run();
     void WriteOrKeep(SWaiting& roWaiting);
+    CFault WriteAll(const SWaiting& roWaiting);
+    void TakeOver(const SWatchStep& roStep);
     CFault OpenFile(int64_t iNowUtcNs, SStoreRemains& roRemains);
     void CloseFile();
     CFault Reach();
@@ -82,7 +88,7 @@ private:
     bool WriteEvents(const SWaiting& roWaiting);
     bool WriteIncidents(const SWaiting& roWaiting);
     bool WriteMinutes(const SWaiting& roWaiting);
-    bool WriteRun(const SWaiting& roWaiting);
+    bool WriteRun(const SWaiting& roWaiting, int64_t& riRun);
     bool WriteStreams(const SWatchPublication& roPublication);
     bool WriteStream(const SStreamKey& roKey, const SStreamTexts& roTexts);
     bool Prune(const SClockFigures& roClock);
@@ -109,6 +115,7 @@ private:
     std::mutex m_oMutex; // guards the rest
     std::condition_variable m_oMore;
     SWaiting m_oWaiting;
+    SWaiting m_oTaken; // the writing thread's own: what it has taken of that
     bool m_bHasMore = false;
     bool m_bIsFailing = false;
     std::set<uint64_t> m_oOpenIncidents; // that were handed over so

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Memory.h"
 #include "Notice.h"
 #include "Threads.h"
 
@@ -42,7 +43,11 @@ void CEventJournal::Put(std::span<const SWatchEvent> aoEvents)
     }
     {
         const std::lock_guard oGuard(m_oMutex);
-        m_aoWaiting.insert(m_aoWaiting.end(), aoEvents.begin(), aoEvents.end());
+        if (!Memory_Do("lines of the journal",
+                       [&] { m_aoWaiting.insert(m_aoWaiting.end(), aoEvents.begin(), aoEvents.end()); }))
+        {
+            m_uiDropped += aoEvents.size();
+        }
         while (m_aoWaiting.size() > uiMostWaitingLines)
         {
             // The second one: the first may be half written.
@@ -109,7 +114,7 @@ void CEventJournal::Run()
                 m_bIsToReopen = false;
             }
         }
-        Say(WriteWaiting());
+        Say(Memory_Try([this] { return WriteWaiting(); }));
     }
 }
 
@@ -193,9 +198,13 @@ void CEventJournal::Say(const CFault& roFault)
     if (bIsWritten == m_bIsFailing)
     {
         m_bIsFailing = !bIsWritten;
-        Notice_Say(bIsWritten ? "journal " + m_szFile +
-                                    " is written again; lines dropped so far: " + std::to_string(m_uiDropped)
-                              : "journal " + m_szFile + " cannot be written (" + roFault.GetText() +
-                                    "); the watch goes on, lines wait in memory");
+        const auto fnTell = [&]
+        {
+            Notice_Say(bIsWritten ? "journal " + m_szFile +
+                                        " is written again; lines dropped so far: " + std::to_string(m_uiDropped)
+                                  : "journal " + m_szFile + " cannot be written (" + roFault.GetText() +
+                                        "); the watch goes on, lines wait in memory");
+        };
+        Memory_Do("a notice", fnTell);
     }
 }

@@ -186,10 +186,15 @@ CStoreStatement::CStoreStatement(sqlite3* poFile, const char* szSql)
     }
 }
 
+CStoreStatement& CStoreStatement::Note(int iResult)
+{
+    m_bHasFailed = m_bHasFailed || iResult != SQLITE_OK;
+    return *this;
+}
+
 CStoreStatement& CStoreStatement::Bind(int64_t iValue)
 {
-    sqlite3_bind_int64(m_poStatement.get(), ++m_iParameter, iValue);
-    return *this;
+    return Note(sqlite3_bind_int64(m_poStatement.get(), ++m_iParameter, iValue));
 }
 
 CStoreStatement& CStoreStatement::Bind(uint64_t uiValue)
@@ -199,15 +204,13 @@ CStoreStatement& CStoreStatement::Bind(uint64_t uiValue)
 
 CStoreStatement& CStoreStatement::Bind(double flValue)
 {
-    sqlite3_bind_double(m_poStatement.get(), ++m_iParameter, flValue);
-    return *this;
+    return Note(sqlite3_bind_double(m_poStatement.get(), ++m_iParameter, flValue));
 }
 
 CStoreStatement& CStoreStatement::Bind(const std::string& rszValue)
 {
-    sqlite3_bind_text(m_poStatement.get(), ++m_iParameter, rszValue.c_str(), static_cast<int>(rszValue.size()),
-                      SQLITE_TRANSIENT);
-    return *this;
+    return Note(sqlite3_bind_text(m_poStatement.get(), ++m_iParameter, rszValue.c_str(),
+                                  static_cast<int>(rszValue.size()), SQLITE_TRANSIENT));
 }
 
 CStoreStatement& CStoreStatement::Bind(std::span<const uint8_t> auiBytes)
@@ -219,8 +222,7 @@ CStoreStatement& CStoreStatement::Bind(std::span<const uint8_t> auiBytes)
 
 CStoreStatement& CStoreStatement::BindNull()
 {
-    sqlite3_bind_null(m_poStatement.get(), ++m_iParameter);
-    return *this;
+    return Note(sqlite3_bind_null(m_poStatement.get(), ++m_iParameter));
 }
 
 void CStoreStatement::Reset()
@@ -231,7 +233,8 @@ void CStoreStatement::Reset()
 
 bool CStoreStatement::Run()
 {
-    const bool bIsDone = m_poStatement != nullptr && sqlite3_step(m_poStatement.get()) == SQLITE_DONE;
+    const bool bIsDone = m_poStatement != nullptr && !m_bHasFailed && sqlite3_step(m_poStatement.get()) == SQLITE_DONE;
+    m_bHasFailed = false; // the next row has values of its own
     Reset();
     return bIsDone;
 }
@@ -239,7 +242,7 @@ bool CStoreStatement::Run()
 bool CStoreStatement::Next()
 {
     m_iColumn = 0;
-    const int iResult = m_poStatement == nullptr ? SQLITE_MISUSE : sqlite3_step(m_poStatement.get());
+    const int iResult = m_poStatement == nullptr || m_bHasFailed ? SQLITE_MISUSE : sqlite3_step(m_poStatement.get());
     if (iResult == SQLITE_ROW)
     {
         return true;
@@ -251,7 +254,9 @@ bool CStoreStatement::Next()
 
 std::string CStoreStatement::GetText()
 {
+    const bool bIsNull = IsNextNull();
     const unsigned char* puiText = sqlite3_column_text(m_poStatement.get(), m_iColumn++);
+    m_bHasFailed = m_bHasFailed || (puiText == nullptr && !bIsNull);
     return puiText == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(puiText));
 }
 

@@ -129,7 +129,9 @@ int64_t CStoreReader::GetBegin()
     CStoreStatement oStatement = Ask("SELECT min(begin) FROM (SELECT (SELECT min(utc_ns) FROM minutes m WHERE "
                                      "m.direction = s.direction AND m.stream = s.stream) AS begin FROM streams s "
                                      "UNION ALL SELECT min(utc_ns) FROM running)");
-    return oStatement.Next() && !oStatement.IsNextNull() ? oStatement.GetInt() : INT64_MAX;
+    const int64_t iBegin = oStatement.Next() && !oStatement.IsNextNull() ? oStatement.GetInt() : INT64_MAX;
+    Note(oStatement);
+    return iBegin;
 }
 
 std::vector<SStoreRun> CStoreReader::FindRuns(int64_t iFromUtcNs, int64_t iToUtcNs)

@@ -8,6 +8,15 @@
 namespace
 {
 
+constexpr const char* szLastEvent = "SELECT max(number) FROM events";
+
+bool ReadNumber(sqlite3* poFile, const char* szSql, uint64_t& ruiNumber)
+{
+    CStoreStatement oStatement(poFile, szSql);
+    ruiNumber = oStatement.Next() ? oStatement.GetUint() : 0;
+    return !oStatement.HasFailed();
+}
+
 // The run that was not closed, if the last one was not.
 struct SOpenRun
 {
@@ -19,7 +28,11 @@ struct SOpenRun
 bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
 {
     CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(poFile, "events");
-    uint64_t uiNumber = StoreRecovery_GetLastEvent(poFile);
+    uint64_t uiNumber = 0;
+    if (!ReadNumber(poFile, szLastEvent, uiNumber))
+    {
+        return false;
+    }
     for (const EStreamDirection eDirection : aeDirections)
     {
         for (uint32_t uiIndex = 0; uiIndex < roRun.auiStreams[static_cast<size_t>(eDirection)]; ++uiIndex)
@@ -56,11 +69,11 @@ bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun)
             return false;
         }
     }
-    return true;
+    return !oFind.HasFailed();
 }
 
 // How each stream was when the last run ended: its last minute says so.
-void FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
+bool FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
 {
     CStoreStatement oFind(
         poFile, "SELECT direction, stream, state, coalesce(CASE WHEN state = ?1 THEN NULL ELSE (SELECT utc_ns "
@@ -78,29 +91,34 @@ void FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
         oStream.oRun = {bRan ? EEarlierState::RUNNING : EEarlierState::LOST, oFind.GetInt()};
         raoEarlier.push_back(oStream);
     }
+    return !oFind.HasFailed();
 }
 
-std::vector<SIncident> FindOpen(sqlite3* poFile)
+bool FindOpen(sqlite3* poFile, std::vector<SIncident>& raoOpen)
 {
-    std::vector<SIncident> aoOpen;
     CStoreStatement oFind(poFile,
                           ("SELECT " + StoreRows_GetNames<SIncident>() + " FROM incidents WHERE end_ns = 0").c_str());
     while (oFind.Next())
     {
-        aoOpen.push_back(StoreRows_Read<SIncident>(oFind));
+        raoOpen.push_back(StoreRows_Read<SIncident>(oFind));
     }
-    return aoOpen;
+    return !oFind.HasFailed();
 }
 
 // Incidents of a killed run ended with its last second; those of a run that comes back to its file go on.
 bool EndIncidents(sqlite3* poFile, SStoreRemains& roRemains)
 {
+    std::vector<SIncident> aoOpen;
+    uint64_t uiNumber = 0;
     CStoreStatement oEnd(poFile, "SELECT max(end_ns) FROM runs");
     const int64_t iEndUtcNs = oEnd.Next() ? oEnd.GetInt() : 0;
-    uint64_t uiNumber = StoreRecovery_GetLastEvent(poFile);
+    if (oEnd.HasFailed() || !FindOpen(poFile, aoOpen) || !ReadNumber(poFile, szLastEvent, uiNumber))
+    {
+        return false;
+    }
     CStoreStatement oEvent = StoreRows_Insert<SWatchEvent>(poFile, "events");
     CStoreStatement oIncident = StoreRows_Insert<SIncident>(poFile, "incidents");
-    for (SIncident& roIncident : FindOpen(poFile))
+    for (SIncident& roIncident : aoOpen)
     {
         roIncident.iEndUtcNs = std::max(roIncident.iBeginUtcNs, iEndUtcNs);
         SWatchEvent oEnded = WatchJudge_MakeEvent(roIncident, EWatchEventKind::INCIDENT_ENDED);
@@ -115,7 +133,7 @@ bool EndIncidents(sqlite3* poFile, SStoreRemains& roRemains)
 }
 
 // What the program for incidents was not told: begins and ends behind the last one that it took.
-void ReadUndelivered(sqlite3* poFile, SStoreRemains& roRemains)
+bool ReadUndelivered(sqlite3* poFile, SStoreRemains& roRemains)
 {
     CStoreStatement oEvents(poFile, ("SELECT " + StoreRows_GetNames<SWatchEvent>() +
                                      " FROM events WHERE number > ? AND kind IN (?, ?) ORDER BY number")
@@ -134,20 +152,32 @@ void ReadUndelivered(sqlite3* poFile, SStoreRemains& roRemains)
             roRemains.aoUndelivered.emplace_back(oEvent, StoreRows_Read<SIncident>(oFind));
             static_cast<void>(oFind.Next());
         }
+        if (oFind.HasFailed())
+        {
+            return false;
+        }
     }
+    return !oEvents.HasFailed();
 }
 
-void ReadIncidents(sqlite3* poFile, SStoreRemains& roRemains)
+bool ReadIncidents(sqlite3* poFile, SStoreRemains& roRemains)
 {
-    CStoreStatement oLast(poFile, "SELECT max(number) FROM incidents");
-    roRemains.uiLastIncident = oLast.Next() ? oLast.GetUint() : 0;
     CStoreStatement oDelivered(poFile, "SELECT event FROM delivered");
     roRemains.bHasDelivered = oDelivered.Next();
     roRemains.uiLastDelivered = roRemains.bHasDelivered ? oDelivered.GetUint() : 0;
-    if (roRemains.bHasDelivered)
+    return !oDelivered.HasFailed() &&
+           ReadNumber(poFile, "SELECT max(number) FROM incidents", roRemains.uiLastIncident) &&
+           (!roRemains.bHasDelivered || ReadUndelivered(poFile, roRemains));
+}
+
+bool ReadRunning(sqlite3* poFile, std::vector<SMinuteSummary>& raoRunning)
+{
+    CStoreStatement oRunning(poFile, ("SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM running").c_str());
+    while (oRunning.Next())
     {
-        ReadUndelivered(poFile, roRemains);
+        raoRunning.push_back(StoreRows_Read<SMinuteSummary>(oRunning));
     }
+    return !oRunning.HasFailed();
 }
 
 bool PutMinutesAway(sqlite3* poFile, int64_t iMinuteUtcNs)
@@ -159,39 +189,31 @@ bool PutMinutesAway(sqlite3* poFile, int64_t iMinuteUtcNs)
            CStoreStatement(poFile, "DELETE FROM running WHERE utc_ns <> ?").Bind(iMinuteUtcNs).Run();
 }
 
-int64_t FindRun(sqlite3* poFile, int64_t iBeginUtcNs)
+bool FindRun(sqlite3* poFile, int64_t iBeginUtcNs, int64_t& riRun)
 {
     CStoreStatement oFind(poFile, "SELECT id FROM runs WHERE begin_ns = ? AND ending = ?");
     oFind.Bind(iBeginUtcNs).Bind(static_cast<int64_t>(ERunEnd::OPEN));
-    return oFind.Next() ? oFind.GetInt() : 0;
+    riRun = oFind.Next() ? oFind.GetInt() : 0;
+    return !oFind.HasFailed();
 }
 
 } // namespace
 
-uint64_t StoreRecovery_GetLastEvent(sqlite3* poFile)
+CFault StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains)
 {
-    CStoreStatement oStatement(poFile, "SELECT max(number) FROM events");
-    return oStatement.Next() ? oStatement.GetUint() : 0;
-}
-
-bool StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs, SStoreRemains& roRemains)
-{
-    FindEarlier(poFile, roRemains.aoEarlier);
-    roRemains.iOwnRun = FindRun(poFile, iBeginUtcNs);
-    const bool bIsDone = StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
+    // Whatever is not known of what there is must not be written over.
+    const bool bIsDone = FindEarlier(poFile, roRemains.aoEarlier) && FindRun(poFile, iBeginUtcNs, roRemains.iOwnRun) &&
+                         StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
                          (roRemains.iOwnRun != 0 || EndIncidents(poFile, roRemains)) &&
-                         PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) && StoreFile_Run(poFile, "COMMIT");
-    if (!bIsDone)
+                         PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) &&
+                         ReadNumber(poFile, szLastEvent, roRemains.uiLastEvent) && ReadIncidents(poFile, roRemains) &&
+                         ReadRunning(poFile, roRemains.aoRunning) && StoreFile_Run(poFile, "COMMIT");
+    if (bIsDone)
     {
-        static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
-        roRemains.aoEnded.clear();
+        return {};
     }
-    roRemains.uiLastEvent = StoreRecovery_GetLastEvent(poFile);
-    ReadIncidents(poFile, roRemains);
-    CStoreStatement oRunning(poFile, ("SELECT " + StoreRows_GetNames<SMinuteSummary>() + " FROM running").c_str());
-    while (oRunning.Next())
-    {
-        roRemains.aoRunning.push_back(StoreRows_Read<SMinuteSummary>(oRunning));
-    }
-    return bIsDone;
+    CFault oFault(sqlite3_errcode(poFile) == SQLITE_OK ? "could not be read" : sqlite3_errmsg(poFile), true);
+    static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
+    roRemains.aoEnded.clear();
+    return oFault;
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "Memory.h"
 #include "Notice.h"
 #include "StoreRecovery.h"
 #include "StoreRows.h"
@@ -39,9 +40,10 @@ CFault CStoreWriter::OpenFile(int64_t iNowUtcNs, SStoreRemains& roRemains)
     {
         oFault = CFault("store " + m_szFile + ": another watch writes it");
     }
-    else if (!oFault && !StoreRecovery_Run(m_poFile.get(), m_iBeginUtcNs, iNowUtcNs, roRemains))
+    else if (!oFault)
     {
-        oFault = CFault(StoreFile_GetFault(m_szFile, m_poFile.get()).GetText(), true);
+        oFault = StoreRecovery_Run(m_poFile.get(), m_iBeginUtcNs, iNowUtcNs, roRemains);
+        oFault = oFault ? CFault("store " + m_szFile + ": " + oFault.GetText(), true) : oFault;
     }
     if (oFault)
     {
@@ -54,6 +56,7 @@ void CStoreWriter::CloseFile()
 {
     m_poFile.reset();
     m_oLock.Release();
+    m_iRun = 0;
 }
 
 CFault CStoreWriter::Start()
@@ -61,21 +64,58 @@ CFault CStoreWriter::Start()
     return Thread_Start(m_oThread, "store", [this] { Run(); });
 }
 
+void CStoreWriter::SWaiting::Swap(SWaiting& roOther)
+{
+    aoEvents.swap(roOther.aoEvents);
+    aoMinutes.swap(roOther.aoMinutes);
+    aoIncidents.swap(roOther.aoIncidents);
+    poLatest.swap(roOther.poLatest);
+    std::swap(uiDelivered, roOther.uiDelivered);
+    std::swap(bIsLast, roOther.bIsLast);
+}
+
+void CStoreWriter::SWaiting::Clear()
+{
+    aoEvents.clear();
+    aoMinutes.clear();
+    aoIncidents.clear();
+    poLatest = nullptr;
+    uiDelivered = 0;
+    bIsLast = false;
+}
+
 void CStoreWriter::Put(const SWatchStep& roStep)
 {
     {
         const std::lock_guard oGuard(m_oMutex);
-        m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.end(), roStep.aoEvents.begin(), roStep.aoEvents.end());
-        for (const SMinuteSummary& roMinute : roStep.aoMinutes)
-        {
-            m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.oKey}] = roMinute;
-        }
-        PutIncidents(*roStep.poPublication);
-        m_oWaiting.poLatest = roStep.poPublication;
+        TakeOver(roStep);
         Bound();
         m_bHasMore = true;
     }
     m_oMore.notify_one();
+}
+
+// Under the lock.
+void CStoreWriter::TakeOver(const SWatchStep& roStep)
+{
+    m_oWaiting.poLatest = roStep.poPublication;
+    std::deque<SWatchEvent>& raoEvents = m_oWaiting.aoEvents;
+    if (!Memory_Do("events of the store",
+                   [&] { raoEvents.insert(raoEvents.end(), roStep.aoEvents.begin(), roStep.aoEvents.end()); }))
+    {
+        m_uiDropped += roStep.aoEvents.size();
+    }
+    for (const SMinuteSummary& roMinute : roStep.aoMinutes)
+    {
+        if (!Memory_Do("a minute of the store",
+                       [&] {
+                           m_oWaiting.aoMinutes[{roMinute.oPoint.iUtcNs, roMinute.oKey}] = roMinute;
+                       }))
+        {
+            ++m_uiDropped;
+        }
+    }
+    Memory_Do("incidents of the store", [&] { PutIncidents(*roStep.poPublication); });
 }
 
 // Under the lock. One that has ended is written once more, with its end.
@@ -148,36 +188,36 @@ void CStoreWriter::Run()
     bool bIsLast = false;
     while (!bIsLast)
     {
-        SWaiting oWaiting;
         {
             std::unique_lock oLock(m_oMutex);
             m_oMore.wait(oLock, [this] { return m_bHasMore; });
             m_bHasMore = false;
-            std::swap(oWaiting, m_oWaiting);
+            m_oTaken.Swap(m_oWaiting);
         }
-        bIsLast = oWaiting.bIsLast;
-        if (oWaiting.poLatest == nullptr)
+        bIsLast = m_oTaken.bIsLast;
+        if (m_oTaken.poLatest == nullptr)
         {
-            oWaiting.poLatest = m_poLatest;
+            m_oTaken.poLatest = m_poLatest;
         }
-        m_poLatest = oWaiting.poLatest;
-        WriteOrKeep(oWaiting);
+        m_poLatest = m_oTaken.poLatest;
+        WriteOrKeep(m_oTaken);
+        m_oTaken.Clear();
     }
+}
+
+CFault CStoreWriter::WriteAll(const SWaiting& roWaiting)
+{
+    CFault oFault = Reach();
+    return oFault || Write(roWaiting) ? oFault : CFault(sqlite3_errmsg(m_poFile.get()));
 }
 
 void CStoreWriter::WriteOrKeep(SWaiting& roWaiting)
 {
-    CFault oFault = Reach();
-    const int64_t iRunBefore = m_iRun;
-    if (!oFault && !Write(roWaiting))
-    {
-        oFault = CFault(sqlite3_errmsg(m_poFile.get()));
-    }
+    CFault oFault = Memory_Try([&] { return WriteAll(roWaiting); });
     if (oFault)
     {
         // What the transaction seemed to have written is to be written again.
         static_cast<void>(StoreFile_Run(m_poFile.get(), "ROLLBACK"));
-        m_iRun = m_poFile == nullptr ? 0 : iRunBefore;
         m_aaoWrittenTexts = {};
         TakeBack(roWaiting);
     }
@@ -211,7 +251,14 @@ CFault CStoreWriter::Reach()
 void CStoreWriter::TakeBack(SWaiting& roWaiting)
 {
     const std::lock_guard oGuard(m_oMutex);
-    m_oWaiting.aoEvents.insert(m_oWaiting.aoEvents.begin(), roWaiting.aoEvents.begin(), roWaiting.aoEvents.end());
+    // Behind the older ones, in whose place both go on waiting.
+    std::deque<SWatchEvent>& raoNewer = m_oWaiting.aoEvents;
+    if (!Memory_Do("events of the store",
+                   [&] { roWaiting.aoEvents.insert(roWaiting.aoEvents.end(), raoNewer.begin(), raoNewer.end()); }))
+    {
+        m_uiDropped += raoNewer.size();
+    }
+    raoNewer.swap(roWaiting.aoEvents);
     m_oWaiting.aoIncidents.merge(roWaiting.aoIncidents);
     m_oWaiting.uiDelivered = std::max(m_oWaiting.uiDelivered, roWaiting.uiDelivered);
     m_oWaiting.aoMinutes.merge(roWaiting.aoMinutes); // what has come since is newer and stays
@@ -230,30 +277,37 @@ void CStoreWriter::Say(const CFault& roFault)
     if (bIsWritten == m_bIsFailing)
     {
         m_bIsFailing = !bIsWritten;
-        Notice_Say(bIsWritten
-                       ? "store " + m_szFile + " is written again; rows dropped so far: " + std::to_string(m_uiDropped)
-                       : "store " + m_szFile + " cannot be written (" + roFault.GetText() +
-                             "); the watch goes on, rows wait in memory");
+        const auto fnTell = [&]
+        {
+            Notice_Say(bIsWritten ? "store " + m_szFile +
+                                        " is written again; rows dropped so far: " + std::to_string(m_uiDropped)
+                                  : "store " + m_szFile + " cannot be written (" + roFault.GetText() +
+                                        "); the watch goes on, rows wait in memory");
+        };
+        Memory_Do("a notice", fnTell);
     }
 }
 
 bool CStoreWriter::Write(const SWaiting& roWaiting)
 {
-    return StoreFile_Run(m_poFile.get(), "BEGIN IMMEDIATE") && WriteRun(roWaiting) && WriteEvents(roWaiting) &&
-           WriteIncidents(roWaiting) && WriteMinutes(roWaiting) &&
-           (roWaiting.poLatest == nullptr ||
-            (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock))) &&
-           StoreFile_Run(m_poFile.get(), "COMMIT");
+    int64_t iRun = m_iRun;
+    const bool bIsWritten = StoreFile_Run(m_poFile.get(), "BEGIN IMMEDIATE") && WriteRun(roWaiting, iRun) &&
+                            WriteEvents(roWaiting) && WriteIncidents(roWaiting) && WriteMinutes(roWaiting) &&
+                            (roWaiting.poLatest == nullptr ||
+                             (WriteStreams(*roWaiting.poLatest) && Prune(roWaiting.poLatest->oSnapshot.oClock))) &&
+                            StoreFile_Run(m_poFile.get(), "COMMIT");
+    m_iRun = bIsWritten ? iRun : m_iRun;
+    return bIsWritten;
 }
 
-bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
+bool CStoreWriter::WriteRun(const SWaiting& roWaiting, int64_t& riRun)
 {
     if (roWaiting.poLatest == nullptr)
     {
         return true;
     }
     const SWatchPublication& roLatest = *roWaiting.poLatest;
-    if (m_iRun == 0)
+    if (riRun == 0)
     {
         CStoreStatement oInsert(m_poFile.get(),
                                 "INSERT INTO runs(begin_ns, end_ns, ending, host, board, board_version, inputs, "
@@ -266,17 +320,12 @@ bool CStoreWriter::WriteRun(const SWaiting& roWaiting)
             return false;
         }
     }
-    const int64_t iRun = m_iRun == 0 ? sqlite3_last_insert_rowid(m_poFile.get()) : m_iRun;
+    riRun = riRun == 0 ? sqlite3_last_insert_rowid(m_poFile.get()) : riRun;
     CStoreStatement oUpdate(m_poFile.get(), "UPDATE runs SET end_ns = ?, ending = ? WHERE id = ?");
     oUpdate.Bind(roLatest.oSnapshot.oClock.iUtcNs)
         .Bind(static_cast<int64_t>(roWaiting.bIsLast ? ERunEnd::CLOSED : ERunEnd::OPEN))
-        .Bind(iRun);
-    if (!oUpdate.Run())
-    {
-        return false;
-    }
-    m_iRun = iRun;
-    return true;
+        .Bind(riRun);
+    return oUpdate.Run();
 }
 
 bool CStoreWriter::WriteEvents(const SWaiting& roWaiting)

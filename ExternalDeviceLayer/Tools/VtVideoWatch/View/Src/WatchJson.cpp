@@ -259,6 +259,7 @@ CJson WatchJson_FromCosts(const SWatchCosts& roCosts)
             {"recording_failures", roCosts.uiRecordingFailures},
             {"recording_failing", roCosts.bRecordingIsFailing},
             {"incident_failures", roCosts.uiIncidentFailures},
+            {"memory_failures", roCosts.uiMemoryFailures},
             {"analysis_seconds", roCosts.flAnalysisSeconds},
             {"cpu_seconds", roCosts.flCpuSeconds},
             {"resident_bytes", roCosts.uiResidentBytes}};

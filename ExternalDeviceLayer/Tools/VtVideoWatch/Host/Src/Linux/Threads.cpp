@@ -1,26 +1,36 @@
 #include "Threads.h"
 
+#include <new>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <system_error>
 #include <unistd.h>
 
-CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::function<void()> fnBody)
+bool Thread_Make(std::thread& roThread, const std::function<void()>& rfnBody)
 {
     try
     {
-        roThread = std::thread(
-            [rszName, fnBody = std::move(fnBody)]
-            {
-                pthread_setname_np(pthread_self(), rszName.c_str());
-                fnBody();
-            });
+        roThread = std::thread(rfnBody);
+        return true;
     }
     catch (const std::system_error&)
     {
-        return CFault("the system gives no more threads");
+        return false;
     }
-    return {};
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+}
+
+CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::function<void()> fnBody)
+{
+    const auto fnNamed = [rszName, fnBody = std::move(fnBody)]
+    {
+        pthread_setname_np(pthread_self(), rszName.c_str());
+        fnBody();
+    };
+    return Thread_Make(roThread, fnNamed) ? CFault() : CFault("the system gives no more threads");
 }
 
 void Thread_LowerPriority()
