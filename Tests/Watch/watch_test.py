@@ -320,16 +320,19 @@ class Serve(WatchCase):
             self.assertLessEqual({"analysis", "signals", "IN_00", "IN_01"}, names)
 
     def test_goes_on_after_a_restart_and_after_a_kill(self):
-        first = self.serve(LOCKED, "--store", self.store)
+        journal = self.folder / "journal"
+        first = self.serve(LOCKED, "--store", self.store, "--journal", journal)
         first.await_snapshot(5)  # the last second may be lacking, and the second run's own is not counted on
         first.end(signal.SIGKILL)
-        second = self.serve(LOCKED, "--store", self.store)
+        second = self.serve(LOCKED, "--store", self.store, "--journal", journal)
         second.await_snapshot()
         events = second.get("/api/v1/events?limit=1000")["events"]
         numbers = [event["number"] for event in events]
         self.assertEqual(numbers, list(range(len(numbers), 0, -1)), "newest first, without a gap or a double")
         began = [event["kind"] for event in reversed(events) if event["stream"] == "IN_00" and "watch" in event["kind"]]
         self.assertEqual(began, ["watch_began", "watch_ended", "watch_began"])
+        told = [json.loads(line) for line in journal.read_text().splitlines()]
+        self.assertEqual([line["kind"] for line in told if line["stream"] == "IN_00" and "watch" in line["kind"]], began)
         minutes = second.get("/api/v1/history?stream=IN_00&step=60")
         self.assertGreater(sum(minutes["fields"]), 3 * 60, "what the first run saw counts")
         second.end()
@@ -396,6 +399,8 @@ class Serve(WatchCase):
             ((LOCKED, "report", queue), 1, "is no regular file"),
             ((LOCKED, "--store", queue), 1, "is no regular file"),
             ((LOCKED, "--journal", queue), 1, "is a pipe"),
+            ((LOCKED, "--store", self.store, "--journal", f"{self.folder}/./store"), 2, "is the file of --store"),
+            ((LOCKED, "--store=", "--journal=x"), 2, "--store=: needs a value"),
         ]
         for arguments, status, says in cases:
             with self.subTest(says=says):

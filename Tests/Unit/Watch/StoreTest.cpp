@@ -225,7 +225,7 @@ TEST(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
     ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
     rlimit oLimit = {};
     getrlimit(RLIMIT_FSIZE, &oLimit);
-    const rlimit oFull = {std::filesystem::file_size(szFile + "-wal"), oLimit.rlim_max};
+    const rlimit oFull = {4096, oLimit.rlim_max}; // what is said has room
     testing::internal::CaptureStderr();
     setrlimit(RLIMIT_FSIZE, &oFull);
     uint64_t uiEvent = 1;
@@ -247,26 +247,41 @@ TEST(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
     EXPECT_EQ(ReadEvents(szFile).size(), uiEvent);
 }
 
+// A store that somebody removes or empties comes into being again, with what is new.
+TEST(Store, IsMadeAgainWhenItIsRemovedOrEmptied)
+{
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+    SRun oRun(szFile);
+    oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
+    ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
+    std::filesystem::remove(szFile);
+    oRun.oWriter.Put(MakeSecond(2, 2).GetStep());
+    ASSERT_TRUE(Await([&] { return FindRuns(szFile).size() == 1; }));
+    EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 2U);
+    testing::internal::CaptureStderr();
+    std::filesystem::resize_file(szFile, 0);
+    oRun.oWriter.Put(MakeSecond(3, 3).GetStep());
+    oRun.oWriter.Close();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("somebody has emptied it"));
+    ASSERT_EQ(ReadEvents(szFile).size(), 1U);
+    EXPECT_EQ(ReadEvents(szFile)[0].uiNumber, 3U);
+    EXPECT_FALSE(std::filesystem::exists(szFile + "-journal"));
+}
+
 // Whoever moves the store away for a while finds one run in it, not a killed one and another.
 TEST(Store, GoesOnWithItsRunWhenTheFileComesBack)
 {
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "store";
     const std::string szAway = oFolder / "away";
-    const auto fnMove = [](const std::string& rszFrom, const std::string& rszTo)
-    {
-        for (const char* szEnd : {"", "-wal", "-shm"})
-        {
-            std::filesystem::rename(rszFrom + szEnd, rszTo + szEnd);
-        }
-    };
     SRun oRun(szFile);
     oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
     ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
-    fnMove(szFile, szAway);
+    std::filesystem::rename(szFile, szAway);
     oRun.oWriter.Put(MakeSecond(2, 2).GetStep());
     ASSERT_TRUE(Await([&] { return FindRuns(szFile).size() == 1; })); // of another file, and all of it
-    fnMove(szAway, szFile);
+    std::filesystem::rename(szAway, szFile);
     oRun.oWriter.Put(MakeSecond(3, 3).GetStep());
     oRun.oWriter.Close();
     const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
@@ -346,7 +361,10 @@ TEST(Store, KeepsTheLocksOfItsReadersWhenItIsRefused)
 {
     const CTestFolder oFolder;
     const std::string szFile = oFolder / "store";
-    const SRun oFirst(szFile);
+    StoreFilePtr poFile;
+    ASSERT_EQ(StoreFile_OpenForWriting(szFile, poFile).GetText(), "");
+    CStoreLock oFirst;
+    ASSERT_TRUE(oFirst.Take(szFile) && StoreFile_Run(poFile.get(), "BEGIN IMMEDIATE"));
     CStoreLock oSecond;
     EXPECT_FALSE(oSecond.Take(szFile));
     oSecond.Release();

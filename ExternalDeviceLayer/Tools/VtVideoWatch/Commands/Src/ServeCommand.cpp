@@ -91,6 +91,10 @@ CFault Open(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
             oFault = CFault();
         }
     }
+    if (roRun.poJournal && !oFault)
+    {
+        roRun.poJournal->Put(roRun.oRemains.aoUntold);
+    }
     if (!oFault && !roOptions.szRecordings.empty())
     {
         roRun.poKeeper = MakeKeeper(roOptions, roRun);

@@ -2,8 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <sstream>
+#include <system_error>
 
 #include "Fault.h"
 #include "HistoryPoint.h"
@@ -252,6 +254,15 @@ bool HasTwins(const std::vector<SStreamKey>& raoStreams)
                                { return std::ranges::count(raoStreams, roStream) > 1; });
 }
 
+// By whatever way it is named.
+bool IsOneFile(const std::string& rszA, const std::string& rszB)
+{
+    std::error_code oNone;
+    return !rszA.empty() && !rszB.empty() &&
+           (std::filesystem::equivalent(rszA, rszB, oNone) ||
+            std::filesystem::weakly_canonical(rszA, oNone) == std::filesystem::weakly_canonical(rszB, oNone));
+}
+
 CFault CheckFed(const SExpectOptions& roExpect)
 {
     if (std::ranges::any_of(roExpect.aoFed,
@@ -305,7 +316,7 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
             return roFault;
         }
     }
-    if (!roServe.szStore.empty() && roServe.szStore == roServe.szJournal)
+    if (IsOneFile(roServe.szStore, roServe.szJournal))
     {
         return CFault("--journal: is the file of --store");
     }

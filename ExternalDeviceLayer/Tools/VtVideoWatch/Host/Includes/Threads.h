@@ -18,10 +18,10 @@
  */
 CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::function<void()> fnBody);
 
-/* Gives the calling thread less of a loaded processor than ordinary ones get. */
-void Thread_LowerPriority();
-
 /* The same without a name of its own; false when the system gives no thread or no memory. */
 bool Thread_Make(std::thread& roThread, const std::function<void()>& rfnBody);
+
+/* Gives the calling thread less of a loaded processor than ordinary ones get. */
+void Thread_LowerPriority();
 
 #endif

@@ -18,6 +18,7 @@
 struct SStoreRemains
 {
     uint64_t uiLastEvent = 0;              // number of the last event
+    std::vector<SWatchEvent> aoUntold;     // the ends that killed runs could not write
     std::vector<SMinuteSummary> aoRunning; // minutes that the new run goes on with
     std::vector<SEarlierStream> aoEarlier; // streams that ran, or were lost, when the last run ended
     uint64_t uiLastIncident = 0;           // number of the last incident

@@ -12,8 +12,8 @@ namespace
 {
 
 constexpr int iApplicationId = 0x56745657; // "VtVW"
-constexpr int iBusyTimeOutMs = 200;
-constexpr mode_t uiFileMode = 0640; // as the journal's
+constexpr int iBusyTimeOutMs = 1000;       // readers and the writer let each other in between
+constexpr mode_t uiFileMode = 0640;        // as the journal's
 
 // The running minutes stand apart: they are written every second, side by side, so that a second touches a few pages.
 // Once complete they move to where a stream's minutes follow each other.
@@ -99,7 +99,18 @@ CFault CheckLayout(sqlite3* poFile, const std::string& rszFile, bool bWrite)
     return bWrite && iVersion < iStoreVersion ? Change(poFile, rszFile, GetUpdate(iVersion)) : CFault();
 }
 
-CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)
+// Of a file that nobody changes, on a medium that takes no lock.
+std::string GetFrozenName(const std::string& rszFile)
+{
+    std::string szName = "file:";
+    for (const char cByte : rszFile)
+    {
+        szName += cByte == '%' ? "%25" : cByte == '?' ? "%3f" : cByte == '#' ? "%23" : std::string(1, cByte);
+    }
+    return szName + "?immutable=1";
+}
+
+CFault Connect(const std::string& rszFile, const std::string& rszName, int iFlags, bool bWrite, StoreFilePtr& rpoFile)
 {
     const bool bMayBeMade = (iFlags & SQLITE_OPEN_CREATE) != 0;
     const CFault oKind = StoreFile_CheckKind(rszFile);
@@ -113,14 +124,14 @@ CFault Connect(const std::string& rszFile, int iFlags, StoreFilePtr& rpoFile)
         close(iNew);
     }
     sqlite3* poFile = nullptr;
-    const int iResult = sqlite3_open_v2(rszFile.c_str(), &poFile, iFlags | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int iResult = sqlite3_open_v2(rszName.c_str(), &poFile, iFlags | SQLITE_OPEN_NOMUTEX, nullptr);
     rpoFile.reset(poFile);
     if (iResult != SQLITE_OK)
     {
         return StoreFile_GetFault(rszFile, poFile);
     }
     sqlite3_busy_timeout(poFile, iBusyTimeOutMs);
-    return CheckLayout(poFile, rszFile, (iFlags & SQLITE_OPEN_READWRITE) != 0);
+    return CheckLayout(poFile, rszFile, bWrite);
 }
 
 } // namespace
@@ -137,10 +148,12 @@ CFault StoreFile_GetFault(const std::string& rszFile, sqlite3* poFile)
 
 CFault StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFile)
 {
-    CFault oFault = Connect(rszFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, rpoFile);
-    // FULL: what is committed has reached the disk, so that a power cut takes the last second at most.
-    if (!oFault && !StoreFile_Run(rpoFile.get(), "PRAGMA journal_mode=WAL;PRAGMA synchronous=FULL;"
-                                                 "PRAGMA journal_size_limit=4194304;PRAGMA cache_size=-2048"))
+    CFault oFault = Connect(rszFile, rszFile, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, true, rpoFile);
+    // FULL: what is committed has reached the disk, so that a power cut takes the last second at most. No write-ahead
+    // log: its index is memory that others share, where a truncated file ends the process, and neither it nor the log
+    // can be read from a medium that takes no writes.
+    if (!oFault && !StoreFile_Run(rpoFile.get(), "PRAGMA journal_mode=TRUNCATE;PRAGMA synchronous=FULL;"
+                                                 "PRAGMA cache_size=-2048"))
     {
         oFault = StoreFile_GetFault(rszFile, rpoFile.get());
     }
@@ -153,7 +166,19 @@ CFault StoreFile_OpenForWriting(const std::string& rszFile, StoreFilePtr& rpoFil
 
 CFault StoreFile_OpenForReading(const std::string& rszFile, StoreFilePtr& rpoFile)
 {
-    CFault oFault = Connect(rszFile, SQLITE_OPEN_READONLY, rpoFile);
+    CFault oFault = Connect(rszFile, rszFile, SQLITE_OPEN_READONLY, false, rpoFile);
+    const int iError = rpoFile == nullptr ? SQLITE_OK : sqlite3_errcode(rpoFile.get());
+    struct stat oLog = {};
+    if (oFault && iError == SQLITE_READONLY)
+    {
+        // Its watch was killed while it wrote: who opens it next takes that second back.
+        oFault = Connect(rszFile, rszFile, SQLITE_OPEN_READWRITE, false, rpoFile);
+    }
+    else if (oFault && iError == SQLITE_CANTOPEN && stat((rszFile + "-wal").c_str(), &oLog) != 0)
+    {
+        // One of an earlier version, which wants files beside it.
+        oFault = Connect(rszFile, GetFrozenName(rszFile), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, false, rpoFile);
+    }
     if (oFault)
     {
         rpoFile.reset();

@@ -25,7 +25,7 @@ struct SOpenRun
     uint32_t auiStreams[2] = {};
 };
 
-bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
+bool EndRun(sqlite3* poFile, const SOpenRun& roRun, std::vector<SWatchEvent>& raoUntold)
 {
     CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(poFile, "events");
     uint64_t uiNumber = 0;
@@ -46,13 +46,14 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun)
             {
                 return false;
             }
+            raoUntold.push_back(oEvent);
         }
     }
     CStoreStatement oUpdate(poFile, "UPDATE runs SET ending = ? WHERE id = ?");
     return oUpdate.Bind(static_cast<int64_t>(ERunEnd::BROKEN)).Bind(roRun.iRun).Run();
 }
 
-bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun)
+bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun, std::vector<SWatchEvent>& raoUntold)
 {
     SOpenRun oRun;
     CStoreStatement oFind(poFile, "SELECT id, end_ns, inputs, outputs FROM runs WHERE ending = ? AND id <> ? "
@@ -64,7 +65,7 @@ bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun)
         oRun.iEndUtcNs = oFind.GetInt();
         oRun.auiStreams[0] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
         oRun.auiStreams[1] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
-        if (!EndRun(poFile, oRun))
+        if (!EndRun(poFile, oRun, raoUntold))
         {
             return false;
         }
@@ -127,6 +128,7 @@ bool EndIncidents(sqlite3* poFile, SStoreRemains& roRemains)
         {
             return false;
         }
+        roRemains.aoUntold.push_back(oEnded);
         roRemains.aoEnded.emplace_back(oEnded, roIncident);
     }
     return true;
@@ -203,7 +205,8 @@ CFault StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs
 {
     // Whatever is not known of what there is must not be written over.
     const bool bIsDone = FindEarlier(poFile, roRemains.aoEarlier) && FindRun(poFile, iBeginUtcNs, roRemains.iOwnRun) &&
-                         StoreFile_Run(poFile, "BEGIN IMMEDIATE") && EndKilledRuns(poFile, roRemains.iOwnRun) &&
+                         StoreFile_Run(poFile, "BEGIN IMMEDIATE") &&
+                         EndKilledRuns(poFile, roRemains.iOwnRun, roRemains.aoUntold) &&
                          (roRemains.iOwnRun != 0 || EndIncidents(poFile, roRemains)) &&
                          PutMinutesAway(poFile, HistoryPoint_GetMinute(iNowUtcNs)) &&
                          ReadNumber(poFile, szLastEvent, roRemains.uiLastEvent) && ReadIncidents(poFile, roRemains) &&
@@ -214,6 +217,7 @@ CFault StoreRecovery_Run(sqlite3* poFile, int64_t iBeginUtcNs, int64_t iNowUtcNs
     }
     CFault oFault(sqlite3_errcode(poFile) == SQLITE_OK ? "could not be read" : sqlite3_errmsg(poFile), true);
     static_cast<void>(StoreFile_Run(poFile, "ROLLBACK"));
+    roRemains.aoUntold.clear();
     roRemains.aoEnded.clear();
     return oFault;
 }

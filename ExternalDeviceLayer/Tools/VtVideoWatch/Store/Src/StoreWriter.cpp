@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sys/stat.h>
 #include <utility>
 
 #include "Memory.h"
@@ -13,6 +14,13 @@
 
 namespace
 {
+
+// Whether somebody has taken its content from a store: what is written without it is none.
+bool IsEmptied(const std::string& rszFile)
+{
+    struct stat oFile = {};
+    return stat(rszFile.c_str(), &oFile) == 0 && oFile.st_size == 0;
+}
 
 bool HasMoved(sqlite3* poFile)
 {
@@ -171,6 +179,7 @@ void CStoreWriter::Close()
     }
     m_oMore.notify_one();
     m_oThread.join();
+    static_cast<void>(StoreFile_Run(m_poFile.get(), "PRAGMA journal_mode=DELETE")); // the store alone stays
     CloseFile();
 }
 
@@ -229,6 +238,11 @@ CFault CStoreWriter::Reach()
 {
     if (m_poFile != nullptr && HasMoved(m_poFile.get()))
     {
+        CloseFile();
+    }
+    else if (m_poFile != nullptr && IsEmptied(m_szFile))
+    {
+        Notice_Say("store " + m_szFile + ": somebody has emptied it; it begins anew");
         CloseFile();
     }
     if (m_poFile != nullptr)
