@@ -123,6 +123,14 @@ const SCase aoCases[] = {
     {"a rate that is not known", RateWithin(5.0, 5.0, false), UNKNOWN, "the rate of IN_00 is not known"},
     {"in lock", Lock(true, ELockState::LOCKED), OK, "1 pair in lock"},
     {"a lock that the eye believes", Lock(true, ELockState::PASSING), WARNING, "only passing"},
+    {"a lock that the watch would still let pass",
+     [](auto& roOptions, auto& roNow)
+     {
+         roOptions.aaoLocked = {{Input(0), Input(1)}};
+         roOptions.oThreshold = roNow.oSnapshot.oThreshold = {0.0, 5e-6};
+         roNow.oSnapshot.aoDirections[0].aoPairs[0].oOffsetSeconds.flValue = 5.004e-6;
+     },
+     CRITICAL, "IN_00_IN_01_offset=0.000005004s;;-0.000005000:0.000005000"},
     {"no lock", Lock(true, ELockState::FREE), CRITICAL, "not in lock (+5.000 us"},
     {"no lock that was not asked for", Lock(false, ELockState::FREE), OK, "run"},
     {"a lock that is not known yet", Lock(true, ELockState::IDLE), UNKNOWN, "too little is known"},

@@ -305,6 +305,7 @@ void StoreReference::CompareRemains()
     SStoreRemains oRemains;
     ASSERT_EQ(oWriter.Open(iEndUtcNs + iNsPerSecond / 2, oRemains).GetText(), "");
     std::vector<std::pair<SWatchEvent, SIncident>> aoUndelivered;
+    size_t uiOpen = 0;
     for (const SWatchEvent& ro : m_aoEvents)
     {
         if (ro.uiNumber > m_uiDelivered && ro.eKind >= EWatchEventKind::INCIDENT_BEGAN && ro.uiGroup <= gc_uiSteps)
@@ -312,6 +313,19 @@ void StoreReference::CompareRemains()
             aoUndelivered.emplace_back(ro, GetIncident(ro.uiGroup - 1, gc_uiSteps - 1));
             SIncident& roIncident = aoUndelivered.back().second;
             roIncident.iEndUtcNs = roIncident.iEndUtcNs != 0 ? roIncident.iEndUtcNs : iEndUtcNs;
+        }
+    }
+    for (uint64_t uiIndex = 0; uiIndex < gc_uiSteps; ++uiIndex)
+    {
+        const SIncident oIncident = GetIncident(uiIndex, gc_uiSteps - 1);
+        if (oIncident.iEndUtcNs == 0)
+        {
+            aoUndelivered.push_back(oRemains.aoEnded.at(uiOpen));
+            EXPECT_EQ(aoUndelivered.back().first.uiNumber,
+                      m_aoEvents.size() + std::size(gc_aoStreams) + ++uiOpen) << "behind the end of every stream";
+            EXPECT_EQ(aoUndelivered.back().first.eKind, EWatchEventKind::INCIDENT_ENDED);
+            EXPECT_EQ(aoUndelivered.back().first.uiGroup, oIncident.uiNumber);
+            EXPECT_EQ(aoUndelivered.back().first.iUtcNs, iEndUtcNs);
         }
     }
     ASSERT_EQ(oRemains.aoUndelivered.size(), aoUndelivered.size());
@@ -322,7 +336,7 @@ void StoreReference::CompareRemains()
     }
     EXPECT_TRUE(oRemains.bHasDelivered);
     EXPECT_EQ(oRemains.uiLastDelivered, m_uiDelivered);
-    EXPECT_EQ(oRemains.uiLastEvent, m_aoEvents.size() + std::size(gc_aoStreams)) << "and the end of every stream";
+    EXPECT_EQ(oRemains.uiLastEvent, m_aoEvents.size() + std::size(gc_aoStreams) + uiOpen);
     EXPECT_EQ(oRemains.uiLastIncident, gc_uiSteps);
     EXPECT_EQ(oRemains.iOwnRun, 0);
     const std::vector<SMinuteSummary> aoRunning(m_aoMinutes.end() - 3, m_aoMinutes.end());
@@ -363,6 +377,7 @@ void StoreReference::CompareRemains()
         roEnd.eKind = EWatchEventKind::WATCH_ENDED;
         roEnd.oKey = gc_aoStreams[uiStream];
     }
+    aoEnds.erase(aoEnds.begin(), aoEnds.begin() + static_cast<std::ptrdiff_t>(uiOpen)); // newest first
     ExpectSame(aoEnds, aoExpected);
     const std::vector<SStoreRun> aoRuns = oReader.FindRuns(iEndUtcNs, iEndUtcNs + 1);
     ASSERT_EQ(aoRuns.size(), 1U) << "one that reaches into the span";

@@ -255,19 +255,22 @@ void CollectDeviations(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, 
 void CollectInfo(const SWatchPublication& roPublication, CFamilies& raoFamilies)
 {
     CFamily oFamily(raoFamilies, "vt_video_stream_info", "Names and formats of a stream; always 1.", MetricType::Gauge);
-    WatchPublication_ForEachStream(roPublication.oSnapshot,
-                                   [&](const SStreamFigures& roStream)
-                                   {
-                                       const SStreamTexts& roTexts =
-                                           WatchPublication_GetTexts(roPublication, roStream.oKey);
-                                       CLabels oLabels = MetricLabels_Get(roStream, "name", "");
-                                       oLabels.back().value = StreamId_Print(roStream.oKey);
-                                       oLabels.push_back({"connector", roTexts.szName});
-                                       oLabels.push_back({"format", roTexts.szFormat});
-                                       oLabels.push_back({"standard", roTexts.szStandard});
-                                       oLabels.push_back({"setup", roTexts.szCapture});
-                                       oFamily.Add(std::move(oLabels), 1.0);
-                                   });
+    WatchPublication_ForEachStream(
+        roPublication.oSnapshot,
+        [&](const SStreamFigures& roStream)
+        {
+            const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
+            CLabels oLabels = MetricLabels_Get(roStream, "name", "");
+            oLabels.back().value = StreamId_Print(roStream.oKey);
+            oLabels.push_back({"connector", roTexts.szName});
+            oLabels.push_back({"format", roTexts.szFormat});
+            oLabels.push_back({"standard", roTexts.szStandard});
+            const SStreamDescription& roSetup = roStream.oDescription;
+            oLabels.push_back({"setup", roStream.oKey.eDirection == EStreamDirection::INPUT
+                                            ? WatchTexts_GetCaptureState(roSetup.eCaptureState)
+                                            : WatchTexts_GetPowerState(roSetup.ePowerState)});
+            oFamily.Add(std::move(oLabels), 1.0);
+        });
 }
 
 void CollectStates(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, CFamilies& raoFamilies)
