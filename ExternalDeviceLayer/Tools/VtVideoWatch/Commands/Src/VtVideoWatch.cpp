@@ -28,7 +28,7 @@ namespace
 [[noreturn]] void EndWithoutMemory()
 {
     constexpr std::string_view szLine = "VtVideoWatch: no memory\n";
-    static_cast<void>(write(STDERR_FILENO, szLine.data(), szLine.size()));
+    [[maybe_unused]] const ssize_t iWritten = write(STDERR_FILENO, szLine.data(), szLine.size());
     _exit(iExitFailure);
 }
 
