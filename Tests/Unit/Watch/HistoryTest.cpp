@@ -99,11 +99,7 @@ void HistoryReference::Make()
             ro.oQueue.flHeldSeconds = Draw();
             ++ro.oPacing.auiCounts[m_oRandom() % ro.oPacing.auiCounts.size()];
             ro.oPacing.flSumSeconds += Draw();
-            if (m_oRandom() % 30 == 0)
-            {
-                ro.oPacing.flWorstSeconds += (ro.oPacing.flWorstSeconds < 0.0 ? -1.0 : 1.0) * Draw();
-                ro.oPacing.iWorstUtcNs = oSnapshot.oClock.iUtcNs - 5;
-            }
+            ro.oPacingWorst = {Draw() - 0.5, oSnapshot.oClock.iUtcNs - 5};
         }
         m_aoRaw.push_back(oSnapshot);
     }
@@ -123,7 +119,7 @@ void HistoryReference::CompareSecond(size_t uiStream, int64_t iSecond, const SHi
                          ro.oDriftRatio.flValue, ro.flJitterRmsSeconds, ro.eLock, ro.eState));
     const SQueueWindow& roQueue = ro.oQueue.aoWindows[0];
     const auto Known = [&](double flValue) { return roQueue.bIsKnown ? static_cast<float>(flValue) : -1.0F; };
-    EXPECT_EQ(std::tuple(roPoint.flReady, roPoint.flLoaned, roPoint.flHeldSeconds),
+    EXPECT_EQ(std::tuple(roPoint.oReady.flMean, roPoint.oLoaned.flMean, roPoint.flHeldSeconds),
               std::tuple(Known(roQueue.oReady.flMean), Known(roQueue.oLoaned.flMean), Known(ro.oQueue.flHeldSeconds)));
 }
 
@@ -162,9 +158,11 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
         [](const SStreamFigures& ro) -> auto& { return ro.oPhaseSeconds; });
     double flJitter = 0.0, flLeast = 1.0, flMost = -1.0, flReady = 0.0, flLoaned = 0.0, flHeld = 0.0;
     uint32_t uiQueued = 0;
+    SPacingWorst oWorst;
     for (const int64_t iSecond : raiSeconds)
     {
         const SStreamFigures& ro = GetRaw(uiStream, iSecond);
+        oWorst = std::abs(ro.oPacingWorst.flSeconds) > std::abs(oWorst.flSeconds) ? ro.oPacingWorst : oWorst;
         flJitter = std::max(flJitter, ro.flJitterRmsSeconds);
         flLeast = ro.oPhaseSeconds.bIsValid ? std::min(flLeast, ro.oPhaseSeconds.flValue) : flLeast;
         flMost = ro.oPhaseSeconds.bIsValid ? std::max(flMost, ro.oPhaseSeconds.flValue) : flMost;
@@ -177,8 +175,8 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
     EXPECT_EQ(std::tuple(roPoint.flJitterRmsSeconds, roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
                          roMinute.uiQueuePoints),
               std::tuple(flJitter, flLeast, flMost, uiQueued));
-    EXPECT_NEAR(roPoint.flReady, flReady / uiQueued, 1e-6);
-    EXPECT_NEAR(roPoint.flLoaned, flLoaned / uiQueued, 1e-6);
+    EXPECT_NEAR(roPoint.oReady.flMean, flReady / uiQueued, 1e-6);
+    EXPECT_NEAR(roPoint.oLoaned.flMean, flLoaned / uiQueued, 1e-6);
     EXPECT_NEAR(roPoint.flHeldSeconds, flHeld / uiQueued, 1e-6);
     for (size_t uiBin = 0; uiBin < roMinute.oPacing.auiCounts.size(); ++uiBin)
     {
@@ -186,9 +184,8 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
                   roLast.oPacing.auiCounts[uiBin] - roBefore.oPacing.auiCounts[uiBin]);
     }
     EXPECT_NEAR(roMinute.oPacing.flSumSeconds, roLast.oPacing.flSumSeconds - roBefore.oPacing.flSumSeconds, 1e-9);
-    const bool bIsWorse = roLast.oPacing.flWorstSeconds != roBefore.oPacing.flWorstSeconds;
-    EXPECT_EQ(roMinute.oPacing.flWorstSeconds, bIsWorse ? roLast.oPacing.flWorstSeconds : 0.0);
-    EXPECT_EQ(roMinute.oPacing.iWorstUtcNs, bIsWorse ? roLast.oPacing.iWorstUtcNs : 0);
+    EXPECT_EQ(roMinute.oPacing.oWorst.flSeconds, oWorst.flSeconds);
+    EXPECT_EQ(roMinute.oPacing.oWorst.iUtcNs, oWorst.iUtcNs);
 }
 
 TEST_F(HistoryReference, SecondsAndMinutesAreThoseOfTheRawFigures)
