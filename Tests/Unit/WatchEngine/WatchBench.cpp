@@ -297,6 +297,15 @@ void CWatchBench::Starve(EStreamDirection eDirection, uint32_t uiIndex, double f
     StepOver(roStream, roStream.uiNotBeforeNs);
 }
 
+void CWatchBench::StarveUntil(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds)
+{
+    uint64_t uiPosition = 0;
+    VtSim_GetPosition(Name(Find(eDirection, uiIndex)), &uiPosition);
+    const uint64_t uiDueNs = ToMonotonicNs(GetTruth(eDirection, uiIndex, uiPosition).uiTickRefCounter);
+    const auto flDue = static_cast<double>(static_cast<int64_t>(uiDueNs - m_uiNowNs - gc_uiHandedInNs)) * 1e-9;
+    Starve(eDirection, uiIndex, std::max(0.0, flSeconds - flDue), 0);
+}
+
 const SPairFigures& CWatchBench::GetPair(uint32_t uiFirst, uint32_t uiSecond) const
 {
     const std::vector<SPairFigures>& raoPairs = oSnapshot.aoDirections[0].aoPairs;

@@ -43,6 +43,9 @@ public:
      */
     void Starve(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds, uint64_t uiRunDelayNs);
 
+    /* The same until a time from now on; the kernel does not know of it. */
+    void StarveUntil(EStreamDirection eDirection, uint32_t uiIndex, double flSeconds);
+
     const SStreamFigures& Get(EStreamDirection eDirection, uint32_t uiIndex) const
     {
         return oSnapshot.aoDirections[static_cast<size_t>(eDirection)].aoStreams[uiIndex];
