@@ -25,8 +25,7 @@ constexpr uint64_t uiBenchStartNs = 5'000'000'000'000; // where the bench's cloc
 constexpr char szNight[] = R"(
 input = [
     { standard = "1080i50", jitter_ticks = 3, ready_spread = 2, event = [
-        { kind = "signal_loss", at_s = 4, for_s = 1.5 }, { kind = "missed_field", at_s = 8, for_fields = 3 },
-        { kind = "description_change", at_s = 9, color_space = 2 } ] },
+        { kind = "signal_loss", at_s = 4, for_s = 1.5 }, { kind = "missed_field", at_s = 8, for_fields = 3 } ] },
     { standard = "1080p59.94", connector = "Camera 2", event = [
         { kind = "slow_consumer", at_s = 3, for_s = 4, takes = 0.5 }, { kind = "missed_field", at_s = 5.5 } ] } ]
 output = [

@@ -321,8 +321,8 @@ void StoreReference::CompareRemains()
         if (oIncident.iEndUtcNs == 0)
         {
             aoUndelivered.push_back(oRemains.aoEnded.at(uiOpen));
-            EXPECT_EQ(aoUndelivered.back().first.uiNumber,
-                      m_aoEvents.size() + std::size(gc_aoStreams) + ++uiOpen) << "behind the end of every stream";
+            EXPECT_EQ(aoUndelivered.back().first.uiNumber, m_aoEvents.size() + std::size(gc_aoStreams) + ++uiOpen)
+                << "behind the end of every stream";
             EXPECT_EQ(aoUndelivered.back().first.eKind, EWatchEventKind::INCIDENT_ENDED);
             EXPECT_EQ(aoUndelivered.back().first.uiGroup, oIncident.uiNumber);
             EXPECT_EQ(aoUndelivered.back().first.iUtcNs, iEndUtcNs);

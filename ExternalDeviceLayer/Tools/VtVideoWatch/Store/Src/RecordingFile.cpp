@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 #include <unistd.h>
 
 #include "EventKinds.h"
@@ -133,6 +135,11 @@ bool RecordingFile_IsOne(const std::string& rszFile)
     constexpr char szBegin[] = "SQLite format 3";
     constexpr size_t uiApplicationAt = 68;
     std::array<char, 100> achHeader = {};
+    std::error_code oNone;
+    if (!std::filesystem::is_regular_file(rszFile, oNone))
+    {
+        return false; // a queue would be waited for
+    }
     std::ifstream oFile(rszFile, std::ios::binary);
     oFile.read(achHeader.data(), achHeader.size());
     const std::array<char, 4> achApplication = {iApplicationId >> 24, iApplicationId >> 16 & 0xFF,
