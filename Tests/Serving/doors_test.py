@@ -158,6 +158,27 @@ class DoorsTest(unittest.TestCase):
         self.curl(*trusting, "-u", "ada:word", address + "metrics", status="401")
         self.end(watch)
 
+    def test_prometheus_scrapes_with_tls_and_password(self):
+        _, address = self.start_secured()
+        (self.folder / "prometheus.yml").write_text(f"""
+scrape_configs:
+  - job_name: vt-video
+    scrape_interval: 1s
+    scheme: https
+    tls_config: {{ ca_file: {self.folder}/server.pem }}
+    basic_auth: {{ username: ada, password: word }}
+    static_configs: [{{ targets: ["{address.split("/")[2]}"] }}]
+""")
+        port = free_port()
+        server = subprocess.Popen(
+            ["prometheus", f"--config.file={self.folder}/prometheus.yml", f"--storage.tsdb.path={self.folder}/data",
+             f"--web.listen-address=127.0.0.1:{port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.terminate)
+        query = f"http://127.0.0.1:{port}/api/v1/query?query=" + "up%20*%20on()%20group_left()%20count(vt_video_fields_total)"
+        wait_for(lambda: '"value":[' in subprocess.run(["curl", "-s", query], capture_output=True, text=True).stdout,
+                 self.log.read_text, 40)
+
     def test_client_certificates(self):
         self.make_certificate("client", "-addext", "extendedKeyUsage=clientAuth")
         self.make_certificate("stranger")

@@ -50,10 +50,10 @@ STALLED = """
 [[chip]]
 [[chip.input]]
 standard = '1080p60'
-event = [{ kind = 'buffers_run_out', at_s = 1.5, for_s = 600 }]
+event = [{ kind = 'buffers_run_out', at_s = 4, for_s = 600 }]
 [[chip.output]]
 standard = '1080p60'
-event = [{ kind = 'buffers_run_out', at_s = 1.5, for_s = 600 }]
+event = [{ kind = 'buffers_run_out', at_s = 4, for_s = 600 }]
 """
 BROKEN = LOCKED.replace("ppm = 3", "event = [{ kind = 'signal_loss', at_s = 12, for_s = 1 }]") + """
 [[chip.output]]
@@ -156,7 +156,7 @@ class Check(WatchCase):
                 self.assertEqual(len(lines) == 0, " more)" not in output.splitlines()[0], "a line for each finding")
 
     def test_a_frozen_output_and_an_input_that_nobody_reads_are_faults(self):
-        status, output = self.check(STALLED)
+        status, output = self.start(STALLED, "check", "--seconds", "10").run()
         self.assertEqual(status, 1, output)
         self.assertIn("\nWARNING: feed of IN_00: nobody takes the pictures, since ", output)
         self.assertIn("\nWARNING: feed of OUT_00: no new picture comes, since ", output)
@@ -302,7 +302,8 @@ class Serve(WatchCase):
         await_(lambda: not watch.get("/api/v1/streams")["costs"]["store_failing"])
         costs = watch.get("/api/v1/streams")["costs"]
         self.assertGreater(costs["memory_failures"], 0)
-        self.assertIn("no memory for the analysis; the watch goes on", watch.said.read_text())
+        # What more of the same second could be said is only counted.
+        self.assertRegex(watch.said.read_text(), "no memory for .*; the watch goes on")
         self.assertEqual(watch.end()[0], 0)
         with sqlite3.connect(self.store) as store:
             self.assertEqual(store.execute("PRAGMA integrity_check").fetchall(), [("ok",)])

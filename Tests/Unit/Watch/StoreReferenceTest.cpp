@@ -315,7 +315,7 @@ void StoreReference::CompareRemains()
             roIncident.iEndUtcNs = roIncident.iEndUtcNs != 0 ? roIncident.iEndUtcNs : iEndUtcNs;
         }
     }
-    for (uint64_t uiIndex = 0; uiIndex < gc_uiSteps; ++uiIndex)
+    for (uint32_t uiIndex = 0; uiIndex < gc_uiSteps; ++uiIndex)
     {
         const SIncident oIncident = GetIncident(uiIndex, gc_uiSteps - 1);
         if (oIncident.iEndUtcNs == 0)
