@@ -229,6 +229,8 @@ scrape_configs:
         ways = ((socket.AF_INET, ("127.0.0.1", ports[0])), (socket.AF_INET6, ("::1", ports[1])),
                 (socket.AF_UNIX, str(self.socket)))
         self.curl("--unix-socket", str(self.socket), "http://x/healthz")
+        begun = wait_for(self.counted_fields, self.log.read_text)["IN_00"][0]
+        wait_for(lambda: self.counted_fields()["IN_00"][0] > begun + 1, self.log.read_text)
         before = self.counted_fields()
         rude = (b"", b"GET /", b"\x16\x03\x01\xff\xff" + b"x" * 900, b"\x80" * 4000,
                 b"GET /metrics HTTP/1.1\r\nHost: localhost\r\nX: ", b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n" * 50)
