@@ -63,6 +63,19 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
               (203U * 60 - 2 - 250) / 50 + 1);
 }
 
+// The first instant is found with the clock, when fields behind the one that was expected wait already.
+TEST(WatchFields, EachSecondHasItsFieldsFromTheFirstOneOn)
+{
+    CWatchBench oBench(MakeInput("phase_us = 100"));
+    std::vector<uint64_t> auiFields;
+    oBench.Run(5, [&] { auiFields.push_back(oBench.GetInput(0).oCounters.uiFields); });
+    ASSERT_GE(auiFields.size(), 4U);
+    for (size_t uiSecond = 1; uiSecond < auiFields.size(); ++uiSecond)
+    {
+        EXPECT_EQ(auiFields[uiSecond] - auiFields[uiSecond - 1], 60U) << uiSecond;
+    }
+}
+
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
 {
     CWatchBench oBench(MakeInput("event = [{ kind = 'format_change', at_s = 20, standard = '1080p59.94' }]"));

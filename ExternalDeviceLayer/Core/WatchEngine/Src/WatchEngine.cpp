@@ -134,6 +134,15 @@ bool IsDue(const SWatchEngineState& roEngine, uint64_t uiNowNs)
     return static_cast<int64_t>(uiNowNs - GetDueNs(roEngine)) >= 0;
 }
 
+// Takes in what was handed in before the next instant.
+void ReleaseAll(SWatchEngineState& roEngine)
+{
+    for (CDirectionWatch& roDirection : roEngine.aoDirections)
+    {
+        roDirection.Release();
+    }
+}
+
 // The last moment of all, which is no whole second: whatever was handed in belongs before it.
 void EndNow(SWatchEngineState& roEngine, uint64_t uiNowNs)
 {
@@ -141,10 +150,7 @@ void EndNow(SWatchEngineState& roEngine, uint64_t uiNowNs)
     roEngine.oContext.oEvents.EndAll();
     roNext.uiMonotonicNs = uiNowNs;
     roNext.uiTick = roNext.bHasTick ? roEngine.oContext.oClock.ToTick(uiNowNs) : 0;
-    for (CDirectionWatch& roDirection : roEngine.aoDirections)
-    {
-        roDirection.Release();
-    }
+    ReleaseAll(roEngine);
 }
 
 // What the clocks said at the instant.
@@ -164,10 +170,7 @@ void GoOn(SWatchEngineState& roEngine, uint64_t uiNowNs)
     const bool bIsFarBehind = static_cast<int64_t>(uiNowNs - uiNextNs) > static_cast<int64_t>(uiMostBehindNs);
     roNext.uiTick += roEngine.oSettings.uiTickFrequencyHz;
     UpdateBoundary(roEngine, bIsFarBehind ? uiNowNs : uiNextNs);
-    for (CDirectionWatch& roDirection : roEngine.aoDirections)
-    {
-        roDirection.Release();
-    }
+    ReleaseAll(roEngine);
 }
 
 // The envelope's own, and the delay that none of its arrivals undercuts.
@@ -282,6 +285,8 @@ bool CWatchEngine::Analyse(const SClockReading& roClock, SWatchSnapshot& roSnaps
     {
         UpdateClock(roEngine);
         UpdateBoundary(roEngine, roContext.oNext.uiMonotonicNs);
+        // What was held for the second behind the boundary may be of this one now: the first is found with the clock.
+        ReleaseAll(roEngine);
     }
     if (roEngine.bIsToEnd)
     {
