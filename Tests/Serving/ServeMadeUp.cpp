@@ -17,6 +17,8 @@ int main(int iArguments, char** aszArguments)
     {
         oData.AddEvent(static_cast<EWatchEventKind>(i), {EStreamDirection::INPUT, 0});
     }
+    oData.AddEvent(EWatchEventKind::FIELDS_LOST, {EStreamDirection::INPUT, 0});
+    oData.Publish(MadeUpWatch_Make(1, uiStreams));
     CWatchServer oServer(oData);
     if (const CFault oFault = oServer.Start({{"127.0.0.1:0"}}))
     {
@@ -26,7 +28,7 @@ int main(int iArguments, char** aszArguments)
     std::printf("%s\n", oServer.GetAddresses().front().c_str());
     std::fflush(stdout);
     pollfd oInput = {STDIN_FILENO, POLLIN, 0};
-    for (uint64_t uiNumber = 1; uiNumber == 1 || poll(&oInput, 1, 1000) == 0; ++uiNumber)
+    for (uint64_t uiNumber = 2; poll(&oInput, 1, 1000) == 0; ++uiNumber)
     {
         oData.AddEvent(EWatchEventKind::FIELDS_LOST, {EStreamDirection::INPUT, 0});
         oData.Publish(MadeUpWatch_Make(uiNumber, uiStreams));
