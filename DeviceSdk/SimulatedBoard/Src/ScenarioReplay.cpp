@@ -72,9 +72,16 @@ void AddConnector(const CReplayTrack& roTrack, EDirection eDirection, uint32_t u
     oConnector.uiSize = sizeof(oConnector);
     oConnector.eType = VtBoard_ConnectorType_UNKNOWN;
     szName.copy(oConnector.szName, sizeof(oConnector.szName) - 1);
-    const bool bInput = eDirection == EDirection::INPUT;
-    (bInput ? oConnector.bVideoInput : oConnector.bVideoOutput) = 1U;
-    (bInput ? oConnector.uiVideoInIndex : oConnector.uiVideoOutIndex) = uiIndex;
+    if (eDirection == EDirection::INPUT)
+    {
+        oConnector.bVideoInput = 1U;
+        oConnector.uiVideoInIndex = uiIndex;
+    }
+    else
+    {
+        oConnector.bVideoOutput = 1U;
+        oConnector.uiVideoOutIndex = uiIndex;
+    }
     oConnector.uiFpgaPortIndex = static_cast<uint32_t>(roChip.aoConnectors.size());
     roChip.aoConnectors.push_back(oConnector);
 }
