@@ -12,7 +12,7 @@ int main(int iArguments, char** aszArguments)
 {
     const auto uiStreams = static_cast<uint32_t>(iArguments > 1 ? std::atoi(aszArguments[1]) : 4);
     CMadeUpWatch oData;
-    oData.SetPoints(MadeUpWatch_GetUtcNs() - 600 * iNsPerSecond, MadeUpWatch_GetUtcNs());
+    oData.AddPoints({EStreamDirection::INPUT, 1}, MadeUpWatch_GetUtcNs() - 600 * iNsPerSecond, MadeUpWatch_GetUtcNs());
     for (size_t i = 0; i < static_cast<size_t>(EWatchEventKind::COUNT); ++i)
     {
         oData.AddEvent(static_cast<EWatchEventKind>(i), {EStreamDirection::INPUT, 0});

@@ -1,9 +1,7 @@
 #include "MadeUpWatch.h"
 
-#include <algorithm>
-#include <chrono>
 #include <ctime>
-#include <iterator>
+#include <utility>
 
 namespace
 {
@@ -138,99 +136,48 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
 
 void CMadeUpWatch::Publish(SWatchPublication oPublication)
 {
-    const std::lock_guard oGuard(m_oMutex);
     for (const SWatchEvent& roEvent : m_aoEvents)
     {
         auto& raoStreams = oPublication.oSnapshot.aoDirections[static_cast<size_t>(roEvent.oKey.eDirection)].aoStreams;
         raoStreams[roEvent.oKey.uiIndex].oLastEvent = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
     }
-    m_poLatest = std::make_shared<const SWatchPublication>(std::move(oPublication));
-    m_oChanged.notify_all();
+    Put({std::make_shared<const SWatchPublication>(std::move(oPublication)),
+         std::span(m_aoEvents).subspan(std::exchange(m_uiToldEvents, m_aoEvents.size())),
+         std::exchange(m_aoSeconds, {}), std::exchange(m_aoMinutes, {})});
 }
 
-uint64_t CMadeUpWatch::AddEvent(EWatchEventKind eKind, const SStreamKey& roKey)
+void CMadeUpWatch::AddEvent(EWatchEventKind eKind, const SStreamKey& roKey)
 {
-    const std::lock_guard oGuard(m_oMutex);
-    SWatchEvent oEvent = {};
-    oEvent.uiNumber = m_aoEvents.size() + 1;
-    oEvent.iUtcNs = MadeUpWatch_GetUtcNs();
-    oEvent.uiTick = oEvent.uiNumber * 1000;
-    oEvent.eKind = eKind;
-    oEvent.oKey = roKey;
-    oEvent.uiCount = 3;
-    oEvent.uiAfter = 1;
-    oEvent.flSeconds = 0.25;
-    oEvent.uiGroup = 7;
-    oEvent.uiMembers = 3;
-    m_aoEvents.push_back(oEvent);
-    return oEvent.uiNumber;
+    SWatchEvent& roEvent = m_aoEvents.emplace_back();
+    roEvent.uiNumber = m_aoEvents.size();
+    roEvent.iUtcNs = MadeUpWatch_GetUtcNs();
+    roEvent.uiTick = roEvent.uiNumber * 1000;
+    roEvent.eKind = eKind;
+    roEvent.oKey = roKey;
+    roEvent.uiCount = 3;
+    roEvent.uiAfter = 1;
+    roEvent.flSeconds = 0.25;
+    roEvent.uiGroup = 7;
+    roEvent.uiMembers = 3;
 }
 
-void CMadeUpWatch::SetPoints(int64_t iFromUtcNs, int64_t iToUtcNs)
+void CMadeUpWatch::AddPoints(const SStreamKey& roKey, int64_t iFromUtcNs, int64_t iToUtcNs)
 {
-    const std::lock_guard oGuard(m_oMutex);
-    m_iPointsFromUtcNs = iFromUtcNs;
-    m_iPointsToUtcNs = iToUtcNs;
-}
-
-WatchPublicationPtr CMadeUpWatch::GetLatest() const
-{
-    const std::lock_guard oGuard(m_oMutex);
-    return m_poLatest;
-}
-
-WatchPublicationPtr CMadeUpWatch::AwaitNewer(uint64_t uiKnownNumber, uint32_t uiTimeOutMs)
-{
-    std::unique_lock oLock(m_oMutex);
-    const auto fnIsNewer = [&] { return m_poLatest && m_poLatest->oSnapshot.uiNumber > uiKnownNumber; };
-    m_oChanged.wait_for(oLock, std::chrono::milliseconds(uiTimeOutMs), fnIsNewer);
-    return fnIsNewer() ? m_poLatest : nullptr;
-}
-
-std::vector<SWatchEvent> CMadeUpWatch::FindEvents(const SEventQuery& roQuery)
-{
-    const std::lock_guard oGuard(m_oMutex);
-    std::vector<SWatchEvent> aoFound;
-    std::copy_if(m_aoEvents.rbegin(), m_aoEvents.rend(), std::back_inserter(aoFound),
-                 [&](const SWatchEvent& roEvent) { return WatchQuery_Fits(roEvent, roQuery); });
-    aoFound.resize(std::min<size_t>(aoFound.size(), roQuery.uiMost));
-    return aoFound;
-}
-
-std::vector<SHistoryPoint> CMadeUpWatch::FindHistory(const SHistoryQuery& roQuery)
-{
-    const std::lock_guard oGuard(m_oMutex);
-    std::vector<SHistoryPoint> aoPoints;
-    for (int64_t iUtcNs = m_iPointsFromUtcNs; iUtcNs < m_iPointsToUtcNs; iUtcNs += roQuery.uiSeconds * iNsPerSecond)
+    for (int64_t iUtcNs = iFromUtcNs; iUtcNs < iToUtcNs; iUtcNs += iNsPerSecond)
     {
         SHistoryPoint oPoint;
         oPoint.iUtcNs = iUtcNs;
-        oPoint.uiSeconds = roQuery.uiSeconds;
+        oPoint.uiSeconds = 1;
         oPoint.uiFields = 60;
         oPoint.oRateHz = {60.0 + 1.0 / 3.0, 1e-6 / 3.0, true};
         oPoint.oPhaseSeconds = {1e-6 / 3.0, 1e-9, iUtcNs / iNsPerSecond % 2 == 0};
-        if (WatchQuery_Fits(oPoint, roQuery))
+        m_aoSeconds.push_back({roKey, oPoint});
+        if (iUtcNs % iNsPerMinute == 0)
         {
-            aoPoints.push_back(oPoint);
+            oPoint.uiSeconds = 60;
+            m_aoMinutes.emplace_back().oKey = roKey;
+            m_aoMinutes.back().oPoint = oPoint;
+            m_aoMinutes.back().bIsComplete = true;
         }
     }
-    const auto iSurplus = std::max<std::ptrdiff_t>(0, static_cast<std::ptrdiff_t>(aoPoints.size()) - roQuery.uiMost);
-    aoPoints.erase(aoPoints.begin(), aoPoints.begin() + iSurplus);
-    return aoPoints;
-}
-
-SHistoryReach CMadeUpWatch::GetReach()
-{
-    const std::lock_guard oGuard(m_oMutex);
-    return {m_iPointsFromUtcNs, INT64_MAX};
-}
-
-std::vector<SIncident> CMadeUpWatch::FindIncidents(const SIncidentQuery& roQuery)
-{
-    const std::lock_guard oGuard(m_oMutex);
-    std::vector<SIncident> aoFound;
-    std::ranges::copy_if(m_poLatest->oJudgement.aoIncidents, std::back_inserter(aoFound),
-                         [&](const SIncident& roIncident) { return WatchQuery_Fits(roIncident, roQuery); });
-    aoFound.resize(std::min<size_t>(aoFound.size(), roQuery.uiMost));
-    return aoFound;
 }

@@ -1,41 +1,32 @@
 /*
- * A watch whose figures are made up: what the server reads in place of a board. Thread-safe like the real one.
+ * A watch whose figures are made up: what the server reads is the real one, which no board fills.
  */
 #ifndef MADE_UP_WATCH_H
 #define MADE_UP_WATCH_H
 
-#include <condition_variable>
-#include <mutex>
 #include <vector>
 
-#include "WatchReader.h"
+#include "WatchData.h"
 
-class CMadeUpWatch : public IWatchReader
+class CMadeUpWatch : public CWatchData
 {
 public:
+    CMadeUpWatch() : CWatchData(32, 32, nullptr) {}
+
+    /* With the events and points that were added since the last one. One thread. */
     void Publish(SWatchPublication oPublication);
 
-    /* Adds an event of a kind and returns its number. */
-    uint64_t AddEvent(EWatchEventKind eKind, const SStreamKey& roKey);
+    /* They are numbered from 1. */
+    void AddEvent(EWatchEventKind eKind, const SStreamKey& roKey);
 
-    /* A history of a point per second. */
-    void SetPoints(int64_t iFromUtcNs, int64_t iToUtcNs);
-
-    WatchPublicationPtr GetLatest() const override;
-    WatchPublicationPtr AwaitNewer(uint64_t uiKnownNumber, uint32_t uiTimeOutMs) override;
-    std::vector<SWatchEvent> FindEvents(const SEventQuery& roQuery) override;
-    std::vector<SHistoryPoint> FindHistory(const SHistoryQuery& roQuery) override;
-    SHistoryReach GetReach() override;
-    /* Those of the newest publication that fit. */
-    std::vector<SIncident> FindIncidents(const SIncidentQuery& roQuery) override;
+    /* A point per second. */
+    void AddPoints(const SStreamKey& roKey, int64_t iFromUtcNs, int64_t iToUtcNs);
 
 private:
-    mutable std::mutex m_oMutex;
-    std::condition_variable m_oChanged;
-    WatchPublicationPtr m_poLatest;
     std::vector<SWatchEvent> m_aoEvents; // oldest first
-    int64_t m_iPointsFromUtcNs = INT64_MAX;
-    int64_t m_iPointsToUtcNs = INT64_MAX;
+    size_t m_uiToldEvents = 0;
+    std::vector<SStreamSecond> m_aoSeconds;
+    std::vector<SMinuteSummary> m_aoMinutes;
 };
 
 /* A publication of so many streams per direction, as of now, with every kind of figure known and unknown. */

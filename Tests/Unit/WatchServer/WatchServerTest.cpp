@@ -146,11 +146,12 @@ TEST_F(WatchServerTest, AFaultyQueryIsAnsweredByOneLineThatNamesTheFault)
 
 TEST_F(WatchServerTest, HistoryComesInColumnsWithItsUncertainties)
 {
-    Publish(1);
     const int64_t iNow = MadeUpWatch_GetUtcNs();
+    for (const EStreamDirection eDirection : aeDirections)
     {
-        m_oData.SetPoints(iNow - 99 * iNsPerSecond, iNow + iNsPerSecond);
+        m_oData.AddPoints({eDirection, 0}, iNow - 99 * iNsPerSecond, iNow + iNsPerSecond);
     }
+    Publish(1);
     const CJson oPhase = GetJson("/api/v1/history?stream=OUT_00&fields=phase,rate&limit=10");
     EXPECT_EQ(oPhase["t"].size(), 10U);
     EXPECT_EQ(oPhase["t"].back(), iNow / 1'000'000) << "the newest ones";
@@ -174,6 +175,7 @@ TEST_F(WatchServerTest, EventsAreFoundByStreamKindAndNumber)
     m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::INPUT, 1});
     m_oData.AddEvent(EWatchEventKind::SIGNAL_BACK, {EStreamDirection::INPUT, 1});
     m_oData.AddEvent(EWatchEventKind::SIGNAL_LOST, {EStreamDirection::OUTPUT, 1});
+    m_oData.AddEvent(EWatchEventKind::GROUP_FORMED, {EStreamDirection::OUTPUT, 0}); // of 0 and 1
     Publish(1);
     const auto GetNumbers = [&](const std::string& szQuery)
     {
@@ -185,14 +187,16 @@ TEST_F(WatchServerTest, EventsAreFoundByStreamKindAndNumber)
         }
         return aiNumbers;
     };
-    EXPECT_EQ(GetNumbers(""), (std::vector<int>{3, 2, 1}));
+    EXPECT_EQ(GetNumbers(""), (std::vector<int>{4, 3, 2, 1}));
+    EXPECT_EQ(GetNumbers("?stream=OUT_01"), (std::vector<int>{4, 3}));
+    EXPECT_EQ(GetNumbers("?stream=OUT_02"), (std::vector<int>{}));
     EXPECT_EQ(GetNumbers("?stream=IN_01"), (std::vector<int>{2, 1}));
     EXPECT_EQ(GetNumbers("?kind=signal_lost,signal_back&stream=OUT_01"), (std::vector<int>{3}));
     EXPECT_EQ(GetNumbers("?kind=signal%5Flost"), (std::vector<int>{3, 1}));
-    EXPECT_EQ(GetNumbers("?after=2"), (std::vector<int>{3}));
+    EXPECT_EQ(GetNumbers("?after=2"), (std::vector<int>{4, 3}));
     EXPECT_EQ(GetNumbers("?stream="), (std::vector<int>{})) << "none is none";
     const CJson oCut = GetJson("/api/v1/events?limit=1");
-    EXPECT_EQ(oCut["events"][0]["number"], 3);
+    EXPECT_EQ(oCut["events"][0]["number"], 4);
     EXPECT_TRUE(oCut["truncated"]);
     const CJson oStreams = GetJson("/api/v1/streams");
     EXPECT_EQ(oStreams["directions"]["input"]["streams"][1]["last_event"]["kind"], "signal_back");
