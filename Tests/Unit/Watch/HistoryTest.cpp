@@ -34,6 +34,12 @@ constexpr std::pair<uint64_t SStreamCounters::*, uint32_t SHistoryPoint::*> aoCo
     {&SStreamCounters::uiBuffersSkipped, &SHistoryPoint::uiSkipped},
     {&SStreamCounters::uiRepeatedBeyond, &SHistoryPoint::uiRepeated}};
 
+// Buffers in one place, of a point and of the raw figures.
+constexpr std::pair<SBufferLevel SHistoryPoint::*, SQueueLevel SQueueWindow::*> aoLevels[] = {
+    {&SHistoryPoint::oReady, &SQueueWindow::oReady},
+    {&SHistoryPoint::oLoaned, &SQueueWindow::oLoaned},
+    {&SHistoryPoint::oInternal, &SQueueWindow::oInternal}};
+
 void CompareCounters(const SHistoryPoint& roPoint, const SStreamFigures& roBefore, const SStreamFigures& roNow)
 {
     for (const auto& [puiCounter, puiGrowth] : aoCounters)
@@ -93,9 +99,13 @@ void HistoryReference::Make()
             ro.flJitterRmsSeconds = Draw();
             ro.eLock = static_cast<ELockState>(m_oRandom() % 4);
             ro.eState = static_cast<EStreamState>(m_oRandom() % 3);
-            ro.oQueue.aoWindows[0] = {m_oRandom() % 3 != 0, {Draw(), 0, 0}, {Draw(), 0, 0}, {}};
+            const auto DrawLevel = [&] {
+                return SQueueLevel{Draw(), static_cast<uint32_t>(m_oRandom() % 90),
+                                   static_cast<uint32_t>(m_oRandom() % 70'000)};
+            };
+            ro.oQueue.aoWindows[0] = {m_oRandom() % 3 != 0, DrawLevel(), DrawLevel(), DrawLevel()};
             ro.oQueue.aoWindows[1] = {true, {9.0, 9, 9}, {9.0, 9, 9}, {}};
-            ro.oQueue.bIsHeldKnown = true;
+            ro.oQueue.bIsHeldKnown = m_oRandom() % 3 != 0;
             ro.oQueue.flHeldSeconds = Draw();
             ++ro.oPacing.auiCounts[m_oRandom() % ro.oPacing.auiCounts.size()];
             ro.oPacing.flSumSeconds += Draw();
@@ -118,9 +128,13 @@ void HistoryReference::CompareSecond(size_t uiStream, int64_t iSecond, const SHi
                          ro.oPhaseSeconds.flValue, ro.oPhaseSeconds.flValue, ro.oPhaseSeconds.flValue,
                          ro.oDriftRatio.flValue, ro.flJitterRmsSeconds, ro.eLock, ro.eState));
     const SQueueWindow& roQueue = ro.oQueue.aoWindows[0];
-    const auto Known = [&](double flValue) { return roQueue.bIsKnown ? static_cast<float>(flValue) : -1.0F; };
-    EXPECT_EQ(std::tuple(roPoint.oReady.flMean, roPoint.oLoaned.flMean, roPoint.flHeldSeconds),
-              std::tuple(Known(roQueue.oReady.flMean), Known(roQueue.oLoaned.flMean), Known(ro.oQueue.flHeldSeconds)));
+    EXPECT_EQ(roPoint.flHeldSeconds,
+              roQueue.bIsKnown && ro.oQueue.bIsHeldKnown ? static_cast<float>(ro.oQueue.flHeldSeconds) : -1.0F);
+    for (const auto& [puiOfPoint, puiRaw] : aoLevels)
+    {
+        EXPECT_EQ((roPoint.*puiOfPoint).flMean,
+                  roQueue.bIsKnown ? static_cast<float>((roQueue.*puiRaw).flMean) : -1.0F);
+    }
 }
 
 void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>& raiSeconds,
@@ -156,8 +170,8 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
     CompareMean(
         roPoint.oPhaseSeconds, roMinute.uiPhasePoints,
         [](const SStreamFigures& ro) -> auto& { return ro.oPhaseSeconds; });
-    double flJitter = 0.0, flLeast = 1.0, flMost = -1.0, flReady = 0.0, flLoaned = 0.0, flHeld = 0.0;
-    uint32_t uiQueued = 0;
+    double flJitter = 0.0, flLeast = 1.0, flMost = -1.0, flHeld = 0.0;
+    uint32_t uiQueued = 0, uiHeld = 0;
     SPacingWorst oWorst;
     for (const int64_t iSecond : raiSeconds)
     {
@@ -168,16 +182,30 @@ void HistoryReference::CompareMinute(size_t uiStream, const std::vector<int64_t>
         flMost = ro.oPhaseSeconds.bIsValid ? std::max(flMost, ro.oPhaseSeconds.flValue) : flMost;
         const bool bIsKnown = ro.oQueue.aoWindows[0].bIsKnown;
         uiQueued += bIsKnown ? 1 : 0;
-        flReady += bIsKnown ? ro.oQueue.aoWindows[0].oReady.flMean : 0.0;
-        flLoaned += bIsKnown ? ro.oQueue.aoWindows[0].oLoaned.flMean : 0.0;
-        flHeld += bIsKnown ? ro.oQueue.flHeldSeconds : 0.0;
+        uiHeld += bIsKnown && ro.oQueue.bIsHeldKnown ? 1 : 0;
+        flHeld += bIsKnown && ro.oQueue.bIsHeldKnown ? ro.oQueue.flHeldSeconds : 0.0;
     }
     EXPECT_EQ(std::tuple(roPoint.flJitterRmsSeconds, roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
-                         roMinute.uiQueuePoints),
-              std::tuple(flJitter, flLeast, flMost, uiQueued));
-    EXPECT_NEAR(roPoint.oReady.flMean, flReady / uiQueued, 1e-6);
-    EXPECT_NEAR(roPoint.oLoaned.flMean, flLoaned / uiQueued, 1e-6);
-    EXPECT_NEAR(roPoint.flHeldSeconds, flHeld / uiQueued, 1e-6);
+                         roMinute.uiQueuePoints, roMinute.uiHeldPoints),
+              std::tuple(flJitter, flLeast, flMost, uiQueued, uiHeld));
+    EXPECT_NEAR(roPoint.flHeldSeconds, flHeld / uiHeld, 1e-6);
+    for (const auto& [puiOfPoint, puiRaw] : aoLevels)
+    {
+        double flSum = 0.0;
+        uint32_t uiLeast = UINT16_MAX, uiMost = 0;
+        for (const int64_t iSecond : raiSeconds)
+        {
+            const SQueueWindow& roWindow = GetRaw(uiStream, iSecond).oQueue.aoWindows[0];
+            flSum += roWindow.bIsKnown ? (roWindow.*puiRaw).flMean : 0.0;
+            uiLeast = roWindow.bIsKnown ? std::min(uiLeast, (roWindow.*puiRaw).uiLeast) : uiLeast;
+            uiMost = roWindow.bIsKnown ? std::max(uiMost, (roWindow.*puiRaw).uiMost) : uiMost;
+        }
+        EXPECT_NEAR((roPoint.*puiOfPoint).flMean, flSum / uiQueued, 1e-6);
+        EXPECT_EQ((roPoint.*puiOfPoint).uiLeast, uiLeast);
+        EXPECT_EQ((roPoint.*puiOfPoint).uiMost, std::min<uint32_t>(uiMost, UINT16_MAX));
+    }
+    EXPECT_EQ(roPoint.oPacing.flWorst, static_cast<float>(roMinute.oPacing.oWorst.flSeconds));
+    EXPECT_EQ(roPoint.oPacing.flP50, static_cast<float>(Pacing_GetPercentile(roMinute.oPacing, 0.5)));
     for (size_t uiBin = 0; uiBin < roMinute.oPacing.auiCounts.size(); ++uiBin)
     {
         EXPECT_EQ(roMinute.oPacing.auiCounts[uiBin],
@@ -232,38 +260,6 @@ TEST(MinuteSummary, FollowsAPhaseAroundHalfAPeriod)
     }
     EXPECT_NEAR(oMinute.oPoint.oPhaseSeconds.flValue, flPeriod / 2 - 0.5e-6, 1e-12);
     EXPECT_NEAR(oMinute.oPoint.flPhaseMaxSeconds - oMinute.oPoint.flPhaseMinSeconds, 3e-6, 1e-12);
-}
-
-// Counts since the watch began make minutes that add up to them, each with the worst field of its own.
-TEST(HistoryMaker, TellsOfEachMinuteWhatWasInIt)
-{
-    CHistoryMaker oMaker({});
-    SPacingHistogram oSum;
-    float flReady = 0.0F;
-    SMadeUpSecond oSecond = MakeSecond(1, 1);
-    SStreamFigures& roFigures = oSecond.poPublication->oSnapshot.aoDirections[0].aoStreams[0];
-    for (int64_t iSecond = 1; iSecond <= 121; ++iSecond)
-    {
-        oSecond.poPublication->oSnapshot.oClock.iUtcNs = iStepsBeginUtcNs + iSecond * iNsPerSecond;
-        roFigures.oPacingWorst = {iSecond < 61 ? 1e-3 : -1e-5, iSecond};
-        roFigures.oPacing.auiCounts[Pacing_GetBin(roFigures.oPacingWorst.flSeconds)] += 60;
-        roFigures.oQueue.aoWindows[0] = {true, {1.0, 0, 2}, {2.0, 1, static_cast<uint32_t>(iSecond)}, {5.0, 4, 6}};
-        oMaker.Take(oSecond.poPublication->oSnapshot);
-        for (const SMinuteSummary& roMinute : oMaker.GetMinutes())
-        {
-            if (roMinute.bIsComplete)
-            {
-                Pacing_Merge(oSum, roMinute.oPacing);
-                EXPECT_FLOAT_EQ(roMinute.oPoint.oPacing.flWorst, iSecond == 61 ? 1e-3F : -1e-5F);
-                EXPECT_FLOAT_EQ(roMinute.oPoint.oPacing.flP50, iSecond == 61 ? 1.2589254e-3F : 1.2589254e-5F);
-                EXPECT_EQ(roMinute.oPoint.oLoaned.uiMost, iSecond - 1);
-                EXPECT_LT(roMinute.oPoint.flHeldSeconds, 0.0F) << "never known";
-                flReady += roMinute.oPoint.oReady.flMean;
-            }
-        }
-    }
-    EXPECT_EQ(flReady, 2.0F);
-    EXPECT_EQ(Pacing_GetFigures(oSum).uiCount, 120U * 60);
 }
 
 TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
@@ -327,6 +323,9 @@ TEST(WatchData, ReachesBackIntoTheStore)
     SStoreRemains oRemains;
     ASSERT_EQ(oWriter.Open(iStepsBeginUtcNs + 30 * iNsPerSecond, oRemains).GetText(), "");
     CWatchData oData(1, 0, std::make_unique<CStoreReader>(szFile));
+    ASSERT_EQ(oRemains.aoEarlier.size(), 1U);
+    EXPECT_EQ(oRemains.aoEarlier[0].oRun.eState, EEarlierState::RUNNING);
+    EXPECT_EQ(oRemains.aoEarlier[0].oRun.iUtcNs, iStepsBeginUtcNs + 20 * iNsPerSecond);
     CHistoryMaker oMaker(oRemains.aoRunning);
     oData.Resume(oRemains.aoRunning);
     const SMadeUpSecond oSecond = MakeSecond(31, 3);
@@ -345,29 +344,6 @@ TEST(WatchData, ReachesBackIntoTheStore)
     EXPECT_EQ(aoMinutes[0].iUtcNs, iStepsBeginUtcNs - iNsPerMinute);
     EXPECT_EQ(aoMinutes[1].uiFields, 20U * 60 + 31 * 60); // 20 s of then, and the first snapshot's count of now
     EXPECT_EQ(oData.GetReach().iMinutesFromUtcNs, aoMinutes[0].iUtcNs);
-}
-
-TEST(WatchData, FindsEventsByKindStreamAndGroup)
-{
-    CWatchData oData(1, 0, nullptr);
-    SMadeUpSecond oSecond = MakeSecond(1, 1);
-    SWatchEvent oGroup = oSecond.aoEvents[0];
-    oGroup.uiNumber = 2;
-    oGroup.eKind = EWatchEventKind::GROUP_FORMED;
-    oGroup.uiMembers = 0b110;
-    oGroup.oKey.uiIndex = 1;
-    oSecond.aoEvents.push_back(oGroup);
-    oData.Put(oSecond.GetStep());
-    SEventQuery oQuery;
-    oQuery.uiInputs = 1U << 2;
-    ASSERT_EQ(oData.FindEvents(oQuery).size(), 1U);
-    EXPECT_EQ(oData.FindEvents(oQuery)[0].uiNumber, 2U);
-    oQuery = {};
-    oQuery.uiKinds = 1ULL << static_cast<unsigned>(EWatchEventKind::FIELDS_LOST);
-    EXPECT_EQ(oData.FindEvents(oQuery)[0].uiNumber, 1U);
-    oQuery = {};
-    oQuery.uiAfterNumber = 2;
-    EXPECT_TRUE(oData.FindEvents(oQuery).empty());
 }
 
 TEST(WatchData, EndWakesWhoeverWaits)

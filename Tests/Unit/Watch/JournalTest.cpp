@@ -1,8 +1,6 @@
 #include "EventJournal.h"
 
-#include <csignal>
 #include <fstream>
-#include <sys/resource.h>
 
 #include <nlohmann/json.hpp>
 
@@ -71,22 +69,12 @@ TEST_F(Journal, FollowsItsNameThroughRotationAndRemoval)
 
 TEST_F(Journal, WritesWholeLinesOnceThereIsRoomAgain)
 {
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit oLimit = {};
-    getrlimit(RLIMIT_FSIZE, &oLimit);
-    const rlimit oFull = {std::filesystem::file_size(m_szFile) + 20, oLimit.rlim_max}; // in the middle of a line
     testing::internal::CaptureStderr();
-    setrlimit(RLIMIT_FSIZE, &oFull);
-    SWatchCosts oCosts;
+    std::optional<CFullDisk> oFull(std::filesystem::file_size(m_szFile) + 20); // in the middle of a line
     PutNumber(m_oJournal, 2);
-    EXPECT_TRUE(Await(
-        [&]
-        {
-            m_oJournal.AddCosts(oCosts);
-            return oCosts.bJournalIsFailing;
-        }));
+    EXPECT_TRUE(Await([&] { return GetCosts(m_oJournal).bJournalIsFailing; }));
     PutNumber(m_oJournal, 3);
-    setrlimit(RLIMIT_FSIZE, &oLimit);
+    oFull.reset();
     m_oJournal.Close();
     EXPECT_EQ(ReadNumbers(m_szFile), (Numbers{1, 2, 3}));
     const std::string szSaid = testing::internal::GetCapturedStderr();
@@ -99,7 +87,5 @@ TEST(JournalThatIsFull, CountsWhatItMustDrop)
     CEventJournal oJournal(oFolder / "journal", PrintNumber); // never started: nothing is taken away
     const std::vector<SWatchEvent> aoEvents(uiMostWaitingLines + 5, MakeSecond(1, 1).aoEvents[0]);
     oJournal.Put(aoEvents);
-    SWatchCosts oCosts;
-    oJournal.AddCosts(oCosts);
-    EXPECT_EQ(oCosts.uiJournalLinesDropped, 5U);
+    EXPECT_EQ(GetCosts(oJournal).uiJournalLinesDropped, 5U);
 }

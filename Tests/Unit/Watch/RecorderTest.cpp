@@ -14,16 +14,6 @@ constexpr SStreamKey oInput = {EStreamDirection::INPUT, 0};
 constexpr SStreamKey oOutput = {EStreamDirection::OUTPUT, 0};
 constexpr uint64_t uiPeriodNs = 16'666'667;
 
-bool AreSame(const SFieldRecord& roA, const SFieldRecord& roB)
-{
-    return roA.uiWaitBeginNs == roB.uiWaitBeginNs && roA.uiArrivalNs == roB.uiArrivalNs && roA.uiTick == roB.uiTick &&
-           roA.uiFieldCounter == roB.uiFieldCounter && roA.uiSetBufferCounter == roB.uiSetBufferCounter &&
-           roA.uiRunDelayNs == roB.uiRunDelayNs && roA.eResult == roB.eResult && roA.bIsTopField == roB.bIsTopField &&
-           roA.bHasBuffers == roB.bHasBuffers && roA.bHasSkippedBuffers == roB.bHasSkippedBuffers &&
-           roA.uiReadyBuffers == roB.uiReadyBuffers && roA.uiLoanedBuffers == roB.uiLoanedBuffers &&
-           roA.uiInternalBuffers == roB.uiInternalBuffers && roA.uiSkippedBuffers == roB.uiSkippedBuffers;
-}
-
 // Streams of a seed: regular ones with jitter, and now and then anything that 64 bits can hold.
 class CRecordMaker
 {
@@ -316,12 +306,6 @@ protected:
         }
         std::ranges::sort(aszNames);
         return aszNames;
-    }
-    static SWatchCosts GetCosts(CRecordingKeeper& roKeeper)
-    {
-        SWatchCosts oCosts;
-        roKeeper.AddCosts(oCosts);
-        return oCosts;
     }
     // From the begin of one to ten seconds behind its end; then there is one recording more, or one failure.
     void LetHappen(CRecordingKeeper& roKeeper, int64_t iSecond, uint32_t uiIncident)

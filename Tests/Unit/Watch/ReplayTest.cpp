@@ -34,16 +34,6 @@ output = [
     { standard = "1080p50", event = [ { kind = "power_state", at_s = 5, for_s = 2, state = "OFF" } ] } ]
 )";
 
-bool AreSame(const SFieldRecord& roA, const SFieldRecord& roB)
-{
-    return roA.uiWaitBeginNs == roB.uiWaitBeginNs && roA.uiArrivalNs == roB.uiArrivalNs && roA.uiTick == roB.uiTick &&
-           roA.uiFieldCounter == roB.uiFieldCounter && roA.uiSetBufferCounter == roB.uiSetBufferCounter &&
-           roA.eResult == roB.eResult && roA.bIsTopField == roB.bIsTopField && roA.bHasBuffers == roB.bHasBuffers &&
-           roA.bHasSkippedBuffers == roB.bHasSkippedBuffers && roA.uiReadyBuffers == roB.uiReadyBuffers &&
-           roA.uiLoanedBuffers == roB.uiLoanedBuffers && roA.uiInternalBuffers == roB.uiInternalBuffers &&
-           roA.uiSkippedBuffers == roB.uiSkippedBuffers;
-}
-
 // A watch of a board, and what it saw.
 struct SNight
 {

@@ -29,10 +29,20 @@ auto Members(const SEstimate& ro)
     return std::tuple(ro.bIsValid, ro.bIsValid ? ro.flValue : 0.0, ro.bIsValid ? ro.flStdErr : 0.0);
 }
 
+auto Members(const SBufferLevel& ro)
+{
+    return std::tuple(ro.flMean, ro.uiLeast, ro.uiMost);
+}
+
 auto Members(const SMinuteSummary& ro)
 {
     const SHistoryPoint& roPoint = ro.oPoint;
+    const SPacingPoint& roPacing = roPoint.oPacing;
     return std::tuple(ro.oKey, roPoint.iUtcNs, roPoint.uiSeconds, ro.uiPoints, ro.uiRatePoints, ro.uiPhasePoints,
+                      ro.uiQueuePoints, ro.uiHeldPoints, roPoint.uiRepeated, roPoint.uiCadence, roPoint.flHeldSeconds,
+                      Members(roPoint.oReady), Members(roPoint.oLoaned), Members(roPoint.oInternal),
+                      ro.oPacing.auiCounts, ro.oPacing.oWorst.flSeconds, ro.oPacing.oWorst.iUtcNs, roPacing.uiFields,
+                      roPacing.flP50, roPacing.flP95, roPacing.flP99, roPacing.flP999, roPacing.flWorst,
                       roPoint.uiFields, roPoint.uiObserved, roPoint.uiLost, roPoint.uiUnobserved, roPoint.uiSkipped,
                       ro.flWatchedSeconds, roPoint.flRunningSeconds, Members(roPoint.oRateHz),
                       Members(roPoint.oPhaseSeconds), roPoint.flPhaseMinSeconds, roPoint.flPhaseMaxSeconds,
@@ -69,6 +79,11 @@ protected:
     uint64_t Draw(uint64_t uiBelow) { return m_oRandom() % uiBelow; }
     double DrawReal() { return std::uniform_real_distribution(-1e3, 1e3)(m_oRandom); }
     SEstimate DrawEstimate() { return {DrawReal(), DrawReal(), Draw(4) != 0}; }
+    float DrawKnown() { return Draw(4) != 0 ? static_cast<float>(Draw(1000)) / 7.0F : -1.0F; } // or not
+    SBufferLevel DrawLevel()
+    {
+        return {DrawKnown(), static_cast<uint16_t>(Draw(9)), static_cast<uint16_t>(Draw(65536))};
+    }
     template <typename TEnum> TEnum DrawOne() { return static_cast<TEnum>(Draw(static_cast<uint64_t>(TEnum::COUNT))); }
     SWatchEvent DrawEvent(uint32_t uiStep);
     SMinuteSummary DrawMinute(const SStreamKey& roKey, int64_t iUtcNs);
@@ -115,8 +130,9 @@ SMinuteSummary StoreReference::DrawMinute(const SStreamKey& roKey, int64_t iUtcN
     oMinute.oKey = roKey;
     roPoint.iUtcNs = iUtcNs;
     roPoint.uiSeconds = 60;
-    for (uint32_t* puiCount : {&oMinute.uiPoints, &oMinute.uiRatePoints, &oMinute.uiPhasePoints, &roPoint.uiFields,
-                               &roPoint.uiObserved, &roPoint.uiLost, &roPoint.uiUnobserved, &roPoint.uiSkipped})
+    for (uint32_t* puiCount : {&oMinute.uiPoints, &oMinute.uiRatePoints, &oMinute.uiPhasePoints, &oMinute.uiQueuePoints,
+                               &oMinute.uiHeldPoints, &roPoint.uiFields, &roPoint.uiObserved, &roPoint.uiLost,
+                               &roPoint.uiUnobserved, &roPoint.uiSkipped, &roPoint.uiRepeated})
     {
         *puiCount = static_cast<uint32_t>(Draw(1U << 20U));
     }
@@ -131,6 +147,17 @@ SMinuteSummary StoreReference::DrawMinute(const SStreamKey& roKey, int64_t iUtcN
     }
     roPoint.eLock = DrawOne<ELockState>();
     roPoint.eState = DrawOne<EStreamState>();
+    roPoint.uiCadence = Cadence_Pack({{3, static_cast<uint8_t>(1 + Draw(255))}, 2});
+    roPoint.flHeldSeconds = DrawKnown();
+    roPoint.oReady = DrawLevel();
+    roPoint.oLoaned = DrawLevel();
+    roPoint.oInternal = DrawLevel();
+    for (const uint64_t uiBits : {1U, 7U, 14U, 40U})
+    {
+        oMinute.oPacing.auiCounts[Draw(uiPacingBins)] = Draw(uint64_t{1} << uiBits);
+    }
+    oMinute.oPacing.oWorst = {DrawReal(), iUtcNs};
+    roPoint.oPacing = HistoryPoint_GetPacing(oMinute.oPacing);
     return oMinute;
 }
 
@@ -326,6 +353,8 @@ void StoreReference::CompareRemains()
             EXPECT_EQ(aoUndelivered.back().first.eKind, EWatchEventKind::INCIDENT_ENDED);
             EXPECT_EQ(aoUndelivered.back().first.uiGroup, oIncident.uiNumber);
             EXPECT_EQ(aoUndelivered.back().first.iUtcNs, iEndUtcNs);
+            EXPECT_DOUBLE_EQ(aoUndelivered.back().first.flSeconds,
+                             static_cast<double>(iEndUtcNs - oIncident.iBeginUtcNs) * 1e-9);
         }
     }
     ASSERT_EQ(oRemains.aoUndelivered.size(), aoUndelivered.size());

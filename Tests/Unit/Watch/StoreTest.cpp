@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <fstream>
 #include <random>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include "StoreReader.h"
@@ -51,6 +50,13 @@ std::string CheckIntegrity(const std::string& rszFile)
     return oCheck.Next() ? oCheck.GetText() : "no answer";
 }
 
+class Store : public testing::Test
+{
+protected:
+    const CTestFolder oFolder;
+    const std::string szFile = oFolder / "store";
+};
+
 // A run from its begin on.
 struct SRun
 {
@@ -60,112 +66,15 @@ struct SRun
         EXPECT_EQ(oWriter.Open(iStepsBeginUtcNs + iSecond * iNsPerSecond, oRemains).GetText(), "");
         EXPECT_EQ(oWriter.Start().GetText(), "");
     }
-    SWatchCosts GetCosts()
-    {
-        SWatchCosts oCosts;
-        oWriter.AddCosts(oCosts);
-        return oCosts;
-    }
     CStoreWriter oWriter;
     SStoreRemains oRemains;
 };
 
 } // namespace
 
-TEST(Store, KeepsEveryValueAndGoesOnWithNumbersAndMinutes)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    SMadeUpSecond oSecond = MakeSecond(5, 1);
-    SMinuteSummary& roMinute = oSecond.aoMinutes.front();
-    roMinute.oPoint.oPhaseSeconds = {-1e-6, 1e-9, true};
-    roMinute.oPoint.flPhaseMinSeconds = -2e-6;
-    roMinute.oPoint.eLock = ELockState::PASSING;
-    roMinute.oPoint.uiRepeated = 7;
-    roMinute.oPoint.uiCadence = Cadence_Pack({{3, 2}, 2});
-    roMinute.oPoint.oLoaned = {2.5F, 1, 4};
-    roMinute.uiQueuePoints = 5;
-    roMinute.oPacing.auiCounts[3] = 1;
-    roMinute.oPacing.auiCounts[uiPacingBins / 2] = 300'000;
-    roMinute.oPacing.oWorst = {-0.03, iStepsBeginUtcNs};
-    oSecond.aoEvents.front().flSeconds = 0.25;
-    oSecond.aoMinutes.front().oPoint.eState = EStreamState::RUNNING;
-    {
-        SRun oRun(szFile);
-        EXPECT_EQ(oRun.oRemains.uiLastEvent, 0U);
-        oRun.oWriter.Put(oSecond.GetStep());
-    }
-    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
-    ASSERT_EQ(aoEvents.size(), 1U);
-    EXPECT_EQ(aoEvents[0].uiTick, UINT64_MAX - 1);
-    EXPECT_EQ(aoEvents[0].flSeconds, 0.25);
-
-    const SRun oNext(szFile, 30);
-    EXPECT_EQ(oNext.oRemains.uiLastEvent, 1U);
-    ASSERT_EQ(oNext.oRemains.aoEarlier.size(), 1U);
-    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.eState, EEarlierState::RUNNING);
-    EXPECT_EQ(oNext.oRemains.aoEarlier[0].oRun.iUtcNs, oSecond.poPublication->oSnapshot.oClock.iUtcNs);
-    ASSERT_EQ(oNext.oRemains.aoRunning.size(), 1U);
-    const SHistoryPoint& roPoint = oNext.oRemains.aoRunning[0].oPoint;
-    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiPoints, 5U);
-    EXPECT_EQ(roPoint.oPhaseSeconds.flValue, -1e-6);
-    EXPECT_TRUE(roPoint.oPhaseSeconds.bIsValid);
-    EXPECT_FALSE(roPoint.oRateHz.bIsValid);
-    EXPECT_EQ(roPoint.flPhaseMinSeconds, -2e-6);
-    EXPECT_EQ(roPoint.eLock, ELockState::PASSING);
-    EXPECT_EQ(roPoint.uiRepeated, 7U);
-    EXPECT_EQ(Cadence_Unpack(roPoint.uiCadence), (SCadence{{3, 2}, 2}));
-    EXPECT_EQ(roPoint.oLoaned.flMean, 2.5F);
-    EXPECT_EQ(roPoint.oLoaned.uiMost, 4U);
-    EXPECT_FALSE(roPoint.oReady.IsKnown() || roPoint.flHeldSeconds >= 0.0F);
-    EXPECT_EQ(oNext.oRemains.aoRunning[0].uiQueuePoints, 5U);
-    EXPECT_EQ(oNext.oRemains.aoRunning[0].oPacing.auiCounts, roMinute.oPacing.auiCounts);
-    EXPECT_EQ(roPoint.oPacing.flWorst, -0.03F);
-    EXPECT_EQ(oNext.oRemains.aoRunning[0].oPacing.oWorst.iUtcNs, iStepsBeginUtcNs);
-}
-
-// A run that was killed ends where it wrote last, and its unfinished minute is kept as it is.
-TEST(Store, ShowsTheGapBehindARunThatWasKilled)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    const pid_t iChild = fork();
-    if (iChild == 0)
-    {
-        SRun oRun(szFile);
-        SMadeUpSecond oSecond = MakeSecond(7, 1);
-        SIncident& roIncident = oSecond.poPublication->oJudgement.aoIncidents.emplace_back();
-        roIncident.uiNumber = 4;
-        roIncident.iBeginUtcNs = iStepsBeginUtcNs + 5 * iNsPerSecond;
-        oRun.oWriter.Put(oSecond.GetStep());
-        oRun.oWriter.KeepDelivered(1);
-        static_cast<void>(Await([&] { return !ReadEvents(szFile).empty(); }));
-        raise(SIGKILL);
-    }
-    waitpid(iChild, nullptr, 0);
-    const SRun oNext(szFile, 10 * iMinute);
-    EXPECT_EQ(oNext.oRemains.uiLastEvent, 3U);
-    EXPECT_TRUE(oNext.oRemains.aoRunning.empty());
-    const std::vector<SWatchEvent> aoEvents = ReadEvents(szFile);
-    ASSERT_EQ(aoEvents.size(), 3U);
-    EXPECT_EQ(aoEvents[1].eKind, EWatchEventKind::WATCH_ENDED);
-    EXPECT_EQ(aoEvents[1].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
-    EXPECT_EQ(aoEvents[2].eKind, EWatchEventKind::INCIDENT_ENDED) << "with the run, and that is told";
-    EXPECT_EQ(aoEvents[2].iUtcNs, iStepsBeginUtcNs + 7 * iNsPerSecond);
-    ASSERT_EQ(oNext.oRemains.aoEnded.size(), 1U);
-    EXPECT_EQ(oNext.oRemains.aoEnded[0].second.uiNumber, 4U);
-    EXPECT_EQ(oNext.oRemains.aoEnded[0].first.flSeconds, 2.0);
-    ASSERT_EQ(ReadMinutes(szFile).size(), 1U);
-    EXPECT_EQ(ReadMinutes(szFile)[0].oPoint.uiFields, 7U * 60);
-    ASSERT_FALSE(FindRuns(szFile).empty());
-    EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::BROKEN);
-}
-
 // What was seen in the store before the kill is in it afterwards, and all of a second or nothing.
-TEST(Store, IsWholeAfterAHundredKills)
+TEST_F(Store, IsWholeAfterAHundredKills)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     std::mt19937 oRandom(5489);
     uint64_t uiExpected = 1;
     for (int iKill = 0; iKill < 100; ++iKill)
@@ -215,43 +124,35 @@ TEST(Store, IsWholeAfterAHundredKills)
     EXPECT_EQ(CheckIntegrity(szFile), "ok");
 }
 
-TEST(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
+TEST_F(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    std::signal(SIGXFSZ, SIG_IGN);
     SRun oRun(szFile);
     oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
     ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
-    rlimit oLimit = {};
-    getrlimit(RLIMIT_FSIZE, &oLimit);
-    const rlimit oFull = {4096, oLimit.rlim_max}; // what is said has room
     testing::internal::CaptureStderr();
-    setrlimit(RLIMIT_FSIZE, &oFull);
+    std::optional<CFullDisk> oFull(4096); // what is said has room
     uint64_t uiEvent = 1;
     for (uint64_t uiFailures = 0; uiFailures < 3; ++uiFailures)
     {
         ++uiEvent;
         oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
-        EXPECT_TRUE(Await([&] { return oRun.GetCosts().uiStoreWriteFailures > uiFailures; }));
+        EXPECT_TRUE(Await([&] { return GetCosts(oRun.oWriter).uiStoreWriteFailures > uiFailures; }));
     }
-    EXPECT_TRUE(oRun.GetCosts().bStoreIsFailing);
-    EXPECT_GE(oRun.GetCosts().uiStoreRowsWaiting, 3U);
-    setrlimit(RLIMIT_FSIZE, &oLimit);
+    EXPECT_TRUE(GetCosts(oRun.oWriter).bStoreIsFailing);
+    EXPECT_GE(GetCosts(oRun.oWriter).uiStoreRowsWaiting, 3U);
+    oFull.reset();
     ++uiEvent;
     oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
-    EXPECT_TRUE(Await([&] { return !oRun.GetCosts().bStoreIsFailing; }));
+    EXPECT_TRUE(Await([&] { return !GetCosts(oRun.oWriter).bStoreIsFailing; }));
     const std::string szSaid = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
-    EXPECT_EQ(oRun.GetCosts().uiStoreRowsDropped, 0U);
+    EXPECT_EQ(GetCosts(oRun.oWriter).uiStoreRowsDropped, 0U);
     EXPECT_EQ(ReadEvents(szFile).size(), uiEvent);
 }
 
 // A store that somebody removes or empties comes into being again, with what is new.
-TEST(Store, IsMadeAgainWhenItIsRemovedOrEmptied)
+TEST_F(Store, IsMadeAgainWhenItIsRemovedOrEmptied)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     SRun oRun(szFile);
     oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
     ASSERT_TRUE(Await([&] { return ReadEvents(szFile).size() == 1; }));
@@ -270,10 +171,8 @@ TEST(Store, IsMadeAgainWhenItIsRemovedOrEmptied)
 }
 
 // Whoever moves the store away for a while finds one run in it, not a killed one and another.
-TEST(Store, GoesOnWithItsRunWhenTheFileComesBack)
+TEST_F(Store, GoesOnWithItsRunWhenTheFileComesBack)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     const std::string szAway = oFolder / "away";
     SRun oRun(szFile);
     oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
@@ -292,10 +191,8 @@ TEST(Store, GoesOnWithItsRunWhenTheFileComesBack)
     EXPECT_EQ(FindRuns(szFile)[0].eEnd, ERunEnd::CLOSED);
 }
 
-TEST(Store, IsTidiedUpLaterWhenThatCannotBeDoneAtTheBegin)
+TEST_F(Store, IsTidiedUpLaterWhenThatCannotBeDoneAtTheBegin)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     StoreFilePtr poOther;
     ASSERT_EQ(StoreFile_OpenForWriting(szFile, poOther).GetText(), "");
     ASSERT_TRUE(
@@ -313,10 +210,8 @@ TEST(Store, IsTidiedUpLaterWhenThatCannotBeDoneAtTheBegin)
 }
 
 // Stores of older layouts are read as they are, and written once they are like the others.
-TEST(Store, TakesUpOneOfAnOlderLayout)
+TEST_F(Store, TakesUpOneOfAnOlderLayout)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     {
         SRun oRun(szFile);
         oRun.oWriter.Put(MakeSecond(1, 1).GetStep());
@@ -357,17 +252,16 @@ TEST(Store, TakesUpOneOfAnOlderLayout)
 }
 
 // A watch that finds the store taken must not undo the locks of whoever reads it in the same process.
-TEST(Store, KeepsTheLocksOfItsReadersWhenItIsRefused)
+TEST_F(Store, IsWrittenByOneWatchAtATimeAndKeepsItsLocksWhenASecondIsRefused)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
+    const SRun oFirst(szFile);
     StoreFilePtr poFile;
     ASSERT_EQ(StoreFile_OpenForWriting(szFile, poFile).GetText(), "");
-    CStoreLock oFirst;
-    ASSERT_TRUE(oFirst.Take(szFile) && StoreFile_Run(poFile.get(), "BEGIN IMMEDIATE"));
-    CStoreLock oSecond;
-    EXPECT_FALSE(oSecond.Take(szFile));
-    oSecond.Release();
+    ASSERT_TRUE(StoreFile_Run(poFile.get(), "BEGIN IMMEDIATE"));
+    SStoreRemains oRemains;
+    const CFault oFault = CStoreWriter(szFile, 35).Open(iStepsBeginUtcNs, oRemains);
+    EXPECT_NE(oFault.GetText().find("another watch"), std::string::npos) << oFault.GetText();
+    EXPECT_FALSE(oFault.MayHeal());
     const pid_t iChild = fork();
     if (iChild == 0)
     {
@@ -381,23 +275,9 @@ TEST(Store, KeepsTheLocksOfItsReadersWhenItIsRefused)
     EXPECT_EQ(iStatus, 0);
 }
 
-TEST(Store, IsWrittenByOneWatchAtATime)
-{
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
-    const SRun oFirst(szFile);
-    CStoreWriter oSecond(szFile, 35);
-    SStoreRemains oRemains;
-    const CFault oFault = oSecond.Open(iStepsBeginUtcNs, oRemains);
-    EXPECT_NE(oFault.GetText().find("another watch"), std::string::npos) << oFault.GetText();
-    EXPECT_FALSE(oFault.MayHeal());
-}
-
 // Once the clock has not been set for an hour, and a day at once: one wrong moment costs nothing.
-TEST(Store, KeepsMinutesForAsLongAsIsAskedForByASteadyClock)
+TEST_F(Store, KeepsMinutesForAsLongAsIsAskedForByASteadyClock)
 {
-    const CTestFolder oFolder;
-    const std::string szFile = oFolder / "store";
     constexpr int64_t iHour = 60 * iMinute;
     constexpr int64_t iDay = 24 * iHour;
     SRun oRun(szFile, 0, 2);
@@ -421,9 +301,8 @@ TEST(Store, KeepsMinutesForAsLongAsIsAskedForByASteadyClock)
     EXPECT_EQ(fnPut(10 * iDay + iHour, 0), 2U);
 }
 
-TEST(Store, RefusesWhatIsNoneOfItsOwn)
+TEST_F(Store, RefusesWhatIsNoneOfItsOwn)
 {
-    const CTestFolder oFolder;
     const std::string szNoDatabase = oFolder / "text";
     const std::string szForeign = oFolder / "foreign";
     const std::string szNewer = oFolder / "newer";

@@ -6,15 +6,20 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "FieldRecord.h"
 #include "WatchStep.h"
 
 // A whole minute of UTC.
@@ -59,11 +64,51 @@ inline SMadeUpSecond MakeSecond(int64_t iSecond, uint64_t uiEvent)
     SMinuteSummary oMinute;
     oMinute.uiPoints = static_cast<uint32_t>(iSecond);
     oMinute.oPoint.iUtcNs = iStepsBeginUtcNs;
+    oMinute.oPoint.eState = EStreamState::RUNNING;
     oMinute.oPoint.uiSeconds = 60;
     oMinute.oPoint.uiFields = static_cast<uint32_t>(60 * iSecond);
     oSecond.aoMinutes.push_back(oMinute);
     return oSecond;
 }
+
+/* Whether two records of fields agree in everything. */
+inline bool AreSame(const SFieldRecord& roA, const SFieldRecord& roB)
+{
+    const auto Members = [](const SFieldRecord& ro)
+    {
+        return std::tuple(ro.uiWaitBeginNs, ro.uiArrivalNs, ro.uiTick, ro.uiFieldCounter, ro.uiSetBufferCounter,
+                          ro.uiRunDelayNs, ro.eResult, ro.bIsTopField, ro.bHasBuffers, ro.bHasSkippedBuffers,
+                          ro.uiReadyBuffers, ro.uiLoanedBuffers, ro.uiInternalBuffers, ro.uiSkippedBuffers);
+    };
+    return Members(roA) == Members(roB);
+}
+
+/* What a store, a journal or a keeper of recordings has come to. */
+template <typename TKeeper> SWatchCosts GetCosts(TKeeper& roKeeper)
+{
+    SWatchCosts oCosts;
+    roKeeper.AddCosts(oCosts);
+    return oCosts;
+}
+
+// While it lives no file may be longer.
+class CFullDisk
+{
+public:
+    explicit CFullDisk(uint64_t uiBytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_oBefore);
+        const rlimit oFull = {uiBytes, m_oBefore.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &oFull);
+    }
+    ~CFullDisk() { setrlimit(RLIMIT_FSIZE, &m_oBefore); }
+    CFullDisk(const CFullDisk&) = delete;
+    CFullDisk& operator=(const CFullDisk&) = delete;
+
+private:
+    rlimit m_oBefore = {};
+};
 
 // A folder that goes with its test.
 class CTestFolder
