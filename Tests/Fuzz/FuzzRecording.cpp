@@ -1,26 +1,13 @@
 // Whatever a file holds is a recording or is refused in one line, by the watch and by the board that would play it.
-#include <cstdlib>
 #include <string>
 #include <unistd.h>
 
 #include "RecordingFile.h"
 #include "Replay.h"
+#include "Require.h"
 
 namespace
 {
-
-void Require(bool bTrue)
-{
-    if (!bTrue)
-    {
-        std::abort();
-    }
-}
-
-void RequireOneLine(const std::string& rszText)
-{
-    Require(!rszText.empty() && rszText.find('\n') == std::string::npos);
-}
 
 void ReadAsWatch(std::span<const uint8_t> aoBytes)
 {

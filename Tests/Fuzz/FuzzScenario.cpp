@@ -1,20 +1,12 @@
 // Any text at all is either refused with a line and a fault, or runs: its streams' stamps never go back.
-#include <cstdlib>
 #include <span>
 
+#include "Require.h"
 #include "ScenarioReader.h"
 #include "StreamModel.h"
 
 namespace
 {
-
-void Require(bool bTrue)
-{
-    if (!bTrue)
-    {
-        std::abort();
-    }
-}
 
 void RunStream(const SStream& roStream)
 {

@@ -1,32 +1,18 @@
 // Whatever a client, an administrator or a service manager says is either understood or refused: user files,
 // Authorization, Accept, Accept-Encoding, If-None-Match, targets, addresses. The first byte tells which.
-#include <cstdlib>
-
 #include "HttpRequest.h"
 #include "ListenAddress.h"
+#include "Require.h"
 #include "UserFile.h"
 
 namespace
 {
 
-void Require(bool bTrue)
-{
-    if (!bTrue)
-    {
-        std::abort();
-    }
-}
-
-bool IsOneLine(const std::string& rszText)
-{
-    return !rszText.empty() && rszText.find('\n') == std::string::npos;
-}
-
 void ReadUsers(const std::string& rszText)
 {
     std::vector<SUser> aoUsers;
     const CFault oFault = UserFile_Read(rszText, aoUsers);
-    Require(oFault ? IsOneLine(oFault.GetText()) : !aoUsers.empty());
+    oFault ? RequireOneLine(oFault.GetText()) : Require(!aoUsers.empty());
     for (const SUser& roUser : aoUsers)
     {
         Require(!roUser.szName.empty() && roUser.szName.find(':') == std::string::npos && roUser.szHash.size() == 60);

@@ -99,11 +99,12 @@ TEST(HandleTable, KnowsNoStaleForeignOrInventedHandle)
         ASSERT_FALSE(oTable.Enter(hLast, eKind) == nullptr);
     }
     EXPECT_EQ(Open(), nullptr);
-    for (const void* hBad :
-         {static_cast<const void*>(hFirst), static_cast<const void*>(nullptr),
-          reinterpret_cast<const void*>(uintptr_t{77}), reinterpret_cast<const void*>(~uintptr_t{0})})
+    const auto uiLast = reinterpret_cast<uintptr_t>(hLast);
+    for (const uintptr_t uiBad : {reinterpret_cast<uintptr_t>(hFirst), reinterpret_cast<uintptr_t>(&oTable), uiLast + 4,
+                                  uiLast | 0x3FFC, uintptr_t{0}, uintptr_t{77}, ~uintptr_t{0}})
     {
-        EXPECT_TRUE(oTable.Enter(hBad, eKind) == nullptr);
+        const void* hBad = reinterpret_cast<const void*>(uiBad);
+        EXPECT_TRUE(oTable.Enter(hBad, eKind) == nullptr && !oTable.Close(hBad, eKind)) << hBad;
     }
     oTable.CloseAll();
     EXPECT_TRUE(oTable.Enter(hLast, eKind) == nullptr);

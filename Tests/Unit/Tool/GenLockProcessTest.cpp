@@ -58,30 +58,6 @@ TEST(GenLockProcess, OrdersSamplesAndKnowsWhoDelivers)
     }
 }
 
-TEST(GenLockProcess, LaysSamplesSideBySide)
-{
-    // Start, step and count of A and of B.
-    using Row = std::tuple<uint64_t, uint64_t, uint32_t, uint64_t, uint64_t, uint32_t, const char*>;
-    for (const auto& [uiStartA, uiStepA, uiCountA, uiStartB, uiStepB, uiCountB, szPair] : std::vector<Row>{
-             {1000, 1000, 120, 1300, 1000, 120, "0 1 -300 -300 300 120\n"},
-             {1000, 1000, 120, 2000, 1000, 120, "0 1 0 0 0 119\n"},              // B began a field later
-             {101000, 1000, 5, 3000, 1000, 120, "0 1 0 0 0 5\n"},                // few samples against many
-             {1000, 1000, 120, 90000, 1000, 10, "0 1 -29000 -29000 29000 10\n"}, // beyond B's reach
-             {1000, 0, 1, 900, 200, 2, "0 1 100 100 100 1\n"},                   // equally near: the earlier
-             {100000, 2000, 10, 100000, 1000, 20, "0 1 -5000 4000 5000 10\n"},   // double rate
-             {0x100000005, 0, 1, 5, 0, 1, "0 1 0 0 0 1\n"},                      // only the low 32 bits
-             {0x80000005, 0, 1, 5, 0, 1, "0 1 -2147483648 -2147483648 2147483648 1\n"},
-             {0x80000005, 0x80000003, 2, 5, 0xFFFFFFFF, 2, "0 1 -2147483648 4 4 2\n"}}) // signed comparison
-    {
-        SLockTestStreams oStreams({0, 0});
-        oStreams.daoData = std::vector<SMonitorUserData>(2);
-        oStreams.Fill(0, uiStartA, uiStepA, 0, uiCountA);
-        oStreams.Fill(1, uiStartB, uiStepB, 0, uiCountB);
-        EXPECT_TRUE(oStreams.Measure());
-        EXPECT_EQ(oStreams.Pairs(), szPair);
-    }
-}
-
 TEST(GenLockProcess, PairsOnlyWhatHasDeliveredSinceTheLastLook)
 {
     SLockTestStreams oStreams({0, 10, 20, 30});

@@ -193,22 +193,6 @@ std::string MakeLocking(const std::string& rszKeys)
     return MakeInputs("standard = '1080p60'\njitter_ticks = 100\n" + rszKeys, 1);
 }
 
-TEST(WatchRate, ALockThatTheEyeBelievesIsPassing)
-{
-    // 0.02 ppm apart: within a line for many minutes, a field slips every ten days.
-    CWatchBench oBench(MakeLocking("ppm = 5") + MakeLocking("ppm = 5.02\nphase_us = 2"));
-    oBench.Run(130);
-    const SPairFigures& roPair = oBench.GetPair(0, 1);
-    EXPECT_EQ(roPair.eLock, ELockState::PASSING);
-    // The faster one comes earlier and earlier.
-    EXPECT_NEAR(roPair.oDriftRatio.flValue, -20e-9, 4.0 * roPair.oDriftRatio.flStdErr);
-    const double flOffset = 2e-6 - 20e-9 * 130.0;
-    EXPECT_NEAR(roPair.oSecondsToThreshold.flValue, ((1.0 / 60.0 / 1125.0) + flOffset) / 20e-9, 150.0);
-    EXPECT_NEAR(roPair.oSecondsToSlip.flValue, (1.0 / 60.0) / 20e-9, 1.5e5);
-    oBench.Run(900);
-    EXPECT_EQ(oBench.GetPair(0, 1).eLock, ELockState::FREE);
-}
-
 TEST(WatchRate, OnePpbIsToldFromNoneWithinThousandSeconds)
 {
     CWatchBench oBench(
