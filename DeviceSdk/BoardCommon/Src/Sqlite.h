@@ -9,6 +9,7 @@
 #include <string>
 
 class CSqliteRows;
+struct SSqliteCalls;
 
 class CSqlite
 {
@@ -27,6 +28,7 @@ public:
 
 private:
     friend class CSqliteRows;
+    const SSqliteCalls* m_poCalls = nullptr;
     void* m_poFile = nullptr;
 };
 
@@ -53,6 +55,7 @@ public:
     bool IsValid() const { return m_bIsValid; }
 
 private:
+    const SSqliteCalls* m_poCalls;
     void* m_poRows = nullptr;
     int m_iColumn = 0;
     bool m_bIsValid = true;

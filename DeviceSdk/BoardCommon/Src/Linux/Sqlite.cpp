@@ -3,6 +3,22 @@
 
 #include <dlfcn.h>
 
+struct SSqliteCalls
+{
+    int (*fnOpen)(const char*, void**, int, const char*) = nullptr;
+    int (*fnClose)(void*) = nullptr;
+    int (*fnExec)(void*, const char*, void*, void*, char**) = nullptr;
+    int (*fnLimit)(void*, int, int) = nullptr;
+    const char* (*fnGetFault)(void*) = nullptr;
+    int (*fnPrepare)(void*, const char*, int, void**, const char**) = nullptr;
+    int (*fnBind)(void*, int, int64_t) = nullptr;
+    int (*fnStep)(void*) = nullptr;
+    int (*fnFinalize)(void*) = nullptr;
+    int64_t (*fnGetInt)(void*, int) = nullptr;
+    int (*fnGetType)(void*, int) = nullptr;
+    const unsigned char* (*fnGetText)(void*, int) = nullptr;
+};
+
 namespace
 {
 
@@ -18,51 +34,32 @@ constexpr int iTypeNull = 5;
 constexpr int iLimitLength = 0;
 constexpr int iMostLength = 1 << 20; // of a row: ours are far smaller
 
-struct SCalls
-{
-    int (*fnOpen)(const char*, void**, int, const char*) = nullptr;
-    int (*fnClose)(void*) = nullptr;
-    int (*fnExec)(void*, const char*, void*, void*, char**) = nullptr;
-    int (*fnLimit)(void*, int, int) = nullptr;
-    const char* (*fnGetFault)(void*) = nullptr;
-    int (*fnPrepare)(void*, const char*, int, void**, const char**) = nullptr;
-    int (*fnBind)(void*, int, int64_t) = nullptr;
-    int (*fnStep)(void*) = nullptr;
-    int (*fnFinalize)(void*) = nullptr;
-    int64_t (*fnGetInt)(void*, int) = nullptr;
-    int (*fnGetType)(void*, int) = nullptr;
-    const unsigned char* (*fnGetText)(void*, int) = nullptr;
-    bool bIsComplete = false;
-};
-
 template <typename TCall> bool Find(void* pvLibrary, const char* szName, TCall& rfnCall)
 {
     rfnCall = reinterpret_cast<TCall>(dlsym(pvLibrary, szName));
     return rfnCall != nullptr;
 }
 
-SCalls Load()
+bool Load(SSqliteCalls& roCalls)
 {
-    SCalls oCalls;
     void* pvLibrary = dlopen(szLibrary, RTLD_NOW | RTLD_LOCAL);
-    oCalls.bIsComplete =
-        pvLibrary != nullptr && Find(pvLibrary, "sqlite3_open_v2", oCalls.fnOpen) &&
-        Find(pvLibrary, "sqlite3_close_v2", oCalls.fnClose) && Find(pvLibrary, "sqlite3_exec", oCalls.fnExec) &&
-        Find(pvLibrary, "sqlite3_limit", oCalls.fnLimit) && Find(pvLibrary, "sqlite3_errmsg", oCalls.fnGetFault) &&
-        Find(pvLibrary, "sqlite3_prepare_v2", oCalls.fnPrepare) &&
-        Find(pvLibrary, "sqlite3_bind_int64", oCalls.fnBind) && Find(pvLibrary, "sqlite3_step", oCalls.fnStep) &&
-        Find(pvLibrary, "sqlite3_finalize", oCalls.fnFinalize) &&
-        Find(pvLibrary, "sqlite3_column_int64", oCalls.fnGetInt) &&
-        Find(pvLibrary, "sqlite3_column_type", oCalls.fnGetType) &&
-        Find(pvLibrary, "sqlite3_column_text", oCalls.fnGetText);
-    return oCalls;
+    return pvLibrary != nullptr && Find(pvLibrary, "sqlite3_open_v2", roCalls.fnOpen) &&
+           Find(pvLibrary, "sqlite3_close_v2", roCalls.fnClose) && Find(pvLibrary, "sqlite3_exec", roCalls.fnExec) &&
+           Find(pvLibrary, "sqlite3_limit", roCalls.fnLimit) && Find(pvLibrary, "sqlite3_errmsg", roCalls.fnGetFault) &&
+           Find(pvLibrary, "sqlite3_prepare_v2", roCalls.fnPrepare) &&
+           Find(pvLibrary, "sqlite3_bind_int64", roCalls.fnBind) && Find(pvLibrary, "sqlite3_step", roCalls.fnStep) &&
+           Find(pvLibrary, "sqlite3_finalize", roCalls.fnFinalize) &&
+           Find(pvLibrary, "sqlite3_column_int64", roCalls.fnGetInt) &&
+           Find(pvLibrary, "sqlite3_column_type", roCalls.fnGetType) &&
+           Find(pvLibrary, "sqlite3_column_text", roCalls.fnGetText);
 }
 
-// It stays loaded: databases may be open until the end.
-const SCalls& GetCalls()
+// Null where there is no such library. It stays loaded: databases may be open until the end.
+const SSqliteCalls* FindCalls()
 {
-    static const SCalls oCalls = Load();
-    return oCalls;
+    static SSqliteCalls oCalls;
+    static const bool bIsComplete = Load(oCalls);
+    return bIsComplete ? &oCalls : nullptr;
 }
 
 } // namespace
@@ -71,27 +68,27 @@ CSqlite::~CSqlite()
 {
     if (m_poFile != nullptr)
     {
-        GetCalls().fnClose(m_poFile);
+        m_poCalls->fnClose(m_poFile);
     }
 }
 
 bool CSqlite::Open(const std::string& rszFile, std::string& rszWhy)
 {
-    const SCalls& roCalls = GetCalls();
-    if (!roCalls.bIsComplete)
+    m_poCalls = FindCalls();
+    if (m_poCalls == nullptr)
     {
         rszWhy = std::string("reading recordings needs ") + szLibrary + ", which is not installed";
         return false;
     }
-    const int iOpened = roCalls.fnOpen(rszFile.c_str(), &m_poFile, iOpenReadOnly | iOpenNoMutex, nullptr);
+    const int iOpened = m_poCalls->fnOpen(rszFile.c_str(), &m_poFile, iOpenReadOnly | iOpenNoMutex, nullptr);
     if (iOpened != iOk)
     {
         rszWhy = m_poFile == nullptr ? "no memory" : GetFault();
         return false;
     }
-    roCalls.fnExec(m_poFile, "PRAGMA trusted_schema=OFF;PRAGMA cell_size_check=ON;PRAGMA mmap_size=0", nullptr, nullptr,
-                   nullptr);
-    roCalls.fnLimit(m_poFile, iLimitLength, iMostLength);
+    m_poCalls->fnExec(m_poFile, "PRAGMA trusted_schema=OFF;PRAGMA cell_size_check=ON;PRAGMA mmap_size=0", nullptr,
+                      nullptr, nullptr);
+    m_poCalls->fnLimit(m_poFile, iLimitLength, iMostLength);
     return true;
 }
 
@@ -103,35 +100,35 @@ int64_t CSqlite::Ask(const char* szSql)
 
 std::string CSqlite::GetFault() const
 {
-    return GetCalls().fnGetFault(m_poFile);
+    return m_poCalls->fnGetFault(m_poFile);
 }
 
-CSqliteRows::CSqliteRows(CSqlite& roFile, const char* szSql, int64_t iParameter)
+CSqliteRows::CSqliteRows(CSqlite& roFile, const char* szSql, int64_t iParameter) : m_poCalls(roFile.m_poCalls)
 {
-    m_bHasFailed = GetCalls().fnPrepare(roFile.m_poFile, szSql, -1, &m_poRows, nullptr) != iOk;
+    m_bHasFailed = m_poCalls->fnPrepare(roFile.m_poFile, szSql, -1, &m_poRows, nullptr) != iOk;
     if (!m_bHasFailed)
     {
-        GetCalls().fnBind(m_poRows, 1, iParameter);
+        m_poCalls->fnBind(m_poRows, 1, iParameter);
     }
 }
 
 CSqliteRows::~CSqliteRows()
 {
-    GetCalls().fnFinalize(m_poRows);
+    m_poCalls->fnFinalize(m_poRows);
 }
 
 bool CSqliteRows::Next()
 {
     m_iColumn = 0;
     m_bIsValid = true;
-    const int iResult = m_bHasFailed ? iDone : GetCalls().fnStep(m_poRows);
+    const int iResult = m_bHasFailed ? iDone : m_poCalls->fnStep(m_poRows);
     m_bHasFailed = m_bHasFailed || (iResult != iRow && iResult != iDone);
     return iResult == iRow;
 }
 
 int64_t CSqliteRows::GetInt()
 {
-    return GetCalls().fnGetInt(m_poRows, m_iColumn++);
+    return m_poCalls->fnGetInt(m_poRows, m_iColumn++);
 }
 
 uint64_t CSqliteRows::GetBounded(uint64_t uiMost)
@@ -143,11 +140,11 @@ uint64_t CSqliteRows::GetBounded(uint64_t uiMost)
 
 bool CSqliteRows::IsNextNull() const
 {
-    return GetCalls().fnGetType(m_poRows, m_iColumn) == iTypeNull;
+    return m_poCalls->fnGetType(m_poRows, m_iColumn) == iTypeNull;
 }
 
 std::string CSqliteRows::GetText()
 {
-    const unsigned char* puiText = GetCalls().fnGetText(m_poRows, m_iColumn++);
+    const unsigned char* puiText = m_poCalls->fnGetText(m_poRows, m_iColumn++);
     return puiText == nullptr ? std::string() : reinterpret_cast<const char*>(puiText);
 }
