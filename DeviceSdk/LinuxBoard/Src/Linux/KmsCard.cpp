@@ -98,10 +98,11 @@ bool CKmsCard::IsRateVariable(uint32_t uiCrtcId) const
     for (uint32_t uiIndex = 0; poProperties != nullptr && uiIndex < poProperties->count_props; uiIndex++)
     {
         const CProperty poProperty(drmModeGetProperty(Fd(), poProperties->props[uiIndex]));
-        if (poProperty != nullptr && std::strcmp(poProperty->name, "VRR_ENABLED") == 0)
+        if (poProperty == nullptr || std::strcmp(poProperty->name, "VRR_ENABLED") != 0)
         {
-            return poProperties->prop_values[uiIndex] != 0;
+            continue;
         }
+        return poProperties->prop_values[uiIndex] != 0;
     }
     return false;
 }

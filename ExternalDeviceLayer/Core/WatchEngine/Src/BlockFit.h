@@ -9,7 +9,6 @@
 #ifndef BLOCK_FIT_H
 #define BLOCK_FIT_H
 
-#include <cmath>
 #include <span>
 
 #include "LineFit.h"
@@ -17,15 +16,18 @@
 struct SBlockFit
 {
     bool bIsValid = false;
-    SLineSums oSums;          // x are times, y values
-    double flSlopeErr = 0.0;  // widened
-    double flHeightErr = 0.0; // of the line at the mean time, widened
-
-    /* Standard error of the line at a time. */
-    double GetErrAt(double flTime) const { return std::hypot(flHeightErr, flSlopeErr * (flTime - oSums.flMeanX)); }
+    SLineSums oSums;         // x are times, y values
+    double flSlopeErr = 0.0; // widened
 };
 
 /* Needs four blocks at least. */
 SBlockFit BlockFit_Get(std::span<const SLinePoint> aoPoints);
+
+/*
+ * Variance at a time, inside the window or near its ends, of a line through points that lie on a curve: slow wander
+ * bends them, and the line is off most at its ends. From their parts along Legendre's polynomials of the second and the
+ * third degree, and from what these leave beyond flNoise, the variance that a point of weight 1 has by itself.
+ */
+double BlockFit_GetBend(std::span<const SLinePoint> aoPoints, const SBlockFit& roFit, double flTime, double flNoise);
 
 #endif

@@ -51,15 +51,15 @@ double GetGrowth(const SStreamPhase& roFirst, const SStreamPhase& roSecond, doub
 
 // What the jitter of the single fields leaves, had it no memory: of the slope, and of the line at the instant.
 void AddFieldErrors(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond,
-                    const SBlockFit& roFit, SDrift& roDrift)
+                    const PhaseSeries& aoDifference, const SBlockFit& roFit, SDrift& roDrift)
 {
     const double flPerSecond =
         (roFirst.flNoise * roFirst.flPeriod + roSecond.flNoise * roSecond.flPeriod) / flTicksPerSecond;
     const double flMean = flPerSecond / roFit.oSums.flWeight;
     const double flSlope = flPerSecond / roFit.oSums.flXX;
     roDrift.flErr = std::max(roFit.flSlopeErr, std::sqrt(flSlope));
-    roDrift.flNowErr =
-        std::max(roFit.GetErrAt(0.0), std::sqrt(flMean + flSlope * roFit.oSums.flMeanX * roFit.oSums.flMeanX));
+    roDrift.flNowErr = std::sqrt(flMean + flSlope * roFit.oSums.flMeanX * roFit.oSums.flMeanX +
+                                 BlockFit_GetBend(aoDifference, roFit, 0.0, flPerSecond));
     // Rounding to whole ticks is no noise where the jitter is below a tick.
     const double flRounding = (roFirst.flNoise < 1.0 ? 0.25 : 0.0) + (roSecond.flNoise < 1.0 ? 0.25 : 0.0);
     roDrift.flErr = std::hypot(roDrift.flErr, std::sqrt(flRounding) / roFit.oSums.flWeight);
@@ -88,7 +88,7 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
     }
     oDrift.bIsValid = true;
     oDrift.flTicksPerSecond = GetGrowth(roFirst, roSecond, oFit.oSums.GetSlope() / flTicksPerSecond) * flTicksPerSecond;
-    AddFieldErrors(roFirst, roSecond, flTicksPerSecond, oFit, oDrift);
+    AddFieldErrors(roFirst, roSecond, flTicksPerSecond, aoDifference, oFit, oDrift);
     return oDrift;
 }
 

@@ -41,7 +41,7 @@ SRateFit StreamPhase_FitWindow(const CRateHistory& roHistory, EBlockLength eLeng
     SRateFit oFit;
     SFitSums oSums;
     uint32_t uiBlocks = 0;
-    PhaseSeries aoPoints;
+    PhaseSeries& aoPoints = oFit.aoPoints;
     for (uint32_t uiBlock = 0; uiBlock < uiBlocksPerWindow; ++uiBlock)
     {
         const SFitSums* poBlock = roHistory.FindBlock(eLength, roTimes.aiBlock[uiBlock]);
@@ -84,13 +84,12 @@ SNearestField FindGrid(SStreamPhase& roPhase, const CRateHistory& roHistory, con
         static_cast<double>(static_cast<int64_t>(roInstant.uiTick - uiOrigin)) - roLine.GetPhase(0.0);
     const double flNumber = std::round(flSince / roPhase.flPeriod);
     roPhase.flGrid = flNumber * roPhase.flPeriod - flSince;
-    // By the fields, which takes them for independent; by the blocks, which shows wander that lasts; and what of it no
-    // block shows.
+    // By the fields, which takes them for independent; what bends the line; and what neighbouring fields share.
     const double flAway = flNumber - roLine.oSums.flMeanX;
     const double flByFields = std::hypot(std::sqrt(roLine.flVariance / roLine.GetCount()), roFit.flSlopeErr * flAway);
-    const double flByBlocks = roFit.oBlocks.bIsValid ? roFit.oBlocks.GetErrAt(flNumber) : 0.0;
-    roPhase.flGridErr =
-        std::sqrt(std::pow(std::max(flByFields, flByBlocks), 2.0) + roLine.flWander + flRoundingVariance);
+    const double flBend =
+        roFit.oBlocks.bIsValid ? BlockFit_GetBend(roFit.aoPoints, roFit.oBlocks, flNumber, roLine.flNoise) : 0.0;
+    roPhase.flGridErr = std::sqrt(flByFields * flByFields + flBend + roLine.flWander + flRoundingVariance);
     return {roLine.iNumber + static_cast<int64_t>(flNumber), roLine.GetPhase(flNumber)};
 }
 

@@ -36,6 +36,7 @@ struct SRateFit
 {
     SLine oLine;
     double flSlopeErr = 0.0;
+    PhaseSeries aoPoints = {};
     SBlockFit oBlocks;    // of its ten blocks; times are numbers relative to the line's
     bool bIsFull = false; // enough of the window is there
 };
