@@ -11,7 +11,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <numeric>
 #include <optional>
+#include <span>
 #include <thread>
 
 #include "OpenStreams.h"
@@ -118,6 +120,32 @@ void ExpectRate(CFindings& roFindings, const std::string& rszName, const std::ve
                       "%s: a progressive signal has top fields", rszName.c_str());
 }
 
+// Ticks that go on in steps are coarser than their frequency tells. Neighbouring fields of an even duration say nothing
+// of it, so what counts is by how much durations differ, and only where many do.
+void ExpectFineTicks(CFindings& roFindings, const std::string& rszName, const std::vector<SWaited>& raoFields,
+                     uint32_t uiFreqHz)
+{
+    constexpr uint32_t uiEnough = 6;
+    int64_t iGrain = 0;
+    uint32_t uiUneven = 0;
+    for (size_t uiField = 2; uiField < raoFields.size(); ++uiField)
+    {
+        const std::span<const SWaited, 3> aoThree(&raoFields[uiField - 2], 3);
+        const bool bInRow =
+            aoThree[1].uiField - aoThree[0].uiField == 16 && aoThree[2].uiField - aoThree[1].uiField == 16;
+        const auto iUneven = static_cast<int64_t>(aoThree[2].uiTicks - 2 * aoThree[1].uiTicks + aoThree[0].uiTicks);
+        if (bInRow && iUneven != 0)
+        {
+            iGrain = std::gcd(iGrain, iUneven);
+            ++uiUneven;
+        }
+    }
+    const double flGrainUs = static_cast<double>(iGrain) * 1e6 / uiFreqHz;
+    roFindings.Expect(uiUneven < uiEnough || flGrainUs <= 1.0,
+                      "%s: all durations of fields differ by multiples of %.0f us: the ticks go on in such steps",
+                      rszName.c_str(), flGrainUs);
+}
+
 template <typename TStreams> void CountersAndStamps(CFindings& roFindings, VtDevice_Handle hDev, uint32_t)
 {
     uint32_t uiFreqHz = 0;
@@ -139,6 +167,7 @@ template <typename TStreams> void CountersAndStamps(CFindings& roFindings, VtDev
         }
         roFindings.Checked();
         ExpectRate(roFindings, ro.szName, aoFields, uiFreqHz, oBefore);
+        ExpectFineTicks(roFindings, ro.szName, aoFields, uiFreqHz);
     }
 }
 

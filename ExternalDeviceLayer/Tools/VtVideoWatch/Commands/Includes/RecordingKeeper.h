@@ -40,6 +40,17 @@ struct SRecordingKeeperSetup
     std::function<std::optional<CRecorderCut>(const SRecorderSpan& roSpan)> fnAwaitCut;
 };
 
+// The recording that is being made.
+struct SRecordingCase
+{
+    CRecordingMaker oMaker;
+    std::set<uint64_t> auiOpen; // incidents that have not ended
+    uint64_t uiFromNs = 0;
+    uint64_t uiBeginNs = 0;
+    uint64_t uiQuietNs = 0; // when the last one ended
+    uint64_t uiCutNs = 0;   // up to where the recorder has been copied
+};
+
 class CRecordingKeeper : public IRecordingSource
 {
 public:
@@ -83,16 +94,6 @@ private:
         uint64_t uiIncident = 0;
         bool bBegan = false;
     };
-    // The recording that is being written.
-    struct SCase
-    {
-        CRecordingMaker oMaker;
-        std::set<uint64_t> auiOpen; // incidents that have not ended
-        uint64_t uiFromNs = 0;
-        uint64_t uiBeginNs = 0;
-        uint64_t uiQuietNs = 0; // when the last one ended
-        uint64_t uiCutNs = 0;   // up to where the recorder has been copied
-    };
 
     void Run();
     CFault Take(const SNews& roNews, const SWatchPublication& roLatest);
@@ -110,8 +111,8 @@ private:
 
     const SRecordingKeeperSetup m_oSetup;
     int m_iFolder = -1;
-    std::optional<SCase> m_oCase; // the thread's
-    std::mutex m_oRequest;        // held by the one who is served
+    std::optional<SRecordingCase> m_oCase; // the thread's
+    std::mutex m_oRequest;                 // held by the one who is served
     std::atomic<bool> m_bIsToEnd{false};
 
     std::mutex m_oMutex; // guards the rest

@@ -182,7 +182,7 @@ CFault ReadFile(const std::string& rszFile, SJudgeSettings& roSettings)
             oKey ? ReadStream(*oKey, roStream, Expectations_Get(roSettings, *oKey)) : CFault("no stream is called so");
         if (oFault)
         {
-            return CFault(rszFile + ": " + szId + ": " + oFault.GetText());
+            return CFault(std::string(rszFile).append(": ").append(szId).append(": ").append(oFault.GetText()));
         }
     }
     return {};

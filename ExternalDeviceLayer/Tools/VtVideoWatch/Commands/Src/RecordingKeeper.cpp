@@ -294,7 +294,7 @@ CFault CRecordingKeeper::Begin(const SNews& roNews, const SWatchPublication& roL
 // What comes before must leave room for what comes behind.
 uint64_t CRecordingKeeper::GetSecondsBefore(const SWatchPublication& roLatest) const
 {
-    constexpr uint64_t uiBytesPerSecond = 60 * 100; // of a stream
+    constexpr uint64_t uiBytesPerSecond = 6000; // of a stream
     uint64_t uiStreams = 1;
     WatchPublication_ForEachStream(roLatest.oSnapshot, [&uiStreams](const SStreamFigures&) { ++uiStreams; });
     return std::min<uint64_t>(m_oSetup.uiSeconds, m_oSetup.uiKeepBytes / 2 / (uiStreams * uiBytesPerSecond));
