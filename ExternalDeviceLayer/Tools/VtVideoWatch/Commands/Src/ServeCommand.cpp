@@ -136,11 +136,13 @@ void PutRemains(bool bHasProgram, SServeRun& roRun)
 {
     const auto& raoEnded = roRun.oRemains.aoEnded;
     const auto& raoUndelivered = roRun.oRemains.aoUndelivered;
-    for (const auto& [oEvent, oIncident] : bHasProgram&& roRun.oRemains.bHasDelivered ? raoUndelivered : raoEnded)
+    const bool bIsToldAgain = bHasProgram && roRun.oRemains.bHasDelivered;
+    for (const auto& [oEvent, oIncident] : bIsToldAgain ? raoUndelivered : raoEnded)
     {
-        const bool bIsNew = std::ranges::any_of(raoEnded, [&](const auto& roEnded)
-                                                { return roEnded.first.uiNumber == oEvent.uiNumber; });
-        roRun.poDelivery->Put({oEvent.uiNumber, oEvent.eKind, oIncident, !bIsNew});
+        const uint64_t uiNumber = oEvent.uiNumber;
+        const bool bIsNew = std::ranges::any_of(raoEnded, [uiNumber](const auto& roEnded)
+                                                { return roEnded.first.uiNumber == uiNumber; });
+        roRun.poDelivery->Put({uiNumber, oEvent.eKind, oIncident, !bIsNew});
     }
 }
 
