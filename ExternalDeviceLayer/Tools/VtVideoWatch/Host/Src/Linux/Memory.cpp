@@ -20,7 +20,7 @@ constexpr size_t uiBlockBytes = 256 * size_t{1024};
 std::atomic<uint64_t> uiFailures{0};
 std::atomic<uint64_t> uiSaidNs{0};
 std::array<std::atomic<void*>, uiBlocks> apvReserve;
-std::atomic<size_t> uiReserved{0};
+std::atomic<size_t> g_uiReserved{0};
 
 // Gives a part of the reserve back to the system, where the allocation that asks for it finds it.
 void GiveBlock()
@@ -29,7 +29,7 @@ void GiveBlock()
     {
         if (void* pvBlock = rpvBlock.exchange(nullptr))
         {
-            uiReserved.fetch_sub(1);
+            g_uiReserved.fetch_sub(1);
             munmap(pvBlock, uiBlockBytes);
             return;
         }
@@ -55,14 +55,14 @@ void Memory_Reserve()
         }
         if (rpvBlock.compare_exchange_strong(pvNone, pvBlock))
         {
-            uiReserved.fetch_add(1);
+            g_uiReserved.fetch_add(1);
         }
         else
         {
             munmap(pvBlock, uiBlockBytes); // another thread was faster
         }
     }
-    if (uiReserved.load() > 0)
+    if (g_uiReserved.load() > 0)
     {
         std::set_new_handler(GiveBlock);
     }
@@ -70,11 +70,11 @@ void Memory_Reserve()
 
 bool Memory_MayBegin()
 {
-    if (uiReserved.load(std::memory_order_relaxed) < uiBlocks)
+    if (g_uiReserved.load(std::memory_order_relaxed) < uiBlocks)
     {
         Memory_Reserve();
     }
-    return uiReserved.load(std::memory_order_relaxed) >= uiLeastBlocks;
+    return g_uiReserved.load(std::memory_order_relaxed) >= uiLeastBlocks;
 }
 
 uint64_t Memory_GetFailures()
