@@ -17,15 +17,15 @@ constexpr size_t uiBlocks = 16;
 constexpr size_t uiLeastBlocks = uiBlocks / 2; // with fewer nothing is begun
 constexpr size_t uiBlockBytes = 256 * size_t{1024};
 
-std::atomic<uint64_t> uiFailures{0};
-std::atomic<uint64_t> uiSaidNs{0};
-std::array<std::atomic<void*>, uiBlocks> apvReserve;
+std::atomic<uint64_t> g_uiFailures{0};
+std::atomic<uint64_t> g_uiSaidNs{0};
+std::array<std::atomic<void*>, uiBlocks> g_apvReserve;
 std::atomic<size_t> g_uiReserved{0};
 
 // Gives a part of the reserve back to the system, where the allocation that asks for it finds it.
 void GiveBlock()
 {
-    for (std::atomic<void*>& rpvBlock : apvReserve)
+    for (std::atomic<void*>& rpvBlock : g_apvReserve)
     {
         if (void* pvBlock = rpvBlock.exchange(nullptr))
         {
@@ -41,7 +41,7 @@ void GiveBlock()
 
 void Memory_Reserve()
 {
-    for (std::atomic<void*>& rpvBlock : apvReserve)
+    for (std::atomic<void*>& rpvBlock : g_apvReserve)
     {
         if (rpvBlock.load() != nullptr)
         {
@@ -79,15 +79,15 @@ bool Memory_MayBegin()
 
 uint64_t Memory_GetFailures()
 {
-    return uiFailures.load(std::memory_order_relaxed);
+    return g_uiFailures.load(std::memory_order_relaxed);
 }
 
 void Memory_Lack(const char* szWhat)
 {
-    const uint64_t uiCount = uiFailures.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint64_t uiCount = g_uiFailures.fetch_add(1, std::memory_order_relaxed) + 1;
     const uint64_t uiNowNs = ReadMonotonicNs();
-    uint64_t uiLastNs = uiSaidNs.load();
-    if ((uiLastNs == 0 || uiNowNs - uiLastNs >= uiQuietNs) && uiSaidNs.compare_exchange_strong(uiLastNs, uiNowNs))
+    uint64_t uiLastNs = g_uiSaidNs.load();
+    if ((uiLastNs == 0 || uiNowNs - uiLastNs >= uiQuietNs) && g_uiSaidNs.compare_exchange_strong(uiLastNs, uiNowNs))
     {
         static_cast<void>(std::fprintf(
             stderr, "VtVideoWatch: no memory for %s; the watch goes on (%" PRIu64 " times so far)\n", szWhat, uiCount));
