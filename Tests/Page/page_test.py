@@ -5,14 +5,12 @@ page_test.py <VtVideoWatch> <folder of the simulated board's library>; both come
 """
 import json
 import os
+import pathlib
 import re
-import subprocess
 import sys
 import tempfile
 import time
 import unittest
-import urllib.error
-import urllib.request
 
 from selenium import webdriver
 from selenium.common.exceptions import TimeoutException
@@ -22,24 +20,14 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../Serving"))
 from made_up_watch import (INACTIVE, NOW, MadeUpWatch, estimate, event, health, history, incident, lost, snapshot,
                            stream, utc)
+from serving_tools import Watch
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROGRAM, BOARD = sys.argv[1:3]
 HOSTILE = "<img src=x onerror=document.title='owned'>"
-
-
-def start_watch(scenario):
-    """The program on a free port, and its address."""
-    settings = dict(os.environ, VELTRANO_SCENARIO=scenario, LD_LIBRARY_PATH=BOARD)
-    watch = subprocess.Popen([PROGRAM, "serve", "--listen", "127.0.0.1:0"], env=settings, text=True,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    for line in watch.stdout:
-        found = re.search(r"http://[\d.]+:\d+", line)
-        if found:
-            return watch, found.group(0)
-    raise RuntimeError("the watch told no address")
 
 
 def start_browser():
@@ -50,6 +38,18 @@ def start_browser():
         options.add_argument(switch)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+
+
+def serve(test_class, scenario):
+    """The program on a free port and a scenario, for all cases of a class."""
+    folder = tempfile.TemporaryDirectory()
+    test_class.addClassCleanup(folder.cleanup)
+    watch = Watch(folder.name, scenario, PROGRAM, "serve", "--listen", "127.0.0.1:0", LD_LIBRARY_PATH=BOARD)
+    test_class.addClassCleanup(watch.process.communicate)
+    test_class.addClassCleanup(watch.process.kill)
+    test_class.base = f"http://{watch.address()}"
+    watch.await_snapshot(1)
+    return watch
 
 
 class PageCase(unittest.TestCase):
@@ -108,19 +108,7 @@ class RealWatchTest(PageCase):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.watch, cls.base = start_watch(os.path.join(HERE, "Wall.toml"))
-        WebDriverWait(cls.browser, 10, 0.1, (urllib.error.HTTPError,)).until(
-            lambda _: urllib.request.urlopen(cls.base + "/healthz", timeout=10).close() is None)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.watch.kill()
-        cls.watch.wait()
-        cls.watch.stdout.close()
-
-    def ask(self, path):
-        with urllib.request.urlopen(self.base + path, timeout=10) as answer:
-            return json.load(answer)
+        cls.watch = serve(cls, pathlib.Path(HERE, "Wall.toml").read_text())
 
     def test_1_planted_loss_is_seen_within_two_seconds_and_without_reload(self):
         self.open()
@@ -132,7 +120,7 @@ class RealWatchTest(PageCase):
         before = lost()
         self.until(lambda: lost() > before, 25)
         seen = time.time()
-        events = self.ask("/api/v1/events?stream=IN_04&kind=fields_lost")["events"]
+        events = self.watch.get("/api/v1/events?stream=IN_04&kind=fields_lost")["events"]
         happened = events[0]["utc"]
         moment = time.mktime(time.strptime(happened[:19], "%Y-%m-%dT%H:%M:%S")) - time.timezone + float(happened[19:-1])
         self.assertLess(seen - moment, 2.0)
@@ -142,7 +130,7 @@ class RealWatchTest(PageCase):
     def test_2_every_stream_is_shown_as_the_api_has_it(self):
         self.open()
         self.until(lambda: "No signal" in self.row("IN_05").text and "Locked" in self.row("IN_01").text, 40)
-        answer = self.ask("/api/v1/streams")
+        answer = self.watch.get("/api/v1/streams")
         streams = [stream for one in answer["directions"].values() for stream in one["streams"]]
         self.assertEqual(sorted(self.rows()), sorted(stream["id"] for stream in streams))
         for stream in streams:
@@ -164,7 +152,7 @@ class RealWatchTest(PageCase):
         chart = "return document.querySelector('.chart [role=img]')?.getAttribute('aria-label') ?? ''"
         summary = r"phase, (\d\d) points between (.*) µs and (.*) µs"
         drawn = self.until(lambda: re.fullmatch(summary, self.script(chart)))
-        history_now = self.ask("/api/v1/history?stream=IN_01&step=1&fields=phase")
+        history_now = self.watch.get("/api/v1/history?stream=IN_01&step=1&fields=phase")
         phases = [one for one in history_now["phase"] if one is not None]
         self.assertIn(len(phases) - int(drawn[1]), (0, 1, 2), "a second or two may have passed")
         self.assertAlmostEqual(float(drawn[2]), min(phases) * 1e6, delta=0.1)
@@ -181,7 +169,7 @@ class RealWatchTest(PageCase):
         addresses = {one["params"]["request"]["url"] for one in asked if one["method"] == "Network.requestWillBeSent"}
         self.assertEqual([one for one in addresses if not one.startswith((self.base, "data:"))], [])
         self.assertTrue(addresses)
-        self.watch.terminate()
+        self.watch.process.terminate()
         self.until(lambda: "gone" in self.text("#link"))
         self.assertRegex(self.text("#verdict strong"), r"^The watch is gone since \d\d:\d\d:\d\d UTC$")
         self.assertNotIn("is-good", self.script("return document.querySelector('#verdict').className"))
@@ -639,12 +627,7 @@ class FullBoardTest(PageCase):
     def test_64_streams_fit_a_window(self):
         stream = "{ standard = '1080p60', lock_group = 'all' }, "
         streams = f"input = [{stream * 32}]\noutput = [{stream * 32}]\n"
-        with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
-            file.write(f"[[chip]]\nlock_group = [{{ name = 'all' }}]\n{streams}")
-            file.flush()
-            watch, self.base = start_watch(file.name)
-        self.addCleanup(watch.communicate)
-        self.addCleanup(watch.terminate)
+        serve(type(self), f"[[chip]]\nlock_group = [{{ name = 'all' }}]\n{streams}")
         self.size(1920, 1080)
         self.open()
         self.until_equal(64, lambda: len(self.rows()))

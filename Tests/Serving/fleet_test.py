@@ -8,17 +8,15 @@ import os
 import pathlib
 import re
 import shutil
-import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.parse
 import urllib.request
 from datetime import datetime, timezone
 
-from serving_tools import free_port, wait_for
+from serving_tools import Watch, free_port, wait_for
 
 watch_path, deploy = sys.argv[1], pathlib.Path(sys.argv[2])
 rate, start = 60, 100_000_000  # of the streams, hertz; the counter at loading, ticks
@@ -37,30 +35,18 @@ def wrap(seconds):
     return seconds - round(seconds * rate) / rate
 
 
-class Watch:
+class PhasedWatch(Watch):
     def __init__(self, folder, name):
-        (folder / f"{name}.toml").write_text(scenario % phases[name])
-        self.log = folder / f"{name}.log"
-        environment = {**os.environ, "VELTRANO_SCENARIO": str(folder / f"{name}.toml")}
-        with self.log.open("w") as log:
-            self.process = subprocess.Popen([watch_path, "serve", "--listen", "127.0.0.1:0"], stdout=log, stderr=log,
-                                            env=environment)
+        super().__init__(folder, scenario % phases[name], watch_path, "serve", "--listen", "127.0.0.1:0")
         self.phases = phases[name]
-        self.address = wait_for(lambda: re.search(r"127\.0\.0\.1:\d+", self.log.read_text()), self.log.read_text)[0]
 
     def tai_phases(self):
         """Of each stream, by its scenario and by the tick and the moment that one snapshot ties together."""
-        snapshot = get_json(f"http://{self.address}/api/v1/streams")["snapshot"]
+        snapshot = self.get("/api/v1/streams")["snapshot"]
         whole, _, rest = snapshot["utc"].rstrip("Z").partition(".")
         seconds = datetime.fromisoformat(whole).replace(tzinfo=timezone.utc).timestamp() % 3600
         began = seconds + int(rest) * 1e-9 - (snapshot["tick"] - start) / snapshot["tick_frequency_hz"]
         return [wrap(began + phase * 1e-6) for phase in self.phases]
-
-    def end(self):
-        self.process.send_signal(signal.SIGTERM)
-        began = time.monotonic()
-        status = self.process.wait(timeout=10)
-        return status, time.monotonic() - began
 
 
 class FleetTest(unittest.TestCase):
@@ -70,7 +56,7 @@ class FleetTest(unittest.TestCase):
         cls.addClassCleanup(shutil.rmtree, cls.folder, ignore_errors=True)
         cls.watches = {}
         for name in phases:
-            cls.watches[name] = Watch(cls.folder, name)
+            cls.watches[name] = PhasedWatch(cls.folder, name)
             cls.addClassCleanup(cls.watches[name].process.kill)
         shutil.copytree(deploy / "prometheus", cls.folder / "prometheus")
         cls.configure()
@@ -93,7 +79,7 @@ class FleetTest(unittest.TestCase):
         path = cls.folder / "prometheus/prometheus.yml"
         path.write_text(re.sub(r"(scrape_interval|scrape_timeout|evaluation_interval): \d+s", r"\1: 1s",
                                path.read_text()))
-        first, second = (cls.watches[name].address for name in phases)
+        first, second = (cls.watches[name].address() for name in phases)
         (cls.folder / "prometheus/targets/example.yml").write_text(
             f"- targets: ['{first}']\n  labels: {{ wall: w, clock: reference }}\n"
             f"- targets: ['{second}']\n  labels: {{ wall: w }}\n")
@@ -117,11 +103,11 @@ class FleetTest(unittest.TestCase):
         for watch in self.watches.values():
             own = watch.tai_phases()
             for index in (0, 1):
-                key = (watch.address, index)
+                key = (watch.address(), index)
                 self.assertAlmostEqual(wrap(offsets[key] - (own[index] - reference)), 0, delta=50e-6, msg=key)
                 self.assertGreater(uncertainties[key], 0)
             # Streams of one machine share its clock: no uncertainty of that is between them.
-            between = wrap(offsets[watch.address, 1] - offsets[watch.address, 0])
+            between = wrap(offsets[watch.address(), 1] - offsets[watch.address(), 0])
             self.assertAlmostEqual(between, wrap((watch.phases[1] - watch.phases[0]) * 1e-6), delta=1e-6)
 
     def test_every_query_of_the_dashboard_has_an_answer(self):
@@ -146,7 +132,7 @@ class FleetTest(unittest.TestCase):
     def tearDownClass(cls):
         # Scrapes come every second, and a listener waits in the middle of its stream.
         for watch in cls.watches.values():
-            with urllib.request.urlopen(f"http://{watch.address}/api/v1/live", timeout=10) as listener:
+            with urllib.request.urlopen(f"http://{watch.address()}/api/v1/live", timeout=10) as listener:
                 listener.readline()
                 status, seconds = watch.end()
             assert status == 0 and seconds < 1.5, f"ended with {status} after {seconds:.2f} s"

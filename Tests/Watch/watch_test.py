@@ -17,16 +17,15 @@ import struct
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 import urllib.error
 import urllib.request
 
-import jsonschema
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../Serving"))
+from serving_tools import PATIENCE, Watch, check_schema, free_port, wait_for
 
 PROGRAM, BOARD, SCHEMAS, REFUSER = sys.argv[1:5]
 IS_SANITIZED = b"__ubsan_handle" in pathlib.Path(PROGRAM).read_bytes()
-PATIENCE = 30.0  # seconds that only a program that hangs ever takes
 END = 1.5        # the end takes a second at most; the rest is for a busy machine
 
 STREAM = "standard = '1080p60'\nlock_group = 'house'\njitter_ticks = 2\n"
@@ -63,55 +62,6 @@ event = [{ kind = 'buffers_run_out', at_s = 2, for_s = 2.5 }]
 HANGING = LOCKED + "event = [{ kind = 'hang', at_s = 1, ms = 60000 }]\n"
 
 
-class Watch:
-    """A program that runs; what it says on standard error is kept in a file."""
-
-    def __init__(self, folder, scenario, *arguments, **environment):
-        self.said = pathlib.Path(folder, f"said.{time.monotonic_ns()}")
-        scenario_file = pathlib.Path(folder, f"scenario.{time.monotonic_ns()}.toml")
-        scenario_file.write_text(scenario)
-        environment = {**os.environ, "VELTRANO_SCENARIO": str(scenario_file), "LD_LIBRARY_PATH": BOARD, **environment}
-        with open(self.said, "w") as said:
-            self.process = subprocess.Popen([PROGRAM, *map(str, arguments)], stdout=subprocess.PIPE, stderr=said,
-                                            text=True, env=environment)
-
-    def end(self, number=signal.SIGTERM):
-        """Exit status and how long the end took."""
-        begin = time.monotonic()
-        self.process.send_signal(number)
-        self.process.communicate(timeout=PATIENCE)
-        return self.process.returncode, time.monotonic() - begin
-
-    def run(self):
-        """Exit status and standard output of one that ends by itself."""
-        output, _ = self.process.communicate(timeout=PATIENCE)
-        return self.process.returncode, output
-
-    def address(self):
-        await_(lambda: "serving on" in self.said.read_text())
-        return self.said.read_text().split("http://")[1].split("/")[0]
-
-    def get(self, path):
-        with urllib.request.urlopen(f"http://{self.address()}{path}", timeout=PATIENCE) as answer:
-            return json.load(answer)
-
-    def await_snapshot(self, number=2):
-        await_(lambda: self.get("/api/v1/streams")["snapshot"]["number"] >= number)
-
-
-def await_(reached):
-    deadline = time.monotonic() + PATIENCE
-    while True:
-        try:
-            if reached():
-                return
-        except (OSError, KeyError, TypeError, ValueError, sqlite3.Error):
-            pass  # not there yet
-        if time.monotonic() > deadline:
-            raise AssertionError("waited in vain")
-        time.sleep(0.02)
-
-
 class WatchCase(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -120,7 +70,7 @@ class WatchCase(unittest.TestCase):
         self.store = self.folder / "store"
 
     def start(self, scenario, *arguments, **environment):
-        watch = Watch(self.folder, scenario, *arguments, **environment)
+        watch = Watch(self.folder, scenario, PROGRAM, *arguments, LD_LIBRARY_PATH=BOARD, **environment)
         self.addCleanup(watch.process.communicate)
         self.addCleanup(watch.process.kill)
         return watch
@@ -169,9 +119,7 @@ class Check(WatchCase):
     def test_whole_verdict_by_its_schema(self):
         status, output = self.check(LOCKED, "--json", "--locked", "IN_00,IN_01")
         verdict = json.loads(output)
-        resolver = jsonschema.RefResolver(pathlib.Path(SCHEMAS).absolute().as_uri() + "/", None)
-        schema = json.loads(pathlib.Path(SCHEMAS, "check.schema.json").read_text())
-        jsonschema.Draft202012Validator(schema, resolver=resolver).validate(verdict)
+        check_schema(SCHEMAS, "check", verdict)
         self.assertEqual((verdict["exit"], verdict["status"]), (status, "ok"), output)
         self.assertEqual([stream["id"] for stream in verdict["streams"]], ["IN_00", "IN_01"])
 
@@ -195,8 +143,7 @@ class Serve(WatchCase):
             client.close()
 
     def test_standard_files_that_are_closed_are_nobody_elses(self):
-        with socket.create_server(("127.0.0.1", 0)) as free:
-            address = f"127.0.0.1:{free.getsockname()[1]}"
+        address = f"127.0.0.1:{free_port()}"
         close = f'exec "$0" "$@" --listen {address} --store {self.store} --journal - <&- >&- 2>&-'
         environment = {**os.environ, "VELTRANO_SCENARIO": "", "LD_LIBRARY_PATH": BOARD}
         process = subprocess.Popen(["sh", "-c", close, PROGRAM, "serve"], env=environment)
@@ -206,7 +153,7 @@ class Serve(WatchCase):
         def costs():
             with urllib.request.urlopen(f"http://{address}/api/v1/streams", timeout=PATIENCE) as answer:
                 return json.load(answer)["costs"]
-        await_(lambda: costs()["journal_failing"])
+        wait_for(lambda: costs()["journal_failing"])
         self.assertFalse(costs()["store_failing"])
         files = [os.readlink(f"/proc/{process.pid}/fd/{number}") for number in range(3)]
         self.assertEqual(files, ["/dev/null"] * 3)
@@ -239,7 +186,7 @@ class Serve(WatchCase):
         while number < 100:
             watch = self.serve(LOCKED, "--store", self.store, "--journal", self.folder / "journal",
                                LD_PRELOAD=REFUSER, VT_REFUSED_THREAD=str(number))
-            await_(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
+            wait_for(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
             if watch.process.poll() is None:
                 break  # it has all that it needs
             refused, number = refused + 1, number + 1
@@ -269,7 +216,7 @@ class Serve(WatchCase):
                 (self.folder / "supply").unlink(missing_ok=True)
                 watch = self.serve(LOCKED, "--store", self.store, "--journal", self.folder / "journal",
                                    **self.refuse(number, end))
-                await_(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
+                wait_for(lambda: watch.process.poll() is not None or "serving on" in watch.said.read_text())
                 status = watch.process.poll()
                 watch.process.kill()
                 said = watch.said.read_text()
@@ -296,13 +243,13 @@ class Serve(WatchCase):
             return self.count() > end
         for number in range(1, 1000, 53):
             self.refuse(number, number + 1)
-            await_(lambda end=self.count() + number: is_over(end))
+            wait_for(lambda end=self.count() + number: is_over(end))
         for thread, length in ((b"analysis", 60), (b"store", 20)):
             self.refuse(1, length, thread)
-            await_(lambda end=self.count() + length: is_over(end))
+            wait_for(lambda end=self.count() + length: is_over(end))
         self.refuse(0, 0)
         watch.await_snapshot(watch.get("/api/v1/streams")["snapshot"]["number"] + 2)
-        await_(lambda: not watch.get("/api/v1/streams")["costs"]["store_failing"])
+        wait_for(lambda: not watch.get("/api/v1/streams")["costs"]["store_failing"])
         costs = watch.get("/api/v1/streams")["costs"]
         self.assertGreater(costs["memory_failures"], 0)
         # What more of the same second could be said is only counted.
@@ -339,7 +286,7 @@ class Serve(WatchCase):
         def ended():
             incidents = watch.get("/api/v1/incidents?open=false")["incidents"]
             return incidents if {"signal", "feed"} <= {incident["domain"] for incident in incidents} else []
-        await_(ended)
+        wait_for(ended)
         answered = {incident["number"]: incident for incident in ended()}
         self.assertIn((["IN_00", "IN_01"], "lock_group"),
                       [(incident["streams"], incident["shared"]) for incident in answered.values()])
@@ -359,15 +306,15 @@ class Serve(WatchCase):
 
         def news():
             return [json.loads(line) for line in told.read_text().splitlines()]
-        await_(lambda: {(one["event"], one["number"]) for one in news()} >= set(happened))
+        wait_for(lambda: {(one["event"], one["number"]) for one in news()} >= set(happened))
 
     def test_journal_follows_a_rotation(self):
         journal = self.folder / "journal"
         watch = self.serve(LOCKED, "--journal", journal)
-        await_(lambda: len(journal.read_text().splitlines()) >= 2)
+        wait_for(lambda: len(journal.read_text().splitlines()) >= 2)
         journal.rename(self.folder / "journal.1")
         watch.process.send_signal(signal.SIGHUP)
-        await_(journal.exists)
+        wait_for(journal.exists)
         self.assertEqual(watch.end()[0], 0)
         lines = [json.loads(line) for line in journal.read_text().splitlines()]
         self.assertEqual([line["kind"] for line in lines[-2:]], ["watch_ended", "watch_ended"])
@@ -509,16 +456,14 @@ class Record(WatchCase):
         kept.mkdir()
         (kept / "20261122T035109Z-incident-1.vtrec.part").write_text("of one that was killed")
         watch = self.serve(GOING, "--recordings", kept, "--recorder", "30", "--expect", "IN_00,IN_01")
-        await_(lambda: watch.get("/api/v1/incidents")["incidents"])
-        await_(lambda: list(kept.iterdir()))
+        wait_for(lambda: watch.get("/api/v1/incidents")["incidents"])
+        wait_for(lambda: list(kept.iterdir()))
         asked = self.folder / "asked.vtrec"
         with urllib.request.urlopen(f"http://{watch.address()}/api/v1/recording?seconds=20", timeout=PATIENCE) as answer:
             self.assertEqual(answer.headers["Content-Disposition"], 'attachment; filename="recording.vtrec"')
             asked.write_bytes(answer.read())
         fields = watch.get("/api/v1/fields?stream=IN_00&seconds=20")
-        resolver = jsonschema.RefResolver(pathlib.Path(SCHEMAS).absolute().as_uri() + "/", None)
-        jsonschema.validate(fields, json.loads(pathlib.Path(SCHEMAS, "fields.schema.json").read_text()),
-                            resolver=resolver)
+        check_schema(SCHEMAS, "fields", fields)
         self.assertEqual(len(fields["t"]), len(fields["off"]))
         self.assertGreater(len(fields["t"]), 20)
         self.assertEqual(watch.get("/api/v1/recordings"), {"are_kept": True, "recordings": []})

@@ -55,7 +55,7 @@ void CompareCounters(const SHistoryPoint& roPoint, const SStreamFigures& roBefor
 class HistoryReference : public testing::Test
 {
 protected:
-    static constexpr int64_t msc_iSeconds = 200;
+    static constexpr int64_t msc_iSeconds = 700;
     static constexpr SStreamKey msc_aoStreams[] = {{EStreamDirection::INPUT, 0}, {EStreamDirection::OUTPUT, 0}};
 
     const SStreamFigures& GetRaw(size_t uiStream, int64_t iSecond) const
@@ -220,6 +220,7 @@ TEST_F(HistoryReference, SecondsAndMinutesAreThoseOfTheRawFigures)
 {
     Make();
     CHistoryMaker oMaker({});
+    CWatchData oData(1, 1, nullptr);
     std::array<std::map<int64_t, SMinuteSummary>, 2> aoMinutes;
     std::array<std::map<int64_t, std::vector<int64_t>>, 2> aoSeconds;
     for (int64_t iSecond = 1; iSecond <= msc_iSeconds; ++iSecond)
@@ -237,7 +238,12 @@ TEST_F(HistoryReference, SecondsAndMinutesAreThoseOfTheRawFigures)
         {
             aoMinutes[roMinute.oKey == msc_aoStreams[0] ? 0 : 1][roMinute.oPoint.iUtcNs / iNsPerMinute] = roMinute;
         }
+        oData.Put({MakeSecond(iSecond, 1).poPublication, {}, oMaker.GetSeconds(), oMaker.GetMinutes()});
     }
+    EXPECT_EQ(oData.GetReach().iSecondsFromUtcNs, GetBegin(101));
+    const auto Find = [&](size_t uiStream, uint32_t uiSeconds, uint32_t uiMost) {
+        return oData.FindHistory({msc_aoStreams[uiStream], 0, INT64_MAX, uiSeconds, uiMost});
+    };
     for (size_t uiStream = 0; uiStream < 2; ++uiStream)
     {
         ASSERT_EQ(aoMinutes[uiStream].size(), aoSeconds[uiStream].size());
@@ -247,7 +253,19 @@ TEST_F(HistoryReference, SecondsAndMinutesAreThoseOfTheRawFigures)
             EXPECT_EQ(roMinute.bIsComplete, iMinute != aoMinutes[uiStream].rbegin()->first);
             CompareMinute(uiStream, aoSeconds[uiStream][iMinute], roMinute);
         }
+        // The memory has ten minutes of seconds, and all minutes with the running one.
+        ASSERT_EQ(Find(uiStream, 1, UINT32_MAX).size(), uiSecondsInMemory);
+        EXPECT_EQ(Find(uiStream, 1, UINT32_MAX).front().iUtcNs, GetBegin(101));
+        EXPECT_EQ(Find(uiStream, 1, 1).front().iUtcNs, GetBegin(700));
+        const auto aoOfMemory = Find(uiStream, 60, UINT32_MAX);
+        ASSERT_EQ(aoOfMemory.size(), aoMinutes[uiStream].size());
+        EXPECT_EQ(aoOfMemory.back().uiFields, aoMinutes[uiStream].rbegin()->second.oPoint.uiFields);
+        EXPECT_EQ(Find(uiStream, 60, 2).front().iUtcNs, aoOfMemory[aoOfMemory.size() - 2].iUtcNs);
     }
+    // The clock goes back, and time with it.
+    oMaker.Take(m_aoRaw[300]);
+    oData.Put({MakeSecond(701, 1).poPublication, {}, oMaker.GetSeconds(), oMaker.GetMinutes()});
+    EXPECT_TRUE(std::ranges::is_sorted(Find(0, 1, UINT32_MAX), {}, &SHistoryPoint::iUtcNs));
 }
 
 // A phase that crosses half a period goes on at the other end; the mean must not land in the middle.
@@ -260,47 +278,6 @@ TEST(MinuteSummary, FollowsAPhaseAroundHalfAPeriod)
     }
     EXPECT_NEAR(oMinute.oPoint.oPhaseSeconds.flValue, flPeriod / 2 - 0.5e-6, 1e-12);
     EXPECT_NEAR(oMinute.oPoint.flPhaseMaxSeconds - oMinute.oPoint.flPhaseMinSeconds, 3e-6, 1e-12);
-}
-
-TEST(WatchData, KeepsTenMinutesOfSecondsAndWholeMinutes)
-{
-    CWatchData oData(1, 0, nullptr);
-    CHistoryMaker oMaker({});
-    uint32_t uiComplete = 0;
-    for (int64_t iSecond = 1; iSecond <= 700; ++iSecond)
-    {
-        const SMadeUpSecond oSecond = MakeSecond(iSecond, static_cast<uint64_t>(iSecond));
-        oMaker.Take(oSecond.poPublication->oSnapshot);
-        oData.Put({oSecond.poPublication, oSecond.aoEvents, oMaker.GetSeconds(), oMaker.GetMinutes()});
-        for (const SMinuteSummary& roMinute : oMaker.GetMinutes())
-        {
-            uiComplete += roMinute.bIsComplete ? 1 : 0;
-            EXPECT_EQ(roMinute.oPoint.uiFields, 60 * roMinute.uiPoints);
-        }
-    }
-    EXPECT_EQ(uiComplete, 11U);
-    SHistoryQuery oQuery;
-    oQuery.iToUtcNs = INT64_MAX;
-    const std::vector<SHistoryPoint> aoSeconds = oData.FindHistory(oQuery);
-    ASSERT_EQ(aoSeconds.size(), uiSecondsInMemory);
-    EXPECT_EQ(aoSeconds.front().iUtcNs, iStepsBeginUtcNs + 100 * iNsPerSecond);
-    EXPECT_EQ(aoSeconds.back().uiFields, 60U);
-    EXPECT_EQ(oData.GetReach().iSecondsFromUtcNs, aoSeconds.front().iUtcNs);
-    oQuery.uiSeconds = 60;
-    const std::vector<SHistoryPoint> aoMinutes = oData.FindHistory(oQuery);
-    ASSERT_EQ(aoMinutes.size(), 12U); // the running one as well
-    EXPECT_EQ(aoMinutes.back().uiFields, 40U * 60);
-    oQuery.uiMost = 2;
-    EXPECT_EQ(oData.FindHistory(oQuery).front().iUtcNs, aoMinutes[10].iUtcNs);
-    // The clock goes back, and time with it.
-    for (const int64_t iSecond : {300, 301})
-    {
-        const SMadeUpSecond oSecond = MakeSecond(iSecond, 701);
-        oMaker.Take(oSecond.poPublication->oSnapshot);
-        oData.Put({oSecond.poPublication, oSecond.aoEvents, oMaker.GetSeconds(), oMaker.GetMinutes()});
-    }
-    EXPECT_TRUE(
-        std::ranges::is_sorted(oData.FindHistory({{}, 0, INT64_MAX, 1, UINT32_MAX}), {}, &SHistoryPoint::iUtcNs));
 }
 
 // What was before this run comes from the store, in one piece with what the memory has.
