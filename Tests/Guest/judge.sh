@@ -32,7 +32,6 @@ rate() { plain "$1" | sed -n "s/^\[$2\] \([0-9.]*\) [0-9.]* [0-9.]* [0-9]* (.*/\
 column() { row "$1" "$2" | awk -v i="$3" '{ print $(i + 1) }'; }
 named() { case $(description "$1" "$2") in "$3"*) ;; *) return 1 ;; esac; }
 described() { plain "$1" | grep -F "[$2] - " | grep -qF -- "$3"; }
-nth() { awk -v n="$1" 'NR == n { print; exit }'; }
 
 # asked <record> <V: video, d: display> <number of the request>...: how often such requests were made.
 asked() { awk -v type="$2" -v numbers=" ${*:3} " '$1 == type && index(numbers, " " $2 " ") { n += $3 } END { print n + 0 }' "$1.requests"; }

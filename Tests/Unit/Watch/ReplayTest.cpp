@@ -100,36 +100,6 @@ protected:
     }
 };
 
-// Field by field the same as the truth of the board that was recorded.
-void ExpectTruth(const SNight& roNight, EStreamDirection eDirection, uint64_t uiMissed)
-{
-    const std::vector<SFieldRecord>& raoFields = roNight.oFields.at({eDirection, 0});
-    uint64_t uiNext = 0;
-    uint64_t uiSeen = 0;
-    uint64_t uiHoles = 0;
-    for (const SFieldRecord& roField : raoFields)
-    {
-        if (roField.eResult == EWaitResult::TIMED_OUT)
-        {
-            continue;
-        }
-        VtSim_Field oTruth = CWatchBench::GetTruth(eDirection, 0, uiNext++);
-        for (; oTruth.eFate == VtSim_Fate_MISSED; ++uiHoles)
-        {
-            oTruth = CWatchBench::GetTruth(eDirection, 0, uiNext++);
-        }
-        ASSERT_EQ(roField.eResult == EWaitResult::FIELD, oTruth.eFate == VtSim_Fate_STARTED);
-        if (roField.eResult == EWaitResult::FIELD)
-        {
-            ASSERT_EQ(roField.uiTick, oTruth.uiTickRefCounter);
-            ASSERT_EQ(roField.uiFieldCounter, oTruth.uiFieldCounter);
-            ++uiSeen;
-        }
-    }
-    EXPECT_EQ(uiHoles, uiMissed);
-    EXPECT_GT(uiSeen, 400U);
-}
-
 // Everything that a watch knows, as it tells it.
 std::string Print(const SNight& roNight)
 {
@@ -153,8 +123,6 @@ TEST_F(Replay, IsTheSameNightToTheDigit)
     {
         SNight oNight(szNight);
         oNight.oBench.Run(12);
-        ExpectTruth(oNight, eIn, 3);
-        ExpectTruth(oNight, eOut, 0);
         EXPECT_EQ(oNight.oBench.GetInput(0).oCounters.uiFieldsLost, 3U);
         Write(oNight);
         szWanted = Print(oNight);

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "FieldRates.h"
+
 namespace
 {
 
@@ -14,17 +16,6 @@ constexpr int64_t gc_iUtcOffsetNs = 1'790'000'000'123'456'789; // CLOCK_REALTIME
 constexpr uint64_t gc_uiBetweenWaitsNs = 3'000;
 constexpr uint64_t gc_uiHandedInNs = 100'000'000; // after a whole second
 constexpr uint64_t gc_uiAnalysedNs = 160'000'000;
-constexpr uint32_t gc_uiTimeOutMs = 50;
-
-void AskSkipped(uint32_t uiIndex, auto& roTold)
-{
-    const VtBoard_CaptureSkipBufferCountIn oIn = {uiIndex};
-    VtBoard_CaptureSkipBufferCountOut oOut = {};
-    roTold.bHasSkippedBuffers =
-        VtBoard_CustomCall(Veltrano_GetDevice(0), VtBoard_CustomCallId_GET_CAPTURE_SKIP_BUFFER_COUNT, &oIn, sizeof(oIn),
-                           &oOut, sizeof(oOut)) == VtStatus_OK;
-    roTold.uiSkippedBuffers = oOut.uiSkipBuffCnt;
-}
 
 } // namespace
 
@@ -55,14 +46,8 @@ CWatchBench::CWatchBench(const std::string& rszChip, const SBenchSetup& roSetup)
             roStream.eDirection = static_cast<EStreamDirection>(uiDirection);
             roStream.uiIndex = uiIndex;
             roStream.uiWaitNs = roStream.uiAheadNs = gc_uiStartNs;
-            if (uiDirection == 0)
-            {
-                VtVideoIn_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &roStream.hIn);
-            }
-            else
-            {
-                VtVideoOut_GetHandle(hDev, uiIndex, VtAccessMode_READONLY, &roStream.hOut);
-            }
+            roStream.poPort = std::make_unique<CStreamPort>(hDev, roStream.GetKey());
+            EXPECT_TRUE(roStream.poPort->Open());
         }
     }
 }
@@ -130,29 +115,15 @@ uint64_t CWatchBench::FindHang(SStream& roStream) const
 void CWatchBench::Step(SStream& roStream)
 {
     SFieldRecord oRecord = {};
-    VtBool bIsTop = 0;
+    roStream.poPort->Wait(oRecord);
     oRecord.uiWaitBeginNs = roStream.uiWaitNs;
-    const VtStatus eStatus = roStream.hIn != nullptr
-                                 ? VtVideoIn_WaitForFieldStart(roStream.hIn, gc_uiTimeOutMs, &oRecord.uiFieldCounter,
-                                                               &oRecord.uiTick, &bIsTop)
-                                 : VtVideoOut_WaitForFieldStart(roStream.hOut, gc_uiTimeOutMs, &oRecord.uiFieldCounter,
-                                                                &oRecord.uiSetBufferCounter, &oRecord.uiTick, &bIsTop);
-    oRecord.bIsTopField = bIsTop != 0;
-    if (eStatus == VtStatus_OK && roStream.hIn != nullptr)
-    {
-        AskBuffers(roStream, oRecord);
-    }
-    oRecord.eResult = eStatus == VtStatus_OK         ? EWaitResult::FIELD
-                      : eStatus == VtStatus_TIMEOUT  ? EWaitResult::TIMED_OUT
-                      : eStatus == VtStatus_CANCELED ? EWaitResult::CANCELED
-                                                     : EWaitResult::GONE;
-    uint64_t uiDueNs = roStream.uiWaitNs + gc_uiTimeOutMs * 1'000'000ULL;
-    if (eStatus == VtStatus_OK)
+    uint64_t uiDueNs = roStream.uiWaitNs + uiFieldWaitTimeOutMs * 1'000'000ULL;
+    if (oRecord.eResult == EWaitResult::FIELD)
     {
         roStream.uiAheadNs = ToMonotonicNs(oRecord.uiTick);
         uiDueNs = std::max(roStream.uiAheadNs, FindHang(roStream)) + DrawLatency();
     }
-    else if (eStatus == VtStatus_CANCELED)
+    else if (oRecord.eResult == EWaitResult::CANCELED)
     {
         uint64_t uiPosition = 0;
         VtSim_GetPosition(Name(roStream), &uiPosition);
@@ -168,64 +139,33 @@ void CWatchBench::Step(SStream& roStream)
     roStream.uiRunDelayNs = 0;
     roStream.uiNotBeforeNs = 0;
     roStream.uiWaitNs = oRecord.uiArrivalNs + gc_uiBetweenWaitsNs;
-    m_poEngine->TakeRecord({roStream.eDirection, roStream.uiIndex}, oRecord);
+    m_poEngine->TakeRecord(roStream.GetKey(), oRecord);
     if (fnField)
     {
-        fnField({roStream.eDirection, roStream.uiIndex}, oRecord);
+        fnField(roStream.GetKey(), oRecord);
     }
-    VtVideo_VidParam oTimings = {};
-    ReadTimings(roStream, oTimings);
-    if (eStatus == VtStatus_OK && std::memcmp(&oTimings, &roStream.oTimings, sizeof(oTimings)) != 0)
+    if (oRecord.eResult == EWaitResult::FIELD)
     {
-        Describe(roStream, oRecord.uiArrivalNs);
+        Describe(roStream, oRecord.uiArrivalNs, true);
     }
 }
 
-void CWatchBench::ReadTimings(const SStream& roStream, VtVideo_VidParam& roTimings)
+// Others than before are described at their first field.
+void CWatchBench::Describe(SStream& roStream, uint64_t uiMomentNs, bool bOnlyOtherTimings)
 {
-    static_cast<void>(roStream.hIn != nullptr ? VtVideoIn_GetDetectedVideoParameters(roStream.hIn, &roTimings)
-                                              : VtVideoOut_GetVideoParameters(roStream.hOut, &roTimings));
-}
-
-void CWatchBench::AskBuffers(const SStream& roStream, SFieldRecord& roRecord)
-{
-    VtVideoIn_State eState = VtVideoIn_State_INVALID;
-    uint32_t uiTotal = 0;
-    uint32_t uiReady = 0;
-    uint32_t uiLoaned = 0;
-    uint32_t uiInternal = 0;
-    roRecord.bHasBuffers =
-        VtVideoIn_GetCaptureState(roStream.hIn, &eState, &uiTotal, &uiReady, &uiLoaned, &uiInternal) == VtStatus_OK;
-    roRecord.uiReadyBuffers = static_cast<uint16_t>(uiReady);
-    roRecord.uiLoanedBuffers = static_cast<uint16_t>(uiLoaned);
-    roRecord.uiInternalBuffers = static_cast<uint16_t>(uiInternal);
-    AskSkipped(roStream.uiIndex, roRecord);
-}
-
-void CWatchBench::Describe(SStream& roStream, uint64_t uiMomentNs)
-{
-    SStreamDescription oDescription = {};
-    oDescription.uiMomentNs = uiMomentNs;
-    ReadTimings(roStream, oDescription.oTimings);
-    roStream.oTimings = oDescription.oTimings;
-    uint64_t uiLuid = 0;
-    uint32_t uiInternal = 0;
-    if (roStream.hIn != nullptr)
+    SDescriptionRecord oRecord = {};
+    SStreamDescription& roDescription = oRecord.oDescription;
+    roStream.poPort->Describe(oRecord);
+    roDescription.uiMomentNs = uiMomentNs;
+    if (bOnlyOtherTimings && std::memcmp(&roDescription.oTimings, &roStream.oTimings, sizeof(roStream.oTimings)) == 0)
     {
-        VtVideoIn_GetCaptureState(roStream.hIn, &oDescription.eCaptureState, &oDescription.uiNbOfBuffer,
-                                  &oDescription.uiReadyBufferCount, &oDescription.uiLoanBufferCount, &uiInternal);
-        AskSkipped(roStream.uiIndex, oDescription);
+        return;
     }
-    else
-    {
-        VtVideoOut_GetPowerState(roStream.hOut, &oDescription.ePowerState);
-        VtVideoOut_GetBufferAttributes(roStream.hOut, &oDescription.ePixelFormat, &oDescription.uiWidth,
-                                       &oDescription.uiHeight, &uiLuid);
-    }
-    m_poEngine->TakeDescription({roStream.eDirection, roStream.uiIndex}, oDescription);
+    roStream.oTimings = roDescription.oTimings;
+    m_poEngine->TakeDescription(roStream.GetKey(), roDescription);
     if (fnDescription)
     {
-        fnDescription({roStream.eDirection, roStream.uiIndex}, oDescription);
+        fnDescription(roStream.GetKey(), roDescription);
     }
 }
 
@@ -241,7 +181,7 @@ void CWatchBench::Run(uint32_t uiSeconds, const std::function<void()>& fnSnapsho
             {
                 Step(roStream);
             }
-            Describe(roStream, m_uiNowNs);
+            Describe(roStream, m_uiNowNs, false);
         }
         SClockReading oClock = {};
         oClock.uiMonotonicNs = m_uiNowNs + gc_uiAnalysedNs;

@@ -9,11 +9,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <random>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "StreamPort.h"
 #include "WatchEngine.h"
 
 struct SBenchSetup
@@ -74,14 +76,15 @@ private:
     {
         EStreamDirection eDirection;
         uint32_t uiIndex;
-        VtVideoIn_Handle hIn;
-        VtVideoOut_Handle hOut;
+        std::unique_ptr<CStreamPort> poPort;
         uint64_t uiWaitNs;         // when the next wait begins
         uint64_t uiRunDelayNs;     // for the next record
         uint64_t uiNotBeforeNs;    // the next arrival
         uint64_t uiAheadNs;        // start of the last field
         uint64_t uiPosition;       // of the board after the last wait
-        VtVideo_VidParam oTimings; // as they were described; others are described at their first field
+        VtVideo_VidParam oTimings; // as they were described
+
+        SStreamKey GetKey() const { return {eDirection, uiIndex}; }
     };
 
     VtSim_Stream Name(const SStream& roStream) const;
@@ -91,9 +94,7 @@ private:
     uint64_t FindHang(SStream& roStream) const;
     uint64_t StepOver(const SStream& roStream, uint64_t uiUntilNs) const;
     void Step(SStream& roStream);
-    void Describe(SStream& roStream, uint64_t uiMomentNs);
-    static void ReadTimings(const SStream& roStream, VtVideo_VidParam& roTimings);
-    static void AskBuffers(const SStream& roStream, SFieldRecord& roRecord);
+    void Describe(SStream& roStream, uint64_t uiMomentNs, bool bOnlyOtherTimings);
 
     SBenchSetup m_oSetup;
     std::unique_ptr<CWatchEngine> m_poEngine;

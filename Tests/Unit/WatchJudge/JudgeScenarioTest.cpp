@@ -76,7 +76,7 @@ std::string Describe(const std::vector<SIncident>& raoIncidents)
 struct SPlanted
 {
     const char* szName;
-    const char* szChip;
+    std::string szChip;
     EHealthDomain eDomain;
     EHealthReason eReason;
     EIncidentShare eShared;
@@ -91,75 +91,70 @@ constexpr auto eSignal = EHealthDomain::SIGNAL;
 constexpr auto eFeed = EHealthDomain::FEED;
 constexpr auto eAlone = EIncidentShare::STREAM;
 
+// A stream of a chip.
+std::string In(const std::string& rszKeys = "", const char* szStandard = "1080p60")
+{
+    return std::string("[[chip.input]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
+}
+std::string Out(const std::string& rszKeys = "", const char* szStandard = "1080p60")
+{
+    return std::string("[[chip.output]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
+}
+// What happens to it, or to a lock group.
+std::string Event(const std::string& rszKeys)
+{
+    return "event = [{kind = " + rszKeys + "}]\n";
+}
+std::string House(const std::string& rszKeys)
+{
+    return "[[chip.lock_group]]\nname = 'house'\n" + rszKeys;
+}
+
+const std::string szStall = Event("'buffers_run_out', at_s = 70, for_s = 8");
+const std::string szFilm = "set_buffer_rate = 24\n";
+const std::string szVideo = "set_buffer_rate = 30\n";
+const std::string szLocked = "lock_group = 'house'\n";
+
 // 60 fields a second; what is learned in the first minute is broken at 70 s.
 const SPlanted aoPlanted[] = {
-    {"a stall of a feed",
-     "[[chip.output]]\nstandard = '1080p60'\nevent = [{kind = 'buffers_run_out', at_s = 70, for_s = 8}]\n"
-     "[[chip.output]]\nstandard = '1080p60'",
-     eFeed, EHealthReason::FEED_STALLED, eAlone, 0, 1, 0},
-    {"a stall of a film at 3:2",
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24\n"
-     "event = [{kind = 'buffers_run_out', at_s = 70.02, for_s = 8}]\n"
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24",
-     eFeed, EHealthReason::FEED_STALLED, eAlone, 0, 1, 0},
-    {"a stall of both directions",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'buffers_run_out', at_s = 70, for_s = 8}]\n"
-     "[[chip.output]]\nstandard = '1080p60'\nevent = [{kind = 'buffers_run_out', at_s = 70, for_s = 8}]\n"
-     "[[chip.output]]\nstandard = '1080p60'",
-     eFeed, EHealthReason::CONSUMER_STALLED, EIncidentShare::BOARD, 1, 1, 4200, 960, 480},
-    {"a consumer that takes nothing",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'slow_consumer', at_s = 70.3, for_s = 9.5}]\n"
-     "[[chip.input]]\nstandard = '1080p60'",
-     eFeed, EHealthReason::CONSUMER_STALLED, eAlone, 1, 0, 4218, 0, 570},
-    {"a consumer that takes every other picture",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'slow_consumer', at_s = 70, for_s = 10, takes = 0.5}]",
+    {"a stall of a feed", Out(szStall) + Out(), eFeed, EHealthReason::FEED_STALLED, eAlone, 0, 1, 0},
+    {"a stall of a film at 3:2", Out(szFilm + Event("'buffers_run_out', at_s = 70.02, for_s = 8")) + Out(szFilm), eFeed,
+     EHealthReason::FEED_STALLED, eAlone, 0, 1, 0},
+    {"a stall of both directions", In(szStall) + Out(szStall) + Out(), eFeed, EHealthReason::CONSUMER_STALLED,
+     EIncidentShare::BOARD, 1, 1, 4200, 960, 480},
+    {"a consumer that takes nothing", In(Event("'slow_consumer', at_s = 70.3, for_s = 9.5")) + In(), eFeed,
+     EHealthReason::CONSUMER_STALLED, eAlone, 1, 0, 4218, 0, 570},
+    {"a consumer that takes every other picture", In(Event("'slow_consumer', at_s = 70, for_s = 10, takes = 0.5")),
      eFeed, EHealthReason::CONSUMER_STALLED, eAlone, 1, 0, 4200, 0, 600},
-    {"a consumer that misses some",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'skipped_buffers', at_s = 70, count = 4}]", eFeed,
+    {"a consumer that misses some", In(Event("'skipped_buffers', at_s = 70, count = 4")), eFeed,
      EHealthReason::BUFFERS_SKIPPED, eAlone, 1, 0},
-    {"a break of a cadence",
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24\n"
-     "event = [{kind = 'buffers_run_out', at_s = 70}]\n"
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24",
-     eFeed, EHealthReason::CADENCE_BROKEN, eAlone, 0, 1, 0},
+    {"a break of a cadence", Out(szFilm + Event("'buffers_run_out', at_s = 70")) + Out(szFilm), eFeed,
+     EHealthReason::CADENCE_BROKEN, eAlone, 0, 1, 0},
     {"another cadence for good",
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 30\n"
-     "event = [{kind = 'cadence_change', at_s = 70, set_buffer_rate = 24}]\n"
-     "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 30",
-     eFeed, EHealthReason::CADENCE_BROKEN, eAlone, 0, 1, 0},
-    {"swapped fields",
-     "[[chip.input]]\nstandard = '1080i60'\nevent = [{kind = 'field_order_swap', at_s = 70, for_s = 5}]\n"
-     "[[chip.input]]\nstandard = '1080i60'",
-     eSignal, EHealthReason::FIELD_ORDER_SWAPPED, eAlone, 1, 0, 4200, 0, 300},
-    {"other colours",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'description_change', at_s = 70.3, color_space = 2}]",
-     eSignal, EHealthReason::DESCRIPTION_CHANGED, eAlone, 1, 0, 4218},
-    {"a lost signal",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'signal_loss', at_s = 70, for_s = 5}]\n"
-     "[[chip.input]]\nstandard = '1080p60'\n[[chip.output]]\nstandard = '1080p60'",
-     eSignal, EHealthReason::SIGNAL_LOST, eAlone, 1, 0, 4200, 300, 300},
-    {"fields that are not delivered",
-     "[[chip.input]]\nstandard = '1080p60'\nevent = [{kind = 'missed_field', at_s = 70, for_fields = 4}]\n"
-     "[[chip.input]]\nstandard = '1080p60'",
+     Out(szVideo + Event("'cadence_change', at_s = 70, set_buffer_rate = 24")) + Out(szVideo), eFeed,
+     EHealthReason::CADENCE_BROKEN, eAlone, 0, 1, 0},
+    {"swapped fields", In(Event("'field_order_swap', at_s = 70, for_s = 5"), "1080i60") + In("", "1080i60"), eSignal,
+     EHealthReason::FIELD_ORDER_SWAPPED, eAlone, 1, 0, 4200, 0, 300},
+    {"other colours", In(Event("'description_change', at_s = 70.3, color_space = 2")), eSignal,
+     EHealthReason::DESCRIPTION_CHANGED, eAlone, 1, 0, 4218},
+    {"a lost signal", In(Event("'signal_loss', at_s = 70, for_s = 5")) + In() + Out(), eSignal,
+     EHealthReason::SIGNAL_LOST, eAlone, 1, 0, 4200, 300, 300},
+    {"fields that are not delivered", In(Event("'missed_field', at_s = 70, for_fields = 4")) + In(),
      EHealthDomain::DELIVERY, EHealthReason::FIELDS_LOST, eAlone, 1, 0, 4200, 4, 4},
     {"one bad stream, in all ways at once",
-     "[[chip.output]]\nstandard = '1080p60'\nevent = [{kind = 'missed_field', at_s = 70, for_fields = 3, every_s = 2, "
-     "times = 4}, {kind = 'buffers_run_out', at_s = 71, for_s = 3}, {kind = 'signal_loss', at_s = 75, for_s = 0.5}]\n"
-     "[[chip.output]]\nstandard = '1080p60'\n[[chip.input]]\nstandard = '1080p60'",
+     Out(Event(
+         "'missed_field', at_s = 70, for_fields = 3, every_s = 2, times = 4}, {kind = 'buffers_run_out', at_s = 71, "
+         "for_s = 3}, {kind = 'signal_loss', at_s = 75, for_s = 0.5")) +
+         Out() + In(),
      EHealthDomain::DELIVERY, EHealthReason::FIELDS_LOST, eAlone, 0, 1, 4200, 4 * 3 + 180 + 30, 6 * 60 + 3},
     {"a common reference that goes away",
-     "[[chip.lock_group]]\nname = 'house'\nevent = [{kind = 'signal_loss', at_s = 70, for_s = 5}]\n"
-     "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-     "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-     "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-     "[[chip.input]]\nstandard = '1080p60'\nppm = 3",
+     House(Event("'signal_loss', at_s = 70, for_s = 5")) + In(szLocked) + In(szLocked) + In(szLocked) + In("ppm = 3"),
      eSignal, EHealthReason::SIGNAL_LOST, EIncidentShare::LOCK_GROUP, 7, 0, 4200, 900, 300},
     {"streams of many rates, lost within a field",
-     "[[chip.input]]\nstandard = '1080p60'\nppm = 5\nevent = [{kind = 'signal_loss', at_s = 70.004, for_s = 5}]\n"
-     "[[chip.input]]\nstandard = '1080p50'\nphase_us = 7000\nevent = [{kind = 'signal_loss', at_s = 70.003, for_s = "
-     "5}]\n[[chip.input]]\nstandard = '1080p59.94'\nevent = [{kind = 'signal_loss', at_s = 70.001, for_s = 5}]\n"
-     "[[chip.input]]\nstandard = '1080p60'\nppm = -7\nphase_us = 3000\n"
-     "[[chip.output]]\nstandard = '1080p60'\nppm = 3\nevent = [{kind = 'signal_loss', at_s = 70.01, for_s = 5}]",
+     In("ppm = 5\n" + Event("'signal_loss', at_s = 70.004, for_s = 5")) +
+         In("phase_us = 7000\n" + Event("'signal_loss', at_s = 70.003, for_s = 5"), "1080p50") +
+         In(Event("'signal_loss', at_s = 70.001, for_s = 5"), "1080p59.94") + In("ppm = -7\nphase_us = 3000") +
+         Out("ppm = 3\n" + Event("'signal_loss', at_s = 70.01, for_s = 5")),
      eSignal, EHealthReason::SIGNAL_LOST, EIncidentShare::BOARD, 7, 1, 4200, 300 + 250 + 300 + 300, 301},
 };
 
@@ -239,11 +234,7 @@ TEST(JudgeScenario, MakesOneIncidentOfEachPlantedFaultAndNothingElse)
 
 TEST(JudgeScenario, FindsTheOneThatDriftsOutOfItsGroup)
 {
-    CJudged oJudged("[[chip.lock_group]]\nname = 'house'\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-                    "event = [{kind = 'lock_lost', at_s = 100, ppm = 8}]");
+    CJudged oJudged(House("") + In(szLocked) + In(szLocked) + In(szLocked + Event("'lock_lost', at_s = 100, ppm = 8")));
     oJudged.oBench.Run(140);
     ASSERT_EQ(oJudged.uiBegan, 1U) << Describe(oJudged.aoAll);
     EXPECT_EQ(oJudged.aoAll[0].eDomain, EHealthDomain::SYNCHRONISATION);
@@ -259,11 +250,8 @@ TEST(JudgeScenario, KnowsALockGroupAsSoonAsItIsOne)
     {
         roTold.bRuns = true;
     }
-    CJudged oJudged("[[chip.lock_group]]\nname = 'house'\nevent = [{kind = 'signal_loss', at_s = 12, for_s = 2}]\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nppm = 40\nphase_us = 6000\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\n"
-                    "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'",
+    CJudged oJudged(House(Event("'signal_loss', at_s = 12, for_s = 2")) + In(szLocked) +
+                        In("ppm = 40\nphase_us = 6000") + In(szLocked) + In(szLocked),
                     oTold);
     oJudged.oBench.Run(25);
     ASSERT_EQ(oJudged.uiBegan, 1U) << Describe(oJudged.aoAll);
@@ -283,10 +271,7 @@ TEST(JudgeScenario, SaysOfAMachineThatStoodStillWhatItWas)
         oTold.aoStreams[uiDirection][1].bRuns = true;
     }
     oTold.aoStreams[1][0].bIsFed = true;
-    CJudged oJudged(
-        "[[chip.input]]\nstandard = '1080p60'\n[[chip.input]]\nstandard = '1080p50'\n"
-        "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24\n[[chip.output]]\nstandard = '1080p60'",
-        oTold);
+    CJudged oJudged(In() + In("", "1080p50") + Out(szFilm) + Out(), oTold);
     oJudged.oBench.Run(70);
     const int64_t iStillUtcNs = oJudged.oBench.GetHandedInUtcNs();
     for (uint32_t uiStream = 0; uiStream < 2; ++uiStream)
@@ -297,7 +282,10 @@ TEST(JudgeScenario, SaysOfAMachineThatStoodStillWhatItWas)
     oJudged.oBench.Run(20);
     ASSERT_EQ(oJudged.uiBegan, 1U) << Describe(oJudged.aoAll);
     EXPECT_EQ(oJudged.aoAll[0].eShared, EIncidentShare::MACHINE);
-    EXPECT_NEAR(oJudged.aoAll[0].flStoodSeconds, 1.8, 0.1);
+    EXPECT_EQ(oJudged.aoAll[0].eDomain, EHealthDomain::OBSERVATION);
+    EXPECT_EQ(oJudged.aoAll[0].eWorst, EHealthStatus::PARTIALLY_HEALTHY);
+    EXPECT_EQ(oJudged.oJudgement.uiIncidentsOpen, 0U);
+    EXPECT_NEAR(oJudged.aoAll[0].flStoodSeconds, 1.8, 0.02);
     EXPECT_NEAR(static_cast<double>(oJudged.aoAll[0].iBeginUtcNs - iStillUtcNs), 0.0, 1e9 / 50.0);
     uint64_t uiUnobserved = 0;
     EXPECT_FALSE(oJudged.bWasUnhealthy);
@@ -321,8 +309,7 @@ TEST(JudgeScenario, SaysOfAMachineThatStoodStillWhatItWas)
 
 TEST(JudgeScenario, TellsTheMemberThatChangedAndBeginsNoWindowAnew)
 {
-    CJudged oJudged("[[chip.input]]\nstandard = '1080p60'\n"
-                    "event = [{kind = 'description_change', at_s = 70, color_space = 2, for_s = 10}]");
+    CJudged oJudged(In(Event("'description_change', at_s = 70, color_space = 2, for_s = 10")));
     oJudged.oBench.Run(75);
     const SWatchEvent* poChange = oJudged.oBench.Find(EWatchEventKind::DESCRIPTION_CHANGED, 0);
     ASSERT_NE(poChange, nullptr);
@@ -330,26 +317,6 @@ TEST(JudgeScenario, TellsTheMemberThatChangedAndBeginsNoWindowAnew)
     EXPECT_EQ(poChange->uiAfter, 2U);
     EXPECT_TRUE(oJudged.oBench.GetInput(0).aoRateHz[1].bIsValid) << "the ten seconds go on";
     EXPECT_EQ(oJudged.oBench.Count(EWatchEventKind::TIMINGS_CHANGED, 0), 0U);
-}
-
-// Better after 3 s, then 4.5 s, then 6.75 s: from the third time on five good seconds are too few.
-TEST(JudgeScenario, HoldsAFlappingCableOpenLonger)
-{
-    CJudged oJudged("[[chip.input]]\nstandard = '1080p60'\n"
-                    "event = [{kind = 'signal_loss', at_s = 70, for_s = 5, every_s = 10, times = 12}]");
-    oJudged.oBench.Run(300);
-    ASSERT_EQ(oJudged.uiBegan, 3U) << Describe(oJudged.aoAll);
-    EXPECT_EQ(oJudged.oJudgement.uiIncidentsOpen, 0U);
-    const uint64_t auiFields[][2] = {{4200, 4500}, {4800, 5100}, {5400, 4200 + 11 * 600 + 300}};
-    uint64_t uiLost = 0;
-    for (size_t uiIncident = 0; uiIncident < 3; ++uiIncident)
-    {
-        const SIncident& roIncident = oJudged.aoAll[uiIncident];
-        ExpectField(oJudged.oBench, roIncident.iBeginUtcNs, eIn, auiFields[uiIncident][0]);
-        ExpectField(oJudged.oBench, roIncident.iEndUtcNs, eIn, auiFields[uiIncident][1]);
-        uiLost += roIncident.uiLost;
-    }
-    EXPECT_NEAR(static_cast<double>(uiLost), 12 * 300.0, 12.0);
 }
 
 // Percentiles lie in the bin of the true ones, of stamps against the exact times that only the board knows, or next to
@@ -383,12 +350,10 @@ TEST(JudgeScenario, FindsNothingInWhatIsAsItShouldBe)
 {
     const char* szHours = std::getenv("VT_WATCH_JUDGE_HOURS");
     const uint32_t uiSeconds = szHours != nullptr ? 3600U * static_cast<uint32_t>(std::atoi(szHours)) : 900U;
-    CJudged oJudged("[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 24\n"
-                    "[[chip.output]]\nstandard = '1080p50'\nset_buffer_rate = 25\n"
-                    "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 20\nset_buffer_irregular = 1\n"
-                    "[[chip.output]]\nstandard = '1080p60'\nset_buffer_rate = 0.05\nset_buffer_irregular = 1\n"
-                    "[[chip.input]]\nstandard = '1080i50'\nppm = 4\njitter_ticks = 30\n"
-                    "[[chip.input]]\nstandard = '1080p59.94'\njitter_ticks = 500");
+    const std::string szIrregular = "set_buffer_irregular = 1\nset_buffer_rate = ";
+    CJudged oJudged(Out(szFilm) + Out("set_buffer_rate = 25", "1080p50") + Out(szIrregular + "20") +
+                    Out(szIrregular + "0.05") + In("ppm = 4\njitter_ticks = 30", "1080i50") +
+                    In("jitter_ticks = 500", "1080p59.94"));
     oJudged.oBench.Run(uiSeconds);
     EXPECT_EQ(oJudged.uiBegan, 0U) << Describe(oJudged.aoAll);
     EXPECT_EQ(oJudged.oJudgement.oOverall.eStatus, EHealthStatus::HEALTHY);
