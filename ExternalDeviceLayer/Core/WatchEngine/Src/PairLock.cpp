@@ -49,26 +49,34 @@ double GetGrowth(const SStreamPhase& roFirst, const SStreamPhase& roSecond, doub
     return flSign * (flRatio - 1.0) + flRatio * flSlopes * roFast.flPeriod / roFast.flReferencePeriod;
 }
 
-// What the jitter of the single fields leaves, had it no memory: of the slope, and of the line at the instant.
-void AddFieldErrors(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond,
-                    const PhaseSeries& aoDifference, const SBlockFit& roFit, SDrift& roDrift)
+// Variance of the difference over a second that the jitter of the single fields leaves, had it no memory.
+double GetFieldNoise(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
 {
-    const double flPerSecond =
-        (roFirst.flNoise * roFirst.flPeriod + roSecond.flNoise * roSecond.flPeriod) / flTicksPerSecond;
-    const double flMean = flPerSecond / roFit.oSums.flWeight;
-    const double flSlope = flPerSecond / roFit.oSums.flXX;
-    roDrift.flErr = std::max(roFit.flSlopeErr, std::sqrt(flSlope));
-    roDrift.flNowErr = std::sqrt(flMean + flSlope * roFit.oSums.flMeanX * roFit.oSums.flMeanX +
-                                 BlockFit_GetBend(aoDifference, roFit, 0.0, flPerSecond));
-    // Rounding to whole ticks is no noise where the jitter is below a tick.
-    const double flRounding = (roFirst.flNoise < 1.0 ? 0.25 : 0.0) + (roSecond.flNoise < 1.0 ? 0.25 : 0.0);
-    roDrift.flErr = std::hypot(roDrift.flErr, std::sqrt(flRounding) / roFit.oSums.flWeight);
-    roDrift.flNowErr =
-        std::hypot(roDrift.flNowErr, std::sqrt(2.0 * flRoundingVariance + roFirst.flWander + roSecond.flWander));
+    return (roFirst.flNoise * roFirst.flPeriod + roSecond.flNoise * roSecond.flPeriod) / flTicksPerSecond;
 }
 
+double GetSlopeErr(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SBlockFit& roFit,
+                   double flFieldNoise)
+{
+    // Rounding to whole ticks is no noise where the jitter is below a tick.
+    const double flRounding = (roFirst.flNoise < 1.0 ? 0.25 : 0.0) + (roSecond.flNoise < 1.0 ? 0.25 : 0.0);
+    const double flByFields = std::sqrt(flFieldNoise / roFit.oSums.flXX);
+    return std::hypot(std::max(roFit.flSlopeErr, flByFields), std::sqrt(flRounding) / roFit.oSums.flWeight);
+}
+
+// Of the line at the instant.
+double GetNowErr(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const PhaseSeries& raoDifference,
+                 const SBlockFit& roFit, double flFieldNoise)
+{
+    const SLineSums& roSums = roFit.oSums;
+    const double flByFields = flFieldNoise * (1.0 / roSums.flWeight + roSums.flMeanX * roSums.flMeanX / roSums.flXX);
+    return std::sqrt(flByFields + BlockFit_GetBend(raoDifference, roFit, 0.0, flFieldNoise) + 2.0 * flRoundingVariance +
+                     roFirst.flWander + roSecond.flWander);
+}
+
+// The error at the instant only when it is asked for: the bend is dear.
 SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBlockLength eLength,
-                double flTicksPerSecond)
+                double flTicksPerSecond, bool bAsksNow)
 {
     SDrift oDrift;
     PhaseSeries aoDifference;
@@ -88,17 +96,19 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
     }
     oDrift.bIsValid = true;
     oDrift.flTicksPerSecond = GetGrowth(roFirst, roSecond, oFit.oSums.GetSlope() / flTicksPerSecond) * flTicksPerSecond;
-    AddFieldErrors(roFirst, roSecond, flTicksPerSecond, aoDifference, oFit, oDrift);
+    const double flFieldNoise = GetFieldNoise(roFirst, roSecond, flTicksPerSecond);
+    oDrift.flErr = GetSlopeErr(roFirst, roSecond, oFit, flFieldNoise);
+    oDrift.flNowErr = bAsksNow ? GetNowErr(roFirst, roSecond, aoDifference, oFit, flFieldNoise) : 0.0;
     return oDrift;
 }
 
 // The longest window that the shorter ones do not contradict.
 SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
 {
-    SDrift oChosen = GetDrift(roFirst, roSecond, EBlockLength::SECOND, flTicksPerSecond);
+    SDrift oChosen = GetDrift(roFirst, roSecond, EBlockLength::SECOND, flTicksPerSecond, true);
     for (const EBlockLength eLength : {EBlockLength::TEN, EBlockLength::HUNDRED})
     {
-        SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond);
+        SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond, !oChosen.bIsValid);
         if (!oChosen.bIsValid)
         {
             oChosen = oLonger; // the watcher was late for long
