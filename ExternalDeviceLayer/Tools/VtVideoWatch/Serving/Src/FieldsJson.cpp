@@ -1,6 +1,7 @@
 #include "FieldsJson.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include <nlohmann/json.hpp>
@@ -90,11 +91,11 @@ CJson FieldsJson_FromFields(const SStreamKey& roStream, const SRecordedFields& r
             continue;
         }
         const double flMissing = poBefore == nullptr ? 0.0 : CountFields(*poBefore, roField) - 1.0;
-        if (flMissing > 0.5)
+        if (poBefore != nullptr && flMissing > 0.5)
         {
             oGaps.push_back({{"from", fnGetMs(oMoments.GetNs(poBefore->uiTick))},
                              {"to", fnGetMs(oMoments.GetNs(roField.uiTick))},
-                             {"fields", static_cast<uint64_t>(flMissing + 0.5)},
+                             {"fields", std::llround(flMissing)},
                              {"kind", GetGapKind(*poBefore, roField, bWasCancelled, oMoments, flPeriodNs)}});
         }
         oTimes.push_back(fnGetMs(oMoments.GetNs(roField.uiTick)));
