@@ -18,6 +18,20 @@
 #include "StreamPort.h"
 #include "WatchEngine.h"
 
+// A stream of a chip; and what happens to it.
+inline std::string In(const std::string& rszKeys = "", const char* szStandard = "1080p60")
+{
+    return std::string("[[chip.input]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
+}
+inline std::string Out(const std::string& rszKeys = "", const char* szStandard = "1080p60")
+{
+    return std::string("[[chip.output]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
+}
+inline std::string Event(const std::string& rszKeys)
+{
+    return "event = [{kind = " + rszKeys + "}]\n";
+}
+
 struct SBenchSetup
 {
     SWatchSettings oSettings;

@@ -11,10 +11,7 @@ namespace
 constexpr EStreamDirection gc_eIn = EStreamDirection::INPUT;
 constexpr EStreamDirection gc_eOut = EStreamDirection::OUTPUT;
 
-std::string MakeInput(const std::string& rszKeys)
-{
-    return "[[chip.input]]\nstandard = '1080p60'\njitter_ticks = 30\n" + rszKeys + "\n";
-}
+const std::string szJitter = "jitter_ticks = 30\n";
 
 void ExpectHealthy(const CWatchBench& roBench, uint32_t uiInput)
 {
@@ -30,8 +27,8 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
     // However long and whenever the thread is away, between its waits or inside one, known to the kernel or not; and
     // another thread of the same machine that stood still is a witness.
     std::mt19937 oRandom(7);
-    CWatchBench oBench(MakeInput("") + MakeInput("") +
-                       MakeInput("event = [{ kind = 'missed_field', at_field = 250, every_fields = 50 }]"));
+    CWatchBench oBench(In(szJitter) + In(szJitter) +
+                       In(szJitter + Event("'missed_field', at_field = 250, every_fields = 50")));
     oBench.Run(3);
     uint32_t uiStarved = 0;
     for (uint32_t uiRound = 0; uiRound < 200; ++uiRound)
@@ -66,7 +63,7 @@ TEST(WatchFields, ALateWatcherIsNeverTheSignalsFault)
 // The first instant is found with the clock, when fields behind the one that was expected wait already.
 TEST(WatchFields, EachSecondHasItsFieldsFromTheFirstOneOn)
 {
-    CWatchBench oBench(MakeInput("phase_us = 100"));
+    CWatchBench oBench(In(szJitter + "phase_us = 100"));
     std::vector<uint64_t> auiFields;
     oBench.Run(5, [&] { auiFields.push_back(oBench.GetInput(0).oCounters.uiFields); });
     ASSERT_GE(auiFields.size(), 4U);
@@ -78,7 +75,7 @@ TEST(WatchFields, EachSecondHasItsFieldsFromTheFirstOneOn)
 
 TEST(WatchFields, TheNominalRateFollowsTheTimings)
 {
-    CWatchBench oBench(MakeInput("event = [{ kind = 'format_change', at_s = 20, standard = '1080p59.94' }]"));
+    CWatchBench oBench(In(szJitter + Event("'format_change', at_s = 20, standard = '1080p59.94'")));
     oBench.Run(40);
     const SStreamFigures& roFigures = oBench.GetInput(0);
     EXPECT_EQ(roFigures.uiNominalNumerator, 60000U);
@@ -94,12 +91,10 @@ TEST(WatchFields, TheNominalRateFollowsTheTimings)
 
 TEST(WatchFields, OutputsAccountForTheirBuffersWithoutFloodingAnybody)
 {
-    CWatchBench oBench("[[chip.output]]\nstandard = '1080p60'\nset_buffer_pattern = [1, 0, 0, 1, 0]\n"
-                       "[[chip.output]]\nstandard = '1080p60'\n"
-                       "event = [{ kind = 'skipped_buffers', at_s = 4, count = 3 }]\n"
-                       "[[chip.output]]\nstandard = '1080p60'\n"
-                       "event = [{ kind = 'power_state', state = 'OFF', at_s = 4, for_s = 3 }]\n" +
-                       MakeInput("event = [{ kind = 'skipped_buffers', at_s = 4, count = 7 }]"));
+    CWatchBench oBench(Out("set_buffer_pattern = [1, 0, 0, 1, 0]") +
+                       Out(Event("'skipped_buffers', at_s = 4, count = 3")) +
+                       Out(Event("'power_state', state = 'OFF', at_s = 4, for_s = 3")) +
+                       In(szJitter + Event("'skipped_buffers', at_s = 4, count = 7")));
     oBench.Run(2000);
     const SStreamCounters& roFirst = oBench.Get(gc_eOut, 0).oCounters;
     EXPECT_NEAR(static_cast<double>(roFirst.uiBuffersRepeated), 0.6 * 2000 * 60, 3.0);
@@ -299,8 +294,7 @@ TEST(WatchFields, WhatEarlierRunsSawRunningIsLostSinceThen)
 
 TEST(WatchFields, FieldsThatNobodyWaitedForBeforeALossAreUnobserved)
 {
-    CWatchBench oBench(
-        MakeInput("phase_us = 900\nevent = [{ kind = 'signal_loss', at_field = 360, for_fields = 240 }]"));
+    CWatchBench oBench(In(szJitter + "phase_us = 900\n" + Event("'signal_loss', at_field = 360, for_fields = 240")));
     oBench.Run(5);
     oBench.Delay(gc_eIn, 0, 2.0);
     oBench.Run(6);

@@ -14,7 +14,7 @@ std::string MakeInputs(const std::string& rszKeys, uint32_t uiCount = gc_uiInput
     std::string szText;
     for (uint32_t uiInput = 0; uiInput < uiCount; ++uiInput)
     {
-        szText += "[[chip.input]]\n" + rszKeys + "\n";
+        szText += In(rszKeys);
     }
     return szText;
 }
@@ -65,7 +65,7 @@ TEST(WatchRate, ErrorsHoldWhatTheyPromiseOverSeeds)
     {
         SBenchSetup oSetup;
         oSetup.uiSeed = uiSeed;
-        CWatchBench oBench(MakeInputs("standard = '1080p60'\nppm = 7.25\njitter_ticks = 100"), oSetup);
+        CWatchBench oBench(MakeInputs("ppm = 7.25\njitter_ticks = 100"), oSetup);
         oBench.Run(110);
         for (uint32_t uiInput = 0; uiInput < gc_uiInputs; ++uiInput)
         {
@@ -136,7 +136,7 @@ TEST(WatchRate, UnknownTaiOffsetLeavesOnlyWholeRatesAPhase)
 {
     SBenchSetup oSetup;
     oSetup.iTaiOffsetSeconds = 0;
-    CWatchBench oBench(MakeInputs("standard = '1080p60'", 1) + MakeInputs("standard = '1080p59.94'", 1), oSetup);
+    CWatchBench oBench(In() + In("", "1080p59.94"), oSetup);
     oBench.Run(12);
     EXPECT_TRUE(oBench.GetInput(0).oTaiPhaseSeconds.bIsValid);
     EXPECT_FALSE(oBench.GetInput(1).oTaiPhaseSeconds.bIsValid);
@@ -146,9 +146,7 @@ TEST(WatchRate, ASecondThatHasJustBegunIsNoWholeOneAndNoIntervalIsLeftOut)
 {
     SBenchSetup oSetup;
     oSetup.uiStartTick = 180'000'000;
-    CWatchBench oBench("tick_start = 180000000\n" +
-                           MakeInputs("standard = '1080p60'\njitter_ticks = 1000\nphase_us = 900", 8),
-                       oSetup);
+    CWatchBench oBench("tick_start = 180000000\n" + MakeInputs("jitter_ticks = 1000\nphase_us = 900", 8), oSetup);
     oBench.Run(30);
     for (uint32_t uiInput = 0; uiInput < 8; ++uiInput)
     {
@@ -173,10 +171,9 @@ TEST(WatchRate, TheMomentHoldsThreeErrorsUnderWander)
         std::string szChip;
         for (uint32_t uiInput = 0; uiInput < 4; ++uiInput)
         {
-            szChip += MakeInputs("standard = '1080p60'\njitter_ticks = " + std::to_string(uiInput < 2 ? 20 : 200) +
-                                     "\nphase_us = 3000\nwander_ticks = 300\nwander_period_s = " +
-                                     std::to_string(flPeriod * (1.0 + 0.1 * uiInput)),
-                                 1);
+            szChip +=
+                In("phase_us = 3000\nwander_ticks = 300\njitter_ticks = " + std::to_string(uiInput < 2 ? 20 : 200) +
+                   "\nwander_period_s = " + std::to_string(flPeriod * (1.0 + 0.1 * uiInput)));
         }
         CWatchBench oBench(szChip);
         oBench.Run(20);
@@ -205,17 +202,12 @@ TEST(WatchRate, TheMomentHoldsThreeErrorsUnderWander)
     EXPECT_LE(uiPairsOutside, uiMoments / 333) << "of three quarters of as many";
 }
 
-std::string MakeLocking(const std::string& rszKeys)
-{
-    return MakeInputs("standard = '1080p60'\njitter_ticks = 100\n" + rszKeys, 1);
-}
-
 TEST(WatchRate, OnePpbIsToldFromNoneWithinThousandSeconds)
 {
-    CWatchBench oBench(
-        std::string("lock_group = [{ name = 'house', ppm = 5, wander_ticks = 300, wander_period_s = 23 }]\n") +
-        (MakeLocking("lock_group = 'house'") + MakeLocking("lock_group = 'house'\nphase_us = 1") +
-         MakeLocking("ppm = 7") + MakeLocking("ppm = 7.001")));
+    const std::string szJitter = "jitter_ticks = 100\n", szLocked = szJitter + "lock_group = 'house'\n";
+    CWatchBench oBench("lock_group = [{ name = 'house', ppm = 5, wander_ticks = 300, wander_period_s = 23 }]\n" +
+                       In(szLocked) + In(szLocked + "phase_us = 1") + In(szJitter + "ppm = 7") +
+                       In(szJitter + "ppm = 7.001"));
     oBench.Run(1000);
     const SEstimate& roDrift = oBench.GetPair(2, 3).oDriftRatio;
     EXPECT_GT(std::abs(roDrift.flValue), 3.0 * roDrift.flStdErr);

@@ -17,11 +17,9 @@ TEST(WatchSoak, HealthyStreamsStayHealthyAndNothingGrows)
     SBenchSetup oSetup;
     oSetup.uiStartTick = 1'000'000'000'000'000;
     CWatchBench oBench("tick_start = 1_000_000_000_000_000\n"
-                       "lock_group = [{ name = 'house', ppm = 11, wander_ticks = 500, wander_period_s = 3600 }]\n"
-                       "[[chip.input]]\nstandard = '1080p60'\nlock_group = 'house'\njitter_ticks = 100\n"
-                       "field_counter_start = '0xFFFFFFFFFFF00000'\n"
-                       "[[chip.input]]\nstandard = '1080p59.94'\nppm = -50\njitter_ticks = 3\n"
-                       "[[chip.output]]\nstandard = '1080p60'\nset_buffer_pattern = [1, 0]\n",
+                       "lock_group = [{ name = 'house', ppm = 11, wander_ticks = 500, wander_period_s = 3600 }]\n" +
+                           In("lock_group = 'house'\njitter_ticks = 100\nfield_counter_start = '0xFFFFFFFFFFF00000'") +
+                           In("ppm = -50\njitter_ticks = 3", "1080p59.94") + Out("set_buffer_pattern = [1, 0]"),
                        oSetup);
     oBench.Run(60);
     const struct mallinfo2 oBefore = mallinfo2();

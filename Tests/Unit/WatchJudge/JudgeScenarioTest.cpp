@@ -91,20 +91,7 @@ constexpr auto eSignal = EHealthDomain::SIGNAL;
 constexpr auto eFeed = EHealthDomain::FEED;
 constexpr auto eAlone = EIncidentShare::STREAM;
 
-// A stream of a chip.
-std::string In(const std::string& rszKeys = "", const char* szStandard = "1080p60")
-{
-    return std::string("[[chip.input]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
-}
-std::string Out(const std::string& rszKeys = "", const char* szStandard = "1080p60")
-{
-    return std::string("[[chip.output]]\nstandard = '") + szStandard + "'\n" + rszKeys + "\n";
-}
-// What happens to it, or to a lock group.
-std::string Event(const std::string& rszKeys)
-{
-    return "event = [{kind = " + rszKeys + "}]\n";
-}
+// What several streams follow.
 std::string House(const std::string& rszKeys)
 {
     return "[[chip.lock_group]]\nname = 'house'\n" + rszKeys;

@@ -242,12 +242,14 @@ TEST(WatchJudge, JoinsWhatBeginsTogetherAndOnlyThat)
     EXPECT_EQ(oWatched.oJudgement.aoIncidents[0].auiStreams[0], 0b1000U);
     EXPECT_EQ(oWatched.oJudgement.aoIncidents[0].eShared, EIncidentShare::STREAM);
     // Both directions in the same field: what they share is the board.
+    const int64_t iBack = oWatched.Now();
     for (uint32_t uiInput = 0; uiInput < 4; ++uiInput)
     {
-        oWatched.SetState(oWatched.Input(uiInput), EStreamState::RUNNING, oWatched.Now());
+        oWatched.SetState(oWatched.Input(uiInput), EStreamState::RUNNING, iBack - uiInput * 1'000'000);
     }
     oWatched.Run(70);
     EXPECT_EQ(oWatched.oJudgement.uiIncidentsOpen, 0U);
+    EXPECT_EQ(oWatched.oJudgement.aoIncidents[1].iEndUtcNs, iBack) << "with the last of them";
     Lose(oWatched, oWatched.Input(0), oWatched.Now());
     Lose(oWatched, oWatched.Output(0), oWatched.Now() + 10'000'000);
     oWatched.Run(1);
