@@ -321,6 +321,7 @@ TEST(WatchJudge, JoinsACadenceThatBreaksWithTheStallThatItTurnsOutToBe)
     const int64_t iBegin = oWatched.Now() - 100'000'000;
     oWatched.Output(0).oFeed.oCadence = {};
     oWatched.Happen(EWatchEventKind::CADENCE_CHANGED, eOut, 0, iBegin);
+    oWatched.Happen(EWatchEventKind::CADENCE_CHANGED, eOut, 0, iBegin + 50'000'000);
     oWatched.Run(1);
     EXPECT_EQ(oWatched.Health(eOut, 0, EHealthDomain::FEED).oReason.eReason, EHealthReason::CADENCE_BROKEN);
     oWatched.Output(0).oFeed.bIsStalled = true;
