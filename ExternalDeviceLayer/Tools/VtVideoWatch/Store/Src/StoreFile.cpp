@@ -50,7 +50,10 @@ std::string GetUpdate(int64_t iVersion)
     szSql += iVersion < 3 ? GetIncidents() : "";
     for (const std::string& rszColumn : StoreRows_GetLaterColumns<SMinuteSummary>())
     {
-        szSql += "ALTER TABLE minutes ADD COLUMN " + rszColumn + ";ALTER TABLE running ADD COLUMN " + rszColumn + ";";
+        for (const char* szTable : {"minutes", "running"})
+        {
+            szSql.append("ALTER TABLE ").append(szTable).append(" ADD COLUMN ").append(rszColumn).append(";");
+        }
     }
     return szSql;
 }
