@@ -160,7 +160,7 @@ TEST(Expectations, ComeBackFromTheFileThatTheyWereSavedTo)
     EXPECT_EQ(roTold.aoMembers[static_cast<size_t>(EDescriptionMember::COLOUR_SPACE)].uiValue, 3U);
     for (const char* szWrong : {"", "[]", R"({"streams": {"IN_99": {}}})", R"({"streams": {"IN_00": {"fed": 1}}})",
                                 R"({"streams": {"IN_00": {"description": {"colour": 1}}}})",
-                                R"({"streams": {"IN_00": {"locked": ["OUT_00"]}}})",
+                                R"({"streams": {"IN_00": {"locked": ["IN_00"]}}})",
                                 R"({"streams": {"IN_00": {"rate": {"numerator": "x"}}}})"})
     {
         std::ofstream(szFile, std::ios::trunc) << szWrong;

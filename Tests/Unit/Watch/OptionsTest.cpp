@@ -41,7 +41,7 @@ TEST(WatchOptions, ServesWhenNothingElseIsAskedFor)
 TEST(WatchOptions, TakesConditionsOfACheck)
 {
     const SParsed oParsed = Parse({"check", "--expect", "IN_00,IN_01", "--expect", "OUT_00", "--rate-within", "5,20",
-                                   "--locked", "IN_00,IN_01", "--locked", "OUT_00,OUT_01", "--most-lost", "3"});
+                                   "--locked", "IN_00,IN_01", "--locked", "OUT_00,IN_01", "--most-lost", "3"});
     EXPECT_FALSE(oParsed.iStatus) << oParsed.szText;
     const SCheckOptions& roCheck = oParsed.oOptions.oCheck;
     EXPECT_EQ(roCheck.aoExpected.size(), 3U);
@@ -75,7 +75,10 @@ TEST(WatchOptions, SaysInOneLineWhatIsWrong)
         {{"check", "--expect", "IN_01", "--expect", "IN_01"}, "twice"},
         {{"check", "--locked", "IN_00,IN_00"}, "twice"},
         {{"check", "--locked", "IN_00"}, "at least two streams"},
-        {{"check", "--locked", "IN_00,OUT_00"}, "one direction"},
+        {{"check", "--path", "IN_00,IN_01"}, "--path: 'IN_00,IN_01': not one input and one output"},
+        {{"--path", "IN_00"}, "not one input and one output"},
+        {{"--path", "IN_00,OUT_40"}, "'IN_00,OUT_40': streams are numbered by two digits"},
+        {{"--path", "IN_00,OUT_00", "--path", "OUT_00,IN_00"}, "--path: a path is named twice"},
         {{"check", "--rate-within", "20,5"}, "'20,5': the limit for a warning is the higher one"},
         {{"check", "--most-lost", "1.5"}, "'1.5'"},
         {{"check", "--seconds", "x"}, "--seconds"},

@@ -275,7 +275,8 @@ void StoreReference::CompareQueries()
                                ro.uiNumber > oQuery.uiAfterNumber &&
                                ro.uiNumber < std::min(oQuery.uiBeforeNumber, uiBefore) &&
                                (oQuery.uiKinds >> static_cast<unsigned>(ro.eKind) & 1U) != 0 &&
-                               (ro.oKey.eDirection == EStreamDirection::INPUT || oQuery.uiOutputs != 0);
+                               (ro.oKey.eDirection == EStreamDirection::INPUT || oQuery.uiOutputs != 0 ||
+                                (ro.eKind == EWatchEventKind::SLIPPED && ro.uiBefore >> 32U == 0));
             aoExpected.insert(aoExpected.begin(), bFits ? 1 : 0, ro);
         }
         if (bByMoment)
@@ -335,7 +336,9 @@ void StoreReference::CompareRemains()
     size_t uiOpen = 0;
     for (const SWatchEvent& ro : m_aoEvents)
     {
-        if (ro.uiNumber > m_uiDelivered && ro.eKind >= EWatchEventKind::INCIDENT_BEGAN && ro.uiGroup <= gc_uiSteps)
+        const bool bIsOfIncident =
+            ro.eKind == EWatchEventKind::INCIDENT_BEGAN || ro.eKind == EWatchEventKind::INCIDENT_ENDED;
+        if (ro.uiNumber > m_uiDelivered && bIsOfIncident && ro.uiGroup <= gc_uiSteps)
         {
             aoUndelivered.emplace_back(ro, GetIncident(ro.uiGroup - 1, gc_uiSteps - 1));
             SIncident& roIncident = aoUndelivered.back().second;

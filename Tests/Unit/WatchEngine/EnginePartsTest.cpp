@@ -100,11 +100,11 @@ TEST(LockGroups, KeepTheirIdentityWithMostOfTheirMembers)
     // The changes, then all groups.
     const auto Update = [&](const Pairs& raoPairs)
     {
-        std::vector<uint32_t> auiLocked(32);
+        std::vector<uint64_t> auiLocked(32);
         for (const auto& [uiFirst, uiSecond] : raoPairs)
         {
-            auiLocked[uiFirst] |= 1U << uiSecond;
-            auiLocked[uiSecond] |= 1U << uiFirst;
+            auiLocked[uiFirst] |= uint64_t{1} << uiSecond;
+            auiLocked[uiSecond] |= uint64_t{1} << uiFirst;
         }
         std::string szText;
         const auto Tell = [&](const SGroupLife& roGroup)

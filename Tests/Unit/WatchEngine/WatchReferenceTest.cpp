@@ -25,6 +25,7 @@ protected:
     void CompareEvents(uint32_t uiIndex);
     void ComparePair(const SPairFigures& roPair, SModelPair& roModel);
     void CompareTimes(const SPairFigures& roPair, double flThreshold);
+    void CompareAcross();
     void CompareWithReference();
     uint32_t CountChange(uint32_t uiIndex, bool bChanged);
     void CompareGroups();
@@ -49,7 +50,7 @@ protected:
 
 void WatchReference::SetUp()
 {
-    m_poEngine = std::make_unique<CWatchEngine>(m_oScene.oSettings, static_cast<uint32_t>(m_oScene.aoInputs.size()), 0);
+    m_poEngine = std::make_unique<CWatchEngine>(m_oScene.oSettings, static_cast<uint32_t>(m_oScene.aoInputs.size()), 1);
     for (const SSceneStream& roStream : m_oScene.aoInputs)
     {
         m_aoModels.emplace_back(m_oScene, roStream);
@@ -65,9 +66,20 @@ void WatchReference::HandIn(uint64_t uiEndNs)
         SStreamDescription oDescription = roStream.oDescription;
         oDescription.uiMomentNs = uiEndNs;
         m_poEngine->TakeDescription(oKey, oDescription);
+        // The first stream is an output as well.
+        const SStreamKey oOutput = {EStreamDirection::OUTPUT, 0};
+        if (uiIndex == 0)
+        {
+            oDescription.ePowerState = VtVideoOut_PowerState_ON;
+            m_poEngine->TakeDescription(oOutput, oDescription);
+        }
         size_t& ruiNext = m_auiTaken[uiIndex];
         while (ruiNext < roStream.aoRecords.size() && roStream.aoRecords[ruiNext].uiArrivalNs < uiEndNs)
         {
+            if (uiIndex == 0)
+            {
+                m_poEngine->TakeRecord(oOutput, roStream.aoRecords[ruiNext]);
+            }
             m_poEngine->TakeRecord(oKey, roStream.aoRecords[ruiNext++]);
         }
     }
@@ -108,6 +120,7 @@ void WatchReference::Analyse(const SClockReading& roClock)
         {
             ComparePair(GetInputs().aoPairs[uiPair], m_aoPairs[uiPair]);
         }
+        CompareAcross();
         CompareWithReference();
         CompareGroups();
     }
@@ -182,7 +195,7 @@ void WatchReference::ComparePair(const SPairFigures& roPair, SModelPair& roModel
                     flMultiple > 1.0 || std::abs(flOffset) > 0.5 * flPeriod ? 5e-6 * flPeriod : 2e-12);
         EXPECT_LE(std::abs(roPair.oOffsetSeconds.flValue), 0.5 * flPeriod);
     }
-    const bool bOfSecond = GetInputs().bHasReference && GetInputs().uiReference == roPair.uiSecond;
+    const bool bOfSecond = GetInputs().bHasReference && GetInputs().oReference.uiIndex == roPair.uiSecond;
     const double flThreshold = 1.0 / 1125.0 / (bOfSecond ? flSecondHz : flFirstHz);
     EXPECT_NEAR(roPair.flLineSeconds, flThreshold, 1e-15);
     roModel.Step(roPair, flThreshold);
@@ -224,12 +237,33 @@ uint32_t WatchReference::CountChange(uint32_t uiIndex, bool bChanged)
     return uiCount;
 }
 
+// Against the output that the first input is as well, every other input is what it is against that, the other way
+// round.
+void WatchReference::CompareAcross()
+{
+    ASSERT_EQ(m_oSnapshot.aoAcross.size(), m_oScene.aoInputs.size());
+    for (const SPairFigures& roPair : GetInputs().aoPairs)
+    {
+        const SPairFigures& roAcross = m_oSnapshot.aoAcross[roPair.uiSecond].oPair;
+        if (roPair.uiFirst != 0)
+        {
+            continue;
+        }
+        SCOPED_TRACE(testing::Message() << "input " << roPair.uiSecond << " with the output");
+        EXPECT_EQ(roAcross.oOffsetSeconds.bIsValid, roPair.oOffsetSeconds.bIsValid);
+        EXPECT_DOUBLE_EQ(std::abs(roAcross.oOffsetSeconds.flValue), std::abs(roPair.oOffsetSeconds.flValue));
+        EXPECT_DOUBLE_EQ(roAcross.oOffsetSeconds.flStdErr, roPair.oOffsetSeconds.flStdErr);
+        EXPECT_DOUBLE_EQ(roAcross.oDriftRatio.flValue, -roPair.oDriftRatio.flValue);
+        EXPECT_DOUBLE_EQ(roAcross.oSecondsToSlip.flValue, roPair.oSecondsToSlip.flValue);
+    }
+}
+
 // What is told of a stream against the reference is what its pair says.
 void WatchReference::CompareWithReference()
 {
     for (const SPairFigures& roPair : GetInputs().aoPairs)
     {
-        const uint32_t uiReference = GetInputs().uiReference;
+        const uint32_t uiReference = GetInputs().oReference.uiIndex;
         if (!GetInputs().bHasReference || (roPair.uiFirst != uiReference && roPair.uiSecond != uiReference))
         {
             continue;
@@ -253,8 +287,12 @@ void WatchReference::CompareWithReference()
             continue; // they are folded
         }
         std::vector<SWatchEvent> aoChanges = m_aoNewEvents;
-        std::erase_if(aoChanges, [&](const SWatchEvent& roEvent)
-                      { return roEvent.eKind != EWatchEventKind::LOCK_CHANGED || roEvent.oKey.uiIndex != uiOther; });
+        std::erase_if(aoChanges,
+                      [&](const SWatchEvent& roEvent)
+                      {
+                          return roEvent.eKind != EWatchEventKind::LOCK_CHANGED ||
+                                 roEvent.oKey != SStreamKey{EStreamDirection::INPUT, uiOther};
+                      });
         EXPECT_EQ(aoChanges.size(), roStream.eLock != eBefore ? 1U : 0U);
         for (const SWatchEvent& roEvent : aoChanges)
         {
@@ -262,7 +300,7 @@ void WatchReference::CompareWithReference()
             EXPECT_EQ(roEvent.uiAfter, static_cast<uint64_t>(roStream.eLock));
         }
     }
-    m_uiReference = GetInputs().uiReference;
+    m_uiReference = GetInputs().oReference.uiIndex;
 }
 
 // A group that was not there formed, one that is no more ended, one with other members changed.
@@ -340,7 +378,8 @@ void WatchReference::CompareEvents(uint32_t uiIndex)
     std::erase_if(aoEvents,
                   [&](const SWatchEvent& roEvent)
                   {
-                      return roEvent.oKey.uiIndex != uiIndex || roEvent.eKind <= EWatchEventKind::WATCH_ENDED ||
+                      return roEvent.oKey != SStreamKey{EStreamDirection::INPUT, uiIndex} ||
+                             roEvent.eKind <= EWatchEventKind::WATCH_ENDED ||
                              (roEvent.eKind >= EWatchEventKind::LOCK_CHANGED &&
                               roEvent.eKind != EWatchEventKind::COUNTER_FORWARD);
                   });

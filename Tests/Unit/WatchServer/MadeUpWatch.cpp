@@ -55,6 +55,7 @@ SDirectionFigures MakeDirection(EStreamDirection eDirection, uint32_t uiStreams,
 {
     SDirectionFigures oDirection;
     oDirection.bHasReference = uiStreams > 0;
+    oDirection.oReference = {eDirection, 0};
     for (uint32_t i = 0; i < uiStreams; ++i)
     {
         oDirection.aoStreams.push_back(MakeStream(eDirection, i, iNowNs));
@@ -73,6 +74,39 @@ SDirectionFigures MakeDirection(EStreamDirection eDirection, uint32_t uiStreams,
         oDirection.aoGroups.push_back({7, 3, iNowNs});
     }
     return oDirection;
+}
+
+void AddAcross(uint32_t uiStreams, SWatchSnapshot& roSnapshot)
+{
+    for (uint32_t i = 0; i < uiStreams * uiStreams; ++i)
+    {
+        SAcrossFigures& roPair = roSnapshot.aoAcross.emplace_back();
+        roPair.oFirst = {EStreamDirection::INPUT, i / uiStreams};
+        roPair.oSecond = {EStreamDirection::OUTPUT, i % uiStreams};
+        roPair.oPair.eLock = i == 0 ? ELockState::LOCKED : ELockState::FREE;
+        roPair.oPair.oOffsetSeconds = {1e-3, 1e-8, true};
+        roPair.oPair.oDriftRatio = {22e-6, 1e-9, true};
+        roPair.oSlip = {{757.6, 0.03, i != 0}, {300.0, 0.02, i != 0}, 3};
+    }
+    if (uiStreams > 0)
+    {
+        roSnapshot.aoAcrossGroups.push_back({1, {1, 1}, roSnapshot.oClock.iUtcNs});
+        roSnapshot.aoPaths.resize(2);
+        roSnapshot.aoPaths[1].oOutput.eDirection = EStreamDirection::OUTPUT;
+        roSnapshot.aoPaths[0] = {{},
+                                 {EStreamDirection::OUTPUT, 0},
+                                 ELockState::FREE,
+                                 true,
+                                 0.02,
+                                 0.03,
+                                 0.04,
+                                 1e-8,
+                                 -0.016,
+                                 {300.0, 0.02, true},
+                                 3,
+                                 -0.016,
+                                 roSnapshot.oClock.iUtcNs};
+    }
 }
 
 SStreamTexts MakeTexts(uint32_t i, uint32_t uiStreams)
@@ -107,6 +141,7 @@ SWatchPublication MadeUpWatch_Make(uint64_t uiNumber, uint32_t uiStreams)
     roSnapshot.oClock.iTaiOffsetSeconds = 37;
     roSnapshot.aoDirections[0] = MakeDirection(EStreamDirection::INPUT, uiStreams, roSnapshot.oClock.iUtcNs);
     roSnapshot.aoDirections[1] = MakeDirection(EStreamDirection::OUTPUT, uiStreams, roSnapshot.oClock.iUtcNs);
+    AddAcross(uiStreams, roSnapshot);
     for (uint32_t i = 0; i < uiStreams; ++i)
     {
         oPublication.aaoTexts[0].push_back(MakeTexts(i, uiStreams));

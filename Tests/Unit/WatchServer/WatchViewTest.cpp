@@ -106,7 +106,7 @@ TEST(WatchJsonTest, APairInStepHasNoLinesWhereTheirLengthIsNotKnown)
     SPairFigures oPair;
     oPair.uiSecond = 1;
     oPair.oOffsetSeconds = {0.0, 1e-9, true};
-    EXPECT_TRUE(WatchJson_FromPair(EStreamDirection::INPUT, oPair)["offset"]["lines"].is_null());
+    EXPECT_TRUE(WatchJson_FromPair({}, {}, oPair)["offset"]["lines"].is_null());
     oPair.flLineSeconds = 1e-5;
-    EXPECT_EQ(WatchJson_FromPair(EStreamDirection::INPUT, oPair)["offset"]["lines"], 0.0);
+    EXPECT_EQ(WatchJson_FromPair({}, {}, oPair)["offset"]["lines"], 0.0);
 }

@@ -18,6 +18,11 @@ enum class EStreamDirection : uint8_t
 };
 constexpr std::array<EStreamDirection, 2> aeDirections = {EStreamDirection::INPUT, EStreamDirection::OUTPUT};
 
+constexpr EStreamDirection StreamDirection_GetOther(EStreamDirection eDirection)
+{
+    return eDirection == EStreamDirection::INPUT ? EStreamDirection::OUTPUT : EStreamDirection::INPUT;
+}
+
 struct SStreamKey
 {
     EStreamDirection eDirection = EStreamDirection::INPUT;

@@ -43,8 +43,26 @@ enum class EWatchEventKind : uint8_t
     INCIDENT_BEGAN,      // of the stream of its first fault; uiGroup, its number; uiBefore: EHealthDomain
     INCIDENT_ENDED,      // likewise; flSeconds: how long it lasted; uiAfter: what was lost
     COUNTER_FORWARD,     // without the time for it; uiBefore, uiAfter: field counters
+    SLIPPED,             // uiBefore: against which stream, as EventStream_Pack; uiAfter: ESlip
     COUNT
 };
+
+// What became of a picture when two streams slipped against each other.
+enum class ESlip : uint8_t
+{
+    DROPPED, // there was one too many for the slower one
+    REPEATED
+};
+
+/* A stream as one number and back, for events. */
+constexpr uint64_t EventStream_Pack(const SStreamKey& roKey)
+{
+    return uint64_t{roKey.uiIndex} | static_cast<uint64_t>(roKey.eDirection) << 32U;
+}
+constexpr SStreamKey EventStream_Unpack(uint64_t uiPacked)
+{
+    return {uiPacked >> 32U == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT, static_cast<uint32_t>(uiPacked)};
+}
 
 struct SWatchEvent
 {

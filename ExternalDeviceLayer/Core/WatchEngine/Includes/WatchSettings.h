@@ -4,16 +4,30 @@
 #ifndef WATCH_SETTINGS_H
 #define WATCH_SETTINGS_H
 
+#include <array>
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "LockThreshold.h"
+#include "StreamKey.h"
+
+// An input and an output that an application feeds from it.
+struct SStreamPath
+{
+    SStreamKey oInput;
+    SStreamKey oOutput;
+
+    bool operator==(const SStreamPath&) const = default;
+};
 
 struct SWatchSettings
 {
     uint32_t uiTickFrequencyHz = 0;
     SLockThreshold oThreshold = {};
-    int32_t iReferenceInput = -1; // index of the stream that phases are told against; -1: the engine chooses
-    int32_t iReferenceOutput = -1;
+    // By EStreamDirection: the stream that its phases are told against, of either direction; none: the engine chooses.
+    std::array<std::optional<SStreamKey>, 2> aoReferences = {};
+    std::vector<SStreamPath> aoPaths = {};
     bool bTicksAreMonotonic = false; // the board says that its ticks count CLOCK_MONOTONIC
     int64_t iTickOffsetNs = 0;       // what that showed at tick 0, when they do
     bool bSetsAreEstimated = false;  // the board says that its set-buffer counters are estimates

@@ -92,6 +92,7 @@ struct SStreamCounters
     uint64_t uiWaitTimeOuts = 0;
     uint64_t uiForeignStamps = 0;     // fields whose tick cannot be of the clock that the other streams show
     uint64_t uiLateWakes = 0;         // waits that returned to us later than half a field after its start
+    uint64_t uiSlips = 0;             // against the reference
     double flSignalLostSeconds = 0.0; // sum of all losses
     double flRunningSeconds = 0.0;
     double flWatchedSeconds = 0.0;
@@ -183,6 +184,51 @@ struct SPairFigures
     SEstimate oSecondsToSlip;
 };
 
+// When a pair gets a picture too many or too few.
+struct SSlipFigures
+{
+    SEstimate oEverySeconds; // once in so many; not valid: in lock, not drifting, or not known
+    SEstimate oNextSeconds;  // after the instant; likewise
+    uint64_t uiCount = 0;    // that happened while it was watched
+};
+
+// Two streams that are not of one direction. Figures as for a pair of one: its lines are those of the second where that
+// is the first one's reference, of the first otherwise; its indexes those of the streams.
+struct SAcrossFigures
+{
+    SStreamKey oFirst;
+    SStreamKey oSecond;
+    SPairFigures oPair;
+    SSlipFigures oSlip;
+};
+
+// Streams of both directions in lock with each other.
+struct SAcrossGroup
+{
+    uint32_t uiGroup = 0;                    // identity among these, kept while the group lasts
+    std::array<uint32_t, 2> auiMembers = {}; // by EStreamDirection: bit i: stream i
+    int64_t iSinceUtcNs = 0;
+};
+
+// How long a picture takes from the start of its field at an input to the first field start of an output that can show
+// it, by phases and queue alone: what the application takes comes on top.
+struct SPathFigures
+{
+    SStreamKey oInput;
+    SStreamKey oOutput;
+    ELockState eLock = ELockState::IDLE; // of the pair: DIFFERENT has no delay
+    bool bIsKnown = false;
+    double flLeastSeconds = 0.0;
+    double flMeanSeconds = 0.0;
+    double flMostSeconds = 0.0;
+    double flStdErrSeconds = 0.0; // of all three
+    double flStepSeconds = 0.0;   // what the next step adds; 0: none is ahead
+    SEstimate oNextStepSeconds;   // after the instant; likewise
+    uint64_t uiSteps = 0;
+    double flLastStepSeconds = 0.0;
+    int64_t iLastStepUtcNs = 0; // 0: there was none
+};
+
 struct SLockGroup
 {
     uint32_t uiGroup = 0;   // identity, kept while the group lasts
@@ -192,7 +238,7 @@ struct SLockGroup
 
 struct SDirectionFigures
 {
-    uint32_t uiReference = 0; // index of the stream that phases are told against
+    SStreamKey oReference; // that phases are told against; of either direction
     bool bHasReference = false;
     std::vector<SStreamFigures> aoStreams; // by index
     std::vector<SPairFigures> aoPairs;     // ordered by first, then second
@@ -220,6 +266,9 @@ struct SWatchSnapshot
     uint64_t uiEventsDropped = 0; // events that found no room because nobody took them
     SClockFigures oClock;
     std::array<SDirectionFigures, 2> aoDirections; // by EStreamDirection
+    std::vector<SAcrossFigures> aoAcross;          // inputs with outputs, ordered by input, then output
+    std::vector<SAcrossGroup> aoAcrossGroups;      // ordered by identity
+    std::vector<SPathFigures> aoPaths;             // as they were told
 };
 
 #endif

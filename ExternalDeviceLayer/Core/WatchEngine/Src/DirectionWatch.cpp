@@ -8,7 +8,12 @@
 namespace
 {
 
-constexpr double flNoLine = 1e-6; // seconds: the threshold in lines where these are not known
+// What the settings name of the direction itself; negative: nothing.
+int32_t GetOwnReference(const SWatchSettings& roSettings, EStreamDirection eDirection)
+{
+    const std::optional<SStreamKey>& roReference = roSettings.aoReferences[static_cast<size_t>(eDirection)];
+    return roReference && roReference->eDirection == eDirection ? static_cast<int32_t>(roReference->uiIndex) : -1;
+}
 
 } // namespace
 
@@ -17,8 +22,14 @@ CDirectionWatch::CDirectionWatch(SWatchContext& roContext, const SWatchSettings&
     : m_roContext(roContext),
       m_roSettings(roSettings),
       m_eDirection(eDirection),
-      m_oReference(eDirection == EStreamDirection::INPUT ? roSettings.iReferenceInput : roSettings.iReferenceOutput)
+      m_aoSlips(uiNbOfStreams),
+      m_oReference(GetOwnReference(roSettings, eDirection))
 {
+    const std::optional<SStreamKey>& roReference = roSettings.aoReferences[static_cast<size_t>(eDirection)];
+    if (roReference && roReference->eDirection != eDirection)
+    {
+        m_oForeign = roReference;
+    }
     for (uint32_t uiIndex = 0; uiIndex < uiNbOfStreams; ++uiIndex)
     {
         m_apoStreams.push_back(std::make_unique<CStreamWatch>(roContext, SStreamKey{eDirection, uiIndex}));
@@ -68,9 +79,41 @@ void CDirectionWatch::Analyse(const SInstant& roInstant, const SClockReading& ro
     if (bIsWholeSecond)
     {
         UpdatePairs();
-        UpdateGroups(roClock);
-        UpdateReference(roClock);
     }
+}
+
+void CDirectionWatch::Conclude(const SInstant& roInstant, const SClockReading& roClock, const SAgainst& roAgainst)
+{
+    UpdateGroups(roClock);
+    UpdateReference(roInstant, roClock, roAgainst);
+}
+
+std::optional<SStreamKey> CDirectionWatch::GetReference() const
+{
+    if (m_oForeign)
+    {
+        return m_oForeign;
+    }
+    const int32_t iReference = m_oReference.Get();
+    return iReference >= 0 && static_cast<uint32_t>(iReference) < GetCount()
+               ? std::optional(SStreamKey{m_eDirection, static_cast<uint32_t>(iReference)})
+               : std::nullopt;
+}
+
+bool CDirectionWatch::StandsForGroup(uint32_t uiStream) const
+{
+    for (const SGroupLife& roGroup : m_oGroups.Get())
+    {
+        if ((roGroup.uiMembers >> uiStream & 1U) != 0)
+        {
+            const std::optional<SStreamKey> oReference = GetReference();
+            const bool bHasReference = oReference && oReference->eDirection == m_eDirection &&
+                                       (roGroup.uiMembers >> oReference->uiIndex & 1U) != 0;
+            return uiStream ==
+                   (bHasReference ? oReference->uiIndex : static_cast<uint32_t>(std::countr_zero(roGroup.uiMembers)));
+        }
+    }
+    return true;
 }
 
 // One ruler for a comparison, wherever it is told.
@@ -87,26 +130,20 @@ void CDirectionWatch::UpdatePairs()
     {
         const CStreamWatch& roFirst = *m_apoStreams[roPair.uiFirst];
         const CStreamWatch& roSecond = *m_apoStreams[roPair.uiSecond];
-        const double flLine = GetLine(roPair);
-        const double flByLines = m_roSettings.oThreshold.flLines * (flLine > 0.0 ? flLine : flNoLine);
-        const SPairContext oContext{m_roSettings.oThreshold.flSeconds > 0.0 ? m_roSettings.oThreshold.flSeconds
-                                                                            : flByLines,
-                                    static_cast<double>(m_roSettings.uiTickFrequencyHz)};
-        PairLock_Update(roFirst.GetPhase(), roSecond.GetPhase(), oContext, roPair);
-        roPair.flLineSeconds = flLine;
-        roPair.flOffsetLines = flLine > 0.0 ? roPair.oOffsetSeconds.flValue / flLine : 0.0;
+        PairLock_Update(roFirst.GetPhase(), roSecond.GetPhase(), PairContext_Make(m_roSettings, GetLine(roPair)),
+                        roPair);
     }
 }
 
 void CDirectionWatch::UpdateGroups(const SClockReading& roClock)
 {
-    std::array<uint32_t, uiMaxStreamsPerDirection> auiLocked = {};
+    std::array<uint64_t, uiMaxStreamsPerDirection> auiLocked = {};
     for (const SPairFigures& roPair : m_aoPairs)
     {
         if (roPair.eLock == ELockState::LOCKED)
         {
-            auiLocked[roPair.uiFirst] |= 1U << roPair.uiSecond;
-            auiLocked[roPair.uiSecond] |= 1U << roPair.uiFirst;
+            auiLocked[roPair.uiFirst] |= uint64_t{1} << roPair.uiSecond;
+            auiLocked[roPair.uiSecond] |= uint64_t{1} << roPair.uiFirst;
         }
     }
     for (const SGroupChange& roChange :
@@ -117,7 +154,7 @@ void CDirectionWatch::UpdateGroups(const SClockReading& roClock)
                                                                                   : EWatchEventKind::GROUP_ENDED;
         SWatchEvent oEvent = MakeEvent(eKind, static_cast<uint32_t>(std::countr_zero(roChange.oGroup.uiMembers)));
         oEvent.uiGroup = roChange.oGroup.uiGroup;
-        oEvent.uiMembers = roChange.oGroup.uiMembers;
+        oEvent.uiMembers = static_cast<uint32_t>(roChange.oGroup.uiMembers);
         if (roChange.eChange == EGroupChange::ENDED)
         {
             oEvent.flSeconds = static_cast<double>(roClock.uiMonotonicNs - roChange.oGroup.uiSinceNs) * flSecondsPerNs;
@@ -126,7 +163,7 @@ void CDirectionWatch::UpdateGroups(const SClockReading& roClock)
     }
 }
 
-void CDirectionWatch::UpdateReference(const SClockReading& roClock)
+bool CDirectionWatch::ChooseReference(const SClockReading& roClock)
 {
     uint32_t uiRunning = 0;
     for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
@@ -136,11 +173,12 @@ void CDirectionWatch::UpdateReference(const SClockReading& roClock)
     uint32_t uiGrouped = 0;
     for (const SGroupLife& roGroup : m_oGroups.Get())
     {
-        uiGrouped |= roGroup.uiMembers;
+        uiGrouped |= static_cast<uint32_t>(roGroup.uiMembers);
     }
     const int32_t iBefore = m_oReference.Get();
     const bool bChanged =
-        m_oReference.Update(uiRunning, uiGrouped, m_oGroups.GetLargest().uiMembers, roClock.uiMonotonicNs) &&
+        m_oReference.Update(uiRunning, uiGrouped, static_cast<uint32_t>(m_oGroups.GetLargest().uiMembers),
+                            roClock.uiMonotonicNs) &&
         m_oReference.Get() < static_cast<int32_t>(GetCount());
     if (bChanged && iBefore >= 0)
     {
@@ -149,22 +187,66 @@ void CDirectionWatch::UpdateReference(const SClockReading& roClock)
         oEvent.uiAfter = static_cast<uint64_t>(m_oReference.Get());
         m_roContext.oEvents.Add(oEvent, roClock.uiMonotonicNs);
     }
+    return bChanged;
+}
+
+void CDirectionWatch::UpdateReference(const SInstant& roInstant, const SClockReading& roClock,
+                                      const SAgainst& roAgainst)
+{
+    const bool bChanged = !m_oForeign && ChooseReference(roClock);
     std::array<ELockState, uiMaxStreamsPerDirection> aeBefore = {};
     for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
     {
         aeBefore[uiStream] = m_apoStreams[uiStream]->GetFigures().eLock;
+        if (bChanged)
+        {
+            m_aoSlips[uiStream].Forget();
+        }
     }
-    FillReferencePhases();
+    FillReferencePhases(roAgainst);
+    UpdateSlips(roInstant, roClock, roAgainst);
     for (uint32_t uiStream = 0; uiStream < GetCount() && !bChanged; ++uiStream)
     {
         AddLockEvent(uiStream, aeBefore[uiStream], m_apoStreams[uiStream]->GetFigures().eLock, roClock);
     }
 }
 
+void CDirectionWatch::UpdateSlips(const SInstant& roInstant, const SClockReading& roClock, const SAgainst& roAgainst)
+{
+    const auto flElapsed = static_cast<double>(roInstant.iSecond - m_iLastSecond);
+    m_iLastSecond = roInstant.iSecond;
+    const std::optional<SStreamKey> oReference = GetReference();
+    for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
+    {
+        const SPairFigures* poPair = FindPairWithReference(uiStream, roAgainst);
+        if (poPair == nullptr)
+        {
+            continue;
+        }
+        const SStreamPhase& roReference =
+            m_oForeign ? *roAgainst.poReference : m_apoStreams[oReference->uiIndex]->GetPhase();
+        const SSlipScale oScale = PairSlip_GetScale(m_apoStreams[uiStream]->GetPhase(), roReference,
+                                                    PairContext_Make(m_roSettings, poPair->flLineSeconds), flElapsed);
+        const SSlips oSlips = m_aoSlips[uiStream].Take(*poPair, oScale);
+        if (oSlips.iPeriods == 0)
+        {
+            continue;
+        }
+        m_apoStreams[uiStream]->GetFigures().oCounters.uiSlips += oSlips.GetCount();
+        // What goes from an input to an output is dropped when that falls behind, whichever is told of.
+        const bool bSecondFellBehind = oSlips.iPeriods > 0;
+        const bool bIsDropped = m_oForeign ? bSecondFellBehind : bSecondFellBehind == (uiStream == poPair->uiSecond);
+        m_roContext.oEvents.Add(PairSlip_MakeEvent({m_eDirection, uiStream}, *oReference, oSlips,
+                                                   bIsDropped ? ESlip::DROPPED : ESlip::REPEATED, roInstant.uiTick,
+                                                   m_roSettings.uiTickFrequencyHz),
+                                roClock.uiMonotonicNs);
+    }
+}
+
 void CDirectionWatch::AddLockEvent(uint32_t uiStream, ELockState eBefore, ELockState eAfter,
                                    const SClockReading& roClock)
 {
-    if (eBefore == eAfter || static_cast<int32_t>(uiStream) == m_oReference.Get())
+    if (eBefore == eAfter || GetReference() == SStreamKey{m_eDirection, uiStream})
     {
         return;
     }
@@ -187,9 +269,19 @@ const SPairFigures* CDirectionWatch::FindPair(uint32_t uiA, uint32_t uiB) const
     return &m_aoPairs[uiRow + uiSecond - uiFirst - 1];
 }
 
-void CDirectionWatch::FillReferencePhases()
+const SPairFigures* CDirectionWatch::FindPairWithReference(uint32_t uiStream, const SAgainst& roAgainst) const
 {
-    const int32_t iReference = m_oReference.Get();
+    const std::optional<SStreamKey> oReference = GetReference();
+    if (m_oForeign)
+    {
+        return uiStream < roAgainst.apoPairs.size() ? roAgainst.apoPairs[uiStream] : nullptr;
+    }
+    return oReference ? FindPair(oReference->uiIndex, uiStream) : nullptr;
+}
+
+void CDirectionWatch::FillReferencePhases(const SAgainst& roAgainst)
+{
+    const bool bIsOutput = m_eDirection == EStreamDirection::OUTPUT;
     for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
     {
         SStreamFigures& roFigures = m_apoStreams[uiStream]->GetFigures();
@@ -199,11 +291,12 @@ void CDirectionWatch::FillReferencePhases()
         roFigures.oSecondsToThreshold = {};
         roFigures.oSecondsToSlip = {};
         roFigures.eLock = ELockState::IDLE;
-        const bool bHasReference = iReference >= 0 && static_cast<uint32_t>(iReference) < GetCount();
-        const SPairFigures* poPair = bHasReference ? FindPair(static_cast<uint32_t>(iReference), uiStream) : nullptr;
+        const SPairFigures* poPair = FindPairWithReference(uiStream, roAgainst);
         if (poPair != nullptr)
         {
-            const double flSign = uiStream == poPair->uiSecond ? 1.0 : -1.0;
+            // Outputs come second in pairs across.
+            const bool bIsSecond = m_oForeign ? bIsOutput : uiStream == poPair->uiSecond;
+            const double flSign = bIsSecond ? 1.0 : -1.0;
             roFigures.oPhaseSeconds = poPair->oOffsetSeconds;
             roFigures.oPhaseSeconds.flValue *= flSign;
             roFigures.oDriftRatio = poPair->oDriftRatio;
@@ -213,7 +306,7 @@ void CDirectionWatch::FillReferencePhases()
             roFigures.oSecondsToThreshold = poPair->oSecondsToThreshold;
             roFigures.oSecondsToSlip = poPair->oSecondsToSlip;
         }
-        else if (bHasReference && m_apoStreams[uiStream]->GetPhase().bIsKnown)
+        else if (GetReference() && m_apoStreams[uiStream]->GetPhase().bIsKnown)
         {
             // The reference against itself.
             roFigures.flPhaseLineSeconds = roFigures.flLineSeconds;
@@ -233,9 +326,9 @@ void CDirectionWatch::MakeRoom(SDirectionFigures& roFigures) const
 
 void CDirectionWatch::Fill(const SClockReading& roClock, SDirectionFigures& roFigures) const
 {
-    const int32_t iReference = m_oReference.Get();
-    roFigures.bHasReference = iReference >= 0 && static_cast<uint32_t>(iReference) < GetCount();
-    roFigures.uiReference = roFigures.bHasReference ? static_cast<uint32_t>(iReference) : 0;
+    const std::optional<SStreamKey> oReference = GetReference();
+    roFigures.bHasReference = oReference.has_value();
+    roFigures.oReference = oReference.value_or(SStreamKey{m_eDirection, 0});
     roFigures.aoStreams.resize(GetCount());
     for (uint32_t uiStream = 0; uiStream < GetCount(); ++uiStream)
     {
@@ -246,6 +339,7 @@ void CDirectionWatch::Fill(const SClockReading& roClock, SDirectionFigures& roFi
     roFigures.aoGroups.clear();
     for (const SGroupLife& roGroup : m_oGroups.Get())
     {
-        roFigures.aoGroups.push_back({roGroup.uiGroup, roGroup.uiMembers, roClock.GetUtcNs(roGroup.uiSinceNs)});
+        roFigures.aoGroups.push_back(
+            {roGroup.uiGroup, static_cast<uint32_t>(roGroup.uiMembers), roClock.GetUtcNs(roGroup.uiSinceNs)});
     }
 }

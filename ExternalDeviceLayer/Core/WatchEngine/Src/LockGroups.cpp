@@ -7,15 +7,15 @@ namespace
 {
 
 // All that is connected with a stream.
-uint32_t FindConnected(std::span<const uint32_t> auiLocked, uint32_t uiStream)
+uint64_t FindConnected(std::span<const uint64_t> auiLocked, uint32_t uiStream)
 {
-    uint32_t uiMembers = 1U << uiStream;
-    uint32_t uiOpen = uiMembers;
+    uint64_t uiMembers = uint64_t{1} << uiStream;
+    uint64_t uiOpen = uiMembers;
     while (uiOpen != 0)
     {
         const auto uiNext = static_cast<uint32_t>(std::countr_zero(uiOpen));
         uiOpen &= uiOpen - 1;
-        const uint32_t uiNew = auiLocked[uiNext] & ~uiMembers;
+        const uint64_t uiNew = auiLocked[uiNext] & ~uiMembers;
         uiMembers |= uiNew;
         uiOpen |= uiNew;
     }
@@ -23,16 +23,20 @@ uint32_t FindConnected(std::span<const uint32_t> auiLocked, uint32_t uiStream)
 }
 
 // The sets of streams that locked pairs connect; their number.
-size_t FindSets(std::span<const uint32_t> auiLocked, std::span<uint32_t> auiSets)
+size_t FindSets(std::span<const uint64_t> auiLocked, uint64_t uiWithin, std::span<uint64_t> auiSets)
 {
     size_t uiCount = 0;
-    uint32_t uiSeen = 0;
+    uint64_t uiSeen = 0;
     for (uint32_t uiStream = 0; uiStream < auiLocked.size(); ++uiStream)
     {
         if ((uiSeen >> uiStream & 1U) == 0 && auiLocked[uiStream] != 0)
         {
-            auiSets[uiCount] = FindConnected(auiLocked, uiStream);
-            uiSeen |= auiSets[uiCount++];
+            const uint64_t uiSet = FindConnected(auiLocked, uiStream);
+            uiSeen |= uiSet;
+            if (uiWithin == 0 || ((uiSet & uiWithin) != 0 && (uiSet & ~uiWithin) != 0))
+            {
+                auiSets[uiCount++] = uiSet;
+            }
         }
     }
     return uiCount;
@@ -40,7 +44,7 @@ size_t FindSets(std::span<const uint32_t> auiLocked, std::span<uint32_t> auiSets
 
 } // namespace
 
-bool CLockGroups::MatchClosest(std::span<const uint32_t> auiSets, Groups& raoNow, uint32_t& ruiTaken)
+bool CLockGroups::MatchClosest(std::span<const uint64_t> auiSets, Groups& raoNow, uint32_t& ruiTaken)
 {
     size_t uiBestSet = 0;
     size_t uiBestGroup = 0;
@@ -72,13 +76,13 @@ bool CLockGroups::MatchClosest(std::span<const uint32_t> auiSets, Groups& raoNow
     return true;
 }
 
-std::span<const SGroupChange> CLockGroups::Update(std::span<const uint32_t> auiLocked, uint64_t uiNowNs)
+std::span<const SGroupChange> CLockGroups::Update(std::span<const uint64_t> auiLocked, uint64_t uiNowNs)
 {
     m_uiNbOfChanges = 0;
-    std::array<uint32_t, msc_uiMostGroups> auiAllSets = {};
-    const std::span<const uint32_t> auiSets = std::span(auiAllSets).first(FindSets(auiLocked, auiAllSets));
+    std::array<uint64_t, msc_uiMostGroups> auiAllSets = {};
+    const std::span<const uint64_t> auiSets = std::span(auiAllSets).first(FindSets(auiLocked, m_uiWithin, auiAllSets));
     Groups aoNow = {};
-    uint32_t uiTaken = 0; // old groups, as bits
+    uint32_t uiTaken = 0; // old groups, as bits: 32 of them at most
     while (MatchClosest(auiSets, aoNow, uiTaken))
     {
     }

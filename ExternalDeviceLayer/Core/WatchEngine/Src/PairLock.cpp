@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "RateComparison.h"
+
 namespace
 {
 
@@ -14,6 +16,7 @@ constexpr uint32_t uiRelockFactor = 2; // seconds without a drift per second wit
 constexpr uint32_t uiMostRelock = 60;  // seconds
 constexpr double flContradicts = 4.0;  // standard errors between two windows
 constexpr double flLeastShare = 0.35;  // of a window must be there
+constexpr double flNoLine = 1e-6;      // seconds: the threshold in lines where these are not known
 
 struct SDrift
 {
@@ -179,6 +182,28 @@ void FillTimes(SPairFigures& roPair, double flPeriod, double flThreshold)
 
 } // namespace
 
+double RateComparison_GetHz(const VtVideo_VidParam& roTimings)
+{
+    return NominalRate_Choose(roTimings, 0.0).GetHz();
+}
+
+bool RateComparison_AreDifferent(const VtVideo_VidParam& roFirst, const VtVideo_VidParam& roSecond)
+{
+    const SNominalRate oFirst = NominalRate_Choose(roFirst, 0.0);
+    const SNominalRate oSecond = NominalRate_Choose(roSecond, 0.0);
+    // What the clock leaves open is decided by what is measured.
+    return oFirst.IsKnown() && oSecond.IsKnown() && !NominalRate_IsAmbiguous(roFirst) &&
+           !NominalRate_IsAmbiguous(roSecond) && !IsMultiple(oFirst, oSecond) && !IsMultiple(oSecond, oFirst);
+}
+
+SPairContext PairContext_Make(const SWatchSettings& roSettings, double flLineSeconds)
+{
+    const SLockThreshold& roThreshold = roSettings.oThreshold;
+    const double flByLines = roThreshold.flLines * (flLineSeconds > 0.0 ? flLineSeconds : flNoLine);
+    return {roThreshold.flSeconds > 0.0 ? roThreshold.flSeconds : flByLines,
+            static_cast<double>(roSettings.uiTickFrequencyHz), flLineSeconds};
+}
+
 bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
 {
     const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
@@ -195,8 +220,10 @@ bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roS
 void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SPairContext& roContext,
                      SPairFigures& roPair)
 {
+    roPair.flLineSeconds = roContext.flLine;
     const auto Leave = [&roPair](ELockState eLock)
     {
+        roPair.flOffsetLines = 0.0;
         roPair.eLock = eLock;
         roPair.uiSecondsToLock = 0;
         roPair.oOffsetSeconds = {};
@@ -225,6 +252,7 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
     }
     const double flScale = 1.0 / roContext.flTicksPerSecond;
     roPair.oOffsetSeconds = {flOffset * flScale, oDrift.flNowErr * flScale, true};
+    roPair.flOffsetLines = roContext.flLine > 0.0 ? roPair.oOffsetSeconds.flValue / roContext.flLine : 0.0;
     roPair.oDriftRatio = {oDrift.flTicksPerSecond * flScale, oDrift.flErr * flScale, true};
     roPair.eLock = JudgeLock(roPair, roContext.flThreshold);
     FillTimes(roPair, flPeriod * flScale, roContext.flThreshold);

@@ -15,6 +15,7 @@
 #define PAIR_LOCK_H
 
 #include "StreamPhase.h"
+#include "WatchSettings.h"
 #include "WatchSnapshot.h"
 
 // What a pair is judged by, seconds.
@@ -22,14 +23,18 @@ struct SPairContext
 {
     double flThreshold = 0.0;
     double flTicksPerSecond = 1.0;
+    double flLine = 0.0; // that it is told in; 0: not known
 };
+
+/* By settings and the line that a pair is told in. */
+SPairContext PairContext_Make(const SWatchSettings& roSettings, double flLineSeconds);
 
 /* Whether one of both rates is a whole multiple of the other. */
 bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond);
 
 /*
  * Draws the figures of a pair anew, once a second; its state is read for the hysteresis.
- *   roPair  in/out  all but the indexes and lines
+ *   roPair  in/out  all but the indexes
  */
 void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SPairContext& roContext,
                      SPairFigures& roPair);

@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-#include "DirectionWatch.h"
+#include "AcrossPairs.h"
 #include "TaiGrid.h"
 #include "TimeUnits.h"
 
@@ -25,20 +25,39 @@ constexpr uint64_t uiMostBehindNs = 60 * uiSecondNs;
 
 } // namespace
 
+namespace
+{
+
+// A reference that is not there is none.
+SWatchSettings LeaveMissing(SWatchSettings oSettings, const std::array<uint32_t, 2>& rauiCounts)
+{
+    for (std::optional<SStreamKey>& roReference : oSettings.aoReferences)
+    {
+        const bool bIsMissing =
+            roReference && roReference->uiIndex >= rauiCounts[static_cast<size_t>(roReference->eDirection)];
+        roReference = bIsMissing ? std::nullopt : roReference;
+    }
+    return oSettings;
+}
+
+} // namespace
+
 struct SWatchEngineState
 {
     SWatchEngineState(const SWatchSettings& roSettings, uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
-        : oSettings(roSettings),
+        : oSettings(LeaveMissing(roSettings, {uiNbOfInputs, uiNbOfOutputs})),
           oContext(roSettings, uiNbOfInputs, uiNbOfOutputs),
           aoDirections{CDirectionWatch(oContext, oSettings, EStreamDirection::INPUT, uiNbOfInputs),
-                       CDirectionWatch(oContext, oSettings, EStreamDirection::OUTPUT, uiNbOfOutputs)}
+                       CDirectionWatch(oContext, oSettings, EStreamDirection::OUTPUT, uiNbOfOutputs)},
+          oAcross(oContext, oSettings, aoDirections)
     {
     }
 
     SWatchSettings oSettings;
     SWatchContext oContext;
     std::array<CDirectionWatch, 2> aoDirections; // by EStreamDirection
-    SInstant oInstant;                           // the last one
+    CAcrossPairs oAcross;
+    SInstant oInstant; // the last one
     bool bIsToEnd = false;
     uint64_t uiSnapshots = 0;
 };
@@ -220,6 +239,19 @@ void FillTaiPhases(const SWatchEngineState& roEngine, const SClockReading& roClo
     }
 }
 
+// A whole second: what streams are to each other.
+void Compare(SWatchEngineState& roEngine, const SClockReading& roClock)
+{
+    roEngine.oAcross.Update();
+    for (const EStreamDirection eDirection : aeDirections)
+    {
+        CDirectionWatch& roDirection = roEngine.aoDirections[static_cast<size_t>(eDirection)];
+        roDirection.Conclude(roEngine.oInstant, roClock,
+                             roEngine.oAcross.GetAgainst(roDirection.GetReference(), eDirection));
+    }
+    roEngine.oAcross.Conclude(roEngine.oInstant, roClock);
+}
+
 void FillSnapshot(SWatchEngineState& roEngine, const SClockReading& roClock, SWatchSnapshot& roSnapshot)
 {
     roSnapshot.uiNumber = ++roEngine.uiSnapshots;
@@ -233,6 +265,7 @@ void FillSnapshot(SWatchEngineState& roEngine, const SClockReading& roClock, SWa
         roEngine.aoDirections[uiDirection].Fill(roClock, roFigures);
         FillTaiPhases(roEngine, roClock, roFigures);
     }
+    roEngine.oAcross.Fill(roClock, roSnapshot);
 }
 
 } // namespace
@@ -281,6 +314,7 @@ bool CWatchEngine::Analyse(const SClockReading& roClock, SWatchSnapshot& roSnaps
     {
         roEngine.aoDirections[uiDirection].MakeRoom(roSnapshot.aoDirections[uiDirection]);
     }
+    roEngine.oAcross.MakeRoom(roSnapshot);
     if (!roEngine.bIsToEnd && IsDue(roEngine, roClock.uiMonotonicNs))
     {
         UpdateClock(roEngine);
@@ -302,6 +336,10 @@ bool CWatchEngine::Analyse(const SClockReading& roClock, SWatchSnapshot& roSnaps
     for (CDirectionWatch& roDirection : roEngine.aoDirections)
     {
         roDirection.Analyse(roEngine.oInstant, oThen, bIsWholeSecond);
+    }
+    if (bIsWholeSecond)
+    {
+        Compare(roEngine, oThen);
     }
     roContext.oStalls.DropBefore(oThen.uiMonotonicNs - uiStallMemoryNs);
     roContext.oEvents.Flush(oThen, roContext.oClock);

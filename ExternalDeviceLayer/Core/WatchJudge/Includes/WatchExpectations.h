@@ -19,14 +19,18 @@ struct SExpectedMember
 struct SStreamExpectation
 {
     bool bRuns = false;
-    bool bIsFed = false;       // outputs
-    uint32_t uiLockedWith = 0; // bit i: stream i of the direction
+    bool bIsFed = false;         // outputs
+    uint32_t uiLockedWith = 0;   // bit i: stream i of the direction
+    uint32_t uiLockedAcross = 0; // the same of the other direction
     // Fields per second as a ratio; 0: any.
     uint64_t uiRateNumerator = 0;
     uint64_t uiRateDenominator = 1;
     std::vector<SExpectedMember> aoMembers; // of the description
 
-    bool IsTold() const { return bRuns || bIsFed || uiLockedWith != 0 || uiRateNumerator != 0 || !aoMembers.empty(); }
+    bool IsTold() const
+    {
+        return bRuns || bIsFed || (uiLockedWith | uiLockedAcross) != 0 || uiRateNumerator != 0 || !aoMembers.empty();
+    }
 };
 
 struct SJudgeSettings

@@ -50,7 +50,7 @@ enum class EHealthReason : uint8_t
     CADENCE_BROKEN,      // uiBefore, uiAfter: cadences as Cadence_Pack makes them
     BUFFERS_SKIPPED,     // uiCount
     CONSUMER_STALLED,    //
-    LOCK_LOST,           // uiMember: index of a stream that it was in lock with
+    LOCK_LOST,           // uiMember: index of a stream that it was in lock with; uiBefore: 1 of the other direction
     LOCK_DRIFTS,         // likewise
     RATE_OFF,            // flValue: ppm against the nominal rate
     FIELDS_UNOBSERVED,   // uiCount

@@ -273,6 +273,7 @@ SDomainFinding StreamFindings_GetSynchronisation(const SStreamCase& roCase)
         SDomainFinding oFinding = MakeFault(
             roLock.bIsTold, roLock.bDrifts ? EHealthReason::LOCK_DRIFTS : EHealthReason::LOCK_LOST, roLock.iSinceUtcNs);
         oFinding.oReason.uiMember = roLock.uiPeer;
+        oFinding.oReason.uiBefore = roLock.bIsAcross ? 1 : 0;
         return oFinding;
     }
     const SEstimate& roPpm = roFigures.aoRatePpm[static_cast<size_t>(ERateWindow::SECONDS_10)];

@@ -16,6 +16,7 @@ struct SLockFinding
     bool bIsTold = false;
     bool bIsLocked = false;
     uint32_t uiPeer = 0;
+    bool bIsAcross = false; // that is of the other direction
     int64_t iSinceUtcNs = 0;
 };
 

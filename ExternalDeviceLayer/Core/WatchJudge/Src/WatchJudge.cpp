@@ -27,6 +27,7 @@ struct SJudgedStream
     SLockFinding oLock;
     uint32_t uiLockedWith = 0; // bit i: it is in lock with stream i, or was when one of both stopped
     int64_t iLockedUtcNs = 0;  // when it was last in lock
+    int64_t iAcrossUtcNs = 0;  // the same with those of the other direction that were told
     int64_t iSteppedUtcNs = 0; // when its grid last moved
     uint64_t uiBeyondBefore = 0;
     uint64_t uiAwayTold = 0; // fields that the present loss has cost so far
@@ -137,6 +138,29 @@ void TakeLock(SJudgedStream& roStream, uint32_t uiPeer, ELockState eLock, const 
     }
 }
 
+// A stream against one of the other direction: nothing is learned there, for who is in step by chance is no peer.
+void TakeLockAcross(SJudgedStream& roStream, const SStreamExpectation& roTold, const SStreamKey& roPeer,
+                    ELockState eLock, int64_t iInstantUtcNs)
+{
+    if ((roTold.uiLockedAcross >> roPeer.uiIndex & 1U) == 0 || eLock == ELockState::IDLE)
+    {
+        return;
+    }
+    SLockFinding& roLock = roStream.oLock;
+    const bool bDrifts = eLock == ELockState::PASSING;
+    if (eLock == ELockState::LOCKED)
+    {
+        roStream.iAcrossUtcNs = iInstantUtcNs;
+    }
+    else if (!roLock.bIsTold || (roLock.bDrifts && !bDrifts))
+    {
+        roLock.bIsTold = true;
+        roLock.bDrifts = bDrifts;
+        roLock.uiPeer = roPeer.uiIndex;
+        roLock.bIsAcross = true;
+    }
+}
+
 void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiDirection)
 {
     SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
@@ -160,11 +184,19 @@ void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiD
             roSecond.iLockedUtcNs = iInstantUtcNs;
         }
     }
+    for (const SAcrossFigures& roPair : roInput.roSnapshot.aoAcross)
+    {
+        const bool bIsFirst = static_cast<size_t>(roPair.oFirst.eDirection) == uiDirection;
+        const SStreamKey& roKey = bIsFirst ? roPair.oFirst : roPair.oSecond;
+        TakeLockAcross(roDirection.aoStreams[roKey.uiIndex], roJudge.GetTold(uiDirection, roKey.uiIndex),
+                       bIsFirst ? roPair.oSecond : roPair.oFirst, roPair.oPair.eLock, iInstantUtcNs);
+    }
     for (SJudgedStream& roStream : roDirection.aoStreams)
     {
         SLockFinding& roLock = roStream.oLock;
         roLock.bIsMissing = roLock.bIsTold || (roLock.bIsMissing && !roLock.bIsLocked);
-        roLock.iSinceUtcNs = std::max(roStream.iLockedUtcNs, roStream.iSteppedUtcNs);
+        const int64_t iLockedUtcNs = roLock.bIsAcross ? roStream.iAcrossUtcNs : roStream.iLockedUtcNs;
+        roLock.iSinceUtcNs = std::max(iLockedUtcNs, roStream.iSteppedUtcNs);
         roLock.iSinceUtcNs = roLock.iSinceUtcNs != 0 ? roLock.iSinceUtcNs : roInput.roSnapshot.oClock.iUtcNs;
     }
 }

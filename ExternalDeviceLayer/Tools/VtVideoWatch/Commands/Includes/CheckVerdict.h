@@ -28,7 +28,7 @@ struct SFinding
 {
     EVerdict eVerdict = EVerdict::OK;
     const char* szCondition =
-        ""; // "streams", "expect", "lost", "late", "rate", "locked", "skipped", "repeated", a domain of health
+        ""; // "streams", "expect", "lost", "late", "rate", "locked", "path", "skipped", "repeated", a domain of health
     std::string szText;
     std::vector<SStreamKey> aoStreams; // that it is about
 };
@@ -48,6 +48,7 @@ struct SCheckVerdict
     EVerdict eVerdict = EVerdict::UNKNOWN;
     std::vector<SFinding> aoFindings; // the worst first
     std::vector<SPerformance> aoPerformance;
+    std::vector<SAcrossFigures> aoAcross; // pairs across directions that were judged
 };
 
 /* Judges a moment by the conditions of a check. */

@@ -36,7 +36,7 @@ struct SExpectOptions
 {
     std::vector<SStreamKey> aoExpected;
     std::vector<SStreamKey> aoFed;                  // outputs
-    std::vector<std::vector<SStreamKey>> aaoLocked; // each of one direction
+    std::vector<std::vector<SStreamKey>> aaoLocked; // with each other
     std::vector<SExpectedStandard> aoStandards;
     std::string szFile; // empty: none
 };

@@ -17,6 +17,9 @@ std::optional<SLockThreshold> OptionValues_FindThreshold(std::string_view szText
 /* "IN_00,OUT_01": at least one stream. */
 std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view szText);
 
+/* "IN_00,OUT_01": an input and an output, in either order. */
+std::optional<SStreamPath> OptionValues_FindPath(std::string_view szText);
+
 /* "20" for both limits, "5,20" for warning and critical; not negative, in this order. */
 std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText);
 std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText);
@@ -24,6 +27,7 @@ std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText
 /* What is wrong with a text that is none of these; null: nothing that its form does not say. */
 const char* OptionValues_WhyNoThreshold(std::string_view szText);
 const char* OptionValues_WhyNoStreams(std::string_view szText);
+const char* OptionValues_WhyNoPath(std::string_view szText);
 const char* OptionValues_WhyNoLimits(std::string_view szText);
 
 /*

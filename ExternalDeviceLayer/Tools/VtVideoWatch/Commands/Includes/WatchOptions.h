@@ -14,6 +14,7 @@
 #include "LockThreshold.h"
 #include "StreamKey.h"
 #include "WatchServer.h"
+#include "WatchSettings.h"
 
 // Exit statuses; check has those of monitoring plug-ins (CheckVerdict.h).
 constexpr int iExitOk = 0;
@@ -29,7 +30,8 @@ struct SServeOptions
     std::string szJournal; // empty: none
     uint32_t uiKeepDays = 35;
     SLockThreshold oThreshold;
-    std::vector<SStreamKey> aoReferences; // one per direction at most
+    std::vector<SStreamKey> aoReferences; // one per direction at most; a single one is for both
+    std::vector<SStreamPath> aoPaths;
     SExpectOptions oExpect;
     std::string szOnIncident; // a program; empty: none
     uint32_t uiRecorderSeconds = 60;
@@ -55,7 +57,8 @@ struct SCheckOptions
     std::optional<SLimits<uint64_t>> oMostRepeated; // beyond the cadence
     SExpectOptions oExpect;                         // but for the streams and locks, which stand above and below
     std::string szSave;                             // empty: nothing is saved
-    std::vector<std::vector<SStreamKey>> aaoLocked; // each of one direction
+    std::vector<std::vector<SStreamKey>> aaoLocked;
+    std::vector<SStreamPath> aoPaths;
     SLockThreshold oThreshold;
     bool bJson = false;
 };

@@ -184,6 +184,17 @@ private:
                                          " are " + WatchTexts_GetLock(roPair.eLock) + ", expected locked");
             }
         }
+        for (const SAcrossFigures& roPair : m_roPublication.oSnapshot.aoAcross)
+        {
+            const bool bIsFirst = roPair.oFirst == roFigures.oKey;
+            const SStreamKey& roOther = bIsFirst ? roPair.oSecond : roPair.oFirst;
+            if ((bIsFirst || roPair.oSecond == roFigures.oKey) &&
+                (roTold.uiLockedAcross >> roOther.uiIndex & 1U) != 0 && roPair.oPair.eLock != ELockState::LOCKED)
+            {
+                Find(roFigures.oKey, rszId + " and " + StreamId_Print(roOther) + " are " +
+                                         WatchTexts_GetLock(roPair.oPair.eLock) + ", expected locked");
+            }
+        }
     }
 
     const SWatchPublication& m_roPublication;

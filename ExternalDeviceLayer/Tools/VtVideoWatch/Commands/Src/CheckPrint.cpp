@@ -53,7 +53,7 @@ CJson ToJson(const SFinding& roFinding)
     return oJson;
 }
 
-void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
+void AddFigures(CJson& roJson, const SCheckVerdict& roVerdict, const SWatchPublication& roPublication)
 {
     roJson["streams"] = CJson::array();
     roJson["pairs"] = CJson::array();
@@ -67,8 +67,13 @@ void AddFigures(CJson& roJson, const SWatchPublication& roPublication)
         }
         for (const SPairFigures& roPair : roDirection.aoPairs)
         {
-            roJson["pairs"].push_back(WatchJson_FromPair(eDirection, roPair));
+            roJson["pairs"].push_back(
+                WatchJson_FromPair({eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}, roPair));
         }
+    }
+    for (const SAcrossFigures& roPair : roVerdict.aoAcross)
+    {
+        roJson["pairs"].push_back(WatchJson_FromPair(roPair.oFirst, roPair.oSecond, roPair.oPair));
     }
 }
 
@@ -116,6 +121,6 @@ std::string CheckPrint_Json(const SCheckVerdict& roVerdict, const SWatchPublicat
     {
         oJson["conditions"].push_back(ToJson(roFinding));
     }
-    AddFigures(oJson, roPublication);
+    AddFigures(oJson, roVerdict, roPublication);
     return WatchJson_Print(oJson);
 }

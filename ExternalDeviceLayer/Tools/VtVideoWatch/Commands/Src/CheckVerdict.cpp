@@ -81,6 +81,7 @@ private:
     void JudgeLate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeRate(const SStreamFigures& roStream, const std::string& rszId);
     void JudgeLock(const std::vector<SStreamKey>& raoStreams);
+    void JudgePath(const SStreamPath& roPath);
     double GetThreshold(const SPairFigures& roPair) const;
     void JudgePair(const SPairFigures& roPair, const SStreamKey& roFirst, const SStreamKey& roSecond);
     void AddPerformance(const SStreamFigures& roStream, const std::string& rszId);
@@ -111,6 +112,7 @@ SCheckVerdict CJudge::Judge()
     {
         JudgeLock(raoStreams);
     }
+    std::ranges::for_each(m_roOptions.aoPaths, [this](const SStreamPath& roPath) { JudgePath(roPath); });
     Summarise();
     return m_oVerdict;
 }
@@ -239,16 +241,69 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
             Find(EVerdict::CRITICAL, "locked", {roStream}, StreamId_Print(roStream) + " is not there to be in lock");
         }
     }
-    const EStreamDirection eDirection = raoStreams.front().eDirection;
-    for (const SPairFigures& roPair : GetDirection(m_roPublication, eDirection).aoPairs)
+    const auto fnHas = [&raoStreams](const SStreamKey& roStream)
+    { return std::ranges::count(raoStreams, roStream) > 0; };
+    for (const EStreamDirection eDirection : aeDirections)
     {
-        const SStreamKey oFirst = {eDirection, roPair.uiFirst};
-        const SStreamKey oSecond = {eDirection, roPair.uiSecond};
-        if (std::ranges::count(raoStreams, oFirst) > 0 && std::ranges::count(raoStreams, oSecond) > 0)
+        for (const SPairFigures& roPair : GetDirection(m_roPublication, eDirection).aoPairs)
         {
-            JudgePair(roPair, oFirst, oSecond);
+            if (fnHas({eDirection, roPair.uiFirst}) && fnHas({eDirection, roPair.uiSecond}))
+            {
+                JudgePair(roPair, {eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond});
+            }
         }
     }
+    for (const SAcrossFigures& roPair : m_roPublication.oSnapshot.aoAcross)
+    {
+        if (fnHas(roPair.oFirst) && fnHas(roPair.oSecond))
+        {
+            JudgePair(roPair.oPair, roPair.oFirst, roPair.oSecond);
+            m_oVerdict.aoAcross.push_back(roPair);
+        }
+    }
+}
+
+void CJudge::JudgePath(const SStreamPath& roPath)
+{
+    const std::string szInput = StreamId_Print(roPath.oInput);
+    const std::string szOutput = StreamId_Print(roPath.oOutput);
+    const std::vector<SStreamKey> aoBoth = {roPath.oInput, roPath.oOutput};
+    for (const SStreamKey& roStream : aoBoth)
+    {
+        if (FindStream(m_roPublication, roStream) == nullptr)
+        {
+            Find(EVerdict::CRITICAL, "path", {roStream}, "the board has no " + StreamId_Print(roStream));
+            return;
+        }
+    }
+    const std::vector<SPathFigures>& raoPaths = m_roPublication.oSnapshot.aoPaths;
+    const auto itPath =
+        std::ranges::find_if(raoPaths, [&roPath](const SPathFigures& roFigures)
+                             { return roFigures.oInput == roPath.oInput && roFigures.oOutput == roPath.oOutput; });
+    const bool bIsKnown = itPath != raoPaths.end() && itPath->bIsKnown;
+    if (!bIsKnown && itPath != raoPaths.end() && itPath->eLock == ELockState::DIFFERENT)
+    {
+        Find(EVerdict::CRITICAL, "path", aoBoth, szInput + " and " + szOutput + " run at different rates");
+        return;
+    }
+    if (!bIsKnown)
+    {
+        Find(EVerdict::UNKNOWN, "path", aoBoth,
+             "too little is known yet of the path from " + szInput + " to " + szOutput);
+        return;
+    }
+    Find(EVerdict::OK, "path", aoBoth,
+         TextFormat_Print("%s reaches %s after %.3f to %.3f ms at the least, without the application's own time",
+                          szInput.c_str(), szOutput.c_str(), itPath->flLeastSeconds * 1e3,
+                          itPath->flMostSeconds * 1e3));
+    const auto fnAdd = [&](const char* szWhat, double flSeconds)
+    {
+        m_oVerdict.aoPerformance.push_back(
+            {szInput + "_" + szOutput + szWhat, TextFormat_Print("%.9fs", flSeconds), "", "", "0"});
+    };
+    fnAdd("_delay_least", itPath->flLeastSeconds);
+    fnAdd("_delay", itPath->flMeanSeconds);
+    fnAdd("_delay_most", itPath->flMostSeconds);
 }
 
 // In seconds.

@@ -68,6 +68,12 @@ void ExpectStandard(SStreamExpectation& roTold, const SStandard& roStandard)
     roTold.aoMembers.push_back({EDescriptionMember::INTERLACED, roStandard.bInterlaced ? 1ULL : 0ULL});
 }
 
+void ExpectLock(SStreamExpectation& roTold, const SStreamKey& roKey, const SStreamKey& roOther)
+{
+    uint32_t& ruiWith = roOther.eDirection == roKey.eDirection ? roTold.uiLockedWith : roTold.uiLockedAcross;
+    ruiWith |= roOther == roKey ? 0U : 1U << roOther.uiIndex;
+}
+
 bool IsOfSort(const CJson& roJson, const char* szKey, CJson::value_t eSort)
 {
     return !roJson.contains(szKey) || roJson[szKey].type() == eSort;
@@ -137,11 +143,11 @@ CFault ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpecta
     for (const CJson& roOther : roStream.value("locked", CJson::array()))
     {
         const auto oOther = StreamId_Find(roOther.is_string() ? roOther.get<std::string>() : "");
-        if (!oOther || oOther->eDirection != roKey.eDirection || oOther->uiIndex == roKey.uiIndex)
+        if (!oOther || *oOther == roKey)
         {
-            return CFault("'locked': expected other streams of the same direction");
+            return CFault("'locked': expected other streams");
         }
-        roTold.uiLockedWith |= 1U << oOther->uiIndex;
+        ExpectLock(roTold, roKey, *oOther);
     }
     if (roStream.contains("standard"))
     {
@@ -278,7 +284,7 @@ CFault Expectations_Read(const SExpectOptions& roOptions, SJudgeSettings& roSett
         {
             for (const SStreamKey& roOther : raoLocked)
             {
-                Expectations_Get(roSettings, roKey).uiLockedWith |= roOther == roKey ? 0U : 1U << roOther.uiIndex;
+                ExpectLock(Expectations_Get(roSettings, roKey), roKey, roOther);
             }
         }
     }

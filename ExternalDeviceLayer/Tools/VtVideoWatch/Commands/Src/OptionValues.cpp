@@ -96,6 +96,18 @@ std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view
     return aoStreams;
 }
 
+std::optional<SStreamPath> OptionValues_FindPath(std::string_view szText)
+{
+    const std::optional<std::vector<SStreamKey>> oStreams = OptionValues_FindStreams(szText);
+    if (!oStreams || oStreams->size() != 2 || oStreams->front().eDirection == oStreams->back().eDirection)
+    {
+        return std::nullopt;
+    }
+    const bool bInputIsFirst = oStreams->front().eDirection == EStreamDirection::INPUT;
+    return bInputIsFirst ? SStreamPath{oStreams->front(), oStreams->back()}
+                         : SStreamPath{oStreams->back(), oStreams->front()};
+}
+
 std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText)
 {
     std::vector<double> aflLimits;
@@ -137,6 +149,11 @@ const char* OptionValues_WhyNoStreams(std::string_view szText)
         }
     }
     return nullptr;
+}
+
+const char* OptionValues_WhyNoPath(std::string_view szText)
+{
+    return OptionValues_FindStreams(szText) ? "not one input and one output" : OptionValues_WhyNoStreams(szText);
 }
 
 const char* OptionValues_WhyNoLimits(std::string_view szText)

@@ -13,12 +13,14 @@
 #include "IncidentDelivery.h"
 #include "Memory.h"
 #include "Notice.h"
+#include "RateComparison.h"
 #include "RecordingKeeper.h"
 #include "ServiceNotice.h"
 #include "SignalWatch.h"
 #include "StoreReader.h"
 #include "StoreWriter.h"
 #include "StreamId.h"
+#include "TextFormat.h"
 #include "WatchClocks.h"
 #include "WatchData.h"
 #include "WatchJson.h"
@@ -66,6 +68,30 @@ CFault CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun)
     return {};
 }
 
+// What one watches now may change: rates that do not compare are a fault only at the start.
+CFault CheckPaths(const SServeOptions& roOptions, const SServeRun& roRun)
+{
+    for (const SStreamPath& roPath : roOptions.aoPaths)
+    {
+        for (const SStreamKey& roStream : {roPath.oInput, roPath.oOutput})
+        {
+            if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
+            {
+                return CFault("--path: the board has no " + StreamId_Print(roStream));
+            }
+        }
+        const VtVideo_VidParam oInput = roRun.oSession.ReadTimings(roPath.oInput);
+        const VtVideo_VidParam oOutput = roRun.oSession.ReadTimings(roPath.oOutput);
+        if (RateComparison_AreDifferent(oInput, oOutput))
+        {
+            return CFault(TextFormat_Print("--path: %s at %.6g Hz and %s at %.6g Hz do not compare",
+                                           StreamId_Print(roPath.oInput).c_str(), RateComparison_GetHz(oInput),
+                                           StreamId_Print(roPath.oOutput).c_str(), RateComparison_GetHz(oOutput)));
+        }
+    }
+    return {};
+}
+
 std::unique_ptr<CRecordingKeeper> MakeKeeper(const SServeOptions& roOptions, SServeRun& roRun)
 {
     SRecordingKeeperSetup oSetup;
@@ -101,7 +127,8 @@ CFault Open(const SServeOptions& roOptions, SServeRun& roRun, int64_t iNowUtcNs)
         oFault = roRun.poKeeper->Open();
     }
     oFault = oFault ? oFault : roRun.oSession.Open(roOptions.oBoard);
-    return oFault ? oFault : CheckReferences(roOptions, roRun);
+    oFault = oFault ? oFault : CheckReferences(roOptions, roRun);
+    return oFault ? oFault : CheckPaths(roOptions, roRun);
 }
 
 SWatchSettings MakeSettings(const SServeOptions& roOptions)
@@ -110,10 +137,17 @@ SWatchSettings MakeSettings(const SServeOptions& roOptions)
     oSettings.oThreshold = roOptions.oThreshold;
     for (const SStreamKey& roStream : roOptions.aoReferences)
     {
-        int32_t& riReference =
-            roStream.eDirection == EStreamDirection::INPUT ? oSettings.iReferenceInput : oSettings.iReferenceOutput;
-        riReference = static_cast<int32_t>(roStream.uiIndex);
+        oSettings.aoReferences[static_cast<size_t>(roStream.eDirection)] = roStream;
     }
+    // A single one is for both.
+    for (std::optional<SStreamKey>& roReference : oSettings.aoReferences)
+    {
+        if (!roReference && !roOptions.aoReferences.empty())
+        {
+            roReference = roOptions.aoReferences.front();
+        }
+    }
+    oSettings.aoPaths = roOptions.aoPaths;
     return oSettings;
 }
 

@@ -76,6 +76,16 @@ void AddExpectations(CLI::App& roApp, SExpectOptions& roExpect)
         ->type_name("FILE");
 }
 
+void AddPaths(CLI::App& roApp, std::vector<SStreamPath>& raoPaths)
+{
+    AddValue(
+        roApp, "--path", "IN_00,OUT_00",
+        "an output that an application feeds from an input, for the delay between both; may be repeated",
+        OptionValues_FindPath, [&raoPaths](const SStreamPath& roPath) { raoPaths.push_back(roPath); },
+        OptionValues_WhyNoPath)
+        ->take_all();
+}
+
 void AddRecordings(CLI::App& roApp, SServeOptions& roServe)
 {
     roApp.add_option("--recorder", roServe.uiRecorderSeconds, "how far back every field is remembered; 0: none is")
@@ -132,8 +142,8 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
     AddKeeping(roApp, roServe);
     AddThreshold(roApp, roServe.oThreshold);
     AddValue(
-        roApp, "--reference", "IN_00,OUT_00", "streams that phases are told against, one per direction (chosen)",
-        OptionValues_FindStreams,
+        roApp, "--reference", "IN_00,OUT_00",
+        "stream that phases are told against, or one per direction (chosen per direction)", OptionValues_FindStreams,
         [&roServe](const std::vector<SStreamKey>& raoStreams)
         { roServe.aoReferences.insert(roServe.aoReferences.end(), raoStreams.begin(), raoStreams.end()); },
         OptionValues_WhyNoStreams)
@@ -150,6 +160,7 @@ void AddServe(CLI::App& roApp, SServeOptions& roServe)
              OptionValues_FindStreams,
              [&roServe](const std::vector<SStreamKey>& raoStreams) { roServe.oExpect.aaoLocked.push_back(raoStreams); })
         ->take_all();
+    AddPaths(roApp, roServe.aoPaths);
     AddExpectations(roApp, roServe.oExpect);
     roApp
         .add_option("--on-incident", roServe.szOnIncident,
@@ -192,6 +203,7 @@ void AddCheck(CLI::App& roApp, SCheckOptions& roCheck)
     AddValue(roApp, "--most-repeated", "[WARN,]CRIT", "most fields of an output that repeat beyond its cadence",
              OptionValues_FindCounts,
              [&roCheck](const SLimits<uint64_t>& roLimits) { roCheck.oMostRepeated = roLimits; });
+    AddPaths(roApp, roCheck.aoPaths);
     AddExpectations(roApp, roCheck.oExpect);
     roApp.add_option("--save", roCheck.szSave, "write what is there now to this file, for --expect-file")
         ->type_name("FILE");
@@ -281,15 +293,19 @@ CFault CheckLocked(const std::vector<std::vector<SStreamKey>>& raaoLocked)
         {
             return CFault("--locked: a stream is named twice");
         }
-        for (const SStreamKey& roStream : raoStreams)
+        if (raoStreams.size() < 2)
         {
-            if (raoStreams.size() < 2 || roStream.eDirection != raoStreams.front().eDirection)
-            {
-                return CFault("--locked: at least two streams of one direction");
-            }
+            return CFault("--locked: at least two streams");
         }
     }
     return {};
+}
+
+CFault CheckPaths(const std::vector<SStreamPath>& raoPaths)
+{
+    const bool bHasTwins = std::ranges::any_of(raoPaths, [&raoPaths](const SStreamPath& roPath)
+                                               { return std::ranges::count(raoPaths, roPath) > 1; });
+    return bHasTwins ? CFault("--path: a path is named twice") : CFault();
 }
 
 // What the library does not look at: values that depend on each other.
@@ -308,8 +324,9 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
         return CFault("--expect: a stream is named twice");
     }
     const SServeOptions& roServe = roOptions.oServe;
-    for (const CFault& roFault : {CheckFed(roServe.oExpect), CheckFed(roOptions.oCheck.oExpect),
-                                  CheckLocked(roOptions.oCheck.aaoLocked), CheckLocked(roServe.oExpect.aaoLocked)})
+    for (const CFault& roFault :
+         {CheckFed(roServe.oExpect), CheckFed(roOptions.oCheck.oExpect), CheckLocked(roOptions.oCheck.aaoLocked),
+          CheckLocked(roServe.oExpect.aaoLocked), CheckPaths(roOptions.oCheck.aoPaths), CheckPaths(roServe.aoPaths)})
     {
         if (roFault)
         {

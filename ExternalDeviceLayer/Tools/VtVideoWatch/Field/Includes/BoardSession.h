@@ -45,6 +45,9 @@ public:
     /* Loads the SDK, opens the chip and counts its streams. */
     CFault Open(const SBoardOptions& roOptions);
 
+    /* What a stream's timings are now; all 0 without a signal. A call to the board, which may block. */
+    VtVideo_VidParam ReadTimings(const SStreamKey& roKey) const;
+
     /* Starts the thread of every stream. */
     CFault Start();
 

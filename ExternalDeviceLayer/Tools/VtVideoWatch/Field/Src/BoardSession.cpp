@@ -6,6 +6,7 @@
 #include "BoardLibrary.h"
 #include "StreamCounts.h"
 #include "StreamId.h"
+#include "StreamPort.h"
 
 namespace
 {
@@ -78,6 +79,17 @@ CFault CBoardSession::CountStreams()
         }
     }
     return {};
+}
+
+VtVideo_VidParam CBoardSession::ReadTimings(const SStreamKey& roKey) const
+{
+    CStreamPort oPort(m_poSetup->hDev, roKey);
+    SDescriptionRecord oRecord = {};
+    if (oPort.Open())
+    {
+        oPort.Describe(oRecord);
+    }
+    return oRecord.oDescription.oTimings;
 }
 
 CFault CBoardSession::Start()

@@ -38,6 +38,7 @@ struct SEventKind
     bool bIsOfGroup = false; // it has a lock group and members
     EEventValues eValues = EEventValues::NONE;
     bool bIsOfIncident = false; // it has an incident and its domain
+    bool bIsOfPair = false;     // it is told against another stream, and has what became of a picture
 };
 
 // By EWatchEventKind.
@@ -74,6 +75,7 @@ constexpr std::array<SEventKind, static_cast<size_t>(EWatchEventKind::COUNT)> ao
     {.eKind = EWatchEventKind::INCIDENT_BEGAN, .szName = "incident_began", .bIsOfIncident = true},
     {.eKind = EWatchEventKind::INCIDENT_ENDED, .szName = "incident_ended", .bHasSeconds = true, .bIsOfIncident = true},
     {.eKind = EWatchEventKind::COUNTER_FORWARD, .szName = "counter_forward", .eValues = EEventValues::NUMBER},
+    {.eKind = EWatchEventKind::SLIPPED, .szName = "slipped", .bHasCount = true, .bIsOfPair = true},
 }};
 static_assert(std::ranges::all_of(aoEventKinds, [](const SEventKind& roKind)
                                   { return &roKind == &aoEventKinds[static_cast<size_t>(roKind.eKind)]; }));

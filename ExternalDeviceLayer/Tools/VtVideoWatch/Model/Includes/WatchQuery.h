@@ -46,7 +46,10 @@ bool WatchQuery_Fits(const SIncident& roIncident, const SIncidentQuery& roQuery)
 /* Whether a point begins in the range that is asked for. */
 bool WatchQuery_Fits(const SHistoryPoint& roPoint, const SHistoryQuery& roQuery);
 
-/* Whether an event fits: its moment, number, kind and stream; one of a lock group fits by any of its members. */
+/*
+ * Whether an event fits: its moment, number, kind and stream; one of a lock group fits by any of its members, one of a
+ * pair by either stream.
+ */
 bool WatchQuery_Fits(const SWatchEvent& roEvent, const SEventQuery& roQuery);
 
 #endif

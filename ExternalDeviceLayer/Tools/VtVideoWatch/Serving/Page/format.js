@@ -131,18 +131,31 @@ function wholeDuration(seconds) {
 
 const steps = [1, 2, 5, 10, 20, 30, 60, 120, 300, 600, 1200, 1800, 3600, 7200, 10800, 21600, 43200, 86400, 432000];
 
+// Seconds to come, as exactly as they are known.
+function roundTime(seconds, error) {
+  const doubt = Math.max(isNumber(error) ? error : 0, seconds / 200, 0.5);
+  const step = steps.find((one) => one >= doubt) ?? 86400 * 30;
+  return { rounded: Math.round(seconds / step) * step, step, isRough: doubt > seconds / 100 };
+}
+
 // When something will be, as exactly as is known: "in about 10 min", and never digits that the error does not bear out.
 export function countdown(seconds, error) {
   if (!isNumber(seconds) || seconds < 0) {
     return dash;
   }
-  const doubt = Math.max(isNumber(error) ? error : 0, seconds / 200, 0.5);
-  const step = steps.find((one) => one >= doubt) ?? 86400 * 30;
-  const rounded = Math.round(seconds / step) * step;
-  if (rounded === 0) {
-    return `within ${wholeDuration(step)}`;
+  const { rounded, step, isRough } = roundTime(seconds, error);
+  return rounded === 0 ? `within ${wholeDuration(step)}` : `in ${isRough ? "about " : ""}${wholeDuration(rounded)}`;
+}
+
+// How often something is, likewise: "every 12 min".
+export function period(seconds, error) {
+  if (!isNumber(seconds) || seconds <= 0) {
+    return dash;
   }
-  return `in ${doubt > seconds / 100 ? "about " : ""}${wholeDuration(rounded)}`;
+  const { rounded, step, isRough } = roundTime(seconds, error);
+  return rounded === 0
+    ? `more than once in ${wholeDuration(step)}`
+    : `${isRough ? "about " : ""}every ${wholeDuration(rounded)}`;
 }
 
 export function age(sinceMs, nowMs) {

@@ -1,9 +1,10 @@
-// All pairs: a matrix per direction, a letter and a colour per state, the offset at the pointer or the keys' focus.
+// All pairs: a matrix per direction, and one of inputs against outputs, a letter and a colour per state, the offset at the pointer or the keys' focus.
 import { addressOf } from "./address.js";
 import { askPairs, poll } from "./api.js";
 import { element, setAttribute, setText } from "./dom.js";
 import * as format from "./format.js";
 import { directions, directionTitles } from "./model.js";
+import { forecast } from "./words.js";
 
 const states = {
   locked: ["L", "locked: within the threshold, and staying there"],
@@ -21,7 +22,7 @@ function inBlocks(streams, groups) {
 }
 
 // What is known of a pair, for whoever reads along the row of one of both.
-function pairText(pair, row, column) {
+function pairText(pair, row, column, nowMs) {
   const sign = pair.first === row.id ? 1 : -1;
   const parts = [`${format.label(column)} against ${format.label(row)}: ${states[pair.lock][1]}`];
   if (pair.offset) {
@@ -37,25 +38,30 @@ function pairText(pair, row, column) {
   if (pair.seconds_to_slip !== null) {
     parts.push(`a field slipped ${format.countdown(pair.seconds_to_slip, pair.seconds_to_slip_stderr)}`);
   }
+  const slips = forecast(pair, nowMs);
+  if (slips) {
+    parts.push(slips);
+  }
   return parts.join("; ");
 }
 
 const steps = { ArrowRight: [0, 1], ArrowLeft: [0, -1], ArrowDown: [1, 0], ArrowUp: [-1, 0] };
 
 // Arrow keys walk over the matrix, as in any grid.
-function moveFocus(event, ids, cells) {
+function moveFocus(event, rowIds, columnIds, cells) {
   const step = steps[event.key];
   const from = [...cells].find(([, td]) => td === event.target);
   if (!step || !from) {
     return;
   }
   event.preventDefault();
-  let [row, column] = from[0].split(" ").map((id) => ids.indexOf(id));
+  const [rowId, columnId] = from[0].split(" ");
+  let [row, column] = [rowIds.indexOf(rowId), columnIds.indexOf(columnId)];
   do {
     row += step[0];
     column += step[1];
-  } while (row === column);
-  const td = cells.get(`${ids[row]} ${ids[column]}`);
+  } while (rowIds[row] && rowIds[row] === columnIds[column]);
+  const td = cells.get(`${rowIds[row]} ${columnIds[column]}`);
   if (td) {
     event.target.setAttribute("tabindex", "-1");
     td.setAttribute("tabindex", "0");
@@ -80,17 +86,17 @@ function makeRow(stream, streams, cells) {
   return element("tr", { role: "row" }, head, ...tds);
 }
 
-function makeMatrix(direction, streams, say) {
+function makeMatrix(title, rows, columns, say) {
   const cells = new Map(); // "row column" -> td
-  const ids = streams.map((stream) => stream.id);
-  const heads = streams.map((stream) =>
+  const [rowIds, columnIds] = [rows, columns].map((streams) => streams.map((stream) => stream.id));
+  const heads = columns.map((stream) =>
     element("th", { scope: "col", title: format.label(stream) }, stream.id.slice(-2)),
   );
   const table = element(
     "table",
-    { class: "matrix", role: "grid", "aria-label": `${directionTitles[direction]}: every pair` },
+    { class: "matrix", role: "grid", "aria-label": `${title}: every pair` },
     element("thead", {}, element("tr", { role: "row" }, element("td", { class: "self" }), ...heads)),
-    element("tbody", {}, ...streams.map((stream) => makeRow(stream, streams, cells))),
+    element("tbody", {}, ...rows.map((stream) => makeRow(stream, columns, cells))),
   );
   const tell = (event) => {
     const td = event.target.closest("td[tabindex]");
@@ -100,16 +106,17 @@ function makeMatrix(direction, streams, say) {
   };
   table.addEventListener("pointerover", tell);
   table.addEventListener("focusin", tell);
-  table.addEventListener("keydown", (event) => moveFocus(event, ids, cells));
-  cells.get(`${ids[0]} ${ids[1]}`)?.setAttribute("tabindex", "0");
+  table.addEventListener("keydown", (event) => moveFocus(event, rowIds, columnIds, cells));
+  const first = columnIds.find((id) => id !== rowIds[0]);
+  cells.get(`${rowIds[0]} ${first}`)?.setAttribute("tabindex", "0");
   return { table, cells };
 }
 
-function showCell(td, pair, row, column, groups) {
+function showCell(td, pair, row, column, { groups, nowMs }) {
   const isGrouped = groups.some((group) => group.members.includes(row.id) && group.members.includes(column.id));
   setText(td, states[pair.lock][0]);
   setAttribute(td, "class", `cell-${pair.lock}${isGrouped ? " in-group" : ""}`);
-  td.dataset.text = pairText(pair, row, column);
+  td.dataset.text = pairText(pair, row, column, nowMs);
   setAttribute(td, "title", td.dataset.text);
   setAttribute(td, "aria-label", td.dataset.text);
 }
@@ -125,30 +132,35 @@ function showGroups(list, groups, labelOf) {
   }
 }
 
-// One direction's matrix; it is made anew when the order of the streams changes.
-function makeDirection(direction, say) {
+// One matrix; it is made anew when the order of the streams changes. Of a direction, rows and columns are the same.
+function makeSection(title, say) {
   const root = element("section");
   const list = element("ul", { class: "groups" });
   let key = "";
   let cells = null;
   return {
     root,
-    show({ pairs, groups }, streams) {
-      const ordered = inBlocks(streams, groups);
-      const byId = new Map(streams.map((stream) => [stream.id, stream]));
-      const orderedKey = ordered.map(format.label).join();
+    show({ pairs, groups = [] }, rowStreams, columnStreams, nowMs) {
+      const [rows, columns] = [rowStreams, columnStreams].map((streams) => inBlocks(streams, groups));
+      const byId = new Map([...rows, ...columns].map((stream) => [stream.id, stream]));
+      const orderedKey = [...rows, ...columns].map(format.label).join();
       if (key !== orderedKey) {
         key = orderedKey;
-        const made = makeMatrix(direction, ordered, say);
+        const made = makeMatrix(title, rows, columns, say);
         cells = made.cells;
         const scroll = element("div", { class: "matrix-scroll" }, made.table);
-        root.replaceChildren(element("h2", {}, directionTitles[direction]), scroll, list);
+        root.replaceChildren(element("h2", {}, title), scroll, list);
       }
       for (const pair of pairs) {
         const [first, second] = [byId.get(pair.first), byId.get(pair.second)];
-        if (first && second) {
-          showCell(cells.get(`${first.id} ${second.id}`), pair, first, second, groups);
-          showCell(cells.get(`${second.id} ${first.id}`), pair, second, first, groups);
+        for (const [row, column] of [
+          [first, second],
+          [second, first],
+        ]) {
+          const td = cells.get(`${row?.id} ${column?.id}`);
+          if (td) {
+            showCell(td, pair, row, column, { groups, nowMs });
+          }
         }
       }
       showGroups(list, groups, (id) => (byId.has(id) ? format.label(byId.get(id)) : id));
@@ -171,10 +183,13 @@ export function makePairsView() {
     { class: "panel", role: "status", "aria-live": "polite" },
     "Point at a pair, or walk there with the arrow keys.",
   );
+  const say = (text) => setText(reading, text);
   const shown = Object.fromEntries(
-    directions.map((direction) => [direction, makeDirection(direction, (text) => setText(reading, text))]),
+    directions.map((direction) => [direction, makeSection(directionTitles[direction], say)]),
   );
-  const views = element("div", { class: "pair-views" }, ...directions.map((direction) => shown[direction].root));
+  const across = makeSection("Inputs against outputs", say);
+  const sections = [...directions.map((direction) => shown[direction]), across];
+  const views = element("div", { class: "pair-views" }, ...sections.map((section) => section.root));
   let poller = null;
   let model = null;
 
@@ -183,8 +198,12 @@ export function makePairsView() {
     for (const direction of directions) {
       const { streams } = model.directions[direction];
       if (streams.length > 1) {
-        shown[direction].show(json.directions[direction], streams);
+        shown[direction].show(json.directions[direction], streams, streams, model.ms);
       }
+    }
+    const [inputs, outputs] = directions.map((direction) => model.directions[direction].streams);
+    if (json.across && inputs.length > 0 && outputs.length > 0) {
+      across.show(json.across, inputs, outputs, model.ms);
     }
   }
 

@@ -1,6 +1,6 @@
 // One stream, opened: what it does in words, its phase and rate over time, its intervals, its facts.
 import { addressOf } from "./address.js";
-import { askStreams, poll } from "./api.js";
+import { askPairs, askStreams, poll } from "./api.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
 import { faultOf, faultText, healthFacts, strip as stripOf } from "./health.js";
 import { makeFieldsPanel } from "./fields-panel.js";
@@ -8,7 +8,7 @@ import { makeHistogram } from "./histogram.js";
 import { makeQueueGauge } from "./queue-gauge.js";
 import { CStreamCharts } from "./stream-charts.js";
 import { makeFacts, measuredFacts, pacingFacts, signalFacts } from "./stream-facts.js";
-import { movement } from "./words.js";
+import { acrossText, movement } from "./words.js";
 
 function makePanel(title, ...children) {
   return element("section", { class: "panel" }, element("h3", {}, title), ...children);
@@ -19,6 +19,7 @@ function makeHead(id) {
   const word = element("strong");
   const name = element("span", { class: "quiet" });
   const sentence = element("p", { class: "sentence" });
+  const across = element("p", { class: "sentence across" });
   const back = element("a", { "data-state": "" }, "← All streams");
   const root = element(
     "div",
@@ -28,6 +29,7 @@ function makeHead(id) {
     element("span", {}, mark, " ", word),
     back,
     sentence,
+    across,
   );
   return {
     root,
@@ -41,6 +43,9 @@ function makeHead(id) {
       const fault = faultOf(stream);
       const more = fault ? ` ${faultText(fault, nowMs)}.` : "";
       setText(sentence, `${id} ${movement(stream, compared, nowMs)}.${more}`);
+    },
+    showAcross(pairs, nowMs) {
+      setText(across, acrossText(id, pairs, nowMs));
     },
   };
 }
@@ -81,6 +86,7 @@ function makeSide(id) {
 }
 
 const factsEveryMs = 2000;
+const pairsEveryMs = 10000; // what they foretell changes slowly
 
 export function makeStreamView(id) {
   const head = makeHead(id);
@@ -89,6 +95,8 @@ export function makeStreamView(id) {
   const fields = makeFieldsPanel(id);
   const root = element("div", { class: "stream-view" }, head.root, charts.root, side.root, fields.root);
   let poller = null;
+  let pairsPoller = null;
+  let pairs = null;
   let shown = null;
   return {
     root,
@@ -98,16 +106,25 @@ export function makeStreamView(id) {
         root.replaceChildren(element("p", { class: "message" }, `There is no stream ${id} on this board.`));
         return;
       }
-      shown = { stream, compared: context.compared.get(stream) };
-      head.show(stream, shown.compared, context.model.ms);
+      shown = { stream, compared: context.compared.get(stream), ms: context.model.ms };
+      head.show(stream, shown.compared, shown.ms);
+      head.showAcross(pairs, shown.ms);
       charts.show(context);
       poller ??= poll(
         () => factsEveryMs,
         (signal) => side.fetchAndShow(signal, shown.stream, shown.compared),
       );
+      pairsPoller ??= poll(
+        () => pairsEveryMs,
+        async (signal) => {
+          pairs = await askPairs(signal);
+          head.showAcross(pairs, shown.ms);
+        },
+      );
     },
     close() {
       poller?.stop();
+      pairsPoller?.stop();
       charts.close();
       fields.close();
     },

@@ -34,6 +34,7 @@ const eventWords = {
   description_changed: "Description",
   incident_began: "Incident began",
   incident_ended: "Incident ended",
+  slipped: "Slipped",
 };
 
 export const eventKinds = Object.keys(eventWords);
@@ -68,6 +69,7 @@ const eventClasses = {
   description_changed: "passing",
   incident_began: "free",
   incident_ended: "locked",
+  slipped: "free",
 };
 
 export function eventClass(event) {
@@ -92,6 +94,7 @@ const details = {
     `${event.member?.replaceAll("_", " ")}: ${valueText(event, event.before)} → ${valueText(event, event.after)}`,
   incident_began: (event) => `number ${event.incident}, ${event.domain}`,
   incident_ended: (event) => `number ${event.incident}, ${event.domain}, after ${format.duration(event.seconds)}`,
+  slipped: (event) => `${format.counted(event.count, "picture")} ${event.picture} against ${event.against}`,
   phase_stepped: (event) => `by ${format.span(event.seconds)}`,
   group_ended: (event) => `${event.members?.join(", ")}, after ${format.duration(event.seconds)}`,
 };
@@ -172,4 +175,50 @@ export function movement(stream, compared, nowMs) {
     default:
       return motion(compared);
   }
+}
+
+// "drops one picture every 12 min; the next in about 3 min": what a pair across directions does to pictures that go from
+// its input to its output; null where nothing slips.
+export function forecast({ slip, drift }, nowMs) {
+  if (!slip || !drift) {
+    return null;
+  }
+  const next = (Date.parse(slip.next_utc) - nowMs) / 1000;
+  const does = drift.ratio > 0 ? "drops" : "repeats";
+  return `${does} one picture ${format.period(slip.every_seconds, slip.every_stderr)}; the next ${format.countdown(Math.max(0, next), slip.next_stderr_seconds)}`;
+}
+
+const nearness = ["locked", "passing", "free"];
+
+// The pair with a stream of the other direction that says most: one of a path that was told, otherwise the one that is
+// nearest to being in step.
+export function nearestAcross(id, json) {
+  const isOf = ({ first, second }) => first === id || second === id;
+  const mine = (json?.across?.pairs ?? []).filter((pair) => isOf(pair) && nearness.includes(pair.lock));
+  const path = (json?.paths ?? []).find(({ input, output }) => input === id || output === id) ?? null;
+  const told = mine.find(({ first, second }) => first === path?.input && second === path?.output);
+  const rank = (pair) => nearness.indexOf(pair.lock) + Math.min(0.9, Math.abs(pair.offset?.seconds ?? 0.9));
+  const nearest = mine.reduce((best, pair) => (best === null || rank(pair) < rank(best) ? pair : best), null);
+  return { pair: told ?? nearest, path };
+}
+
+const span = (seconds) => format.span(seconds, false);
+
+// A stream against the other direction in sentences; empty where nothing compares.
+export function acrossText(id, json, nowMs) {
+  const { pair, path } = nearestAcross(id, json);
+  const sentences = [];
+  if (pair) {
+    const other = pair.first === id ? pair.second : pair.first;
+    const slips = forecast(pair, nowMs);
+    const still = pair.lock === "locked" ? "is in step" : "is where it was, and does not drift";
+    sentences.push(`Against ${other} it ${slips ?? still}.`);
+  }
+  if (path?.delay) {
+    const { least_seconds: least, most_seconds: most } = path.delay;
+    sentences.push(
+      `From ${path.input} to ${path.output} a picture takes ${span(least)} to ${span(most)}, without the time that the application takes.`,
+    );
+  }
+  return sentences.join(" ");
 }

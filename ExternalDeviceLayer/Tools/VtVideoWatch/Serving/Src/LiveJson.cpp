@@ -123,7 +123,7 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
         oJson["health"] = FromHealth(roStream.oKey.eDirection, roHealth);
         return oJson;
     };
-    return {{"reference", WatchJson_FromReference(eDirection, roFigures)},
+    return {{"reference", WatchJson_FromReference(roFigures)},
             {"groups", EventJson_FromGroups(eDirection, roFigures)},
             {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
 }

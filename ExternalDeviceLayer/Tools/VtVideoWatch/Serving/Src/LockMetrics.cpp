@@ -1,5 +1,6 @@
 #include "LockMetrics.h"
 
+#include "WatchJson.h"
 #include "WatchTexts.h"
 
 namespace
@@ -13,9 +14,15 @@ void CollectReferences(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
                     "The stream that its direction's phases are told against; always 1.", MetricType::Gauge);
     for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
     {
-        if (roDirection.bHasReference && roDirection.uiReference < roDirection.aoStreams.size())
+        const SStreamKey& roKey = roDirection.oReference;
+        const SDirectionFigures& roOf = roSnapshot.aoDirections[static_cast<size_t>(roKey.eDirection)];
+        // One of both directions is told once.
+        const bool bIsToldBefore = &roDirection != roSnapshot.aoDirections.data() &&
+                                   roSnapshot.aoDirections[0].bHasReference &&
+                                   roSnapshot.aoDirections[0].oReference == roKey;
+        if (roDirection.bHasReference && roKey.uiIndex < roOf.aoStreams.size() && !bIsToldBefore)
         {
-            oFamily.Add(MetricLabels_Get(roDirection.aoStreams[roDirection.uiReference]), 1.0);
+            oFamily.Add(MetricLabels_Get(roOf.aoStreams[roKey.uiIndex]), 1.0);
         }
     }
 }
@@ -54,6 +61,43 @@ void CollectGroups(const SWatchSnapshot& roSnapshot, EMetricDetail eDetail, CFam
     }
 }
 
+// None without --path.
+void CollectPaths(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    struct SBound
+    {
+        const char* szName;
+        double SPathFigures::*pflSeconds;
+    };
+    static constexpr SBound aoBounds[] = {{"least", &SPathFigures::flLeastSeconds},
+                                          {"mean", &SPathFigures::flMeanSeconds},
+                                          {"most", &SPathFigures::flMostSeconds}};
+    const auto fnGetLabels = [](const SPathFigures& roPath)
+    {
+        return CLabels{{"input", std::to_string(roPath.oInput.uiIndex)},
+                       {"output", std::to_string(roPath.oOutput.uiIndex)}};
+    };
+    CFamily oDelays(raoFamilies, "vt_video_path_delay_seconds",
+                    "From a field's start at the input to the first field start of the output that can show it, "
+                    "without the application's own time.",
+                    MetricType::Gauge);
+    for (const SPathFigures& roPath : roSnapshot.aoPaths)
+    {
+        for (const SBound& roBound : aoBounds)
+        {
+            CLabels oLabels = fnGetLabels(roPath);
+            oLabels.push_back({"bound", roBound.szName});
+            oDelays.AddKnown(std::move(oLabels), roPath.bIsKnown, WatchJson_Round(roPath.*roBound.pflSeconds, 7));
+        }
+    }
+    CFamily oSteps(raoFamilies, "vt_video_path_steps_total", "Times that this delay stepped by a field.",
+                   MetricType::Counter);
+    for (const SPathFigures& roPath : roSnapshot.aoPaths)
+    {
+        oSteps.Add(fnGetLabels(roPath), static_cast<double>(roPath.uiSteps));
+    }
+}
+
 } // namespace
 
 void LockMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail eDetail, CFamilies& raoFamilies)
@@ -61,4 +105,5 @@ void LockMetrics_Collect(const SWatchPublication& roPublication, EMetricDetail e
     CollectReferences(roPublication.oSnapshot, raoFamilies);
     CollectLockStates(roPublication.oSnapshot, eDetail, raoFamilies);
     CollectGroups(roPublication.oSnapshot, eDetail, raoFamilies);
+    CollectPaths(roPublication.oSnapshot, raoFamilies);
 }

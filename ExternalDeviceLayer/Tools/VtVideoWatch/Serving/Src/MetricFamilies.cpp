@@ -7,7 +7,8 @@
 
 bool MetricDetail_Tells(EMetricDetail eDetail, ETold eTold, double flValue)
 {
-    return eDetail == EMetricDetail::FULL || eTold == ETold::ALWAYS || (eTold == ETold::MOVED && flValue != 0.0);
+    const bool bWhenMoved = eTold == ETold::MOVED || (eTold == ETold::BEYOND && eDetail != EMetricDetail::FLEET);
+    return eDetail == EMetricDetail::FULL || eTold == ETold::ALWAYS || (bWhenMoved && flValue != 0.0);
 }
 
 CFamily::CFamily(CFamilies& raoFamilies, const char* szName, const char* szHelp, prometheus::MetricType eType)

@@ -20,7 +20,8 @@ using CLabels = std::vector<prometheus::ClientMetric::Label>;
 enum class ETold : uint8_t
 {
     ALWAYS,
-    MOVED, // unless it is 0 and the detail is not full: what seldom happens, and never to most
+    MOVED,  // unless it is 0 and the detail is not full: what seldom happens, and never to most
+    BEYOND, // the same, and not for a fleet
     FULL
 };
 

@@ -59,6 +59,9 @@ constexpr SCounterMetric aoCounters[] = {
      [](Counters roCounters) { return roCounters.uiPhaseSteps; }, EOnly::BOTH, ETold::MOVED},
     {"vt_video_signal_losses_total", "Times that the signal went away.",
      [](Counters roCounters) { return roCounters.uiSignalLosses; }, EOnly::BOTH, ETold::MOVED},
+    {"vt_video_slips_total",
+     "Pictures too many or too few against the reference: times that the phase has drifted by a period.",
+     [](Counters roCounters) { return roCounters.uiSlips; }, EOnly::BOTH, ETold::BEYOND},
     {"vt_video_stream_changes_total",
      "Changes of timings, of the buffers' pixel format, and of the capture or power state; the events tell which.",
      [](Counters roCounters)

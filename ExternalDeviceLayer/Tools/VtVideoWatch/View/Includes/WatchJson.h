@@ -20,8 +20,7 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
 /* The newest event of a stream, {number, kind, utc}; null without one. */
 CJson WatchJson_FromLastEvent(const SLastEvent& roEvent);
 
-/* roFigures: of the pair's direction. */
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair);
+CJson WatchJson_FromPair(const SStreamKey& roFirst, const SStreamKey& roSecond, const SPairFigures& roPair);
 CJson WatchJson_FromClock(const SClockFigures& roClock);
 CJson WatchJson_FromCosts(const SWatchCosts& roCosts);
 
@@ -32,7 +31,7 @@ CJson WatchJson_FromEstimate(const SEstimate& roEstimate, const char* szValueNam
 CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot);
 
 /* The identity of a direction's reference; null without one. */
-CJson WatchJson_FromReference(EStreamDirection eDirection, const SDirectionFigures& roFigures);
+CJson WatchJson_FromReference(const SDirectionFigures& roFigures);
 
 /* What fnMake says of each stream of a direction. */
 CJson WatchJson_ByStream(

@@ -15,6 +15,7 @@
 // Values outside of the enumeration are "unknown" throughout.
 const char* WatchTexts_GetState(EStreamState eState);
 const char* WatchTexts_GetLock(ELockState eLock);
+const char* WatchTexts_GetSlip(ESlip eSlip);
 const char* WatchTexts_GetCaptureState(VtVideoIn_State eState);
 const char* WatchTexts_GetPowerState(VtVideoOut_PowerState eState);
 

@@ -81,6 +81,11 @@ void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventKind& roK
         roJson["incident"] = roEvent.uiGroup;
         roJson["domain"] = HealthTexts_GetDomain(static_cast<EHealthDomain>(roEvent.uiBefore));
     }
+    if (roKind.bIsOfPair)
+    {
+        roJson["against"] = StreamId_Print(EventStream_Unpack(roEvent.uiBefore));
+        roJson["picture"] = WatchTexts_GetSlip(static_cast<ESlip>(roEvent.uiAfter));
+    }
     if (roKind.eValues != EEventValues::NONE)
     {
         roJson["before"] = FromValue(roEvent, roKind.eValues, roEvent.uiBefore, roEvent.flBefore);

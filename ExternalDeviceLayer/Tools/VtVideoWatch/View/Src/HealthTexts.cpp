@@ -75,7 +75,8 @@ std::string DescribeCadence(EStreamDirection, Reason roReason)
 std::string DescribeLock(EStreamDirection eDirection, Reason roReason)
 {
     return std::string(roReason.eReason == EHealthReason::LOCK_DRIFTS ? "drifts against " : "out of lock with ") +
-           StreamId_Print({eDirection, roReason.uiMember});
+           StreamId_Print(
+               {roReason.uiBefore != 0 ? StreamDirection_GetOther(eDirection) : eDirection, roReason.uiMember});
 }
 
 // By EHealthReason; null: said by the domain.

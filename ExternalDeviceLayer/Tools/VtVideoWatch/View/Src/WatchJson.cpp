@@ -10,6 +10,7 @@
 #include "EventKinds.h"
 #include "HealthJson.h"
 #include "StreamId.h"
+#include "TimeUnits.h"
 #include "WatchTexts.h"
 
 namespace
@@ -148,7 +149,7 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
         oJson["health"] = HealthJson_FromStream(roStream.oKey.eDirection, roHealth);
         return oJson;
     };
-    return {{"reference", WatchJson_FromReference(eDirection, roFigures)},
+    return {{"reference", WatchJson_FromReference(roFigures)},
             {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
 }
 
@@ -158,9 +159,94 @@ CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDire
     CJson oPairs = CJson::array();
     for (const SPairFigures& roPair : roFigures.aoPairs)
     {
-        oPairs.push_back(WatchJson_FromPair(eDirection, roPair));
+        oPairs.push_back(WatchJson_FromPair({eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}, roPair));
     }
     return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roFigures)}};
+}
+
+// So long after the snapshot's instant.
+std::string GetUtcAhead(const SWatchSnapshot& roSnapshot, double flSeconds)
+{
+    constexpr double flFarthest = 3e9; // ninety years: the moment's number has room for them
+    return WatchTexts_GetUtc(roSnapshot.oClock.iUtcNs +
+                             static_cast<int64_t>(std::min(flSeconds, flFarthest) * flNsPerSecond));
+}
+
+CJson FromSlip(const SWatchSnapshot& roSnapshot, const SSlipFigures& roSlip)
+{
+    if (!roSlip.oEverySeconds.bIsValid || !roSlip.oNextSeconds.bIsValid)
+    {
+        return {};
+    }
+    return {{"every_seconds", roSlip.oEverySeconds.flValue},
+            {"every_stderr", roSlip.oEverySeconds.flStdErr},
+            {"next_utc", GetUtcAhead(roSnapshot, roSlip.oNextSeconds.flValue)},
+            {"next_stderr_seconds", roSlip.oNextSeconds.flStdErr},
+            {"count", roSlip.uiCount}};
+}
+
+CJson FromAcross(const SWatchSnapshot& roSnapshot)
+{
+    CJson oPairs = CJson::array();
+    for (const SAcrossFigures& roPair : roSnapshot.aoAcross)
+    {
+        oPairs.push_back(WatchJson_FromPair(roPair.oFirst, roPair.oSecond, roPair.oPair));
+        oPairs.back()["slip"] = FromSlip(roSnapshot, roPair.oSlip);
+    }
+    CJson oGroups = CJson::array();
+    for (const SAcrossGroup& roGroup : roSnapshot.aoAcrossGroups)
+    {
+        CJson oMembers = StreamId_PrintMembers(EStreamDirection::INPUT, roGroup.auiMembers[0]);
+        for (std::string& rszMember : StreamId_PrintMembers(EStreamDirection::OUTPUT, roGroup.auiMembers[1]))
+        {
+            oMembers.push_back(std::move(rszMember));
+        }
+        oGroups.push_back({{"group", roGroup.uiGroup},
+                           {"members", std::move(oMembers)},
+                           {"since", WatchTexts_GetUtc(roGroup.iSinceUtcNs)}});
+    }
+    return {{"pairs", std::move(oPairs)}, {"groups", std::move(oGroups)}};
+}
+
+CJson FromPath(const SWatchSnapshot& roSnapshot, const SPathFigures& roPath)
+{
+    CJson oDelay;
+    if (roPath.bIsKnown)
+    {
+        oDelay = {{"least_seconds", roPath.flLeastSeconds},
+                  {"mean_seconds", roPath.flMeanSeconds},
+                  {"most_seconds", roPath.flMostSeconds},
+                  {"stderr", roPath.flStdErrSeconds}};
+    }
+    CJson oNext;
+    if (roPath.oNextStepSeconds.bIsValid)
+    {
+        oNext = {{"utc", GetUtcAhead(roSnapshot, roPath.oNextStepSeconds.flValue)},
+                 {"stderr_seconds", roPath.oNextStepSeconds.flStdErr},
+                 {"seconds", roPath.flStepSeconds}};
+    }
+    CJson oLast;
+    if (roPath.iLastStepUtcNs != 0)
+    {
+        oLast = {{"utc", WatchTexts_GetUtc(roPath.iLastStepUtcNs)}, {"seconds", roPath.flLastStepSeconds}};
+    }
+    return {{"input", StreamId_Print(roPath.oInput)},
+            {"output", StreamId_Print(roPath.oOutput)},
+            {"lock", WatchTexts_GetLock(roPath.eLock)},
+            {"delay", std::move(oDelay)},
+            {"steps", roPath.uiSteps},
+            {"last_step", std::move(oLast)},
+            {"next_step", std::move(oNext)}};
+}
+
+CJson FromPaths(const SWatchSnapshot& roSnapshot)
+{
+    CJson oPaths = CJson::array();
+    for (const SPathFigures& roPath : roSnapshot.aoPaths)
+    {
+        oPaths.push_back(FromPath(roSnapshot, roPath));
+    }
+    return oPaths;
 }
 
 CJson FromThreshold(const SWatchSnapshot& roSnapshot)
@@ -225,10 +311,10 @@ CJson WatchJson_FromStream(const SStreamFigures& roStream, const SStreamTexts& r
     return oJson;
 }
 
-CJson WatchJson_FromPair(EStreamDirection eDirection, const SPairFigures& roPair)
+CJson WatchJson_FromPair(const SStreamKey& roFirst, const SStreamKey& roSecond, const SPairFigures& roPair)
 {
-    CJson oJson = {{"first", StreamId_Print({eDirection, roPair.uiFirst})},
-                   {"second", StreamId_Print({eDirection, roPair.uiSecond})},
+    CJson oJson = {{"first", StreamId_Print(roFirst)},
+                   {"second", StreamId_Print(roSecond)},
                    {"offset", FromOffset(roPair.oOffsetSeconds, roPair.flOffsetLines, roPair.flLineSeconds > 0.0)},
                    {"drift", WatchJson_FromEstimate(roPair.oDriftRatio, "ratio", "stderr")},
                    {"lock", WatchTexts_GetLock(roPair.eLock)}};
@@ -273,9 +359,9 @@ CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot)
             {"tick_frequency_hz", roSnapshot.uiTickFrequencyHz}};
 }
 
-CJson WatchJson_FromReference(EStreamDirection eDirection, const SDirectionFigures& roFigures)
+CJson WatchJson_FromReference(const SDirectionFigures& roFigures)
 {
-    return roFigures.bHasReference ? CJson(StreamId_Print({eDirection, roFigures.uiReference})) : CJson();
+    return roFigures.bHasReference ? CJson(StreamId_Print(roFigures.oReference)) : CJson();
 }
 
 CJson WatchJson_ByStream(
@@ -324,7 +410,9 @@ CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
             {"threshold", FromThreshold(roPublication.oSnapshot)},
             {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
-                                                 { return FromPairsOf(roPublication, eDirection); })}};
+                                                 { return FromPairsOf(roPublication, eDirection); })},
+            {"across", FromAcross(roPublication.oSnapshot)},
+            {"paths", FromPaths(roPublication.oSnapshot)}};
 }
 
 double WatchJson_Round(double flValue, int iDigits)

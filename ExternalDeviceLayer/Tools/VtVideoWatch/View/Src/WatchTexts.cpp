@@ -16,6 +16,7 @@ constexpr std::array<const char*, 4> aszStates = {"running", "idle", "lost", "go
 static_assert(aszStates.size() == static_cast<size_t>(EStreamState::COUNT));
 constexpr std::array<const char*, 5> aszLocks = {"locked", "passing", "free", "idle", "different"};
 static_assert(aszLocks.size() == static_cast<size_t>(ELockState::COUNT));
+constexpr std::array<const char*, 2> aszSlips = {"dropped", "repeated"};
 constexpr std::array<const char*, 4> aszRateWindows = {"1s", "10s", "100s", "1000s"};
 static_assert(aszRateWindows.size() == static_cast<size_t>(ERateWindow::COUNT));
 
@@ -152,6 +153,10 @@ const char* WatchTexts_GetState(EStreamState eState)
 const char* WatchTexts_GetLock(ELockState eLock)
 {
     return GetName(aszLocks, eLock);
+}
+const char* WatchTexts_GetSlip(ESlip eSlip)
+{
+    return GetName(aszSlips, eSlip);
 }
 const char* WatchTexts_GetCaptureState(VtVideoIn_State eState)
 {
