@@ -92,7 +92,7 @@ void AddAcross(uint32_t uiStreams, SWatchSnapshot& roSnapshot)
     {
         roSnapshot.aoAcrossGroups.push_back({1, {1, 1}, roSnapshot.oClock.iUtcNs});
         roSnapshot.aoPaths.resize(2);
-        roSnapshot.aoPaths[1].oOutput.eDirection = EStreamDirection::OUTPUT;
+        roSnapshot.aoPaths[1].oOutput = {EStreamDirection::OUTPUT, 1};
         roSnapshot.aoPaths[0] = {{},
                                  {EStreamDirection::OUTPUT, 0},
                                  ELockState::FREE,
