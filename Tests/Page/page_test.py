@@ -407,7 +407,14 @@ class MadeUpTest(PageCase):
         pair = {"first": "IN_00", "second": "IN_01", "offset": None, "drift": None, "lock": "free",
                 "seconds_to_threshold": None, "seconds_to_slip": 95.0}
         self.watch.pairs["directions"]["input"]["pairs"] = [pair]
+        across = {"first": "IN_01", "second": "OUT_00", "offset": None, "drift": {"ratio": -22e-6, "stderr": 1e-9}, "lock": "free",
+                  "seconds_to_threshold": None, "seconds_to_slip": None, "slip": {
+                      "every_seconds": 755.0, "every_stderr": 0.1, "next_utc": utc(NOW + 180000), "next_stderr_seconds": 4.0, "count": 1}}
+        self.watch.pairs["across"] = {"pairs": [across], "groups": []}
         self.open("?view=pairs")
+        self.until_equal("OUT_00 Left against IN_01 Camera B: free: outside of the threshold; drift −22000 ppb ± 1.00 ppb; "
+                         "repeats one picture every 12 min 35 s; the next in about 3 min", lambda: self.script(
+                             "return document.querySelector('.pair-views section:last-of-type td.cell-free')?.title"))
         first = self.find(".matrix td[tabindex='0'].cell-free")
         first.send_keys(Keys.ARROW_RIGHT)
         self.browser.switch_to.active_element.send_keys(Keys.ARROW_LEFT)
@@ -473,6 +480,17 @@ FIGURES = [
      ".map((both) => format.countdown(...both))",
      ["in about 10 min", "in about 1 h", "in 1 h 8 min", "within 1 s", "in about 1 min 35 s", "in 1 min 35 s", "within 20 min",
       "in about 1 d", "–"]),
+    ("[[757.6, .02], [720, 40], [3, 40], [null, 0]].map((both) => format.period(...both))",
+     ["every 12 min 40 s", "about every 12 min", "more than once in 1 min", "–"]),
+    ("[across.pairs[0], across.pairs[1], { slip: null }].map((pair) => words.forecast(pair, m.ms))",
+     ["drops one picture every 12 min 35 s; the next in about 3 min",
+      "repeats one picture every 12 min 35 s; the next in about 3 min", None]),
+    ("[words.acrossText('IN_00', { across }, m.ms), words.acrossText('OUT_01', { across }, m.ms), words.acrossText('IN_09', {}, m.ms),"
+     "words.acrossText('OUT_00', { across, paths: [{ input: 'IN_00', output: 'OUT_00', delay: { least_seconds: .02, most_seconds: .04 } }] }, m.ms)]",
+     ["Against OUT_01 it is in step.", "Against IN_00 it is in step.", "",
+      "Against IN_00 it drops one picture every 12 min 35 s; the next in about 3 min. From IN_00 to OUT_00 a picture takes "
+      "20.000 ms to 40.000 ms, without the time that the application takes."]),
+    ("words.eventText({ kind: 'slipped', count: 2, picture: 'dropped', against: 'IN_00' })", "Slipped: 2 pictures dropped against IN_00"),
     ("[59.9, 60, 3725].map(format.longAge)", ["59 s", "1 min", "1 h 2 min"]),
     ("[1234567, 0, null].map(format.count)", ["1 234 567", "0", "–"]),
     ("[format.utcTime(5, true), format.utcTime(3723004), format.utcDateTime(m.ms, true)]",
@@ -482,7 +500,7 @@ FIGURES = [
      ["IN_00", "IN_00 " + 28 * "x", "IN_00 " + 27 * "x" + "…"]),
     ("words.eventKinds.map((kind) => words.eventClass({ kind, after: 'passing' })).join(' ')",
      "idle idle passing lost locked lost idle running lost lost passing passing free passing passing running running free "
-     "running free passing running running running running lost locked passing free passing free locked"),
+     "running free passing running running running running lost locked passing free passing free locked free"),
     ("[['lock_changed', 'locked'], ['lock_changed', 'different'], ['state_changed', 'running'], ['state_changed', 'gone'],"
      "['new_one']].map(([kind, after]) => words.eventClass({ kind, after }))", ["locked", "idle", "locked", "gone", "running"]),
     ("[{ kind: 'fields_unobserved', count: 1 }, { kind: 'signal_back', seconds: 2.5 }, { kind: 'phase_stepped', seconds: -3e-4 },"
@@ -614,6 +632,11 @@ class FiguresTest(PageCase):
               const at = (id, changes) => ({ ...compare.compare(model.findStream(m, id), m, own), ...changes,
                                              stream: model.findStream(m, id) });
               const pairs = { directions: { input: { pairs: [pair] } } };
+              const slip = { every_seconds: 755, every_stderr: .1, next_utc: new Date(m.ms + 180000).toISOString(),
+                             next_stderr_seconds: 4 };
+              const crossing = (first, second, changes) => ({ first, second, lock: "free", slip, ...changes });
+              const across = { pairs: [crossing("IN_00", "OUT_00", { drift: { ratio: 22e-6 } }),
+                crossing("IN_01", "OUT_00", { drift: { ratio: -22e-6 } }), crossing("IN_00", "OUT_01", { lock: "locked", slip: null })] };
               done(texts.map((text) => JSON.stringify(eval(`(${text})`)) ?? 'null'));
             });""", json.dumps(snapshot(streams)), pair, [text for text, _ in FIGURES])
         for (text, expected), one in zip(FIGURES, said):

@@ -108,6 +108,14 @@ SNominalRate NominalRate_Choose(const VtVideo_VidParam& roTimings, double flMeas
                              { return Distance(roA) < Distance(roB); });
 }
 
+bool NominalRate_IsMultiple(const SNominalRate& roSlow, const SNominalRate& roFast)
+{
+    __extension__ using UInt128 = unsigned __int128;
+    const UInt128 uiFast = UInt128{roFast.uiNumerator} * roSlow.uiDenominator;
+    const UInt128 uiSlow = UInt128{roSlow.uiNumerator} * roFast.uiDenominator;
+    return uiFast % uiSlow == 0;
+}
+
 bool NominalRate_IsAmbiguous(const VtVideo_VidParam& roTimings)
 {
     const SAllowedRates oAllowed = GetAllowed(roTimings);

@@ -29,6 +29,9 @@ struct SNominalRate
  */
 SNominalRate NominalRate_Choose(const VtVideo_VidParam& roTimings, double flMeasuredHz);
 
+/* Whether the one is a whole multiple of the other; both are known. */
+bool NominalRate_IsMultiple(const SNominalRate& roSlow, const SNominalRate& roFast);
+
 /* Whether the measured rate can have a say in the choice. */
 bool NominalRate_IsAmbiguous(const VtVideo_VidParam& roTimings);
 

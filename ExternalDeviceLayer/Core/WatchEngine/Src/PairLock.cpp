@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "RateComparison.h"
-
 namespace
 {
 
@@ -29,14 +27,6 @@ struct SDrift
 double GetMultiple(double flRatio)
 {
     return std::max(1.0, std::round(flRatio));
-}
-
-bool IsMultiple(const SNominalRate& roSlow, const SNominalRate& roFast)
-{
-    __extension__ using UInt128 = unsigned __int128;
-    const UInt128 uiFast = UInt128{roFast.uiNumerator} * roSlow.uiDenominator;
-    const UInt128 uiSlow = UInt128{roSlow.uiNumerator} * roFast.uiDenominator;
-    return uiFast % uiSlow == 0;
 }
 
 // The growth of the offset per tick, from the difference of the slopes of both series: the offset is that of fields of
@@ -182,20 +172,6 @@ void FillTimes(SPairFigures& roPair, double flPeriod, double flThreshold)
 
 } // namespace
 
-double RateComparison_GetHz(const VtVideo_VidParam& roTimings)
-{
-    return NominalRate_Choose(roTimings, 0.0).GetHz();
-}
-
-bool RateComparison_AreDifferent(const VtVideo_VidParam& roFirst, const VtVideo_VidParam& roSecond)
-{
-    const SNominalRate oFirst = NominalRate_Choose(roFirst, 0.0);
-    const SNominalRate oSecond = NominalRate_Choose(roSecond, 0.0);
-    // What the clock leaves open is decided by what is measured.
-    return oFirst.IsKnown() && oSecond.IsKnown() && !NominalRate_IsAmbiguous(roFirst) &&
-           !NominalRate_IsAmbiguous(roSecond) && !IsMultiple(oFirst, oSecond) && !IsMultiple(oSecond, oFirst);
-}
-
 SPairContext PairContext_Make(const SWatchSettings& roSettings, double flLineSeconds)
 {
     const SLockThreshold& roThreshold = roSettings.oThreshold;
@@ -209,7 +185,8 @@ bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roS
     const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
     const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
     const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
-    if (roSlow.oNominal.IsKnown() && roFast.oNominal.IsKnown() && IsMultiple(roSlow.oNominal, roFast.oNominal))
+    if (roSlow.oNominal.IsKnown() && roFast.oNominal.IsKnown() &&
+        NominalRate_IsMultiple(roSlow.oNominal, roFast.oNominal))
     {
         return true;
     }
