@@ -79,15 +79,7 @@ void CIncidentDelivery::Put(const SIncidentNews& roNews)
 
 void CIncidentDelivery::Close()
 {
-    if (m_oThread.joinable())
-    {
-        {
-            const std::lock_guard oGuard(m_oMutex);
-            m_bIsToEnd = true;
-        }
-        m_oMore.notify_one();
-        m_oThread.join();
-    }
+    Thread_End(m_oThread, m_oMutex, m_oMore, [this] { m_bIsToEnd = true; });
 }
 
 uint64_t CIncidentDelivery::GetFailures()

@@ -189,11 +189,7 @@ void CRecordingKeeper::BeginEnd()
 
 void CRecordingKeeper::Close()
 {
-    BeginEnd();
-    if (m_oThread.joinable())
-    {
-        m_oThread.join();
-    }
+    Thread_End(m_oThread, m_oMutex, m_oMore, [this] { m_bIsToEnd = true; });
     if (m_iFolder >= 0)
     {
         close(m_iFolder);

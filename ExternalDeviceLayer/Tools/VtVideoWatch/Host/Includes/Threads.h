@@ -4,7 +4,9 @@
 #ifndef THREADS_H
 #define THREADS_H
 
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -20,6 +22,28 @@ CFault Thread_Start(std::thread& roThread, const std::string& rszName, std::func
 
 /* The same without a name of its own; false when the system gives no thread or no memory. */
 bool Thread_Make(std::thread& roThread, const std::function<void()>& rfnBody);
+
+/*
+ * Ends a thread that waits for more to do: tells it, wakes it and waits until it has ended. Nothing for one that does
+ * not run. Blocks.
+ *   roMutex  in  what guards what it is told, held for rfnTell alone
+ *   roMore   in  what it waits for
+ *   rfnTell  in  tells it to end
+ */
+template <typename TTell>
+void Thread_End(std::thread& roThread, std::mutex& roMutex, std::condition_variable& roMore, const TTell& rfnTell)
+{
+    if (!roThread.joinable())
+    {
+        return;
+    }
+    {
+        const std::lock_guard oGuard(roMutex);
+        rfnTell();
+    }
+    roMore.notify_one();
+    roThread.join();
+}
 
 /* Gives the calling thread less of a loaded processor than ordinary ones get. */
 void Thread_LowerPriority();

@@ -172,13 +172,7 @@ void CStoreWriter::Close()
     {
         return;
     }
-    {
-        const std::lock_guard oGuard(m_oMutex);
-        m_oWaiting.bIsLast = true;
-        m_bHasMore = true;
-    }
-    m_oMore.notify_one();
-    m_oThread.join();
+    Thread_End(m_oThread, m_oMutex, m_oMore, [this] { m_oWaiting.bIsLast = m_bHasMore = true; });
     static_cast<void>(StoreFile_Run(m_poFile.get(), "PRAGMA journal_mode=DELETE")); // the store alone stays
     CloseFile();
 }
