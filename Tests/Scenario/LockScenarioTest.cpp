@@ -9,28 +9,32 @@
 #include "FrameLockStatus.h"
 #include "MonitorRun.h"
 #include "MonitorScript.h"
+#include "VideoInMonitor.h"
 #include "VideoOutMonitor.h"
 
 namespace
 {
 
-// Two outputs in lock and their monitor threads, which only run inside its operations.
+// Two streams in lock and their monitor threads, which only run inside its operations.
 class CLockScenario
 {
 public:
-    CLockScenario()
+    explicit CLockScenario(VtSim_Direction eDirection) : m_eDirection(eDirection)
     {
-        constexpr char OUTPUT[] = "[[chip.output]]\nconnector = 'SDI'\njitter_ticks = 3\nstandard = '1080p60'\n"
-                                  "lock_group = 'house'\nphase_ticks = ";
+        const bool bIsInput = eDirection == VtSim_Direction_INPUT;
+        const std::string szStream = std::string(bIsInput ? "[[chip.input]]\n" : "[[chip.output]]\n") +
+                                     "connector = 'SDI'\njitter_ticks = 3\nstandard = '1080p60'\n"
+                                     "lock_group = 'house'\nphase_ticks = ";
         hDev = LoadScenario("time = { mode = 'granted', hold = true }\n[[chip]]\n"
                             "lock_group = [{ name = 'house', ppm = 3, wander_ticks = 100, wander_period_s = 7 }]\n" +
-                            std::string(OUTPUT) + "5000\n" + OUTPUT + "5100\n");
+                            szStream + "5000\n" + szStream + "5100\n");
         g_oOsServices.Signal_Create(g_hStartSig);
-        EXPECT_TRUE(CreateThreads(hDev, 2, m_ahThread, aoData, VtVideoOutMonitorThreadFunc, ""));
+        EXPECT_TRUE(CreateThreads(hDev, 2, m_ahThread, aoData,
+                                  bIsInput ? VtVideoInMonitorThreadFunc : VtVideoOutMonitorThreadFunc, ""));
         for (const uint32_t uiVideo : {0U, 1U})
         {
             // A trigger is lost for a thread that is not waiting yet.
-            while (VtSim_AwaitEntered({0, VtSim_Direction_OUTPUT, uiVideo}, 1, 1) == VtStatus_TIMEOUT)
+            while (VtSim_AwaitEntered({0, eDirection, uiVideo}, 1, 1) == VtStatus_TIMEOUT)
             {
                 g_oOsServices.Signal_Trigger(g_hStartSig);
             }
@@ -43,29 +47,30 @@ public:
         VtSim_GrantTimeOutsAll(1);
         for (const HCpuThread hThread : m_ahThread)
         {
-            g_oOsServices.CpuThread_Join(hThread);
+            EXPECT_EQ(g_oOsServices.CpuThread_Join(hThread), 1U);
             g_oOsServices.CpuThread_Destroy(hThread);
         }
         g_oOsServices.Signal_Destroy(g_hStartSig);
+        EXPECT_EQ(VtSim_GetOpenHandleCount(), 0U);
     }
     CLockScenario(const CLockScenario&) = delete;
     CLockScenario& operator=(const CLockScenario&) = delete;
 
     // Grants both streams so many fields, or only the first, the second one stalls.
-    static void Advance(uint64_t uiFields, bool bIsStalled = false)
+    void Advance(uint64_t uiFields, bool bIsStalled = false) const
     {
-        VtSim_Grant({0, VtSim_Direction_OUTPUT, 0}, uiFields);
-        VtSim_Grant({0, VtSim_Direction_OUTPUT, 1}, bIsStalled ? 0 : uiFields);
+        VtSim_Grant({0, m_eDirection, 0}, uiFields);
+        VtSim_Grant({0, m_eDirection, 1}, bIsStalled ? 0 : uiFields);
         EXPECT_EQ(VtSim_AwaitAllIdle(30000), VtStatus_OK);
     }
-    static uint64_t GetStamp(uint32_t uiVideo, uint64_t uiField)
+    uint64_t GetStamp(uint32_t uiVideo, uint64_t uiField) const
     {
         VtSim_Field oField = {};
-        VtSim_GetField({0, VtSim_Direction_OUTPUT, uiVideo}, uiField, &oField);
+        VtSim_GetField({0, m_eDirection, uiVideo}, uiField, &oField);
         return oField.uiTickRefCounter;
     }
     // How far apart they are at worst in the fields uiFrom to uiEnd - 1.
-    static uint32_t GetWorstTicks(uint64_t uiFrom, uint64_t uiEnd)
+    uint32_t GetWorstTicks(uint64_t uiFrom, uint64_t uiEnd) const
     {
         uint64_t uiWorst = 0;
         for (uint64_t uiField = uiFrom; uiField < uiEnd; ++uiField)
@@ -80,6 +85,7 @@ public:
     SMonitorUserData aoData[2] = {};
 
 private:
+    const VtSim_Direction m_eDirection;
     HCpuThread m_ahThread[2] = {};
 };
 
@@ -105,9 +111,13 @@ extern "C" int WrappedSleep(useconds_t uiPauseUs)
     return 0;
 }
 
-TEST(LockScenario, LockTestsGiveTheTruthOnScreenAndDebugChannel)
+class LockScenario : public testing::TestWithParam<VtSim_Direction>
 {
-    CLockScenario oScenario;
+};
+
+TEST_P(LockScenario, LockTestsGiveTheTruthOnScreenAndDebugChannel)
+{
+    CLockScenario oScenario(GetParam());
     uint64_t uiField = 120;
     oScenario.Advance(uiField);
     // Six pauses of the first test, three of the second; in the second of these the second stream stalls.
@@ -145,3 +155,5 @@ TEST(LockScenario, LockTestsGiveTheTruthOnScreenAndDebugChannel)
     }
     EXPECT_EQ(szLines, szText.substr(0, szText.find("---")) + szText.substr(szText.find("Cable Lock Testing done")));
 }
+
+INSTANTIATE_TEST_SUITE_P(Directions, LockScenario, testing::Values(VtSim_Direction_INPUT, VtSim_Direction_OUTPUT));
