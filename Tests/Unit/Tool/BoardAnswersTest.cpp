@@ -65,7 +65,7 @@ TEST(BoardAnswers, ArePrintable)
          "2J \x9B"
          "2J \xC2\xA0",
          "??2J ?2J \xC2\xA0"},
-        {"\xC1\x9B \xE0\x82\x9B \xF0\x80\x80\x9B", "?? ??? ????"}, // longer forms than needed
+        {"\xC1\x9B \xE0\x83\xA9 \xF0\x80\x83\xA9", "?? ??? ????"}, // longer forms than needed
         {"\xED\xA0\x80 \xF4\x90\x80\x80 \xFF", "??? ???? ?"},      // no characters
         {"\xE2\x80\xAE"
          "A\xE2\x80\xA8"

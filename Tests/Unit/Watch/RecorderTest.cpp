@@ -115,6 +115,22 @@ TEST(FieldRecorder, KeepsToItsMemoryWhenFieldsComeFasterThanItIsMadeFor)
     EXPECT_LE(CFieldRecorder(32, 32, 60).GetBytes(), 8U << 20U);
 }
 
+// A stream that keeps its time is told in a few bytes a field: flags, and what no interval tells.
+TEST(FieldPacker, TakesFewBytesForARegularStream)
+{
+    SPackedState oState;
+    SFieldRecord oRecord = {};
+    uint8_t auiBytes[uiMostPackedBytes];
+    for (uint64_t uiField = 1; uiField <= 100; ++uiField)
+    {
+        oRecord.uiTick = oRecord.uiArrivalNs = uiField * uiPeriodNs;
+        oRecord.uiWaitBeginNs = oRecord.uiArrivalNs - uiPeriodNs + 3000;
+        oRecord.uiFieldCounter = 16 * uiField;
+        const uint32_t uiBytes = FieldPacker_Pack(oState, oRecord, auiBytes);
+        EXPECT_TRUE(uiField < 3 || uiBytes <= 6) << uiField << ": " << uiBytes;
+    }
+}
+
 TEST(FieldPacker, TakesNoBytesForARun)
 {
     std::mt19937 oRandom(3);

@@ -75,7 +75,7 @@ TEST(Report, FindsTheWorstGapAndTheLocks)
     const SWatchEvent aoEvents[] = {
         MakeEvent(EWatchEventKind::GROUP_FORMED, 10), MakeEvent(EWatchEventKind::FIELDS_LOST, 20, 93, 1.5),
         MakeEvent(EWatchEventKind::SIGNAL_LOST, 30),  MakeEvent(EWatchEventKind::SIGNAL_BACK, 31, 0, 1.25),
-        MakeEvent(EWatchEventKind::GROUP_ENDED, 40),  MakeEvent(EWatchEventKind::GROUP_FORMED, 4000),
+        MakeEvent(EWatchEventKind::GROUP_ENDED, 100), MakeEvent(EWatchEventKind::GROUP_FORMED, 4000),
     };
     ReportData_AddEvents(oReport, aoEvents);
     EXPECT_DOUBLE_EQ(oReport.aoStreams[0].flWorstGapSeconds,
@@ -84,7 +84,7 @@ TEST(Report, FindsTheWorstGapAndTheLocks)
     ASSERT_EQ(oReport.aoHours.size(), 2U);
     EXPECT_EQ(oReport.aoHours[0].uiEvents, 5U);
     ASSERT_EQ(oReport.aoLocks.size(), 2U);
-    EXPECT_EQ(oReport.aoLocks[0].iToUtcNs, iStepsBeginUtcNs + 40 * iNsPerSecond);
+    EXPECT_EQ(oReport.aoLocks[0].iToUtcNs, iStepsBeginUtcNs + 100 * iNsPerSecond);
     EXPECT_TRUE(oReport.aoLocks[1].bIsOpen);
     EXPECT_EQ(oReport.aoLocks[1].iToUtcNs, oReport.aoRuns[0].iEndUtcNs); // nobody watched later
     EXPECT_THAT(ReportPrint_Table(oReport), HasSubstr("2 IN_00, 01\n"));
