@@ -100,6 +100,21 @@ FChange Lock(bool bIsAskedFor, ELockState eLock)
     };
 }
 
+// The first input and the output as a pair, or as a path.
+FChange Across(ELockState eLock, bool bIsPath = false, bool bIsKnown = true)
+{
+    return [=](auto& roOptions, auto& roNow)
+    {
+        const SStreamKey oOutput = {EStreamDirection::OUTPUT, 0};
+        roNow.oSnapshot.aoDirections[1].aoStreams[0].eState = EStreamState::RUNNING;
+        roNow.oSnapshot.aoAcross.push_back({Input(0), oOutput, {}, {}});
+        roNow.oSnapshot.aoAcross[0].oPair.eLock = eLock;
+        roNow.oSnapshot.aoPaths.push_back({Input(0), oOutput, eLock, bIsKnown, 0.02, 0.03, 0.04});
+        roOptions.aoPaths.resize(bIsPath ? 1 : 0, {Input(0), oOutput});
+        roOptions.aaoLocked.resize(bIsPath ? 0 : 1, {oOutput, Input(0)});
+    };
+}
+
 using enum EVerdict;
 constexpr auto puiLost = &SStreamCounters::uiFieldsLost;
 constexpr auto puiLate = &SStreamCounters::uiFieldsUnobserved;
@@ -133,6 +148,16 @@ const SCase aoCases[] = {
      CRITICAL, "IN_00_IN_01_offset=0.000005004s;;-0.000005000:0.000005000"},
     {"no lock", Lock(true, ELockState::FREE), CRITICAL, "not in lock (+5.000 us"},
     {"no lock that was not asked for", Lock(false, ELockState::FREE), OK, "run"},
+    {"in lock across", Across(ELockState::LOCKED), OK, "1 pair in lock"},
+    {"no lock across", Across(ELockState::FREE), CRITICAL, "IN_00 and OUT_00 are not in lock"},
+    {"a path", Across(ELockState::FREE, true), OK, "IN_00_OUT_00_delay_least=0.020000000s;;;0"},
+    {"a path of other rates", Across(ELockState::DIFFERENT, true, false), CRITICAL, "different rates"},
+    {"a path that is not known yet", Across(ELockState::IDLE, true, false), UNKNOWN, "path from IN_00 to OUT_00"},
+    {"a path that is not there",
+     [](auto& roOptions, auto&) {
+         roOptions.aoPaths = {{Input(9), {}}};
+     },
+     CRITICAL, "the board has no IN_09"},
     {"a lock that is not known yet", Lock(true, ELockState::IDLE), UNKNOWN, "too little is known"},
     {"the worst comes first", State(eRuns, EStreamState::GONE, 1), CRITICAL, "- IN_01 is gone (2 more)"},
 };

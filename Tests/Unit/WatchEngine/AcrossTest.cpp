@@ -108,6 +108,66 @@ TEST(Across, SlipsAreForetoldWithinAMinuteAndCountedAsTheyHappen)
     }
 }
 
+TEST(Across, APathTakesWhatPhaseAndQueueSayAndAReferenceMayBeOfTheOtherDirection)
+{
+    // Of equal rates, into a slower output, into a faster one; the last one in step with it but for its jitter.
+    const SPlayed oOutput = {0.0, 0.0};
+    const std::string szQueue = "jitter_ticks = 100\nready = 2\nready_spread = 1";
+    SBenchSetup oSetup;
+    const SStreamKey oReference = {EStreamDirection::INPUT, 0};
+    oSetup.oSettings.aoReferences = {oReference, oReference};
+    for (uint32_t uiInput = 0; uiInput < 3; ++uiInput)
+    {
+        oSetup.oSettings.aoPaths.push_back({{EStreamDirection::INPUT, uiInput}, {EStreamDirection::OUTPUT, 0}});
+    }
+    oSetup.oSettings.aoPaths.push_back({{EStreamDirection::INPUT, 2}, {EStreamDirection::OUTPUT, 1}});
+    CWatchBench oBench(Play("output", oOutput) + Play("output", {0.0, 0.0, 30.0}) +
+                           Play("input", {100.0, 1500.0}, szQueue) + Play("input", {0.0, 30000.0, 30.0}, szQueue) +
+                           Play("input", {0.0, 0.0}, szQueue),
+                       oSetup);
+    oBench.Run(12);
+    const auto Expect = [&oBench](size_t uiPath, double flLeast, double flMean, double flMost)
+    {
+        const SPathFigures& roPath = oBench.oSnapshot.aoPaths[uiPath];
+        EXPECT_TRUE(roPath.bIsKnown);
+        EXPECT_NEAR(roPath.flLeastSeconds, flLeast, 1e-5) << uiPath;
+        EXPECT_NEAR(roPath.flMeanSeconds, flMean, 2e-3) << uiPath;
+        EXPECT_NEAR(roPath.flMostSeconds, flMost, 1e-5) << uiPath;
+    };
+    constexpr double flField = 1.0 / 60.0;
+    const double flInto = flField - 1500e-6 + 12 * 100e-6;
+    Expect(0, 3.0 * flField + flInto, 3.5 * flField + flInto, 4.0 * flField + flInto);
+    Expect(1, 6.0 * flField + 1.0 / 300.0, 7.0 * flField + 1.0 / 300.0, 8.0 * flField + 1.0 / 300.0);
+    Expect(2, 3.0 * flField, 4.0 * flField, 5.0 * flField);
+    Expect(3, 3.0 * flField, 4.5 * flField, 6.0 * flField);
+    EXPECT_NEAR(oBench.oSnapshot.aoPaths[0].oNextStepSeconds.flValue, 3.0, 0.1);
+    EXPECT_NEAR(oBench.oSnapshot.aoPaths[0].flStepSeconds, -flField, 1e-5);
+    oBench.Run(4);
+    EXPECT_NEAR(oBench.oSnapshot.aoPaths[0].flLastStepSeconds, -flField, 1e-5);
+    EXPECT_EQ(oBench.oSnapshot.aoPaths[0].uiSteps, 1U);
+    EXPECT_LT(oBench.oSnapshot.aoPaths[0].flLeastSeconds, 3.1 * flField);
+
+    // The same pair, told of the output; and the other way round of the inputs.
+    const SStreamFigures& roOutput = oBench.Get(EStreamDirection::OUTPUT, 0);
+    const SAcrossFigures& roPair = oBench.oSnapshot.aoAcross[0];
+    EXPECT_EQ(oBench.oSnapshot.aoDirections[1].oReference, oReference);
+    EXPECT_EQ(roOutput.oPhaseSeconds.flValue, roPair.oPair.oOffsetSeconds.flValue);
+    EXPECT_EQ(roOutput.oDriftRatio.flValue, roPair.oPair.oDriftRatio.flValue);
+    EXPECT_EQ(roOutput.oCounters.uiSlips, 1U);
+    EXPECT_EQ(oBench.GetInput(2).oCounters.uiSlips, 1U);
+    EXPECT_EQ(roPair.oSlip.uiCount, 1U);
+    uint32_t uiTold = 0;
+    for (const SWatchEvent& roEvent : oBench.aoEvents)
+    {
+        if (roEvent.eKind == EWatchEventKind::SLIPPED)
+        {
+            ++uiTold;
+            EXPECT_EQ(EventStream_Unpack(roEvent.uiBefore), oReference);
+        }
+    }
+    EXPECT_EQ(uiTold, 3U) << "of both outputs and the input of its rate, each once";
+}
+
 TEST(Across, NothingSlipsThatHoversAboutZeroOrWasNotSeen)
 {
     // The first two hover; a signal away for its slip, one that moves by half a period, and one whose counter jumps.

@@ -133,6 +133,33 @@ void Lose(CWatched& roWatched, SStreamFigures& roStream, int64_t iUtcNs)
     roWatched.Happen(EWatchEventKind::SIGNAL_LOST, roStream.oKey.eDirection, roStream.oKey.uiIndex, iUtcNs);
 }
 
+TEST(WatchJudge, HoldsALockAcrossDirectionsThatWasToldAndNoOther)
+{
+    SJudgeSettings oSettings;
+    oSettings.aoStreams[1].resize(2);
+    oSettings.aoStreams[1][1].uiLockedAcross = 1; // the second output with the first input
+    CWatched oWatched(1, 2, oSettings);
+    for (const uint32_t uiOutput : {0U, 1U})
+    {
+        SAcrossFigures& roPair = oWatched.oSnapshot.aoAcross.emplace_back();
+        roPair.oFirst = {eIn, 0};
+        roPair.oSecond = {eOut, uiOutput};
+        roPair.oPair.eLock = ELockState::LOCKED;
+    }
+    oWatched.Run(100);
+    const int64_t iLockedUtcNs = oWatched.Now();
+    oWatched.oSnapshot.aoAcross[0].oPair.eLock = oWatched.oSnapshot.aoAcross[1].oPair.eLock = ELockState::FREE;
+    oWatched.Run(3);
+    const auto Get = [&oWatched](EStreamDirection eDirection, uint32_t uiIndex) -> const SHealth&
+    { return oWatched.Health(eDirection, uiIndex, EHealthDomain::SYNCHRONISATION); };
+    EXPECT_EQ(Get(eOut, 1).eStatus, EHealthStatus::UNHEALTHY);
+    EXPECT_EQ(Get(eOut, 1).oReason.eReason, EHealthReason::LOCK_LOST);
+    EXPECT_EQ(Get(eOut, 1).oReason.uiBefore, 1U) << "a stream of the other direction";
+    EXPECT_EQ(Get(eOut, 0).eStatus, EHealthStatus::HEALTHY);
+    EXPECT_EQ(Get(eIn, 0).eStatus, EHealthStatus::HEALTHY);
+    EXPECT_EQ(GetOnly(oWatched).iBeginUtcNs, iLockedUtcNs);
+}
+
 TEST(WatchJudge, HoldsNothingAgainstWhatNobodyExpects)
 {
     CWatched oWatched(2, 2);

@@ -221,9 +221,9 @@ struct SPathFigures
     double flLeastSeconds = 0.0;
     double flMeanSeconds = 0.0;
     double flMostSeconds = 0.0;
-    double flStdErrSeconds = 0.0; // of all three
-    double flStepSeconds = 0.0;   // what the next step adds; 0: none is ahead
-    SEstimate oNextStepSeconds;   // after the instant; likewise
+    double flStdErrSeconds = 0.0;    // of all three
+    double flStepSeconds = 0.0;      // what the next step adds; 0: none is ahead
+    SEstimate oNextStepSeconds = {}; // after the instant; likewise
     uint64_t uiSteps = 0;
     double flLastStepSeconds = 0.0;
     int64_t iLastStepUtcNs = 0; // 0: there was none
