@@ -215,9 +215,10 @@ export function acrossText(id, json, nowMs) {
     sentences.push(`Against ${other} it ${slips ?? still}.`);
   }
   if (path?.delay) {
-    const { least_seconds: least, most_seconds: most } = path.delay;
+    const [least, most] = [path.delay.least_seconds, path.delay.most_seconds].map(span);
+    const delay = least === most ? least : `${least} to ${most}`;
     sentences.push(
-      `From ${path.input} to ${path.output} a picture takes ${span(least)} to ${span(most)}, without the time that the application takes.`,
+      `From ${path.input} to ${path.output} a picture takes ${delay}, without the time that the application takes.`,
     );
   }
   return sentences.join(" ");
