@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,8 @@ public:
         oQueue.Flush(
             {.uiMonotonicNs = uiSecond * 1'000'000'000, .iUtcNs = static_cast<int64_t>(uiSecond) * 1'000'000'000},
             oClock);
-        aoEvents.assign(oQueue.Take().begin(), oQueue.Take().end());
+        const std::span<const SWatchEvent> aoTaken = oQueue.Take();
+        aoEvents.assign(aoTaken.begin(), aoTaken.end());
         std::string szText;
         for (const SWatchEvent& roEvent : aoEvents)
         {
