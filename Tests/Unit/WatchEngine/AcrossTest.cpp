@@ -46,7 +46,7 @@ void ExpectForecast(const SAcrossFigures& roPair, const SPlayed& roInput, const 
     EXPECT_NEAR(roSlip.oEverySeconds.flValue, flEvery, 3.0 * roSlip.oEverySeconds.flStdErr);
     EXPECT_NEAR(roSlip.oNextSeconds.flValue, (flPerSecond > 0.0 ? 1.0 - flInto : flInto) * flEvery,
                 3.0 * roSlip.oNextSeconds.flStdErr);
-    EXPECT_LT(roSlip.oEverySeconds.flStdErr, 0.02 / std::abs(roInput.flPpm - roOutput.flPpm) * flEvery);
+    EXPECT_LT(roSlip.oEverySeconds.flStdErr, 0.2 / std::abs(roInput.flPpm - roOutput.flPpm) * flEvery);
 }
 
 TEST(Across, SlipsAreForetoldWithinAMinuteAndCountedAsTheyHappen)
@@ -58,7 +58,10 @@ TEST(Across, SlipsAreForetoldWithinAMinuteAndCountedAsTheyHappen)
     {
         for (const double flPhaseUs : {3000.0, 12000.0})
         {
-            szChip += Play("input", aoInputs.emplace_back(SPlayed{flPpm, flPhaseUs}));
+            // Every second one wanders besides: what its last ten seconds did says little of the next minutes.
+            const char* szKeys = flPhaseUs == 3000.0 ? "jitter_ticks = 100"
+                                                     : "jitter_ticks = 20\nwander_ticks = 300\nwander_period_s = 37";
+            szChip += Play("input", aoInputs.emplace_back(SPlayed{flPpm, flPhaseUs}), szKeys);
         }
     }
     for (const double flHz : {30.0, 120.0})
@@ -102,7 +105,7 @@ TEST(Across, SlipsAreForetoldWithinAMinuteAndCountedAsTheyHappen)
             const double flThen = ToSeconds(roEvent.uiTick);
             const double flOff = std::remainder(GetAhead(roInput, oOutput, flThen), 1.0) /
                                  (std::abs(roInput.flPpm) * 1e-6 * std::min(60.0, roInput.flHz));
-            EXPECT_NEAR(flOff, 0.0, 0.5) << "s from its moment";
+            EXPECT_NEAR(flOff, 0.0, 0.5 + 4.0 / std::abs(roInput.flPpm)) << "s from its moment";
         }
         EXPECT_EQ(static_cast<double>(uiTold), std::abs(flSlips));
     }

@@ -178,6 +178,8 @@ struct SPairFigures
                                 // is one of both, of the first otherwise; 0: not known
     double flOffsetLines = 0.0; // in these; 0 when they are not known
     SEstimate oDriftRatio;      // growth of the offset, seconds per second
+    SEstimate oLongDriftRatio;  // the same over the longest window, whatever shorter ones say: for what is far ahead
+    double flScatterSeconds = 0.0; // of the offset about that
     ELockState eLock = ELockState::IDLE;
     uint32_t uiSecondsToLock = 0; // without drift, until a pair that passes counts as locked
     SEstimate oSecondsToThreshold;

@@ -21,7 +21,14 @@ struct SDrift
     bool bIsValid = false;
     double flTicksPerSecond = 0.0;
     double flErr = 0.0;
-    double flNowErr = 0.0; // of the offset at the instant, ticks
+    double flNowErr = 0.0;  // of the offset at the instant, ticks
+    double flScatter = 0.0; // of the blocks about the line, ticks
+};
+
+struct SDrifts
+{
+    SDrift oChosen;
+    SDrift oLongest; // whatever shorter windows say
 };
 
 double GetMultiple(double flRatio)
@@ -89,33 +96,40 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
     }
     oDrift.bIsValid = true;
     oDrift.flTicksPerSecond = GetGrowth(roFirst, roSecond, oFit.oSums.GetSlope() / flTicksPerSecond) * flTicksPerSecond;
+    const auto flBlocks = static_cast<double>(
+        std::ranges::count_if(aoDifference, [](const SLinePoint& roPoint) { return roPoint.flWeight > 0.0; }));
+    oDrift.flScatter = oFit.flSlopeErr * std::sqrt(oFit.oSums.flXX * flBlocks / oFit.oSums.flWeight);
     const double flFieldNoise = GetFieldNoise(roFirst, roSecond, flTicksPerSecond);
     oDrift.flErr = GetSlopeErr(roFirst, roSecond, oFit, flFieldNoise);
     oDrift.flNowErr = bAsksNow ? GetNowErr(roFirst, roSecond, aoDifference, oFit, flFieldNoise) : 0.0;
     return oDrift;
 }
 
-// The longest window that the shorter ones do not contradict.
-SDrift ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
+// The longest window that the shorter ones do not contradict counts.
+SDrifts ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flTicksPerSecond)
 {
     SDrift oChosen = GetDrift(roFirst, roSecond, EBlockLength::SECOND, flTicksPerSecond, true);
+    SDrift oLongest = oChosen;
+    bool bAgree = true;
     for (const EBlockLength eLength : {EBlockLength::TEN, EBlockLength::HUNDRED})
     {
         SDrift oLonger = GetDrift(roFirst, roSecond, eLength, flTicksPerSecond, !oChosen.bIsValid);
+        oLongest = oLonger.bIsValid ? oLonger : oLongest;
         if (!oChosen.bIsValid)
         {
             oChosen = oLonger; // the watcher was late for long
             continue;
         }
         const double flErr = std::hypot(oChosen.flErr, oLonger.flErr);
-        if (!oLonger.bIsValid || std::abs(oLonger.flTicksPerSecond - oChosen.flTicksPerSecond) > flContradicts * flErr)
+        bAgree = bAgree && oLonger.bIsValid &&
+                 std::abs(oLonger.flTicksPerSecond - oChosen.flTicksPerSecond) <= flContradicts * flErr;
+        if (bAgree)
         {
-            break;
+            oLonger.flNowErr = oChosen.flNowErr;
+            oChosen = oLonger;
         }
-        oLonger.flNowErr = oChosen.flNowErr;
-        oChosen = oLonger;
     }
-    return oChosen;
+    return {oChosen, oLongest};
 }
 
 // How long a drift still counts: until it has been away for long enough.
@@ -205,6 +219,7 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
         roPair.uiSecondsToLock = 0;
         roPair.oOffsetSeconds = {};
         roPair.oDriftRatio = {};
+        roPair.oLongDriftRatio = {};
         roPair.oSecondsToThreshold = {};
         roPair.oSecondsToSlip = {};
     };
@@ -221,7 +236,7 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
     const double flPeriod = std::min(roFirst.flPeriod, roSecond.flPeriod);
     const double flApart = roSecond.flGrid - roFirst.flGrid;
     const double flOffset = flApart - flPeriod * std::round(flApart / flPeriod);
-    const SDrift oDrift = ChooseDrift(roFirst, roSecond, roContext.flTicksPerSecond);
+    const auto [oDrift, oLongest] = ChooseDrift(roFirst, roSecond, roContext.flTicksPerSecond);
     if (!oDrift.bIsValid)
     {
         Leave(ELockState::IDLE);
@@ -231,6 +246,8 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
     roPair.oOffsetSeconds = {flOffset * flScale, oDrift.flNowErr * flScale, true};
     roPair.flOffsetLines = roContext.flLine > 0.0 ? roPair.oOffsetSeconds.flValue / roContext.flLine : 0.0;
     roPair.oDriftRatio = {oDrift.flTicksPerSecond * flScale, oDrift.flErr * flScale, true};
+    roPair.oLongDriftRatio = {oLongest.flTicksPerSecond * flScale, oLongest.flErr * flScale, true};
+    roPair.flScatterSeconds = oLongest.flScatter * flScale;
     roPair.eLock = JudgeLock(roPair, roContext.flThreshold);
     FillTimes(roPair, flPeriod * flScale, roContext.flThreshold);
 }

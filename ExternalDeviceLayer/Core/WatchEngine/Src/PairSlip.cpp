@@ -6,9 +6,12 @@
 namespace
 {
 
-constexpr double flMostMargin = 0.125;   // of the shorter period
-constexpr double flOffPrediction = 0.25; // likewise: farther off than that nobody knows what happened
-constexpr double flMarginStdErrs = 4.0;  // of the offset
+constexpr double flMostMargin = 0.125;           // of the shorter period
+constexpr double flOffPrediction = 0.25;         // likewise: farther off than that nobody knows what happened
+constexpr double flDrifts = 3.0;                 // standard errors
+constexpr double flWanders = 1.4142135623730951; // now and then: both are away from the line
+constexpr double flGrain = 0.28867513459481287;  // of a period: it slips with a field
+constexpr double flMarginStdErrs = 4.0;          // of the offset
 
 } // namespace
 
@@ -69,16 +72,18 @@ void CPairSlip::Fill(const SPairFigures& roPair, const SSlipScale& roScale, SSli
     roFigures.oEverySeconds = {};
     roFigures.oNextSeconds = {};
     const bool bIsFree = roPair.eLock == ELockState::FREE || roPair.eLock == ELockState::PASSING;
-    if (!m_bIsKnown || !bIsFree || !roPair.oSecondsToSlip.bIsValid)
+    const double flDrift = std::abs(roPair.oLongDriftRatio.flValue);
+    const double flDriftErr = roPair.oLongDriftRatio.flStdErr;
+    if (!m_bIsKnown || !bIsFree || flDrift <= flDrifts * flDriftErr || flDrift == 0.0)
     {
         return;
     }
-    const double flDrift = std::abs(roPair.oDriftRatio.flValue);
-    const double flDriftErr = roPair.oDriftRatio.flStdErr;
-    const double flRest = roPair.oDriftRatio.flValue > 0.0 ? roScale.flPeriod - m_flAhead : m_flAhead;
+    const double flRest = roPair.oLongDriftRatio.flValue > 0.0 ? roScale.flPeriod - m_flAhead : m_flAhead;
     const double flAhead = flRest > 0.0 ? flRest : flRest + roScale.flPeriod;
     const double flEvery = roScale.flPeriod / flDrift;
     const double flNext = flAhead / flDrift;
     roFigures.oEverySeconds = {flEvery, flEvery * flDriftErr / flDrift, true};
-    roFigures.oNextSeconds = {flNext, std::hypot(roPair.oOffsetSeconds.flStdErr, flNext * flDriftErr) / flDrift, true};
+    const double flPlaceErr = std::hypot(roPair.oOffsetSeconds.flStdErr, flWanders * roPair.flScatterSeconds);
+    roFigures.oNextSeconds = {
+        flNext, std::hypot(std::hypot(flPlaceErr, flNext * flDriftErr) / flDrift, flGrain * roScale.flPeriod), true};
 }
