@@ -47,6 +47,9 @@ class ApiTest(unittest.TestCase):
             answer = self.check("history", "/api/v1/history?stream=IN_01" + query)
             columns = [value for value in answer.values() if isinstance(value, list)]
             self.assertEqual({len(column) for column in columns}, {len(answer["t"])})
+            self.assertEqual(answer["t"], sorted(set(answer["t"])))
+            for least, most in zip(answer.get("phase_min", ()), answer.get("phase_max", ())):
+                self.assertTrue(least is None is most or least < most, (least, most))
 
     def test_incidents_are_told_newest_first_and_by_whether_they_are_open(self):
         numbers = lambda query: [each["number"] for each in self.check("incidents", f"/api/v1/incidents{query}")["incidents"]]

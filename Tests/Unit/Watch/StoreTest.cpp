@@ -132,22 +132,27 @@ TEST_F(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
     testing::internal::CaptureStderr();
     std::optional<CFullDisk> oFull(4096); // what is said has room
     uint64_t uiEvent = 1;
+    const auto PutNext = [&] {
+        ++uiEvent;
+        const SMadeUpSecond oSecond = MakeSecond(static_cast<int64_t>(uiEvent), uiEvent);
+        oSecond.poPublication->aaoTexts[0][0].szName = "renamed"; // is to be there with the rest
+        oRun.oWriter.Put(oSecond.GetStep());
+    };
     for (uint64_t uiFailures = 0; uiFailures < 3; ++uiFailures)
     {
-        ++uiEvent;
-        oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
+        PutNext();
         EXPECT_TRUE(Await([&] { return GetCosts(oRun.oWriter).uiStoreWriteFailures > uiFailures; }));
     }
     EXPECT_TRUE(GetCosts(oRun.oWriter).bStoreIsFailing);
     EXPECT_GE(GetCosts(oRun.oWriter).uiStoreRowsWaiting, 3U);
     oFull.reset();
-    ++uiEvent;
-    oRun.oWriter.Put(MakeSecond(static_cast<int64_t>(uiEvent), uiEvent).GetStep());
+    PutNext();
     EXPECT_TRUE(Await([&] { return !GetCosts(oRun.oWriter).bStoreIsFailing; }));
     const std::string szSaid = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
     EXPECT_EQ(GetCosts(oRun.oWriter).uiStoreRowsDropped, 0U);
     EXPECT_EQ(ReadEvents(szFile).size(), uiEvent);
+    EXPECT_EQ(CStoreReader(szFile).FindStreams().at(0).oTexts.szName, "renamed");
 }
 
 // A store that somebody removes or empties comes into being again, with what is new.

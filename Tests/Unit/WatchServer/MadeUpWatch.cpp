@@ -206,6 +206,8 @@ void CMadeUpWatch::AddPoints(const SStreamKey& roKey, int64_t iFromUtcNs, int64_
         oPoint.uiFields = 60;
         oPoint.oRateHz = {60.0 + 1.0 / 3.0, 1e-6 / 3.0, true};
         oPoint.oPhaseSeconds = {1e-6 / 3.0, 1e-9, iUtcNs / iNsPerSecond % 2 == 0};
+        oPoint.flPhaseMinSeconds = 1e-7 / 3.0;
+        oPoint.flPhaseMaxSeconds = 2e-6 / 3.0;
         m_aoSeconds.push_back({roKey, oPoint});
         if (iUtcNs % iNsPerMinute == 0)
         {
