@@ -214,6 +214,7 @@ void CMadeUpWatch::AddPoints(const SStreamKey& roKey, int64_t iFromUtcNs, int64_
             oPoint.uiSeconds = 60;
             m_aoMinutes.emplace_back().oKey = roKey;
             m_aoMinutes.back().oPoint = oPoint;
+            m_aoMinutes.back().uiPoints = 60;
             m_aoMinutes.back().bIsComplete = true;
         }
     }
