@@ -73,10 +73,13 @@ TEST_F(Journal, WritesWholeLinesOnceThereIsRoomAgain)
     std::optional<CFullDisk> oFull(std::filesystem::file_size(m_szFile) + 20); // in the middle of a line
     PutNumber(m_oJournal, 2);
     EXPECT_TRUE(Await([&] { return GetCosts(m_oJournal).bJournalIsFailing; }));
-    PutNumber(m_oJournal, 3);
+    m_oJournal.Put(std::vector(uiMostWaitingLines, MakeSecond(1, 33).aoEvents[0])); // one too many
     oFull.reset();
     m_oJournal.Close();
-    EXPECT_EQ(ReadNumbers(m_szFile), (Numbers{1, 2, 3}));
+    Numbers auiExpected(uiMostWaitingLines + 1, 33);
+    auiExpected[0] = 1;
+    auiExpected[1] = 2; // the half-written one goes on
+    EXPECT_EQ(ReadNumbers(m_szFile), auiExpected);
     const std::string szSaid = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::ranges::count(szSaid, '\n'), 2) << szSaid;
 }

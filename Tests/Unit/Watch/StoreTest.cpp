@@ -132,19 +132,30 @@ TEST_F(Store, WaitsForRoomOnAFullDiskAndSaysSoOnce)
     testing::internal::CaptureStderr();
     std::optional<CFullDisk> oFull(4096); // what is said has room
     uint64_t uiEvent = 1;
-    const auto PutNext = [&] {
-        ++uiEvent;
-        const SMadeUpSecond oSecond = MakeSecond(static_cast<int64_t>(uiEvent), uiEvent);
+    const auto PutNext = [&]
+    {
+        SMadeUpSecond oSecond = MakeSecond(static_cast<int64_t>(uiEvent), uiEvent + 1);
         oSecond.poPublication->aaoTexts[0][0].szName = "renamed"; // is to be there with the rest
+        oSecond.aoEvents.resize(1000, oSecond.aoEvents[0]);       // more than the file has room for
+        for (SWatchEvent& roEvent : oSecond.aoEvents)
+        {
+            roEvent.uiNumber = ++uiEvent;
+        }
         oRun.oWriter.Put(oSecond.GetStep());
     };
+    std::optional<CFullDisk> oGrown;
     for (uint64_t uiFailures = 0; uiFailures < 3; ++uiFailures)
     {
+        if (uiFailures == 1)
+        {
+            oGrown.emplace(std::filesystem::file_size(szFile)); // only the last step of the writing fails
+        }
         PutNext();
         EXPECT_TRUE(Await([&] { return GetCosts(oRun.oWriter).uiStoreWriteFailures > uiFailures; }));
     }
     EXPECT_TRUE(GetCosts(oRun.oWriter).bStoreIsFailing);
     EXPECT_GE(GetCosts(oRun.oWriter).uiStoreRowsWaiting, 3U);
+    oGrown.reset();
     oFull.reset();
     PutNext();
     EXPECT_TRUE(Await([&] { return !GetCosts(oRun.oWriter).bStoreIsFailing; }));
