@@ -59,6 +59,14 @@ standard = '1080p60'
 event = [{ kind = 'buffers_run_out', at_s = 2, for_s = 2.5 }]
 """
 HANGING = LOCKED + "event = [{ kind = 'hang', at_s = 1, ms = 60000 }]\n"
+CHIPS = LOCKED + """
+[[chip]]
+clock_ppm = 30
+tick_frequency_hz = 27_000_000
+[[chip.input]]
+standard = '1080p60'
+event = [{ kind = 'hang', at_s = 3, ms = 60000 }]
+"""
 
 
 class WatchCase(unittest.TestCase):
@@ -275,6 +283,26 @@ class Serve(WatchCase):
         self.assertGreater(sum(minutes["fields"]), 3 * 60, "what the first run saw counts")
         second.end()
 
+    def test_a_chip_that_hangs_takes_no_other_with_it(self):
+        watch = self.serve(CHIPS, "--gpu", "all", "--store", self.store)
+
+        def fields():
+            streams = watch.get("/api/v1/streams")
+            check_schema(SCHEMAS, "streams", streams)
+            return {one["id"]: one["counters"]["fields_observed"] for one in streams["directions"]["input"]["streams"]}
+        watch.await_snapshot(7)  # the hang has begun by then
+        before = fields()
+        self.assertEqual(list(before), ["0:IN_00", "0:IN_01", "1:IN_00"])
+        number = watch.get("/api/v1/streams")["snapshot"]["number"]
+        watch.await_snapshot(number + 2)
+        after = fields()
+        self.assertEqual(after["1:IN_00"], before["1:IN_00"])
+        self.assertGreater(after["0:IN_00"], before["0:IN_00"])
+        status, seconds = watch.end()
+        self.assertEqual((status, seconds < END), (0, True))
+        reported = json.loads(self.start("", "report", self.store, "--json").run()[1])["streams"]
+        self.assertEqual([one["stream"] for one in reported], ["0:IN_00", "0:IN_01", "1:IN_00"])
+
     def test_incidents_are_the_same_wherever_they_are_told(self):
         journal, told, program = (self.folder / name for name in ("journal", "told", "program"))
         program.write_text(f"#!/bin/sh\ncat >> {told}\n")
@@ -331,6 +359,7 @@ class Serve(WatchCase):
             ((LOCKED, "--reference", "IN_09"), 1, "has no IN_09"),
             (("",), 1, "no board"),
             ((LOCKED, "--gpu", "x"), 2, "--gpu"),
+            ((LOCKED, "--gpu", "0,7"), 1, "no chip 7"),
             ((LOCKED, "watch"), 2, "expected serve, check, report, record or export"),
             ((LOCKED, "report", "/nowhere/at/all"), 1, "No such file"),
             ((LOCKED, "no\nsuch\x1bthing"), 2, "no?such?thing"),

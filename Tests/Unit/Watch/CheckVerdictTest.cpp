@@ -29,7 +29,7 @@ SStreamFigures& In(SWatchPublication& roPublication, uint32_t uiIndex)
 SWatchPublication MakePublication()
 {
     SWatchPublication oPublication;
-    std::array<SDirectionFigures, 2>& raoDirections = oPublication.oSnapshot.aoDirections;
+    std::vector<SDirectionFigures>& raoDirections = oPublication.oSnapshot.aoDirections;
     for (uint32_t uiIndex = 0; uiIndex < 2; ++uiIndex)
     {
         SStreamFigures& roStream = raoDirections[0].aoStreams.emplace_back();

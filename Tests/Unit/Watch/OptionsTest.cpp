@@ -36,6 +36,9 @@ TEST(WatchOptions, ServesWhenNothingElseIsAskedFor)
     EXPECT_EQ(oParsed.oOptions.oServe.uiKeepDays, 7U);
     EXPECT_DOUBLE_EQ(oParsed.oOptions.oServe.oThreshold.flSeconds, 5e-6);
     EXPECT_EQ(oParsed.oOptions.oServe.aoReferences[1], (SStreamKey{EStreamDirection::OUTPUT, 1}));
+    EXPECT_EQ(oParsed.oOptions.oServe.oBoard.auiChips, std::vector<uint32_t>{0});
+    EXPECT_EQ(Parse({"-g", "3,1"}).oOptions.oServe.oBoard.auiChips, (std::vector<uint32_t>{1, 3}));
+    EXPECT_TRUE(Parse({"--gpu", "all"}).oOptions.oServe.oBoard.auiChips.empty());
 }
 
 TEST(WatchOptions, TakesConditionsOfACheck)
@@ -86,6 +89,11 @@ TEST(WatchOptions, SaysInOneLineWhatIsWrong)
         {{"--store", "x", "--journal", "x"}, "file of --store"},
         {{"--recordings", "x", "--recorder", "0"}, "--recordings: needs a --recorder"},
         {{"--recorder", "3601"}, "--recorder"},
+        {{"--gpu", "0,0"}, "'0,0': a chip is named twice"},
+        {{"check", "--gpu", "0,x"}, "'0,x': expected 0,1|all"},
+        {{"record", "--gpu", "all", "x"}, "one chip only"},
+        {{"--gpu", "0,1", "--recordings", "x"}, "one chip only"},
+        {{"--locked", "0:IN_00,1:IN_00"}, "streams of one chip"},
         {{"report", "store", "--from", "2030-01-01"}, "has not come yet"},
         {{"report"}, "store"},
         {{"report", "store", "--from", "-1h", "--to", "-2h"}, "before --to"},

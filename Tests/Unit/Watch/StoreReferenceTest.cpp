@@ -189,6 +189,7 @@ void StoreReference::Make()
                             m_oRandom(),
                             DrawReal()};
         oIncident.auiStreams = {static_cast<uint32_t>(m_oRandom()), static_cast<uint32_t>(m_oRandom())};
+        oIncident.auiStreams[2 + Draw(uiMaxSlots - 2)] = static_cast<uint32_t>(m_oRandom());
         oIncident.eShared = static_cast<EIncidentShare>(Draw(4));
         oIncident.bIsWhole = Draw(2) == 0;
         oIncident.bIsTogether = Draw(2) == 0;
@@ -265,7 +266,7 @@ void StoreReference::CompareQueries()
         oQuery.uiAfterNumber = Draw(2) * Draw(m_aoEvents.size());
         oQuery.uiBeforeNumber = Draw(2) == 0 ? UINT64_MAX : Draw(m_aoEvents.size());
         oQuery.uiKinds = Draw(2) == 0 ? ~0ULL : m_oRandom();
-        oQuery.uiOutputs = Draw(2) == 0 ? ~0ULL : 0;
+        oQuery.auiStreams[1] = Draw(2) == 0 ? ~0U : 0;
         oQuery.uiMost = static_cast<uint32_t>(1 + Draw(60));
         const uint64_t uiBefore = Draw(2) == 0 ? UINT64_MAX : Draw(m_aoEvents.size());
         std::vector<SWatchEvent> aoExpected;
@@ -275,7 +276,7 @@ void StoreReference::CompareQueries()
                                ro.uiNumber > oQuery.uiAfterNumber &&
                                ro.uiNumber < std::min(oQuery.uiBeforeNumber, uiBefore) &&
                                (oQuery.uiKinds >> static_cast<unsigned>(ro.eKind) & 1U) != 0 &&
-                               (ro.oKey.eDirection == EStreamDirection::INPUT || oQuery.uiOutputs != 0 ||
+                               (ro.oKey.eDirection == EStreamDirection::INPUT || oQuery.auiStreams[1] != 0 ||
                                 (ro.eKind == EWatchEventKind::SLIPPED && ro.uiBefore >> 32U == 0));
             aoExpected.insert(aoExpected.begin(), bFits ? 1 : 0, ro);
         }

@@ -54,7 +54,7 @@ public:
 
     SStreamChannel& Channel(EStreamDirection eDirection)
     {
-        return *oSession.GetChannels()[static_cast<size_t>(eDirection)][0];
+        return *oSession.GetChips().front()->GetChannels()[static_cast<size_t>(eDirection)][0];
     }
     // What has arrived so far, added to what had.
     const std::vector<SFieldRecord>& Records(EStreamDirection eDirection = EStreamDirection::INPUT)

@@ -95,7 +95,7 @@ TEST(Across, SlipsAreForetoldWithinAMinuteAndCountedAsTheyHappen)
         {
             const bool bIsOfPair = roEvent.eKind == EWatchEventKind::SLIPPED &&
                                    roEvent.oKey.eDirection == EStreamDirection::OUTPUT &&
-                                   EventStream_Unpack(roEvent.uiBefore) == oBench.oSnapshot.aoAcross[uiInput].oFirst;
+                                   EventStream_Unpack(roEvent.uiBefore, 0) == oBench.oSnapshot.aoAcross[uiInput].oFirst;
             if (!bIsOfPair)
             {
                 continue;
@@ -168,7 +168,7 @@ TEST(Across, APathTakesWhatPhaseAndQueueSayAndAReferenceMayBeOfTheOtherDirection
         if (roEvent.eKind == EWatchEventKind::SLIPPED)
         {
             ++uiTold;
-            EXPECT_EQ(EventStream_Unpack(roEvent.uiBefore), oReference);
+            EXPECT_EQ(EventStream_Unpack(roEvent.uiBefore, 0), oReference);
         }
     }
     EXPECT_EQ(uiTold, 3U) << "of both outputs and the input of its rate, each once";

@@ -31,7 +31,12 @@ TEST(WatchTextsTest, AStreamIsNamedInOneWayOnly)
     EXPECT_EQ(StreamId_Print({EStreamDirection::OUTPUT, 31}), "OUT_31");
     EXPECT_EQ(StreamId_Find("OUT_31"), (SStreamKey{EStreamDirection::OUTPUT, 31}));
     EXPECT_EQ(StreamId_Find("IN_07"), (SStreamKey{EStreamDirection::INPUT, 7}));
-    for (const char* szWrong : {"", "IN_", "IN_7", "IN_32", "IN_007", "OUT_-1", "in_00", "IN_0x", "IN 00", "OUT00"})
+    const SStreamKey oOfChip = {EStreamDirection::OUTPUT, 2, 16};
+    EXPECT_EQ(StreamId_Print(oOfChip), "15:OUT_02");
+    EXPECT_EQ(StreamId_Find("15:OUT_02"), oOfChip);
+    EXPECT_EQ(StreamId_PrintRanges(oOfChip, 0b11101U), "15:OUT_00, 02-04");
+    for (const char* szWrong : {"", "IN_", "IN_7", "IN_32", "IN_007", "OUT_-1", "in_00", "IN_0x", "IN 00", "OUT00",
+                                ":IN_00", "16:IN_00", "00:IN_00", "x:IN_00", "0:0:IN_00"})
     {
         EXPECT_EQ(StreamId_Find(szWrong), std::nullopt) << szWrong;
     }

@@ -54,14 +54,15 @@ enum class ESlip : uint8_t
     REPEATED
 };
 
-/* A stream as one number and back, for events. */
+/* A stream of the same chip as one number and back, for events. */
 constexpr uint64_t EventStream_Pack(const SStreamKey& roKey)
 {
     return uint64_t{roKey.uiIndex} | static_cast<uint64_t>(roKey.eDirection) << 32U;
 }
-constexpr SStreamKey EventStream_Unpack(uint64_t uiPacked)
+constexpr SStreamKey EventStream_Unpack(uint64_t uiPacked, uint32_t uiChip)
 {
-    return {uiPacked >> 32U == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT, static_cast<uint32_t>(uiPacked)};
+    return {uiPacked >> 32U == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT, static_cast<uint32_t>(uiPacked),
+            uiChip};
 }
 
 struct SWatchEvent

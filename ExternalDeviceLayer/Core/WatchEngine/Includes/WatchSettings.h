@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -32,6 +33,8 @@ struct SWatchSettings
     int64_t iTickOffsetNs = 0;       // what that showed at tick 0, when they do
     bool bSetsAreEstimated = false;  // the board says that its set-buffer counters are estimates
     uint64_t uiEventsBefore = 0;     // events are numbered on from here
+    // Instead: the last number that engines of one thread have given together; null: this one numbers alone.
+    std::shared_ptr<uint64_t> puiLastEvent = {};
 };
 
 #endif

@@ -127,6 +127,7 @@ struct SLastEvent
 struct SStreamFigures
 {
     SStreamKey oKey;
+    uint32_t uiChip = 0; // of the board, as it counts them
     EStreamState eState = EStreamState::IDLE;
     int64_t iStateSinceUtcNs = 0;
     SStreamDescription oDescription = {};
@@ -210,6 +211,7 @@ struct SAcrossGroup
     uint32_t uiGroup = 0;                    // identity among these, kept while the group lasts
     std::array<uint32_t, 2> auiMembers = {}; // by EStreamDirection: bit i: stream i
     int64_t iSinceUtcNs = 0;
+    uint32_t uiChip = 0; // as in SStreamKey
 };
 
 // How long a picture takes from the start of its field at an input to the first field start of an output that can show
@@ -260,17 +262,48 @@ struct SClockFigures
     double flEstimatedErrorSeconds = 0.0;  // the kernel's estimate for it
 };
 
+// A chip that is watched.
+struct SChipFigures
+{
+    uint32_t uiChip = 0;     // as in SStreamKey
+    uint32_t uiNumber = 0;   // of the board, as it counts them
+    uint64_t uiInstants = 0; // that have been told of it; 0: it has not opened yet, or does not
+    uint32_t uiTickFrequencyHz = 0;
+    SClockFigures oClock; // at its last instant
+};
+
 struct SWatchSnapshot
 {
     uint64_t uiNumber = 0; // grows by one per snapshot, from 1
     uint32_t uiTickFrequencyHz = 0;
-    SLockThreshold oThreshold;    // of the lock states
-    uint64_t uiEventsDropped = 0; // events that found no room because nobody took them
-    SClockFigures oClock;
-    std::array<SDirectionFigures, 2> aoDirections; // by EStreamDirection
-    std::vector<SAcrossFigures> aoAcross;          // inputs with outputs, ordered by input, then output
-    std::vector<SAcrossGroup> aoAcrossGroups;      // ordered by identity
-    std::vector<SPathFigures> aoPaths;             // as they were told
+    SLockThreshold oThreshold;         // of the lock states
+    uint64_t uiEventsDropped = 0;      // events that found no room because nobody took them
+    SClockFigures oClock;              // of several chips the first one's
+    std::vector<SChipFigures> aoChips; // in the order of their numbers
+    // By StreamKey_GetSlot; of one chip: by EStreamDirection.
+    std::vector<SDirectionFigures> aoDirections = std::vector<SDirectionFigures>(2);
+    std::vector<SAcrossFigures> aoAcross;     // inputs with outputs, ordered by chip, input, then output
+    std::vector<SAcrossGroup> aoAcrossGroups; // ordered by chip and identity
+    std::vector<SPathFigures> aoPaths;        // as they were told
+
+    /* The clock of a chip, as in SStreamKey. */
+    const SClockFigures& GetClock(uint32_t uiChip) const
+    {
+        const SChipFigures* poChip = FindChip(uiChip);
+        return poChip != nullptr && poChip->uiInstants != 0 ? poChip->oClock : oClock;
+    }
+    /* Null when it is not told of. */
+    const SChipFigures* FindChip(uint32_t uiChip) const
+    {
+        for (const SChipFigures& roChip : aoChips)
+        {
+            if (roChip.uiChip == uiChip)
+            {
+                return &roChip;
+            }
+        }
+        return nullptr;
+    }
 };
 
 #endif

@@ -63,7 +63,8 @@ CEventQueue::CEventQueue(const SWatchSettings& roSettings, uint32_t uiNbOfInputs
     : m_uiNbOfInputs(uiNbOfInputs),
       m_aoEpisodes(size_t{uiNbOfInputs + uiNbOfOutputs} * uiKinds),
       m_aoLast(uiNbOfInputs + uiNbOfOutputs),
-      m_uiNumber(roSettings.uiEventsBefore)
+      m_puiLastEvent(roSettings.puiLastEvent ? roSettings.puiLastEvent
+                                             : std::make_shared<uint64_t>(roSettings.uiEventsBefore))
 {
     m_aoPending.reserve(uiMostPending);
     m_aoReady.reserve(uiMostReady);
@@ -246,7 +247,7 @@ void CEventQueue::MakeReady()
 
 void CEventQueue::Number(SWatchEvent& roEvent)
 {
-    roEvent.uiNumber = ++m_uiNumber;
+    roEvent.uiNumber = ++*m_puiLastEvent;
     m_aoLast[GetStream(roEvent.oKey)] = {roEvent.uiNumber, roEvent.eKind, roEvent.iUtcNs};
 }
 

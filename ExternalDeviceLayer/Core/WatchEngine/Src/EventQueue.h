@@ -11,6 +11,7 @@
 #define EVENT_QUEUE_H
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -86,7 +87,7 @@ private:
     std::vector<SWatchEvent> m_aoReady;
     bool m_bTaken = false;
     bool m_bEndAll = false;
-    uint64_t m_uiNumber;
+    std::shared_ptr<uint64_t> m_puiLastEvent; // its number
     uint64_t m_uiDropped = 0;
 };
 

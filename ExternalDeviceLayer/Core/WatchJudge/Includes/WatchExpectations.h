@@ -4,7 +4,6 @@
 #ifndef WATCH_EXPECTATIONS_H
 #define WATCH_EXPECTATIONS_H
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -35,7 +34,8 @@ struct SStreamExpectation
 
 struct SJudgeSettings
 {
-    std::array<std::vector<SStreamExpectation>, 2> aoStreams; // by EStreamDirection; missing ones expect nothing
+    // By StreamKey_GetSlot; missing ones expect nothing.
+    std::vector<std::vector<SStreamExpectation>> aoStreams = std::vector<std::vector<SStreamExpectation>>(2);
     double flLearnSeconds = 60.0;   // so long a stream does something before it is expected to go on
     double flRecoverySeconds = 3.0; // so long it must be better to count as better
     double flMostPpm = 5000.0;      // of a rate against the nominal one (CTA-861 allows 0.5 %)

@@ -81,13 +81,16 @@ struct SStreamHealth
     std::array<SHealth, uiNbOfHealthDomains> aoDomains; // by EHealthDomain
 };
 
+// Streams as bits, by StreamKey_GetSlot.
+using StreamBits = std::array<uint32_t, uiMaxSlots>;
+
 // What the streams of an incident have in common.
 enum class EIncidentShare : uint8_t
 {
     STREAM, // there is but one
     LOCK_GROUP,
-    BOARD,
-    MACHINE,
+    BOARD,   // one chip
+    MACHINE, // several chips, or who watches
     NONE,
     COUNT
 };
@@ -101,7 +104,7 @@ struct SIncident
     EHealthStatus eWorst = EHealthStatus::PARTIALLY_HEALTHY;
     SStreamKey oFirstStream; // of the first fault
     SHealthReason oFirst;
-    std::array<uint32_t, 2> auiStreams = {}; // by EStreamDirection: bit i: stream i
+    StreamBits auiStreams = {};
     EIncidentShare eShared = EIncidentShare::STREAM;
     bool bIsWhole = false;        // all streams of what is shared
     bool bIsTogether = false;     // all within one field period
@@ -113,9 +116,10 @@ struct SIncident
 
 struct SJudgement
 {
-    SHealth oOverall;                                    // the worst of all streams
-    std::array<std::vector<SStreamHealth>, 2> aoStreams; // by EStreamDirection, then index
-    std::vector<SIncident> aoIncidents;                  // open and the last ones, newest first
+    SHealth oOverall; // the worst of all streams
+    // By StreamKey_GetSlot, then index.
+    std::vector<std::vector<SStreamHealth>> aoStreams = std::vector<std::vector<SStreamHealth>>(2);
+    std::vector<SIncident> aoIncidents; // open and the last ones, newest first
     uint32_t uiIncidentsOpen = 0;
     uint64_t uiIncidents = 0; // begun since the watch began
 };

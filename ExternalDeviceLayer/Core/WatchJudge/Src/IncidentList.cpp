@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <numeric>
 
 #include "WatchJudge.h"
 
@@ -26,7 +27,7 @@ bool BeginsWith(const SFaultBegin& roA, const SFaultBegin& roB)
 
 bool WereInLock(const SFaultBegin& roA, const SFaultBegin& roB)
 {
-    return roA.oKey.eDirection == roB.oKey.eDirection &&
+    return StreamKey_GetSlot(roA.oKey) == StreamKey_GetSlot(roB.oKey) &&
            ((roA.uiPeers >> roB.oKey.uiIndex & 1U) != 0 || (roB.uiPeers >> roA.oKey.uiIndex & 1U) != 0);
 }
 
@@ -40,7 +41,36 @@ bool BelongsTo(const SFaultBegin& roNew, const SFaultBegin& roLasting)
 
 uint32_t CountStreams(const SIncident& roIncident)
 {
-    return static_cast<uint32_t>(std::popcount(roIncident.auiStreams[0]) + std::popcount(roIncident.auiStreams[1]));
+    const auto fnAdd = [](uint32_t uiSum, uint32_t uiStreams)
+    { return uiSum + static_cast<uint32_t>(std::popcount(uiStreams)); };
+    return std::accumulate(roIncident.auiStreams.begin(), roIncident.auiStreams.end(), 0U, fnAdd);
+}
+
+// Whether an incident has no streams but those of the first one's chip, or direction.
+bool IsOfOne(const SIncident& roIncident, size_t uiFirstSlot, size_t uiSlots)
+{
+    for (size_t uiSlot = 0; uiSlot < roIncident.auiStreams.size(); ++uiSlot)
+    {
+        if (roIncident.auiStreams[uiSlot] != 0 && uiSlot / uiSlots != uiFirstSlot / uiSlots)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether it has all that run, of the first one's chip or of all chips.
+bool HasAll(const SIncident& roIncident, const StreamBits& rauiRunning, size_t uiFirstSlot, bool bOfOneChip)
+{
+    for (size_t uiSlot = 0; uiSlot < rauiRunning.size(); ++uiSlot)
+    {
+        const bool bCounts = !bOfOneChip || uiSlot / 2 == uiFirstSlot / 2;
+        if (bCounts && (rauiRunning[uiSlot] & ~roIncident.auiStreams[uiSlot]) != 0)
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -91,7 +121,7 @@ void CIncidentList::Join(SOpen& roOpen, const SFaultBegin& roFault)
         roOpen.aoMembers.push_back({roFault, true});
     }
     SIncident& roIncident = roOpen.oIncident;
-    roIncident.auiStreams[static_cast<size_t>(roFault.oKey.eDirection)] |= 1U << roFault.oKey.uiIndex;
+    roIncident.auiStreams[StreamKey_GetSlot(roFault.oKey)] |= 1U << roFault.oKey.uiIndex;
     roIncident.eWorst = std::max(roIncident.eWorst, roFault.eStatus);
     if (roFault.eDomain == EHealthDomain::OBSERVATION && roFault.iEndUtcNs != 0)
     {
@@ -152,11 +182,11 @@ void CIncidentList::End(const SStreamKey& roKey, EHealthDomain eDomain, int64_t 
 }
 
 // What the streams share, by what the data tell and no further.
-void CIncidentList::Explain(SOpen& roOpen, const std::array<uint32_t, 2>& rauiRunning)
+void CIncidentList::Explain(SOpen& roOpen, const StreamBits& rauiRunning)
 {
     SIncident& roIncident = roOpen.oIncident;
     const SFaultBegin& roFirst = roOpen.aoMembers.front().oFault;
-    const auto uiDirection = static_cast<size_t>(roFirst.oKey.eDirection);
+    const size_t uiSlot = StreamKey_GetSlot(roFirst.oKey);
     const uint32_t uiGroup = roFirst.uiPeers | 1U << roFirst.oKey.uiIndex;
     int64_t iLastBegin = roIncident.iBeginUtcNs;
     roIncident.bIsTogether = true;
@@ -167,21 +197,23 @@ void CIncidentList::Explain(SOpen& roOpen, const std::array<uint32_t, 2>& rauiRu
         iLastBegin = bIsOfFirst ? std::max(iLastBegin, roMember.oFault.iBeginUtcNs) : iLastBegin;
     }
     roIncident.flSpreadSeconds = static_cast<double>(iLastBegin - roIncident.iBeginUtcNs) * 1e-9;
-    const bool bHasAll =
-        (rauiRunning[0] & ~roIncident.auiStreams[0]) == 0 && (rauiRunning[1] & ~roIncident.auiStreams[1]) == 0;
+    const bool bHasAll = HasAll(roIncident, rauiRunning, uiSlot, false);
     const bool bIsSingle = CountStreams(roIncident) == 1;
-    const bool bIsGroup = !bIsSingle && roIncident.auiStreams[1 - uiDirection] == 0 &&
-                          (roIncident.auiStreams[uiDirection] & ~uiGroup) == 0;
+    const bool bIsGroup =
+        !bIsSingle && IsOfOne(roIncident, uiSlot, 1) && (roIncident.auiStreams[uiSlot] & ~uiGroup) == 0;
     if (roIncident.eDomain == EHealthDomain::OBSERVATION && (bHasAll || !bIsSingle))
     {
         roIncident.eShared = EIncidentShare::MACHINE;
         roIncident.bIsWhole = bHasAll;
         return;
     }
-    roIncident.eShared = bIsSingle  ? EIncidentShare::STREAM
-                         : bIsGroup ? EIncidentShare::LOCK_GROUP
-                                    : EIncidentShare::BOARD;
-    roIncident.bIsWhole = bIsGroup ? roIncident.auiStreams[uiDirection] == uiGroup : bHasAll;
+    const bool bIsOfOneChip = IsOfOne(roIncident, uiSlot, 2);
+    roIncident.eShared = bIsSingle      ? EIncidentShare::STREAM
+                         : bIsGroup     ? EIncidentShare::LOCK_GROUP
+                         : bIsOfOneChip ? EIncidentShare::BOARD
+                                        : EIncidentShare::MACHINE;
+    roIncident.bIsWhole =
+        bIsGroup ? roIncident.auiStreams[uiSlot] == uiGroup : HasAll(roIncident, rauiRunning, uiSlot, bIsOfOneChip);
 }
 
 SWatchEvent WatchJudge_MakeEvent(const SIncident& roIncident, EWatchEventKind eKind)
@@ -202,7 +234,7 @@ SWatchEvent WatchJudge_MakeEvent(const SIncident& roIncident, EWatchEventKind eK
     return oEvent;
 }
 
-void CIncidentList::Close(const std::array<uint32_t, 2>& rauiRunning)
+void CIncidentList::Close(const StreamBits& rauiRunning)
 {
     for (SOpen& roOpen : m_aoOpen)
     {

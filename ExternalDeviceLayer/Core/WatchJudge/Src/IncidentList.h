@@ -38,9 +38,9 @@ public:
     void End(const SStreamKey& roKey, EHealthDomain eDomain, int64_t iEndUtcNs);
     /*
      * Ends what has no fault any more, and tells what the streams of those that have changed share.
-     *   auiRunning  in  by direction: the streams that run
+     *   rauiRunning  in  the streams that run
      */
-    void Close(const std::array<uint32_t, 2>& rauiRunning);
+    void Close(const StreamBits& rauiRunning);
 
     /* Those that began or ended since the last call of ForgetEvents. */
     std::span<const SWatchEvent> GetEvents() const { return m_aoEvents; }
@@ -66,7 +66,7 @@ private:
     SOpen* FindFor(const SFaultBegin& roFault);
     SMember* FindMember(const SStreamKey& roKey, EHealthDomain eDomain, SOpen*& rpoOpen);
     void Join(SOpen& roOpen, const SFaultBegin& roFault);
-    static void Explain(SOpen& roOpen, const std::array<uint32_t, 2>& rauiRunning);
+    static void Explain(SOpen& roOpen, const StreamBits& rauiRunning);
 
     uint64_t m_uiLast;
     uint64_t m_uiBegun = 0;

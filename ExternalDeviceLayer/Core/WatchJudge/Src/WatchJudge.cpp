@@ -54,15 +54,15 @@ struct SWatchJudgeState
     {
     }
 
-    const SStreamExpectation& GetTold(size_t uiDirection, size_t uiStream) const
+    const SStreamExpectation& GetTold(size_t uiSlot, size_t uiStream) const
     {
-        const std::vector<SStreamExpectation>& raoTold = oSettings.aoStreams[uiDirection];
-        return uiStream < raoTold.size() ? raoTold[uiStream] : oNothing;
+        const bool bIsTold = uiSlot < oSettings.aoStreams.size() && uiStream < oSettings.aoStreams[uiSlot].size();
+        return bIsTold ? oSettings.aoStreams[uiSlot][uiStream] : oNothing;
     }
 
     SJudgeSettings oSettings;
     SStreamExpectation oNothing;
-    std::array<SJudgedDirection, 2> aoDirections;
+    std::vector<SJudgedDirection> aoDirections; // by StreamKey_GetSlot
     CIncidentList oIncidents;
     std::vector<SFaultBegin> aoBegun; // this second
     SHealth oOverall;
@@ -73,6 +73,7 @@ namespace
 
 void TakeNews(SWatchJudgeState& roJudge, const SJudgeInput& roInput)
 {
+    roJudge.aoDirections.resize(roInput.roSnapshot.aoDirections.size());
     for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
     {
         SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
@@ -86,13 +87,14 @@ void TakeNews(SWatchJudgeState& roJudge, const SJudgeInput& roInput)
     }
     for (const SWatchEvent& roEvent : roInput.aoHappenings)
     {
-        std::vector<SJudgedStream>& raoStreams =
-            roJudge.aoDirections[static_cast<size_t>(roEvent.oKey.eDirection)].aoStreams;
-        if (roEvent.oKey.uiIndex >= raoStreams.size() || roEvent.eKind >= EWatchEventKind::COUNT)
+        const size_t uiSlot = StreamKey_GetSlot(roEvent.oKey);
+        if (uiSlot >= roJudge.aoDirections.size() ||
+            roEvent.oKey.uiIndex >= roJudge.aoDirections[uiSlot].aoStreams.size() ||
+            roEvent.eKind >= EWatchEventKind::COUNT)
         {
             continue;
         }
-        SJudgedStream& roStream = raoStreams[roEvent.oKey.uiIndex];
+        SJudgedStream& roStream = roJudge.aoDirections[uiSlot].aoStreams[roEvent.oKey.uiIndex];
         const SWatchEvent*& rpoFirst = roStream.oNews.apoFirst[static_cast<size_t>(roEvent.eKind)];
         rpoFirst = rpoFirst == nullptr || roEvent.iUtcNs < rpoFirst->iUtcNs ? &roEvent : rpoFirst;
         if (roEvent.eKind == EWatchEventKind::PHASE_STEPPED)
@@ -161,11 +163,17 @@ void TakeLockAcross(SJudgedStream& roStream, const SStreamExpectation& roTold, c
     }
 }
 
+// The clock of the chip that a direction is of.
+const SClockFigures& GetClock(const SJudgeInput& roInput, size_t uiSlot)
+{
+    return roInput.roSnapshot.GetClock(StreamKey_FromSlot(uiSlot, 0).uiChip);
+}
+
 void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiDirection)
 {
     SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
     const SDirectionFigures& roFigures = roInput.roSnapshot.aoDirections[uiDirection];
-    const int64_t iInstantUtcNs = roInput.roSnapshot.oClock.iUtcNs;
+    const int64_t iInstantUtcNs = GetClock(roInput, uiDirection).iUtcNs;
     for (SJudgedStream& roStream : roDirection.aoStreams)
     {
         roStream.oLock = {};
@@ -186,7 +194,11 @@ void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiD
     }
     for (const SAcrossFigures& roPair : roInput.roSnapshot.aoAcross)
     {
-        const bool bIsFirst = static_cast<size_t>(roPair.oFirst.eDirection) == uiDirection;
+        const bool bIsFirst = StreamKey_GetSlot(roPair.oFirst) == uiDirection;
+        if (!bIsFirst && StreamKey_GetSlot(roPair.oSecond) != uiDirection)
+        {
+            continue;
+        }
         const SStreamKey& roKey = bIsFirst ? roPair.oFirst : roPair.oSecond;
         TakeLockAcross(roDirection.aoStreams[roKey.uiIndex], roJudge.GetTold(uiDirection, roKey.uiIndex),
                        bIsFirst ? roPair.oSecond : roPair.oFirst, roPair.oPair.eLock, iInstantUtcNs);
@@ -197,7 +209,7 @@ void TakeLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t uiD
         roLock.bIsMissing = roLock.bIsTold || (roLock.bIsMissing && !roLock.bIsLocked);
         const int64_t iLockedUtcNs = roLock.bIsAcross ? roStream.iAcrossUtcNs : roStream.iLockedUtcNs;
         roLock.iSinceUtcNs = std::max(iLockedUtcNs, roStream.iSteppedUtcNs);
-        roLock.iSinceUtcNs = roLock.iSinceUtcNs != 0 ? roLock.iSinceUtcNs : roInput.roSnapshot.oClock.iUtcNs;
+        roLock.iSinceUtcNs = roLock.iSinceUtcNs != 0 ? roLock.iSinceUtcNs : iInstantUtcNs;
     }
 }
 
@@ -205,6 +217,7 @@ void LearnLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t ui
 {
     SJudgedDirection& roDirection = roJudge.aoDirections[uiDirection];
     const std::vector<SPairFigures>& raoPairs = roInput.roSnapshot.aoDirections[uiDirection].aoPairs;
+    const uint64_t uiNowNs = GetClock(roInput, uiDirection).uiMonotonicNs;
     for (size_t uiPair = 0; uiPair < raoPairs.size(); ++uiPair)
     {
         uint64_t& ruiSinceNs = roDirection.auiLockedSinceNs[uiPair];
@@ -213,9 +226,8 @@ void LearnLocks(SWatchJudgeState& roJudge, const SJudgeInput& roInput, size_t ui
             ruiSinceNs = 0;
             continue;
         }
-        ruiSinceNs = ruiSinceNs != 0 ? ruiSinceNs : roInput.roSnapshot.oClock.uiMonotonicNs;
-        if (static_cast<double>(roInput.roSnapshot.oClock.uiMonotonicNs - ruiSinceNs) >=
-            roJudge.oSettings.flLearnSeconds * flNsPerSecond)
+        ruiSinceNs = ruiSinceNs != 0 ? ruiSinceNs : uiNowNs;
+        if (static_cast<double>(uiNowNs - ruiSinceNs) >= roJudge.oSettings.flLearnSeconds * flNsPerSecond)
         {
             roDirection.aoStreams[raoPairs[uiPair].uiFirst].oHabits.AddPeer(raoPairs[uiPair].uiSecond);
             roDirection.aoStreams[raoPairs[uiPair].uiSecond].oHabits.AddPeer(raoPairs[uiPair].uiFirst);
@@ -264,9 +276,9 @@ void JudgeDomain(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SS
     const auto eDomain = static_cast<EHealthDomain>(uiDomain);
     SDomainFinding oFinding = apfnFindings[uiDomain](roCase);
     CDomainHealth& roDomain = roStream.aoDomains[uiDomain];
+    const SClockFigures& roClock = roInput.roSnapshot.GetClock(roFigures.oKey.uiChip);
     const SDomainChange oChange =
-        roDomain.Take(oFinding, {roInput.roSnapshot.oClock.iUtcNs, roInput.roSnapshot.oClock.uiMonotonicNs},
-                      roJudge.oSettings.flRecoverySeconds);
+        roDomain.Take(oFinding, {roClock.iUtcNs, roClock.uiMonotonicNs}, roJudge.oSettings.flRecoverySeconds);
     if (eDomain == EHealthDomain::SIGNAL)
     {
         oFinding.uiLost += GetAwayGrowth(roStream, oFinding, roFigures.flNominalRateHz);
@@ -301,30 +313,25 @@ void JudgeOverall(SJudgedStream& roStream)
 void JudgeStream(SWatchJudgeState& roJudge, const SJudgeInput& roInput, const SStreamFigures& roFigures,
                  SJudgedStream& roStream)
 {
-    const SStreamExpectation& roTold =
-        roJudge.GetTold(static_cast<size_t>(roFigures.oKey.eDirection), roFigures.oKey.uiIndex);
+    const SStreamExpectation& roTold = roJudge.GetTold(StreamKey_GetSlot(roFigures.oKey), roFigures.oKey.uiIndex);
+    const SClockFigures& roClock = roInput.roSnapshot.GetClock(roFigures.oKey.uiChip);
     const uint64_t uiBeyond = roFigures.oCounters.uiRepeatedBeyond - roStream.uiBeyondBefore;
     roStream.uiBeyondBefore = roFigures.oCounters.uiRepeatedBeyond;
-    const SStreamCase oCase = {roFigures,
-                               roStream.oNews,
-                               roTold,
-                               roStream.oHabits.Get(),
-                               roStream.oLock,
-                               roJudge.oSettings,
-                               roInput.roSnapshot.oClock.iUtcNs,
-                               uiBeyond};
+    const SStreamCase oCase = {roFigures,      roStream.oNews,    roTold,         roStream.oHabits.Get(),
+                               roStream.oLock, roJudge.oSettings, roClock.iUtcNs, uiBeyond};
     for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
     {
         JudgeDomain(roJudge, roInput, oCase, roStream, uiDomain);
     }
     JudgeOverall(roStream);
-    roStream.oHabits.Take(roFigures, roStream.oNews, roInput.roSnapshot.oClock.uiMonotonicNs,
-                          roJudge.oSettings.flLearnSeconds, roJudge.oSettings.flMostPpm);
+    roStream.oHabits.Take(roFigures, roStream.oNews, roClock.uiMonotonicNs, roJudge.oSettings.flLearnSeconds,
+                          roJudge.oSettings.flMostPpm);
 }
 
 void FillHealth(SWatchJudgeState& roJudge, SJudgement& roJudgement)
 {
     SHealth oWorst;
+    roJudgement.aoStreams.resize(roJudge.aoDirections.size());
     for (size_t uiDirection = 0; uiDirection < roJudge.aoDirections.size(); ++uiDirection)
     {
         const std::vector<SJudgedStream>& raoStreams = roJudge.aoDirections[uiDirection].aoStreams;
@@ -345,14 +352,14 @@ void FillHealth(SWatchJudgeState& roJudge, SJudgement& roJudgement)
     roJudge.oIncidents.Fill(roJudgement);
 }
 
-std::array<uint32_t, 2> GetRunning(const SWatchSnapshot& roSnapshot)
+StreamBits GetRunning(const SWatchSnapshot& roSnapshot)
 {
-    std::array<uint32_t, 2> auiRunning = {};
-    for (size_t uiDirection = 0; uiDirection < auiRunning.size(); ++uiDirection)
+    StreamBits auiRunning = {};
+    for (size_t uiSlot = 0; uiSlot < roSnapshot.aoDirections.size(); ++uiSlot)
     {
-        for (const SStreamFigures& roFigures : roSnapshot.aoDirections[uiDirection].aoStreams)
+        for (const SStreamFigures& roFigures : roSnapshot.aoDirections[uiSlot].aoStreams)
         {
-            auiRunning[uiDirection] |= roFigures.eState == EStreamState::RUNNING ? 1U << roFigures.oKey.uiIndex : 0U;
+            auiRunning[uiSlot] |= roFigures.eState == EStreamState::RUNNING ? 1U << roFigures.oKey.uiIndex : 0U;
         }
     }
     return auiRunning;
@@ -408,7 +415,7 @@ std::span<const SWatchEvent> CWatchJudge::End(int64_t iNowUtcNs, SJudgement& roJ
                 const SDomainChange oChange = raoStreams[uiStream].aoDomains[uiDomain].End(iNowUtcNs);
                 if (oChange.bEnded)
                 {
-                    roJudge.oIncidents.End({static_cast<EStreamDirection>(uiDirection), uiStream},
+                    roJudge.oIncidents.End(StreamKey_FromSlot(uiDirection, uiStream),
                                            static_cast<EHealthDomain>(uiDomain), oChange.iUtcNs);
                 }
             }

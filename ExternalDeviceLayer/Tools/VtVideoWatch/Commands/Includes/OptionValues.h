@@ -19,6 +19,8 @@ std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view
 
 /* "IN_00,OUT_01": an input and an output, in either order. */
 std::optional<SStreamPath> OptionValues_FindPath(std::string_view szText);
+/* "0", "0,1": numbers of chips, ascending; none for "all". */
+std::optional<std::vector<uint32_t>> OptionValues_FindChips(std::string_view szText);
 
 /* "20" for both limits, "5,20" for warning and critical; not negative, in this order. */
 std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText);
@@ -28,6 +30,7 @@ std::optional<SLimits<uint64_t>> OptionValues_FindCounts(std::string_view szText
 const char* OptionValues_WhyNoThreshold(std::string_view szText);
 const char* OptionValues_WhyNoStreams(std::string_view szText);
 const char* OptionValues_WhyNoPath(std::string_view szText);
+const char* OptionValues_WhyNoChips(std::string_view szText);
 const char* OptionValues_WhyNoLimits(std::string_view szText);
 
 /*

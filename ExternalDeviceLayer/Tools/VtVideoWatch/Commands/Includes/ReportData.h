@@ -56,7 +56,7 @@ struct SReportOutage
 // A lock group with one set of members.
 struct SReportLock
 {
-    EStreamDirection eDirection = EStreamDirection::INPUT;
+    SStreamKey oOf;         // a stream of its direction
     uint32_t uiMembers = 0; // bit i: stream i
     int64_t iFromUtcNs = 0;
     int64_t iToUtcNs = 0;

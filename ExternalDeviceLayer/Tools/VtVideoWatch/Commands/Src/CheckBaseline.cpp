@@ -31,13 +31,13 @@ bool IsToldByFigures(const SHealthReason& roReason)
 std::vector<SStreamKey> GetStreams(const SIncident& roIncident)
 {
     std::vector<SStreamKey> aoStreams;
-    for (const EStreamDirection eDirection : aeDirections)
+    for (size_t uiSlot = 0; uiSlot < roIncident.auiStreams.size(); ++uiSlot)
     {
         for (uint32_t uiIndex = 0; uiIndex < uiMaxStreamsPerDirection; ++uiIndex)
         {
-            if ((roIncident.auiStreams[static_cast<size_t>(eDirection)] >> uiIndex & 1U) != 0)
+            if ((roIncident.auiStreams[uiSlot] >> uiIndex & 1U) != 0)
             {
-                aoStreams.push_back({eDirection, uiIndex});
+                aoStreams.push_back(StreamKey_FromSlot(uiSlot, uiIndex));
             }
         }
     }
@@ -83,8 +83,8 @@ void AddDomains(const SIncident& roIncident, const SStreamKey& roKey, const SWat
             roVerdict.aoFindings.push_back({GetVerdict(roNow.eStatus),
                                             HealthTexts_GetDomain(eDomain),
                                             szDomain + " of " + StreamId_Print(roKey) + ": " +
-                                                HealthTexts_GetReason(eDomain, roKey.eDirection, roNow.oReason) +
-                                                ", since " + WatchTexts_GetUtc(roNow.iSinceUtcNs),
+                                                HealthTexts_GetReason(eDomain, roKey, roNow.oReason) + ", since " +
+                                                WatchTexts_GetUtc(roNow.iSinceUtcNs),
                                             {roKey}});
         }
     }
@@ -117,15 +117,14 @@ public:
 
     void Compare(const SStreamKey& roKey, const SStreamExpectation& roTold)
     {
-        const SDirectionFigures& roDirection =
-            m_roPublication.oSnapshot.aoDirections[static_cast<size_t>(roKey.eDirection)];
         const std::string szId = StreamId_Print(roKey);
-        if (roKey.uiIndex >= roDirection.aoStreams.size())
+        const SStreamFigures* poFigures = WatchPublication_Find(m_roPublication.oSnapshot, roKey);
+        if (poFigures == nullptr)
         {
             Find(roKey, "the board has no " + szId);
             return;
         }
-        const SStreamFigures& roFigures = roDirection.aoStreams[roKey.uiIndex];
+        const SStreamFigures& roFigures = *poFigures;
         if (roFigures.eState != EStreamState::RUNNING)
         {
             Find(roKey, szId + " is " + WatchTexts_GetState(roFigures.eState));
@@ -166,21 +165,22 @@ private:
                 oReason.uiBefore = roMember.uiValue;
                 oReason.uiAfter = uiIs;
                 Find(roFigures.oKey,
-                     rszId + ": " + HealthTexts_GetReason(EHealthDomain::SIGNAL, roFigures.oKey.eDirection, oReason));
+                     rszId + ": " + HealthTexts_GetReason(EHealthDomain::SIGNAL, roFigures.oKey, oReason));
             }
         }
     }
     void CompareLocks(const SStreamFigures& roFigures, const SStreamExpectation& roTold, const std::string& rszId)
     {
         const SDirectionFigures& roDirection =
-            m_roPublication.oSnapshot.aoDirections[static_cast<size_t>(roFigures.oKey.eDirection)];
+            m_roPublication.oSnapshot.aoDirections[StreamKey_GetSlot(roFigures.oKey)];
         for (const SPairFigures& roPair : roDirection.aoPairs)
         {
             // Once per pair: with its first stream.
             if (roPair.uiFirst == roFigures.oKey.uiIndex && (roTold.uiLockedWith >> roPair.uiSecond & 1U) != 0 &&
                 roPair.eLock != ELockState::LOCKED)
             {
-                Find(roFigures.oKey, rszId + " and " + StreamId_Print({roFigures.oKey.eDirection, roPair.uiSecond}) +
+                Find(roFigures.oKey, rszId + " and " +
+                                         StreamId_Print(StreamKey_GetNeighbour(roFigures.oKey, roPair.uiSecond)) +
                                          " are " + WatchTexts_GetLock(roPair.eLock) + ", expected locked");
             }
         }
@@ -208,8 +208,10 @@ void AddNewcomers(const SJudgeSettings& roSettings, const SWatchPublication& roP
         roPublication.oSnapshot,
         [&](const SStreamFigures& roFigures)
         {
-            const auto& raoTold = roSettings.aoStreams[static_cast<size_t>(roFigures.oKey.eDirection)];
-            const bool bIsKnown = roFigures.oKey.uiIndex < raoTold.size() && raoTold[roFigures.oKey.uiIndex].IsTold();
+            const size_t uiSlot = StreamKey_GetSlot(roFigures.oKey);
+            const bool bIsKnown = uiSlot < roSettings.aoStreams.size() &&
+                                  roFigures.oKey.uiIndex < roSettings.aoStreams[uiSlot].size() &&
+                                  roSettings.aoStreams[uiSlot][roFigures.oKey.uiIndex].IsTold();
             if (roFigures.eState == EStreamState::RUNNING && !bIsKnown)
             {
                 roVerdict.aoFindings.push_back({EVerdict::WARNING,
@@ -237,14 +239,14 @@ void CheckBaseline_Judge(const SCheckOptions& roOptions, const SWatchPublication
     SJudgeSettings oSettings;
     static_cast<void>(Expectations_Read(roOptions.oExpect, oSettings)); // which it could before
     CBaseline oBaseline(roPublication, roVerdict);
-    for (const EStreamDirection eDirection : aeDirections)
+    for (size_t uiSlot = 0; uiSlot < oSettings.aoStreams.size(); ++uiSlot)
     {
-        const std::vector<SStreamExpectation>& raoTold = oSettings.aoStreams[static_cast<size_t>(eDirection)];
+        const std::vector<SStreamExpectation>& raoTold = oSettings.aoStreams[uiSlot];
         for (uint32_t uiIndex = 0; uiIndex < raoTold.size(); ++uiIndex)
         {
             if (raoTold[uiIndex].IsTold())
             {
-                oBaseline.Compare({eDirection, uiIndex}, raoTold[uiIndex]);
+                oBaseline.Compare(StreamKey_FromSlot(uiSlot, uiIndex), raoTold[uiIndex]);
             }
         }
     }

@@ -108,7 +108,7 @@ CFault Watch(const SCheckOptions& roOptions, CBoardSession& roSession, CSignalWa
 {
     SWatchRunSetup oSetup;
     oSetup.oSettings.oThreshold = roOptions.oThreshold;
-    oSetup.oSettings.aoPaths = roOptions.aoPaths;
+    oSetup.aoPaths = roOptions.aoPaths;
     oSetup.oJudge.flLearnSeconds = flLearnSeconds;
     if (CFault oFault = CheckBaseline_Read(roOptions, oSetup.oJudge))
     {

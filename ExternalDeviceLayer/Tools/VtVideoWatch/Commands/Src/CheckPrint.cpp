@@ -57,9 +57,9 @@ void AddFigures(CJson& roJson, const SCheckVerdict& roVerdict, const SWatchPubli
 {
     roJson["streams"] = CJson::array();
     roJson["pairs"] = CJson::array();
-    for (const EStreamDirection eDirection : aeDirections)
+    for (size_t uiSlot = 0; uiSlot < roPublication.oSnapshot.aoDirections.size(); ++uiSlot)
     {
-        const SDirectionFigures& roDirection = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
+        const SDirectionFigures& roDirection = roPublication.oSnapshot.aoDirections[uiSlot];
         for (const SStreamFigures& roStream : roDirection.aoStreams)
         {
             const SStreamTexts& roTexts = WatchPublication_GetTexts(roPublication, roStream.oKey);
@@ -67,8 +67,8 @@ void AddFigures(CJson& roJson, const SCheckVerdict& roVerdict, const SWatchPubli
         }
         for (const SPairFigures& roPair : roDirection.aoPairs)
         {
-            roJson["pairs"].push_back(
-                WatchJson_FromPair({eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}, roPair));
+            roJson["pairs"].push_back(WatchJson_FromPair(StreamKey_FromSlot(uiSlot, roPair.uiFirst),
+                                                         StreamKey_FromSlot(uiSlot, roPair.uiSecond), roPair));
         }
     }
     for (const SAcrossFigures& roPair : roVerdict.aoAcross)

@@ -31,17 +31,6 @@ int GetRank(EVerdict eVerdict)
     return 1;
 }
 
-const SDirectionFigures& GetDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
-{
-    return roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
-}
-
-const SStreamFigures* FindStream(const SWatchPublication& roPublication, const SStreamKey& roStream)
-{
-    const std::vector<SStreamFigures>& raoStreams = GetDirection(roPublication, roStream.eDirection).aoStreams;
-    return roStream.uiIndex < raoStreams.size() ? &raoStreams[roStream.uiIndex] : nullptr;
-}
-
 // The deviation from the nominal rate that is known best.
 const SEstimate* FindPpm(const SStreamFigures& roStream)
 {
@@ -100,7 +89,7 @@ SCheckVerdict CJudge::Judge()
     ChooseStreams();
     for (const SStreamKey& roStream : m_aoStreams)
     {
-        const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
+        const SStreamFigures* poStream = WatchPublication_Find(m_roPublication.oSnapshot, roStream);
         if (poStream == nullptr)
         {
             Find(EVerdict::CRITICAL, "expect", {roStream}, "the board has no " + StreamId_Print(roStream));
@@ -235,7 +224,7 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
 {
     for (const SStreamKey& roStream : raoStreams)
     {
-        const SStreamFigures* poStream = FindStream(m_roPublication, roStream);
+        const SStreamFigures* poStream = WatchPublication_Find(m_roPublication.oSnapshot, roStream);
         if (poStream == nullptr || poStream->eState != EStreamState::RUNNING)
         {
             Find(EVerdict::CRITICAL, "locked", {roStream}, StreamId_Print(roStream) + " is not there to be in lock");
@@ -243,13 +232,16 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
     }
     const auto fnHas = [&raoStreams](const SStreamKey& roStream)
     { return std::ranges::count(raoStreams, roStream) > 0; };
-    for (const EStreamDirection eDirection : aeDirections)
+    const std::vector<SDirectionFigures>& raoDirections = m_roPublication.oSnapshot.aoDirections;
+    for (size_t uiSlot = 0; uiSlot < raoDirections.size(); ++uiSlot)
     {
-        for (const SPairFigures& roPair : GetDirection(m_roPublication, eDirection).aoPairs)
+        for (const SPairFigures& roPair : raoDirections[uiSlot].aoPairs)
         {
-            if (fnHas({eDirection, roPair.uiFirst}) && fnHas({eDirection, roPair.uiSecond}))
+            const SStreamKey oFirst = StreamKey_FromSlot(uiSlot, roPair.uiFirst);
+            const SStreamKey oSecond = StreamKey_FromSlot(uiSlot, roPair.uiSecond);
+            if (fnHas(oFirst) && fnHas(oSecond))
             {
-                JudgePair(roPair, {eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond});
+                JudgePair(roPair, oFirst, oSecond);
             }
         }
     }
@@ -270,7 +262,7 @@ void CJudge::JudgePath(const SStreamPath& roPath)
     const std::vector<SStreamKey> aoBoth = {roPath.oInput, roPath.oOutput};
     for (const SStreamKey& roStream : aoBoth)
     {
-        if (FindStream(m_roPublication, roStream) == nullptr)
+        if (WatchPublication_Find(m_roPublication.oSnapshot, roStream) == nullptr)
         {
             Find(EVerdict::CRITICAL, "path", {roStream}, "the board has no " + StreamId_Print(roStream));
             return;

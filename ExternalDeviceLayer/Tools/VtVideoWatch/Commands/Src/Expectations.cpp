@@ -143,9 +143,9 @@ CFault ReadStream(const SStreamKey& roKey, const CJson& roStream, SStreamExpecta
     for (const CJson& roOther : roStream.value("locked", CJson::array()))
     {
         const auto oOther = StreamId_Find(roOther.is_string() ? roOther.get<std::string>() : "");
-        if (!oOther || *oOther == roKey)
+        if (!oOther || *oOther == roKey || oOther->uiChip != roKey.uiChip)
         {
-            return CFault("'locked': expected other streams");
+            return CFault("'locked': expected other streams of the same chip");
         }
         ExpectLock(roTold, roKey, *oOther);
     }
@@ -210,7 +210,7 @@ CJson MakeStream(const SStreamFigures& roFigures, uint32_t uiLockedWith)
     {
         oJson["rate"] = {{"numerator", roFigures.uiNominalNumerator}, {"denominator", roFigures.uiNominalDenominator}};
     }
-    oJson["locked"] = StreamId_PrintMembers(roFigures.oKey.eDirection, uiLockedWith);
+    oJson["locked"] = StreamId_PrintMembers(roFigures.oKey, uiLockedWith);
     oJson["description"] = std::move(oDescription);
     return oJson;
 }
@@ -258,7 +258,9 @@ std::optional<SExpectedStandard> ExpectedStandard_Find(std::string_view szText)
 
 SStreamExpectation& Expectations_Get(SJudgeSettings& roSettings, const SStreamKey& roKey)
 {
-    std::vector<SStreamExpectation>& raoStreams = roSettings.aoStreams[static_cast<size_t>(roKey.eDirection)];
+    const size_t uiSlot = StreamKey_GetSlot(roKey);
+    roSettings.aoStreams.resize(std::max(roSettings.aoStreams.size(), uiSlot + 1));
+    std::vector<SStreamExpectation>& raoStreams = roSettings.aoStreams[uiSlot];
     raoStreams.resize(std::max<size_t>(raoStreams.size(), roKey.uiIndex + 1));
     return raoStreams[roKey.uiIndex];
 }

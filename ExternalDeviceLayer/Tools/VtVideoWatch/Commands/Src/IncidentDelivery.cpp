@@ -39,10 +39,10 @@ void TellJournal(const SIncidentNews& roNews)
         "VT_LOST=" + std::to_string(roIncident.uiLost),
     };
     // A field may come several times: one per stream.
-    for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
+    for (size_t uiSlot = 0; uiSlot < roIncident.auiStreams.size(); ++uiSlot)
     {
         for (const std::string& rszId :
-             StreamId_PrintMembers(static_cast<EStreamDirection>(uiDirection), roIncident.auiStreams[uiDirection]))
+             StreamId_PrintMembers(StreamKey_FromSlot(uiSlot, 0), roIncident.auiStreams[uiSlot]))
         {
             aszFields.push_back("VT_STREAM=" + rszId);
         }

@@ -1,5 +1,6 @@
 #include "OptionValues.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <span>
@@ -99,13 +100,31 @@ std::optional<std::vector<SStreamKey>> OptionValues_FindStreams(std::string_view
 std::optional<SStreamPath> OptionValues_FindPath(std::string_view szText)
 {
     const std::optional<std::vector<SStreamKey>> oStreams = OptionValues_FindStreams(szText);
-    if (!oStreams || oStreams->size() != 2 || oStreams->front().eDirection == oStreams->back().eDirection)
+    if (!oStreams || oStreams->size() != 2 || oStreams->front().eDirection == oStreams->back().eDirection ||
+        oStreams->front().uiChip != oStreams->back().uiChip)
     {
         return std::nullopt;
     }
     const bool bInputIsFirst = oStreams->front().eDirection == EStreamDirection::INPUT;
     return bInputIsFirst ? SStreamPath{oStreams->front(), oStreams->back()}
                          : SStreamPath{oStreams->back(), oStreams->front()};
+}
+
+std::optional<std::vector<uint32_t>> OptionValues_FindChips(std::string_view szText)
+{
+    std::vector<uint32_t> auiChips;
+    for (const std::string_view szPart : szText == "all" ? std::vector<std::string_view>() : Split(szText))
+    {
+        uint32_t uiChip = 0;
+        const auto oRead = std::from_chars(szPart.data(), szPart.data() + szPart.size(), uiChip);
+        if (oRead.ec != std::errc() || oRead.ptr != szPart.data() + szPart.size())
+        {
+            return std::nullopt;
+        }
+        auiChips.push_back(uiChip);
+    }
+    std::ranges::sort(auiChips);
+    return std::ranges::adjacent_find(auiChips) == auiChips.end() ? std::optional(auiChips) : std::nullopt;
 }
 
 std::optional<SLimits<double>> OptionValues_FindLimits(std::string_view szText)
@@ -153,7 +172,16 @@ const char* OptionValues_WhyNoStreams(std::string_view szText)
 
 const char* OptionValues_WhyNoPath(std::string_view szText)
 {
-    return OptionValues_FindStreams(szText) ? "not one input and one output" : OptionValues_WhyNoStreams(szText);
+    return OptionValues_FindStreams(szText) ? "not one input and one output of a chip"
+                                            : OptionValues_WhyNoStreams(szText);
+}
+
+const char* OptionValues_WhyNoChips(std::string_view szText)
+{
+    const std::vector<std::string_view> aszParts = Split(szText);
+    const bool bAreNumbers = std::ranges::all_of(aszParts, [](std::string_view szPart)
+                                                 { return OptionValues_FindChips(szPart) && szPart != "all"; });
+    return bAreNumbers ? "a chip is named twice" : nullptr;
 }
 
 const char* OptionValues_WhyNoLimits(std::string_view szText)

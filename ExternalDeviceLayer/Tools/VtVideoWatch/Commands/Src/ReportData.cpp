@@ -204,14 +204,15 @@ public:
 
     void Add(const SWatchEvent& roEvent)
     {
-        const Key oKey = {roEvent.oKey.eDirection, roEvent.uiGroup};
+        const SStreamKey oOf = StreamKey_GetNeighbour(roEvent.oKey, 0);
+        const Key oKey = {oOf, roEvent.uiGroup};
         switch (roEvent.eKind)
         {
         case EWatchEventKind::GROUP_FORMED:
         case EWatchEventKind::GROUP_CHANGED:
             EndOne(oKey, roEvent.iUtcNs);
             m_oOpen[oKey] = m_raoLocks.size();
-            m_raoLocks.push_back({roEvent.oKey.eDirection, roEvent.uiMembers, roEvent.iUtcNs, roEvent.iUtcNs, true});
+            m_raoLocks.push_back({oOf, roEvent.uiMembers, roEvent.iUtcNs, roEvent.iUtcNs, true});
             break;
         case EWatchEventKind::GROUP_ENDED:
             EndOne(oKey, roEvent.iUtcNs);
@@ -235,7 +236,7 @@ public:
     }
 
 private:
-    using Key = std::pair<EStreamDirection, uint32_t>;
+    using Key = std::pair<SStreamKey, uint32_t>;
     void EndOne(const Key& roKey, int64_t iUtcNs)
     {
         if (const auto itOpen = m_oOpen.find(roKey); itOpen != m_oOpen.end())

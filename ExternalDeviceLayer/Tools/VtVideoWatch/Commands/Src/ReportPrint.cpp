@@ -308,7 +308,7 @@ std::string PrintHours(const SReport& roReport)
 // Groups of the same members, summed up.
 struct SLockSum
 {
-    EStreamDirection eDirection = EStreamDirection::INPUT;
+    SStreamKey oOf;
     uint32_t uiMembers = 0;
     uint64_t uiTimes = 0;
     double flSeconds = 0.0;
@@ -320,10 +320,9 @@ std::string PrintLocks(const SReport& roReport)
     std::vector<SLockSum> aoSums;
     for (const SReportLock& roLock : roReport.aoLocks)
     {
-        auto itSum = std::ranges::find_if(
-            aoSums, [&](const SLockSum& roSum)
-            { return roSum.eDirection == roLock.eDirection && roSum.uiMembers == roLock.uiMembers; });
-        itSum = itSum != aoSums.end() ? itSum : aoSums.insert(itSum, {roLock.eDirection, roLock.uiMembers, 0, 0.0});
+        auto itSum = std::ranges::find_if(aoSums, [&](const SLockSum& roSum)
+                                          { return roSum.oOf == roLock.oOf && roSum.uiMembers == roLock.uiMembers; });
+        itSum = itSum != aoSums.end() ? itSum : aoSums.insert(itSum, {roLock.oOf, roLock.uiMembers, 0, 0.0});
         ++itSum->uiTimes;
         itSum->flSeconds += GetSeconds(roLock.iFromUtcNs, roLock.iToUtcNs);
     }
@@ -334,7 +333,7 @@ std::string PrintLocks(const SReport& roReport)
     {
         szText += TextFormat_Print("%13s %8llu %s\n", GetLength(roSum.flSeconds).c_str(),
                                    static_cast<unsigned long long>(roSum.uiTimes),
-                                   StreamId_PrintRanges(roSum.eDirection, roSum.uiMembers).c_str());
+                                   StreamId_PrintRanges(roSum.oOf, roSum.uiMembers).c_str());
     }
     return aoSums.empty() ? "\nNo lock groups formed or ended.\n" : szText + szRest;
 }
@@ -396,8 +395,8 @@ CJson ToJson(const SReportOutage& roOutage)
 CJson ToJson(const SReportLock& roLock)
 {
     CJson oJson;
-    oJson["direction"] = StreamId_GetDirection(roLock.eDirection);
-    oJson["members"] = StreamId_PrintMembers(roLock.eDirection, roLock.uiMembers);
+    oJson["direction"] = StreamId_GetDirection(roLock.oOf.eDirection);
+    oJson["members"] = StreamId_PrintMembers(roLock.oOf, roLock.uiMembers);
     oJson["from"] = WatchTexts_GetUtc(roLock.iFromUtcNs);
     oJson["to"] = WatchTexts_GetUtc(roLock.iToUtcNs);
     oJson["lasts"] = roLock.bIsOpen;

@@ -60,7 +60,7 @@ CFault CheckReferences(const SServeOptions& roOptions, const SServeRun& roRun)
 {
     for (const SStreamKey& roStream : roOptions.aoReferences)
     {
-        if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
+        if (!roRun.oSession.MayHave(roStream))
         {
             return CFault("--reference: the board has no " + StreamId_Print(roStream));
         }
@@ -75,7 +75,7 @@ CFault CheckPaths(const SServeOptions& roOptions, const SServeRun& roRun)
     {
         for (const SStreamKey& roStream : {roPath.oInput, roPath.oOutput})
         {
-            if (roStream.uiIndex >= roRun.oSession.GetChannels()[static_cast<size_t>(roStream.eDirection)].size())
+            if (!roRun.oSession.MayHave(roStream))
             {
                 return CFault("--path: the board has no " + StreamId_Print(roStream));
             }
@@ -135,19 +135,6 @@ SWatchSettings MakeSettings(const SServeOptions& roOptions)
 {
     SWatchSettings oSettings;
     oSettings.oThreshold = roOptions.oThreshold;
-    for (const SStreamKey& roStream : roOptions.aoReferences)
-    {
-        oSettings.aoReferences[static_cast<size_t>(roStream.eDirection)] = roStream;
-    }
-    // A single one is for both.
-    for (std::optional<SStreamKey>& roReference : oSettings.aoReferences)
-    {
-        if (!roReference && !roOptions.aoReferences.empty())
-        {
-            roReference = roOptions.aoReferences.front();
-        }
-    }
-    oSettings.aoPaths = roOptions.aoPaths;
     return oSettings;
 }
 
@@ -213,6 +200,8 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
     SWatchRunSetup oSetup;
     oSetup.oSettings = MakeSettings(roOptions);
     oSetup.oSettings.uiEventsBefore = roRun.oRemains.uiLastEvent;
+    oSetup.aoReferences = roOptions.aoReferences;
+    oSetup.aoPaths = roOptions.aoPaths;
     oSetup.oJudge = roRun.oJudge;
     oSetup.oJudge.uiIncidentsBefore = roRun.oRemains.uiLastIncident;
     oSetup.aoRunning = roRun.oRemains.aoRunning;
@@ -220,6 +209,7 @@ SWatchRunSetup MakeRunSetup(const SServeOptions& roOptions, SServeRun& roRun, in
     oSetup.iStartUtcNs = iNowUtcNs;
     oSetup.uiRecorderSeconds =
         roOptions.uiRecorderSeconds == 0 ? 0 : roOptions.uiRecorderSeconds + uiRecorderSlackSeconds;
+    oSetup.fnAddStreams = [&roRun](size_t uiSlot, uint32_t uiCount) { roRun.poData->AddStreams(uiSlot, uiCount); };
     oSetup.fnTake = [&roRun](const SWatchStep& roStep)
     {
         Memory_Do("a second of the history", [&] { roRun.poData->Put(roStep); });
@@ -286,12 +276,10 @@ CFault Begin(const SServeOptions& roOptions, SServeRun& roRun)
     {
         return oFault;
     }
-    const std::array<StreamChannels, 2>& raoChannels = roRun.oSession.GetChannels();
     roRun.poData = std::make_unique<CWatchData>(
-        static_cast<uint32_t>(raoChannels[0].size()), static_cast<uint32_t>(raoChannels[1].size()),
-        roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
-    roRun.poData->Resume(roRun.oRemains.aoRunning);
+        0, 0, roOptions.szStore.empty() ? nullptr : std::make_unique<CStoreReader>(roOptions.szStore));
     roRun.poRun = std::make_unique<CWatchRun>(roRun.oSession, MakeRunSetup(roOptions, roRun, iNowUtcNs));
+    roRun.poData->Resume(roRun.oRemains.aoRunning);
     CFault oFault = StartServer(roOptions, roRun);
     oFault = oFault ? oFault : StartThreads(roOptions, roRun);
     if (oFault)

@@ -45,9 +45,9 @@ CLI::Option* AddValue(CLI::App& roApp, const char* szName, const char* szForm, c
 
 void AddBoardOptions(CLI::App& roApp, SBoardOptions& roBoard)
 {
-    roApp.add_option("-g,--gpu", roBoard.uiChip, "chip of the board, from 0")
-        ->type_name("INDEX")
-        ->capture_default_str();
+    AddValue(
+        roApp, "-g,--gpu", "0,1|all", "chips of the board, from 0 (0)", OptionValues_FindChips,
+        [&roBoard](const std::vector<uint32_t>& rauiChips) { roBoard.auiChips = rauiChips; }, OptionValues_WhyNoChips);
     roApp.add_flag(
         "--no-realtime", [&roBoard](int64_t) { roBoard.bRealTime = false; },
         "do not ask for real-time priority for the threads that stamp the fields");
@@ -297,6 +297,11 @@ CFault CheckLocked(const std::vector<std::vector<SStreamKey>>& raaoLocked)
         {
             return CFault("--locked: at least two streams");
         }
+        if (std::ranges::any_of(raoStreams, [&raoStreams](const SStreamKey& roStream)
+                                { return roStream.uiChip != raoStreams.front().uiChip; }))
+        {
+            return CFault("--locked: streams of one chip");
+        }
     }
     return {};
 }
@@ -311,12 +316,12 @@ CFault CheckPaths(const std::vector<SStreamPath>& raoPaths)
 // What the library does not look at: values that depend on each other.
 CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
 {
-    std::array<int, 2> aiReferences = {};
+    std::array<int, uiMaxSlots> aiReferences = {};
     for (const SStreamKey& roStream : roOptions.oServe.aoReferences)
     {
-        if (++aiReferences[static_cast<size_t>(roStream.eDirection)] > 1)
+        if (++aiReferences[StreamKey_GetSlot(roStream)] > 1)
         {
-            return CFault("--reference: one stream per direction");
+            return CFault("--reference: one stream per direction and chip");
         }
     }
     if (HasTwins(roOptions.oCheck.aoExpected))
@@ -336,6 +341,14 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
     if (IsOneFile(roServe.szStore, roServe.szJournal))
     {
         return CFault("--journal: is the file of --store");
+    }
+    if (!roServe.szRecordings.empty() && roServe.oBoard.auiChips.size() != 1)
+    {
+        return CFault("--recordings: of one chip only");
+    }
+    if (roOptions.oRecord.oBoard.auiChips.size() != 1)
+    {
+        return CFault("--gpu: a recording is of one chip only");
     }
     if (!roServe.szRecordings.empty() && roServe.uiRecorderSeconds == 0)
     {

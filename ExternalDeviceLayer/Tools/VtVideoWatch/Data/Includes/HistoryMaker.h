@@ -4,6 +4,7 @@
 #ifndef HISTORY_MAKER_H
 #define HISTORY_MAKER_H
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -33,12 +34,20 @@ private:
         SPacingHistogram oPacing;  // likewise
     };
 
+    // The last snapshot of a chip.
+    struct SChipPast
+    {
+        int64_t iUtcNs = 0;
+        uint64_t uiInstants = 0;
+    };
+
+    void TakeDirection(const SWatchSnapshot& roSnapshot, size_t uiSlot);
     void TakeStream(const SStreamFigures& roFigures, int64_t iBeginUtcNs);
 
     std::map<SStreamKey, SStreamPast> m_oStreams;
     std::vector<SStreamSecond> m_aoSeconds;
     std::vector<SMinuteSummary> m_aoMinutes;
-    int64_t m_iLastUtcNs = 0;
+    std::array<SChipPast, uiMaxSlots / 2> m_aoChips; // as in SStreamKey
 };
 
 #endif

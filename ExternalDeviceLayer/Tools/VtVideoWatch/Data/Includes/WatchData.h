@@ -33,6 +33,9 @@ public:
     {
     }
 
+    /* Takes the memory of the streams of one more direction of a chip (StreamKey_GetSlot). */
+    void AddStreams(size_t uiSlot, uint32_t uiCount);
+
     /* Takes over the minutes that an earlier run has left unfinished. Before the first step. */
     void Resume(std::span<const SMinuteSummary> aoRunning);
 

@@ -5,7 +5,6 @@
 #ifndef WATCH_HISTORY_H
 #define WATCH_HISTORY_H
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -36,6 +35,8 @@ class CWatchHistory
 {
 public:
     CWatchHistory(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs);
+    /* Takes the memory of the streams of one more direction of a chip. */
+    void AddStreams(size_t uiSlot, uint32_t uiCount);
 
     /* Adds seconds, and minutes: those that run on replace what there was of them. */
     void Add(std::span<const SStreamSecond> aoSeconds, std::span<const SMinuteSummary> aoMinutes);
@@ -59,7 +60,7 @@ private:
     const SStreamHistory* GetStream(const SStreamKey& roKey) const;
     SStreamHistory* GetStream(const SStreamKey& roKey);
 
-    std::array<std::vector<SStreamHistory>, 2> m_aoStreams;
+    std::vector<std::vector<SStreamHistory>> m_aoStreams; // by StreamKey_GetSlot
 };
 
 #endif

@@ -89,12 +89,35 @@ void CHistoryMaker::TakeStream(const SStreamFigures& roFigures, int64_t iBeginUt
 
 void CHistoryMaker::Take(const SWatchSnapshot& roSnapshot)
 {
-    // The first second began about one before the first snapshot; later ones begin where the last one ended.
-    const int64_t iNowUtcNs = roSnapshot.oClock.iUtcNs;
-    const int64_t iBeginUtcNs = m_iLastUtcNs == 0 ? iNowUtcNs - iNsPerSecond : m_iLastUtcNs;
-    m_iLastUtcNs = iNowUtcNs;
     m_aoSeconds.clear();
     m_aoMinutes.clear();
-    WatchPublication_ForEachStream(roSnapshot,
-                                   [&](const SStreamFigures& roFigures) { TakeStream(roFigures, iBeginUtcNs); });
+    for (size_t uiSlot = 0; uiSlot < roSnapshot.aoDirections.size(); ++uiSlot)
+    {
+        TakeDirection(roSnapshot, uiSlot);
+    }
+    for (SChipPast& roPast : m_aoChips)
+    {
+        const auto uiChip = static_cast<uint32_t>(&roPast - m_aoChips.data());
+        const SChipFigures* poChip = roSnapshot.FindChip(uiChip);
+        roPast.iUtcNs = roSnapshot.GetClock(uiChip).iUtcNs;
+        roPast.uiInstants = poChip == nullptr ? 0 : poChip->uiInstants;
+    }
+}
+
+void CHistoryMaker::TakeDirection(const SWatchSnapshot& roSnapshot, size_t uiSlot)
+{
+    const uint32_t uiChip = StreamKey_FromSlot(uiSlot, 0).uiChip;
+    const SChipPast& roPast = m_aoChips[uiChip];
+    const SChipFigures* poChip = roSnapshot.FindChip(uiChip);
+    if (poChip != nullptr && poChip->uiInstants == roPast.uiInstants)
+    {
+        return; // its second lasts still
+    }
+    // The first second began about one before the first snapshot; later ones begin where the last one ended.
+    const int64_t iNowUtcNs = roSnapshot.GetClock(uiChip).iUtcNs;
+    const int64_t iBeginUtcNs = roPast.iUtcNs == 0 ? iNowUtcNs - iNsPerSecond : roPast.iUtcNs;
+    for (const SStreamFigures& roFigures : roSnapshot.aoDirections[uiSlot].aoStreams)
+    {
+        TakeStream(roFigures, iBeginUtcNs);
+    }
 }

@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <chrono>
 
+void CWatchData::AddStreams(size_t uiSlot, uint32_t uiCount)
+{
+    const std::lock_guard oGuard(m_oMemoryMutex);
+    m_oHistory.AddStreams(uiSlot, uiCount);
+}
+
 void CWatchData::Resume(std::span<const SMinuteSummary> aoRunning)
 {
     const std::lock_guard oGuard(m_oMemoryMutex);

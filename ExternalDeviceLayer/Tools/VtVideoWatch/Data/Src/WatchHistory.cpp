@@ -17,14 +17,22 @@ const SHistoryPoint& CPointRing::operator[](uint32_t uiPoint) const
 }
 
 CWatchHistory::CWatchHistory(uint32_t uiNbOfInputs, uint32_t uiNbOfOutputs)
-    : m_aoStreams{std::vector<SStreamHistory>(uiNbOfInputs), std::vector<SStreamHistory>(uiNbOfOutputs)}
 {
+    AddStreams(StreamKey_GetSlot({EStreamDirection::INPUT, 0}), uiNbOfInputs);
+    AddStreams(StreamKey_GetSlot({EStreamDirection::OUTPUT, 0}), uiNbOfOutputs);
+}
+
+void CWatchHistory::AddStreams(size_t uiSlot, uint32_t uiCount)
+{
+    m_aoStreams.resize(std::max(m_aoStreams.size(), uiSlot + 1));
+    m_aoStreams[uiSlot].resize(std::max<size_t>(m_aoStreams[uiSlot].size(), uiCount));
 }
 
 const CWatchHistory::SStreamHistory* CWatchHistory::GetStream(const SStreamKey& roKey) const
 {
-    const std::vector<SStreamHistory>& raoStreams = m_aoStreams[static_cast<size_t>(roKey.eDirection)];
-    return roKey.uiIndex < raoStreams.size() ? &raoStreams[roKey.uiIndex] : nullptr;
+    const size_t uiSlot = StreamKey_GetSlot(roKey);
+    const bool bHas = uiSlot < m_aoStreams.size() && roKey.uiIndex < m_aoStreams[uiSlot].size();
+    return bHas ? &m_aoStreams[uiSlot][roKey.uiIndex] : nullptr;
 }
 
 CWatchHistory::SStreamHistory* CWatchHistory::GetStream(const SStreamKey& roKey)
@@ -96,11 +104,11 @@ int64_t CWatchHistory::GetBegin(const SStreamKey& roKey, uint32_t uiSeconds) con
 SHistoryReach CWatchHistory::GetReach() const
 {
     SHistoryReach oReach;
-    for (const EStreamDirection eDirection : aeDirections)
+    for (size_t uiSlot = 0; uiSlot < m_aoStreams.size(); ++uiSlot)
     {
-        for (uint32_t uiIndex = 0; uiIndex < m_aoStreams[static_cast<size_t>(eDirection)].size(); ++uiIndex)
+        for (uint32_t uiIndex = 0; uiIndex < m_aoStreams[uiSlot].size(); ++uiIndex)
         {
-            const SStreamKey oKey = {eDirection, uiIndex};
+            const SStreamKey oKey = StreamKey_FromSlot(uiSlot, uiIndex);
             oReach.iSecondsFromUtcNs = std::min(oReach.iSecondsFromUtcNs, GetBegin(oKey, 1));
             oReach.iMinutesFromUtcNs = std::min(oReach.iMinutesFromUtcNs, GetBegin(oKey, 60));
         }

@@ -4,7 +4,6 @@
 #ifndef WATCH_PUBLICATION_H
 #define WATCH_PUBLICATION_H
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -47,8 +46,9 @@ struct SWatchCosts
 struct SWatchPublication
 {
     SWatchSnapshot oSnapshot;
-    SJudgement oJudgement;                             // of it
-    std::array<std::vector<SStreamTexts>, 2> aaoTexts; // by EStreamDirection, by index
+    SJudgement oJudgement; // of it
+    // By StreamKey_GetSlot, by index.
+    std::vector<std::vector<SStreamTexts>> aaoTexts = std::vector<std::vector<SStreamTexts>>(2);
     SWatchCosts oCosts;
     std::string szHost;
     std::string szBoard; // path of the libVeltrano.so in use
@@ -62,17 +62,38 @@ using WatchPublicationPtr = std::shared_ptr<const SWatchPublication>;
 inline const SStreamTexts& WatchPublication_GetTexts(const SWatchPublication& roPublication, const SStreamKey& roKey)
 {
     static const SStreamTexts oNone;
-    const std::vector<SStreamTexts>& raoTexts = roPublication.aaoTexts[static_cast<size_t>(roKey.eDirection)];
-    return roKey.uiIndex < raoTexts.size() ? raoTexts[roKey.uiIndex] : oNone;
+    const size_t uiSlot = StreamKey_GetSlot(roKey);
+    const bool bHas = uiSlot < roPublication.aaoTexts.size() && roKey.uiIndex < roPublication.aaoTexts[uiSlot].size();
+    return bHas ? roPublication.aaoTexts[uiSlot][roKey.uiIndex] : oNone;
 }
 
 /* How a stream is; inactive before it was judged. */
 inline const SStreamHealth& WatchPublication_GetHealth(const SWatchPublication& roPublication, const SStreamKey& roKey)
 {
     static const SStreamHealth oNone;
-    const std::vector<SStreamHealth>& raoHealth =
-        roPublication.oJudgement.aoStreams[static_cast<size_t>(roKey.eDirection)];
-    return roKey.uiIndex < raoHealth.size() ? raoHealth[roKey.uiIndex] : oNone;
+    const std::vector<std::vector<SStreamHealth>>& raaoHealth = roPublication.oJudgement.aoStreams;
+    const size_t uiSlot = StreamKey_GetSlot(roKey);
+    const bool bHas = uiSlot < raaoHealth.size() && roKey.uiIndex < raaoHealth[uiSlot].size();
+    return bHas ? raaoHealth[uiSlot][roKey.uiIndex] : oNone;
+}
+
+/* The figures of a stream; null when there is no such stream. */
+inline const SStreamFigures* WatchPublication_Find(const SWatchSnapshot& roSnapshot, const SStreamKey& roKey)
+{
+    const size_t uiSlot = StreamKey_GetSlot(roKey);
+    const bool bHas =
+        uiSlot < roSnapshot.aoDirections.size() && roKey.uiIndex < roSnapshot.aoDirections[uiSlot].aoStreams.size();
+    return bHas ? &roSnapshot.aoDirections[uiSlot].aoStreams[roKey.uiIndex] : nullptr;
+}
+
+/* One call per chip that is watched, for its inputs or its outputs: with a key that is of these, and their figures. */
+template <typename TVisit>
+void WatchPublication_ForEachChip(const SWatchSnapshot& roSnapshot, EStreamDirection eDirection, const TVisit& roVisit)
+{
+    for (auto uiSlot = static_cast<size_t>(eDirection); uiSlot < roSnapshot.aoDirections.size(); uiSlot += 2)
+    {
+        roVisit(StreamKey_FromSlot(uiSlot, 0), roSnapshot.aoDirections[uiSlot]);
+    }
 }
 
 /* One call per stream of both directions. */

@@ -19,6 +19,14 @@ struct SHistoryQuery
     uint32_t uiMost = 1000; // points at most; the newest ones
 };
 
+/* Every stream that there can be. */
+constexpr StreamBits StreamBits_GetAll()
+{
+    StreamBits auiAll = {};
+    auiAll.fill(~0U);
+    return auiAll;
+}
+
 struct SEventQuery
 {
     int64_t iFromUtcNs = INT64_MIN;
@@ -26,8 +34,7 @@ struct SEventQuery
     uint64_t uiAfterNumber = 0;           // only newer ones
     uint64_t uiBeforeNumber = UINT64_MAX; // only older ones
     uint64_t uiKinds = ~0ULL;             // bit k: EWatchEventKind k
-    uint64_t uiInputs = ~0ULL;            // bit i: input i
-    uint64_t uiOutputs = ~0ULL;
+    StreamBits auiStreams = StreamBits_GetAll();
     uint32_t uiMost = 1000; // the newest ones
 };
 

@@ -10,16 +10,16 @@ bool WatchQuery_Fits(const SHistoryPoint& roPoint, const SHistoryQuery& roQuery)
 bool WatchQuery_Fits(const SWatchEvent& roEvent, const SEventQuery& roQuery)
 {
     const SEventKind oKind = EventKind_Get(roEvent.eKind);
-    const auto fnGetStreams = [&roQuery](EStreamDirection eDirection) -> uint64_t
-    { return eDirection == EStreamDirection::INPUT ? roQuery.uiInputs : roQuery.uiOutputs; };
+    const auto fnGetStreams = [&roQuery](const SStreamKey& roKey)
+    { return roQuery.auiStreams[StreamKey_GetSlot(roKey) % uiMaxSlots]; };
     const auto fnAsksFor = [&fnGetStreams](const SStreamKey& roKey)
-    { return (fnGetStreams(roKey.eDirection) >> (roKey.uiIndex % 64) & 1) != 0; };
-    const uint64_t uiMembers = oKind.bIsOfGroup ? roEvent.uiMembers : 0;
+    { return (fnGetStreams(roKey) >> (roKey.uiIndex % uiMaxStreamsPerDirection) & 1U) != 0; };
+    const uint32_t uiMembers = oKind.bIsOfGroup ? roEvent.uiMembers : 0;
     return roEvent.uiNumber > roQuery.uiAfterNumber && roEvent.uiNumber < roQuery.uiBeforeNumber &&
            roEvent.iUtcNs >= roQuery.iFromUtcNs && roEvent.iUtcNs < roQuery.iToUtcNs &&
            (roQuery.uiKinds >> static_cast<unsigned>(roEvent.eKind) & 1) != 0 &&
-           (fnAsksFor(roEvent.oKey) || (fnGetStreams(roEvent.oKey.eDirection) & uiMembers) != 0 ||
-            (oKind.bIsOfPair && fnAsksFor(EventStream_Unpack(roEvent.uiBefore))));
+           (fnAsksFor(roEvent.oKey) || (fnGetStreams(roEvent.oKey) & uiMembers) != 0 ||
+            (oKind.bIsOfPair && fnAsksFor(EventStream_Unpack(roEvent.uiBefore, roEvent.oKey.uiChip))));
 }
 
 bool WatchQuery_Fits(const SIncident& roIncident, const SIncidentQuery& roQuery)

@@ -1,7 +1,9 @@
 /*
- * The watch itself: one thread that takes what the streams' threads hand over, lets the engine analyse it once a
- * second, and hands on what that second came to. It makes no call to the board and no I/O but reading its own costs, so
- * that nothing delays it.
+ * The watch itself: one thread that takes what the streams' threads hand over, lets the engine of every chip analyse it
+ * once a second, and hands on what that second came to. It makes no call to the board and no I/O but reading its own
+ * costs, so that nothing delays it, least of all a chip that hangs.
+ *
+ * Seconds of several chips end at different moments: they are handed on together, each chip with its last one.
  */
 #ifndef WATCH_RUN_H
 #define WATCH_RUN_H
@@ -27,12 +29,17 @@
 
 struct SWatchRunSetup
 {
-    SWatchSettings oSettings; // the board's facts are filled in by the run
+    SWatchSettings oSettings;             // the board's facts are filled in by the run
+    std::vector<SStreamKey> aoReferences; // that phases are told against; a single one of a chip is for both directions
+    std::vector<SStreamPath> aoPaths;
     SJudgeSettings oJudge;
     std::vector<SMinuteSummary> aoRunning; // minutes that an earlier run has left unfinished
     std::vector<SEarlierStream> aoEarlier; // what that run knew
     int64_t iStartUtcNs = 0;
-    uint32_t uiRecorderSeconds = 0; // how far back every field is remembered; 0: none is
+    uint32_t uiRecorderSeconds = 0; // how far back every field of the one chip is remembered; 0: none is
+    // Called by the run's thread when a chip is open, for its inputs and for its outputs (StreamKey_GetSlot). May be
+    // empty.
+    std::function<void(size_t uiSlot, uint32_t uiCount)> fnAddStreams;
     // Called by the run's thread for every second; must not block.
     std::function<void(const SWatchStep&)> fnTake;
     // Asked for what the takers cost and lose, before a second is handed on. May be empty.
@@ -93,30 +100,50 @@ public:
     uint64_t GetProgress() const { return m_uiProgress.load(std::memory_order_relaxed); }
 
 private:
+    // A chip of the board.
+    struct SChip
+    {
+        std::shared_ptr<CBoardChip> poBoard;
+        std::unique_ptr<CWatchEngine> poEngine; // once it is open
+        SWatchSnapshot oSnapshot;               // of its last second
+        bool bIsFresh = false;                  // that has not been handed on
+    };
+
     void Run();
+    void OpenChips();
+    void OpenChip(SChip& roChip);
+    uint64_t GetDueNs() const;
     void TakeWake(uint64_t uiDueNs);
     void Drain();
-    void TakeField(const SStreamKey& roKey, const SFieldRecord& roRecord);
+    void DrainChip(SChip& roChip);
+    void TakeField(SChip& roChip, const SStreamKey& roKey, const SFieldRecord& roRecord);
     void GiveCut();
     bool TryAnalyse(bool bIsLast);
     bool Analyse(bool bIsLast);
-    void TakeDescription(const SStreamKey& roKey, const SDescriptionRecord& roRecord);
+    bool AnalyseChip(SChip& roChip, bool bIsLast);
+    void TakeEvents(SChip& roChip);
+    void JoinChips(SWatchSnapshot& roSnapshot);
+    void JoinAcross(SWatchSnapshot& roSnapshot, SChip& roChip);
+    void HandOn(bool bIsLast);
+    void TakeDescription(SChip& roChip, const SStreamKey& roKey, const SDescriptionRecord& roRecord);
     void TakeIncidents(std::span<const SWatchEvent> aoIncidents);
-    void EndWatch(const SClockReading& roClock);
+    void EndWatch(int64_t iUtcNs);
     void FillCosts(SWatchCosts& roCosts);
 
-    const CBoardSession& m_roSession;
     SWatchRunSetup m_oSetup;
-    CWatchEngine m_oEngine;
+    std::vector<SChip> m_aoChips;
     CWatchJudge m_oJudge;
     CHistoryMaker m_oHistory;
     std::optional<CFieldRecorder> m_oRecorder;
     CCutDesk m_oCuts;
-    SWatchPublication m_oTemplate;       // what stays the same from one moment to the next, texts included
-    std::vector<SWatchEvent> m_aoEvents; // that are not handed on yet
-    uint64_t m_uiLastEvent;
+    SWatchPublication m_oTemplate;           // what stays the same from one moment to the next, texts included
+    std::vector<SWatchEvent> m_aoEvents;     // that are not handed on yet
+    std::vector<SWatchEvent> m_aoHappenings; // likewise, as CWatchEngine::GetHappenings has them
+    WatchPublicationPtr m_poLast;
+    uint64_t m_uiSnapshots = 0;
     CLeastWake m_oLeastWake;
     double m_flAnalysisSeconds = 0.0;
+    double m_flChipSeconds = 0.0; // that the chips' last analyses took
     std::thread m_oThread;
     std::atomic<bool> m_bStop{false};
     std::atomic<uint64_t> m_uiProgress{0};

@@ -1,18 +1,22 @@
-// What the streams are compared with: the watch's own reference of a direction, or one that the address names. For the
-// latter phase and lock come from the pairs, which are fetched only then.
-import { findStream, kindOf } from "./model.js";
+// What the streams are compared with: the watch's own reference of a chip's direction, or one that the address names.
+// For the latter phase and lock come from the pairs, which are fetched only then.
+import { findStream, kindOf, streamsOf } from "./model.js";
 
-const ownReference = (model, direction) => model.directions[direction].reference ?? "";
+function ownReference(model, { direction, chip }) {
+  return model.directions[direction].references.find((id) => findStream(model, id)?.chip === chip) ?? "";
+}
 
+// The one that the address names, else the watch's own; empty: each chip has its own.
 export function referenceIds(model, state) {
+  const own = ({ references }) => (references.length === 1 ? references[0] : "");
   const pick = (id, direction) =>
-    findStream(model, id)?.direction === direction ? id : ownReference(model, direction);
+    findStream(model, id)?.direction === direction ? id : own(model.directions[direction]);
   return { input: pick(state.refin, "input"), output: pick(state.refout, "output") };
 }
 
 export function needsPairs(model, state) {
   const chosen = referenceIds(model, state);
-  return Object.entries(chosen).some(([direction, id]) => id !== ownReference(model, direction));
+  return streamsOf(model).some((one) => !["", ownReference(model, one)].includes(chosen[one.direction]));
 }
 
 function findPair(pairs, stream, otherId) {
@@ -54,9 +58,10 @@ function comparePair(stream, reference, pair) {
 
 // { kind, phase: {seconds, error} or null, lines, drift, toThreshold, toSlip, ... } of a stream against its reference.
 export function compare(stream, model, references, pairs) {
-  const referenceId = references[stream.direction];
+  const ownId = ownReference(model, stream);
+  const referenceId = references[stream.direction] || ownId;
   const reference = findStream(model, referenceId);
-  if (!reference || stream === reference || referenceId === ownReference(model, stream.direction)) {
+  if (!reference || stream === reference || referenceId === ownId) {
     return { ...compareOwn(stream), kind: kindOf(stream, referenceId, stream.lock) };
   }
   const pair = findPair(pairs, stream, referenceId);

@@ -66,7 +66,7 @@ export function showControls(place, model, state) {
     const id = state[referenceKeys[direction]];
     const select = place.querySelector(`#${referenceKeys[direction]}`);
     if (select) {
-      setText(select.options[0], `the watch's choice (${model.directions[direction].reference ?? "none"})`);
+      setText(select.options[0], `the watch's choice (${model.directions[direction].references.join(", ") || "none"})`);
       select.value = findStream(model, id)?.direction === direction ? id : "";
     }
   }

@@ -1,7 +1,7 @@
 // What the server judges, for the eye. Nothing is judged here: statuses and reasons come as they are told.
 import * as format from "./format.js";
 import { eventWord } from "./words.js";
-import { kinds, streamsOf, toMs } from "./model.js";
+import { kinds, streamsOf, streamsOfChip, toMs } from "./model.js";
 
 export const statuses = {
   unhealthy: { word: "Unhealthy", rank: 0, level: "bad", shape: "lost" },
@@ -48,19 +48,29 @@ export function healthRank(stream) {
 const healthyTexts = { healthy: "All is well", inactive: "Nothing runs" };
 
 // The line that answers whether all is well, and what is not: { level, shape, text, more }.
-export function verdictOf(model) {
-  const streams = streamsOf(model);
+function judge(streams, health, nowMs) {
   if (streams.length === 0) {
     return { level: "warn", shape: "idle", text: "There is nothing to watch", more: "the board has no streams" };
   }
-  const { overall, since } = model.health;
+  const { overall, since } = health;
   const { word, level, shape } = statuses[overall];
   const inactive = streams.filter((stream) => stream.health?.overall === "inactive");
   const idle = inactive.length > 0 && inactive.length < streams.length ? [`${named(inactive)} inactive`] : [];
   const worstFirst = [...streams].sort((a, b) => healthRank(a) - healthRank(b));
   const faults = reasonsOf(worstFirst, 3);
-  const text = healthyTexts[overall] ?? `${word} ${format.since(toMs(since), model.ms)}`;
+  const text = healthyTexts[overall] ?? `${word} ${format.since(toMs(since), nowMs)}`;
   return { level, shape, text, more: [...faults, ...idle].join("; ") };
+}
+
+export function verdictOf(model) {
+  return judge(streamsOf(model), model.health, model.ms);
+}
+
+// The same of one of several chips.
+export function chipVerdictOf(model, { chip, answers, health }) {
+  return answers
+    ? judge(streamsOfChip(model, chip), health, model.ms)
+    : { level: "bad", shape: "gone", text: "Does not answer", more: "nothing is known of its streams" };
 }
 
 const calmColours = { free: "running", passing: "running", lost: "idle", gone: "idle" };

@@ -38,7 +38,8 @@ function toStream(json, known = {}) {
   const hertz = rate?.hz ?? null;
   return {
     id: json.id,
-    direction: json.direction ?? (json.id.startsWith("OUT") ? "output" : "input"),
+    chip: json.chip,
+    direction: json.direction ?? (/(^|:)OUT/.test(json.id) ? "output" : "input"),
     name: json.name,
     standard: json.standard,
     format: json.format ?? known.format ?? "",
@@ -80,12 +81,13 @@ export function toModel(json, before) {
     threshold: json.threshold ?? before?.threshold ?? null,
     costs: json.costs ?? { ...before?.costs, ...pickCosts(json) },
     health: json.health ?? before?.health ?? null,
+    chips: json.chips ?? [], // only where there are several
     directions: {},
   };
   for (const direction of directions) {
     const given = json.directions[direction];
     model.directions[direction] = {
-      reference: given.reference,
+      references: given.references ?? [given.reference].filter(Boolean), // one per chip
       groups: given.groups ?? before?.directions[direction].groups ?? [],
       streams: given.streams.map((stream) => toStream(stream, before ? findStream(before, stream.id) : undefined)),
     };
@@ -99,6 +101,11 @@ function pickCosts({ ring_overruns, store_failing, journal_failing }) {
 
 export function streamsOf(model) {
   return directions.flatMap((direction) => model.directions[direction].streams);
+}
+
+// Those of a chip; of all where there is but one.
+export function streamsOfChip(model, chip) {
+  return streamsOf(model).filter((stream) => model.chips.length < 2 || stream.chip === chip);
 }
 
 export function findStream(model, id) {

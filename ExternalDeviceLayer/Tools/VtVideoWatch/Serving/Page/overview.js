@@ -2,11 +2,12 @@
 import { addressOf, goTo } from "./address.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
 import * as format from "./format.js";
-import { lastWord, strip as stripOf } from "./health.js";
-import { directions, directionTitles } from "./model.js";
+import { chipVerdictOf, lastWord, strip as stripOf } from "./health.js";
+import { directions, directionTitles, streamsOfChip } from "./model.js";
 import { makeOrder } from "./order.js";
 import { drawTrace } from "./sparkline.js";
 import { traceOf } from "./traces.js";
+import { showVerdict } from "./verdict.js";
 
 const columns = [
   ["state", "State"],
@@ -81,14 +82,18 @@ function updateStrip(strip, stream, compared, nowMs) {
   setAttribute(strip.cells.event, "title", last ? `${text}\n${format.utcDateTime(last.ms, true)} UTC` : "");
 }
 
-function makeTable(direction) {
+function makeTable(direction, chip) {
   const body = element("tbody", { role: "rowgroup" });
   const heads = columns.map(([names, text, title]) =>
     element("th", { class: names, scope: "col", role: "columnheader", title }, text),
   );
   const head = element("thead", { role: "rowgroup" }, element("tr", { role: "row" }, ...heads));
   const held = element("span", { class: "quiet" });
-  const title = element("h2", { id: `title-${direction}` }, directionTitles[direction]);
+  const title = element(
+    "h2",
+    { id: ["title", direction, chip].filter((one) => one !== null).join("-") },
+    directionTitles[direction],
+  );
   const table = element("table", { class: "strips", role: "table", "aria-labelledby": title.id }, head, body);
   const section = element(
     "section",
@@ -136,30 +141,67 @@ function drawTraces({ strips }, streams, threshold) {
 const sparkEveryMs = 2000; // a line of five minutes moves by a third of a pixel a second
 const longTable = 14;
 
-export function makeOverview() {
+// The tables of a chip; null: of the only one.
+function makeChip(chip) {
   const root = element("div", { class: "overview" });
   const tables = {};
+  return {
+    root,
+    show(context, isTimeToDraw) {
+      const { model } = context;
+      const streamsIn = (direction) => streamsOfChip(model, chip).filter((one) => one.direction === direction);
+      const present = directions.filter((direction) => streamsIn(direction).length > 0);
+      const isLong = present.some((direction) => streamsIn(direction).length > longTable);
+      setAttribute(root, "class", `overview${present.length > 1 ? " both" : ""}${isLong ? " dense" : ""}`);
+      for (const direction of present) {
+        const streams = streamsIn(direction);
+        if (!tables[direction]) {
+          tables[direction] = makeTable(direction, chip);
+          root.append(tables[direction].section);
+        }
+        showDirection(tables[direction], streams, context);
+        if (isTimeToDraw) {
+          drawTraces(tables[direction], streams, model.threshold);
+        }
+      }
+    },
+  };
+}
+
+// One of several chips: a band with a verdict of its own above its tables.
+function makeBand({ chip }) {
+  const title = element("h2", { id: `chip-${chip}` }, `Chip ${chip}`);
+  const verdict = element("p", { class: "verdict" });
+  const tables = makeChip(chip);
+  const heading = element("div", { class: "heading" }, title, verdict);
+  return {
+    root: element("section", { class: "band", "aria-labelledby": title.id }, heading, tables.root),
+    show(context, isTimeToDraw) {
+      const told = context.model.chips.find((one) => one.chip === chip);
+      showVerdict(verdict, chipVerdictOf(context.model, told));
+      tables.show(context, isTimeToDraw);
+    },
+  };
+}
+
+export function makeOverview() {
+  const root = element("div", {});
+  let key = null;
+  let shown = [];
   let drawnMs = 0;
   return {
     root,
     show(context) {
-      const { model } = context;
-      const present = directions.filter((direction) => model.directions[direction].streams.length > 0);
-      const isLong = present.some((direction) => model.directions[direction].streams.length > longTable);
-      setAttribute(root, "class", `overview${present.length > 1 ? " both" : ""}${isLong ? " dense" : ""}`);
-      const isTime = Date.now() - drawnMs >= sparkEveryMs;
-      for (const direction of present) {
-        const { streams } = model.directions[direction];
-        if (!tables[direction]) {
-          tables[direction] = makeTable(direction);
-          root.append(tables[direction].section);
-        }
-        showDirection(tables[direction], streams, context);
-        if (isTime) {
-          drawTraces(tables[direction], streams, model.threshold);
-        }
+      const { chips } = context.model;
+      const newKey = chips.map(({ chip }) => chip).join();
+      if (key !== newKey) {
+        key = newKey;
+        shown = chips.length > 1 ? chips.map(makeBand) : [makeChip(null)];
+        root.replaceChildren(...shown.map((one) => one.root));
       }
-      drawnMs = isTime ? Date.now() : drawnMs;
+      const isTimeToDraw = Date.now() - drawnMs >= sparkEveryMs;
+      shown.forEach((one) => one.show(context, isTimeToDraw));
+      drawnMs = isTimeToDraw ? Date.now() : drawnMs;
     },
     close() {},
   };

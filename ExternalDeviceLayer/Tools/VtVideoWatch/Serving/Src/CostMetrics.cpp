@@ -56,9 +56,6 @@ constexpr SCostMetric aoCosts[] = {
      [](Publication roPublication) { return roPublication.oCosts.bRecordingIsFailing ? 1.0 : 0.0; }},
     {"vt_video_memory_failures_total", "Pieces of work that found no memory and were dropped.", MetricType::Counter,
      [](Publication roPublication) { return ToDouble(roPublication.oCosts.uiMemoryFailures); }},
-    {"vt_video_tick_uncertainty_seconds", "How closely the board's ticks are known by the machine's clock.",
-     MetricType::Gauge,
-     [](Publication roPublication) { return roPublication.oSnapshot.oClock.flTickUncertaintySeconds; }},
     {"vt_video_clock_synchronised", "1 if the kernel says that the machine's clock is synchronised.", MetricType::Gauge,
      [](Publication roPublication) { return roPublication.oSnapshot.oClock.bIsSynchronised ? 1.0 : 0.0; }},
     {"vt_video_clock_estimated_error_seconds", "The kernel's estimate of that clock's error.", MetricType::Gauge,
@@ -83,19 +80,25 @@ constexpr SCostMetric aoCosts[] = {
      [](Publication roPublication) { return static_cast<double>(roPublication.iStartUtcNs) * 1e-9; }},
 };
 
-// Over all streams of a direction: which stream's thread is late says nothing about the stream.
+// Over all streams of a direction of a chip: which stream's thread is late says nothing about the stream.
 void CollectWakes(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
 {
     prometheus::MetricFamily& roFamily = raoFamilies.emplace_back();
     roFamily.name = "vt_video_wake_latency_seconds";
     roFamily.help = "How long after a field's start the watch had it in hand.";
     roFamily.type = MetricType::Histogram;
-    for (const EStreamDirection eDirection : aeDirections)
+    for (size_t uiSlot = 0; uiSlot < roSnapshot.aoDirections.size(); ++uiSlot)
     {
+        const auto& raoStreams = roSnapshot.aoDirections[uiSlot].aoStreams;
+        if (raoStreams.empty())
+        {
+            continue;
+        }
+        const EStreamDirection eDirection = raoStreams.front().oKey.eDirection;
         prometheus::ClientMetric& roMetric = roFamily.metric.emplace_back();
+        roMetric.label.push_back({"chip", std::to_string(raoStreams.front().uiChip)});
         roMetric.label.push_back({"direction", StreamId_GetDirection(eDirection)});
         auto& roHistogram = roMetric.histogram;
-        const auto& raoStreams = roSnapshot.aoDirections[static_cast<size_t>(eDirection)].aoStreams;
         for (size_t i = 0; i <= aflWakeBoundsSeconds.size(); ++i)
         {
             for (const SStreamFigures& roStream : raoStreams)
@@ -110,6 +113,21 @@ void CollectWakes(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
         {
             roHistogram.sample_sum += roStream.oWakes.flSumSeconds;
         }
+    }
+}
+
+void CollectTicks(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
+{
+    raoFamilies.reserve(raoFamilies.size() + 2);
+    CFamily oFamily(raoFamilies, "vt_video_tick_uncertainty_seconds",
+                    "How closely the chip's ticks are known by the machine's clock.", MetricType::Gauge);
+    CFamily oAnswers(raoFamilies, "vt_video_chip_answers", "0: the chip has not answered since the watch began.",
+                     MetricType::Gauge);
+    for (const SChipFigures& roChip : roSnapshot.aoChips)
+    {
+        oAnswers.Add({{"chip", std::to_string(roChip.uiNumber)}}, roChip.uiInstants != 0 ? 1.0 : 0.0);
+        oFamily.AddKnown({{"chip", std::to_string(roChip.uiNumber)}}, roChip.uiInstants != 0,
+                         roChip.oClock.flTickUncertaintySeconds);
     }
 }
 
@@ -132,5 +150,6 @@ void CostMetrics_Collect(const SWatchPublication& roPublication, CFamilies& raoF
         CFamily oFamily(raoFamilies, roCost.szName, roCost.szHelp, roCost.eType);
         oFamily.AddKnown({}, true, roCost.oGet(roPublication));
     }
+    CollectTicks(roPublication.oSnapshot, raoFamilies);
     CollectWakes(roPublication.oSnapshot, raoFamilies);
 }

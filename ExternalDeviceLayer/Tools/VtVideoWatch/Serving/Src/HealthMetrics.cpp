@@ -139,11 +139,14 @@ void CollectQueues(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     for (const SQueueMetric& roMetric : aoQueues)
     {
         CFamily oFamily(raoFamilies, roMetric.szName, roMetric.szHelp, MetricType::Gauge);
-        for (const SStreamFigures& roStream : roSnapshot.aoDirections[0].aoStreams)
-        {
-            oFamily.AddKnown(MetricLabels_Get(roStream), roMetric.fnIsKnown(roStream.oQueue),
-                             WatchJson_Round(roMetric.fnGet(roStream.oQueue), iDigits));
-        }
+        WatchPublication_ForEachStream(roSnapshot,
+                                       [&](const SStreamFigures& roStream)
+                                       {
+                                           oFamily.AddKnown(MetricLabels_Get(roStream),
+                                                            roStream.oKey.eDirection == EStreamDirection::INPUT &&
+                                                                roMetric.fnIsKnown(roStream.oQueue),
+                                                            WatchJson_Round(roMetric.fnGet(roStream.oQueue), iDigits));
+                                       });
     }
 }
 

@@ -78,19 +78,20 @@ CJson FromQueue(const SStreamFigures& roStream)
 }
 
 // The verdict and what brought it about; all domains are in /api/v1/streams.
-CJson FromHealth(EStreamDirection eDirection, const SStreamHealth& roHealth)
+CJson FromHealth(const SStreamKey& roOf, const SStreamHealth& roHealth)
 {
     const auto eWorst = HealthTexts_GetWorst(roHealth);
     const SHealth& roWorst = roHealth.aoDomains[static_cast<size_t>(eWorst)];
     return {{"overall", HealthTexts_GetStatus(roHealth.oOverall.eStatus)},
             {"domain", HealthTexts_GetDomain(eWorst)},
             {"since", WatchTexts_GetUtc(roHealth.oOverall.iSinceUtcNs)},
-            {"reason", HealthTexts_GetReason(eWorst, eDirection, roWorst.oReason)}};
+            {"reason", HealthTexts_GetReason(eWorst, roOf, roWorst.oReason)}};
 }
 
 CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
     return {{"id", StreamId_Print(roStream.oKey)},
+            {"chip", roStream.uiChip},
             {"name", roTexts.szName},
             {"standard", roTexts.szStandard},
             {"state", WatchTexts_GetState(roStream.eState)},
@@ -115,17 +116,17 @@ CJson FromLiveStream(const SStreamFigures& roStream, const SStreamTexts& roTexts
 
 CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
-    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     const auto MakeStream =
         [](const SStreamFigures& roStream, const SStreamTexts& roTexts, const SStreamHealth& roHealth)
     {
         CJson oJson = FromLiveStream(roStream, roTexts);
-        oJson["health"] = FromHealth(roStream.oKey.eDirection, roHealth);
+        oJson["health"] = FromHealth(roStream.oKey, roHealth);
         return oJson;
     };
-    return {{"reference", WatchJson_FromReference(roFigures)},
-            {"groups", EventJson_FromGroups(eDirection, roFigures)},
-            {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
+    CJson oJson = {{"groups", EventJson_FromGroups(eDirection, roPublication.oSnapshot)},
+                   {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
+    WatchJson_AddReference(oJson, eDirection, roPublication.oSnapshot);
+    return oJson;
 }
 
 uint64_t CountLateWakes(const SWatchSnapshot& roSnapshot)
@@ -141,14 +142,16 @@ uint64_t CountLateWakes(const SWatchSnapshot& roSnapshot)
 CJson LiveJson_FromPublication(const SWatchPublication& roPublication)
 {
     const SWatchCosts& roCosts = roPublication.oCosts;
-    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
-            {"host", roPublication.szHost},
-            {"simulated", roPublication.bIsSimulated},
-            {"health", HealthJson_FromWhole(roPublication.oJudgement)},
-            {"late_wakes", CountLateWakes(roPublication.oSnapshot)},
-            {"ring_overruns", roCosts.uiRingOverruns},
-            {"store_failing", roCosts.bStoreIsFailing},
-            {"journal_failing", roCosts.bJournalIsFailing},
-            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
-                                                 { return FromDirection(roPublication, eDirection); })}};
+    CJson oJson = {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+                   {"host", roPublication.szHost},
+                   {"simulated", roPublication.bIsSimulated},
+                   {"health", HealthJson_FromWhole(roPublication.oJudgement)},
+                   {"late_wakes", CountLateWakes(roPublication.oSnapshot)},
+                   {"ring_overruns", roCosts.uiRingOverruns},
+                   {"store_failing", roCosts.bStoreIsFailing},
+                   {"journal_failing", roCosts.bJournalIsFailing},
+                   {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
+                                                        { return FromDirection(roPublication, eDirection); })}};
+    WatchJson_AddChips(oJson, roPublication);
+    return oJson;
 }

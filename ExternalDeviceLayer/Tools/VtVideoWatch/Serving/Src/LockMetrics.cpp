@@ -15,14 +15,14 @@ void CollectReferences(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     for (const SDirectionFigures& roDirection : roSnapshot.aoDirections)
     {
         const SStreamKey& roKey = roDirection.oReference;
-        const SDirectionFigures& roOf = roSnapshot.aoDirections[static_cast<size_t>(roKey.eDirection)];
-        // One of both directions is told once.
-        const bool bIsToldBefore = &roDirection != roSnapshot.aoDirections.data() &&
-                                   roSnapshot.aoDirections[0].bHasReference &&
-                                   roSnapshot.aoDirections[0].oReference == roKey;
-        if (roDirection.bHasReference && roKey.uiIndex < roOf.aoStreams.size() && !bIsToldBefore)
+        const SStreamFigures* poStream = WatchPublication_Find(roSnapshot, roKey);
+        // One of both directions is told once: with the inputs, which stand before the outputs.
+        const SDirectionFigures& roInputs =
+            roSnapshot.aoDirections[StreamKey_GetSlot({EStreamDirection::INPUT, 0, roKey.uiChip})];
+        const bool bIsToldBefore = &roDirection != &roInputs && roInputs.bHasReference && roInputs.oReference == roKey;
+        if (roDirection.bHasReference && poStream != nullptr && !bIsToldBefore)
         {
-            oFamily.Add(MetricLabels_Get(roOf.aoStreams[roKey.uiIndex]), 1.0);
+            oFamily.Add(MetricLabels_Get(*poStream), 1.0);
         }
     }
 }
@@ -72,9 +72,11 @@ void CollectPaths(const SWatchSnapshot& roSnapshot, CFamilies& raoFamilies)
     static constexpr SBound aoBounds[] = {{"least", &SPathFigures::flLeastSeconds},
                                           {"mean", &SPathFigures::flMeanSeconds},
                                           {"most", &SPathFigures::flMostSeconds}};
-    const auto fnGetLabels = [](const SPathFigures& roPath)
+    const auto fnGetLabels = [&roSnapshot](const SPathFigures& roPath)
     {
-        return CLabels{{"input", std::to_string(roPath.oInput.uiIndex)},
+        const SChipFigures* poChip = roSnapshot.FindChip(roPath.oInput.uiChip);
+        return CLabels{{"chip", std::to_string(poChip == nullptr ? 0 : poChip->uiNumber)},
+                       {"input", std::to_string(roPath.oInput.uiIndex)},
                        {"output", std::to_string(roPath.oOutput.uiIndex)}};
     };
     CFamily oDelays(raoFamilies, "vt_video_path_delay_seconds",

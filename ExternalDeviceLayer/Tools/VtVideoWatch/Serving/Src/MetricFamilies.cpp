@@ -39,7 +39,8 @@ void CFamily::AddKnown(CLabels oLabels, bool bIsKnown, double flValue)
 CLabels MetricLabels_Get(const SStreamFigures& roStream, const char* szName, const char* szValue)
 {
     CLabels oLabels;
-    oLabels.reserve(szName == nullptr ? 2 : 3);
+    oLabels.reserve(szName == nullptr ? 3 : 4);
+    oLabels.push_back({"chip", std::to_string(roStream.uiChip)});
     oLabels.push_back({"direction", StreamId_GetDirection(roStream.oKey.eDirection)});
     oLabels.push_back({"index", std::to_string(roStream.oKey.uiIndex)});
     if (szName != nullptr)

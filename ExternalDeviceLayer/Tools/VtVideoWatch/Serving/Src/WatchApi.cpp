@@ -54,8 +54,7 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
 {
     if (roQuery.Has("stream"))
     {
-        roEvents.uiInputs = 0;
-        roEvents.uiOutputs = 0;
+        roEvents.auiStreams = {};
     }
     for (const std::string& rszId : roQuery.GetList("stream"))
     {
@@ -65,8 +64,7 @@ void ReadEventFilter(CApiQuery& roQuery, SEventQuery& roEvents)
             roQuery.SetProblem("parameter stream: give streams as in IN_00,OUT_03");
             return;
         }
-        (oStream->eDirection == EStreamDirection::INPUT ? roEvents.uiInputs : roEvents.uiOutputs) |=
-            1ULL << oStream->uiIndex;
+        roEvents.auiStreams[StreamKey_GetSlot(*oStream)] |= 1U << oStream->uiIndex;
     }
     roEvents.uiKinds = roQuery.Has("kind") ? 0 : ~0ULL;
     for (const std::string& rszKind : roQuery.GetList("kind"))
@@ -259,8 +257,7 @@ SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)
         return HttpAnswer_MakeError(400, oQuery.GetProblem());
     }
     const std::string szId = StreamId_Print(oHistory.oKey);
-    if (oHistory.oKey.uiIndex >=
-        poLatest->oSnapshot.aoDirections[static_cast<size_t>(oHistory.oKey.eDirection)].aoStreams.size())
+    if (WatchPublication_Find(poLatest->oSnapshot, oHistory.oKey) == nullptr)
     {
         return HttpAnswer_MakeError(404, "there is no stream " + szId);
     }

@@ -17,7 +17,7 @@
 #include "Fault.h"
 
 // Of the file's layout; a program refuses files of a newer one.
-constexpr int iStoreVersion = 4;
+constexpr int iStoreVersion = 5;
 
 struct SStoreCloser
 {

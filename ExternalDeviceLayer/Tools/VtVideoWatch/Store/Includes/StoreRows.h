@@ -18,8 +18,8 @@ template <typename TRow> std::string StoreRows_GetNames();
 /* The same to read a file of a layout that may be older: what that lacks is NULL. */
 template <typename TRow> std::string StoreRows_GetNames(int64_t iVersion);
 
-/* Columns that the last layout has brought, as StoreRows_GetColumns has them. */
-template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns();
+/* Columns that a layout lacks, as StoreRows_GetColumns has them. */
+template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns(int64_t iVersion);
 
 /* "number INTEGER NOT NULL, utc_ns ...": to make a table of. */
 template <typename TRow> std::string StoreRows_GetColumns();
@@ -31,6 +31,8 @@ template <typename TRow> CStoreStatement StoreRows_Insert(sqlite3* poFile, const
 template <typename TRow> CStoreStatement& StoreRows_Bind(CStoreStatement& roStatement, const TRow& roRow);
 template <typename TRow> TRow StoreRows_Read(CStoreStatement& roStatement);
 
+/* The columns direction and stream. */
 SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement);
+CStoreStatement& StoreRows_BindKey(CStoreStatement& roStatement, const SStreamKey& roKey);
 
 #endif

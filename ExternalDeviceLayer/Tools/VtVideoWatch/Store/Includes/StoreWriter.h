@@ -109,7 +109,7 @@ private:
     uint64_t m_uiNextPruneNs = 0;   // CLOCK_MONOTONIC
     uint64_t m_uiIncidentShift = 0; // as the next, of incidents
     uint64_t m_uiShift = 0; // added to event numbers when the store was reached too late to be asked for its last one
-    std::array<std::vector<SStreamTexts>, 2> m_aaoWrittenTexts;
+    std::vector<std::vector<SStreamTexts>> m_aaoWrittenTexts; // by StreamKey_GetSlot
     WatchPublicationPtr m_poLatest;
 
     std::mutex m_oMutex; // guards the rest

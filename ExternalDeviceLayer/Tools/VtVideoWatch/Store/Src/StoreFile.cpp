@@ -48,7 +48,11 @@ std::string GetUpdate(int64_t iVersion)
 {
     std::string szSql = iVersion < 2 ? "ALTER TABLE runs RENAME COLUMN is_closed TO ending;" : "";
     szSql += iVersion < 3 ? GetIncidents() : "";
-    for (const std::string& rszColumn : StoreRows_GetLaterColumns<SMinuteSummary>())
+    for (const std::string& rszColumn : StoreRows_GetLaterColumns<SIncident>(iVersion))
+    {
+        szSql += iVersion < 3 ? "" : "ALTER TABLE incidents ADD COLUMN " + rszColumn + ";";
+    }
+    for (const std::string& rszColumn : StoreRows_GetLaterColumns<SMinuteSummary>(iVersion))
     {
         for (const char* szTable : {"minutes", "running"})
         {

@@ -87,8 +87,7 @@ void CStoreReader::FindMinutes(const SHistoryQuery& roQuery, std::vector<SMinute
     CStoreStatement oStatement = Ask(szSql);
     for (int iTable = 0; iTable < 2; ++iTable)
     {
-        oStatement.Bind(static_cast<int64_t>(roQuery.oKey.eDirection)).Bind(roQuery.oKey.uiIndex);
-        oStatement.Bind(roQuery.iFromUtcNs).Bind(roQuery.iToUtcNs);
+        StoreRows_BindKey(oStatement, roQuery.oKey).Bind(roQuery.iFromUtcNs).Bind(roQuery.iToUtcNs);
     }
     oStatement.Bind(roQuery.uiMost);
     const auto iFirst = static_cast<std::ptrdiff_t>(raoMinutes.size());
@@ -108,7 +107,7 @@ void CStoreReader::FindIncidents(const SIncidentQuery& roQuery, uint64_t uiBefor
     {
         return;
     }
-    CStoreStatement oStatement = Ask("SELECT " + StoreRows_GetNames<SIncident>() +
+    CStoreStatement oStatement = Ask("SELECT " + StoreRows_GetNames<SIncident>(GetVersion()) +
                                      " FROM incidents WHERE number < ? AND begin_ns < ? ORDER BY number DESC");
     oStatement.Bind(std::min<uint64_t>(uiBeforeNumber, INT64_MAX)).Bind(roQuery.iToUtcNs);
     while (raoIncidents.size() < roQuery.uiMost && oStatement.Next())

@@ -21,33 +21,53 @@ bool ReadNumber(sqlite3* poFile, const char* szSql, uint64_t& ruiNumber)
 struct SOpenRun
 {
     int64_t iRun = 0;
+    int64_t iBeginUtcNs = 0;
     int64_t iEndUtcNs = 0;
-    uint32_t auiStreams[2] = {};
+    uint32_t auiStreams[2] = {}; // of its one chip
 };
 
-bool EndRun(sqlite3* poFile, const SOpenRun& roRun, std::vector<SWatchEvent>& raoUntold)
+// Its streams. Those of several chips it has not counted: then they are those that it began to watch.
+bool FindStreams(sqlite3* poFile, const SOpenRun& roRun, std::vector<SStreamKey>& raoStreams)
 {
-    CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(poFile, "events");
-    uint64_t uiNumber = 0;
-    if (!ReadNumber(poFile, szLastEvent, uiNumber))
-    {
-        return false;
-    }
     for (const EStreamDirection eDirection : aeDirections)
     {
         for (uint32_t uiIndex = 0; uiIndex < roRun.auiStreams[static_cast<size_t>(eDirection)]; ++uiIndex)
         {
-            SWatchEvent oEvent = {};
-            oEvent.uiNumber = ++uiNumber;
-            oEvent.iUtcNs = roRun.iEndUtcNs;
-            oEvent.eKind = EWatchEventKind::WATCH_ENDED;
-            oEvent.oKey = {eDirection, uiIndex};
-            if (!StoreRows_Bind(oInsert, oEvent).Run())
-            {
-                return false;
-            }
-            raoUntold.push_back(oEvent);
+            raoStreams.push_back({eDirection, uiIndex});
         }
+    }
+    CStoreStatement oFind(poFile, "SELECT DISTINCT direction, stream FROM events WHERE kind = ? AND utc_ns >= ? "
+                                  "AND stream >= ? ORDER BY stream, direction");
+    oFind.Bind(static_cast<int64_t>(EWatchEventKind::WATCH_BEGAN)).Bind(roRun.iBeginUtcNs);
+    oFind.Bind(uiMaxStreamsPerDirection);
+    while (oFind.Next())
+    {
+        raoStreams.push_back(StoreRows_ReadKey(oFind));
+    }
+    return !oFind.HasFailed();
+}
+
+bool EndRun(sqlite3* poFile, const SOpenRun& roRun, std::vector<SWatchEvent>& raoUntold)
+{
+    uint64_t uiNumber = 0;
+    std::vector<SStreamKey> aoStreams;
+    if (!ReadNumber(poFile, szLastEvent, uiNumber) || !FindStreams(poFile, roRun, aoStreams))
+    {
+        return false;
+    }
+    CStoreStatement oInsert = StoreRows_Insert<SWatchEvent>(poFile, "events");
+    for (const SStreamKey& roStream : aoStreams)
+    {
+        SWatchEvent oEvent = {};
+        oEvent.uiNumber = ++uiNumber;
+        oEvent.iUtcNs = roRun.iEndUtcNs;
+        oEvent.eKind = EWatchEventKind::WATCH_ENDED;
+        oEvent.oKey = roStream;
+        if (!StoreRows_Bind(oInsert, oEvent).Run())
+        {
+            return false;
+        }
+        raoUntold.push_back(oEvent);
     }
     CStoreStatement oUpdate(poFile, "UPDATE runs SET ending = ? WHERE id = ?");
     return oUpdate.Bind(static_cast<int64_t>(ERunEnd::BROKEN)).Bind(roRun.iRun).Run();
@@ -55,22 +75,21 @@ bool EndRun(sqlite3* poFile, const SOpenRun& roRun, std::vector<SWatchEvent>& ra
 
 bool EndKilledRuns(sqlite3* poFile, int64_t iOwnRun, std::vector<SWatchEvent>& raoUntold)
 {
-    SOpenRun oRun;
-    CStoreStatement oFind(poFile, "SELECT id, end_ns, inputs, outputs FROM runs WHERE ending = ? AND id <> ? "
+    std::vector<SOpenRun> aoRuns;
+    CStoreStatement oFind(poFile, "SELECT id, begin_ns, end_ns, inputs, outputs FROM runs WHERE ending = ? AND id <> ? "
                                   "ORDER BY id");
     oFind.Bind(static_cast<int64_t>(ERunEnd::OPEN)).Bind(iOwnRun);
     while (oFind.Next())
     {
-        oRun.iRun = oFind.GetInt();
-        oRun.iEndUtcNs = oFind.GetInt();
-        oRun.auiStreams[0] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
-        oRun.auiStreams[1] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
-        if (!EndRun(poFile, oRun, raoUntold))
-        {
-            return false;
-        }
+        SOpenRun& roRun = aoRuns.emplace_back();
+        roRun.iRun = oFind.GetInt();
+        roRun.iBeginUtcNs = oFind.GetInt();
+        roRun.iEndUtcNs = oFind.GetInt();
+        roRun.auiStreams[0] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
+        roRun.auiStreams[1] = std::min(oFind.GetUint32(), uiMaxStreamsPerDirection);
     }
-    return !oFind.HasFailed();
+    return !oFind.HasFailed() &&
+           std::ranges::all_of(aoRuns, [&](const SOpenRun& roRun) { return EndRun(poFile, roRun, raoUntold); });
 }
 
 // How each stream was when the last run ended: its last minute says so.
@@ -86,8 +105,7 @@ bool FindEarlier(sqlite3* poFile, std::vector<SEarlierStream>& raoEarlier)
     while (oFind.Next())
     {
         SEarlierStream oStream;
-        oStream.oKey.eDirection = oFind.GetInt() == 0 ? EStreamDirection::INPUT : EStreamDirection::OUTPUT;
-        oStream.oKey.uiIndex = oFind.GetUint32();
+        oStream.oKey = StoreRows_ReadKey(oFind);
         const bool bRan = oFind.GetInt() == static_cast<int64_t>(EStreamState::RUNNING);
         oStream.oRun = {bRan ? EEarlierState::RUNNING : EEarlierState::LOST, oFind.GetInt()};
         raoEarlier.push_back(oStream);
@@ -111,12 +129,13 @@ bool EndIncidents(sqlite3* poFile, SStoreRemains& roRemains)
 {
     std::vector<SIncident> aoOpen;
     uint64_t uiNumber = 0;
-    CStoreStatement oEnd(poFile, "SELECT max(end_ns) FROM runs");
-    const int64_t iEndUtcNs = oEnd.Next() ? oEnd.GetInt() : 0;
-    if (oEnd.HasFailed() || !FindOpen(poFile, aoOpen) || !ReadNumber(poFile, szLastEvent, uiNumber))
+    uint64_t uiEndUtcNs = 0;
+    if (!ReadNumber(poFile, "SELECT max(end_ns) FROM runs", uiEndUtcNs) || !FindOpen(poFile, aoOpen) ||
+        !ReadNumber(poFile, szLastEvent, uiNumber))
     {
         return false;
     }
+    const auto iEndUtcNs = static_cast<int64_t>(uiEndUtcNs);
     CStoreStatement oEvent = StoreRows_Insert<SWatchEvent>(poFile, "events");
     CStoreStatement oIncident = StoreRows_Insert<SIncident>(poFile, "incidents");
     for (SIncident& roIncident : aoOpen)

@@ -1,5 +1,6 @@
 #include "StoreRows.h"
 
+#include <algorithm>
 #include <array>
 #include <limits>
 #include <string_view>
@@ -14,7 +15,7 @@ template <typename TRow> struct SColumn
     const char* szType;
     void (*oBind)(CStoreStatement& roStatement, const TRow& roRow);
     void (*oRead)(CStoreStatement& roStatement, TRow& roRow);
-    bool bIsLater = false; // than the first layouts had; there it reads as NULL
+    int64_t iSince = 1; // the first layout that has it; in older ones it reads as NULL
 };
 
 template <typename TValue> void BindValue(CStoreStatement& roStatement, TValue oValue)
@@ -98,11 +99,11 @@ template <typename TRow, typename TGet> constexpr SColumn<TRow> ErrorOf(const ch
 }
 
 // A column that older layouts lack: their rows have the default.
-template <typename TRow> constexpr SColumn<TRow> Later(SColumn<TRow> oColumn)
+template <typename TRow> constexpr SColumn<TRow> Later(SColumn<TRow> oColumn, int64_t iSince = 4)
 {
     oColumn.szType =
         std::string_view(oColumn.szType) == "INTEGER NOT NULL" ? "INTEGER NOT NULL DEFAULT 0" : oColumn.szType;
-    oColumn.bIsLater = true;
+    oColumn.iSince = iSince;
     return oColumn;
 }
 
@@ -167,8 +168,58 @@ void UnpackBins(std::span<const uint8_t> auiBytes, SPacingHistogram& roPacing)
     }
 }
 
+// The streams of several chips: of each direction that has some its place in the row, and their bits in four bytes, the
+// lowest first. Those of one chip have columns of their own.
+std::vector<uint8_t> PackOthers(const StreamBits& rauiStreams)
+{
+    std::vector<uint8_t> auiBytes;
+    for (size_t uiSlot = 2; uiSlot < rauiStreams.size(); ++uiSlot)
+    {
+        if (rauiStreams[uiSlot] != 0)
+        {
+            auiBytes.push_back(static_cast<uint8_t>(uiSlot));
+            for (uint32_t uiByte = 0; uiByte < 4; ++uiByte)
+            {
+                auiBytes.push_back(static_cast<uint8_t>(rauiStreams[uiSlot] >> 8 * uiByte));
+            }
+        }
+    }
+    return auiBytes;
+}
+
+void UnpackOthers(std::span<const uint8_t> auiBytes, StreamBits& rauiStreams)
+{
+    for (size_t uiByte = 0; uiByte + 5 <= auiBytes.size(); uiByte += 5)
+    {
+        for (uint32_t uiPart = 0; uiPart < 4 && auiBytes[uiByte] < rauiStreams.size(); ++uiPart)
+        {
+            rauiStreams[auiBytes[uiByte]] |= uint32_t{auiBytes[uiByte + 1 + uiPart]} << 8 * uiPart;
+        }
+    }
+}
+
 using E = SWatchEvent;
 using M = SMinuteSummary;
+
+// The column of a stream: its index, and what chip it is of.
+uint32_t GetStreamNumber(const SStreamKey& roKey)
+{
+    return roKey.uiChip * uiMaxStreamsPerDirection + roKey.uiIndex;
+}
+
+void SetStreamNumber(SStreamKey& roKey, uint32_t uiNumber)
+{
+    roKey.uiChip = std::min(uiNumber / uiMaxStreamsPerDirection, uiMaxChips);
+    roKey.uiIndex = uiNumber % uiMaxStreamsPerDirection;
+}
+
+// fnGet gives the key of the stream.
+template <typename TRow, typename TGet> constexpr SColumn<TRow> StreamOf(TGet /*fnGet*/)
+{
+    return {"stream", "INTEGER NOT NULL",
+            [](CStoreStatement& roStatement, const TRow& roRow) { roStatement.Bind(GetStreamNumber(TGet{}(roRow))); },
+            [](CStoreStatement& roStatement, TRow& roRow) { SetStreamNumber(TGet{}(roRow), roStatement.GetUint32()); }};
+}
 
 template <typename TRow> constexpr std::array<SColumn<TRow>, 0> aoColumns = {};
 
@@ -184,8 +235,7 @@ constexpr std::array aoColumns<E> = {
         "kind", [](auto& roEvent) -> auto& { return roEvent.eKind; }),
     Of<E>(
         "direction", [](auto& roEvent) -> auto& { return roEvent.oKey.eDirection; }),
-    Of<E>(
-        "stream", [](auto& roEvent) -> auto& { return roEvent.oKey.uiIndex; }),
+    StreamOf<E>([](auto& roEvent) -> auto& { return roEvent.oKey; }),
     Of<E>(
         "count", [](auto& roEvent) -> auto& { return roEvent.uiCount; }),
     Of<E>(
@@ -208,8 +258,7 @@ template <>
 constexpr std::array aoColumns<M> = {
     Of<M>(
         "direction", [](auto& roMinute) -> auto& { return roMinute.oKey.eDirection; }),
-    Of<M>(
-        "stream", [](auto& roMinute) -> auto& { return roMinute.oKey.uiIndex; }),
+    StreamOf<M>([](auto& roMinute) -> auto& { return roMinute.oKey; }),
     Of<M>(
         "utc_ns", [](auto& roMinute) -> auto& { return roMinute.oPoint.iUtcNs; }),
     Of<M>(
@@ -309,8 +358,7 @@ constexpr std::array aoColumns<I> = {
         "status", [](auto& roIs) -> auto& { return roIs.eWorst; }),
     Of<I>(
         "direction", [](auto& roIs) -> auto& { return roIs.oFirstStream.eDirection; }),
-    Of<I>(
-        "stream", [](auto& roIs) -> auto& { return roIs.oFirstStream.uiIndex; }),
+    StreamOf<I>([](auto& roIs) -> auto& { return roIs.oFirstStream; }),
     Of<I>(
         "inputs", [](auto& roIs) -> auto& { return roIs.auiStreams[0]; }),
     Of<I>(
@@ -341,6 +389,12 @@ constexpr std::array aoColumns<I> = {
         "reason_after", [](auto& roIs) -> auto& { return roIs.oFirst.uiAfter; }),
     Of<I>(
         "reason_value", [](auto& roIs) -> auto& { return roIs.oFirst.flValue; }),
+    Later(SColumn<I>{"others", "BLOB",
+                     [](CStoreStatement& roStatement, const I& roIs)
+                     { roStatement.Bind(std::span<const uint8_t>(PackOthers(roIs.auiStreams))); },
+                     [](CStoreStatement& roStatement, I& roIs)
+                     { UnpackOthers(roStatement.GetBytes(), roIs.auiStreams); }},
+          5),
 };
 
 // What every column is said by, with commas between.
@@ -363,17 +417,16 @@ template <typename TRow> std::string StoreRows_GetNames()
 
 template <typename TRow> std::string StoreRows_GetNames(int64_t iVersion)
 {
-    return Join<TRow>(
-        [iVersion](const SColumn<TRow>& roColumn)
-        { return (roColumn.bIsLater && iVersion < iStoreVersion ? "NULL AS " : "") + std::string(roColumn.szName); });
+    return Join<TRow>([iVersion](const SColumn<TRow>& roColumn)
+                      { return (roColumn.iSince > iVersion ? "NULL AS " : "") + std::string(roColumn.szName); });
 }
 
-template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns()
+template <typename TRow> std::vector<std::string> StoreRows_GetLaterColumns(int64_t iVersion)
 {
     std::vector<std::string> aszColumns;
     for (const SColumn<TRow>& roColumn : aoColumns<TRow>)
     {
-        if (roColumn.bIsLater)
+        if (roColumn.iSince > iVersion)
         {
             aszColumns.push_back(std::string(roColumn.szName) + " " + roColumn.szType);
         }
@@ -426,15 +479,22 @@ SStreamKey StoreRows_ReadKey(CStoreStatement& roStatement)
 {
     SStreamKey oKey;
     ReadValue(roStatement, oKey.eDirection);
-    ReadValue(roStatement, oKey.uiIndex);
+    SetStreamNumber(oKey, roStatement.GetUint32());
     return oKey;
+}
+
+CStoreStatement& StoreRows_BindKey(CStoreStatement& roStatement, const SStreamKey& roKey)
+{
+    return roStatement.Bind(static_cast<int64_t>(roKey.eDirection)).Bind(GetStreamNumber(roKey));
 }
 
 template std::string StoreRows_GetNames<SWatchEvent>();
 template std::string StoreRows_GetNames<SMinuteSummary>();
 template std::string StoreRows_GetNames<SIncident>();
 template std::string StoreRows_GetNames<SMinuteSummary>(int64_t);
-template std::vector<std::string> StoreRows_GetLaterColumns<SMinuteSummary>();
+template std::string StoreRows_GetNames<SIncident>(int64_t);
+template std::vector<std::string> StoreRows_GetLaterColumns<SMinuteSummary>(int64_t);
+template std::vector<std::string> StoreRows_GetLaterColumns<SIncident>(int64_t);
 template std::string StoreRows_GetColumns<SWatchEvent>();
 template std::string StoreRows_GetColumns<SMinuteSummary>();
 template std::string StoreRows_GetColumns<SIncident>();

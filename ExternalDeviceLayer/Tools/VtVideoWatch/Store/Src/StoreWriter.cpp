@@ -386,10 +386,11 @@ bool CStoreWriter::WriteMinutes(const SWaiting& roWaiting)
 
 bool CStoreWriter::WriteStreams(const SWatchPublication& roPublication)
 {
-    for (const EStreamDirection eDirection : aeDirections)
+    m_aaoWrittenTexts.resize(roPublication.aaoTexts.size());
+    for (size_t uiSlot = 0; uiSlot < m_aaoWrittenTexts.size(); ++uiSlot)
     {
-        const std::vector<SStreamTexts>& raoTexts = roPublication.aaoTexts[static_cast<size_t>(eDirection)];
-        std::vector<SStreamTexts>& raoWritten = m_aaoWrittenTexts[static_cast<size_t>(eDirection)];
+        const std::vector<SStreamTexts>& raoTexts = roPublication.aaoTexts[uiSlot];
+        std::vector<SStreamTexts>& raoWritten = m_aaoWrittenTexts[uiSlot];
         raoWritten.resize(raoTexts.size());
         for (uint32_t uiIndex = 0; uiIndex < raoTexts.size(); ++uiIndex)
         {
@@ -401,7 +402,7 @@ bool CStoreWriter::WriteStreams(const SWatchPublication& roPublication)
             {
                 continue;
             }
-            if (!WriteStream({eDirection, uiIndex}, roTexts))
+            if (!WriteStream(StreamKey_FromSlot(uiSlot, uiIndex), roTexts))
             {
                 return false;
             }
@@ -415,7 +416,7 @@ bool CStoreWriter::WriteStream(const SStreamKey& roKey, const SStreamTexts& roTe
 {
     CStoreStatement oInsert(m_poFile.get(), "INSERT OR REPLACE INTO streams(direction, stream, name, standard, format) "
                                             "VALUES (?, ?, ?, ?, ?)");
-    oInsert.Bind(static_cast<int64_t>(roKey.eDirection)).Bind(roKey.uiIndex);
+    StoreRows_BindKey(oInsert, roKey);
     return oInsert.Bind(roTexts.szName).Bind(roTexts.szStandard).Bind(roTexts.szFormat).Run();
 }
 

@@ -9,8 +9,8 @@
 
 CJson EventJson_FromEvent(const SWatchEvent& roEvent);
 
-/* A lock group, as an event tells of one and as it is now. */
-CJson EventJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup);
-CJson EventJson_FromGroups(EStreamDirection eDirection, const SDirectionFigures& roFigures);
+/* A lock group of the direction that roOf is of; all of the inputs, or outputs, of all chips. */
+CJson EventJson_FromGroup(const SStreamKey& roOf, const SLockGroup& roGroup);
+CJson EventJson_FromGroups(EStreamDirection eDirection, const SWatchSnapshot& roSnapshot);
 
 #endif

@@ -11,7 +11,7 @@
 #include "WatchJson.h"
 
 /* {overall, since, transitions, domains: {signal: {status, since, reason, transitions}, ...}}. */
-CJson HealthJson_FromStream(EStreamDirection eDirection, const SStreamHealth& roHealth);
+CJson HealthJson_FromStream(const SStreamKey& roOf, const SStreamHealth& roHealth);
 
 /* {overall, since, incidents_open, incidents}: of the whole. */
 CJson HealthJson_FromWhole(const SJudgement& roJudgement);

@@ -22,7 +22,7 @@ std::string HealthTexts_GetCadence(const SCadence& roCadence);
 std::string HealthTexts_GetMemberValue(uint32_t uiMember, uint64_t uiValue);
 
 /* Why a domain of a stream is what it is, one short sentence without a full stop. */
-std::string HealthTexts_GetReason(EHealthDomain eDomain, EStreamDirection eDirection, const SHealthReason& roReason);
+std::string HealthTexts_GetReason(EHealthDomain eDomain, const SStreamKey& roOf, const SHealthReason& roReason);
 
 /* The domain that makes a stream what it is. */
 EHealthDomain HealthTexts_GetWorst(const SStreamHealth& roHealth);

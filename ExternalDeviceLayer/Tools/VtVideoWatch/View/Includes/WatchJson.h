@@ -30,8 +30,11 @@ CJson WatchJson_FromEstimate(const SEstimate& roEstimate, const char* szValueNam
 /* Which snapshot an answer tells of: number, utc, tick, tick_frequency_hz. */
 CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot);
 
-/* The identity of a direction's reference; null without one. */
-CJson WatchJson_FromReference(const SDirectionFigures& roFigures);
+/* The identity of a direction's reference, null without one; of several chips, which have one each, all of them. */
+void WatchJson_AddReference(CJson& roJson, EStreamDirection eDirection, const SWatchSnapshot& roSnapshot);
+
+/* The chips, where there are several. */
+void WatchJson_AddChips(CJson& roJson, const SWatchPublication& roPublication);
 
 /* What fnMake says of each stream of a direction. */
 CJson WatchJson_ByStream(

@@ -48,7 +48,7 @@ CJson FromValue(const SWatchEvent& roEvent, EEventValues eMeaning, uint64_t uiVa
     case EEventValues::POWER:
         return WatchTexts_GetPowerState(static_cast<VtVideoOut_PowerState>(uiValue));
     case EEventValues::STREAM:
-        return StreamId_Print({roEvent.oKey.eDirection, static_cast<uint32_t>(uiValue)});
+        return StreamId_Print(StreamKey_GetNeighbour(roEvent.oKey, static_cast<uint32_t>(uiValue)));
     case EEventValues::CADENCE:
         return uiValue == 0 ? CJson() : CJson(HealthTexts_GetCadence(Cadence_Unpack(uiValue)));
     case EEventValues::MEMBER:
@@ -83,7 +83,7 @@ void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventKind& roK
     }
     if (roKind.bIsOfPair)
     {
-        roJson["against"] = StreamId_Print(EventStream_Unpack(roEvent.uiBefore));
+        roJson["against"] = StreamId_Print(EventStream_Unpack(roEvent.uiBefore, roEvent.oKey.uiChip));
         roJson["picture"] = WatchTexts_GetSlip(static_cast<ESlip>(roEvent.uiAfter));
     }
     if (roKind.eValues != EEventValues::NONE)
@@ -94,7 +94,7 @@ void AddDetails(CJson& roJson, const SWatchEvent& roEvent, const SEventKind& roK
     if (roKind.bIsOfGroup)
     {
         roJson["group"] = roEvent.uiGroup;
-        roJson["members"] = StreamId_PrintMembers(roEvent.oKey.eDirection, roEvent.uiMembers);
+        roJson["members"] = StreamId_PrintMembers(roEvent.oKey, roEvent.uiMembers);
     }
 }
 
@@ -114,19 +114,23 @@ CJson EventJson_FromEvent(const SWatchEvent& roEvent)
     return oJson;
 }
 
-CJson EventJson_FromGroup(EStreamDirection eDirection, const SLockGroup& roGroup)
+CJson EventJson_FromGroup(const SStreamKey& roOf, const SLockGroup& roGroup)
 {
     return {{"group", roGroup.uiGroup},
-            {"members", StreamId_PrintMembers(eDirection, roGroup.uiMembers)},
+            {"members", StreamId_PrintMembers(roOf, roGroup.uiMembers)},
             {"since", WatchTexts_GetUtc(roGroup.iSinceUtcNs)}};
 }
 
-CJson EventJson_FromGroups(EStreamDirection eDirection, const SDirectionFigures& roFigures)
+CJson EventJson_FromGroups(EStreamDirection eDirection, const SWatchSnapshot& roSnapshot)
 {
     CJson oGroups = CJson::array();
-    for (const SLockGroup& roGroup : roFigures.aoGroups)
-    {
-        oGroups.push_back(EventJson_FromGroup(eDirection, roGroup));
-    }
+    WatchPublication_ForEachChip(roSnapshot, eDirection,
+                                 [&oGroups](const SStreamKey& roOf, const SDirectionFigures& roFigures)
+                                 {
+                                     for (const SLockGroup& roGroup : roFigures.aoGroups)
+                                     {
+                                         oGroups.push_back(EventJson_FromGroup(roOf, roGroup));
+                                     }
+                                 });
     return oGroups;
 }

@@ -83,18 +83,17 @@ CJson HealthJson_FromPacing(const SPacingHistogram& roPacing)
             {"bins", std::move(oBins)}};
 }
 
-CJson HealthJson_FromStream(EStreamDirection eDirection, const SStreamHealth& roHealth)
+CJson HealthJson_FromStream(const SStreamKey& roOf, const SStreamHealth& roHealth)
 {
     CJson oDomains = CJson::object();
     for (uint32_t uiDomain = 0; uiDomain < uiNbOfHealthDomains; ++uiDomain)
     {
         const SHealth& roDomain = roHealth.aoDomains[uiDomain];
         const auto eDomain = static_cast<EHealthDomain>(uiDomain);
-        oDomains[HealthTexts_GetDomain(eDomain)] = {
-            {"status", HealthTexts_GetStatus(roDomain.eStatus)},
-            {"since", WatchTexts_GetUtc(roDomain.iSinceUtcNs)},
-            {"reason", HealthTexts_GetReason(eDomain, eDirection, roDomain.oReason)},
-            {"transitions", FromTransitions(roDomain)}};
+        oDomains[HealthTexts_GetDomain(eDomain)] = {{"status", HealthTexts_GetStatus(roDomain.eStatus)},
+                                                    {"since", WatchTexts_GetUtc(roDomain.iSinceUtcNs)},
+                                                    {"reason", HealthTexts_GetReason(eDomain, roOf, roDomain.oReason)},
+                                                    {"transitions", FromTransitions(roDomain)}};
     }
     return {{"overall", HealthTexts_GetStatus(roHealth.oOverall.eStatus)},
             {"since", WatchTexts_GetUtc(roHealth.oOverall.iSinceUtcNs)},
@@ -113,10 +112,9 @@ CJson HealthJson_FromWhole(const SJudgement& roJudgement)
 CJson HealthJson_FromIncident(const SIncident& roIncident)
 {
     CJson oStreams = CJson::array();
-    for (uint32_t uiDirection = 0; uiDirection < 2; ++uiDirection)
+    for (size_t uiSlot = 0; uiSlot < roIncident.auiStreams.size(); ++uiSlot)
     {
-        for (std::string& rszId :
-             StreamId_PrintMembers(static_cast<EStreamDirection>(uiDirection), roIncident.auiStreams[uiDirection]))
+        for (std::string& rszId : StreamId_PrintMembers(StreamKey_FromSlot(uiSlot, 0), roIncident.auiStreams[uiSlot]))
         {
             oStreams.push_back(std::move(rszId));
         }

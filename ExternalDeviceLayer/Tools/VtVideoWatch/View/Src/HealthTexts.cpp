@@ -31,7 +31,8 @@ constexpr std::array<const char*, uiNbOfHealthDomains> aszFine = {
     "fields are observed"};
 
 using Reason = const SHealthReason&;
-using DescribeFunction = std::string (*)(EStreamDirection eDirection, Reason);
+using Of = const SStreamKey&;
+using DescribeFunction = std::string (*)(Of roOf, Reason);
 
 // "1 field was not delivered", "2 fields were not delivered"
 std::string CountThat(uint64_t uiCount, const char* szOne, const char* szWhat)
@@ -50,7 +51,7 @@ std::string GetMemberName(uint32_t uiMember)
     return szName;
 }
 
-std::string DescribeStandard(EStreamDirection, Reason roReason)
+std::string DescribeStandard(Of, Reason roReason)
 {
     if (roReason.uiMember >= DescriptionMembers_Get().size())
     {
@@ -60,58 +61,70 @@ std::string DescribeStandard(EStreamDirection, Reason roReason)
            ", expected " + HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiBefore);
 }
 
-std::string DescribeChange(EStreamDirection, Reason roReason)
+std::string DescribeChange(Of, Reason roReason)
 {
     return GetMemberName(roReason.uiMember) + " changed from " +
            HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiBefore) + " to " +
            HealthTexts_GetMemberValue(roReason.uiMember, roReason.uiAfter);
 }
 
-std::string DescribeCadence(EStreamDirection, Reason roReason)
+std::string DescribeCadence(Of, Reason roReason)
 {
     return "its cadence of " + HealthTexts_GetCadence(Cadence_Unpack(roReason.uiBefore)) + " broke";
 }
 
-std::string DescribeLock(EStreamDirection eDirection, Reason roReason)
+std::string DescribeLock(Of roOf, Reason roReason)
 {
     return std::string(roReason.eReason == EHealthReason::LOCK_DRIFTS ? "drifts against " : "out of lock with ") +
-           StreamId_Print(
-               {roReason.uiBefore != 0 ? StreamDirection_GetOther(eDirection) : eDirection, roReason.uiMember});
+           StreamId_Print({roReason.uiBefore != 0 ? StreamDirection_GetOther(roOf.eDirection) : roOf.eDirection,
+                           roReason.uiMember, roOf.uiChip});
 }
 
 // By EHealthReason; null: said by the domain.
 constexpr std::array<DescribeFunction, static_cast<size_t>(EHealthReason::COUNT)> apfnReasons = {
     nullptr,
-    [](EStreamDirection, Reason) -> std::string { return "nothing is meant to run"; },
-    [](EStreamDirection, Reason) -> std::string { return "no signal has come"; },
-    [](EStreamDirection, Reason) -> std::string { return "switched off"; },
-    [](EStreamDirection, Reason) -> std::string { return "the signal is lost"; },
-    [](EStreamDirection, Reason) -> std::string { return "the device is gone"; },
-    [](EStreamDirection, Reason) -> std::string { return "the timings contradict themselves"; },
+    [](Of, Reason) -> std::string { return "nothing is meant to run"; },
+    [](Of, Reason) -> std::string { return "no signal has come"; },
+    [](Of, Reason) -> std::string { return "switched off"; },
+    [](Of, Reason) -> std::string { return "the signal is lost"; },
+    [](Of, Reason) -> std::string { return "the device is gone"; },
+    [](Of, Reason) -> std::string { return "the timings contradict themselves"; },
     DescribeStandard,
     DescribeChange,
-    [](EStreamDirection, Reason) -> std::string { return "top and bottom fields are swapped"; },
-    [](EStreamDirection, Reason roReason) { return CountThat(roReason.uiCount, "field", "not delivered"); },
-    [](EStreamDirection, Reason) -> std::string { return "no new picture comes"; },
-    [](EStreamDirection, Reason) -> std::string { return "no picture has come"; },
+    [](Of, Reason) -> std::string { return "top and bottom fields are swapped"; },
+    [](Of, Reason roReason) { return CountThat(roReason.uiCount, "field", "not delivered"); },
+    [](Of, Reason) -> std::string { return "no new picture comes"; },
+    [](Of, Reason) -> std::string { return "no picture has come"; },
     DescribeCadence,
-    [](EStreamDirection, Reason roReason) { return CountThat(roReason.uiCount, "picture", "not taken in time"); },
-    [](EStreamDirection, Reason) -> std::string { return "nobody takes the pictures"; },
+    [](Of, Reason roReason) { return CountThat(roReason.uiCount, "picture", "not taken in time"); },
+    [](Of, Reason) -> std::string { return "nobody takes the pictures"; },
     DescribeLock,
     DescribeLock,
-    [](EStreamDirection, Reason roReason) { return TextFormat_Print("its rate is %+.0f ppm off", roReason.flValue); },
-    [](EStreamDirection, Reason roReason)
+    [](Of, Reason roReason) { return TextFormat_Print("its rate is %+.0f ppm off", roReason.flValue); },
+    [](Of, Reason roReason)
     { return TextFormat_Count(roReason.uiCount, "field") + " passed while the watch was late"; },
 };
 
+uint32_t CountStreams(const SIncident& roIncident, EStreamDirection eDirection)
+{
+    uint32_t uiCount = 0;
+    for (auto uiSlot = static_cast<size_t>(eDirection); uiSlot < roIncident.auiStreams.size(); uiSlot += 2)
+    {
+        uiCount += static_cast<uint32_t>(std::popcount(roIncident.auiStreams[uiSlot]));
+    }
+    return uiCount;
+}
+
 uint32_t CountStreams(const SIncident& roIncident)
 {
-    return static_cast<uint32_t>(std::popcount(roIncident.auiStreams[0]) + std::popcount(roIncident.auiStreams[1]));
+    return CountStreams(roIncident, EStreamDirection::INPUT) + CountStreams(roIncident, EStreamDirection::OUTPUT);
 }
 
 const char* GetNoun(const SIncident& roIncident)
 {
-    return roIncident.auiStreams[1] == 0 ? "inputs" : roIncident.auiStreams[0] == 0 ? "outputs" : "streams";
+    return CountStreams(roIncident, EStreamDirection::OUTPUT) == 0  ? "inputs"
+           : CountStreams(roIncident, EStreamDirection::INPUT) == 0 ? "outputs"
+                                                                    : "streams";
 }
 
 std::string GetTogether(const SIncident& roIncident)
@@ -125,7 +138,7 @@ std::string GetTogether(const SIncident& roIncident)
 
 std::string GetFirstReason(const SIncident& roIncident)
 {
-    return HealthTexts_GetReason(roIncident.eDomain, roIncident.oFirstStream.eDirection, roIncident.oFirst);
+    return HealthTexts_GetReason(roIncident.eDomain, roIncident.oFirstStream, roIncident.oFirst);
 }
 
 // What its streams are of: "all 4 inputs of one lock group within 0.2 ms".
@@ -190,11 +203,11 @@ std::string HealthTexts_GetMemberValue(uint32_t uiMember, uint64_t uiValue)
     }
 }
 
-std::string HealthTexts_GetReason(EHealthDomain eDomain, EStreamDirection eDirection, const SHealthReason& roReason)
+std::string HealthTexts_GetReason(EHealthDomain eDomain, const SStreamKey& roOf, const SHealthReason& roReason)
 {
     const auto uiReason = static_cast<size_t>(roReason.eReason);
     const DescribeFunction pfnReason = uiReason < apfnReasons.size() ? apfnReasons[uiReason] : nullptr;
-    return pfnReason != nullptr ? pfnReason(eDirection, roReason) : Find(aszFine, static_cast<size_t>(eDomain));
+    return pfnReason != nullptr ? pfnReason(roOf, roReason) : Find(aszFine, static_cast<size_t>(eDomain));
 }
 
 EHealthDomain HealthTexts_GetWorst(const SStreamHealth& roHealth)
@@ -216,6 +229,10 @@ std::string HealthTexts_GetIncidentCause(const SIncident& roIncident)
     switch (roIncident.eShared)
     {
     case EIncidentShare::MACHINE:
+        if (roIncident.eDomain != EHealthDomain::OBSERVATION)
+        {
+            return GetFirstReason(roIncident) + "; " + GetShared(roIncident, "several chips");
+        }
         return roIncident.bIsWhole ? TextFormat_Print("the machine stood still for %.1f s", roIncident.flStoodSeconds)
                                    : TextFormat_Print("the watching of %u %s was held up", CountStreams(roIncident),
                                                       GetNoun(roIncident));
@@ -232,9 +249,13 @@ std::string HealthTexts_GetIncidentCause(const SIncident& roIncident)
 
 std::string HealthTexts_GetIncidentStreams(const SIncident& roIncident)
 {
-    const std::string szInputs = StreamId_PrintRanges(EStreamDirection::INPUT, roIncident.auiStreams[0]);
-    const std::string szOutputs = StreamId_PrintRanges(EStreamDirection::OUTPUT, roIncident.auiStreams[1]);
-    return szInputs + (szInputs.empty() || szOutputs.empty() ? "" : ", ") + szOutputs;
+    std::string szStreams;
+    for (size_t uiSlot = 0; uiSlot < roIncident.auiStreams.size(); ++uiSlot)
+    {
+        const std::string szOfOne = StreamId_PrintRanges(StreamKey_FromSlot(uiSlot, 0), roIncident.auiStreams[uiSlot]);
+        szStreams += (szStreams.empty() || szOfOne.empty() ? "" : ", ") + szOfOne;
+    }
+    return szStreams;
 }
 
 std::string HealthTexts_GetIncidentLost(const SIncident& roIncident)

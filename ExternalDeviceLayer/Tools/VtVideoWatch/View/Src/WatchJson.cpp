@@ -9,6 +9,7 @@
 #include "EventJson.h"
 #include "EventKinds.h"
 #include "HealthJson.h"
+#include "HealthTexts.h"
 #include "StreamId.h"
 #include "TimeUnits.h"
 #include "WatchTexts.h"
@@ -127,6 +128,7 @@ const char* GetSetupState(const SStreamFigures& roStream)
 CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 {
     return {{"id", StreamId_Print(roStream.oKey)},
+            {"chip", roStream.uiChip},
             {"index", roStream.oKey.uiIndex},
             {"direction", StreamId_GetDirection(roStream.oKey.eDirection)},
             {"name", roTexts.szName},
@@ -141,27 +143,32 @@ CJson FromIdentity(const SStreamFigures& roStream, const SStreamTexts& roTexts)
 
 CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
-    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     const auto MakeStream =
         [](const SStreamFigures& roStream, const SStreamTexts& roTexts, const SStreamHealth& roHealth)
     {
         CJson oJson = WatchJson_FromStream(roStream, roTexts);
-        oJson["health"] = HealthJson_FromStream(roStream.oKey.eDirection, roHealth);
+        oJson["health"] = HealthJson_FromStream(roStream.oKey, roHealth);
         return oJson;
     };
-    return {{"reference", WatchJson_FromReference(roFigures)},
-            {"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
+    CJson oJson = {{"streams", WatchJson_ByStream(roPublication, eDirection, MakeStream)}};
+    WatchJson_AddReference(oJson, eDirection, roPublication.oSnapshot);
+    return oJson;
 }
 
 CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDirection)
 {
-    const SDirectionFigures& roFigures = roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)];
     CJson oPairs = CJson::array();
-    for (const SPairFigures& roPair : roFigures.aoPairs)
-    {
-        oPairs.push_back(WatchJson_FromPair({eDirection, roPair.uiFirst}, {eDirection, roPair.uiSecond}, roPair));
-    }
-    return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roFigures)}};
+    WatchPublication_ForEachChip(roPublication.oSnapshot, eDirection,
+                                 [&oPairs](const SStreamKey& roOf, const SDirectionFigures& roFigures)
+                                 {
+                                     for (const SPairFigures& roPair : roFigures.aoPairs)
+                                     {
+                                         oPairs.push_back(
+                                             WatchJson_FromPair(StreamKey_GetNeighbour(roOf, roPair.uiFirst),
+                                                                StreamKey_GetNeighbour(roOf, roPair.uiSecond), roPair));
+                                     }
+                                 });
+    return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roPublication.oSnapshot)}};
 }
 
 // So long after the snapshot's instant.
@@ -196,8 +203,9 @@ CJson FromAcross(const SWatchSnapshot& roSnapshot)
     CJson oGroups = CJson::array();
     for (const SAcrossGroup& roGroup : roSnapshot.aoAcrossGroups)
     {
-        CJson oMembers = StreamId_PrintMembers(EStreamDirection::INPUT, roGroup.auiMembers[0]);
-        for (std::string& rszMember : StreamId_PrintMembers(EStreamDirection::OUTPUT, roGroup.auiMembers[1]))
+        CJson oMembers = StreamId_PrintMembers({EStreamDirection::INPUT, 0, roGroup.uiChip}, roGroup.auiMembers[0]);
+        for (std::string& rszMember :
+             StreamId_PrintMembers({EStreamDirection::OUTPUT, 0, roGroup.uiChip}, roGroup.auiMembers[1]))
         {
             oMembers.push_back(std::move(rszMember));
         }
@@ -255,6 +263,22 @@ CJson FromThreshold(const SWatchSnapshot& roSnapshot)
     const bool bIsInSeconds = roThreshold.flSeconds > 0.0;
     return {{"seconds", bIsInSeconds ? CJson(roThreshold.flSeconds) : CJson()},
             {"lines", bIsInSeconds ? CJson() : CJson(roThreshold.flLines)}};
+}
+
+// That of its worst stream.
+SHealth GetChipHealth(const SWatchPublication& roPublication, uint32_t uiChip)
+{
+    SHealth oWorst;
+    const size_t uiFirst = StreamKey_GetSlot({EStreamDirection::INPUT, 0, uiChip});
+    const std::vector<std::vector<SStreamHealth>>& raaoHealth = roPublication.oJudgement.aoStreams;
+    for (size_t uiSlot = uiFirst; uiSlot < std::min(uiFirst + 2, raaoHealth.size()); ++uiSlot)
+    {
+        for (const SStreamHealth& roHealth : raaoHealth[uiSlot])
+        {
+            oWorst = roHealth.oOverall.eStatus > oWorst.eStatus || oWorst.iSinceUtcNs == 0 ? roHealth.oOverall : oWorst;
+        }
+    }
+    return oWorst;
 }
 
 std::string GetVersionText(uint64_t uiVersion)
@@ -359,9 +383,46 @@ CJson WatchJson_FromSnapshotMoment(const SWatchSnapshot& roSnapshot)
             {"tick_frequency_hz", roSnapshot.uiTickFrequencyHz}};
 }
 
-CJson WatchJson_FromReference(const SDirectionFigures& roFigures)
+void WatchJson_AddReference(CJson& roJson, EStreamDirection eDirection, const SWatchSnapshot& roSnapshot)
 {
-    return roFigures.bHasReference ? CJson(StreamId_Print(roFigures.oReference)) : CJson();
+    CJson oReferences = CJson::array();
+    WatchPublication_ForEachChip(roSnapshot, eDirection,
+                                 [&oReferences](const SStreamKey& /*roOf*/, const SDirectionFigures& roFigures)
+                                 {
+                                     if (roFigures.bHasReference)
+                                     {
+                                         oReferences.push_back(StreamId_Print(roFigures.oReference));
+                                     }
+                                 });
+    const bool bAreSeveral = roSnapshot.aoChips.size() > 1;
+    roJson["reference"] = bAreSeveral || oReferences.empty() ? CJson() : oReferences[0];
+    if (bAreSeveral)
+    {
+        roJson["references"] = std::move(oReferences);
+    }
+}
+
+void WatchJson_AddChips(CJson& roJson, const SWatchPublication& roPublication)
+{
+    if (roPublication.oSnapshot.aoChips.size() < 2)
+    {
+        return;
+    }
+    CJson oChips = CJson::array();
+    for (const SChipFigures& roChip : roPublication.oSnapshot.aoChips)
+    {
+        const SHealth oHealth = GetChipHealth(roPublication, roChip.uiChip);
+        const bool bAnswers = roChip.uiInstants != 0;
+        oChips.push_back({{"chip", roChip.uiNumber},
+                          {"answers", bAnswers},
+                          {"tick", bAnswers ? CJson(roChip.oClock.uiTick) : CJson()},
+                          {"tick_frequency_hz", bAnswers ? CJson(roChip.uiTickFrequencyHz) : CJson()},
+                          {"clock", bAnswers ? WatchJson_FromClock(roChip.oClock) : CJson()},
+                          {"health",
+                           {{"overall", HealthTexts_GetStatus(oHealth.eStatus)},
+                            {"since", WatchTexts_GetUtc(oHealth.iSinceUtcNs)}}}});
+    }
+    roJson["chips"] = std::move(oChips);
 }
 
 CJson WatchJson_ByStream(
@@ -369,12 +430,16 @@ CJson WatchJson_ByStream(
     const std::function<CJson(const SStreamFigures&, const SStreamTexts&, const SStreamHealth&)>& fnMake)
 {
     CJson oStreams = CJson::array();
-    for (const SStreamFigures& roStream :
-         roPublication.oSnapshot.aoDirections[static_cast<size_t>(eDirection)].aoStreams)
-    {
-        oStreams.push_back(fnMake(roStream, WatchPublication_GetTexts(roPublication, roStream.oKey),
-                                  WatchPublication_GetHealth(roPublication, roStream.oKey)));
-    }
+    WatchPublication_ForEachChip(roPublication.oSnapshot, eDirection,
+                                 [&](const SStreamKey& /*roOf*/, const SDirectionFigures& roFigures)
+                                 {
+                                     for (const SStreamFigures& roStream : roFigures.aoStreams)
+                                     {
+                                         oStreams.push_back(
+                                             fnMake(roStream, WatchPublication_GetTexts(roPublication, roStream.oKey),
+                                                    WatchPublication_GetHealth(roPublication, roStream.oKey)));
+                                     }
+                                 });
     return oStreams;
 }
 
@@ -390,19 +455,21 @@ CJson WatchJson_ByDirection(const std::function<CJson(EStreamDirection)>& fnMake
 
 CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
 {
-    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
-            {"host", roPublication.szHost},
-            {"board",
-             {{"library", roPublication.szBoard},
-              {"version", GetVersionText(roPublication.uiBoardVersion)},
-              {"simulated", roPublication.bIsSimulated}}},
-            {"started", WatchTexts_GetUtc(roPublication.iStartUtcNs)},
-            {"clock", WatchJson_FromClock(roPublication.oSnapshot.oClock)},
-            {"threshold", FromThreshold(roPublication.oSnapshot)},
-            {"health", HealthJson_FromWhole(roPublication.oJudgement)},
-            {"costs", WatchJson_FromCosts(roPublication.oCosts)},
-            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
-                                                 { return FromDirection(roPublication, eDirection); })}};
+    CJson oJson = {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+                   {"host", roPublication.szHost},
+                   {"board",
+                    {{"library", roPublication.szBoard},
+                     {"version", GetVersionText(roPublication.uiBoardVersion)},
+                     {"simulated", roPublication.bIsSimulated}}},
+                   {"started", WatchTexts_GetUtc(roPublication.iStartUtcNs)},
+                   {"clock", WatchJson_FromClock(roPublication.oSnapshot.oClock)},
+                   {"threshold", FromThreshold(roPublication.oSnapshot)},
+                   {"health", HealthJson_FromWhole(roPublication.oJudgement)},
+                   {"costs", WatchJson_FromCosts(roPublication.oCosts)},
+                   {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
+                                                        { return FromDirection(roPublication, eDirection); })}};
+    WatchJson_AddChips(oJson, roPublication);
+    return oJson;
 }
 
 CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
