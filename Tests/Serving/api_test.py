@@ -42,7 +42,12 @@ class ApiTest(unittest.TestCase):
         self.assertEqual([stream["id"] for stream in streams], ["IN_00", "IN_01", "IN_02", "IN_03"])
         self.assertIsNone(streams[3]["phase"], "both the known and the unknown are checked")
         self.assertIsNotNone(streams[1]["phase"])
-        self.assertEqual(len(self.check("pairs", "/api/v1/pairs")["directions"]["output"]["pairs"]), 6)
+        pairs = self.check("pairs", "/api/v1/pairs")
+        self.assertEqual((len(pairs["directions"]["output"]["pairs"]), len(pairs["across"]["pairs"]), len(pairs["paths"])), (6, 16, 2))
+        self.assertEqual(pairs["across"]["pairs"][1]["slip"]["count"], 3)
+        own = self.check("pairs", "/api/v1/pairs?stream=OUT_01")
+        self.assertEqual([(pair["first"], pair["second"]) for pair in own["across"]["pairs"]], [(f"IN_0{i}", "OUT_01") for i in range(4)])
+        self.assertEqual([len(own["directions"][side]["pairs"]) for side in ("input", "output")] + [len(own["paths"])], [0, 3, 1])
         for query in ("", "&step=60", "&fields=phase,drift&limit=3", "&from=1000&to=2000"):
             answer = self.check("history", "/api/v1/history?stream=IN_01" + query)
             columns = [value for value in answer.values() if isinstance(value, list)]

@@ -14,6 +14,7 @@ async function ask(path, query, signal) {
 
 export const askStreams = (signal) => ask("api/v1/streams", {}, signal);
 export const askPairs = (signal) => ask("api/v1/pairs", {}, signal);
+export const askPairsOf = (stream, signal) => ask("api/v1/pairs", { stream }, signal);
 export const askHistory = (query, signal) => ask("api/v1/history", query, signal);
 export const askIncidents = (query, signal) => ask("api/v1/incidents", query, signal);
 export const askRecordings = (signal) => ask("api/v1/recordings", {}, signal);

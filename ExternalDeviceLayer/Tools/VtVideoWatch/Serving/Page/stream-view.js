@@ -1,6 +1,6 @@
 // One stream, opened: what it does in words, its phase and rate over time, its intervals, its facts.
 import { addressOf } from "./address.js";
-import { askPairs, askStreams, poll } from "./api.js";
+import { askPairsOf, askStreams, poll } from "./api.js";
 import { element, setAttribute, setShape, setText, shape } from "./dom.js";
 import { faultOf, faultText, healthFacts, strip as stripOf } from "./health.js";
 import { makeFieldsPanel } from "./fields-panel.js";
@@ -86,7 +86,7 @@ function makeSide(id) {
 }
 
 const factsEveryMs = 2000;
-const pairsEveryMs = 10000; // what they foretell changes slowly
+const pairsEveryMs = 5000; // what they foretell changes slowly
 
 export function makeStreamView(id) {
   const head = makeHead(id);
@@ -117,7 +117,7 @@ export function makeStreamView(id) {
       pairsPoller ??= poll(
         () => pairsEveryMs,
         async (signal) => {
-          pairs = await askPairs(signal);
+          pairs = await askPairsOf(id, signal);
           head.showAcross(pairs, shown.ms);
         },
       );

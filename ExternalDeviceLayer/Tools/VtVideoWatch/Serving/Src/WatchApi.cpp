@@ -238,7 +238,23 @@ SHttpAnswer CWatchApi::AnswerStreams(const SHttpRequest& roRequest)
 
 SHttpAnswer CWatchApi::AnswerPairs(const SHttpRequest& roRequest)
 {
-    return AnswerMade(roRequest, m_oPairs, &CWatchApi::MakePairs);
+    if (roRequest.szQuery.empty())
+    {
+        return AnswerMade(roRequest, m_oPairs, &CWatchApi::MakePairs);
+    }
+    constexpr std::array aszNames = {"stream"};
+    CApiQuery oQuery(roRequest.szQuery, aszNames);
+    const SStreamKey oStream = oQuery.GetStream("stream");
+    const auto poLatest = m_roReader.GetLatest();
+    if (poLatest == nullptr || !oQuery.GetProblem().empty())
+    {
+        return poLatest == nullptr ? AnswerTooEarly() : HttpAnswer_MakeError(400, oQuery.GetProblem());
+    }
+    if (WatchPublication_Find(poLatest->oSnapshot, oStream) == nullptr)
+    {
+        return HttpAnswer_MakeError(404, "there is no stream " + StreamId_Print(oStream));
+    }
+    return HttpAnswer_Make(200, szJson, WatchJson_Print(WatchJson_FromPairs(*poLatest, oStream)) + "\n");
 }
 
 SHttpAnswer CWatchApi::AnswerHistory(const SHttpRequest& roRequest)

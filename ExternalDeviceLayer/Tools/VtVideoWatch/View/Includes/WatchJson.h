@@ -7,6 +7,7 @@
 #define WATCH_JSON_H
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json_fwd.hpp>
@@ -46,7 +47,8 @@ CJson WatchJson_ByDirection(const std::function<CJson(EStreamDirection)>& fnMake
 
 /* The answers of /api/v1/streams and /api/v1/pairs. */
 CJson WatchJson_FromStreams(const SWatchPublication& roPublication);
-CJson WatchJson_FromPairs(const SWatchPublication& roPublication);
+/* Those of one stream alone where that is given. */
+CJson WatchJson_FromPairs(const SWatchPublication& roPublication, const std::optional<SStreamKey>& roOnly = {});
 
 /* A figure with so many significant digits, for answers that hold many; not finite: unchanged. */
 double WatchJson_Round(double flValue, int iDigits);

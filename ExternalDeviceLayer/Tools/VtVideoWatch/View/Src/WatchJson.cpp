@@ -155,17 +155,26 @@ CJson FromDirection(const SWatchPublication& roPublication, EStreamDirection eDi
     return oJson;
 }
 
-CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDirection)
+bool IsOf(const std::optional<SStreamKey>& roOnly, const SStreamKey& roFirst, const SStreamKey& roSecond)
+{
+    return !roOnly || *roOnly == roFirst || *roOnly == roSecond;
+}
+
+CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDirection,
+                  const std::optional<SStreamKey>& roOnly)
 {
     CJson oPairs = CJson::array();
     WatchPublication_ForEachChip(roPublication.oSnapshot, eDirection,
-                                 [&oPairs](const SStreamKey& roOf, const SDirectionFigures& roFigures)
+                                 [&oPairs, &roOnly](const SStreamKey& roOf, const SDirectionFigures& roFigures)
                                  {
                                      for (const SPairFigures& roPair : roFigures.aoPairs)
                                      {
-                                         oPairs.push_back(
-                                             WatchJson_FromPair(StreamKey_GetNeighbour(roOf, roPair.uiFirst),
-                                                                StreamKey_GetNeighbour(roOf, roPair.uiSecond), roPair));
+                                         const SStreamKey oFirst = StreamKey_GetNeighbour(roOf, roPair.uiFirst);
+                                         const SStreamKey oSecond = StreamKey_GetNeighbour(roOf, roPair.uiSecond);
+                                         if (IsOf(roOnly, oFirst, oSecond))
+                                         {
+                                             oPairs.push_back(WatchJson_FromPair(oFirst, oSecond, roPair));
+                                         }
                                      }
                                  });
     return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roPublication.oSnapshot)}};
@@ -192,11 +201,15 @@ CJson FromSlip(const SWatchSnapshot& roSnapshot, const SSlipFigures& roSlip)
             {"count", roSlip.uiCount}};
 }
 
-CJson FromAcross(const SWatchSnapshot& roSnapshot)
+CJson FromAcross(const SWatchSnapshot& roSnapshot, const std::optional<SStreamKey>& roOnly)
 {
     CJson oPairs = CJson::array();
     for (const SAcrossFigures& roPair : roSnapshot.aoAcross)
     {
+        if (!IsOf(roOnly, roPair.oFirst, roPair.oSecond))
+        {
+            continue;
+        }
         oPairs.push_back(WatchJson_FromPair(roPair.oFirst, roPair.oSecond, roPair.oPair));
         oPairs.back()["slip"] = FromSlip(roSnapshot, roPair.oSlip);
     }
@@ -247,12 +260,15 @@ CJson FromPath(const SWatchSnapshot& roSnapshot, const SPathFigures& roPath)
             {"next_step", std::move(oNext)}};
 }
 
-CJson FromPaths(const SWatchSnapshot& roSnapshot)
+CJson FromPaths(const SWatchSnapshot& roSnapshot, const std::optional<SStreamKey>& roOnly)
 {
     CJson oPaths = CJson::array();
     for (const SPathFigures& roPath : roSnapshot.aoPaths)
     {
-        oPaths.push_back(FromPath(roSnapshot, roPath));
+        if (IsOf(roOnly, roPath.oInput, roPath.oOutput))
+        {
+            oPaths.push_back(FromPath(roSnapshot, roPath));
+        }
     }
     return oPaths;
 }
@@ -472,14 +488,14 @@ CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
     return oJson;
 }
 
-CJson WatchJson_FromPairs(const SWatchPublication& roPublication)
+CJson WatchJson_FromPairs(const SWatchPublication& roPublication, const std::optional<SStreamKey>& roOnly)
 {
     return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
             {"threshold", FromThreshold(roPublication.oSnapshot)},
-            {"directions", WatchJson_ByDirection([&roPublication](EStreamDirection eDirection)
-                                                 { return FromPairsOf(roPublication, eDirection); })},
-            {"across", FromAcross(roPublication.oSnapshot)},
-            {"paths", FromPaths(roPublication.oSnapshot)}};
+            {"directions", WatchJson_ByDirection([&](EStreamDirection eDirection)
+                                                 { return FromPairsOf(roPublication, eDirection, roOnly); })},
+            {"across", FromAcross(roPublication.oSnapshot, roOnly)},
+            {"paths", FromPaths(roPublication.oSnapshot, roOnly)}};
 }
 
 double WatchJson_Round(double flValue, int iDigits)
