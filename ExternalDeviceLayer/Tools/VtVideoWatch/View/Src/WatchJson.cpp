@@ -180,23 +180,24 @@ CJson FromPairsOf(const SWatchPublication& roPublication, EStreamDirection eDire
     return {{"pairs", std::move(oPairs)}, {"groups", EventJson_FromGroups(eDirection, roPublication.oSnapshot)}};
 }
 
-// So long after the snapshot's instant.
-std::string GetUtcAhead(const SWatchSnapshot& roSnapshot, double flSeconds)
+// So long after the instant of a stream's chip.
+std::string GetUtcAhead(const SWatchSnapshot& roSnapshot, const SStreamKey& roKey, double flSeconds)
 {
     constexpr double flFarthest = 3e9; // ninety years: the moment's number has room for them
-    return WatchTexts_GetUtc(roSnapshot.oClock.iUtcNs +
+    return WatchTexts_GetUtc(roSnapshot.GetClock(roKey.uiChip).iUtcNs +
                              static_cast<int64_t>(std::min(flSeconds, flFarthest) * flNsPerSecond));
 }
 
-CJson FromSlip(const SWatchSnapshot& roSnapshot, const SSlipFigures& roSlip)
+CJson FromSlip(const SWatchSnapshot& roSnapshot, const SAcrossFigures& roPair)
 {
+    const SSlipFigures& roSlip = roPair.oSlip;
     if (!roSlip.oEverySeconds.bIsValid || !roSlip.oNextSeconds.bIsValid)
     {
         return {};
     }
     return {{"every_seconds", roSlip.oEverySeconds.flValue},
             {"every_stderr", roSlip.oEverySeconds.flStdErr},
-            {"next_utc", GetUtcAhead(roSnapshot, roSlip.oNextSeconds.flValue)},
+            {"next_utc", GetUtcAhead(roSnapshot, roPair.oFirst, roSlip.oNextSeconds.flValue)},
             {"next_stderr_seconds", roSlip.oNextSeconds.flStdErr},
             {"count", roSlip.uiCount}};
 }
@@ -211,7 +212,7 @@ CJson FromAcross(const SWatchSnapshot& roSnapshot, const std::optional<SStreamKe
             continue;
         }
         oPairs.push_back(WatchJson_FromPair(roPair.oFirst, roPair.oSecond, roPair.oPair));
-        oPairs.back()["slip"] = FromSlip(roSnapshot, roPair.oSlip);
+        oPairs.back()["slip"] = FromSlip(roSnapshot, roPair);
     }
     CJson oGroups = CJson::array();
     for (const SAcrossGroup& roGroup : roSnapshot.aoAcrossGroups)
@@ -242,7 +243,7 @@ CJson FromPath(const SWatchSnapshot& roSnapshot, const SPathFigures& roPath)
     CJson oNext;
     if (roPath.oNextStepSeconds.bIsValid)
     {
-        oNext = {{"utc", GetUtcAhead(roSnapshot, roPath.oNextStepSeconds.flValue)},
+        oNext = {{"utc", GetUtcAhead(roSnapshot, roPath.oInput, roPath.oNextStepSeconds.flValue)},
                  {"stderr_seconds", roPath.oNextStepSeconds.flStdErr},
                  {"seconds", roPath.flStepSeconds}};
     }
