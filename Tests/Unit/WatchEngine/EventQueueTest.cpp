@@ -12,7 +12,7 @@
 namespace
 {
 
-constexpr SWatchSettings oTicks1MHz = {.uiTickFrequencyHz = 1'000'000, .bTicksAreMonotonic = true};
+const SWatchSettings oTicks1MHz = {.uiTickFrequencyHz = 1'000'000, .bTicksAreMonotonic = true};
 
 // Events on their way out, with a flush every second.
 class CQueue

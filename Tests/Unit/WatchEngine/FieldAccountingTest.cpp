@@ -13,7 +13,7 @@
 namespace
 {
 
-constexpr SWatchSettings oTicks1MHz = {.uiTickFrequencyHz = 1'000'000, .bTicksAreMonotonic = true};
+const SWatchSettings oTicks1MHz = {.uiTickFrequencyHz = 1'000'000, .bTicksAreMonotonic = true};
 constexpr uint64_t uiPeriodUs = 10'000;
 
 TEST(FieldAccounting, FollowsTheCounterAsFarAsTheTimeAllows)

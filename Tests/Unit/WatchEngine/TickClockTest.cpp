@@ -16,7 +16,7 @@ namespace
 {
 
 // Ticks of 27 MHz that wrap, on a machine whose clock goes 30 ppm faster or slower.
-constexpr SWatchSettings oTicks27MHz = {.uiTickFrequencyHz = 27'000'000};
+const SWatchSettings oTicks27MHz = {.uiTickFrequencyHz = 27'000'000};
 
 struct SArrival
 {
