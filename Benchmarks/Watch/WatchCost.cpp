@@ -1,7 +1,8 @@
 // CPU time and memory of the whole watch with 32 inputs and 32 outputs in real time, its store on, beside a process
 // with as many threads that only wait for the fields of the same board. In turns, so that what else the machine does
 // falls on both. With --served one client scrapes every five seconds, and another one listens to the live stream.
-//   WatchCost [seconds a turn] [pairs] [--served] [arguments of the watch...]
+// With --chips 4 it is these streams on four chips, beside the watch of all of them on one.
+//   WatchCost [seconds a turn] [pairs] [--served | --chips N] [arguments of the watch...]
 #include <VtSimulatedBoard.h>
 
 #include <algorithm>
@@ -31,12 +32,15 @@ namespace
 constexpr uint32_t uiStreams = 64; // both directions together
 constexpr useconds_t uiSettleUs = 2500000;
 
-void WriteScenario(const std::string& rszFile)
+void WriteScenario(const std::string& rszFile, uint32_t uiChips)
 {
     std::ofstream oFile(rszFile);
-    oFile << "[[chip]]\n";
     for (uint32_t uiStream = 0; uiStream < uiStreams; ++uiStream)
     {
+        if (uiStream % (uiStreams / uiChips) == 0)
+        {
+            oFile << "[[chip]]\nclock_ppm = " << 10 * uiStream / uiStreams << "\n";
+        }
         oFile << "[[chip." << (uiStream % 2 == 0 ? "input" : "output")
               << "]]\nstandard = '1080p60'\nconnector = 'SDI'\njitter_ticks = 3\nphase_us = "
               << 16666.0 * uiStream / uiStreams << "\n";
@@ -201,11 +205,16 @@ int main(int iArguments, char** pszArguments)
     const std::string szScenario = std::string(szFolder) + "/scenario.toml";
     const std::string szStore = std::string(szFolder) + "/store";
     const std::string szAddress = FindAddress();
-    WriteScenario(szScenario);
+    WriteScenario(szScenario, 1);
     setenv("VELTRANO_SCENARIO", szScenario.c_str(), 1);
+    const bool bHasChips = iArguments > 4 && std::strcmp(pszArguments[3], "--chips") == 0;
+    const std::string szChips = std::string(szFolder) + "/chips.toml";
+    const auto uiChips = static_cast<uint32_t>(
+        bHasChips ? std::clamp(std::atoi(pszArguments[4]), 1, static_cast<int>(uiStreams / 2)) : 1);
+    WriteScenario(szChips, uiChips);
     std::vector<std::string> aszArguments = {VT_WATCH_FILE, "serve", "--listen", szAddress, "--store", szStore};
     const bool bIsServed = iArguments > 3 && std::strcmp(pszArguments[3], "--served") == 0;
-    for (int iArgument = bIsServed ? 4 : 3; iArgument < iArguments; ++iArgument)
+    for (int iArgument = bIsServed ? 4 : bHasChips ? 5 : 3; iArgument < iArguments; ++iArgument)
     {
         aszArguments.emplace_back(pszArguments[iArgument]);
     }
@@ -215,15 +224,24 @@ int main(int iArguments, char** pszArguments)
         apszArguments.push_back(roArgument.data());
     }
     apszArguments.push_back(nullptr);
+    const auto fnWatch = [&] { execv(VT_WATCH_FILE, apszArguments.data()); };
+    const auto fnWatchChips = [&]
+    {
+        setenv("VELTRANO_SCENARIO", szChips.c_str(), 1);
+        std::string szGpu = "--gpu=all";
+        apszArguments.insert(apszArguments.end() - 1, szGpu.data());
+        execv(VT_WATCH_FILE, apszArguments.data());
+    };
     std::vector<double> aflRatios;
     for (int iPair = 0; iPair < iPairs; ++iPair)
     {
-        const SLoad oBare = MeasureLoad(RunBareLoop, uiSeconds);
-        const SLoad oWatch = MeasureLoad([&] { execv(VT_WATCH_FILE, apszArguments.data()); }, uiSeconds,
-                                         bIsServed ? szAddress : std::string());
+        const SLoad oBare = bHasChips ? MeasureLoad(fnWatch, uiSeconds) : MeasureLoad(RunBareLoop, uiSeconds);
+        const SLoad oWatch = bHasChips ? MeasureLoad(fnWatchChips, uiSeconds)
+                                       : MeasureLoad(fnWatch, uiSeconds, bIsServed ? szAddress : std::string());
         aflRatios.push_back(oWatch.flCores / oBare.flCores);
-        std::printf("bare loop %.2f %% of a core; watch %.2f %%, %.1f MiB resident; ratio %.3f\n",
-                    oBare.flCores * 100.0, oWatch.flCores * 100.0, oWatch.flMiB, aflRatios.back());
+        std::printf("%s %.2f %% of a core; watch %.2f %%, %.1f MiB resident; ratio %.3f\n",
+                    bHasChips ? "on one chip" : "bare loop", oBare.flCores * 100.0, oWatch.flCores * 100.0,
+                    oWatch.flMiB, aflRatios.back());
     }
     std::filesystem::remove_all(szFolder);
     std::sort(aflRatios.begin(), aflRatios.end());

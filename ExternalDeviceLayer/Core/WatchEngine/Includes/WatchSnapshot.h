@@ -256,6 +256,9 @@ struct SClockFigures
     uint64_t uiTick = 0; // the same in ticks: a whole second of the chip's clock, but for the last one; 0: not known
     uint64_t uiMonotonicNs = 0;            // the same by CLOCK_MONOTONIC
     double flTickUncertaintySeconds = 0.0; // of tick against CLOCK_MONOTONIC
+    double flMomentUncertainty = 0.0;      // the same of this instant, as a bound, seconds
+    double flSecondsPerSecond = 1.0;       // seconds of CLOCK_MONOTONIC per second of the chip
+    double flRateUncertainty = 0.0;        // of that, as a bound
     bool bTicksAreMonotonic = false;       // the board says so
     int32_t iTaiOffsetSeconds = 0;         // TAI - UTC by the kernel; 0: the kernel does not know it
     bool bIsSynchronised = false;          // the kernel's word about CLOCK_REALTIME
@@ -269,7 +272,18 @@ struct SChipFigures
     uint32_t uiNumber = 0;   // of the board, as it counts them
     uint64_t uiInstants = 0; // that have been told of it; 0: it has not opened yet, or does not
     uint32_t uiTickFrequencyHz = 0;
-    SClockFigures oClock; // at its last instant
+    SClockFigures oClock;        // at its last instant
+    uint32_t uiSharedClock = 0;  // number of the clock that other chips tick on too; 0: on one of its own
+    int64_t iSharedOffsetNs = 0; // what that showed at tick 0
+};
+
+// Two streams of one direction and of different chips.
+struct SChipPairFigures
+{
+    SStreamKey oFirst;
+    SStreamKey oSecond;
+    SPairFigures oPair;                // its indexes are those of the streams; its lines those of the first
+    double flUncertaintySeconds = 0.0; // how far both clocks may be off, beside the offset's standard error
 };
 
 struct SWatchSnapshot
@@ -282,9 +296,10 @@ struct SWatchSnapshot
     std::vector<SChipFigures> aoChips; // in the order of their numbers
     // By StreamKey_GetSlot; of one chip: by EStreamDirection.
     std::vector<SDirectionFigures> aoDirections = std::vector<SDirectionFigures>(2);
-    std::vector<SAcrossFigures> aoAcross;     // inputs with outputs, ordered by chip, input, then output
-    std::vector<SAcrossGroup> aoAcrossGroups; // ordered by chip and identity
-    std::vector<SPathFigures> aoPaths;        // as they were told
+    std::vector<SAcrossFigures> aoAcross;      // inputs with outputs, ordered by chip, input, then output
+    std::vector<SAcrossGroup> aoAcrossGroups;  // ordered by chip and identity
+    std::vector<SPathFigures> aoPaths;         // as they were told
+    std::vector<SChipPairFigures> aoChipPairs; // of several chips: inputs with inputs, then outputs with outputs
 
     /* The clock of a chip, as in SStreamKey. */
     const SClockFigures& GetClock(uint32_t uiChip) const

@@ -14,6 +14,8 @@ constexpr double flScaledSlope = 1e-2;
 // How far before its start a field may seem to arrive: the first line is no more than a guess.
 constexpr double flEarlyAtFirstNs = 0.5e9;
 constexpr double flEarlyNs = 20e6;
+// How far the oscillators of two chips may be apart while no slope has been measured.
+constexpr double flUnknownRate = 100e-6;
 constexpr uint32_t uiSettledPoints = 5;
 // Foreign stamps that agree so closely within a second are of one clock; so many of them make it one.
 constexpr double flSameClockNs = 100e6;
@@ -39,6 +41,7 @@ CTickClock::CTickClock(const SWatchSettings& roSettings)
     {
         m_flOffsetNs = static_cast<double>(roSettings.iTickOffsetNs);
         m_flUncertaintyNs = m_flNsPerTick / std::sqrt(12.0);
+        m_flMomentUncertaintyNs = m_flUncertaintyNs;
     }
 }
 
@@ -52,6 +55,8 @@ void CTickClock::Tie(const SPoint& roPoint)
     m_flOffsetNs = 0.0;
     m_flNsPerTick = m_flNominalNsPerTick;
     m_flUncertaintyNs = 0.0;
+    m_flMomentUncertaintyNs = flEarlyAtFirstNs;
+    m_flRateUncertainty = flUnknownRate;
     m_flMostEarlyNs = flEarlyAtFirstNs;
 }
 
@@ -148,10 +153,10 @@ CTickClock::SDelayLine CTickClock::ChooseEdge(uint32_t uiHull, const SRelativePo
         if (roMean.flTime >= roLeft.flTime && roMean.flTime <= roRight.flTime &&
             (bSlopeCounts || std::abs(flSlope) > flScaledSlope))
         {
-            return {roLeft.flDelay - flSlope * roLeft.flTime, flSlope};
+            return {roLeft.flDelay - flSlope * roLeft.flTime, flSlope, roRight.flTime - roLeft.flTime};
         }
     }
-    return {flLeast, 0.0};
+    return {flLeast, 0.0, 0.0};
 }
 
 void CTickClock::DrawLine(const SPoint& roNewest)
@@ -169,6 +174,17 @@ void CTickClock::DrawLine(const SPoint& roNewest)
     m_flOffsetNs = oLine.flAtNewest;
     m_flNsPerTick = m_flNominalNsPerTick * (1.0 + oLine.flSlope);
     m_flUncertaintyNs = std::max(0.0, oMean.flDelay - oLine.flAtNewest - oLine.flSlope * oMean.flTime);
+    if (oLine.flLength > 0.0)
+    {
+        // Either point that the line touches may be as late as the mean one is.
+        m_flRateUncertainty = m_flUncertaintyNs / oLine.flLength;
+        m_flMomentUncertaintyNs = m_flUncertaintyNs - m_flRateUncertainty * oMean.flTime;
+        return;
+    }
+    // A level line stands for one that rises or falls, at the mean by half of what it does over all points.
+    const double flSpan = -m_aoRelative[0].flTime;
+    m_flMomentUncertaintyNs = 2.0 * m_flUncertaintyNs;
+    m_flRateUncertainty = std::min(flUnknownRate, m_flMomentUncertaintyNs / std::max(flSpan, 1.0));
 }
 
 void CTickClock::Update()

@@ -58,6 +58,10 @@ public:
     bool IsKnown() const { return m_bIsKnown; }
     double GetUncertaintySeconds() const { return m_flUncertaintyNs * flSecondsPerNs; }
     double GetNsPerTick() const { return m_flNsPerTick; }
+    /* How far the line's slope may be off, as a ratio; 0: it is exact. */
+    double GetRateUncertainty() const { return m_flRateUncertainty; }
+    /* The same of the line at its newest point, seconds, for who compares it with another chip's. */
+    double GetMomentUncertaintySeconds() const { return m_flMomentUncertaintyNs * flSecondsPerNs; }
     /* The moment of a tick in nanoseconds of CLOCK_MONOTONIC, relative to a moment near it. */
     double GetNsAfter(uint64_t uiTick, uint64_t uiMomentNs) const;
     uint64_t ToMonotonicNs(uint64_t uiTick) const;
@@ -95,6 +99,7 @@ private:
     {
         double flAtNewest;
         double flSlope;
+        double flLength; // from one point that it touches to the other; 0: it is level
     };
 
     uint32_t MakeHull(const SPoint& roNewest);
@@ -110,6 +115,8 @@ private:
     double m_flOffsetNs = 0.0;
     double m_flNsPerTick;
     double m_flUncertaintyNs = 0.0;
+    double m_flMomentUncertaintyNs = 0.0;
+    double m_flRateUncertainty = 0.0;
     double m_flMostEarlyNs;
     uint32_t m_uiEpoch = 0;
     uint64_t m_uiAgreeing = 0; // streams that showed this clock since the last update, as bits

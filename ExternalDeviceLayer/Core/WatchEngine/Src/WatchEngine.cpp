@@ -192,12 +192,18 @@ void GoOn(SWatchEngineState& roEngine, uint64_t uiNowNs)
     ReleaseAll(roEngine);
 }
 
-// The envelope's own, and the delay that none of its arrivals undercuts.
-double GetTickUncertainty(const SWatchEngineState& roEngine, const SClockReading& roClock)
+// The delay that no arrival of the envelope undercuts.
+double GetLeastDelay(const SWatchEngineState& roEngine, const SClockReading& roClock)
 {
     const double flDelay =
         roClock.flLeastWakeSeconds > 0.0 ? flWakesPerField * roClock.flLeastWakeSeconds : flUnknownDelaySeconds;
-    return roEngine.oContext.oClock.GetUncertaintySeconds() + (roEngine.oSettings.bTicksAreMonotonic ? 0.0 : flDelay);
+    return roEngine.oSettings.bTicksAreMonotonic ? 0.0 : flDelay;
+}
+
+// The envelope's own, and that.
+double GetTickUncertainty(const SWatchEngineState& roEngine, const SClockReading& roClock)
+{
+    return roEngine.oContext.oClock.GetUncertaintySeconds() + GetLeastDelay(roEngine, roClock);
 }
 
 void FillClock(const SWatchEngineState& roEngine, const SClockReading& roClock, SClockFigures& roFigures)
@@ -205,7 +211,11 @@ void FillClock(const SWatchEngineState& roEngine, const SClockReading& roClock, 
     roFigures.uiMonotonicNs = roClock.uiMonotonicNs;
     roFigures.uiTick = roEngine.oInstant.bHasTick ? roEngine.oInstant.uiTick : 0;
     roFigures.iUtcNs = roClock.iUtcNs;
+    const CTickClock& roTicks = roEngine.oContext.oClock;
     roFigures.flTickUncertaintySeconds = GetTickUncertainty(roEngine, roClock);
+    roFigures.flMomentUncertainty = roTicks.GetMomentUncertaintySeconds() + GetLeastDelay(roEngine, roClock);
+    roFigures.flSecondsPerSecond = roTicks.GetNsPerTick() * roEngine.oSettings.uiTickFrequencyHz * flSecondsPerNs;
+    roFigures.flRateUncertainty = roTicks.GetRateUncertainty();
     roFigures.bTicksAreMonotonic = roEngine.oSettings.bTicksAreMonotonic;
     roFigures.iTaiOffsetSeconds = roClock.iTaiOffsetSeconds;
     roFigures.bIsSynchronised = roClock.bIsSynchronised;

@@ -245,6 +245,13 @@ void CJudge::JudgeLock(const std::vector<SStreamKey>& raoStreams)
             }
         }
     }
+    for (const SChipPairFigures& roPair : m_roPublication.oSnapshot.aoChipPairs)
+    {
+        if (fnHas(roPair.oFirst) && fnHas(roPair.oSecond))
+        {
+            JudgePair(roPair.oPair, roPair.oFirst, roPair.oSecond);
+        }
+    }
     for (const SAcrossFigures& roPair : m_roPublication.oSnapshot.aoAcross)
     {
         if (fnHas(roPair.oFirst) && fnHas(roPair.oSecond))

@@ -297,13 +297,19 @@ CFault CheckLocked(const std::vector<std::vector<SStreamKey>>& raaoLocked)
         {
             return CFault("--locked: at least two streams");
         }
-        if (std::ranges::any_of(raoStreams, [&raoStreams](const SStreamKey& roStream)
-                                { return roStream.uiChip != raoStreams.front().uiChip; }))
-        {
-            return CFault("--locked: streams of one chip");
-        }
     }
     return {};
+}
+
+// What a watch goes on to expect it learns and keeps by chip.
+CFault CheckLockedChips(const std::vector<std::vector<SStreamKey>>& raaoLocked)
+{
+    const auto fnHasOthers = [](const std::vector<SStreamKey>& raoStreams)
+    {
+        return std::ranges::any_of(raoStreams, [&raoStreams](const SStreamKey& roStream)
+                                   { return roStream.uiChip != raoStreams.front().uiChip; });
+    };
+    return std::ranges::any_of(raaoLocked, fnHasOthers) ? CFault("--locked: streams of one chip") : CFault();
 }
 
 CFault CheckPaths(const std::vector<SStreamPath>& raoPaths)
@@ -331,7 +337,8 @@ CFault CheckTogether(const SWatchOptions& roOptions, int64_t iNowUtcNs)
     const SServeOptions& roServe = roOptions.oServe;
     for (const CFault& roFault :
          {CheckFed(roServe.oExpect), CheckFed(roOptions.oCheck.oExpect), CheckLocked(roOptions.oCheck.aaoLocked),
-          CheckLocked(roServe.oExpect.aaoLocked), CheckPaths(roOptions.oCheck.aoPaths), CheckPaths(roServe.aoPaths)})
+          CheckLocked(roServe.oExpect.aaoLocked), CheckLockedChips(roServe.oExpect.aaoLocked),
+          CheckPaths(roOptions.oCheck.aoPaths), CheckPaths(roServe.aoPaths)})
     {
         if (roFault)
         {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "BoardSession.h"
+#include "ChipPairs.h"
 #include "CutDesk.h"
 #include "Fault.h"
 #include "HistoryMaker.h"
@@ -140,6 +141,7 @@ private:
     std::vector<SWatchEvent> m_aoEvents;     // that are not handed on yet
     std::vector<SWatchEvent> m_aoHappenings; // likewise, as CWatchEngine::GetHappenings has them
     WatchPublicationPtr m_poLast;
+    CChipPairs m_oChipPairs;
     uint64_t m_uiSnapshots = 0;
     CLeastWake m_oLeastWake;
     double m_flAnalysisSeconds = 0.0;

@@ -432,8 +432,10 @@ void CWatchRun::JoinChips(SWatchSnapshot& roSnapshot)
     {
         SWatchSnapshot& roOwn = roChip.oSnapshot;
         const uint32_t uiKey = roChip.poBoard->GetKey();
-        roSnapshot.aoChips.push_back(
-            {uiKey, roChip.poBoard->GetNumber(), roOwn.uiNumber, roOwn.uiTickFrequencyHz, roOwn.oClock});
+        const SBoardFacts& roFacts = roChip.poBoard->GetFacts();
+        roSnapshot.aoChips.push_back({uiKey, roChip.poBoard->GetNumber(), roOwn.uiNumber, roOwn.uiTickFrequencyHz,
+                                      roOwn.oClock, roChip.poEngine ? roFacts.uiSharedClock : 0,
+                                      roChip.poEngine ? roFacts.iSharedOffsetNs : 0});
         roSnapshot.uiEventsDropped += roOwn.uiEventsDropped;
         if (roSnapshot.uiTickFrequencyHz == 0 && roOwn.uiNumber != 0)
         {
@@ -461,6 +463,7 @@ void CWatchRun::JoinChips(SWatchSnapshot& roSnapshot)
         JoinAcross(roSnapshot, roChip);
         roChip.bIsFresh = false;
     }
+    m_oChipPairs.Update(roSnapshot);
 }
 
 // The pairs across directions, their groups and the paths of a chip, likewise.

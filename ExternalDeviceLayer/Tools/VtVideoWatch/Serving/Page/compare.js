@@ -20,7 +20,7 @@ export function needsPairs(model, state) {
 }
 
 function findPair(pairs, stream, otherId) {
-  const list = pairs?.directions?.[stream.direction]?.pairs ?? [];
+  const list = [...(pairs?.directions?.[stream.direction]?.pairs ?? []), ...(pairs?.chips?.pairs ?? [])];
   return list.find(
     ({ first, second }) => (first === stream.id && second === otherId) || (second === stream.id && first === otherId),
   );

@@ -29,6 +29,9 @@ function pairText(pair, row, column, nowMs) {
     const lines = pair.offset.lines === null ? "" : ` (${format.lines(sign * pair.offset.lines)})`;
     parts.push(`offset ${format.span(sign * pair.offset.seconds)} ± ${format.span(pair.offset.stderr, false)}${lines}`);
   }
+  if (pair.uncertainty_seconds > 0) {
+    parts.push(`known to ${format.span(pair.uncertainty_seconds, false)} by the clocks of the chips`);
+  }
   if (pair.drift) {
     parts.push(`drift ${format.ppb(sign * pair.drift.ratio)} ± ${format.ppbError(pair.drift.stderr)}`);
   }
@@ -198,7 +201,9 @@ export function makePairsView() {
     for (const direction of directions) {
       const { streams } = model.directions[direction];
       if (streams.length > 1) {
-        shown[direction].show(json.directions[direction], streams, streams, model.ms);
+        const { pairs, groups } = json.directions[direction];
+        const all = { pairs: [...pairs, ...(json.chips?.pairs ?? [])], groups };
+        shown[direction].show(all, streams, streams, model.ms);
       }
     }
     const [inputs, outputs] = directions.map((direction) => model.directions[direction].streams);

@@ -230,6 +230,23 @@ CJson FromAcross(const SWatchSnapshot& roSnapshot, const std::optional<SStreamKe
     return {{"pairs", std::move(oPairs)}, {"groups", std::move(oGroups)}};
 }
 
+// Beside what a pair has, how far both clocks may be off.
+CJson FromChipPairs(const SWatchSnapshot& roSnapshot, const std::optional<SStreamKey>& roOnly)
+{
+    CJson oPairs = CJson::array();
+    for (const SChipPairFigures& roPair : roSnapshot.aoChipPairs)
+    {
+        if (!IsOf(roOnly, roPair.oFirst, roPair.oSecond))
+        {
+            continue;
+        }
+        oPairs.push_back(WatchJson_FromPair(roPair.oFirst, roPair.oSecond, roPair.oPair));
+        const bool bIsKnown = roPair.oPair.oOffsetSeconds.bIsValid;
+        oPairs.back()["uncertainty_seconds"] = bIsKnown ? CJson(roPair.flUncertaintySeconds) : CJson();
+    }
+    return {{"pairs", std::move(oPairs)}};
+}
+
 CJson FromPath(const SWatchSnapshot& roSnapshot, const SPathFigures& roPath)
 {
     CJson oDelay;
@@ -491,12 +508,17 @@ CJson WatchJson_FromStreams(const SWatchPublication& roPublication)
 
 CJson WatchJson_FromPairs(const SWatchPublication& roPublication, const std::optional<SStreamKey>& roOnly)
 {
-    return {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
-            {"threshold", FromThreshold(roPublication.oSnapshot)},
-            {"directions", WatchJson_ByDirection([&](EStreamDirection eDirection)
-                                                 { return FromPairsOf(roPublication, eDirection, roOnly); })},
-            {"across", FromAcross(roPublication.oSnapshot, roOnly)},
-            {"paths", FromPaths(roPublication.oSnapshot, roOnly)}};
+    CJson oJson = {{"snapshot", WatchJson_FromSnapshotMoment(roPublication.oSnapshot)},
+                   {"threshold", FromThreshold(roPublication.oSnapshot)},
+                   {"directions", WatchJson_ByDirection([&](EStreamDirection eDirection)
+                                                        { return FromPairsOf(roPublication, eDirection, roOnly); })},
+                   {"across", FromAcross(roPublication.oSnapshot, roOnly)},
+                   {"paths", FromPaths(roPublication.oSnapshot, roOnly)}};
+    if (roPublication.oSnapshot.aoChips.size() > 1)
+    {
+        oJson["chips"] = FromChipPairs(roPublication.oSnapshot, roOnly);
+    }
+    return oJson;
 }
 
 double WatchJson_Round(double flValue, int iDigits)
