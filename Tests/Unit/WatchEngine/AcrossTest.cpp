@@ -1,6 +1,7 @@
 // Inputs against outputs: forecasts of slips, slips that happened and delays against closed forms.
 #include "WatchBench.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace
@@ -168,6 +169,7 @@ TEST(Across, APathTakesWhatPhaseAndQueueSayAndAReferenceMayBeOfTheOtherDirection
         if (roEvent.eKind == EWatchEventKind::SLIPPED)
         {
             ++uiTold;
+            EXPECT_EQ(roEvent.uiAfter, static_cast<uint64_t>(ESlip::DROPPED));
             EXPECT_EQ(EventStream_Unpack(roEvent.uiBefore, 0), oReference);
         }
     }
@@ -176,14 +178,16 @@ TEST(Across, APathTakesWhatPhaseAndQueueSayAndAReferenceMayBeOfTheOtherDirection
 
 TEST(Across, NothingSlipsThatHoversAboutZeroOrWasNotSeen)
 {
-    // The first two hover; a signal away for its slip, one that moves by half a period, and one whose counter jumps.
+    // The first two hover, and the last one from the other side; a signal away for its slip, one that moves by half a
+    // period, and one whose counter jumps.
     const SPlayed oSlow = {100.0, 1500.0};
     const std::string szLoss = "event = [{ kind = 'signal_loss', at_s = 170, for_s = 30 }]";
     const std::string szStep = "event = [{ kind = 'phase_step', at_s = 60, step_us = 9000 }]";
     const std::string szJump = "event = [{ kind = 'counter_jump', at_s = 60, jump = 16000 }]";
     CWatchBench oBench(Play("output", {0.0, 0.0}) + Play("input", {0.0, 0.0}, "jitter_ticks = 300") +
                        Play("input", {0.0, 0.0}, "wander_ticks = 900\nwander_period_s = 37\njitter_ticks = 50") +
-                       Play("input", oSlow, szLoss) + Play("input", oSlow, szStep) + Play("input", oSlow, szJump));
+                       Play("input", oSlow, szLoss) + Play("input", oSlow, szStep) + Play("input", oSlow, szJump) +
+                       Play("input", {0.0, 5.0}, "wander_ticks = 900\nwander_period_s = 200\njitter_ticks = 50"));
     oBench.Run(140);
     const auto Count = [&oBench](size_t uiInput) { return oBench.oSnapshot.aoAcross[uiInput].oSlip.uiCount; };
     EXPECT_EQ(Count(0), 0U);
@@ -199,7 +203,12 @@ TEST(Across, NothingSlipsThatHoversAboutZeroOrWasNotSeen)
     {
         EXPECT_EQ(Count(2 + uiCase), auiAt140[uiCase]) << uiCase;
     }
+    const auto bIsTold = [](const SWatchEvent& roEvent)
+    { return roEvent.eKind == EWatchEventKind::SLIPPED && roEvent.oKey.eDirection == EStreamDirection::OUTPUT; };
+    EXPECT_EQ(std::ranges::count_if(oBench.aoEvents, bIsTold), 2)
+        << "once for three in lock, once for the one that left";
     oBench.Run(160);
+    EXPECT_EQ(Count(5), 0U);
     for (size_t uiCase = 0; uiCase < auiAt300.size(); ++uiCase)
     {
         EXPECT_EQ(Count(2 + uiCase), auiAt300[uiCase]) << uiCase;
