@@ -375,6 +375,21 @@ class MadeUpTest(PageCase):
         self.until_equal(["Locked", "−0.20", "−2.97"], lambda: [
             self.text(f"tr[data-stream=IN_00] .{name}") for name in ("state", "lines", "phase")])
 
+    def test_several_chips_are_bands_with_their_own_verdict(self):
+        def of_chip(chip, one):
+            return {**one, "id": f"{chip}:{one['id']}", "chip": chip}
+        given = [of_chip(0, stream(0, "A")), of_chip(1, lost(0, "B", NOW - 60000)), of_chip(1, stream(1, "C"))]
+        chips = [{"chip": chip, "answers": chip < 2, "health": {"overall": overall, "since": utc(NOW - 60000)}}
+                 for chip, overall in enumerate(("healthy", "unhealthy", "inactive"))]
+        self.watch.streams = snapshot(given, chips=chips)
+        self.watch.streams["directions"]["input"].update(reference=None, references=["0:IN_00", "1:IN_01"])
+        self.open("?order=board")
+        self.until_equal(["0:IN_00", "1:IN_00", "1:IN_01"], self.rows)
+        verdicts = self.texts(".band .verdict strong")
+        self.assertEqual([verdicts[0], verdicts[2]], ["All is well", "Does not answer"])
+        self.assertRegex(verdicts[1], "^Unhealthy since")
+        self.assertEqual(self.texts(".band .state"), ["State", "Reference", "State", "No signal", "Reference"])
+
     def test_events_stand_by_their_moments_and_a_full_millisecond_does_not_stall(self):
         self.watch.add([event(n, NOW - 90000, "buffers_skipped", count=1) for n in range(1, 251)] +
                        [event(251, NOW - 95000, "fields_lost", count=2), event(252, NOW - 80000, "state_changed",
