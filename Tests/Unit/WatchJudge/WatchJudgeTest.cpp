@@ -1,6 +1,7 @@
 // The judgement of made-up seconds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -282,6 +283,32 @@ TEST(WatchJudge, JoinsWhatBeginsTogetherAndOnlyThat)
     oWatched.Run(1);
     EXPECT_EQ(oWatched.oJudgement.aoIncidents[0].eShared, EIncidentShare::BOARD);
     EXPECT_EQ(oWatched.oJudgement.uiIncidentsOpen, 1U);
+}
+
+TEST(WatchJudge, JoinsWhatBeginsTogetherOnTwoChipsAndLeavesTheOtherChipAlone)
+{
+    CWatched oWatched(2, 0);
+    std::vector<SDirectionFigures>& raoDirections = oWatched.oSnapshot.aoDirections;
+    raoDirections.resize(6);
+    for (uint32_t uiChip = 1; uiChip <= 2; ++uiChip)
+    {
+        SDirectionFigures& roInputs = raoDirections[2 * uiChip];
+        roInputs = raoDirections[0];
+        std::ranges::for_each(roInputs.aoStreams, [=](SStreamFigures& roStream) { roStream.oKey.uiChip = uiChip; });
+    }
+    raoDirections[0] = {};
+    oWatched.Run(70);
+    const int64_t iBegin = oWatched.Now();
+    Lose(oWatched, raoDirections[2].aoStreams[1], iBegin);
+    Lose(oWatched, raoDirections[4].aoStreams[1], iBegin + 1'000'000);
+    oWatched.Run(1);
+    ASSERT_EQ(oWatched.oJudgement.aoIncidents.size(), 1U);
+    const SIncident& roIncident = oWatched.oJudgement.aoIncidents[0];
+    EXPECT_EQ(roIncident.eShared, EIncidentShare::MACHINE);
+    EXPECT_EQ(roIncident.auiStreams[2], 0b10U);
+    EXPECT_EQ(roIncident.auiStreams[4], 0b10U);
+    EXPECT_FALSE(roIncident.bIsWhole);
+    EXPECT_EQ(oWatched.oJudgement.aoStreams[4][0].oOverall.eStatus, EHealthStatus::HEALTHY);
 }
 
 TEST(WatchJudge, NamesTheStreamThatLeftItsLockGroup)
