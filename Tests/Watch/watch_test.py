@@ -67,6 +67,14 @@ tick_frequency_hz = 27_000_000
 standard = '1080p60'
 event = [{ kind = 'hang', at_s = 3, ms = 60000 }]
 """
+FAILING = LOCKED + """
+[[chip]]
+[[fault]]
+operation = 'VtBoard_GetTickReferenceFrequency'
+status = 'VtStatus_FAIL'
+times = 0
+chip = 1
+"""
 
 
 class WatchCase(unittest.TestCase):
@@ -100,6 +108,7 @@ class Check(WatchCase):
             (LOSING, ("--most-lost", "0,100"), 1, "VIDEO WARNING - IN_01 lost "),
             (LOCKED, ("--expect", "OUT_00"), 2, "VIDEO CRITICAL - the board has no OUT_00"),
             ("", (), 3, "VIDEO UNKNOWN - no board"),
+            (FAILING, ("--gpu", "all"), 2, "VIDEO CRITICAL - chip 1 does not answer"),
             (LOCKED, ("--expect", "IN_0"), 3, "VIDEO UNKNOWN - --expect"),
         ]
         watches = [self.start(scenario, "check", "--seconds", "5", *arguments) for scenario, arguments, _, _ in cases]

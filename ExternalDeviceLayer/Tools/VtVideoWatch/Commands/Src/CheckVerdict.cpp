@@ -97,6 +97,13 @@ SCheckVerdict CJudge::Judge()
         }
         JudgeStream(*poStream, !m_roOptions.aoExpected.empty());
     }
+    for (const SChipFigures& roChip : m_roPublication.oSnapshot.aoChips)
+    {
+        if (roChip.uiInstants == 0)
+        {
+            Find(EVerdict::CRITICAL, "expect", {}, "chip " + std::to_string(roChip.uiNumber) + " does not answer");
+        }
+    }
     for (const std::vector<SStreamKey>& raoStreams : m_roOptions.aaoLocked)
     {
         JudgeLock(raoStreams);

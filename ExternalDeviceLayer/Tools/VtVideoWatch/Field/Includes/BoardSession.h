@@ -89,7 +89,7 @@ public:
 
     /*
      * Loads the SDK, opens the chips and counts their streams. A chip that is not there is a fault; of several, one
-     * that cannot be opened is said in a line and left out, and one that does not answer in time is waited for no
+     * that cannot be opened is said in a line and never opens, and one that does not answer in time is waited for no
      * longer: it is watched from when it does.
      */
     CFault Open(const SBoardOptions& roOptions);
@@ -107,7 +107,7 @@ public:
      */
     bool Stop(uint32_t uiTimeOutMs);
 
-    /* By their numbers; without those that cannot be opened. */
+    /* By their numbers; those that are not open too. */
     const BoardChips& GetChips() const { return m_apoChips; }
     /* Whether there is such a stream; of a chip that is not open yet there may be. */
     bool MayHave(const SStreamKey& roStream) const;

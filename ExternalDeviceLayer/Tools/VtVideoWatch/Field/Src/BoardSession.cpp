@@ -248,12 +248,11 @@ CFault CBoardSession::OpenSeveral()
     for (const auto& [uiNumber, szFault] : raoFaults)
     {
         Notice_Say("chip " + std::to_string(uiNumber) + ": " + szFault + "; the others are watched");
-        std::erase_if(m_apoChips, [uiFailed = uiNumber](const std::shared_ptr<CBoardChip>& rpoChip)
-                      { return rpoChip->GetNumber() == uiFailed; });
     }
     for (const std::shared_ptr<CBoardChip>& rpoChip : m_apoChips)
     {
-        if (!rpoChip->IsOpen())
+        const auto fnIsIt = [&rpoChip](const auto& roFault) { return roFault.first == rpoChip->GetNumber(); };
+        if (!rpoChip->IsOpen() && std::ranges::none_of(raoFaults, fnIsIt))
         {
             Notice_Say("chip " + std::to_string(rpoChip->GetNumber()) + " does not answer; the others are watched");
         }

@@ -436,6 +436,10 @@ void CWatchRun::JoinChips(SWatchSnapshot& roSnapshot)
         roSnapshot.aoChips.push_back({uiKey, roChip.poBoard->GetNumber(), roOwn.uiNumber, roOwn.uiTickFrequencyHz,
                                       roOwn.oClock, roChip.poEngine ? roFacts.uiSharedClock : 0,
                                       roChip.poEngine ? roFacts.iSharedOffsetNs : 0});
+        if (!roChip.poEngine)
+        {
+            continue; // nothing is known of its streams
+        }
         roSnapshot.uiEventsDropped += roOwn.uiEventsDropped;
         if (roSnapshot.uiTickFrequencyHz == 0 && roOwn.uiNumber != 0)
         {
