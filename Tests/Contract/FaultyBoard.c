@@ -83,6 +83,6 @@ VtStatus VtVideoIn_WaitForFieldStart(VtVideoIn_Handle hVideoIn, uint32_t uiTimeO
     *puiTickRefCounter -= g_auiOffsets[(struct SSlot*)(void*)hVideoIn - g_aoSlots];
     *puiTickRefCounter = Has("stamp_at_wake_up") ? Now() : *puiTickRefCounter;
     *puiTickRefCounter /= Has("coarse_ticks") ? 1000000 : 1;
-    *puiTickRefCounter -= Has("ticks_in_steps") ? *puiTickRefCounter % 5000 : 0;
+    *puiTickRefCounter -= Has("ticks_in_steps") ? *puiTickRefCounter % 50000 : 0;
     return VtStatus_OK;
 }

@@ -126,6 +126,7 @@ void ExpectFineTicks(CFindings& roFindings, const std::string& rszName, const st
                      uint32_t uiFreqHz)
 {
     constexpr uint32_t uiEnough = 6;
+    constexpr double flMostGrainUs = 20.0;
     int64_t iGrain = 0;
     uint32_t uiUneven = 0;
     for (size_t uiField = 2; uiField < raoFields.size(); ++uiField)
@@ -141,7 +142,7 @@ void ExpectFineTicks(CFindings& roFindings, const std::string& rszName, const st
         }
     }
     const double flGrainUs = static_cast<double>(iGrain) * 1e6 / uiFreqHz;
-    roFindings.Expect(uiUneven < uiEnough || flGrainUs <= 1.0,
+    roFindings.Expect(uiUneven < uiEnough || flGrainUs <= flMostGrainUs,
                       "%s: all durations of fields differ by multiples of %.0f us: the ticks go on in such steps",
                       rszName.c_str(), flGrainUs);
 }
