@@ -3,19 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 
 namespace
 {
 
-constexpr uint32_t uiLeastBlocks = 4;
+constexpr uint32_t uiLeastBlocks = 4; // a polynomial of the third degree goes through so many
 
 // Student's t for 99.73 % beside the 3 of the normal distribution, by degrees of freedom.
 constexpr std::array<double, 9> aflWidening = {0.0,      235.80 / 3, 19.21 / 3, 9.22 / 3, 6.62 / 3,
                                                5.51 / 3, 4.90 / 3,   4.53 / 3,  4.28 / 3};
-
-// What neither polynomial takes along turns within the window, and is at its end up to its amplitude away.
-constexpr double flRestReach = 1.0;
 
 // How much of a polynomial that is 1 at the window's end the points hold.
 struct SPart
@@ -38,9 +34,9 @@ struct SPart
 SBlockFit BlockFit_Get(std::span<const SLinePoint> aoPoints)
 {
     SBlockFit oFit;
-    const auto uiBlocks = static_cast<uint32_t>(
+    oFit.uiBlocks = static_cast<uint32_t>(
         std::ranges::count_if(aoPoints, [](const SLinePoint& roPoint) { return roPoint.flWeight > 0.0; }));
-    if (uiBlocks < uiLeastBlocks)
+    if (oFit.uiBlocks < uiLeastBlocks)
     {
         return oFit;
     }
@@ -50,7 +46,7 @@ SBlockFit BlockFit_Get(std::span<const SLinePoint> aoPoints)
         return oFit;
     }
     oFit.bIsValid = true;
-    const uint32_t uiFreedom = uiBlocks - 2;
+    const uint32_t uiFreedom = oFit.uiBlocks - 2;
     const double flErr = aflWidening[uiFreedom] * std::sqrt(oFit.oSums.GetRest() / uiFreedom);
     oFit.flSlopeErr = flErr / std::sqrt(oFit.oSums.flXX);
     return oFit;
@@ -62,22 +58,20 @@ double BlockFit_GetBend(std::span<const SLinePoint> aoPoints, const SBlockFit& r
     const double flHalf = std::sqrt(3.0 * roSums.flXX / roSums.flWeight); // the window is -1 to 1
     SPart oSecond;
     SPart oThird;
-    double flBlocks = 0.0;
     for (const SLinePoint& roPoint : aoPoints)
     {
         const double flX = (roPoint.flX - roSums.flMeanX) / flHalf;
         const double flRest = roPoint.flWeight > 0.0 ? roPoint.flY - roSums.GetY(roPoint.flX) : 0.0;
         oSecond.Take(flRest, 1.5 * flX * flX - 0.5, roPoint.flWeight);
         oThird.Take(flRest, (2.5 * flX * flX - 1.5) * flX, roPoint.flWeight);
-        flBlocks += roPoint.flWeight > 0.0 ? 1.0 : 0.0;
     }
     const double flEnd = std::max(1.0, std::abs(flTime - roSums.flMeanX) / flHalf);
     double flBend = (oSecond.GetSquaredHeight() + oThird.GetSquaredHeight()) * flEnd * flEnd * flEnd * flEnd;
-    const double flFreedom = flBlocks - 4.0;
-    if (flFreedom > 0.0)
+    if (roFit.uiBlocks > uiLeastBlocks)
     {
-        const double flRest = (roSums.GetRest() - oSecond.GetSumOfSquares() - oThird.GetSumOfSquares()) / flFreedom;
-        flBend += flRestReach * std::max(0.0, flRest - flNoise) * flBlocks / roSums.flWeight;
+        const double flRest = (roSums.GetRest() - oSecond.GetSumOfSquares() - oThird.GetSumOfSquares()) /
+                              (roFit.uiBlocks - uiLeastBlocks);
+        flBend += std::max(0.0, flRest - flNoise) * roFit.uiBlocks / roSums.flWeight;
     }
     return flBend;
 }

@@ -9,6 +9,7 @@
 #ifndef BLOCK_FIT_H
 #define BLOCK_FIT_H
 
+#include <cstdint>
 #include <span>
 
 #include "LineFit.h"
@@ -16,6 +17,7 @@
 struct SBlockFit
 {
     bool bIsValid = false;
+    uint32_t uiBlocks = 0;
     SLineSums oSums;         // x are times, y values
     double flSlopeErr = 0.0; // widened
 };

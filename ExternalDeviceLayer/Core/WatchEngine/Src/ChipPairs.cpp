@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-#include "NominalRate.h"
+#include "PairLock.h"
 #include "TimeUnits.h"
 
 namespace
 {
 
-constexpr double flSameRate = 50e-6; // as pairs of one chip have it
-constexpr double flNoLine = 1e-6;    // likewise
-constexpr double flHysteresis = 1.1;
-constexpr double flStopsPassing = 3.0; // standard errors
-constexpr double flPasses = 4.0;
 constexpr double flSigmas = 3.0; // that a bound stands for, and that a figure may be off
 
 // A stream as others see it, in seconds of a clock that both have.
@@ -75,17 +70,9 @@ SGrid GetGrid(const SPlace& roPlace, const STie& roTie, int64_t iOriginNs)
     return oGrid;
 }
 
-double GetMultiple(double flRatio)
+SNominalRate GetNominal(const SStreamFigures& roStream)
 {
-    return std::max(1.0, std::round(flRatio));
-}
-
-bool AreComparable(const SStreamFigures& roSlow, const SStreamFigures& roFast, double flRatio)
-{
-    const SNominalRate oSlow{roSlow.uiNominalNumerator, roSlow.uiNominalDenominator};
-    const SNominalRate oFast{roFast.uiNominalNumerator, roFast.uiNominalDenominator};
-    return (oSlow.IsKnown() && oFast.IsKnown() && NominalRate_IsMultiple(oSlow, oFast)) ||
-           std::abs(flRatio / GetMultiple(flRatio) - 1.0) < flSameRate;
+    return {roStream.uiNominalNumerator, roStream.uiNominalDenominator};
 }
 
 // What is neither surely within nor surely beyond is not known.
@@ -93,8 +80,7 @@ ELockState Judge(const SPairFigures& roPair, double flUncertainty, double flThre
 {
     const double flUnsure = flUncertainty + flSigmas * roPair.oOffsetSeconds.flStdErr;
     const double flOffset = std::abs(roPair.oOffsetSeconds.flValue);
-    const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
-    if (flOffset - flUnsure > (bWasWithin ? flHysteresis : 1.0) * flThreshold)
+    if (flOffset - flUnsure > PairLock_GetLimit(roPair, flThreshold))
     {
         return ELockState::FREE;
     }
@@ -102,25 +88,7 @@ ELockState Judge(const SPairFigures& roPair, double flUncertainty, double flThre
     {
         return ELockState::IDLE;
     }
-    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
-    const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
-    return bDrifts ? ELockState::PASSING : ELockState::LOCKED;
-}
-
-// The next crossing of zero; a bound of the offset counts as so many standard errors.
-SEstimate GetSlip(const SPairFigures& roPair, double flUncertainty, double flPeriod)
-{
-    const double flDrift = roPair.oDriftRatio.flValue;
-    if (flDrift == 0.0 || std::abs(flDrift) <= flStopsPassing * roPair.oDriftRatio.flStdErr)
-    {
-        return {};
-    }
-    const double flOffset = std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
-    const double flSeconds = (flOffset < 0.0 ? -flOffset : flPeriod - flOffset) / std::abs(flDrift);
-    const double flErr =
-        std::hypot(roPair.oOffsetSeconds.flStdErr, flUncertainty / flSigmas, flSeconds * roPair.oDriftRatio.flStdErr) /
-        std::abs(flDrift);
-    return {flSeconds, flErr, true};
+    return PairLock_Drifts(roPair) ? ELockState::PASSING : ELockState::LOCKED;
 }
 
 void Compare(const SPlace& roFirst, const SPlace& roSecond, const SLockThreshold& roThreshold,
@@ -135,8 +103,10 @@ void Compare(const SPlace& roFirst, const SPlace& roSecond, const SLockThreshold
     const bool bFirstIsSlow = oFirst.flPeriod >= oSecond.flPeriod;
     const double flRatio = bFirstIsSlow ? oFirst.flPeriod / oSecond.flPeriod : oSecond.flPeriod / oFirst.flPeriod;
     SPairFigures& roPair = roChips.oPair;
-    if (!AreComparable(bFirstIsSlow ? *roFirst.poStream : *roSecond.poStream,
-                       bFirstIsSlow ? *roSecond.poStream : *roFirst.poStream, flRatio))
+    const SNominalRate oNominalFirst = GetNominal(*roFirst.poStream);
+    const SNominalRate oNominalSecond = GetNominal(*roSecond.poStream);
+    if (!PairLock_AreComparable(bFirstIsSlow ? oNominalFirst : oNominalSecond,
+                                bFirstIsSlow ? oNominalSecond : oNominalFirst, flRatio))
     {
         roPair.eLock = ELockState::DIFFERENT;
         return;
@@ -150,17 +120,17 @@ void Compare(const SPlace& roFirst, const SPlace& roSecond, const SLockThreshold
     roPair.oOffsetSeconds = {std::remainder(flApart, flShort), flErr, true};
     roChips.flUncertaintySeconds =
         oTieFirst.flUncertainty + oTieSecond.flUncertainty + flMoved * oTieSecond.flRateUncertainty;
-    const double flMultiple = GetMultiple(flRatio);
+    const double flMultiple = PairLock_GetMultiple(flRatio);
     const double flDrift = bFirstIsSlow ? flMultiple * oSecond.flPeriod / oFirst.flPeriod - 1.0
                                         : 1.0 - flMultiple * oFirst.flPeriod / oSecond.flPeriod;
     const double flRateBound = oTieFirst.flRateUncertainty + oTieSecond.flRateUncertainty;
     roPair.oDriftRatio = {flDrift, std::hypot(oFirst.flPeriodErr, oSecond.flPeriodErr, flRateBound / flSigmas), true};
     const double flLine = roPair.flLineSeconds;
     roPair.flOffsetLines = flLine > 0.0 ? roPair.oOffsetSeconds.flValue / flLine : 0.0;
-    const double flThreshold =
-        roThreshold.flSeconds > 0.0 ? roThreshold.flSeconds : roThreshold.flLines * (flLine > 0.0 ? flLine : flNoLine);
-    roPair.eLock = Judge(roPair, roChips.flUncertaintySeconds, flThreshold);
-    roPair.oSecondsToSlip = GetSlip(roPair, roChips.flUncertaintySeconds, flShort);
+    roPair.eLock = Judge(roPair, roChips.flUncertaintySeconds, PairLock_GetThreshold(roThreshold, flLine));
+    // A bound counts as so many standard errors.
+    roPair.oSecondsToSlip =
+        PairLock_GetSecondsToSlip(roPair, flShort, std::hypot(flErr, roChips.flUncertaintySeconds / flSigmas));
 }
 
 void UpdatePair(const SPlace& roFirst, const SPlace& roSecond, const SLockThreshold& roThreshold,

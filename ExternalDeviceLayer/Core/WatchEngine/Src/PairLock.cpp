@@ -31,11 +31,6 @@ struct SDrifts
     SDrift oLongest; // whatever shorter windows say
 };
 
-double GetMultiple(double flRatio)
-{
-    return std::max(1.0, std::round(flRatio));
-}
-
 // The growth of the offset per tick, from the difference of the slopes of both series: the offset is that of fields of
 // the same number, and these come once per period of the slower stream. Exact for rates far from the nominal ones.
 double GetGrowth(const SStreamPhase& roFirst, const SStreamPhase& roSecond, double flSlopes)
@@ -43,8 +38,8 @@ double GetGrowth(const SStreamPhase& roFirst, const SStreamPhase& roSecond, doub
     const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
     const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
     const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
-    const double flRatio = GetMultiple(roSlow.flReferencePeriod / roFast.flReferencePeriod) * roFast.flReferencePeriod /
-                           roSlow.flReferencePeriod;
+    const double flRatio = PairLock_GetMultiple(roSlow.flReferencePeriod / roFast.flReferencePeriod) *
+                           roFast.flReferencePeriod / roSlow.flReferencePeriod;
     const double flSign = bFirstIsSlow ? 1.0 : -1.0;
     return flSign * (flRatio - 1.0) + flRatio * flSlopes * roFast.flPeriod / roFast.flReferencePeriod;
 }
@@ -96,9 +91,7 @@ SDrift GetDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, EBloc
     }
     oDrift.bIsValid = true;
     oDrift.flTicksPerSecond = GetGrowth(roFirst, roSecond, oFit.oSums.GetSlope() / flTicksPerSecond) * flTicksPerSecond;
-    const auto flBlocks = static_cast<double>(
-        std::ranges::count_if(aoDifference, [](const SLinePoint& roPoint) { return roPoint.flWeight > 0.0; }));
-    oDrift.flScatter = oFit.flSlopeErr * std::sqrt(oFit.oSums.flXX * flBlocks / oFit.oSums.flWeight);
+    oDrift.flScatter = oFit.flSlopeErr * std::sqrt(oFit.oSums.flXX * oFit.uiBlocks / oFit.oSums.flWeight);
     const double flFieldNoise = GetFieldNoise(roFirst, roSecond, flTicksPerSecond);
     oDrift.flErr = GetSlopeErr(roFirst, roSecond, oFit, flFieldNoise);
     oDrift.flNowErr = bAsksNow ? GetNowErr(roFirst, roSecond, aoDifference, oFit, flFieldNoise) : 0.0;
@@ -135,17 +128,14 @@ SDrifts ChooseDrift(const SStreamPhase& roFirst, const SStreamPhase& roSecond, d
 // How long a drift still counts: until it has been away for long enough.
 uint32_t CountDrift(const SPairFigures& roPair)
 {
-    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
-    const bool bDrifts = std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
     const uint32_t uiToLock = roPair.uiSecondsToLock;
-    return bDrifts ? std::min(uiToLock + uiRelockFactor, uiMostRelock) : uiToLock - (uiToLock > 0 ? 1 : 0);
+    return PairLock_Drifts(roPair) ? std::min(uiToLock + uiRelockFactor, uiMostRelock)
+                                   : uiToLock - (uiToLock > 0 ? 1 : 0);
 }
 
 ELockState JudgeLock(SPairFigures& roPair, double flThreshold)
 {
-    const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
-    const double flOffset = std::abs(roPair.oOffsetSeconds.flValue);
-    if (flOffset > (bWasWithin ? flHysteresis : 1.0) * flThreshold)
+    if (std::abs(roPair.oOffsetSeconds.flValue) > PairLock_GetLimit(roPair, flThreshold))
     {
         roPair.uiSecondsToLock = 0;
         return ELockState::FREE;
@@ -154,58 +144,93 @@ ELockState JudgeLock(SPairFigures& roPair, double flThreshold)
     return roPair.uiSecondsToLock > 0 ? ELockState::PASSING : ELockState::LOCKED;
 }
 
+bool IsDriftSure(const SEstimate& roDrift)
+{
+    return roDrift.flValue != 0.0 && std::abs(roDrift.flValue) > flStopsPassing * roDrift.flStdErr;
+}
+
+// The offset, told along the direction of the drift.
+double GetAlongDrift(const SPairFigures& roPair)
+{
+    const double flDrift = roPair.oDriftRatio.flValue;
+    return std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
+}
+
 // When a drift that is there brings the offset, told along its direction, to a place ahead.
-SEstimate GetSecondsTo(const SPairFigures& roPair, double flAhead)
+SEstimate GetSecondsTo(const SPairFigures& roPair, double flAhead, double flOffsetErr)
 {
     const double flDrift = std::abs(roPair.oDriftRatio.flValue);
     const double flSeconds = std::max(0.0, flAhead / flDrift);
-    return {flSeconds, std::hypot(roPair.oOffsetSeconds.flStdErr, flSeconds * roPair.oDriftRatio.flStdErr) / flDrift,
-            true};
+    return {flSeconds, std::hypot(flOffsetErr, flSeconds * roPair.oDriftRatio.flStdErr) / flDrift, true};
 }
 
-// The next crossing of the threshold, inward or outward, and of zero: each is a period further on once it is passed.
-void FillTimes(SPairFigures& roPair, double flPeriod, double flThreshold)
+// The next crossing of the threshold, inward or outward: as with zero.
+SEstimate GetSecondsToThreshold(const SPairFigures& roPair, double flPeriod, double flThreshold)
 {
-    const double flDrift = roPair.oDriftRatio.flValue;
-    roPair.oSecondsToThreshold = {};
-    roPair.oSecondsToSlip = {};
-    if (flDrift == 0.0 || std::abs(flDrift) <= flStopsPassing * roPair.oDriftRatio.flStdErr)
+    if (!IsDriftSure(roPair.oDriftRatio) || 2.0 * flThreshold >= flPeriod)
     {
-        return;
+        return {};
     }
-    const double flOffset = std::copysign(1.0, flDrift) * roPair.oOffsetSeconds.flValue;
-    roPair.oSecondsToSlip = GetSecondsTo(roPair, flOffset < 0.0 ? -flOffset : flPeriod - flOffset);
+    const double flOffset = GetAlongDrift(roPair);
     const double flNext = flOffset < -flThreshold  ? -flThreshold
                           : flOffset < flThreshold ? flThreshold
                                                    : flPeriod - flThreshold;
-    if (2.0 * flThreshold < flPeriod)
-    {
-        roPair.oSecondsToThreshold = GetSecondsTo(roPair, flNext - flOffset);
-    }
+    return GetSecondsTo(roPair, flNext - flOffset, roPair.oOffsetSeconds.flStdErr);
+}
+
+bool AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
+{
+    const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
+    const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
+    const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
+    return PairLock_AreComparable(roSlow.oNominal, roFast.oNominal, roSlow.flPeriod / roFast.flPeriod);
 }
 
 } // namespace
 
 SPairContext PairContext_Make(const SWatchSettings& roSettings, double flLineSeconds)
 {
-    const SLockThreshold& roThreshold = roSettings.oThreshold;
-    const double flByLines = roThreshold.flLines * (flLineSeconds > 0.0 ? flLineSeconds : flNoLine);
-    return {roThreshold.flSeconds > 0.0 ? roThreshold.flSeconds : flByLines,
+    return {PairLock_GetThreshold(roSettings.oThreshold, flLineSeconds),
             static_cast<double>(roSettings.uiTickFrequencyHz), flLineSeconds};
 }
 
-bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond)
+double PairLock_GetThreshold(const SLockThreshold& roThreshold, double flLineSeconds)
 {
-    const bool bFirstIsSlow = roFirst.flPeriod >= roSecond.flPeriod;
-    const SStreamPhase& roSlow = bFirstIsSlow ? roFirst : roSecond;
-    const SStreamPhase& roFast = bFirstIsSlow ? roSecond : roFirst;
-    if (roSlow.oNominal.IsKnown() && roFast.oNominal.IsKnown() &&
-        NominalRate_IsMultiple(roSlow.oNominal, roFast.oNominal))
+    const double flByLines = roThreshold.flLines * (flLineSeconds > 0.0 ? flLineSeconds : flNoLine);
+    return roThreshold.flSeconds > 0.0 ? roThreshold.flSeconds : flByLines;
+}
+
+double PairLock_GetLimit(const SPairFigures& roPair, double flThreshold)
+{
+    const bool bWasWithin = roPair.eLock == ELockState::LOCKED || roPair.eLock == ELockState::PASSING;
+    return (bWasWithin ? flHysteresis : 1.0) * flThreshold;
+}
+
+double PairLock_GetMultiple(double flRatio)
+{
+    return std::max(1.0, std::round(flRatio));
+}
+
+bool PairLock_AreComparable(const SNominalRate& roSlow, const SNominalRate& roFast, double flRatio)
+{
+    return (roSlow.IsKnown() && roFast.IsKnown() && NominalRate_IsMultiple(roSlow, roFast)) ||
+           std::abs(flRatio / PairLock_GetMultiple(flRatio) - 1.0) < flSameRate;
+}
+
+bool PairLock_Drifts(const SPairFigures& roPair)
+{
+    const double flLimit = roPair.eLock == ELockState::PASSING ? flStopsPassing : flPasses;
+    return std::abs(roPair.oDriftRatio.flValue) > flLimit * roPair.oDriftRatio.flStdErr;
+}
+
+SEstimate PairLock_GetSecondsToSlip(const SPairFigures& roPair, double flPeriod, double flOffsetErr)
+{
+    if (!IsDriftSure(roPair.oDriftRatio))
     {
-        return true;
+        return {};
     }
-    const double flRatio = roSlow.flPeriod / roFast.flPeriod;
-    return std::abs(flRatio / GetMultiple(flRatio) - 1.0) < flSameRate;
+    const double flOffset = GetAlongDrift(roPair);
+    return GetSecondsTo(roPair, flOffset < 0.0 ? -flOffset : flPeriod - flOffset, flOffsetErr);
 }
 
 void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, const SPairContext& roContext,
@@ -228,7 +253,7 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
         Leave(ELockState::IDLE);
         return;
     }
-    if (!PairLock_AreComparable(roFirst, roSecond))
+    if (!AreComparable(roFirst, roSecond))
     {
         Leave(ELockState::DIFFERENT);
         return;
@@ -249,5 +274,6 @@ void PairLock_Update(const SStreamPhase& roFirst, const SStreamPhase& roSecond, 
     roPair.oLongDriftRatio = {oLongest.flTicksPerSecond * flScale, oLongest.flErr * flScale, true};
     roPair.flScatterSeconds = oLongest.flScatter * flScale;
     roPair.eLock = JudgeLock(roPair, roContext.flThreshold);
-    FillTimes(roPair, flPeriod * flScale, roContext.flThreshold);
+    roPair.oSecondsToThreshold = GetSecondsToThreshold(roPair, flPeriod * flScale, roContext.flThreshold);
+    roPair.oSecondsToSlip = PairLock_GetSecondsToSlip(roPair, flPeriod * flScale, roPair.oOffsetSeconds.flStdErr);
 }

@@ -29,8 +29,20 @@ struct SPairContext
 /* By settings and the line that a pair is told in. */
 SPairContext PairContext_Make(const SWatchSettings& roSettings, double flLineSeconds);
 
-/* Whether one of both rates is a whole multiple of the other. */
-bool PairLock_AreComparable(const SStreamPhase& roFirst, const SStreamPhase& roSecond);
+// What a pair is judged by wherever its streams are, on one chip or on two.
+
+/* The threshold in seconds: as it is told, or so many lines, of a usual length where theirs is not known. */
+double PairLock_GetThreshold(const SLockThreshold& roThreshold, double flLineSeconds);
+/* The same with its hysteresis, by the state that the pair was in. */
+double PairLock_GetLimit(const SPairFigures& roPair, double flThreshold);
+/* How many periods of the faster stream one of the slower has; flRatio is the longer period over the shorter. */
+double PairLock_GetMultiple(double flRatio);
+/* Whether one of both rates is a whole multiple of the other, by the timings or as measured. */
+bool PairLock_AreComparable(const SNominalRate& roSlow, const SNominalRate& roFast, double flRatio);
+/* Whether the drift is more than its error, by the state that the pair was in. */
+bool PairLock_Drifts(const SPairFigures& roPair);
+/* When the offset crosses zero next: a period further on once it is passed. Nothing while no drift is sure. */
+SEstimate PairLock_GetSecondsToSlip(const SPairFigures& roPair, double flPeriod, double flOffsetErr);
 
 /*
  * Draws the figures of a pair anew, once a second; its state is read for the hysteresis.

@@ -2,16 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 namespace
 {
 
-constexpr double flMostMargin = 0.125;           // of the shorter period
-constexpr double flOffPrediction = 0.25;         // likewise: farther off than that nobody knows what happened
-constexpr double flDrifts = 3.0;                 // standard errors
-constexpr double flWanders = 1.4142135623730951; // now and then: both are away from the line
-constexpr double flGrain = 0.28867513459481287;  // of a period: it slips with a field
-constexpr double flMarginStdErrs = 4.0;          // of the offset
+constexpr double flMostMargin = 0.125;                    // of the shorter period
+constexpr double flOffPrediction = 0.25;                  // likewise: farther off than that nobody knows what happened
+constexpr double flDrifts = 3.0;                          // standard errors
+constexpr double flWanders = std::numbers::sqrt2;         // now and then: both are away from the line
+constexpr double flGrain = std::numbers::inv_sqrt3 / 2.0; // of a period: it slips with a field
+constexpr double flMarginStdErrs = 4.0;                   // of the offset
 
 } // namespace
 

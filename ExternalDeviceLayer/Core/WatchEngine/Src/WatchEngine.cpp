@@ -23,11 +23,6 @@ constexpr double flUnknownDelaySeconds = 30e-6;
 // So many seconds are made up for after a stall; whoever stood still for longer did not watch.
 constexpr uint64_t uiMostBehindNs = 60 * uiSecondNs;
 
-} // namespace
-
-namespace
-{
-
 // A reference that is not there is none.
 SWatchSettings LeaveMissing(SWatchSettings oSettings, const std::array<uint32_t, 2>& rauiCounts)
 {

@@ -27,3 +27,17 @@ void Notice_Say(const std::string& rszText)
     }
     static_cast<void>(std::fflush(stderr));
 }
+
+void Notice_SayWriting(const char* szWhat, const std::string& rszFile, const char* szUnit, const CFault& roFault,
+                       uint64_t uiDropped)
+{
+    const auto fnSay = [&]
+    {
+        const std::string szBegin = std::string(szWhat) + " " + rszFile;
+        Notice_Say(roFault
+                       ? szBegin + " cannot be written (" + roFault.GetText() + "); the watch goes on, " + szUnit +
+                             " wait in memory"
+                       : szBegin + " is written again; " + szUnit + " dropped so far: " + std::to_string(uiDropped));
+    };
+    Memory_Do("a notice", fnSay);
+}

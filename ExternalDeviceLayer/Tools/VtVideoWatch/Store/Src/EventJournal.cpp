@@ -190,13 +190,6 @@ void CEventJournal::Say(const CFault& roFault)
     if (bIsWritten == m_bIsFailing)
     {
         m_bIsFailing = !bIsWritten;
-        const auto fnTell = [&]
-        {
-            Notice_Say(bIsWritten ? "journal " + m_szFile +
-                                        " is written again; lines dropped so far: " + std::to_string(m_uiDropped)
-                                  : "journal " + m_szFile + " cannot be written (" + roFault.GetText() +
-                                        "); the watch goes on, lines wait in memory");
-        };
-        Memory_Do("a notice", fnTell);
+        Notice_SayWriting("journal", m_szFile, "lines", roFault, m_uiDropped);
     }
 }

@@ -285,14 +285,7 @@ void CStoreWriter::Say(const CFault& roFault)
     if (bIsWritten == m_bIsFailing)
     {
         m_bIsFailing = !bIsWritten;
-        const auto fnTell = [&]
-        {
-            Notice_Say(bIsWritten ? "store " + m_szFile +
-                                        " is written again; rows dropped so far: " + std::to_string(m_uiDropped)
-                                  : "store " + m_szFile + " cannot be written (" + roFault.GetText() +
-                                        "); the watch goes on, rows wait in memory");
-        };
-        Memory_Do("a notice", fnTell);
+        Notice_SayWriting("store", m_szFile, "rows", roFault, m_uiDropped);
     }
 }
 
